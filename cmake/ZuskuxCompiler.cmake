@@ -1,0 +1,29 @@
+# Compiler settings: warnings, sanitizers, and the assertions that every build keeps.
+
+# NDEBUG is defined in no build: the assertions in the schemas' generated setters and in the variant
+# library are part of the library's behaviour.
+foreach(config IN ITEMS RELEASE RELWITHDEBINFO MINSIZEREL)
+  string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${config} "${CMAKE_CXX_FLAGS_${config}}")
+  string(REPLACE "-DNDEBUG" "" CMAKE_C_FLAGS_${config} "${CMAKE_C_FLAGS_${config}}")
+endforeach()
+
+# Our own targets link this PRIVATE; generated code does not.
+add_library(zuskux_warnings INTERFACE)
+target_compile_options(
+  zuskux_warnings
+  INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
+            -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wformat -Wformat-security -Wundef
+            -Werror)
+
+set(ZUSKUX_SANITIZERS "" CACHE STRING "Comma-separated sanitizers, for example address,undefined")
+if(ZUSKUX_SANITIZERS)
+  add_compile_options(-fsanitize=${ZUSKUX_SANITIZERS} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ZUSKUX_SANITIZERS})
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()

@@ -1,0 +1,66 @@
+# The platform: what the host program and the vendor provide, a folder each.
+#
+# Each folder defines `platform::<folder>`, the interface headers, which is all that the library sees,
+# and a stand-in with the definitions, which goes into host programs. Headers are included as
+# "<folder>/<header>.h".
+
+# Takes the folder from ZUSKUX_PLATFORM_DIR where it has one of that name, else from platform/.
+function(zuskux_add_platform_folder folder)
+  set(path ${CMAKE_SOURCE_DIR}/platform/${folder})
+  if(ZUSKUX_PLATFORM_DIR AND EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
+    set(path ${ZUSKUX_PLATFORM_DIR}/${folder})
+    message(STATUS "Platform: ${folder} from ${path}")
+  endif()
+  add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
+endfunction()
+
+# zuskux_platform_interface(<folder> [DEPENDS <target>...])
+function(zuskux_platform_interface folder)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" DEPENDS)
+  add_library(platform_${folder} INTERFACE)
+  add_library(platform::${folder} ALIAS platform_${folder})
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH root)
+  target_include_directories(platform_${folder} INTERFACE ${root})
+  target_link_libraries(platform_${folder} INTERFACE ${ARG_DEPENDS})
+endfunction()
+
+# zuskux_platform_standin(<folder> <source>...): the definitions.
+function(zuskux_platform_standin folder)
+  add_library(platform_${folder}_standin OBJECT ${ARGN})
+  target_link_libraries(platform_${folder}_standin PUBLIC platform_${folder}
+                                                   PRIVATE zuskux_warnings)
+  set_property(GLOBAL APPEND PROPERTY ZUSKUX_STANDINS platform_${folder}_standin)
+endfunction()
+
+# zuskux_platform_schema(<target> <file>.proto): one shared library lib<file>.so, because a process
+# must hold one copy of a schema only. Defines platform::<target>.
+function(zuskux_platform_schema target proto)
+  cmake_path(GET proto STEM name)
+  set(generated ${CMAKE_CURRENT_BINARY_DIR}/generated)
+  file(MAKE_DIRECTORY ${generated})
+  add_custom_command(
+    OUTPUT ${generated}/${name}.pb.cc ${generated}/${name}.pb.h
+    COMMAND protobuf::protoc --cpp_out=${generated} --proto_path=${CMAKE_CURRENT_SOURCE_DIR}
+            ${proto}
+    DEPENDS ${proto}
+    VERBATIM)
+  add_library(platform_${target} SHARED ${generated}/${name}.pb.cc ${generated}/${name}.pb.h)
+  add_library(platform::${target} ALIAS platform_${target})
+  set_target_properties(platform_${target} PROPERTIES OUTPUT_NAME ${name} SOVERSION 1)
+  target_include_directories(platform_${target} SYSTEM INTERFACE ${generated})
+  target_include_directories(platform_${target} PRIVATE ${generated})
+  target_link_libraries(platform_${target} PUBLIC protobuf::libprotobuf)
+endfunction()
+
+# zuskux_bundle_objects(<interface target> <object library>...): whoever links the target gets the
+# objects, and what they require, also at a distance.
+function(zuskux_bundle_objects target)
+  foreach(objects IN LISTS ARGN)
+    target_sources(${target} INTERFACE $<TARGET_OBJECTS:${objects}>)
+    get_target_property(libraries ${objects} INTERFACE_LINK_LIBRARIES)
+    list(FILTER libraries EXCLUDE REGEX LINK_ONLY)
+    target_link_libraries(${target} INTERFACE ${libraries})
+    target_include_directories(
+      ${target} INTERFACE $<TARGET_PROPERTY:${objects},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+endfunction()

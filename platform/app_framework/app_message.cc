@@ -1,0 +1,3 @@
+#include "app_framework/app_message.h"
+
+AppMessage::~AppMessage() = default;

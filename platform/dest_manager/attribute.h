@@ -1,0 +1,47 @@
+#ifndef ZUSKUX_PLATFORM_DEST_MANAGER_ATTRIBUTE_H_
+#define ZUSKUX_PLATFORM_DEST_MANAGER_ATTRIBUTE_H_
+
+#include <boost/variant.hpp>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace db {
+
+/// The declared type of an attribute. Enumerators are in the order of `Attribute`'s alternatives.
+enum class AttributeType : std::int32_t {
+  kInteger = 0,
+  kString = 1,
+  kCounter = 2,
+  kBytes = 3,
+};
+
+/// One attribute value of the object database; a plain value.
+///
+/// The order of the members and of the alternatives is part of the binary interface.
+class __attribute__((visibility("default"))) Attribute {
+ public:
+  using Bytes = std::vector<std::uint8_t>;
+  using Value = boost::variant<int, std::string, std::uint64_t, Bytes>;
+
+  /// An empty attribute: not present, the integer 0.
+  Attribute() = default;
+
+  /// A present attribute.
+  explicit Attribute(Value initial) : value(std::move(initial)), present(true) {}
+
+  Attribute(const Attribute&) = default;
+  Attribute& operator=(const Attribute&) = default;
+  Attribute(Attribute&&) = default;
+  Attribute& operator=(Attribute&&) = default;
+  virtual ~Attribute();
+
+  Value value;
+  /// Whether the value has been set.
+  bool present = false;
+};
+
+}  // namespace db
+
+#endif  // ZUSKUX_PLATFORM_DEST_MANAGER_ATTRIBUTE_H_

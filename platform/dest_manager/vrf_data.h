@@ -1,0 +1,19 @@
+#ifndef ZUSKUX_PLATFORM_DEST_MANAGER_VRF_DATA_H_
+#define ZUSKUX_PLATFORM_DEST_MANAGER_VRF_DATA_H_
+
+#include <cstdint>
+
+namespace dest_mng {
+
+/// A VRF, as far as its layer-3 ingress interface needs it. Owned by the destination manager.
+///
+/// The order of the members is part of the binary interface.
+struct VrfData {
+  std::uint32_t vrf_id = 0;
+  /// Database id of the VRF object; only traced.
+  std::uint32_t db_id = 0;
+};
+
+}  // namespace dest_mng
+
+#endif  // ZUSKUX_PLATFORM_DEST_MANAGER_VRF_DATA_H_

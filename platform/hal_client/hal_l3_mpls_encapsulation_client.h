@@ -1,0 +1,50 @@
+#ifndef ZUSKUX_PLATFORM_HAL_CLIENT_HAL_L3_MPLS_ENCAPSULATION_CLIENT_H_
+#define ZUSKUX_PLATFORM_HAL_CLIENT_HAL_L3_MPLS_ENCAPSULATION_CLIENT_H_
+
+#include "hal_client/hal_l3_mpls_encapsulation_return_code.h"
+
+class AppMessage;
+
+/// The client side of the HAL's L3 MPLS encapsulation service, as the HAL client library offers it.
+///
+/// Each request takes the printable message of its kind (`VlanEncapsulationMessage` and so on),
+/// which lives only for the duration of the call: a client copies or serialises what it keeps. The
+/// return code says whether the request was accepted; its outcome arrives later, on the client
+/// library's thread, at the `HalL3MplsEncapsulationClientCallbackItf`. VRF requests have no
+/// outcome.
+///
+/// Requests come on the destination manager's thread. The client is owned by the host program.
+///
+/// The order of the virtual operations is part of the binary interface.
+class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
+ public:
+  using ReturnCode = HalL3MplsEncapsulationReturnCode;
+
+  HalL3MplsEncapsulationClient() = default;
+  HalL3MplsEncapsulationClient(const HalL3MplsEncapsulationClient&) = delete;
+  HalL3MplsEncapsulationClient& operator=(const HalL3MplsEncapsulationClient&) = delete;
+  virtual ~HalL3MplsEncapsulationClient();
+
+  /// Called by the host program once, before any request.
+  virtual ReturnCode InitEncapsulationModule() = 0;
+
+  virtual ReturnCode InstallVrfIngressInterface(AppMessage* vrf) = 0;
+  virtual ReturnCode DestroyVrfIngressInterface(AppMessage* vrf) = 0;
+
+  virtual ReturnCode InstallVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
+  virtual ReturnCode DestroyVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
+  virtual ReturnCode ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
+
+  virtual ReturnCode InstallHostOutgoingEncapsulation(AppMessage* host) = 0;
+  virtual ReturnCode DestroyHostOutgoingEncapsulation(AppMessage* host) = 0;
+  virtual ReturnCode ReplaceHostOutgoingEncapsulation(AppMessage* host) = 0;
+
+  virtual ReturnCode InstallEcmpEncap(AppMessage* ecmp) = 0;
+  virtual ReturnCode DestroyEcmpEncap(AppMessage* ecmp) = 0;
+
+  virtual ReturnCode InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
+  virtual ReturnCode DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
+  virtual ReturnCode ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
+};
+
+#endif  // ZUSKUX_PLATFORM_HAL_CLIENT_HAL_L3_MPLS_ENCAPSULATION_CLIENT_H_
