@@ -1,0 +1,52 @@
+#ifndef ZUSKUX_HAI_CALLBACK_H_
+#define ZUSKUX_HAI_CALLBACK_H_
+
+#include "hal_client/hal_l3_mpls_encapsulation_client_callback_itf.h"
+#include "zuskux/export.h"
+
+namespace dest_mng {
+
+/// Turns the results of the HAL into notifications on the destination manager's controllers: code 0
+/// calls the controller's success handler, any other code its error handler, with the ids of the
+/// result in the carried record.
+///
+/// Owned by `Hai`; the host program hands it to the HAL client library, which calls it on the
+/// thread of its choice. It has no data and takes no lock; exceptions of a handler pass to the
+/// caller.
+///
+/// The order of the virtual operations is that of the interface.
+class ZUSKUX_EXPORT HaiDestClientCallback : public HalL3MplsEncapsulationClientCallbackItf {
+ public:
+  HaiDestClientCallback();
+  ~HaiDestClientCallback() override;
+
+  /// Does nothing.
+  void InitEncapsulationModuleResCallback(ReturnCode code) override;
+
+  void InstallVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  void DestroyVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  void ReplaceVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+
+  void InstallHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  void DestroyHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  void ReplaceHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+
+  void InstallEcmpEncapResCallback(ReturnCode code, unsigned int db_id) override;
+  void DestroyEcmpEncapResCallback(ReturnCode code, unsigned int db_id) override;
+
+  void InstallMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
+                                                              unsigned int secondary_id) override;
+  void DestroyMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
+                                                              unsigned int secondary_id) override;
+  void ReplaceMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
+                                                              unsigned int secondary_id) override;
+
+  /// Asks every controller to reinstall all of its objects: VRF, VLAN, host, ECMP, MPLS. The host
+  /// program hands it to the HAL client library, to be called whenever the HAL server is found (at
+  /// start or after a restart). `context` is not used.
+  static void HalServerFoundCallback(void* context);
+};
+
+}  // namespace dest_mng
+
+#endif  // ZUSKUX_HAI_CALLBACK_H_

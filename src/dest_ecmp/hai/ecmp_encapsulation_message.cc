@@ -1,0 +1,33 @@
+#include "zuskux/ecmp_encapsulation_message.h"
+
+#include "hai/framed_payload.h"
+#include "hai/rendering.h"
+
+EcmpEncapsulationMessage::EcmpEncapsulationMessage() : AppMessage(nullptr) { set_message(&encap_); }
+
+EcmpEncapsulationMessage::~EcmpEncapsulationMessage() = default;
+
+bool EcmpEncapsulationMessage::Unserialize(void* buffer) {
+  return ParseFramedPayload(buffer, &encap_);
+}
+
+std::string EcmpEncapsulationMessage::ToString(bool full) const {
+  Text text;
+  AppendObject("EcmpEncapsulationMessage", this, &text);
+  if (!full) return text.str();
+
+  text.Append(": EcmpMessage(destination id(");
+  text.AppendDecimal(encap_.db_id());
+  text.Append(")");
+  // Deliberately without an "Empty" form, unlike the fields of the other kinds.
+  if (encap_.members_size() != 0) {
+    text.Append(" EcmpMembers[ ");
+    for (const std::uint32_t member : encap_.members()) {
+      text.AppendDecimal(member);
+      text.Append(" ");
+    }
+    text.Append("]");
+  }
+  text.Append(")");
+  return text.str();
+}

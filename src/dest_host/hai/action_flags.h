@@ -1,0 +1,18 @@
+#ifndef ZUSKUX_DEST_HOST_HAI_ACTION_FLAGS_H_
+#define ZUSKUX_DEST_HOST_HAI_ACTION_FLAGS_H_
+
+#include <cstdint>
+#include <string_view>
+
+/// What is done to a packet, as renderings show it; shared by host and MPLS destinations. The fixed
+/// underlying type makes any value of the wire a defined one.
+enum ActionFlags : std::int32_t {
+  kActionNone = 0,
+  kActionDrop = 1,
+  kActionToCpu = 2,
+};
+
+/// The words for `flag`; "None" for an unknown one.
+std::string_view ActionFlagLabel(ActionFlags flag);
+
+#endif  // ZUSKUX_DEST_HOST_HAI_ACTION_FLAGS_H_

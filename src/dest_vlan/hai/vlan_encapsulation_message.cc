@@ -1,0 +1,63 @@
+#include "zuskux/vlan_encapsulation_message.h"
+
+#include <utility>
+
+#include "hai/framed_payload.h"
+#include "hai/rendering.h"
+
+VlanEncapsulationMessage::VlanEncapsulationMessage() noexcept : AppMessage(nullptr) {}
+
+VlanEncapsulationMessage::VlanEncapsulationMessage(
+    std::unique_ptr<encapsulation::VlanMessage> message) noexcept
+    : AppMessage(message.release()) {}
+
+VlanEncapsulationMessage::~VlanEncapsulationMessage() { delete message(); }
+
+bool VlanEncapsulationMessage::Unserialize(void* buffer) {
+  auto* parsed = new encapsulation::VlanMessage;
+  set_message(parsed);
+  return ParseFramedPayload(buffer, parsed);
+}
+
+std::string VlanEncapsulationMessage::ToString(bool full) const {
+  Text text;
+  AppendObject("VlanEncapsulationMessage", this, &text);
+  if (!full) return text.str();
+
+  const auto& vlan = MessageOrEmpty<encapsulation::VlanMessage>(message());
+  text.Append(": VlanMessage(vlan destination id(");
+  text.AppendDecimal(vlan.vlan_destination_id());
+  text.Append(")");
+
+  if (vlan.has_lim_id()) {
+    AppendLimId(vlan.lim_id(), *this, &text);
+  } else {
+    text.Append(", lim id(Empty)");
+  }
+
+  if (vlan.has_vrf()) {
+    text.Append(", vrf=");
+    text.AppendDecimal(vlan.vrf());
+  } else {
+    text.Append(", vrf=Empty");
+  }
+
+  // Deliberately by value, unlike the VRF: a present MTU of 0 reads as an absent one.
+  if (vlan.mtu() != 0) {
+    text.Append(", mtu=");
+    text.AppendDecimal(vlan.mtu());
+  } else {
+    text.Append(", mtu=Empty");
+  }
+
+  // The doubled "source" of the absent form is intended.
+  text.Append(", source ");
+  if (vlan.has_source_mac_address()) {
+    AppendMacAddress(vlan.source_mac_address(), &text);
+  } else {
+    text.Append("source mac address(Empty)");
+  }
+
+  text.Append(")");
+  return text.str();
+}

@@ -1,0 +1,25 @@
+#ifndef ZUSKUX_HAI_HAL_REQUEST_H_
+#define ZUSKUX_HAI_HAL_REQUEST_H_
+
+#include "hai/log.h"
+#include "hal_client/hal_l3_mpls_encapsulation_client.h"
+#include "zuskux/hai.h"
+
+namespace dest_mng {
+
+using HalOperation =
+    HalL3MplsEncapsulationReturnCode (HalL3MplsEncapsulationClient::*)(AppMessage*);
+
+/// Calls `operation` of the registered HAL client with `message`, or logs its absence at
+/// `no_client`.
+inline void SendToHal(HalOperation operation, AppMessage* message, const LogSite& no_client) {
+  if (Hai::GetInstance()->client() == nullptr) {
+    Log(no_client, "There is no HAL client available");
+    return;
+  }
+  (Hai::GetInstance()->client()->*operation)(message);
+}
+
+}  // namespace dest_mng
+
+#endif  // ZUSKUX_HAI_HAL_REQUEST_H_

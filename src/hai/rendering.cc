@@ -1,0 +1,57 @@
+#include "hai/rendering.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include "interface_ids/lim_id.h"
+#include "interface_ids/mac_addr.h"
+
+namespace {
+
+constexpr std::size_t kNameSize = 64;
+constexpr std::uint32_t kIndexMask = 0xFFFFFF;
+
+// The bytes that `field` stores, at most `size`, are copied to `target`.
+void CopyFirstBytes(const std::string& field, void* target, std::size_t size) {
+  std::memcpy(target, field.data(), field.size() < size ? field.size() : size);
+}
+
+}  // namespace
+
+void AppendObject(std::string_view class_name, const void* object, Text* text) {
+  text->Append(class_name);
+  text->Append("(this=");
+  // What ToHexString would return, without the allocation that a text of this length takes.
+  text->AppendHexadecimal<16>(reinterpret_cast<std::uintptr_t>(object));
+  text->Append(")");
+}
+
+void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
+                 Text* text) {
+  std::uint32_t id = 0;
+  CopyFirstBytes(lim_id, &id, sizeof id);
+  std::uint8_t type = 0;
+  std::uint32_t index = 0;
+  std::array<char, kNameSize> name{};
+  // The results say whether the id is known; an unknown one shows what the functions left.
+  limid_to_type(id, &type);
+  limid_to_ifindex(id, &index);
+  limid_to_intfname(id, name.data(), name.size(), 0);
+
+  text->Append(", lim id(name=");
+  text->Append({name.data(), strnlen(name.data(), name.size())});
+  text->Append(", type=");
+  text->Append(printable.ToHexString(type, 2));
+  text->Append(", value=");
+  text->Append(printable.ToHexString(index & kIndexMask, 6));
+  text->Append(")");
+}
+
+void AppendMacAddress(const std::string& mac, Text* text) {
+  std::array<std::uint8_t, 6> bytes{};
+  CopyFirstBytes(mac, bytes.data(), bytes.size());
+  text->Append("mac address(");
+  text->Append(nettypes::MACAddr(bytes.data()).to_string());
+  text->Append(")");
+}

@@ -1,0 +1,79 @@
+#ifndef ZUSKUX_HAI_TEXT_H_
+#define ZUSKUX_HAI_TEXT_H_
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+/// A line of text under construction, on the stack of the function that renders it. Lines of usual
+/// length are put together without an allocation; `str()` makes the one that the caller gets.
+class Text {
+ public:
+  void Append(std::string_view piece) {
+    if (piece.size() > buffer_.size() - used_) {
+      AppendBeyondBuffer(piece);
+      return;
+    }
+    std::memcpy(buffer_.data() + used_, piece.data(), piece.size());
+    used_ += piece.size();
+  }
+
+  /// Appends `number` in decimal.
+  template <typename Integer>
+  void AppendDecimal(Integer number) {
+    MakeRoom(kMaxNumberSize);
+    char* const begin = buffer_.data() + used_;
+    used_ +=
+        static_cast<std::size_t>(std::to_chars(begin, begin + kMaxNumberSize, number).ptr - begin);
+  }
+
+  /// Appends "0x" and `digits` upper-case hexadecimal digits of `number`.
+  template <std::size_t digits>
+  void AppendHexadecimal(std::uint64_t number) {
+    static_assert(digits + 2 <= kMaxNumberSize);
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    MakeRoom(kMaxNumberSize);
+    char* const begin = buffer_.data() + used_;
+    begin[0] = '0';
+    begin[1] = 'x';
+    for (std::size_t place = digits + 2; place > 2; --place, number >>= 4) {
+      begin[place - 1] = kDigits[number & 0xF];
+    }
+    used_ += digits + 2;
+  }
+
+  std::string str() const {
+    if (head_.empty()) return {buffer_.data(), used_};
+    return head_ + std::string(buffer_.data(), used_);
+  }
+
+ private:
+  // Of a 64-bit number in decimal.
+  static constexpr std::size_t kMaxNumberSize = 20;
+
+  void MakeRoom(std::size_t size) {
+    if (size > buffer_.size() - used_) EmptyBuffer();
+  }
+
+  // Out of line, so that appending a short piece stays a few instructions.
+  [[gnu::noinline]] void EmptyBuffer() {
+    head_.append(buffer_.data(), used_);
+    used_ = 0;
+  }
+
+  [[gnu::noinline]] void AppendBeyondBuffer(std::string_view piece) {
+    EmptyBuffer();
+    head_.append(piece);
+  }
+
+  std::array<char, 512> buffer_;
+  std::size_t used_ = 0;
+  // What no longer fitted the buffer; it precedes the buffer's content.
+  std::string head_;
+};
+
+#endif  // ZUSKUX_HAI_TEXT_H_

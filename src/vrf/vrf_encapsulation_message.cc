@@ -1,0 +1,26 @@
+#include "zuskux/vrf_encapsulation_message.h"
+
+#include "hai/framed_payload.h"
+#include "hai/text.h"
+
+VrfEncapsulationMessage::VrfEncapsulationMessage() : AppMessage(nullptr) { set_message(&encap_); }
+
+VrfEncapsulationMessage::~VrfEncapsulationMessage() = default;
+
+bool VrfEncapsulationMessage::Unserialize(void* buffer) {
+  return ParseFramedPayload(buffer, &encap_);
+}
+
+std::string VrfEncapsulationMessage::ToString(bool /*full*/) const {
+  Text text;
+  text.Append("VrfEncapsulationMessage(");
+  if (encap_.has_vrf_id()) {
+    text.Append("VRF id(");
+    text.AppendDecimal(encap_.vrf_id());
+    text.Append(")");
+  } else {
+    text.Append("empty");
+  }
+  text.Append(")");
+  return text.str();
+}

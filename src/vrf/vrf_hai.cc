@@ -1,0 +1,42 @@
+#include "zuskux/vrf_hai.h"
+
+#include "hai/log.h"
+#include "hal_client/hal_l3_mpls_encapsulation_client.h"
+#include "zuskux/hai.h"
+#include "zuskux/vrf_encapsulation_message.h"
+
+namespace dest_mng {
+namespace {
+
+constexpr char kFile[] = "src/vrf/vrf_hai";
+
+constexpr LogSite kInstallTrace{kFile, "InstallVrf", 23, kTraceLevel};
+constexpr LogSite kDestroyTrace{kFile, "DestroyVrf", 32, kTraceLevel};
+
+}  // namespace
+
+int HaiL3MplsEncapsulationVrf::InstallVrf(const VrfData& data) {
+  VrfEncapsulationMessage message;
+  message.encap()->set_vrf_id(data.vrf_id);
+  if (TraceEnabled()) {
+    Log(kInstallTrace, "[TX ===>] hai:vrf:Install VRF=%u db_id=%u l3-ingress interface at HW",
+        data.vrf_id, data.db_id);
+  }
+  // Deliberately without a check for a missing client: one must be registered before any VRF.
+  Hai::GetInstance()->client()->InstallVrfIngressInterface(&message);
+  return 0;
+}
+
+int HaiL3MplsEncapsulationVrf::DestroyVrf(const VrfData& data) {
+  VrfEncapsulationMessage message;
+  message.encap()->set_vrf_id(data.vrf_id);
+  if (TraceEnabled()) {
+    Log(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
+        data.vrf_id, data.db_id);
+  }
+  // Deliberately without a check, as above.
+  Hai::GetInstance()->client()->DestroyVrfIngressInterface(&message);
+  return 0;
+}
+
+}  // namespace dest_mng

@@ -1,0 +1,26 @@
+#ifndef ZUSKUX_TESTS_SUPPORT_ALLOCATIONS_H_
+#define ZUSKUX_TESTS_SUPPORT_ALLOCATIONS_H_
+
+#include <cstddef>
+
+namespace testing_support {
+
+// Linking this replaces the global `operator new` and `operator delete` of the test program.
+
+/// Allocations made with `operator new` by this thread so far.
+std::size_t AllocationCount();
+
+/// Allocations of the whole program that have not been deleted.
+std::ptrdiff_t LiveAllocations();
+
+/// Makes the `n`-th allocation of this thread from now throw `std::bad_alloc` (1 is the next one);
+/// with `all_after`, every one from there on. 0 stops that.
+void FailAllocation(std::size_t n, bool all_after = false);
+
+/// Adds `event` when `operator delete` is given `pointer`; once. Several pointers can be watched at
+/// a time; null forgets them all.
+void WatchDeletion(const void* pointer, const char* event = "message freed");
+
+}  // namespace testing_support
+
+#endif  // ZUSKUX_TESTS_SUPPORT_ALLOCATIONS_H_

@@ -1,0 +1,68 @@
+#include "tests/support/fake_log.h"
+
+#include <zlog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include "dest_manager/trace.h"
+#include "tests/support/events.h"
+
+// The category is only compared, never looked into.
+struct zlog_category_s {};
+
+namespace {
+
+zlog_category_t category;
+bool trace_on = true;
+int level_queries = 0;
+std::function<void()> log_hook;
+
+std::string Format(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, again)), '\0');
+  va_end(again);
+  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  return text;
+}
+
+}  // namespace
+
+namespace testing_support {
+
+void SetTrace(bool on) {
+  g_trace = &category;
+  trace_on = on;
+  level_queries = 0;
+}
+
+int LevelQueries() { return level_queries; }
+
+void SetLogHook(std::function<void()> hook) { log_hook = std::move(hook); }
+
+}  // namespace testing_support
+
+int zlog_level_enabled(zlog_category_t* asked, const int level) {
+  ++level_queries;
+  return asked == g_trace && (level != 10 || trace_on) ? 1 : 0;
+}
+
+void vzlog(zlog_category_t* given, const char* file, size_t filelen, const char* func,
+           size_t funclen, long line, int level, const char* format, va_list arguments) {
+  if (log_hook) return log_hook();
+  testing_support::AddEvent((given == g_trace ? "log " : "log to another category ") +
+                            std::to_string(level) + " " + std::string(file, filelen) + " " +
+                            std::string(func, funclen) + ":" + std::to_string(line) + " " +
+                            Format(format, arguments));
+}
+
+void zlog(zlog_category_t* given, const char* file, size_t filelen, const char* func,
+          size_t funclen, long line, int level, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vzlog(given, file, filelen, func, funclen, line, level, format, arguments);
+  va_end(arguments);
+}

@@ -1,0 +1,387 @@
+/// Installing and destroying ECMP groups: the request, its log lines, the wrapper and its text.
+
+#include "dest_manager/ecmp_data.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "tests/support/fixed_address.h"
+#include "tests/support/hai_test.h"
+#include "zuskux/ecmp_encapsulation_message.h"
+#include "zuskux/hai_dest_ecmp.h"
+
+namespace dest_mng {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
+using testing_support::Address;
+using testing_support::AllocationCount;
+using testing_support::AtAddress;
+using testing_support::Events;
+using testing_support::Frame;
+using testing_support::LiveAllocations;
+using testing_support::LiveWithoutEvents;
+
+static_assert(!std::is_copy_constructible_v<EcmpEncapsulationMessage>);
+static_assert(!std::is_move_constructible_v<EcmpEncapsulationMessage>);
+static_assert(!std::is_copy_assignable_v<EcmpEncapsulationMessage>);
+static_assert(!std::is_move_assignable_v<EcmpEncapsulationMessage>);
+static_assert(std::is_void_v<decltype(std::declval<HaiL3MplsEncapsulationEcmp&>().InstallEcmp(
+                  std::declval<const EcmpData&>()))>);
+static_assert(std::is_void_v<decltype(std::declval<HaiL3MplsEncapsulationEcmp&>().DestroyEcmp(
+                  std::declval<const EcmpData&>()))>);
+
+EcmpData Group(std::vector<unsigned int> members) { return {7, std::move(members)}; }
+
+struct OperationCase {
+  const char* name;
+  void (HaiL3MplsEncapsulationEcmp::*operation)(const EcmpData&);
+  const char* trace;
+  const char* hal_request;
+  const char* no_client;
+};
+
+class EcmpOperationTest : public testing_support::HaiTest,
+                          public testing::WithParamInterface<OperationCase> {
+ protected:
+  void Run() { (HaiL3MplsEncapsulationEcmp().*GetParam().operation)(Group({12, 15, 15, 12})); }
+};
+
+TEST_P(EcmpOperationTest, TracesAndSends) {
+  Run();
+  EXPECT_THAT(Events(),
+              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
+}
+
+TEST_P(EcmpOperationTest, WithoutTraceSendsAllTheSame) {
+  testing_support::SetTrace(false);
+  Run();
+  EXPECT_THAT(Events(), ElementsAre(GetParam().hal_request, "AppMessage destroyed"));
+}
+
+TEST_P(EcmpOperationTest, WithoutClientLogsAnError) {
+  WithoutClient();
+  Run();
+  EXPECT_THAT(Events(),
+              ElementsAre(GetParam().trace, GetParam().no_client, "AppMessage destroyed"));
+}
+
+TEST_P(EcmpOperationTest, WithoutClientAndTraceLogsAnErrorOnly) {
+  WithoutClient();
+  testing_support::SetTrace(false);
+  Run();
+  EXPECT_THAT(Events(), ElementsAre(GetParam().no_client, "AppMessage destroyed"));
+}
+
+TEST_P(EcmpOperationTest, PassesTheWholeWrapper) {
+  bool called = false;
+  client_.on_request = [&](AppMessage* wrapper) {
+    called = true;
+    const auto* ecmp = dynamic_cast<EcmpEncapsulationMessage*>(wrapper);
+    EXPECT_EQ(static_cast<const void*>(ecmp), static_cast<const void*>(wrapper));
+  };
+  Run();
+  EXPECT_TRUE(called);
+}
+
+TEST_P(EcmpOperationTest, KeepsNothing) {
+  const std::ptrdiff_t before = LiveWithoutEvents();
+  Run();
+  EXPECT_EQ(LiveWithoutEvents(), before);
+}
+
+TEST_P(EcmpOperationTest, ExceptionOfTheClientDestroysTheWrapper) {
+  client_.on_request = [](AppMessage*) { throw std::runtime_error("HAL"); };
+  const std::ptrdiff_t before = LiveWithoutEvents();
+  EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("HAL"));
+  EXPECT_THAT(Events(),
+              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
+  EXPECT_EQ(LiveWithoutEvents(), before);
+}
+
+TEST_P(EcmpOperationTest, ExceptionOfTheLogDestroysTheWrapper) {
+  testing_support::SetLogHook([] { throw std::runtime_error("log"); });
+  for (const bool trace : {true, false}) {
+    testing_support::SetTrace(trace);
+    if (!trace) WithoutClient();
+    const std::ptrdiff_t before = LiveWithoutEvents();
+    EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("log"));
+    EXPECT_THAT(Events(), ElementsAre("AppMessage destroyed"));
+    EXPECT_EQ(LiveWithoutEvents(), before);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, EcmpOperationTest,
+    testing::Values(OperationCase{"Install", &HaiL3MplsEncapsulationEcmp::InstallEcmp,
+                                  "log 10 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:25 "
+                                  "[TX ===>] hai:ecmp:Install ECMP=(db_id=7)",
+                                  "hal InstallEcmpEncap EcmpEncapsulationMessage db_id: 7 "
+                                  "members: 12 members: 15 members: 15 members: 12",
+                                  "log 12 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:29 "
+                                  "Hai has no HalL3MplsEncapsulationClient registered!!!"},
+                    OperationCase{"Destroy", &HaiL3MplsEncapsulationEcmp::DestroyEcmp,
+                                  "log 10 src/dest_ecmp/hai/hai_dest_ecmp DestroyEcmp:36 "
+                                  "[TX ===>] hai:ecmp:Delete ECMP=(db_id=7)",
+                                  "hal DestroyEcmpEncap EcmpEncapsulationMessage db_id: 7",
+                                  "log 12 src/dest_ecmp/hai/hai_dest_ecmp DestroyEcmp:40 "
+                                  "Hai has no HalL3MplsEncapsulationClient registered!!!"}),
+    [](const auto& test) { return test.param.name; });
+
+class EcmpGroupTest : public testing_support::HaiTest {
+ protected:
+  HaiL3MplsEncapsulationEcmp adapter_;
+};
+
+TEST_F(EcmpGroupTest, GroupWithoutNextHopsInstallsWithoutMembers) {
+  client_.on_request = [](AppMessage* wrapper) {
+    EXPECT_EQ(
+        dynamic_cast<EcmpEncapsulationMessage&>(*wrapper).ToString(true),
+        "EcmpEncapsulationMessage(this=" + Address(wrapper) + "): EcmpMessage(destination id(7))");
+  };
+  adapter_.InstallEcmp(Group({}));
+  EXPECT_THAT(Events(), ElementsAre("log 10 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:25 "
+                                    "[TX ===>] hai:ecmp:Install ECMP=(db_id=7)",
+                                    "hal InstallEcmpEncap EcmpEncapsulationMessage db_id: 7",
+                                    "AppMessage destroyed"));
+}
+
+TEST_F(EcmpGroupTest, DbIdZeroIsSentAsPresent) {
+  testing_support::SetTrace(false);
+  adapter_.InstallEcmp(EcmpData{});
+  adapter_.DestroyEcmp(EcmpData{});
+  EXPECT_THAT(Events(), ElementsAre("hal InstallEcmpEncap EcmpEncapsulationMessage db_id: 0",
+                                    "AppMessage destroyed",
+                                    "hal DestroyEcmpEncap EcmpEncapsulationMessage db_id: 0",
+                                    "AppMessage destroyed"));
+}
+
+TEST_F(EcmpGroupTest, LargestNumbersAreUnsigned) {
+  constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  adapter_.InstallEcmp(EcmpData{kLargest, {kLargest, 0}});
+  adapter_.DestroyEcmp(EcmpData{kLargest, {}});
+  EXPECT_THAT(Events(),
+              ElementsAre("log 10 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:25 "
+                          "[TX ===>] hai:ecmp:Install ECMP=(db_id=4294967295)",
+                          "hal InstallEcmpEncap EcmpEncapsulationMessage db_id: 4294967295 "
+                          "members: 4294967295 members: 0",
+                          "AppMessage destroyed",
+                          "log 10 src/dest_ecmp/hai/hai_dest_ecmp DestroyEcmp:36 "
+                          "[TX ===>] hai:ecmp:Delete ECMP=(db_id=4294967295)",
+                          "hal DestroyEcmpEncap EcmpEncapsulationMessage db_id: 4294967295",
+                          "AppMessage destroyed"));
+}
+
+TEST_F(EcmpGroupTest, ManyMembersKeepTheirOrder) {
+  std::vector<unsigned int> members;
+  for (unsigned int i = 0; i < 1000; ++i) members.push_back(i * 7919 % 1000);
+  std::vector<unsigned int> sent;
+  client_.on_request = [&](AppMessage* wrapper) {
+    const auto& list = dynamic_cast<EcmpEncapsulationMessage&>(*wrapper).encap()->members();
+    sent.assign(list.begin(), list.end());
+  };
+  adapter_.InstallEcmp(Group(members));
+  EXPECT_EQ(sent, members);
+}
+
+// The next hops are a list by value: taking it is an allocation.
+
+TEST_F(EcmpGroupTest, DestroyDoesNotTakeTheNextHops) {
+  testing_support::SetTrace(false);
+  WithoutClient();
+  testing_support::SetLogHook([] {});
+  const auto allocations_of_destroy = [this](const EcmpData& group) {
+    std::vector<std::string>().swap(Events());
+    const std::size_t before = AllocationCount();
+    adapter_.DestroyEcmp(group);
+    return AllocationCount() - before;
+  };
+  const EcmpData empty = Group({});
+  const EcmpData full = Group({12, 15});
+  EXPECT_EQ(allocations_of_destroy(full), allocations_of_destroy(empty));
+}
+
+TEST_F(EcmpGroupTest, FailureToTakeTheNextHopsPropagatesBeforeAnythingElse) {
+  const EcmpData group = Group({12, 15});
+  const std::ptrdiff_t before = LiveWithoutEvents();
+  testing_support::FailAllocation(1);
+  EXPECT_THROW(adapter_.InstallEcmp(group), std::bad_alloc);
+  EXPECT_THAT(Events(), IsEmpty());
+  EXPECT_EQ(LiveAllocations(), before);
+}
+
+TEST_F(EcmpGroupTest, FailureToGrowTheMembersDestroysTheWrapperAndTheNextHops) {
+  const EcmpData group = Group({12, 15});
+  const std::ptrdiff_t before = LiveWithoutEvents();
+  // The first allocation is the list of next hops.
+  testing_support::FailAllocation(2);
+  EXPECT_THROW(adapter_.InstallEcmp(group), std::bad_alloc);
+  EXPECT_THAT(Events(), ElementsAre("AppMessage destroyed"));
+  EXPECT_EQ(LiveWithoutEvents(), before);
+}
+
+constexpr std::uintptr_t kExampleAddress = 0x0000557612340040;
+
+void FillExample(encapsulation::EcmpMessage* message) {
+  message->set_db_id(7);
+  message->add_members(12);
+  message->add_members(15);
+}
+
+using EcmpRenderingTest = testing_support::HaiTest;
+
+TEST_F(EcmpRenderingTest, ExampleAtItsAddress) {
+  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  FillExample(wrapper->encap());
+  EXPECT_EQ(wrapper->ToString(true),
+            "EcmpEncapsulationMessage(this=0x0000557612340040): "
+            "EcmpMessage(destination id(7) EcmpMembers[ 12 15 ])");
+}
+
+TEST_F(EcmpRenderingTest, ExampleNotFull) {
+  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  FillExample(wrapper->encap());
+  EXPECT_EQ(wrapper->ToString(false), "EcmpEncapsulationMessage(this=0x0000557612340040)");
+}
+
+TEST_F(EcmpRenderingTest, ExampleWithoutMembers) {
+  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  wrapper->encap()->set_db_id(7);
+  EXPECT_EQ(wrapper->ToString(true),
+            "EcmpEncapsulationMessage(this=0x0000557612340040): EcmpMessage(destination id(7))");
+}
+
+TEST_F(EcmpRenderingTest, AbsentDbIdReadsAsZero) {
+  EcmpEncapsulationMessage wrapper;
+  EXPECT_EQ(wrapper.ToString(true), "EcmpEncapsulationMessage(this=" + Address(&wrapper) +
+                                        "): EcmpMessage(destination id(0))");
+  wrapper.encap()->add_members(12);
+  EXPECT_EQ(wrapper.ToString(true), "EcmpEncapsulationMessage(this=" + Address(&wrapper) +
+                                        "): EcmpMessage(destination id(0) EcmpMembers[ 12 ])");
+}
+
+TEST_F(EcmpRenderingTest, NumbersAreUnsignedAndRepeated) {
+  EcmpEncapsulationMessage wrapper;
+  constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  wrapper.encap()->set_db_id(kLargest);
+  for (const std::uint32_t member : {kLargest, 0U, kLargest}) wrapper.encap()->add_members(member);
+  EXPECT_EQ(wrapper.ToString(true), "EcmpEncapsulationMessage(this=" + Address(&wrapper) +
+                                        "): EcmpMessage(destination id(4294967295) "
+                                        "EcmpMembers[ 4294967295 0 4294967295 ])");
+}
+
+TEST_F(EcmpRenderingTest, LongListOfMembersIsShownWhole) {
+  EcmpEncapsulationMessage wrapper;
+  std::string members;
+  for (std::uint32_t member = 0; member < 1000; ++member) {
+    wrapper.encap()->add_members(member);
+    members += std::to_string(member) + " ";
+  }
+  EXPECT_EQ(wrapper.ToString(true), "EcmpEncapsulationMessage(this=" + Address(&wrapper) +
+                                        "): EcmpMessage(destination id(0) EcmpMembers[ " + members +
+                                        "])");
+}
+
+TEST_F(EcmpRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
+  EcmpEncapsulationMessage wrapper;
+  FillExample(wrapper.encap());
+  const HalL3MplsEncapsulationPrintable& printable = wrapper;
+  ASSERT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper));
+  EXPECT_EQ(printable.ToString(false), "EcmpEncapsulationMessage(this=" + Address(&wrapper) + ")");
+  EXPECT_EQ(printable.ToString(true), wrapper.ToString(true));
+}
+
+class EcmpWrapperTest : public testing_support::HaiTest {
+ protected:
+  /// The held message as text.
+  std::string Held() { return wrapper_.encap()->ShortDebugString(); }
+
+  EcmpEncapsulationMessage wrapper_;
+};
+
+TEST_F(EcmpWrapperTest, HoldsItsMessageByValue) {
+  EXPECT_EQ(wrapper_.message(), wrapper_.encap());
+  const void* held = wrapper_.encap();
+  EXPECT_TRUE(std::less<>()(static_cast<const void*>(&wrapper_), held));
+  EXPECT_TRUE(std::less<>()(held, static_cast<const void*>(&wrapper_ + 1)));
+}
+
+TEST_F(EcmpWrapperTest, MakingOneAllocatesNothing) {
+  const std::size_t before = AllocationCount();
+  const EcmpEncapsulationMessage wrapper;
+  EXPECT_EQ(AllocationCount(), before);
+}
+
+TEST_F(EcmpWrapperTest, UnserializeFillsTheHeldMessage) {
+  encapsulation::EcmpMessage sent;
+  FillExample(&sent);
+  std::string frame = Frame(sent.SerializeAsString());
+  const google::protobuf::Message* message = wrapper_.message();
+  EXPECT_TRUE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(Held(), "db_id: 7 members: 12 members: 15");
+  EXPECT_EQ(wrapper_.message(), message);
+}
+
+TEST_F(EcmpWrapperTest, UnserializeAllocatesNothingOfItsOwn) {
+  encapsulation::EcmpMessage sent;
+  sent.set_db_id(7);
+  std::string frame = Frame(sent.SerializeAsString());
+  const std::size_t before = AllocationCount();
+  EXPECT_TRUE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(AllocationCount(), before);
+  EXPECT_EQ(Held(), "db_id: 7");
+}
+
+TEST_F(EcmpWrapperTest, UnserializeReplacesWhatWasHeld) {
+  FillExample(wrapper_.encap());
+  encapsulation::EcmpMessage sent;
+  sent.add_members(3);
+  std::string frame = Frame(sent.SerializeAsString());
+  EXPECT_TRUE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(Held(), "members: 3");
+}
+
+TEST_F(EcmpWrapperTest, UnserializeOfAnEmptyPayloadClears) {
+  FillExample(wrapper_.encap());
+  std::string frame = Frame("");
+  EXPECT_TRUE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(Held(), "");
+}
+
+TEST_F(EcmpWrapperTest, UnserializeReadsNoFurtherThanTheLength) {
+  encapsulation::EcmpMessage sent;
+  sent.set_db_id(7);
+  const std::string payload = sent.SerializeAsString();
+  std::string frame = Frame(payload + "\xff\xff", static_cast<std::uint32_t>(payload.size()));
+  EXPECT_TRUE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(Held(), "db_id: 7");
+}
+
+TEST_F(EcmpWrapperTest, UnserializeOfABadPayloadFails) {
+  FillExample(wrapper_.encap());
+  std::string frame = Frame("\x07");
+  EXPECT_FALSE(wrapper_.Unserialize(frame.data()));
+  EXPECT_EQ(Held(), "");
+}
+
+TEST_F(EcmpWrapperTest, UnserializeOfAnOverlongLengthFailsAndClears) {
+  for (const std::uint32_t length : {0x80000000U, 0xFFFFFFFFU}) {
+    wrapper_.encap()->Clear();
+    FillExample(wrapper_.encap());
+    std::string frame = Frame("", length);
+    EXPECT_FALSE(wrapper_.Unserialize(frame.data())) << length;
+    EXPECT_EQ(Held(), "") << length;
+  }
+}
+
+}  // namespace
+}  // namespace dest_mng

@@ -1,0 +1,293 @@
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "tests/support/hai_test.h"
+#include "tests/support/mapped_memory.h"
+#include "zuskux/vlan_encapsulation_message.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing_support::Address;
+using testing_support::InterfaceIds;
+
+using encapsulation::VlanMessage;
+
+// A lim id's bytes in a message.
+std::string LimId(std::uint32_t id) {
+  std::string bytes(sizeof id, '\0');
+  std::memcpy(bytes.data(), &id, sizeof id);
+  return bytes;
+}
+
+std::string Mac(std::string_view bytes) { return std::string(bytes); }
+
+constexpr std::string_view kMac("\x00\x11\x22\x33\x44\x55", 6);
+
+class VlanRenderingTest : public testing_support::HaiTest {
+ protected:
+  VlanRenderingTest()
+      : message_(new VlanMessage), wrapper_(std::unique_ptr<VlanMessage>(message_)) {
+    InterfaceIds().name = "eth3";
+    InterfaceIds().type = 0x02;
+    InterfaceIds().ifindex = 0x01000103;
+  }
+
+  // What follows the name and the address in the full rendering.
+  std::string Fields() const {
+    const std::string prefix = "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")";
+    const std::string text = wrapper_.ToString(true);
+    EXPECT_EQ(text.substr(0, prefix.size()), prefix);
+    return text.substr(prefix.size());
+  }
+
+  VlanMessage* message_;
+  VlanEncapsulationMessage wrapper_;
+};
+
+void FillWorkedExample(VlanMessage* message) {
+  message->set_vlan_destination_id(12);
+  message->set_lim_id(LimId(0x01020304));
+  message->set_vrf(5);
+  message->set_mtu(1500);
+  message->set_source_mac_address(Mac(kMac));
+}
+
+TEST_F(VlanRenderingTest, ShowsEveryField) {
+  FillWorkedExample(message_);
+
+  EXPECT_EQ(wrapper_.ToString(true),
+            "VlanEncapsulationMessage(this=" + Address(&wrapper_) +
+                "): VlanMessage(vlan destination id(12), lim id(name=eth3, type=0x02, "
+                "value=0x000103), vrf=5, mtu=1500, source mac address(00:11:22:33:44:55))");
+}
+
+TEST_F(VlanRenderingTest, ShowsAbsentFieldsAsEmpty) {
+  EXPECT_EQ(wrapper_.ToString(true),
+            "VlanEncapsulationMessage(this=" + Address(&wrapper_) +
+                "): VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                "source source mac address(Empty))");
+}
+
+TEST_F(VlanRenderingTest, ShowsItsOwnAddress) {
+  auto message = std::make_unique<VlanMessage>();
+  FillWorkedExample(message.get());
+  const testing_support::ObjectAt<VlanEncapsulationMessage> full(0x00007FFC1A2B3C40,
+                                                                 std::move(message));
+  ASSERT_NE(full.get(), nullptr) << "the address is taken in this process; run again";
+
+  EXPECT_EQ(full.get()->ToString(true),
+            "VlanEncapsulationMessage(this=0x00007FFC1A2B3C40): VlanMessage(vlan destination "
+            "id(12), lim id(name=eth3, type=0x02, value=0x000103), vrf=5, mtu=1500, source mac "
+            "address(00:11:22:33:44:55))");
+  EXPECT_EQ(full.get()->ToString(false), "VlanEncapsulationMessage(this=0x00007FFC1A2B3C40)");
+}
+
+TEST_F(VlanRenderingTest, ShowsItsOwnAddressWithNothingToShow) {
+  const testing_support::ObjectAt<VlanEncapsulationMessage> empty(0x00007FFC1A2B3C40,
+                                                                  std::make_unique<VlanMessage>());
+  ASSERT_NE(empty.get(), nullptr) << "the address is taken in this process; run again";
+  const HalL3MplsEncapsulationPrintable& printable = *empty.get();
+
+  constexpr char kExpected[] =
+      "VlanEncapsulationMessage(this=0x00007FFC1A2B3C40): VlanMessage(vlan destination id(0), lim "
+      "id(Empty), vrf=Empty, mtu=Empty, source source mac address(Empty))";
+  EXPECT_EQ(empty.get()->ToString(true), kExpected);
+  EXPECT_EQ(printable.ToString(true), kExpected);
+}
+
+TEST_F(VlanRenderingTest, ShowsNameAndAddressOnlyWhenShort) {
+  const std::string expected = "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")";
+  EXPECT_EQ(wrapper_.ToString(false), expected);
+  FillWorkedExample(message_);
+
+  EXPECT_EQ(wrapper_.ToString(false), expected);
+  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
+}
+
+TEST_F(VlanRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
+  const HalL3MplsEncapsulationPrintable& printable = wrapper_;
+  FillWorkedExample(message_);
+
+  EXPECT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper_));
+  EXPECT_EQ(printable.ToString(false), "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")");
+  EXPECT_EQ(printable.ToString(true), wrapper_.ToString(true));
+}
+
+TEST_F(VlanRenderingTest, ShowsNoListAndNoCapability) {
+  const std::string before = Fields();
+  message_->add_capabilities(encapsulation::VLAN_CAPABILITY_ROUTED);
+  message_->add_list_values("a");
+
+  EXPECT_EQ(Fields(), before);
+}
+
+TEST_F(VlanRenderingTest, ReadsWithoutAMessageLikeAnEmptyOne) {
+  const VlanEncapsulationMessage without;
+
+  EXPECT_EQ(without.ToString(true),
+            "VlanEncapsulationMessage(this=" + Address(&without) +
+                "): VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                "source source mac address(Empty))");
+}
+
+struct FieldCase {
+  const char* name;
+  void (*set)(VlanMessage* message);
+  const char* expected;
+};
+
+class VlanFieldTest : public VlanRenderingTest, public ::testing::WithParamInterface<FieldCase> {};
+
+TEST_P(VlanFieldTest, IsShown) {
+  GetParam().set(message_);
+
+  EXPECT_EQ(Fields(), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , VlanFieldTest,
+    ::testing::Values(
+        FieldCase{"DestinationId0",
+                  [](VlanMessage* message) { message->set_vlan_destination_id(0); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                  "source source mac address(Empty))"},
+        FieldCase{"DestinationIdLargest",
+                  [](VlanMessage* message) { message->set_vlan_destination_id(0xFFFFFFFF); },
+                  ": VlanMessage(vlan destination id(4294967295), lim id(Empty), vrf=Empty, "
+                  "mtu=Empty, source source mac address(Empty))"},
+        FieldCase{"LimId", [](VlanMessage* message) { message->set_lim_id(LimId(1)); },
+                  ": VlanMessage(vlan destination id(0), lim id(name=eth3, type=0x02, "
+                  "value=0x000103), vrf=Empty, mtu=Empty, source source mac address(Empty))"},
+        FieldCase{"Vrf", [](VlanMessage* message) { message->set_vrf(5); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=5, mtu=Empty, "
+                  "source source mac address(Empty))"},
+        FieldCase{"Vrf0", [](VlanMessage* message) { message->set_vrf(0); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=0, mtu=Empty, "
+                  "source source mac address(Empty))"},
+        FieldCase{"VrfLargest", [](VlanMessage* message) { message->set_vrf(0xFFFFFFFF); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=4294967295, mtu=Empty, "
+                  "source source mac address(Empty))"},
+        FieldCase{"Mtu", [](VlanMessage* message) { message->set_mtu(1500); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=1500, "
+                  "source source mac address(Empty))"},
+        FieldCase{"Mtu0", [](VlanMessage* message) { message->set_mtu(0); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                  "source source mac address(Empty))"},
+        FieldCase{"MtuLargest", [](VlanMessage* message) { message->set_mtu(0xFFFFFFFF); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=4294967295, "
+                  "source source mac address(Empty))"},
+        FieldCase{"SourceMac",
+                  [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac)); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                  "source mac address(00:11:22:33:44:55))"},
+        FieldCase{
+            "SourceMacShort",
+            [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac.substr(0, 3))); },
+            ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+            "source mac address(00:11:22:00:00:00))"},
+        FieldCase{"SourceMacPresentAndEmpty",
+                  [](VlanMessage* message) { message->set_source_mac_address(""); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                  "source mac address(00:00:00:00:00:00))"},
+        FieldCase{"SourceMacLong",
+                  [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac) + "more"); },
+                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
+                  "source mac address(00:11:22:33:44:55))"}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+// Interface ids.
+
+TEST_F(VlanRenderingTest, AsksForTheLimIdInHostByteOrder) {
+  message_->set_lim_id(LimId(0x01020304));
+  wrapper_.ToString(true);
+
+  EXPECT_THAT(InterfaceIds().calls,
+              ElementsAre("limid_to_type(0x01020304)", "limid_to_ifindex(0x01020304)",
+                          "limid_to_intfname(0x01020304, size 64, flags 0)"));
+}
+
+TEST_F(VlanRenderingTest, ReadsTheFirst4BytesOfALongLimId) {
+  message_->set_lim_id(LimId(0x01020304) + "more");
+  wrapper_.ToString(true);
+
+  EXPECT_THAT(InterfaceIds().calls,
+              ElementsAre("limid_to_type(0x01020304)", "limid_to_ifindex(0x01020304)",
+                          "limid_to_intfname(0x01020304, size 64, flags 0)"));
+}
+
+TEST_F(VlanRenderingTest, ReadsMissingBytesOfAShortLimIdAs0) {
+  const std::string whole = LimId(0x7F6F5F4F);
+  for (std::size_t size = 0; size < 4; ++size) {
+    InterfaceIds().calls.clear();
+    message_->set_lim_id(whole.substr(0, size));
+    std::uint32_t id = 0;
+    std::memcpy(&id, whole.data(), size);
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "limid_to_type(0x%08x)", id);
+
+    EXPECT_EQ(Fields(),
+              ": VlanMessage(vlan destination id(0), lim id(name=eth3, type=0x02, value=0x000103), "
+              "vrf=Empty, mtu=Empty, source source mac address(Empty))");
+    ASSERT_EQ(InterfaceIds().calls.size(), 3U);
+    EXPECT_EQ(InterfaceIds().calls.front(), expected);
+  }
+}
+
+TEST_F(VlanRenderingTest, AsksForNoLimIdThatIsAbsent) {
+  message_->set_source_mac_address(Mac(kMac));
+  wrapper_.ToString(true);
+
+  EXPECT_THAT(InterfaceIds().calls, ElementsAre("MACAddr(00:11:22:33:44:55)"));
+}
+
+struct InterfaceCase {
+  const char* name;
+  std::optional<std::string> interface_name;
+  std::optional<std::uint8_t> type;
+  std::optional<std::uint32_t> ifindex;
+  std::string expected;
+};
+
+class VlanInterfaceTest : public VlanRenderingTest,
+                          public ::testing::WithParamInterface<InterfaceCase> {};
+
+TEST_P(VlanInterfaceTest, IsShown) {
+  InterfaceIds().name = GetParam().interface_name;
+  InterfaceIds().type = GetParam().type;
+  InterfaceIds().ifindex = GetParam().ifindex;
+  message_->set_lim_id(LimId(1));
+
+  EXPECT_EQ(Fields(), ": VlanMessage(vlan destination id(0), " + GetParam().expected +
+                          ", vrf=Empty, mtu=Empty, source source mac address(Empty))");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , VlanInterfaceTest,
+    ::testing::Values(
+        InterfaceCase{"Unknown", {}, {}, {}, "lim id(name=, type=0x00, value=0x000000)"},
+        InterfaceCase{"WithoutType", "eth3", {}, 7, "lim id(name=eth3, type=0x00, value=0x000007)"},
+        InterfaceCase{"WithoutName", {}, 2, 7, "lim id(name=, type=0x02, value=0x000007)"},
+        InterfaceCase{"LargestType", "e", 0xFF, 0, "lim id(name=e, type=0xFF, value=0x000000)"},
+        InterfaceCase{"LargestIndex", "e", 1, 0xFFFFFF,
+                      "lim id(name=e, type=0x01, value=0xFFFFFF)"},
+        InterfaceCase{"IndexOf25Bits", "e", 1, 0x1000000,
+                      "lim id(name=e, type=0x01, value=0x000000)"},
+        InterfaceCase{"IndexOf32Bits", "e", 1, 0xFEDCBA98,
+                      "lim id(name=e, type=0x01, value=0xDCBA98)"},
+        InterfaceCase{"NameWithTerminator", std::string("ab\0cd", 5), 1, 1,
+                      "lim id(name=ab, type=0x01, value=0x000001)"},
+        InterfaceCase{"NameOf63", std::string(63, 'n'), 1, 1,
+                      "lim id(name=" + std::string(63, 'n') + ", type=0x01, value=0x000001)"},
+        InterfaceCase{"NameOf64", std::string(64, 'n'), 1, 1,
+                      "lim id(name=" + std::string(64, 'n') + ", type=0x01, value=0x000001)"}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+}  // namespace
