@@ -1,0 +1,172 @@
+#include "reference/site/checker.h"
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/stubs/strutil.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/join.hpp>
+#include <boost/locale/utf.hpp>
+#include <tuple>
+#include <utility>
+
+namespace reference {
+namespace {
+
+using google::protobuf::FieldDescriptor;
+
+Place FindPlace(const Entry::Places& places, const FieldDescriptor& field, int index) {
+  // [a, b] is one place for all its values, and then there are fewer places than values.
+  auto location = places.GetLocation(&field, field.is_repeated() ? index : -1);
+  if (location.line < 0) location = places.GetLocation(&field, field.is_repeated() ? 0 : -1);
+  return {location.line + 1, location.column + 1};
+}
+
+bool IsUtf8(const std::string& text) {
+  namespace utf = boost::locale::utf;
+  for (auto at = text.begin(); at != text.end();) {
+    if (!utf::is_valid_codepoint(utf::utf_traits<char>::decode(at, text.end()))) return false;
+  }
+  return true;
+}
+
+bool IsControl(char c) { return ('\0' <= c && c < ' ') || c == '\x7f'; }
+
+}  // namespace
+
+std::string Quote(std::string_view view) {
+  namespace strings = google::protobuf::strings;
+  const std::string text(view);
+  return '"' + (IsUtf8(text) ? strings::Utf8SafeCEscape(text) : google::protobuf::CEscape(text)) +
+         '"';
+}
+
+std::string Join(const std::vector<std::string_view>& words) {
+  return boost::algorithm::join(std::vector<std::string>(words.begin(), words.end()), ", ");
+}
+
+Entry::Entry(const google::protobuf::Message& file, const Places* places,
+             const FieldDescriptor& kind, int index)
+    : message_(file.GetReflection()->GetRepeatedMessage(file, &kind, index)),
+      reflection_(*message_.GetReflection()),
+      kind_(kind),
+      places_(places == nullptr ? nullptr : places->GetTreeForNested(&kind, index)) {
+  if (places != nullptr) place_ = FindPlace(*places, kind, index);
+}
+
+bool Entry::Has(int field) const { return reflection_.HasField(message_, Field(field)); }
+
+std::int64_t Entry::Number(int field) const { return reflection_.GetInt64(message_, Field(field)); }
+
+const std::string& Entry::Text(int field) const {
+  return reflection_.GetStringReference(message_, Field(field), nullptr);
+}
+
+int Entry::Count(int field) const { return reflection_.FieldSize(message_, Field(field)); }
+
+const std::string& Entry::Text(int field, int index) const {
+  return reflection_.GetRepeatedStringReference(message_, Field(field), index, nullptr);
+}
+
+const std::string& Entry::FieldName(int field) const { return Field(field)->name(); }
+
+Place Entry::PlaceOf(int field, int index) const {
+  if (places_ == nullptr) return place_;
+  const Place place = FindPlace(*places_, *Field(field), index);
+  return place.line > 0 ? place : place_;
+}
+
+std::string Entry::Describe() const {
+  const FieldDescriptor* name = message_.GetDescriptor()->FindFieldByName("name");
+  const std::string& text = reflection_.GetStringReference(message_, name, nullptr);
+  return text.empty() ? kind_.name() : kind_.name() + ' ' + Quote(text);
+}
+
+void Checker::Add(Place place, std::string text) {
+  errors_.push_back({place.line, place.column, std::move(text)});
+}
+
+std::optional<std::uint32_t> Checker::Number(const Entry& entry, int field, Range range) {
+  if (!entry.Has(field)) return std::nullopt;
+  const std::int64_t value = entry.Number(field);
+  if (!range.Contains(value)) {
+    Add(entry.PlaceOf(field), entry.FieldName(field) + ' ' + std::to_string(value) +
+                                  " is out of range; use " + std::to_string(range.first) + " to " +
+                                  std::to_string(range.last));
+    return std::nullopt;
+  }
+  return static_cast<std::uint32_t>(value);
+}
+
+std::uint32_t Checker::RequiredNumber(const Entry& entry, int field, Range range) {
+  if (!entry.Has(field)) {
+    AddMissing(
+        entry, field,
+        "N with N from " + std::to_string(range.first) + " to " + std::to_string(range.last));
+  }
+  return Number(entry, field, range).value_or(0);
+}
+
+std::string Checker::RequiredText(const Entry& entry, int field) {
+  const std::string& text = entry.Text(field);
+  if (text.empty()) AddMissing(entry, field, R"("...")");
+  CheckText(entry, field, entry.PlaceOf(field), text);
+  return text;
+}
+
+std::vector<std::string> Checker::Texts(const Entry& entry, int field) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < entry.Count(field); ++i) {
+    texts.push_back(entry.Text(field, i));
+    CheckText(entry, field, entry.PlaceOf(field, i), texts.back());
+  }
+  return texts;
+}
+
+std::optional<Mac> Checker::MacAddress(const Entry& entry, int field) {
+  if (!entry.Has(field)) return std::nullopt;
+  std::optional<Mac> mac = ParseMac(entry.Text(field));
+  if (!mac) {
+    Add(entry.PlaceOf(field),
+        "bad MAC address " + Quote(entry.Text(field)) +
+            R"(; write six hexadecimal pairs with colons, as in "02:00:00:00:01:0a")");
+  }
+  return mac;
+}
+
+std::string Checker::IpAddress(const Entry& entry, int field) {
+  if (!entry.Has(field)) return {};
+  const std::optional<std::string> bytes = ParseIp(entry.Text(field));
+  if (!bytes) {
+    Add(entry.PlaceOf(field),
+        "bad IP address " + Quote(entry.Text(field)) +
+            R"(; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")");
+  }
+  return bytes.value_or("");
+}
+
+std::vector<SiteError> Checker::TakeErrors() {
+  std::stable_sort(errors_.begin(), errors_.end(), [](const SiteError& a, const SiteError& b) {
+    return std::tie(a.line, a.column) < std::tie(b.line, b.column);
+  });
+  return std::move(errors_);
+}
+
+void Checker::AddMissing(const Entry& entry, int field, const std::string& remedy) {
+  const std::string& name = entry.FieldName(field);
+  Add(entry.PlaceOf(field), entry.Describe() + " has no " + name + "; add " + name + ": " + remedy);
+}
+
+void Checker::AddUnknownWord(const Entry& entry, int field, int index,
+                             const std::vector<std::string_view>& words) {
+  Add(entry.PlaceOf(field, index), "unknown " + entry.FieldName(field) + ' ' +
+                                       Quote(entry.Text(field, index)) +
+                                       "; use one of: " + Join(words));
+}
+
+void Checker::CheckText(const Entry& entry, int field, Place place, const std::string& text) {
+  if (IsUtf8(text) && std::none_of(text.begin(), text.end(), IsControl)) return;
+  Add(place, entry.FieldName(field) + ' ' + Quote(text) +
+                 " is not plain text; write UTF-8 without control characters");
+}
+
+}  // namespace reference

@@ -1,0 +1,134 @@
+#ifndef ZUSKUX_REFERENCE_SITE_CHECKER_H_
+#define ZUSKUX_REFERENCE_SITE_CHECKER_H_
+
+#include <google/protobuf/message.h>
+#include <google/protobuf/text_format.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "reference/site/site_reader.h"
+#include "reference/site/site_values.h"
+
+namespace reference {
+
+/// A place in a site file, counted from 1; zeros while no places are recorded.
+struct Place {
+  int line = 0;
+  int column = 0;
+};
+
+/// One entry of a site file: its message and, if recorded, the places of its fields. Fields are
+/// named by their numbers. Refers to the file and to the places, which outlive it.
+class Entry {
+ public:
+  using Places = google::protobuf::TextFormat::ParseInfoTree;
+
+  /// The `index`-th entry of the kind `kind` in `file`. `places` are those of the file, or null.
+  Entry(const google::protobuf::Message& file, const Places* places,
+        const google::protobuf::FieldDescriptor& kind, int index);
+
+  bool Has(int field) const;
+  std::int64_t Number(int field) const;
+  const std::string& Text(int field) const;
+  int Count(int field) const;
+  const std::string& Text(int field, int index) const;
+
+  /// The field as the file spells it.
+  const std::string& FieldName(int field) const;
+  /// Of the value of a field; of the entry when the field is missing.
+  Place PlaceOf(int field, int index = 0) const;
+  /// "vlan", or with its name: "vlan "core-a"".
+  std::string Describe() const;
+
+ private:
+  const google::protobuf::FieldDescriptor* Field(int field) const {
+    return message_.GetDescriptor()->FindFieldByNumber(field);
+  }
+
+  const google::protobuf::Message& message_;
+  const google::protobuf::Reflection& reflection_;
+  const google::protobuf::FieldDescriptor& kind_;
+  const Places* places_;
+  Place place_;
+};
+
+/// Both ends are allowed.
+struct Range {
+  std::int64_t first = 0;
+  std::int64_t last = std::numeric_limits<std::uint32_t>::max();
+
+  bool Contains(std::int64_t value) const { return first <= value && value <= last; }
+};
+
+inline constexpr Range kUint32;
+inline constexpr Range kIds{1};
+
+/// Reads the fields of a site file's entries and keeps the mistakes. After a mistake it goes on
+/// with a value that stands for none, so that all mistakes come out of one reading.
+class Checker {
+ public:
+  void Add(Place place, std::string text);
+
+  std::optional<std::uint32_t> Number(const Entry& entry, int field, Range range = kUint32);
+  std::uint32_t RequiredNumber(const Entry& entry, int field, Range range = kUint32);
+  std::string RequiredText(const Entry& entry, int field);
+  std::vector<std::string> Texts(const Entry& entry, int field);
+  std::optional<Mac> MacAddress(const Entry& entry, int field);
+  /// 4 or 16 bytes in network byte order; empty when missing.
+  std::string IpAddress(const Entry& entry, int field);
+
+  /// The values of a repeated field that takes the words of `table`.
+  template <class Value, std::size_t size>
+  std::vector<Value> Words(const Entry& entry, int field,
+                           const std::array<Keyword<Value>, size>& table) {
+    std::vector<Value> values;
+    for (int i = 0; i < entry.Count(field); ++i) {
+      if (const Keyword<Value>* keyword = FindKeyword(table, entry.Text(field, i))) {
+        values.push_back(keyword->value);
+      } else {
+        std::vector<std::string_view> words;
+        words.reserve(size);
+        for (const Keyword<Value>& known : table) words.push_back(known.word);
+        AddUnknownWord(entry, field, i, words);
+      }
+    }
+    return values;
+  }
+
+  bool HasErrors() const { return !errors_.empty(); }
+  /// In the order of their places.
+  std::vector<SiteError> TakeErrors();
+
+ private:
+  template <class Value, std::size_t size>
+  static const Keyword<Value>* FindKeyword(const std::array<Keyword<Value>, size>& table,
+                                           std::string_view word) {
+    for (const Keyword<Value>& keyword : table) {
+      if (keyword.word == word) return &keyword;
+    }
+    return nullptr;
+  }
+
+  void AddMissing(const Entry& entry, int field, const std::string& remedy);
+  void AddUnknownWord(const Entry& entry, int field, int index,
+                      const std::vector<std::string_view>& words);
+  void CheckText(const Entry& entry, int field, Place place, const std::string& text);
+
+  std::vector<SiteError> errors_;
+};
+
+/// `view` in quotes, with what cannot be printed escaped.
+std::string Quote(std::string_view view);
+/// "a, b, c".
+std::string Join(const std::vector<std::string_view>& words);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SITE_CHECKER_H_

@@ -1,0 +1,35 @@
+#ifndef ZUSKUX_TESTS_SITE_READ_SITE_H_
+#define ZUSKUX_TESTS_SITE_READ_SITE_H_
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "reference/site/site.h"
+#include "reference/site/site_reader.h"
+
+namespace reference {
+
+using ReadResult = std::variant<Site, std::vector<SiteError>>;
+
+/// The mistakes of a result, one "<file>:<line>:<column>: <text>" a line; empty for a site.
+inline std::string Mistakes(const ReadResult& result, const std::string& file = "site.txtpb") {
+  std::string lines;
+  if (const auto* errors = std::get_if<std::vector<SiteError>>(&result)) {
+    for (const SiteError& error : *errors) lines += FormatSiteError(file, error) + '\n';
+  }
+  return lines;
+}
+
+/// The site of a result; the test fails if there is none.
+inline Site SiteOf(ReadResult result) {
+  EXPECT_EQ(Mistakes(result), "");
+  Site* site = std::get_if<Site>(&result);
+  return site == nullptr ? Site() : *site;
+}
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_SITE_READ_SITE_H_
