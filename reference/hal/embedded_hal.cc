@@ -1,0 +1,274 @@
+#include "reference/hal/embedded_hal.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace reference {
+
+/// The queue between the threads, the server's thread and its tables. No lock is held while
+/// anything of the host is called.
+class EmbeddedHal::Worker {
+ public:
+  explicit Worker(const EmbeddedHalOptions& options);
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
+  ~Worker();
+
+  void Start(HalReports reports);
+  HalReturnCode Submit(HalRequest request);
+  bool HasRoom();
+  void PushMark(void (HalTables::*mark)());
+  void Restart();
+  HalConnectionCounters counters() const;
+  HalTables SnapshotTables() const;
+
+ private:
+  /// A request, or a mark: the begin or the end of a reinstall.
+  struct Task {
+    HalRequest request;
+    /// Null for a request.
+    void (HalTables::*mark)() = nullptr;
+  };
+
+  /// A request that ended without the server's doing, without its payload.
+  struct Ended {
+    HalRequest request;
+    HalReturnCode code = kHalSuccess;
+  };
+
+  /// What there is to report before the next task, in the order of the members.
+  struct Reports {
+    std::vector<Ended> ended;
+    bool server_found = false;
+    bool room = false;
+  };
+
+  // On the server's thread, without a lock.
+  void Run();
+  std::optional<Reports> NextReports();
+  void ReportServerFound();
+  void CarryOutNextTask();
+  void CarryOut(const HalRequest& request, std::uint64_t generation);
+  void Report(const HalRequest& request, HalReturnCode code);
+
+  // On any thread, with `mutex_` held.
+  void Push(Task task);
+  void End(const HalRequest& request, HalReturnCode code);
+  bool RoomDue() const;
+
+  const EmbeddedHalOptions options_;
+  // Set before the thread starts.
+  HalReports reports_;
+
+  mutable std::mutex tables_mutex_;
+  HalTables tables_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  // Guarded by `mutex_`:
+  std::deque<Task> queue_;
+  std::vector<Ended> ended_;
+  bool server_found_due_ = true;
+  bool room_wanted_ = false;
+  bool stopping_ = false;
+  std::uint64_t generation_ = 0;
+  HalConnectionCounters counters_;
+
+  std::thread thread_;
+};
+
+EmbeddedHal::Worker::Worker(const EmbeddedHalOptions& options)
+    : options_(options), tables_(options.table_capacity) {}
+
+EmbeddedHal::Worker::~Worker() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  wake_.notify_one();
+  if (thread_.joinable()) thread_.join();
+}
+
+void EmbeddedHal::Worker::Start(HalReports reports) {
+  reports_ = std::move(reports);
+  thread_ = std::thread(&Worker::Run, this);
+}
+
+HalReturnCode EmbeddedHal::Worker::Submit(HalRequest request) {
+  const std::lock_guard lock(mutex_);
+  ++counters_.requests;
+  if (queue_.size() >= options_.queue_capacity) {
+    End(request, kHalQueueFull);
+    return kHalQueueFull;
+  }
+  Push({std::move(request), nullptr});
+  return kHalSuccess;
+}
+
+bool EmbeddedHal::Worker::HasRoom() {
+  const std::lock_guard lock(mutex_);
+  if (queue_.size() < options_.queue_capacity) return true;
+  room_wanted_ = true;
+  return false;
+}
+
+void EmbeddedHal::Worker::PushMark(void (HalTables::*mark)()) {
+  const std::lock_guard lock(mutex_);
+  Push({HalRequest(), mark});
+}
+
+void EmbeddedHal::Worker::Restart() {
+  const std::lock_guard lock(mutex_);
+  ++generation_;
+  for (const Task& task : queue_) {
+    if (task.mark == nullptr) End(task.request, kHalServerLost);
+  }
+  queue_.clear();
+  server_found_due_ = true;
+  wake_.notify_one();
+}
+
+HalConnectionCounters EmbeddedHal::Worker::counters() const {
+  const std::lock_guard lock(mutex_);
+  HalConnectionCounters counters = counters_;
+  counters.queued = queue_.size();
+  return counters;
+}
+
+HalTables EmbeddedHal::Worker::SnapshotTables() const {
+  const std::lock_guard lock(tables_mutex_);
+  return tables_;
+}
+
+void EmbeddedHal::Worker::Push(Task task) {
+  queue_.push_back(std::move(task));
+  counters_.queued_peak = std::max(counters_.queued_peak, queue_.size());
+  wake_.notify_one();
+}
+
+void EmbeddedHal::Worker::End(const HalRequest& request, HalReturnCode code) {
+  if (!HasResult(request.operation)) return;
+  ended_.push_back({{request.operation, request.id, request.secondary_id, {}}, code});
+  wake_.notify_one();
+}
+
+bool EmbeddedHal::Worker::RoomDue() const {
+  return room_wanted_ && queue_.size() <= options_.queue_capacity / 2;
+}
+
+void EmbeddedHal::Worker::Run() {
+  while (const auto reports = NextReports()) {
+    for (const Ended& ended : reports->ended) Report(ended.request, ended.code);
+    if (reports->server_found) ReportServerFound();
+    if (reports->room && reports_.room) reports_.room();
+    CarryOutNextTask();
+  }
+}
+
+// Waits for something to do; nothing when the thread is to end. What ended and the server found are
+// taken in one step because a restart adds them in one.
+std::optional<EmbeddedHal::Worker::Reports> EmbeddedHal::Worker::NextReports() {
+  std::unique_lock lock(mutex_);
+  wake_.wait(lock, [this] {
+    return stopping_ || !queue_.empty() || !ended_.empty() || server_found_due_ || RoomDue();
+  });
+  if (stopping_) return std::nullopt;
+  Reports reports;
+  reports.ended = std::exchange(ended_, {});
+  reports.server_found = std::exchange(server_found_due_, false);
+  reports.room = RoomDue();
+  if (reports.room) room_wanted_ = false;
+  return reports;
+}
+
+void EmbeddedHal::Worker::ReportServerFound() {
+  {
+    const std::lock_guard lock(tables_mutex_);
+    tables_.Clear();
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    // After another restart there are requests that have not had their results; they come first.
+    if (server_found_due_ || stopping_) return;
+    ++counters_.servers_found;
+  }
+  if (reports_.server_found) reports_.server_found();
+}
+
+void EmbeddedHal::Worker::CarryOutNextTask() {
+  Task task;
+  std::uint64_t generation = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    // Behind a restart the queue is the new server's, which has to be found first.
+    if (queue_.empty() || server_found_due_ || stopping_) return;
+    task = std::move(queue_.front());
+    queue_.pop_front();
+    generation = generation_;
+  }
+  if (task.mark == nullptr) {
+    CarryOut(task.request, generation);
+    return;
+  }
+  const std::lock_guard lock(tables_mutex_);
+  (tables_.*task.mark)();
+}
+
+void EmbeddedHal::Worker::CarryOut(const HalRequest& request, std::uint64_t generation) {
+  if (options_.before_apply) options_.before_apply(request);
+  HalReturnCode code = kHalSuccess;
+  {
+    const std::lock_guard lock(tables_mutex_);
+    code = tables_.Apply(request);
+  }
+  if (!HasResult(request.operation)) return;
+  {
+    const std::lock_guard lock(mutex_);
+    if (generation != generation_) {
+      ++counters_.late_results;
+      code = kHalServerLost;
+    }
+  }
+  Report(request, code);
+}
+
+void EmbeddedHal::Worker::Report(const HalRequest& request, HalReturnCode code) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopping_) return;
+    ++counters_.results;
+  }
+  ReportResult(reports_.results, request, code);
+}
+
+EmbeddedHal::EmbeddedHal(const EmbeddedHalOptions& options)
+    : worker_(std::make_unique<Worker>(options)) {}
+
+EmbeddedHal::~EmbeddedHal() = default;
+
+void EmbeddedHal::Start(HalReports reports) { worker_->Start(std::move(reports)); }
+
+bool EmbeddedHal::HasRoom() { return worker_->HasRoom(); }
+
+void EmbeddedHal::BeginReinstall() { worker_->PushMark(&HalTables::BeginReinstall); }
+
+void EmbeddedHal::EndReinstall() { worker_->PushMark(&HalTables::EndReinstall); }
+
+HalConnectionCounters EmbeddedHal::counters() const { return worker_->counters(); }
+
+void EmbeddedHal::Restart() { worker_->Restart(); }
+
+HalTables EmbeddedHal::SnapshotTables() const { return worker_->SnapshotTables(); }
+
+HalReturnCode EmbeddedHal::Submit(HalRequest request) {
+  return worker_->Submit(std::move(request));
+}
+
+}  // namespace reference

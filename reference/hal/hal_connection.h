@@ -1,0 +1,115 @@
+#ifndef ZUSKUX_REFERENCE_HAL_HAL_CONNECTION_H_
+#define ZUSKUX_REFERENCE_HAL_HAL_CONNECTION_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "hal_client/hal_l3_mpls_encapsulation_client.h"
+#include "hal_client/hal_l3_mpls_encapsulation_client_callback_itf.h"
+#include "reference/hal/hal_code.h"
+#include "reference/hal/hal_request.h"
+
+namespace reference {
+
+/// Where a connection reports to. Everything here is called on the connection's own thread, one
+/// call at a time, never inside a request, and not after the connection's destructor returned.
+/// Requests and the other calls of the connection are allowed inside, its destruction is not.
+/// Nothing here throws.
+struct HalReports {
+  /// Takes the results. Not owned; outlives the connection.
+  HalL3MplsEncapsulationClientCallbackItf* results = nullptr;
+  /// The HAL server was found, at the start or after a restart: it holds nothing, or nothing that
+  /// can be relied on. Every request sent to an earlier server has had its result; one that was
+  /// sent after that server was lost goes to the one just found, behind this report. May be empty.
+  std::function<void()> server_found;
+  /// There is room again after `HasRoom` returned false. Once, however often it did. May be empty.
+  std::function<void()> room;
+};
+
+struct HalConnectionCounters {
+  /// All requests, VRF and refused ones included.
+  std::uint64_t requests = 0;
+  /// Results delivered, whatever their code; counted when their delivery begins.
+  std::uint64_t results = 0;
+  /// Results of an earlier server generation that arrived late and were not delivered.
+  std::uint64_t late_results = 0;
+  /// Reports that the server was found; counted when they begin.
+  std::uint64_t servers_found = 0;
+  /// Requests and reinstall marks that wait to be sent, now and at most so far.
+  std::size_t queued = 0;
+  std::size_t queued_peak = 0;
+};
+
+/// A HAL client of the reference system: what every client of the library is, plus what its host
+/// needs around the requests. Requests come on the manager's thread only, and so do the calls below
+/// unless they say otherwise.
+///
+/// Every VLAN, host, ECMP and MPLS request ends in exactly one result, also when it was refused,
+/// the server went away or did not answer.
+class HalConnection : public HalL3MplsEncapsulationClient {
+ public:
+  /// Starts reporting; the first report is that the server was found. Called once. Requests may
+  /// come earlier; they wait.
+  virtual void Start(HalReports reports) = 0;
+
+  /// Whether a request would be taken now. After `false`, `HalReports::room` follows.
+  virtual bool HasRoom() = 0;
+
+  // The two below keep their place among the requests. They are never refused, have no result, and
+  // are lost with the server that they were sent to.
+
+  /// Opens a reinstall: until `EndReinstall`, an install replaces what the server holds.
+  virtual void BeginReinstall() = 0;
+
+  /// Closes a reinstall: the server removes what no install since `BeginReinstall` named.
+  virtual void EndReinstall() = 0;
+
+  /// Callable on any thread.
+  virtual HalConnectionCounters counters() const = 0;
+
+  /// Succeeds without asking the server, and has no result.
+  ReturnCode InitEncapsulationModule() final;
+
+  // The requests: each is copied and handed to `Submit`.
+  ReturnCode InstallVrfIngressInterface(AppMessage* vrf) final;
+  ReturnCode DestroyVrfIngressInterface(AppMessage* vrf) final;
+  ReturnCode InstallVlanOutgoingEncapsulation(AppMessage* vlan) final;
+  ReturnCode DestroyVlanOutgoingEncapsulation(AppMessage* vlan) final;
+  ReturnCode ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) final;
+  ReturnCode InstallHostOutgoingEncapsulation(AppMessage* host) final;
+  ReturnCode DestroyHostOutgoingEncapsulation(AppMessage* host) final;
+  ReturnCode ReplaceHostOutgoingEncapsulation(AppMessage* host) final;
+  ReturnCode InstallEcmpEncap(AppMessage* ecmp) final;
+  ReturnCode DestroyEcmpEncap(AppMessage* ecmp) final;
+  ReturnCode InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
+  ReturnCode DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
+  ReturnCode ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
+
+ protected:
+  /// Takes the request, or refuses it: success, or the code that its result will carry. Either way
+  /// the result is reported later, never inside this call.
+  virtual HalReturnCode Submit(HalRequest request) = 0;
+};
+
+/// The code of the result that is being reported on this thread, success outside of a report. The
+/// notifications of the controllers do not carry it; their handlers, which run inside the report,
+/// read it here.
+HalReturnCode ReportedCode();
+
+/// Makes `code` the reported one on this thread for its lifetime, then again the one before. Around
+/// each call of a result operation, as `ReportResult` does.
+class ScopedReportedCode {
+ public:
+  explicit ScopedReportedCode(HalReturnCode code);
+  ScopedReportedCode(const ScopedReportedCode&) = delete;
+  ScopedReportedCode& operator=(const ScopedReportedCode&) = delete;
+  ~ScopedReportedCode();
+
+ private:
+  HalReturnCode previous_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_HAL_HAL_CONNECTION_H_

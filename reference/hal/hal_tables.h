@@ -1,0 +1,103 @@
+#ifndef ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_
+#define ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "reference/hal/hal_code.h"
+#include "reference/hal/hal_request.h"
+
+namespace reference {
+
+/// What two sides compare to see whether they hold the same: independent of order.
+struct HalDigest {
+  /// Number of entries.
+  std::size_t count = 0;
+  /// Sum of the entries' `EntryHash`, modulo 2^64.
+  std::uint64_t sum = 0;
+};
+
+inline bool operator==(const HalDigest& a, const HalDigest& b) {
+  return a.count == b.count && a.sum == b.sum;
+}
+inline bool operator!=(const HalDigest& a, const HalDigest& b) { return !(a == b); }
+
+/// The hash of one entry: 64-bit FNV-1a over the id (4 bytes, little-endian) and the payload, mixed
+/// by the last step of splitmix64 so that the sum of many hashes keeps them apart. The same in
+/// every build.
+std::uint64_t EntryHash(std::uint32_t id, std::string_view payload);
+
+/// The forwarding tables behind a HAL server: what is installed, and the checks that hardware would
+/// make. Used by one thread at a time.
+class HalTables {
+ public:
+  /// `capacity`: how many entries each table takes.
+  explicit HalTables(std::size_t capacity);
+
+  /// Carries out one request, whose id is the payload's. Checks, in this order:
+  /// 1. the payload decodes and carries an id, for destinations not 0 (else `kHalBadRequest`);
+  /// 2. a replace or destroy names an existing entry (`kHalNotFound`);
+  /// 3. an install names a new id, or an existing one with the same payload, which is a success at
+  ///    once; another payload is `kHalExists`, except that an install replaces a VRF or an ECMP
+  ///    group always, and within a reinstall an entry of any kind;
+  /// 4. labels are below 2^20 (`kHalLabelOutOfRange`);
+  /// 5. what the message refers to is installed (`kHalMissingReference`): a host's VLAN, if set;
+  /// the
+  ///    VLAN or MPLS destination under an MPLS one, if not 0; each host, MPLS or VLAN destination
+  ///    of an ECMP group, where repeated members and an empty group are fine;
+  /// 6. there is room for a new entry (`kHalTableFull`).
+  ///
+  /// A destroy does not ask who still refers to the entry. A request that fails changes nothing.
+  HalReturnCode Apply(const HalRequest& request);
+
+  /// Opens a reinstall; one that is open starts over.
+  void BeginReinstall();
+
+  /// Removes what no install or replace has named, with success, since `BeginReinstall`; without
+  /// one, does nothing.
+  void EndReinstall();
+
+  /// Forgets everything, an open reinstall included, as a restart does.
+  void Clear();
+
+  bool Contains(HalKind kind, std::uint32_t id) const;
+  std::size_t size(HalKind kind) const;
+  HalDigest digest(HalKind kind) const;
+
+  /// The entries of a table: serialised messages by id, in order of ids.
+  std::map<std::uint32_t, std::string> Entries(HalKind kind) const;
+
+ private:
+  struct Table {
+    std::unordered_map<std::uint32_t, std::string> entries;
+    // Ids that the reinstall under way has named.
+    std::unordered_set<std::uint32_t> named;
+    // Of the entries' hashes.
+    std::uint64_t sum = 0;
+  };
+
+  // `Apply` for the kind whose message is `Message`.
+  template <typename Message>
+  HalReturnCode ApplyMessage(const HalRequest& request);
+
+  HalReturnCode Destroy(Table* table, std::uint32_t id);
+  void Store(Table* table, std::uint32_t id, const std::string& payload);
+  void MarkNamed(Table* table, std::uint32_t id) const;
+
+  Table& table(HalKind kind) { return tables_[static_cast<std::size_t>(kind)]; }
+  const Table& table(HalKind kind) const { return tables_[static_cast<std::size_t>(kind)]; }
+
+  std::size_t capacity_;
+  bool reinstalling_ = false;
+  std::array<Table, kHalKinds> tables_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_

@@ -1,0 +1,590 @@
+/// The HAL within the process: its threads, results, queue and restarts.
+
+#include "reference/hal/embedded_hal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/hal/messages.h"
+#include "tests/hal/recording_results.h"
+#include "zuskux/vlan_encapsulation_message.h"
+#include "zuskux/vrf_encapsulation_message.h"
+
+namespace reference {
+namespace {
+
+using testing::ElementsAre;
+
+/// Bounds every wait; only a failing test gets there.
+constexpr std::chrono::seconds kPatience(30);
+
+/// Lets a thread pass once opened.
+class Gate {
+ public:
+  void Open() {
+    const std::lock_guard lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+  void Pass() {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, kPatience, [this] { return open_; }));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool open_ = false;
+};
+
+/// Holds the server inside the request of one id.
+class Hold {
+ public:
+  explicit Hold(std::uint32_t id) : id_(id) {}
+
+  /// For `EmbeddedHalOptions::before_apply`.
+  void operator()(const HalRequest& request) {
+    if (request.id != id_) return;
+    reached_.Open();
+    released_.Pass();
+  }
+
+  void AwaitReached() { reached_.Pass(); }
+  void Release() { released_.Open(); }
+
+ private:
+  const std::uint32_t id_;
+  Gate reached_;
+  Gate released_;
+};
+
+/// Everything that is reported, in order, as text: "found", "room", "InstallVlan 5: 0".
+class Reported {
+ public:
+  Reported() : results_([this](const Result& result) { AddResult(result); }) {}
+
+  HalReports Reports() {
+    return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
+  }
+
+  /// Called with each event, inside the report. Set before `Start`.
+  std::function<void(const std::string& event)> on_event;
+
+  std::vector<std::string> events() const {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+
+  /// The events when there are `count`, or those that came in time.
+  std::vector<std::string> Await(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kPatience, [this, count] { return events_.size() >= count; });
+    return events_;
+  }
+
+  std::vector<std::thread::id> threads() const {
+    const std::lock_guard lock(mutex_);
+    return threads_;
+  }
+
+ private:
+  void AddResult(const Result& result) {
+    EXPECT_EQ(result.reported, result.code);
+    Add(result.operation + ' ' + std::to_string(result.id) + ": " + std::to_string(result.code));
+  }
+
+  void Add(const std::string& event) {
+    EXPECT_FALSE(inside_.exchange(true)) << event << " inside another report";
+    {
+      const std::lock_guard lock(mutex_);
+      events_.push_back(event);
+      threads_.push_back(std::this_thread::get_id());
+    }
+    if (on_event) on_event(event);
+    inside_ = false;
+    changed_.notify_all();
+  }
+
+  RecordingResults results_;
+  std::atomic<bool> inside_ = false;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> events_;
+  std::vector<std::thread::id> threads_;
+};
+
+HalReturnCode InstallVlan(EmbeddedHal* hal, std::uint32_t id, std::uint32_t mtu = 1500) {
+  VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(Vlan(id, mtu)));
+  return hal->InstallVlanOutgoingEncapsulation(&message);
+}
+
+HalReturnCode InstallVrf(EmbeddedHal* hal, std::uint32_t id) {
+  VrfEncapsulationMessage message;
+  *message.encap() = Vrf(id);
+  return hal->InstallVrfIngressInterface(&message);
+}
+
+EmbeddedHalOptions Options(Hold* hold, std::size_t queue_capacity = 100) {
+  EmbeddedHalOptions options;
+  options.queue_capacity = queue_capacity;
+  options.before_apply = [hold](const HalRequest& request) { (*hold)(request); };
+  return options;
+}
+
+TEST(EmbeddedHalTest, ReportsTheServerFoundFirstAndThenWhatWaited) {
+  Reported reported;
+  EmbeddedHal hal({});
+  EXPECT_EQ(InstallVlan(&hal, 5), kHalSuccess);
+  EXPECT_EQ(hal.counters().queued, 1U);
+  EXPECT_THAT(reported.events(), ElementsAre());
+  hal.Start(reported.Reports());
+  EXPECT_THAT(reported.Await(2), ElementsAre("found", "InstallVlan 5: 0"));
+}
+
+TEST(EmbeddedHalTest, ReportsTheCodeOfTheTables) {
+  Reported reported;
+  EmbeddedHal hal({});
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 5);
+  EXPECT_EQ(InstallVlan(&hal, 5, 9000), kHalSuccess) << "accepted, and refused by the tables";
+  EXPECT_THAT(reported.Await(3), ElementsAre("found", "InstallVlan 5: 0", "InstallVlan 5: 3"));
+}
+
+TEST(EmbeddedHalTest, ReportsOnOneThreadOfItsOwn) {
+  Reported reported;
+  EmbeddedHal hal({});
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 5);
+  InstallVlan(&hal, 6);
+  reported.Await(3);
+  const auto threads = reported.threads();
+  ASSERT_EQ(threads.size(), 3U);
+  EXPECT_NE(threads[0], std::this_thread::get_id());
+  EXPECT_THAT(threads, testing::Each(threads[0]));
+}
+
+// `Reported` fails on a report inside another.
+TEST(EmbeddedHalTest, ReportsNothingInsideARequestThatIsSentInsideAReport) {
+  Reported reported;
+  EmbeddedHalOptions options;
+  options.queue_capacity = 1;
+  EmbeddedHal hal(options);
+  reported.on_event = [&hal](const std::string& event) {
+    if (event != "InstallVlan 1: 0") return;
+    EXPECT_EQ(InstallVlan(&hal, 2), kHalSuccess);
+    EXPECT_EQ(InstallVlan(&hal, 3), kHalQueueFull);
+  };
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  EXPECT_THAT(reported.Await(4),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 3: 101", "InstallVlan 2: 0"));
+}
+
+TEST(EmbeddedHalTest, VrfsHaveNoResult) {
+  Reported reported;
+  EmbeddedHal hal({});
+  hal.Start(reported.Reports());
+  EXPECT_EQ(InstallVrf(&hal, 1), kHalSuccess);
+  InstallVlan(&hal, 5);
+  EXPECT_THAT(reported.Await(2), ElementsAre("found", "InstallVlan 5: 0"));
+  EXPECT_TRUE(hal.SnapshotTables().Contains(HalKind::kVrf, 1));
+  EXPECT_EQ(hal.counters().requests, 2U);
+  EXPECT_EQ(hal.counters().results, 1U);
+}
+
+TEST(EmbeddedHalQueueTest, RefusedRequestsHaveOneResultEach) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, 2));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  EXPECT_EQ(InstallVlan(&hal, 2), kHalSuccess);
+  EXPECT_EQ(InstallVlan(&hal, 3), kHalSuccess);
+  EXPECT_EQ(InstallVlan(&hal, 4), kHalQueueFull);
+  EXPECT_EQ(InstallVlan(&hal, 5), kHalQueueFull);
+  EXPECT_EQ(InstallVrf(&hal, 6), kHalQueueFull);
+  EXPECT_EQ(hal.counters().queued, 2U);
+  EXPECT_THAT(reported.events(), ElementsAre("found"));
+  hold.Release();
+  EXPECT_THAT(reported.Await(6),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 4: 101", "InstallVlan 5: 101",
+                          "InstallVlan 2: 0", "InstallVlan 3: 0"));
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), 3U);
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVrf), 0U);
+  const HalConnectionCounters counters = hal.counters();
+  EXPECT_EQ(counters.requests, 6U);
+  EXPECT_EQ(counters.results, 5U);
+  EXPECT_EQ(counters.queued, 0U);
+  EXPECT_EQ(counters.queued_peak, 2U);
+}
+
+TEST(EmbeddedHalQueueTest, ReportsRoomOnceHalfOfItIsFree) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, 4));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  for (std::uint32_t id = 2; id <= 5; ++id) {
+    EXPECT_TRUE(hal.HasRoom());
+    InstallVlan(&hal, id);
+  }
+  EXPECT_FALSE(hal.HasRoom());
+  EXPECT_FALSE(hal.HasRoom());
+  hold.Release();
+  EXPECT_THAT(reported.Await(7),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0", "InstallVlan 3: 0",
+                          "room", "InstallVlan 4: 0", "InstallVlan 5: 0"));
+  EXPECT_TRUE(hal.HasRoom());
+}
+
+TEST(EmbeddedHalQueueTest, ARestartMakesRoom) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, 1));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  EXPECT_FALSE(hal.HasRoom());
+  hal.Restart();
+  EXPECT_TRUE(hal.HasRoom());
+  hold.Release();
+  EXPECT_THAT(reported.Await(5),
+              ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100", "found", "room"));
+}
+
+TEST(EmbeddedHalReinstallTest, KeepsItsPlaceAmongTheRequests) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  hal.BeginReinstall();
+  InstallVlan(&hal, 2, 9000);
+  hal.EndReinstall();
+  InstallVlan(&hal, 3);
+  InstallVlan(&hal, 2);
+  hold.Release();
+  EXPECT_THAT(reported.Await(6),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0", "InstallVlan 2: 0",
+                          "InstallVlan 3: 0", "InstallVlan 2: 3"));
+  EXPECT_THAT(hal.SnapshotTables().Entries(HalKind::kVlan),
+              ElementsAre(std::pair(2U, Vlan(2, 9000).SerializeAsString()),
+                          std::pair(3U, Vlan(3).SerializeAsString())));
+}
+
+TEST(EmbeddedHalReinstallTest, IsNotRefusedByAFullQueue) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, 1));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  hal.BeginReinstall();
+  hal.EndReinstall();
+  // Room for one is there when the queue is empty, so the report follows the end of the reinstall.
+  EXPECT_FALSE(hal.HasRoom());
+  hold.Release();
+  EXPECT_THAT(reported.Await(4),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0", "room"));
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), 0U);
+}
+
+TEST(EmbeddedHalRestartTest, EndsOutstandingRequestsAndThenFindsTheServer) {
+  Hold hold(2);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  InstallVlan(&hal, 2);
+  hold.AwaitReached();
+  InstallVlan(&hal, 3);
+  InstallVrf(&hal, 3);
+  InstallVlan(&hal, 4);
+  hal.Restart();
+  EXPECT_THAT(reported.events(), ElementsAre("found", "InstallVlan 1: 0"));
+  hold.Release();
+  EXPECT_THAT(reported.Await(6), ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 100",
+                                             "InstallVlan 3: 100", "InstallVlan 4: 100", "found"));
+  const HalConnectionCounters counters = hal.counters();
+  EXPECT_EQ(counters.late_results, 1U) << "of VLAN 2";
+  EXPECT_EQ(counters.servers_found, 2U);
+  EXPECT_EQ(counters.results, 4U);
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), 0U);
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVrf), 0U);
+}
+
+TEST(EmbeddedHalRestartTest, AVrfIsNoLateResult) {
+  Hold hold(7);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVrf(&hal, 7);
+  hold.AwaitReached();
+  hal.Restart();
+  hold.Release();
+  EXPECT_THAT(reported.Await(2), ElementsAre("found", "found"));
+  EXPECT_EQ(hal.counters().late_results, 0U);
+}
+
+TEST(EmbeddedHalRestartTest, LaterRequestsGoToTheNewServer) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  hal.Restart();
+  InstallVlan(&hal, 2);
+  hold.Release();
+  EXPECT_THAT(reported.Await(4),
+              ElementsAre("found", "InstallVlan 1: 100", "found", "InstallVlan 2: 0"));
+  EXPECT_THAT(hal.SnapshotTables().Entries(HalKind::kVlan),
+              ElementsAre(std::pair(2U, Vlan(2).SerializeAsString())));
+}
+
+TEST(EmbeddedHalRestartTest, RepeatedRestartsEndEachRequestOnce) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  hal.Restart();
+  InstallVlan(&hal, 3);
+  hal.Restart();
+  hal.Restart();
+  hold.Release();
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100",
+                                             "InstallVlan 3: 100", "found"));
+  EXPECT_EQ(hal.counters().late_results, 1U);
+}
+
+TEST(EmbeddedHalRestartTest, RefusedRequestsKeepTheirCode) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, 1));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  EXPECT_EQ(InstallVlan(&hal, 3), kHalQueueFull);
+  hal.Restart();
+  hold.Release();
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 3: 101",
+                                             "InstallVlan 2: 100", "found"));
+}
+
+TEST(EmbeddedHalRestartTest, ForgetsTheReinstall) {
+  Hold hold(2);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  hal.BeginReinstall();
+  InstallVlan(&hal, 2);
+  hold.AwaitReached();
+  hal.BeginReinstall();
+  hal.Restart();
+  hold.Release();
+  InstallVlan(&hal, 5);
+  InstallVlan(&hal, 5, 9000);
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "InstallVlan 2: 100", "found",
+                                             "InstallVlan 5: 0", "InstallVlan 5: 3"));
+}
+
+TEST(EmbeddedHalRestartTest, InsideAResult) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  reported.on_event = [&hal](const std::string& event) {
+    if (event == "InstallVlan 1: 0") hal.Restart();
+  };
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  hold.Release();
+  EXPECT_THAT(reported.Await(4),
+              ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 100", "found"));
+  EXPECT_EQ(hal.counters().late_results, 0U);
+}
+
+// The server of the first restart is lost before it is reported; what went to it ends first.
+TEST(EmbeddedHalRestartTest, InsideTheResultOfALostRequest) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  reported.on_event = [&hal](const std::string& event) {
+    if (event != "InstallVlan 2: 100") return;
+    hal.Restart();
+    InstallVlan(&hal, 4);
+  };
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  hold.AwaitReached();
+  InstallVlan(&hal, 2);
+  hal.Restart();
+  InstallVlan(&hal, 3);
+  hold.Release();
+  EXPECT_THAT(reported.Await(6), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100",
+                                             "InstallVlan 3: 100", "found", "InstallVlan 4: 0"));
+}
+
+TEST(EmbeddedHalRestartTest, InsideTheReportOfTheServerFound) {
+  Reported reported;
+  EmbeddedHal hal({});
+  int restarts = 0;
+  reported.on_event = [&hal, &restarts](const std::string& event) {
+    if (event == "found" && ++restarts <= 2) hal.Restart();
+  };
+  InstallVlan(&hal, 1);
+  hal.Start(reported.Reports());
+  EXPECT_THAT(reported.Await(4), ElementsAre("found", "InstallVlan 1: 100", "found", "found"));
+}
+
+TEST(EmbeddedHalRestartTest, BeforeTheStart) {
+  Reported reported;
+  EmbeddedHal hal({});
+  InstallVlan(&hal, 1);
+  hal.Restart();
+  InstallVlan(&hal, 2);
+  hal.Start(reported.Reports());
+  EXPECT_THAT(reported.Await(3), ElementsAre("InstallVlan 1: 100", "found", "InstallVlan 2: 0"));
+}
+
+class EmbeddedHalManyRestartsTest : public testing::TestWithParam<std::minstd_rand::result_type> {};
+
+INSTANTIATE_TEST_SUITE_P(Seeds, EmbeddedHalManyRestartsTest, testing::Values(1, 2, 3));
+
+TEST_P(EmbeddedHalManyRestartsTest, LeaveOneResultForEachRequest) {
+  constexpr std::uint32_t kRequests = 2000;
+  constexpr std::uint64_t kRestarts = 50;
+  Gate all_ended;
+  std::map<std::string, int> results_by_request;
+  int results = 0;
+  Reported reported;
+  reported.on_event = [&](const std::string& event) {
+    const auto colon = event.find(':');
+    if (colon == std::string::npos) return;
+    ++results_by_request[event.substr(0, colon)];
+    if (++results == kRequests) all_ended.Open();
+  };
+  EmbeddedHalOptions options;
+  options.queue_capacity = 64;
+  auto hal = std::make_unique<EmbeddedHal>(options);
+  hal->Start(reported.Reports());
+
+  std::thread restarter([&hal, &reported] {
+    std::minstd_rand random(GetParam());
+    // Never more than what is reported in the end: at most 40 for each restart.
+    std::size_t events = 0;
+    for (std::uint64_t restart = 0; restart < kRestarts; ++restart) {
+      events += std::uniform_int_distribution<std::size_t>(1, 40)(random);
+      reported.Await(events);
+      hal->Restart();
+    }
+  });
+  std::minstd_rand random(GetParam() + 1000);
+  for (std::uint32_t id = 1; id <= kRequests; ++id) {
+    InstallVlan(hal.get(), id);
+    if (random() % 8 == 0) std::this_thread::yield();
+  }
+  all_ended.Pass();
+  restarter.join();
+  const HalConnectionCounters counters = hal->counters();
+  hal.reset();
+
+  EXPECT_EQ(counters.requests, kRequests);
+  EXPECT_EQ(counters.results, kRequests);
+  EXPECT_LE(counters.late_results, kRestarts);
+  EXPECT_LE(counters.servers_found, kRestarts + 1);
+  EXPECT_EQ(results_by_request.size(), kRequests);
+  EXPECT_THAT(results_by_request, testing::Each(testing::Pair(testing::_, 1)));
+}
+
+TEST(EmbeddedHalSnapshotTest, IsTakenBetweenTwoRequests) {
+  Hold hold(2);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  InstallVlan(&hal, 2);
+  hold.AwaitReached();
+  const HalTables snapshot = hal.SnapshotTables();
+  hold.Release();
+  ASSERT_EQ(reported.Await(3).size(), 3U);
+  EXPECT_THAT(snapshot.Entries(HalKind::kVlan),
+              ElementsAre(std::pair(1U, Vlan(1).SerializeAsString())));
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), 2U);
+}
+
+TEST(EmbeddedHalSnapshotTest, IsTakenInsideAReport) {
+  Reported reported;
+  EmbeddedHal hal({});
+  std::size_t vlans = 0;
+  reported.on_event = [&hal, &vlans](const std::string& event) {
+    if (event == "InstallVlan 1: 0") vlans = hal.SnapshotTables().size(HalKind::kVlan);
+  };
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 1);
+  InstallVlan(&hal, 2);
+  ASSERT_EQ(reported.Await(3).size(), 3U);
+  EXPECT_EQ(vlans, 1U);
+}
+
+TEST(EmbeddedHalEndTest, DropsWhatWaits) {
+  Reported reported;
+  {
+    EmbeddedHal hal({});
+    InstallVlan(&hal, 1);
+  }
+  EXPECT_THAT(reported.events(), ElementsAre());
+}
+
+TEST(EmbeddedHalEndTest, ThreadHasEndedWhenTheDestructorReturns) {
+  struct AtThreadExit {
+    std::atomic<bool>* exited = nullptr;
+    ~AtThreadExit() {
+      if (exited != nullptr) *exited = true;
+    }
+  };
+  std::atomic<bool> exited = false;
+  Hold hold(1);
+  Reported reported;
+  reported.on_event = [&exited](const std::string& /*event*/) {
+    thread_local AtThreadExit at_thread_exit;
+    at_thread_exit.exited = &exited;
+  };
+  auto hal = std::make_unique<EmbeddedHal>(Options(&hold));
+  hal->Start(reported.Reports());
+  for (std::uint32_t id = 1; id <= 50; ++id) InstallVlan(hal.get(), id);
+  hold.AwaitReached();
+  std::thread releaser([&hold] { hold.Release(); });
+  hal.reset();
+  EXPECT_TRUE(exited);
+  releaser.join();
+}
+
+}  // namespace
+}  // namespace reference

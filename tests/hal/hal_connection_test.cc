@@ -1,0 +1,118 @@
+/// What every connection shares: the requests, and the code that is being reported.
+
+#include "reference/hal/hal_connection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/hal/messages.h"
+#include "zuskux/ecmp_encapsulation_message.h"
+#include "zuskux/host_encapsulation_message.h"
+#include "zuskux/mpls_encapsulation_message.h"
+#include "zuskux/vlan_encapsulation_message.h"
+#include "zuskux/vrf_encapsulation_message.h"
+
+namespace reference {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Keeps the operation and the id of what is submitted, and refuses it with a code of its own.
+class SubmittedRequests : public HalConnection {
+ public:
+  static constexpr HalReturnCode kRefusal{1234};
+
+  void Start(HalReports /*reports*/) override { ADD_FAILURE(); }
+  bool HasRoom() override { return true; }
+  void BeginReinstall() override { ADD_FAILURE(); }
+  void EndReinstall() override { ADD_FAILURE(); }
+  HalConnectionCounters counters() const override { return {}; }
+
+  const std::vector<std::pair<HalOperation, std::uint32_t>>& submitted() const {
+    return submitted_;
+  }
+
+ protected:
+  HalReturnCode Submit(HalRequest request) override {
+    EXPECT_FALSE(request.payload.empty());
+    submitted_.emplace_back(request.operation, request.id);
+    return kRefusal;
+  }
+
+ private:
+  std::vector<std::pair<HalOperation, std::uint32_t>> submitted_;
+};
+
+TEST(HalConnectionTest, SubmitsEachRequestAndPassesTheAnswerOn) {
+  VrfEncapsulationMessage vrf;
+  *vrf.encap() = Vrf(1);
+  VlanEncapsulationMessage vlan(std::make_unique<encapsulation::VlanMessage>(Vlan(2)));
+  HostEncapsulationMessage host(std::make_unique<encapsulation::HostMessage>(Host(3)));
+  EcmpEncapsulationMessage ecmp;
+  *ecmp.encap() = Ecmp(4, {3});
+  MplsEncapsulationMessage mpls(std::make_unique<encapsulation::MplsMessage>(MplsOn(5, 2)));
+
+  SubmittedRequests connection;
+  HalL3MplsEncapsulationClient& client = connection;
+  constexpr HalReturnCode kRefusal = SubmittedRequests::kRefusal;
+  EXPECT_EQ(client.InstallVrfIngressInterface(&vrf), kRefusal);
+  EXPECT_EQ(client.DestroyVrfIngressInterface(&vrf), kRefusal);
+  EXPECT_EQ(client.InstallVlanOutgoingEncapsulation(&vlan), kRefusal);
+  EXPECT_EQ(client.DestroyVlanOutgoingEncapsulation(&vlan), kRefusal);
+  EXPECT_EQ(client.ReplaceVlanOutgoingEncapsulation(&vlan), kRefusal);
+  EXPECT_EQ(client.InstallHostOutgoingEncapsulation(&host), kRefusal);
+  EXPECT_EQ(client.DestroyHostOutgoingEncapsulation(&host), kRefusal);
+  EXPECT_EQ(client.ReplaceHostOutgoingEncapsulation(&host), kRefusal);
+  EXPECT_EQ(client.InstallEcmpEncap(&ecmp), kRefusal);
+  EXPECT_EQ(client.DestroyEcmpEncap(&ecmp), kRefusal);
+  EXPECT_EQ(client.InstallMplsUnprotectedOutgoingEncapsulation(&mpls), kRefusal);
+  EXPECT_EQ(client.DestroyMplsUnprotectedOutgoingEncapsulation(&mpls), kRefusal);
+  EXPECT_EQ(client.ReplaceMplsUnprotectedOutgoingEncapsulation(&mpls), kRefusal);
+
+  EXPECT_THAT(
+      connection.submitted(),
+      ElementsAre(
+          std::pair(HalOperation::kInstallVrf, 1), std::pair(HalOperation::kDestroyVrf, 1),
+          std::pair(HalOperation::kInstallVlan, 2), std::pair(HalOperation::kDestroyVlan, 2),
+          std::pair(HalOperation::kReplaceVlan, 2), std::pair(HalOperation::kInstallHost, 3),
+          std::pair(HalOperation::kDestroyHost, 3), std::pair(HalOperation::kReplaceHost, 3),
+          std::pair(HalOperation::kInstallEcmp, 4), std::pair(HalOperation::kDestroyEcmp, 4),
+          std::pair(HalOperation::kInstallMpls, 5), std::pair(HalOperation::kDestroyMpls, 5),
+          std::pair(HalOperation::kReplaceMpls, 5)));
+}
+
+TEST(HalConnectionTest, InitialisesTheModuleWithoutARequest) {
+  SubmittedRequests connection;
+  EXPECT_EQ(connection.InitEncapsulationModule(), kHalSuccess);
+  EXPECT_THAT(connection.submitted(), IsEmpty());
+}
+
+TEST(ReportedCodeTest, IsTheInnermostAndThenTheOneBefore) {
+  EXPECT_EQ(ReportedCode(), kHalSuccess);
+  {
+    const ScopedReportedCode outer(kHalTableFull);
+    EXPECT_EQ(ReportedCode(), kHalTableFull);
+    {
+      const ScopedReportedCode inner(kHalExists);
+      EXPECT_EQ(ReportedCode(), kHalExists);
+    }
+    EXPECT_EQ(ReportedCode(), kHalTableFull);
+  }
+  EXPECT_EQ(ReportedCode(), kHalSuccess);
+}
+
+TEST(ReportedCodeTest, IsEachThreadsOwn) {
+  const ScopedReportedCode reported(kHalTableFull);
+  HalReturnCode elsewhere = kHalExists;
+  std::thread([&elsewhere] { elsewhere = ReportedCode(); }).join();
+  EXPECT_EQ(elsewhere, kHalSuccess);
+}
+
+}  // namespace
+}  // namespace reference

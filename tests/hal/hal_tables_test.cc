@@ -1,0 +1,414 @@
+/// The HAL's tables: what each request does, the order of the checks, reinstalls and digests.
+
+#include "reference/hal/hal_tables.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/hal/messages.h"
+
+namespace reference {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+template <typename Message>
+HalRequest Request(HalOperation operation, const Message& message) {
+  return {operation, 0, 0, message.SerializeAsString()};
+}
+
+HalRequest Install(const encapsulation::VrfMessage& vrf) {
+  return Request(HalOperation::kInstallVrf, vrf);
+}
+HalRequest Install(const encapsulation::VlanMessage& vlan) {
+  return Request(HalOperation::kInstallVlan, vlan);
+}
+HalRequest Install(const encapsulation::HostMessage& host) {
+  return Request(HalOperation::kInstallHost, host);
+}
+HalRequest Install(const encapsulation::EcmpMessage& ecmp) {
+  return Request(HalOperation::kInstallEcmp, ecmp);
+}
+HalRequest Install(const encapsulation::MplsMessage& mpls) {
+  return Request(HalOperation::kInstallMpls, mpls);
+}
+
+constexpr HalKind kAllKinds[] = {HalKind::kVrf, HalKind::kVlan, HalKind::kHost, HalKind::kEcmp,
+                                 HalKind::kMpls};
+
+/// All entries of all tables.
+std::vector<std::map<std::uint32_t, std::string>> Contents(const HalTables& tables) {
+  std::vector<std::map<std::uint32_t, std::string>> contents;
+  for (const HalKind kind : kAllKinds) contents.push_back(tables.Entries(kind));
+  return contents;
+}
+
+std::vector<std::uint32_t> Ids(const HalTables& tables, HalKind kind) {
+  std::vector<std::uint32_t> ids;
+  for (const auto& [id, payload] : tables.Entries(kind)) ids.push_back(id);
+  return ids;
+}
+
+/// The digest, computed from the entries.
+HalDigest ExpectedDigest(const HalTables& tables, HalKind kind) {
+  HalDigest digest;
+  for (const auto& [id, payload] : tables.Entries(kind)) {
+    ++digest.count;
+    digest.sum += EntryHash(id, payload);
+  }
+  return digest;
+}
+
+void ExpectDigestsFitEntries(const HalTables& tables) {
+  for (const HalKind kind : kAllKinds) {
+    EXPECT_EQ(tables.digest(kind), ExpectedDigest(tables, kind)) << HalKindName(kind);
+  }
+}
+
+/// VRF 1, VLAN 10, host 20 on it, MPLS 30 on it, ECMP group 40 of 20 and 30.
+std::vector<HalRequest> SmallSite() {
+  return {Install(Vrf(1)), Install(Vlan(10)), Install(HostOn(20, 10)), Install(MplsOn(30, 10)),
+          Install(Ecmp(40, {20, 30}))};
+}
+
+HalTables TablesOf(const std::vector<HalRequest>& requests, std::size_t capacity = 100) {
+  HalTables tables(capacity);
+  for (const HalRequest& request : requests) EXPECT_EQ(tables.Apply(request), kHalSuccess);
+  return tables;
+}
+
+struct ApplyCase {
+  const char* name;
+  /// Applied to the small site.
+  HalRequest request;
+  HalReturnCode code;
+};
+
+class HalTablesApplyTest : public testing::TestWithParam<ApplyCase> {};
+
+TEST_P(HalTablesApplyTest, GivesTheCodeAndChangesNothingOnError) {
+  HalTables tables = TablesOf(SmallSite());
+  const auto before = Contents(tables);
+  EXPECT_EQ(tables.Apply(GetParam().request), GetParam().code);
+  if (GetParam().code != kHalSuccess) {
+    EXPECT_EQ(Contents(tables), before);
+  }
+  ExpectDigestsFitEntries(tables);
+}
+
+const auto kCaseName = [](const auto& test) { return std::string(test.param.name); };
+
+using Operation = HalOperation;
+
+encapsulation::VlanMessage VlanWithoutId() {
+  encapsulation::VlanMessage vlan;
+  vlan.set_mtu(1500);
+  return vlan;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadRequest, HalTablesApplyTest,
+    testing::Values(
+        ApplyCase{"Undecodable", {Operation::kInstallVlan, 10, 0, "\x08"}, kHalBadRequest},
+        ApplyCase{"UndecodableDestroy", {Operation::kDestroyVlan, 10, 0, "\x08"}, kHalBadRequest},
+        ApplyCase{"Empty", {Operation::kInstallMpls, 10, 0, ""}, kHalBadRequest},
+        ApplyCase{"VrfWithoutId", {Operation::kInstallVrf, 0, 0, ""}, kHalBadRequest},
+        ApplyCase{"VlanWithoutId", Install(VlanWithoutId()), kHalBadRequest},
+        ApplyCase{"HostWithoutId", Install(encapsulation::HostMessage()), kHalBadRequest},
+        ApplyCase{"EcmpWithoutId", Install(encapsulation::EcmpMessage()), kHalBadRequest},
+        ApplyCase{"MplsWithoutId", Install(encapsulation::MplsMessage()), kHalBadRequest},
+        ApplyCase{"VlanZero", Install(Vlan(0)), kHalBadRequest},
+        ApplyCase{"HostZero", Install(Host(0)), kHalBadRequest},
+        ApplyCase{"EcmpZero", Install(Ecmp(0, {})), kHalBadRequest},
+        ApplyCase{"MplsZero", Install(MplsOn(0, 0)), kHalBadRequest},
+        ApplyCase{"DestroyZero", Request(Operation::kDestroyHost, Host(0)), kHalBadRequest},
+        ApplyCase{"VrfZeroIsAnId", Install(Vrf(0)), kHalSuccess},
+        ApplyCase{"LargestId", Install(Vlan(4294967295)), kHalSuccess}),
+    kCaseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    Existence, HalTablesApplyTest,
+    testing::Values(
+        ApplyCase{"DestroyVrf", Request(Operation::kDestroyVrf, Vrf(1)), kHalSuccess},
+        ApplyCase{"DestroyMissingVrf", Request(Operation::kDestroyVrf, Vrf(2)), kHalNotFound},
+        ApplyCase{"DestroyMissingVlan", Request(Operation::kDestroyVlan, Vlan(20)), kHalNotFound},
+        ApplyCase{"DestroyMissingHost", Request(Operation::kDestroyHost, Host(10)), kHalNotFound},
+        ApplyCase{"DestroyMissingEcmp", Request(Operation::kDestroyEcmp, Ecmp(41, {})),
+                  kHalNotFound},
+        ApplyCase{"DestroyMissingMpls", Request(Operation::kDestroyMpls, MplsOn(31, 0)),
+                  kHalNotFound},
+        ApplyCase{"DestroyWithoutTheContent", Request(Operation::kDestroyEcmp, Ecmp(40, {})),
+                  kHalSuccess},
+        ApplyCase{"DestroyUnderOthers", Request(Operation::kDestroyVlan, Vlan(10)), kHalSuccess},
+        ApplyCase{"ReplaceVlan", Request(Operation::kReplaceVlan, Vlan(10, 9000)), kHalSuccess},
+        ApplyCase{"ReplaceHost", Request(Operation::kReplaceHost, Host(20)), kHalSuccess},
+        ApplyCase{"ReplaceMpls", Request(Operation::kReplaceMpls, MplsOn(30, 0)), kHalSuccess},
+        ApplyCase{"ReplaceWithTheSame", Request(Operation::kReplaceVlan, Vlan(10)), kHalSuccess},
+        ApplyCase{"ReplaceMissingVlan", Request(Operation::kReplaceVlan, Vlan(11)), kHalNotFound},
+        ApplyCase{"ReplaceMissingHost", Request(Operation::kReplaceHost, Host(21)), kHalNotFound},
+        ApplyCase{"ReplaceMissingMpls", Request(Operation::kReplaceMpls, MplsOn(31, 0)),
+                  kHalNotFound},
+        ApplyCase{"SameVrf", Install(Vrf(1)), kHalSuccess},
+        ApplyCase{"SameVlan", Install(Vlan(10)), kHalSuccess},
+        ApplyCase{"SameHost", Install(HostOn(20, 10)), kHalSuccess},
+        ApplyCase{"SameMpls", Install(MplsOn(30, 10)), kHalSuccess},
+        ApplyCase{"OtherVlan", Install(Vlan(10, 9000)), kHalExists},
+        ApplyCase{"OtherHost", Install(Host(20)), kHalExists},
+        ApplyCase{"OtherMpls", Install(MplsOn(30, 10, 101)), kHalExists},
+        ApplyCase{"SameIdInAnotherTable", Install(Vlan(20)), kHalSuccess}),
+    kCaseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    LabelsAndReferences, HalTablesApplyTest,
+    testing::Values(
+        ApplyCase{"LargestLabel", Install(MplsOn(31, 10, 1048575)), kHalSuccess},
+        ApplyCase{"LabelTooLarge", Install(MplsOn(31, 10, 1048576)), kHalLabelOutOfRange},
+        ApplyCase{"SecondLabelTooLarge",
+                  [] {
+                    auto mpls = MplsOn(31, 10);
+                    mpls.add_labels(4294967295);
+                    return Install(mpls);
+                  }(),
+                  kHalLabelOutOfRange},
+        ApplyCase{"ReplaceLabelTooLarge", Request(Operation::kReplaceMpls, MplsOn(30, 10, 1048576)),
+                  kHalLabelOutOfRange},
+        ApplyCase{"HostOnVlan", Install(HostOn(21, 10)), kHalSuccess},
+        ApplyCase{"HostOnNothing", Install(Host(21)), kHalSuccess},
+        ApplyCase{"HostOnMissingVlan", Install(HostOn(21, 11)), kHalMissingReference},
+        ApplyCase{"HostOnVlanZero", Install(HostOn(21, 0)), kHalMissingReference},
+        ApplyCase{"HostOnMpls", Install(HostOn(21, 30)), kHalMissingReference},
+        ApplyCase{"ReplaceHostOnMissingVlan", Request(Operation::kReplaceHost, HostOn(20, 11)),
+                  kHalMissingReference},
+        ApplyCase{"MplsOnVlan", Install(MplsOn(31, 10)), kHalSuccess},
+        ApplyCase{"MplsOnMpls", Install(MplsOn(31, 30)), kHalSuccess},
+        ApplyCase{"MplsOnNothing", Install(MplsOn(31, 0)), kHalSuccess},
+        ApplyCase{"MplsOnMissing", Install(MplsOn(31, 11)), kHalMissingReference},
+        ApplyCase{"MplsOnHost", Install(MplsOn(31, 20)), kHalMissingReference},
+        ApplyCase{"EcmpOfEachKind", Install(Ecmp(41, {10, 20, 30})), kHalSuccess},
+        ApplyCase{"EcmpRepeated", Install(Ecmp(41, {20, 20})), kHalSuccess},
+        ApplyCase{"EcmpEmpty", Install(Ecmp(41, {})), kHalSuccess},
+        ApplyCase{"EcmpOfMissing", Install(Ecmp(41, {20, 21})), kHalMissingReference},
+        ApplyCase{"EcmpOfZero", Install(Ecmp(41, {0})), kHalMissingReference},
+        ApplyCase{"EcmpOfEcmp", Install(Ecmp(41, {40})), kHalMissingReference},
+        ApplyCase{"EcmpOfVrf", Install(Ecmp(41, {1})), kHalMissingReference},
+        ApplyCase{"NewMembersMissing", Install(Ecmp(40, {21})), kHalMissingReference}),
+    kCaseName);
+
+INSTANTIATE_TEST_SUITE_P(
+    OrderOfChecks, HalTablesApplyTest,
+    testing::Values(
+        ApplyCase{"IdBeforeReferences", Install(HostOn(0, 11)), kHalBadRequest},
+        ApplyCase{"NotFoundBeforeLabels", Request(Operation::kReplaceMpls, MplsOn(31, 10, 1048576)),
+                  kHalNotFound},
+        ApplyCase{"NotFoundBeforeReferences", Request(Operation::kReplaceHost, HostOn(21, 11)),
+                  kHalNotFound},
+        ApplyCase{"ExistsBeforeLabels", Install(MplsOn(30, 10, 1048576)), kHalExists},
+        ApplyCase{"ExistsBeforeReferences", Install(HostOn(20, 11)), kHalExists},
+        ApplyCase{"LabelsBeforeReferences", Install(MplsOn(31, 11, 1048576)), kHalLabelOutOfRange}),
+    kCaseName);
+
+TEST(HalTablesTest, KeepsThePayloads) {
+  const HalTables tables = TablesOf(SmallSite());
+  EXPECT_THAT(tables.Entries(HalKind::kVrf), ElementsAre(std::pair(1U, "\x08\x01")));
+  EXPECT_THAT(tables.Entries(HalKind::kHost),
+              ElementsAre(std::pair(20U, HostOn(20, 10).SerializeAsString())));
+  EXPECT_TRUE(tables.Contains(HalKind::kMpls, 30));
+  EXPECT_FALSE(tables.Contains(HalKind::kMpls, 20));
+  for (const HalKind kind : kAllKinds) EXPECT_EQ(tables.size(kind), 1U);
+}
+
+TEST(HalTablesTest, TakesTheIdOfThePayload) {
+  HalTables tables(1);
+  EXPECT_EQ(tables.Apply({Operation::kInstallVlan, 99, 0, Vlan(10).SerializeAsString()}),
+            kHalSuccess);
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(10));
+}
+
+TEST(HalTablesTest, InstallOfTheSameAsksForNoReference) {
+  HalTables tables = TablesOf(SmallSite());
+  ASSERT_EQ(tables.Apply(Request(Operation::kDestroyVlan, Vlan(10))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(HostOn(20, 10))), kHalSuccess);
+}
+
+TEST(HalTablesTest, ReplaceStoresTheNewContent) {
+  HalTables tables = TablesOf(SmallSite());
+  ASSERT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(10, 9000))), kHalSuccess);
+  EXPECT_THAT(tables.Entries(HalKind::kVlan),
+              ElementsAre(std::pair(10U, Vlan(10, 9000).SerializeAsString())));
+  ExpectDigestsFitEntries(tables);
+}
+
+TEST(HalTablesTest, InstallReplacesTheMembersOfAGroup) {
+  HalTables tables = TablesOf(SmallSite());
+  ASSERT_EQ(tables.Apply(Install(Ecmp(40, {30, 10}))), kHalSuccess);
+  EXPECT_THAT(tables.Entries(HalKind::kEcmp),
+              ElementsAre(std::pair(40U, Ecmp(40, {30, 10}).SerializeAsString())));
+  ExpectDigestsFitEntries(tables);
+}
+
+TEST(HalTablesTest, InstallOfAnExistingVrfSucceedsWhateverItCarries) {
+  HalTables tables = TablesOf(SmallSite());
+  // A field that the schema does not know: number 15, varint 1.
+  EXPECT_EQ(tables.Apply({Operation::kInstallVrf, 1, 0, "\x08\x01\x78\x01"}), kHalSuccess);
+  EXPECT_EQ(tables.size(HalKind::kVrf), 1U);
+}
+
+TEST(HalTablesTest, RefusesWhatIsAboveTheCapacityOfATable) {
+  HalTables tables(2);
+  ASSERT_EQ(tables.Apply(Install(Vlan(1))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Install(Vlan(2))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(Vlan(3))), kHalTableFull);
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(1, 2));
+  EXPECT_EQ(tables.Apply(Install(Host(3))), kHalSuccess) << "another table";
+  EXPECT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(2, 9000))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Request(Operation::kDestroyVlan, Vlan(1))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(Vlan(3))), kHalSuccess);
+}
+
+TEST(HalTablesTest, ChecksForRoomLast) {
+  HalTables tables(0);
+  EXPECT_EQ(tables.Apply(Install(MplsOn(1, 0, 1048576))), kHalLabelOutOfRange);
+  EXPECT_EQ(tables.Apply(Install(HostOn(1, 2))), kHalMissingReference);
+  EXPECT_EQ(tables.Apply(Install(Host(1))), kHalTableFull);
+}
+
+TEST(HalTablesTest, ClearForgetsEverything) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  tables.Clear();
+  EXPECT_EQ(Contents(tables), Contents(HalTables(1)));
+  ExpectDigestsFitEntries(tables);
+  ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(Vlan(10, 9000))), kHalExists) << "the reinstall is forgotten";
+}
+
+TEST(HalTablesReinstallTest, RemovesWhatWasNotNamed) {
+  HalTables tables = TablesOf(SmallSite());
+  ASSERT_EQ(tables.Apply(Install(Vlan(11))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Install(Vlan(12))), kHalSuccess);
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(12, 9000))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Install(Vlan(13))), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(10, 12, 13));
+  for (const HalKind kind : {HalKind::kVrf, HalKind::kHost, HalKind::kEcmp, HalKind::kMpls}) {
+    EXPECT_THAT(Ids(tables, kind), IsEmpty()) << HalKindName(kind);
+  }
+  ExpectDigestsFitEntries(tables);
+}
+
+TEST(HalTablesReinstallTest, KeepsAWholeSiteThatIsInstalledAgain) {
+  HalTables tables = TablesOf(SmallSite());
+  const auto before = Contents(tables);
+  tables.BeginReinstall();
+  for (const HalRequest& request : SmallSite()) EXPECT_EQ(tables.Apply(request), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_EQ(Contents(tables), before);
+  ExpectDigestsFitEntries(tables);
+}
+
+TEST(HalTablesReinstallTest, InstallReplacesEveryKind) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  EXPECT_EQ(tables.Apply(Install(Vlan(10, 9000))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(Host(20))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(MplsOn(30, 10, 101))), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_EQ(tables.Entries(HalKind::kVlan).at(10), Vlan(10, 9000).SerializeAsString());
+  EXPECT_EQ(tables.Entries(HalKind::kHost).at(20), Host(20).SerializeAsString());
+  EXPECT_EQ(tables.Entries(HalKind::kMpls).at(30), MplsOn(30, 10, 101).SerializeAsString());
+  EXPECT_EQ(tables.Apply(Install(Vlan(10))), kHalExists) << "after the reinstall";
+}
+
+TEST(HalTablesReinstallTest, AFailedInstallDoesNotName) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  EXPECT_EQ(tables.Apply(Install(HostOn(20, 11))), kHalMissingReference);
+  tables.EndReinstall();
+  EXPECT_THAT(Ids(tables, HalKind::kHost), IsEmpty());
+}
+
+TEST(HalTablesReinstallTest, WhatIsDestroyedMeanwhileStaysAway) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
+  ASSERT_EQ(tables.Apply(Request(Operation::kDestroyVlan, Vlan(10))), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), IsEmpty());
+}
+
+TEST(HalTablesReinstallTest, BeginStartsOver) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vrf(1))), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), IsEmpty());
+  EXPECT_THAT(Ids(tables, HalKind::kVrf), ElementsAre(1));
+}
+
+TEST(HalTablesReinstallTest, EndWithoutBeginDoesNothing) {
+  HalTables tables = TablesOf(SmallSite());
+  const auto before = Contents(tables);
+  tables.EndReinstall();
+  EXPECT_EQ(Contents(tables), before);
+  tables.BeginReinstall();
+  for (const HalRequest& request : SmallSite()) ASSERT_EQ(tables.Apply(request), kHalSuccess);
+  tables.EndReinstall();
+  tables.EndReinstall();
+  EXPECT_EQ(Contents(tables), before);
+}
+
+TEST(HalDigestTest, HashIsTheSameInEveryBuild) {
+  // Worked out apart from this code from the definitions of FNV-1a and splitmix64.
+  EXPECT_EQ(EntryHash(0, ""), 0xACA6D6B54BE3ED05);
+  EXPECT_EQ(EntryHash(1, ""), 0xDE9C7B03A9C84FC0);
+  EXPECT_EQ(EntryHash(0x01020304, "\x08\x01"), 0xA32A9DF04DF70B5E);
+  EXPECT_EQ(EntryHash(7, "\xFF"), 0x0D192D0E3BE15A36);
+}
+
+TEST(HalDigestTest, IsZeroWithoutEntries) {
+  const HalTables tables(1);
+  for (const HalKind kind : kAllKinds) EXPECT_EQ(tables.digest(kind), HalDigest());
+}
+
+TEST(HalDigestTest, DoesNotDependOnTheOrder) {
+  std::vector<HalRequest> requests;
+  for (std::uint32_t id = 1; id <= 50; ++id) requests.push_back(Install(Vlan(id, id)));
+  const HalDigest forwards = TablesOf(requests).digest(HalKind::kVlan);
+  std::reverse(requests.begin(), requests.end());
+  EXPECT_EQ(TablesOf(requests).digest(HalKind::kVlan), forwards);
+  EXPECT_EQ(forwards.count, 50U);
+}
+
+TEST(HalDigestTest, ChangesWithEachChangeAndComesBack) {
+  HalTables tables = TablesOf(SmallSite());
+  const HalDigest before = tables.digest(HalKind::kVlan);
+  ASSERT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(10, 9000))), kHalSuccess);
+  EXPECT_EQ(tables.digest(HalKind::kVlan).count, 1U);
+  EXPECT_NE(tables.digest(HalKind::kVlan).sum, before.sum);
+  ASSERT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(10))), kHalSuccess);
+  EXPECT_EQ(tables.digest(HalKind::kVlan), before);
+  ASSERT_EQ(tables.Apply(Install(Vlan(11))), kHalSuccess);
+  EXPECT_NE(tables.digest(HalKind::kVlan).sum, before.sum);
+  ASSERT_EQ(tables.Apply(Request(Operation::kDestroyVlan, Vlan(11))), kHalSuccess);
+  EXPECT_EQ(tables.digest(HalKind::kVlan), before);
+}
+
+TEST(HalDigestTest, TellsExchangedContentsApart) {
+  // The same ids and the same payloads but for which belongs to which.
+  EXPECT_NE(EntryHash(1, "a") + EntryHash(2, "b"), EntryHash(1, "b") + EntryHash(2, "a"));
+}
+
+}  // namespace
+}  // namespace reference
