@@ -1,0 +1,141 @@
+#include "reference/manager/command_line.h"
+
+#include <boost/program_options.hpp>
+#include <sstream>
+
+#include "reference/manager/explain.h"
+#include "reference/manager/graph.h"
+
+namespace reference {
+namespace {
+
+namespace po = boost::program_options;
+
+constexpr std::int64_t kMaxTableSize = 1 << 30;
+constexpr std::int64_t kDefaultTableSize = 1 << 21;
+constexpr unsigned kLineLength = 80;
+
+po::options_description Options() {
+  po::options_description options("Options", kLineLength);
+  const auto number = [](const char* name) { return po::value<std::int64_t>()->value_name(name); };
+  const auto text = [](const char* name) { return po::value<std::string>()->value_name(name); };
+  auto add = options.add_options();
+  add("apply", po::value<std::vector<std::string>>()->value_name("FILE")->composing(),
+      "when all is settled, go on to this site; repeatable");
+  add("check", text("FILE"), "only read a site file and report its mistakes");
+  add("stay", "run on until SIGTERM; SIGHUP reads the site again");
+  add("explain", text("KIND:ID"), "show why an object is not installed");
+  add("json", "write the table of objects for programs");
+  add("graph", text("FILE"), "draw the objects to an .svg, .dot or .gv file");
+  add("dump-hal", text("FILE"), "write the HAL's tables; - is standard output");
+  add("trace", "show the trace lines on standard error");
+  add("log-config", text("FILE"), "log as this zlog configuration says");
+  add("hal", text("HAL")->default_value("embedded"), "the HAL to use");
+  add("table-size", number("N")->default_value(kDefaultTableSize), "entries of a HAL table");
+  add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
+  add("version", "show the version and exit");
+  add("help", "show this help and exit");
+  return options;
+}
+
+std::optional<std::string> Text(const po::variables_map& values, const char* option) {
+  if (values.count(option) == 0) return std::nullopt;
+  return values[option].as<std::string>();
+}
+
+std::int64_t Number(const po::variables_map& values, const char* option, std::int64_t last) {
+  const auto value = values[option].as<std::int64_t>();
+  if (value < 1 || value > last) {
+    throw UsageError("--" + std::string(option) + ' ' + std::to_string(value) +
+                     " is out of range; use 1 to " + std::to_string(last));
+  }
+  return value;
+}
+
+ObjectKey ReadKey(const std::string& text) {
+  if (const auto key = ParseObjectKey(text)) return *key;
+  throw UsageError(
+      "--explain " + text +
+      " names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, mpls)");
+}
+
+void CheckGraph(const std::string& path) {
+  if (!IsGraphFileName(path)) {
+    throw UsageError("--graph " + path + " is of no known format; use a name in .svg, .dot or .gv");
+  }
+}
+
+std::vector<std::string> ReadSites(const po::variables_map& values) {
+  std::vector<std::string> sites;
+  if (values.count("site") != 0) sites = values["site"].as<std::vector<std::string>>();
+  if (sites.empty()) throw UsageError("the site file is missing; write zuskux-manager SITE");
+  if (sites.size() > 1) {
+    throw UsageError(sites[1] + " is one file too many; write --apply " + sites[1] +
+                     " to go on to it");
+  }
+  if (values.count("apply") != 0) {
+    for (const auto& file : values["apply"].as<std::vector<std::string>>()) sites.push_back(file);
+  }
+  return sites;
+}
+
+po::variables_map ParseOptions(const std::vector<std::string>& arguments) {
+  po::options_description all = Options();
+  all.add_options()("site", po::value<std::vector<std::string>>());
+  po::positional_options_description positional;
+  positional.add("site", -1);
+  po::variables_map values;
+  try {
+    po::store(
+        po::command_line_parser(arguments)
+            .options(all)
+            .positional(positional)
+            .style(po::command_line_style::default_style & ~po::command_line_style::allow_guessing)
+            .run(),
+        values);
+  } catch (const po::error& error) {
+    throw UsageError(std::string(error.what()) + "; see zuskux-manager --help");
+  }
+  return values;
+}
+
+}  // namespace
+
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
+  const po::variables_map values = ParseOptions(arguments);
+  CommandLine line;
+  line.help = values.count("help") != 0;
+  line.version = values.count("version") != 0;
+  line.check = Text(values, "check");
+  if (line.help || line.version || line.check) return line;
+
+  line.sites = ReadSites(values);
+  line.trace = values.count("trace") != 0;
+  line.log_config = Text(values, "log-config");
+  line.stay = values.count("stay") != 0;
+  line.json = values.count("json") != 0;
+  line.dump_hal = Text(values, "dump-hal");
+  line.graph = Text(values, "graph");
+  if (line.graph) CheckGraph(*line.graph);
+  if (const auto key = Text(values, "explain")) line.explain = ReadKey(*key);
+  line.table_size = static_cast<std::size_t>(Number(values, "table-size", kMaxTableSize));
+  if (values.count("restart-hal-after") != 0) {
+    line.restart_hal_after = static_cast<std::uint64_t>(
+        Number(values, "restart-hal-after", std::numeric_limits<std::int64_t>::max()));
+  }
+  if (const auto hal = Text(values, "hal"); hal != "embedded") {
+    throw UsageError("--hal " + *hal + " is not known; use embedded");
+  }
+  return line;
+}
+
+std::string HelpText() {
+  std::ostringstream text;
+  text << "Usage: zuskux-manager SITE [options]\n"
+          "Brings a HAL to what a site file describes and shows what became of each object.\n\n"
+       << Options()
+       << "\nExit status: 0 all in place, 3 some objects failed, 1 an error, 2 wrong usage.\n";
+  return text.str();
+}
+
+}  // namespace reference

@@ -1,0 +1,76 @@
+#include "reference/manager/explain.h"
+
+#include <array>
+#include <charconv>
+#include <string_view>
+
+#include "reference/manager/report.h"
+
+namespace reference {
+namespace {
+
+constexpr std::array kKinds = {HalKind::kVrf, HalKind::kVlan, HalKind::kHost, HalKind::kEcmp,
+                               HalKind::kMpls};
+
+std::string Named(const Object& object) { return KeyText(object.key) + " \"" + object.name + '"'; }
+
+// Goes on after the name of the object.
+std::string Verdict(const Object& object) {
+  switch (StandingOf(object)) {
+    case Standing::kPending:
+      return "is pending: its request has not been settled";
+    case Standing::kInstalled:
+      return "is installed";
+    case Standing::kInactive:
+      return "is installed but inactive: " + ReasonOf(object);
+    case Standing::kSent:
+      return "was sent; the HAL reports no result for VRFs";
+    case Standing::kFailed:
+      return "failed: " + ReasonOf(object);
+    case Standing::kRemoved:
+      break;
+  }
+  return "was removed";
+}
+
+// The first destination that the object refers to and that the HAL does not hold; its id is 0 when
+// there is none.
+std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
+  if (object.state != ObjectState::kFailed || object.code != kHalMissingReference) return 0;
+  for (const std::uint32_t id : ReferencedIds(object.content)) {
+    if (!database.InHal(id)) return id;
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::optional<ObjectKey> ParseObjectKey(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string::npos) return std::nullopt;
+  std::uint32_t id = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data() + colon + 1, end, id);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  for (const HalKind kind : kKinds) {
+    if (text.compare(0, colon, HalKindName(kind)) == 0) return ObjectKey{kind, id};
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key) {
+  const Object* object = database.Find(key);
+  if (object == nullptr) return std::nullopt;
+  std::string text = Named(*object) + ' ' + Verdict(*object) + '\n';
+  std::string indent;
+  while (const std::uint32_t missing = FirstMissing(database, *object)) {
+    indent += "  ";
+    text += indent + (object->key.kind == HalKind::kEcmp ? "it lacks member " : "it rides on ");
+    object = database.FindReferenced(missing);
+    if (object == nullptr) return text + std::to_string(missing) + ", which does not exist\n";
+    text += Named(*object) + ", which " + Verdict(*object) + '\n';
+  }
+  return text;
+}
+
+}  // namespace reference

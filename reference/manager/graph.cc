@@ -1,0 +1,237 @@
+#include "reference/manager/graph.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/algorithm/string/predicate.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "reference/manager/report.h"
+
+namespace reference {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A column of the drawing: what rides on nothing further than the next ones.
+struct Layer {
+  std::string_view name;
+  std::string_view shape;
+};
+enum class LayerId { kEcmp, kCircuit, kTunnel, kHost, kVlan, kVrf };
+constexpr std::array<Layer, 6> kLayers = {{{"ecmp group", "hexagon"},
+                                           {"virtual circuit", "oval"},
+                                           {"mpls tunnel", "octagon"},
+                                           {"host", "box"},
+                                           {"vlan", "tab"},
+                                           {"vrf", "box3d"}}};
+
+struct Colour {
+  Standing standing;
+  std::string_view fill;
+};
+constexpr std::array<Colour, 5> kColours = {{{Standing::kInstalled, "#b7e1b5"},
+                                             {Standing::kInactive, "#ffd79a"},
+                                             {Standing::kSent, "#b9d7f2"},
+                                             {Standing::kPending, "#e4e4e4"},
+                                             {Standing::kFailed, "#f4a9a0"}}};
+
+constexpr char kHead[] = R"(digraph destinations {
+  rankdir=LR;
+  fontname="sans-serif";
+  fontsize=12;
+  ranksep=0.6;
+  nodesep=0.08;
+  node [style=filled, fontname="sans-serif", fontsize=10, margin="0.06,0.03", height=0.3];
+  edge [arrowsize=0.5, color="#707070"];
+)";
+
+LayerId LayerOf(const Object& object) {
+  static constexpr std::array<LayerId, kHalKinds> kOfKind = {
+      LayerId::kVrf, LayerId::kVlan, LayerId::kHost, LayerId::kEcmp, LayerId::kTunnel};
+  if (IsVirtualCircuit(object.content)) return LayerId::kCircuit;
+  return kOfKind.at(static_cast<std::size_t>(object.key.kind));
+}
+
+std::string_view FillOf(const Object& object) {
+  const Standing standing = StandingOf(object);
+  for (const Colour& colour : kColours) {
+    if (colour.standing == standing) return colour.fill;
+  }
+  return "white";
+}
+
+std::string Quoted(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char character : text) {
+    if (character == '"' || character == '\\') quoted += '\\';
+    quoted += character;
+  }
+  return quoted + '"';
+}
+
+std::string NodeId(const ObjectKey& key) { return Quoted(KeyText(key)); }
+
+std::string Node(const Object& object) {
+  const auto& layer = kLayers.at(static_cast<std::size_t>(LayerOf(object)));
+  // The line break of a label is written, not meant.
+  std::string label = Quoted(object.name);
+  label.insert(label.size() - 1, "\\n" + KeyText(object.key));
+  return NodeId(object.key) + " [label=" + label + ", shape=" + std::string(layer.shape) +
+         ", fillcolor=\"" + std::string(FillOf(object)) + "\"];\n";
+}
+
+std::string Edge(const Object& from, const Object* to, const char* attributes) {
+  if (to == nullptr || to->state == ObjectState::kRemoved) return {};
+  return "  " + NodeId(from.key) + " -> " + NodeId(to->key) + attributes + ";\n";
+}
+
+std::string Legend() {
+  std::string text = "  subgraph cluster_legend {\n    label=\"legend\";\n";
+  for (const Colour& colour : kColours) {
+    const std::string name(StandingName(colour.standing));
+    text += "    \"legend " + name + "\" [label=\"" + name +
+            "\", shape=box, color=white, fillcolor=\"" + std::string(colour.fill) + "\"];\n";
+  }
+  for (const Layer& layer : kLayers) {
+    const std::string name(layer.name);
+    text += "    \"legend " + name + "\" [label=\"" + name +
+            "\", shape=" + std::string(layer.shape) + ", fillcolor=white];\n";
+  }
+  return text + "  }\n";
+}
+
+std::string Layers(const DestDatabase& database) {
+  std::array<std::string, kLayers.size()> nodes;
+  for (const auto& [key, object] : database.objects()) {
+    if (object.state == ObjectState::kRemoved) continue;
+    nodes.at(static_cast<std::size_t>(LayerOf(object))) += "    " + Node(object);
+  }
+  std::string text;
+  for (const std::string& layer : nodes) {
+    if (!layer.empty()) text += "  {\n    rank=same;\n" + layer + "  }\n";
+  }
+  return text;
+}
+
+std::map<std::uint32_t, const Object*> VrfsByNumber(const DestDatabase& database) {
+  std::map<std::uint32_t, const Object*> vrfs;
+  for (const auto& [key, object] : database.objects()) {
+    const auto* const vrf = std::get_if<dest_mng::VrfData>(&object.content);
+    if (vrf != nullptr && object.state != ObjectState::kRemoved) vrfs.emplace(vrf->vrf_id, &object);
+  }
+  return vrfs;
+}
+
+std::string Edges(const DestDatabase& database) {
+  const std::map<std::uint32_t, const Object*> vrfs = VrfsByNumber(database);
+  std::string text;
+  for (const auto& [key, object] : database.objects()) {
+    if (object.state == ObjectState::kRemoved) continue;
+    for (const std::uint32_t id : ReferencedIds(object.content)) {
+      text += Edge(object, database.FindReferenced(id), "");
+    }
+    if (const auto neighbor = NeighborId(object.content)) {
+      text += Edge(object, database.Find({HalKind::kHost, *neighbor}),
+                   " [style=dashed, constraint=false]");
+    }
+    if (const auto number = VrfIdOf(object.content)) {
+      const auto vrf = vrfs.find(*number);
+      if (vrf != vrfs.end()) text += Edge(object, vrf->second, "");
+    }
+  }
+  return text;
+}
+
+[[noreturn]] void ThrowCannotWrite(const std::string& path, int error) {
+  throw std::runtime_error("cannot write " + path + ": " + std::generic_category().message(error));
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) ThrowCannotWrite(path, errno);
+}
+
+// The exit status of `dot`; throws when there is none.
+int RunDot(const std::string& input, const std::string& output) {
+  std::array<std::string, 5> words = {"dot", "-Tsvg", "-o", output, input};
+  std::array<char*, 6> arguments{};
+  for (std::size_t i = 0; i < words.size(); ++i) arguments[i] = words[i].data();
+  pid_t child = 0;
+  const int error = posix_spawnp(&child, "dot", nullptr, nullptr, arguments.data(), environ);
+  if (error == ENOENT) {
+    throw std::runtime_error(
+        "cannot draw the graph: dot is missing; install the package graphviz or write a .dot file");
+  }
+  if (error != 0) {
+    throw std::runtime_error("cannot run dot: " + std::generic_category().message(error));
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
+}
+
+/// A name beside a file for its next version, which is removed unless it was moved into place.
+class NextVersion {
+ public:
+  explicit NextVersion(const std::string& path, const char* suffix)
+      : path_(path), next_(path + '.' + std::to_string(getpid()) + suffix) {}
+  NextVersion(const NextVersion&) = delete;
+  NextVersion& operator=(const NextVersion&) = delete;
+  ~NextVersion() {
+    std::error_code ignored;
+    fs::remove(next_, ignored);
+  }
+
+  const std::string& name() const { return next_; }
+
+  void Commit() {
+    if (std::rename(next_.c_str(), path_.c_str()) != 0) ThrowCannotWrite(path_, errno);
+  }
+
+ private:
+  std::string path_;
+  std::string next_;
+};
+
+}  // namespace
+
+bool IsGraphFileName(const std::string& path) {
+  const std::string extension = fs::path(path).extension();
+  return extension == ".svg" || extension == ".dot" || extension == ".gv";
+}
+
+std::string GraphText(const DestDatabase& database) {
+  return kHead + Legend() + Layers(database) + Edges(database) + "}\n";
+}
+
+void WriteGraph(const DestDatabase& database, const std::string& path) {
+  NextVersion text(path, ".gv");
+  WriteText(text.name(), GraphText(database));
+  if (!boost::algorithm::ends_with(path, ".svg")) {
+    text.Commit();
+    return;
+  }
+  NextVersion drawing(path, ".svg");
+  if (RunDot(text.name(), drawing.name()) != EXIT_SUCCESS) {
+    throw std::runtime_error(
+        "cannot draw the graph: dot failed; write a .dot file to see its input");
+  }
+  drawing.Commit();
+}
+
+}  // namespace reference

@@ -1,0 +1,51 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_REPORT_H_
+#define ZUSKUX_REFERENCE_MANAGER_REPORT_H_
+
+#include <array>
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "reference/manager/dest_database.h"
+
+namespace reference {
+
+/// How an object stands, as it is shown: its state, where an installed MPLS destination without an
+/// active neighbour is inactive.
+enum class Standing : std::uint8_t { kPending, kInstalled, kInactive, kSent, kFailed, kRemoved };
+inline constexpr std::size_t kStandings = 6;
+
+Standing StandingOf(const Object& object);
+
+/// "pending", "installed" and so on.
+std::string_view StandingName(Standing standing);
+
+/// Why the object stands as it does; empty where there is nothing to say.
+std::string ReasonOf(const Object& object);
+
+/// How many objects stand how.
+class Summary {
+ public:
+  explicit Summary(const DestDatabase& database);
+
+  std::size_t count(Standing standing) const { return counts_[static_cast<std::size_t>(standing)]; }
+  std::size_t objects() const;
+  /// Whether every object has reached its end state: installed, sent or removed.
+  bool complete() const { return count(Standing::kPending) + count(Standing::kFailed) == 0; }
+  /// "42 objects: 40 installed, 1 sent, 1 failed".
+  std::string text() const;
+
+ private:
+  std::array<std::size_t, kStandings> counts_{};
+};
+
+/// Writes a line for each object, by kind and id, and the summary.
+void WriteTable(const DestDatabase& database, std::ostream* out);
+
+/// Writes the same for programs: an object with "objects" and "summary", a line for each entry.
+void WriteJson(const DestDatabase& database, std::ostream* out);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_REPORT_H_

@@ -1,0 +1,269 @@
+#include "reference/manager/dest_database.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "dest_mng.pb.h"
+#include "reference/site/generate_site.h"
+#include "tests/manager/sites.h"
+
+namespace reference {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+std::vector<std::string> Keys(const std::vector<Object*>& objects) {
+  std::vector<std::string> keys;
+  for (const Object* const object : objects) keys.push_back(KeyText(object->key));
+  return keys;
+}
+
+template <typename Record>
+const Record& RecordOf(const DestDatabase& database, const ObjectKey& key) {
+  const Object* const object = database.Find(key);
+  const google::protobuf::Message* record = nullptr;
+  if (key.kind == HalKind::kVlan) record = std::get<1>(object->content)->record.get();
+  if (key.kind == HalKind::kHost) record = std::get<2>(object->content)->record.get();
+  if (key.kind == HalKind::kMpls) record = std::get<4>(object->content)->record.get();
+  return dynamic_cast<const Record&>(*record);
+}
+
+TEST(DestDatabaseTest, EverythingOfAFirstSiteIsNew) {
+  DestDatabase database;
+  const auto changes = database.Replace(SiteOfAllKinds());
+  EXPECT_THAT(Keys(changes.changed),
+              UnorderedElementsAre("vrf:1", "vlan:10", "vlan:11", "host:20", "host:21", "ecmp:30",
+                                   "mpls:40", "mpls:41"));
+  EXPECT_THAT(changes.dropped, IsEmpty());
+}
+
+TEST(DestDatabaseTest, TheSameSiteAgainChangesNothing) {
+  DestDatabase database;
+  const Site site = GenerateSite(5, 500);
+  EXPECT_EQ(database.Replace(site).changed.size(), 500U);
+  const auto changes = database.Replace(site);
+  EXPECT_THAT(changes.changed, IsEmpty());
+  EXPECT_THAT(changes.dropped, IsEmpty());
+}
+
+struct ChangeCase {
+  const char* name;
+  std::function<void(Site*)> change;
+  std::vector<std::string> changed;
+  std::vector<std::string> dropped;
+};
+
+void PrintTo(const ChangeCase& change, std::ostream* out) { *out << change.name; }
+
+class DestDatabaseChangeTest : public ::testing::TestWithParam<ChangeCase> {};
+
+TEST_P(DestDatabaseChangeTest, TellsWhatChanges) {
+  DestDatabase database;
+  Site site = SiteOfAllKinds();
+  database.Replace(site);
+  GetParam().change(&site);
+  const auto changes = database.Replace(site);
+  EXPECT_EQ(Keys(changes.changed), GetParam().changed);
+  EXPECT_EQ(Keys(changes.dropped), GetParam().dropped);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Changes, DestDatabaseChangeTest,
+    ::testing::Values(
+        ChangeCase{"VrfNumber", [](Site* site) { site->vrfs[0].vrf_id = 8; }, {"vrf:1"}, {}},
+        ChangeCase{"VrfName", [](Site* site) { site->vrfs[0].name = "red"; }, {}, {}},
+        ChangeCase{"VlanName", [](Site* site) { site->vlans[0].name = "a"; }, {"vlan:10"}, {}},
+        ChangeCase{"VlanLimId", [](Site* site) { site->vlans[0].lim_id = 9; }, {"vlan:10"}, {}},
+        ChangeCase{"VlanMtuGone", [](Site* site) { site->vlans[0].mtu.reset(); }, {"vlan:10"}, {}},
+        ChangeCase{
+            "VlanList", [](Site* site) { site->vlans[0].list_values = {"a"}; }, {"vlan:10"}, {}},
+        ChangeCase{"HostMac",
+                   [](Site* site) { site->hosts[0].mac = Mac{2, 0, 0, 0, 0, 1}; },
+                   {"host:20"},
+                   {}},
+        ChangeCase{"HostVlan", [](Site* site) { site->hosts[0].vlan = 11; }, {"host:20"}, {}},
+        ChangeCase{"EcmpMembers",
+                   [](Site* site) {
+                     site->ecmps[0].members = {40, 20};
+                   },
+                   {"ecmp:30"},
+                   {}},
+        ChangeCase{"EcmpName", [](Site* site) { site->ecmps[0].name = "pair"; }, {}, {}},
+        ChangeCase{"MplsNeighbor", [](Site* site) { site->mpls[0].neighbor = 0; }, {"mpls:40"}, {}},
+        ChangeCase{"MplsTunnelBecomesCircuit",
+                   [](Site* site) { site->mpls[1] = CircuitEntry(41, 40, 21); },
+                   {"mpls:41"},
+                   {}},
+        ChangeCase{"Gone",
+                   [](Site* site) {
+                     site->hosts.clear();
+                     site->vrfs.clear();
+                   },
+                   {},
+                   {"vrf:1", "host:20", "host:21"}},
+        ChangeCase{"IdOfAnotherKind",
+                   [](Site* site) {
+                     site->vlans.erase(site->vlans.begin());
+                     site->hosts.push_back(HostEntry(10, 11));
+                   },
+                   {"host:10"},
+                   {"vlan:10"}},
+        ChangeCase{"Order", [](Site* site) { std::swap(site->vlans[0], site->vlans[1]); }, {}, {}}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(DestDatabaseTest, ADroppedObjectThatComesBackIsAChange) {
+  DestDatabase database;
+  const Site site = SiteOfAllKinds();
+  database.Replace(site);
+  database.Replace(Site());
+  EXPECT_FALSE(database.Find({HalKind::kVlan, 10})->wanted);
+  EXPECT_EQ(database.Replace(site).changed.size(), 8U);
+  EXPECT_TRUE(database.Find({HalKind::kVlan, 10})->wanted);
+}
+
+TEST(DestDatabaseTest, ForgetsWhatWasRemoved) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  database.Replace(Site());
+  database.Find({HalKind::kVlan, 10})->state = ObjectState::kRemoved;
+  EXPECT_THAT(database.Replace(Site()).dropped, IsEmpty());
+  EXPECT_EQ(database.Find({HalKind::kVlan, 10}), nullptr);
+  EXPECT_NE(database.Find({HalKind::kVlan, 11}), nullptr);
+}
+
+TEST(DestDatabaseTest, ARemovalThatFailedIsDroppedAgain) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  database.Replace(Site());
+  database.Find({HalKind::kVlan, 10})->state = ObjectState::kFailed;
+  EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vlan:10"));
+}
+
+TEST(DestDatabaseTest, BuildsAVlan) {
+  Site site;
+  SiteVlan vlan;
+  vlan.id = 10;
+  vlan.name = "core";
+  vlan.lim_id = 0x01020304;
+  vlan.source_mac = Mac{2, 0, 0, 0, 1, 10};
+  vlan.vrf = 0;
+  vlan.mtu = 9000;
+  vlan.capabilities = {dest_mng::VLAN_CAPABILITY_ROUTED, dest_mng::VLAN_CAPABILITY_NONE};
+  vlan.list_values = {"a", "b"};
+  site.vlans = {vlan};
+  DestDatabase database;
+  database.Replace(site);
+
+  const std::uint32_t lim_id = 0x01020304;
+  dest_mng::DestVlanMessage expected;
+  expected.set_lim_id(&lim_id, sizeof lim_id);
+  expected.set_source_mac(std::string("\x02\x00\x00\x00\x01\x0a", 6));
+  expected.set_name("core");
+  expected.set_vlan_dest_id(10);
+  expected.set_vrf(0);
+  expected.set_mtu(9000);
+  expected.add_capabilities(dest_mng::VLAN_CAPABILITY_ROUTED);
+  expected.add_capabilities(dest_mng::VLAN_CAPABILITY_NONE);
+  EXPECT_EQ(RecordOf<dest_mng::DestVlanMessage>(database, {HalKind::kVlan, 10}).ShortDebugString(),
+            expected.ShortDebugString());
+
+  const auto& object = *std::get<1>(database.Find({HalKind::kVlan, 10})->content);
+  const auto& list = object.attribute_lists.at(object.list_attribute_name).second;
+  ASSERT_EQ(list.size(), 2U);
+  EXPECT_EQ(boost::get<std::string>(list[0].value), "a");
+  EXPECT_EQ(boost::get<std::string>(list[1].value), "b");
+  EXPECT_TRUE(list[0].present);
+}
+
+TEST(DestDatabaseTest, BuildsAHost) {
+  Site site;
+  SiteHost host = HostEntry(20, 0xFFFFFFFF);
+  host.mac = Mac{2, 0, 0, 0, 2, 20};
+  host.ip_address = std::string("\xc0\x00\x02\x01", 4);
+  host.vrf = 5;
+  host.flags = {dest_mng::ACTION_TO_CPU};
+  site.hosts = {host};
+  DestDatabase database;
+  database.Replace(site);
+
+  const auto& record = RecordOf<dest_mng::DestHostMessage>(database, {HalKind::kHost, 20});
+  EXPECT_EQ(record.dest_id(), 20U);
+  EXPECT_EQ(record.name(), "host-20");
+  EXPECT_EQ(record.dest_mac(), std::string("\x02\x00\x00\x00\x02\x14", 6));
+  EXPECT_EQ(record.ip_address(), std::string("\xc0\x00\x02\x01", 4));
+  EXPECT_EQ(record.vrf(), 5U);
+  EXPECT_THAT(record.flags(), ElementsAre(dest_mng::ACTION_TO_CPU));
+  const auto& object = *std::get<2>(database.Find({HalKind::kHost, 20})->content);
+  EXPECT_EQ(boost::get<int>(object.attributes.at("vlan_dest_id").value), -1);
+}
+
+TEST(DestDatabaseTest, BuildsATunnel) {
+  Site site;
+  SiteMpls tunnel = TunnelEntry(41, 11, 21);
+  tunnel.label = 3000;
+  tunnel.pass_through_value = 77;
+  tunnel.capabilities = {dest_mng::MPLS_CAPABILITY_PUSH};
+  site.mpls = {tunnel};
+  DestDatabase database;
+  database.Replace(site);
+
+  const auto& record = RecordOf<dest_mng::DestMplsMessage>(database, {HalKind::kMpls, 41});
+  EXPECT_EQ(record.mpls_dest_id(), 41U);
+  EXPECT_EQ(record.label(), 3000U);
+  EXPECT_EQ(record.pass_through_value(), 77U);
+  EXPECT_THAT(record.capabilities(), ElementsAre(dest_mng::MPLS_CAPABILITY_PUSH));
+  EXPECT_FALSE(record.has_vc_label());
+  EXPECT_FALSE(record.has_tunnel_dest_id());
+  const auto& object = *std::get<4>(database.Find({HalKind::kMpls, 41})->content);
+  EXPECT_EQ(boost::get<int>(object.attributes.at("vlan_dest_id").value), 11);
+  EXPECT_EQ(boost::get<int>(object.attributes.at("host_dest_id").value), 21);
+}
+
+TEST(DestDatabaseTest, BuildsACircuit) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  const auto& record = RecordOf<dest_mng::DestMplsMessage>(database, {HalKind::kMpls, 40});
+  EXPECT_EQ(record.vc_label(), 16U);
+  EXPECT_EQ(record.tunnel_dest_id(), 41U);
+  const auto& object = *std::get<4>(database.Find({HalKind::kMpls, 40})->content);
+  EXPECT_EQ(object.attributes.count("vlan_dest_id"), 0U);
+  EXPECT_EQ(boost::get<int>(object.attributes.at("host_dest_id").value), 21);
+}
+
+TEST(DestDatabaseTest, BuildsEcmpGroupsAndVrfs) {
+  Site site = SiteOfAllKinds();
+  site.ecmps[0].members = {20, 40, 20};
+  DestDatabase database;
+  database.Replace(site);
+  const auto& ecmp = std::get<dest_mng::EcmpData>(database.Find({HalKind::kEcmp, 30})->content);
+  EXPECT_EQ(ecmp.db_id, 30U);
+  EXPECT_THAT(ecmp.nhops, ElementsAre(20U, 40U, 20U));
+  const auto& vrf = std::get<dest_mng::VrfData>(database.Find({HalKind::kVrf, 1})->content);
+  EXPECT_EQ(vrf.vrf_id, 7U);
+  EXPECT_EQ(vrf.db_id, 1U);
+}
+
+TEST(DestDatabaseTest, KnowsWhatAnObjectRefersTo) {
+  Site site = SiteOfAllKinds();
+  site.ecmps[0].members = {40, 20, 40};
+  DestDatabase database;
+  database.Replace(site);
+  const auto references = [&database](HalKind kind, std::uint32_t id) {
+    return ReferencedIds(database.Find({kind, id})->content);
+  };
+  EXPECT_THAT(references(HalKind::kVrf, 1), IsEmpty());
+  EXPECT_THAT(references(HalKind::kVlan, 10), IsEmpty());
+  EXPECT_THAT(references(HalKind::kHost, 21), ElementsAre(11U));
+  EXPECT_THAT(references(HalKind::kMpls, 41), ElementsAre(11U));
+  EXPECT_THAT(references(HalKind::kMpls, 40), ElementsAre(41U));
+  EXPECT_THAT(references(HalKind::kEcmp, 30), ElementsAre(40U, 20U));
+}
+
+}  // namespace
+}  // namespace reference

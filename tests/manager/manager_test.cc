@@ -1,0 +1,693 @@
+#include "reference/manager/manager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <boost/asio/io_context.hpp>
+#include <string>
+#include <vector>
+
+#include "base_encap_message.pb.h"
+#include "interface_ids/interface_table.h"
+#include "reference/manager/report.h"
+#include "tests/manager/scripted_hal.h"
+#include "tests/manager/sites.h"
+#include "zuskux/hai_callback.h"
+
+namespace reference {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class ManagerTest : public ::testing::Test {
+ protected:
+  ManagerTest()
+      : manager_(&io_,
+                 {[this] { ++settled_; }, [this] { ++reinstalls_begun_; },
+                  [this](std::size_t objects, auto /*time*/) { reinstalled_.push_back(objects); },
+                  [this](std::uint64_t results) { results_ = results; }}) {
+    manager_.Start(&hal_);
+  }
+
+  void Apply(const Site& site) {
+    manager_.Apply(site);
+    Work();
+  }
+
+  void FindServer() {
+    hal_.FindServer();
+    Work();
+  }
+
+  void Answer(const std::string& request, HalReturnCode code = kHalSuccess) {
+    hal_.Answer(request, code);
+    Work();
+  }
+
+  // Answers until nothing is sent any more; `code` for every request.
+  void AnswerAll(HalReturnCode code = kHalSuccess) {
+    for (int round = 0; hal_.outstanding() != 0; ++round) {
+      ASSERT_LT(round, 100) << "it sends again and again";
+      hal_.AnswerAll(code);
+      Work();
+    }
+  }
+
+  // A HAL that holds all of `site`.
+  void Install(const Site& site) {
+    manager_.Apply(site);
+    FindServer();
+    AnswerAll();
+    hal_.TakeLog();
+    ASSERT_TRUE(manager_.settled());
+    settled_ = 0;
+    reinstalled_.clear();
+  }
+
+  std::vector<std::string> Sent() { return hal_.TakeLog(); }
+
+  Standing StandingOf(HalKind kind, std::uint32_t id) const {
+    return reference::StandingOf(*manager_.database().Find({kind, id}));
+  }
+
+  std::string StandingText(HalKind kind, std::uint32_t id) const {
+    const Object& object = *manager_.database().Find({kind, id});
+    return std::string(StandingName(reference::StandingOf(object))) + ' ' + ReasonOf(object);
+  }
+
+  void Work() {
+    io_.restart();
+    io_.poll();
+  }
+
+  boost::asio::io_context io_;
+  int settled_ = 0;
+  int reinstalls_begun_ = 0;
+  std::vector<std::size_t> reinstalled_;
+  std::uint64_t results_ = 0;
+  Manager manager_;
+  ScriptedHal hal_;
+};
+
+TEST_F(ManagerTest, SendsNothingBeforeTheServerIsFound) {
+  Apply(SiteOfAllKinds());
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_FALSE(manager_.settled());
+  EXPECT_EQ(manager_.remaining(), 8U);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kPending);
+}
+
+TEST_F(ManagerTest, InstallsInTheOrderOfDependence) {
+  Apply(SiteOfAllKinds());
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "install-vlan 10",
+                                  "install-vlan 11", "install-host 20", "install-host 21",
+                                  "install-ecmp 30", "install-mpls 41", "install-mpls 40"));
+  EXPECT_EQ(settled_, 0);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(results_, 7U);
+  EXPECT_EQ(manager_.remaining(), 0U);
+  EXPECT_THAT(reinstalled_, ElementsAre(8U));
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 7 installed, 1 sent");
+}
+
+TEST_F(ManagerTest, AnEmptySiteSettles) {
+  Apply(Site());
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+}
+
+TEST_F(ManagerTest, ReportsAnApplyWithoutChangesAsSettled) {
+  Install(SiteOfAllKinds());
+  Apply(SiteOfAllKinds());
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(settled_, 1);
+}
+
+TEST_F(ManagerTest, SendsAnEcmpGroupAgainWhenItsLastMemberIsInstalled) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  site.mpls = {TunnelEntry(41, 10, 0), TunnelEntry(42, 10, 0)};
+  site.ecmps = {EcmpEntry(30, {41, 42, 10})};
+  Apply(site);
+  FindServer();
+  Sent();
+  Answer("install-vlan 10");
+  Answer("install-ecmp 30", kHalMissingReference);
+  EXPECT_EQ(StandingOf(HalKind::kEcmp, 30), Standing::kFailed);
+  Answer("install-mpls 41");
+  EXPECT_THAT(Sent(), IsEmpty());
+  Answer("install-mpls 42");
+  EXPECT_THAT(Sent(), ElementsAre("install-ecmp 30"));
+  Answer("install-ecmp 30");
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(StandingOf(HalKind::kEcmp, 30), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, SendsWhatLackedADestinationAgainWhenThatIsRepaired) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  site.hosts = {HostEntry(20, 10)};
+  site.ecmps = {EcmpEntry(30, {20})};
+  Apply(site);
+  FindServer();
+  Answer("install-vlan 10", kHalBadRequest);
+  Answer("install-host 20", kHalMissingReference);
+  Answer("install-ecmp 30", kHalMissingReference);
+  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
+  Sent();
+
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10"));
+  Answer("install-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-host 20"));
+  Answer("install-host 20");
+  EXPECT_THAT(Sent(), ElementsAre("install-ecmp 30"));
+  Answer("install-ecmp 30");
+  EXPECT_EQ(Summary(manager_.database()).text(), "3 objects: 3 installed");
+}
+
+TEST_F(ManagerTest, GivesUpOnAMissingReferenceThatIsThere) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  site.hosts = {HostEntry(20, 10)};
+  Apply(site);
+  FindServer();
+  Answer("install-vlan 10");
+  Sent();
+  AnswerAll(kHalMissingReference);
+  EXPECT_THAT(Sent(), ElementsAre("install-host 20", "install-host 20", "end-reinstall"));
+  EXPECT_EQ(StandingOf(HalKind::kHost, 20), Standing::kFailed);
+}
+
+TEST_F(ManagerTest, DoesNotRepeatAPermanentError) {
+  Apply(SiteOfAllKinds());
+  FindServer();
+  Sent();
+  AnswerAll(kHalLabelOutOfRange);
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 1 sent, 7 failed");
+  Apply(SiteOfAllKinds());
+  EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(ManagerTest, SendsALateChangeWhenTheResultIsIn) {
+  Site site;
+  site.vlans = {VlanEntry(10, 1500)};
+  Apply(site);
+  FindServer();
+  Sent();
+  site.vlans = {VlanEntry(10, 1600)};
+  Apply(site);
+  site.vlans = {VlanEntry(10, 1700)};
+  Apply(site);
+  EXPECT_THAT(Sent(), IsEmpty());
+  Answer("install-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  encapsulation::VlanMessage message;
+  ASSERT_TRUE(message.ParseFromString(hal_.last_payload()));
+  EXPECT_EQ(message.mtu(), 1700U);
+  EXPECT_EQ(settled_, 0);
+  Answer("replace-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+}
+
+TEST_F(ManagerTest, RemovesWhenTheResultOfTheInstallIsIn) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  Apply(site);
+  FindServer();
+  Apply(Site());
+  Sent();
+  Answer("install-vlan 10");
+  // The other one may still be about to move away from what is removed.
+  EXPECT_THAT(Sent(), IsEmpty());
+  Answer("install-vlan 11", kHalTableFull);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 11), Standing::kRemoved);
+  Answer("destroy-vlan 10");
+  EXPECT_EQ(Summary(manager_.database()).text(), "2 objects: 2 removed");
+}
+
+TEST_F(ManagerTest, InstallsAgainWhatComesBackDuringItsRemoval) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  Apply(Site());
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  Answer("destroy-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10"));
+  Answer("install-vlan 10");
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, SendsExactlyWhatChanges) {
+  const Site first = SiteOfAllKinds();
+  Install(first);
+
+  Site second = first;
+  second.vlans[0].mtu = 9000;
+  second.hosts.push_back(HostEntry(22, 11));
+  second.ecmps[0].members = {22};
+  second.mpls.erase(second.mpls.begin());
+  Apply(second);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "install-host 22", "install-ecmp 30"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("destroy-mpls 40"));
+
+  Apply(first);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "install-ecmp 30", "install-mpls 40",
+                                  "destroy-host 22"));
+  EXPECT_EQ(StandingText(HalKind::kHost, 22), "removed ");
+  Apply(first);
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 7 installed, 1 sent");
+}
+
+TEST_F(ManagerTest, RemovesNothingBeforeWhatRidesOnIt) {
+  Install(SiteOfAllKinds());
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-ecmp 30", "destroy-mpls 40", "destroy-mpls 41",
+                                  "destroy-host 20", "destroy-host 21", "destroy-vlan 10",
+                                  "destroy-vlan 11", "destroy-vrf 7"));
+  AnswerAll();
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 8 removed");
+}
+
+TEST_F(ManagerTest, ANeighborGoesAndComesBack) {
+  const Site first = SiteOfAllKinds();
+  Install(first);
+
+  Site second = first;
+  second.hosts.pop_back();
+  for (SiteMpls& mpls : second.mpls) mpls.neighbor = 0;
+  Apply(second);
+  EXPECT_THAT(Sent(), ElementsAre("replace-mpls 41", "replace-mpls 40"));
+  encapsulation::MplsMessage message;
+  ASSERT_TRUE(message.ParseFromString(hal_.last_payload()));
+  EXPECT_EQ(message.flag(), encapsulation::ACTION_DROP);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("destroy-host 21"));
+  EXPECT_EQ(StandingText(HalKind::kMpls, 40), "inactive no active neighbor: dropping");
+  EXPECT_TRUE(Summary(manager_.database()).complete());
+
+  Apply(first);
+  EXPECT_THAT(Sent(), ElementsAre("install-host 21", "replace-mpls 41", "replace-mpls 40"));
+  ASSERT_TRUE(message.ParseFromString(hal_.last_payload()));
+  EXPECT_FALSE(message.has_flag());
+  AnswerAll();
+  EXPECT_EQ(StandingOf(HalKind::kMpls, 40), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, SendsNoMoreThanThereIsRoomFor) {
+  hal_.SetRoom(2);
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11), VlanEntry(12)};
+  Apply(site);
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11"));
+  hal_.ReportRoom();
+  Work();
+  EXPECT_THAT(Sent(), IsEmpty());
+  hal_.Answer();
+  hal_.ReportRoom();
+  Work();
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 12"));
+}
+
+TEST_F(ManagerTest, ARequestThatFoundTheQueueFullIsSentAgain) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  Apply(site);
+  FindServer();
+  Sent();
+  Answer("install-vlan 11", kHalQueueFull);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 11"));
+  hal_.SetRoom(1);
+  Answer("install-vlan 11", kHalQueueFull);
+  EXPECT_THAT(Sent(), IsEmpty());
+  Answer("install-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 11"));
+  Answer("install-vlan 11");
+  EXPECT_EQ(settled_, 1);
+}
+
+struct LossCase {
+  const char* name;
+  HalReturnCode code;
+};
+
+class ManagerLossTest : public ManagerTest, public ::testing::WithParamInterface<LossCase> {};
+
+TEST_P(ManagerLossTest, WaitsForTheReinstallThatFollows) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  Install(site);
+  site.vlans[1].mtu = 9000;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 11"));
+  Answer("replace-vlan 11", GetParam().code);
+  site.hosts = {HostEntry(20, 10)};
+  Apply(site);
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(settled_, 0);
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11",
+                                  "install-host 20"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+  EXPECT_THAT(reinstalled_, ElementsAre(3U));
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, ManagerLossTest,
+                         ::testing::Values(LossCase{"ServerLost", kHalServerLost},
+                                           LossCase{"NoServer", kHalNoServer}),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_F(ManagerTest, ReinstallsEverythingInTheFixedOrder) {
+  Install(SiteOfAllKinds());
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "install-vlan 10",
+                                  "install-vlan 11", "install-host 20", "install-host 21",
+                                  "install-ecmp 30", "install-mpls 41", "install-mpls 40"));
+  Answer("install-ecmp 30", kHalMissingReference);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("install-ecmp 30", "end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+  EXPECT_THAT(reinstalled_, ElementsAre(8U));
+}
+
+TEST_F(ManagerTest, AnotherServerDuringAReinstallStartsItOver) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  Apply(site);
+  FindServer();
+  Answer("install-vlan 10");
+  Answer("install-vlan 11", kHalServerLost);
+  Sent();
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11"));
+  EXPECT_EQ(reinstalls_begun_, 2);
+  EXPECT_THAT(reinstalled_, IsEmpty());
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_THAT(reinstalled_, ElementsAre(2U));
+  EXPECT_EQ(settled_, 1);
+}
+
+// What is sent before the manager hears of the new server reaches that server ahead of the
+// reinstall.
+TEST_F(ManagerTest, ARequestThatReachedTheNewServerIsSentAgainAsAnInstall) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  hal_.FindServer();
+  site.vlans[0].mtu = 9000;
+  manager_.Apply(site);
+  // Both are worked off in one go: the reinstall first.
+  Work();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10"));
+  AnswerAll();
+  Sent();
+
+  site.vlans[0].mtu = 1600;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  // The new server is found while that request is in its queue.
+  dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr);
+  Work();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall"));
+  Answer("replace-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10"));
+  Answer("install-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+}
+
+TEST_F(ManagerTest, AChangeDuringAReinstallIsPartOfIt) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  FindServer();
+  site.vlans[0].mtu = 9000;
+  site.hosts = {HostEntry(20, 10)};
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-host 20"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "end-reinstall"));
+  EXPECT_EQ(settled_, 1);
+}
+
+TEST_F(ManagerTest, WhatIsToBeRemovedVanishesInAReinstall) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  site.vrfs = {VrfEntry(1, 7)};
+  Install(site);
+  site.vlans.pop_back();
+  site.vrfs.clear();
+  manager_.Apply(site);
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+  EXPECT_EQ(Summary(manager_.database()).text(), "3 objects: 1 installed, 2 removed");
+}
+
+TEST_F(ManagerTest, AnObjectWhoseInstallFailedIsInstalledWhenItIsChanged) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  AnswerAll(kHalBadRequest);
+  Sent();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10"));
+  AnswerAll();
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, AnObjectWhoseInstallFailedNeedsNoRemoval) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  AnswerAll(kHalBadRequest);
+  Sent();
+  Apply(Site());
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerTest, AnObjectWhoseUpdateFailedIsStillInTheHal) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  Site changed = site;
+  changed.vlans[0].mtu = 9000;
+  Apply(changed);
+  AnswerAll(kHalBadRequest);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kFailed);
+  Sent();
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  AnswerAll(kHalBadRequest);
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+}
+
+TEST_F(ManagerTest, ARemovalThatFailedIsShownAndTriedAgainByTheNextApply) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  Apply(Site());
+  AnswerAll(kHalBadRequest);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
+  EXPECT_EQ(settled_, 1);
+  Sent();
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  AnswerAll();
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
+}
+
+TEST_F(ManagerTest, SentIsTheEndStateOfVrfs) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  Apply(site);
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "end-reinstall"));
+  EXPECT_EQ(StandingOf(HalKind::kVrf, 1), Standing::kSent);
+  EXPECT_TRUE(Summary(manager_.database()).complete());
+}
+
+TEST_F(ManagerTest, AChangedVrfIsRemovedAndInstalled) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  Install(site);
+  site.vrfs[0].vrf_id = 8;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 7", "install-vrf 8"));
+  EXPECT_EQ(settled_, 1);
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 8"));
+}
+
+TEST_F(ManagerTest, VrfsThatExchangeTheirNumbersStayInTheHal) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 7), VrfEntry(2, 8)};
+  Install(site);
+  std::swap(site.vrfs[0].vrf_id, site.vrfs[1].vrf_id);
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 8", "install-vrf 7"));
+}
+
+TEST_F(ManagerTest, ANumberThatAnotherVrfHasStaysInTheHal) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 7), VrfEntry(2, 7)};
+  Install(site);
+  site.vrfs.pop_back();
+  Apply(site);
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(StandingOf(HalKind::kVrf, 2), Standing::kRemoved);
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 7"));
+}
+
+TEST_F(ManagerTest, VrfsTooAreSentOnlyWhileThereIsRoom) {
+  hal_.SetRoom(0);
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  Apply(site);
+  FindServer();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall"));
+  hal_.SetRoom(1);
+  hal_.ReportRoom();
+  Work();
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 7", "end-reinstall"));
+}
+
+TEST_F(ManagerTest, GivesUpAfterThreeDeadlinesUntilTheNextReinstall) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  Sent();
+  AnswerAll(kHalDeadline);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10", "install-vlan 10", "end-reinstall"));
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed no answer in time");
+  FindServer();
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "end-reinstall"));
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  AnswerAll(kHalDeadline);
+  Sent();
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  Answer("destroy-vlan 10", kHalNotFound);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
+}
+
+TEST_F(ManagerTest, ReplacesWhatExists) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  Sent();
+  Answer("install-vlan 10", kHalExists);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  Answer("replace-vlan 10");
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+}
+
+TEST_F(ManagerTest, InstallsWhatIsNotThereToBeReplaced) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  Sent();
+  Answer("replace-vlan 10", kHalNotFound);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10"));
+  // A HAL that contradicts itself.
+  Answer("install-vlan 10", kHalExists);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  Answer("replace-vlan 10", kHalNotFound);
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kFailed);
+}
+
+TEST_F(ManagerTest, ARemovalMakesRoomForWhatFoundTheTableFull) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  Install(site);
+  site.vlans = {VlanEntry(12), VlanEntry(13)};
+  site.hosts = {HostEntry(20, 12)};
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 12", "install-vlan 13", "install-host 20"));
+  Answer("install-vlan 12", kHalTableFull);
+  Answer("install-vlan 13", kHalTableFull);
+  Answer("install-host 20", kHalMissingReference);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10", "destroy-vlan 11"));
+  Answer("destroy-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 12"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 13", "install-host 20"));
+  EXPECT_EQ(Summary(manager_.database()).text(), "5 objects: 3 installed, 2 removed");
+}
+
+TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  hal_.Report(HalOperation::kInstallVlan, 10, kHalTableFull);
+  hal_.Report(HalOperation::kDestroyVlan, 99, kHalSuccess);
+  Work();
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerTest, AnIdMayGoToAnotherKind) {
+  Site site;
+  site.vlans = {VlanEntry(9), VlanEntry(10)};
+  site.ecmps = {EcmpEntry(30, {10})};
+  Install(site);
+  site.vlans.pop_back();
+  site.hosts = {HostEntry(10, 9)};
+  Apply(site);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("install-host 10", "destroy-vlan 10"));
+}
+
+TEST_F(ManagerTest, GivesTheInterfacesToThePlatform) {
+  Site site;
+  site.interfaces = {{"eth0", 0x01000001, 1, 1}, {"eth1", 0x01000002, 1, 2}};
+  Apply(site);
+  site.interfaces.pop_back();
+  site.interfaces[0].name = "uplink";
+  Apply(site);
+  const auto& table = interface_ids::InterfaceTable::Global();
+  ASSERT_TRUE(table.Find(0x01000001).has_value());
+  EXPECT_EQ(table.Find(0x01000001)->name, "uplink");
+  EXPECT_FALSE(table.Find(0x01000002).has_value());
+}
+
+}  // namespace
+}  // namespace reference

@@ -1,0 +1,99 @@
+#include "tests/manager/process.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+namespace reference {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds kPatience{60};
+
+bool Until(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+int Count(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+ScratchDirectory::ScratchDirectory() {
+  std::string name = fs::temp_directory_path() / "zuskux-test-XXXXXX";
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
+  path_ = name;
+}
+
+ScratchDirectory::~ScratchDirectory() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+std::string ScratchDirectory::Write(const std::string& name, const std::string& text) const {
+  std::ofstream(File(name)) << text;
+  return File(name);
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Process::Process(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, files_.File("out").c_str(), kNew, 0600);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, files_.File("err").c_str(), kNew, 0600);
+  const int error =
+      posix_spawn(&child_, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) throw std::runtime_error("cannot start " + words[0]);
+}
+
+Process::~Process() {
+  if (child_ < 0) return;
+  kill(child_, SIGKILL);
+  waitpid(child_, nullptr, 0);
+}
+
+int Process::Wait() {
+  int status = 0;
+  if (!Until([&] { return waitpid(child_, &status, WNOHANG) != 0; })) return -1;
+  child_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void Process::Signal(int signal) const { kill(child_, signal); }
+
+bool Process::WaitForError(const std::string& text, int times) const {
+  return Until([&] { return Count(err(), text) >= times; });
+}
+
+}  // namespace reference

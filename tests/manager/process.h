@@ -1,0 +1,55 @@
+#ifndef ZUSKUX_TESTS_MANAGER_PROCESS_H_
+#define ZUSKUX_TESTS_MANAGER_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace reference {
+
+/// A directory of its own, removed at the end with what is in it.
+class ScratchDirectory {
+ public:
+  ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  ~ScratchDirectory();
+
+  std::string File(const std::string& name) const { return path_ / name; }
+  /// Writes a file and returns its path.
+  std::string Write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+std::string ReadText(const std::string& path);
+
+/// A program under test and its output, which goes to files; killed at the end if it still runs.
+class Process {
+ public:
+  /// The first word is the program's path.
+  explicit Process(std::vector<std::string> words);
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  ~Process();
+
+  /// Waits for the end, not for ever; the exit status, or -1 for any other end.
+  int Wait();
+  void Signal(int signal) const;
+  /// Waits, not for ever, until the program has written `text` to its standard error `times` times.
+  bool WaitForError(const std::string& text, int times = 1) const;
+
+  std::string out() const { return ReadText(files_.File("out")); }
+  std::string err() const { return ReadText(files_.File("err")); }
+
+ private:
+  ScratchDirectory files_;
+  pid_t child_ = -1;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_MANAGER_PROCESS_H_

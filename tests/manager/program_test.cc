@@ -1,0 +1,283 @@
+// zuskux-manager as its operator meets it: its output, its messages and its exit status.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "reference/site/generate_site.h"
+#include "reference/site/site_writer.h"
+#include "tests/manager/process.h"
+
+namespace reference {
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::vector<std::string> Command(const Words& arguments) {
+  Words words = {ZUSKUX_MANAGER};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return words;
+}
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome RunManager(const Words& arguments) {
+  Process process(Command(arguments));
+  const int status = process.Wait();
+  return {status, process.out(), process.err()};
+}
+
+std::string Example(const std::string& name) { return std::string(ZUSKUX_SITES) + '/' + name; }
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+std::string LastLine(const std::string& text) {
+  const std::size_t end = text.find_last_not_of('\n');
+  return text.substr(text.rfind('\n', end) + 1, end - text.rfind('\n', end));
+}
+
+constexpr char kTwoVlans[] =
+    "interface { name: \"eth0\" lim_id: 1 }\n"
+    "vrf { id: 1 name: \"red\" vrf_id: 7 }\n"
+    "vlan { id: 10 name: \"a\" interface: \"eth0\" vrf: 7 }\n"
+    "vlan { id: 11 name: \"b\" interface: \"eth0\" }\n"
+    "host { id: 20 name: \"p\" interface: \"eth0\" vlan: \"b\" }\n";
+
+TEST(ManagerProgramTest, InstallsASiteAndShowsTheTable) {
+  const ScratchDirectory files;
+  const Outcome run = RunManager({files.Write("site", kTwoVlans)});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out,
+            "KIND  ID  NAME  STATE      REASON\n"
+            "vrf   1   red   sent\n"
+            "vlan  10  a     installed\n"
+            "vlan  11  b     installed\n"
+            "host  20  p     installed\n"
+            "4 objects: 3 installed, 1 sent\n");
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
+  const ScratchDirectory files;
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--table-size", "1"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_EQ(run.out,
+            "KIND  ID  NAME  STATE      REASON\n"
+            "vrf   1   red   sent\n"
+            "vlan  10  a     installed\n"
+            "vlan  11  b     failed     table full\n"
+            "host  20  p     failed     a destination that it refers to does not exist in the "
+            "HAL\n"
+            "4 objects: 1 installed, 1 sent, 2 failed\n");
+}
+
+TEST(ManagerProgramTest, ShowsTheTableForPrograms) {
+  const ScratchDirectory files;
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--json"});
+  EXPECT_EQ(run.status, 0);
+  const auto json = nlohmann::json::parse(run.out);
+  EXPECT_EQ(json["objects"].size(), 4U);
+  EXPECT_EQ(json["objects"][3]["name"], "p");
+  EXPECT_EQ(json["summary"]["installed"], 3);
+}
+
+TEST(ManagerProgramTest, Explains) {
+  const ScratchDirectory files;
+  const std::string site = files.Write("site", kTwoVlans);
+  const Outcome run = RunManager({site, "--table-size", "1", "--explain", "host:20"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_EQ(run.out,
+            "host:20 \"p\" failed: a destination that it refers to does not exist in the HAL\n"
+            "  it rides on vlan:11 \"b\", which failed: table full\n");
+  const Outcome unknown = RunManager({site, "--explain", "host:21"});
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(unknown.out, "");
+  EXPECT_EQ(unknown.err,
+            "zuskux-manager: there is no host:21; the table without --explain lists all\n");
+}
+
+TEST(ManagerProgramTest, AppliesOneSiteAfterTheOther) {
+  const Outcome run =
+      RunManager({Example("two_uplinks.txtpb"), "--apply", Example("two_uplinks_v2.txtpb"),
+                  "--apply", Example("two_uplinks.txtpb"), "--dump-hal", "-"});
+  const Outcome fresh = RunManager({Example("two_uplinks.txtpb"), "--dump-hal", "-"});
+  EXPECT_EQ(run.status, 0);
+  const auto dump = [](const std::string& out) { return out.substr(0, out.find("KIND")); };
+  EXPECT_EQ(dump(run.out), dump(fresh.out));
+  EXPECT_TRUE(Contains(dump(run.out), "ecmp:301 db_id: 301 members: "));
+}
+
+TEST(ManagerProgramTest, ReportsEveryMistakeAndProgramsNothing) {
+  const ScratchDirectory files;
+  const std::string good = files.Write("good", kTwoVlans);
+  const std::string bad = files.Write("bad",
+                                      "vrf { id: 0 name: \"red\" vrf_id: 7 }\n"
+                                      "vrf { id: 2 vrf_id: 8 }\n");
+  for (const Words& arguments :
+       {Words{bad, "--trace"}, Words{good, "--apply", bad, "--trace"}, Words{"--check", bad}}) {
+    const Outcome run = RunManager(arguments);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_TRUE(Contains(run.err, bad + ":1:7: ")) << run.err;
+    EXPECT_TRUE(Contains(run.err, bad + ":2:1: ")) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 2) << run.err;
+  }
+}
+
+TEST(ManagerProgramTest, ChecksASite) {
+  const ScratchDirectory files;
+  const std::string site = files.Write("site", kTwoVlans);
+  const Outcome run = RunManager({"--check", site});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, site + ": 4 objects\n");
+  const Outcome missing = RunManager({"--check", files.File("missing")});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_TRUE(Contains(missing.err, files.File("missing"))) << missing.err;
+}
+
+TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
+  struct Case {
+    Words arguments;
+    const char* error;
+  };
+  const std::vector<Case> cases = {
+      {{}, "the site file is missing; write zuskux-manager SITE"},
+      {{"a", "b"}, "b is one file too many; write --apply b to go on to it"},
+      {{"a", "--explain", "x"},
+       "--explain x names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, "
+       "mpls)"},
+      {{"a", "--graph", "x.png"},
+       "--graph x.png is of no known format; use a name in .svg, .dot or .gv"},
+      {{"a", "--table-size", "0"}, "--table-size 0 is out of range; use 1 to 1073741824"},
+      {{"a", "--restart-hal-after", "-1"},
+       "--restart-hal-after -1 is out of range; use 1 to 9223372036854775807"},
+      {{"a", "--hal", "x"}, "--hal x is not known; use embedded"},
+      {{"a", "--wrong"}, "unrecognised option '--wrong'; see zuskux-manager --help"},
+  };
+  for (const Case& wrong : cases) {
+    const Outcome run = RunManager(wrong.arguments);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, std::string("zuskux-manager: ") + wrong.error + '\n');
+  }
+}
+
+TEST(ManagerProgramTest, TheHelpFitsAScreen) {
+  const Outcome run = RunManager({"--help"});
+  EXPECT_EQ(run.status, 0);
+  std::istringstream lines(run.out);
+  std::string line;
+  int count = 0;
+  while (std::getline(lines, line)) {
+    EXPECT_LE(line.size(), 80U) << line;
+    ++count;
+  }
+  EXPECT_LE(count, 24);
+  EXPECT_TRUE(Contains(run.out, "--restart-hal-after"));
+}
+
+TEST(ManagerProgramTest, ShowsItsVersion) {
+  EXPECT_EQ(RunManager({"--version"}).out, "zuskux-manager " ZUSKUX_VERSION "\n");
+}
+
+TEST(ManagerProgramTest, ShowsTraceLinesOnRequest) {
+  const ScratchDirectory files;
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--trace"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_TRUE(Contains(run.err,
+                       " TRACE     src/vrf/vrf_hai:23 InstallVrf: [TX ===>] hai:vrf:"
+                       "Install VRF=7 db_id=1 l3-ingress interface at HW\n"))
+      << run.err;
+  EXPECT_TRUE(Contains(run.err, "lim id(name=eth0, ")) << run.err;
+}
+
+TEST(ManagerProgramTest, LogsAsAConfigurationSays) {
+  const ScratchDirectory files;
+  const std::string log = files.File("log");
+  const std::string config = files.Write(
+      "config",
+      "[levels]\nTRACE = 10\n[formats]\nl = \"%U%n\"\n[rules]\nzuskux.TRACE \"" + log + "\"; l\n");
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--log-config", config});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  EXPECT_TRUE(Contains(ReadText(log), "InstallVrf\n"));
+
+  const Outcome missing = RunManager({files.File("site"), "--log-config", files.File("missing")});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(LastLine(missing.err), "zuskux-manager: cannot start logging with " +
+                                       files.File("missing") + "; correct the log configuration");
+}
+
+TEST(ManagerProgramTest, WritesAGraph) {
+  const ScratchDirectory files;
+  const std::string graph = files.File("graph.dot");
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--graph", graph});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_TRUE(Contains(ReadText(graph), "\"host:20\" -> \"vlan:11\";"));
+  const Outcome nowhere =
+      RunManager({files.File("site"), "--graph", files.File("missing/graph.dot")});
+  EXPECT_EQ(nowhere.status, 1);
+  EXPECT_TRUE(Contains(nowhere.err, "zuskux-manager: cannot write ")) << nowhere.err;
+}
+
+TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
+  const ScratchDirectory files;
+  const std::string site = files.Write("site", WriteSite(GenerateSite(1, 500)));
+  const std::string dump = files.File("dump");
+  const Outcome fresh = RunManager({site, "--dump-hal", dump});
+  const std::string expected = ReadText(dump);
+  for (const char* const after : {"1", "250", "495"}) {
+    const Outcome run = RunManager({site, "--dump-hal", dump, "--restart-hal-after", after});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, fresh.out);
+    EXPECT_EQ(ReadText(dump), expected);
+    EXPECT_TRUE(Contains(run.err, "zuskux-manager: restarting the HAL\n"));
+    EXPECT_TRUE(Contains(run.err, "zuskux-manager: reinstall finished: 500 objects in "));
+  }
+}
+
+TEST(ManagerProgramTest, StaysUntilItIsEnded) {
+  const ScratchDirectory files;
+  const std::string site = files.Write("site", kTwoVlans);
+  Process process(Command({site, "--stay"}));
+  ASSERT_TRUE(process.WaitForError("settled: 4 objects: 3 installed, 1 sent\n"));
+
+  files.Write("site", "vrf { id: 1 name: \"red\" vrf_id: 7 }\n");
+  process.Signal(SIGHUP);
+  ASSERT_TRUE(process.WaitForError("settled: 4 objects: 1 sent, 3 removed\n"));
+
+  files.Write("site", "vrf { id: 0 name: \"red\" vrf_id: 7 }\n");
+  process.Signal(SIGHUP);
+  ASSERT_TRUE(process.WaitForError("keeping the site as it was; correct " + site));
+
+  process.Signal(SIGUSR1);
+  ASSERT_TRUE(process.WaitForError("reinstall finished: 1 objects in "));
+  ASSERT_TRUE(process.WaitForError("settled: ", 3));
+
+  process.Signal(SIGTERM);
+  EXPECT_EQ(process.Wait(), 0);
+  EXPECT_EQ(LastLine(process.out()), "4 objects: 1 sent, 3 removed");
+}
+
+TEST(ManagerProgramTest, StayingEndsWithTheStatusOfTheObjects) {
+  const ScratchDirectory files;
+  Process process(Command({files.Write("site", kTwoVlans), "--stay", "--table-size", "1"}));
+  ASSERT_TRUE(process.WaitForError("settled: "));
+  process.Signal(SIGINT);
+  EXPECT_EQ(process.Wait(), 3);
+}
+
+}  // namespace
+}  // namespace reference

@@ -1,0 +1,278 @@
+#include "reference/manager/report.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "reference/manager/explain.h"
+#include "reference/manager/graph.h"
+#include "reference/manager/progress.h"
+#include "tests/manager/sites.h"
+
+namespace reference {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+/// A database in which vlan:11 found its table full, with what that causes, and an inactive tunnel.
+class ReportTest : public ::testing::Test {
+ protected:
+  ReportTest() {
+    Site site = SiteOfAllKinds();
+    site.mpls.push_back(TunnelEntry(42, 10, 0));
+    site.vlans[0].name = "c\xC3\xB4re \"a\"";
+    site.vlans[0].vrf = 7;
+    database_.Replace(site);
+    for (auto& [key, object] : database_.objects()) {
+      object.state = key.kind == HalKind::kVrf ? ObjectState::kSent : ObjectState::kInstalled;
+      object.presence = Presence::kPresent;
+    }
+    Fail(HalKind::kVlan, 11, kHalTableFull);
+    Fail(HalKind::kHost, 21, kHalMissingReference);
+    Fail(HalKind::kMpls, 41, kHalMissingReference);
+    Fail(HalKind::kMpls, 40, kHalMissingReference);
+    Fail(HalKind::kEcmp, 30, kHalMissingReference);
+  }
+
+  void Fail(HalKind kind, std::uint32_t id, HalReturnCode code) {
+    Object* const object = database_.Find({kind, id});
+    object->state = ObjectState::kFailed;
+    object->presence = Presence::kAbsent;
+    object->code = code;
+  }
+
+  Object* Find(HalKind kind, std::uint32_t id) { return database_.Find({kind, id}); }
+
+  std::string ExplainText(HalKind kind, std::uint32_t id) const {
+    return Explain(database_, {kind, id}).value_or("no such object");
+  }
+
+  DestDatabase database_;
+};
+
+TEST_F(ReportTest, Table) {
+  std::ostringstream out;
+  WriteTable(database_, &out);
+  EXPECT_EQ(out.str(),
+            "KIND  ID  NAME        STATE      REASON\n"
+            "vrf   1   vrf-1       sent\n"
+            "vlan  10  c\xC3\xB4re \"a\"    installed\n"
+            "vlan  11  vlan-11     failed     table full\n"
+            "host  20  host-20     installed\n"
+            "host  21  host-21     failed     a destination that it refers to does not exist in "
+            "the HAL\n"
+            "ecmp  30  ecmp-30     failed     a destination that it refers to does not exist in "
+            "the HAL\n"
+            "mpls  40  circuit-40  failed     a destination that it refers to does not exist in "
+            "the HAL\n"
+            "mpls  41  tunnel-41   failed     a destination that it refers to does not exist in "
+            "the HAL\n"
+            "mpls  42  tunnel-42   inactive   no active neighbor: dropping\n"
+            "9 objects: 2 installed, 1 inactive, 1 sent, 5 failed\n");
+}
+
+TEST(EmptyReportTest, Table) {
+  std::ostringstream out;
+  WriteTable(DestDatabase(), &out);
+  EXPECT_EQ(out.str(), "0 objects\n");
+}
+
+TEST_F(ReportTest, Json) {
+  Find(HalKind::kHost, 20)->state = ObjectState::kRemoved;
+  Find(HalKind::kEcmp, 30)->state = ObjectState::kPending;
+  std::ostringstream out;
+  WriteJson(database_, &out);
+  EXPECT_EQ(
+      out.str(),
+      "{\"objects\":[\n"
+      R"({"kind":"vrf","id":1,"name":"vrf-1","state":"sent","code":0,"reason":""},)"
+      "\n"
+      R"({"kind":"vlan","id":10,"name":")"
+      "c\xC3\xB4re"
+      R"( \"a\"","state":"installed","code":0,"reason":""},)"
+      "\n"
+      R"({"kind":"vlan","id":11,"name":"vlan-11","state":"failed","code":5,"reason":"table full"},)"
+      "\n"
+      R"({"kind":"host","id":20,"name":"host-20","state":"removed","code":0,"reason":""},)"
+      "\n"
+      R"({"kind":"host","id":21,"name":"host-21","state":"failed","code":1,"reason":"a destination that it refers to does not exist in the HAL"},)"
+      "\n"
+      R"({"kind":"ecmp","id":30,"name":"ecmp-30","state":"pending","code":1,"reason":""},)"
+      "\n"
+      R"({"kind":"mpls","id":40,"name":"circuit-40","state":"failed","code":1,"reason":"a destination that it refers to does not exist in the HAL"},)"
+      "\n"
+      R"({"kind":"mpls","id":41,"name":"tunnel-41","state":"failed","code":1,"reason":"a destination that it refers to does not exist in the HAL"},)"
+      "\n"
+      R"({"kind":"mpls","id":42,"name":"tunnel-42","state":"inactive","code":0,"reason":"no active neighbor: dropping"})"
+      "\n],\n"
+      R"("summary":{"objects":9,"installed":1,"inactive":1,"sent":1,"removed":1,"pending":1,"failed":4}})"
+      "\n");
+  EXPECT_EQ(nlohmann::json::parse(out.str())["objects"].size(), 9U);
+}
+
+TEST_F(ReportTest, ExplainsDownToTheFirstCause) {
+  EXPECT_EQ(ExplainText(HalKind::kEcmp, 30),
+            "ecmp:30 \"ecmp-30\" failed: a destination that it refers to does not exist in the "
+            "HAL\n"
+            "  it lacks member mpls:40 \"circuit-40\", which failed: a destination that it refers "
+            "to does not exist in the HAL\n"
+            "    it rides on mpls:41 \"tunnel-41\", which failed: a destination that it refers to "
+            "does not exist in the HAL\n"
+            "      it rides on vlan:11 \"vlan-11\", which failed: table full\n");
+}
+
+TEST_F(ReportTest, ExplainsEveryStanding) {
+  EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \"a\"\" is installed\n");
+  EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"vlan-11\" failed: table full\n");
+  EXPECT_EQ(ExplainText(HalKind::kVrf, 1),
+            "vrf:1 \"vrf-1\" was sent; the HAL reports no result for VRFs\n");
+  EXPECT_EQ(ExplainText(HalKind::kMpls, 42),
+            "mpls:42 \"tunnel-42\" is installed but inactive: no active neighbor: dropping\n");
+  Find(HalKind::kHost, 20)->state = ObjectState::kPending;
+  EXPECT_EQ(ExplainText(HalKind::kHost, 20),
+            "host:20 \"host-20\" is pending: its request has not been settled\n");
+  Find(HalKind::kHost, 20)->state = ObjectState::kRemoved;
+  EXPECT_EQ(ExplainText(HalKind::kHost, 20), "host:20 \"host-20\" was removed\n");
+  EXPECT_EQ(ExplainText(HalKind::kHost, 99), "no such object");
+}
+
+TEST(ObjectKeyTest, IsReadFromText) {
+  EXPECT_EQ(ParseObjectKey("vlan:10"), (ObjectKey{HalKind::kVlan, 10}));
+  EXPECT_EQ(ParseObjectKey("mpls:4294967295"), (ObjectKey{HalKind::kMpls, 4294967295U}));
+  for (const char* const text : {"", ":", "vlan", "vlan:", "vlan:x", "vlan:10x", "vlan:-1",
+                                 "vlan: 1", "vlans:10", ":10", "vlan:4294967296", "VLAN:10"}) {
+    EXPECT_FALSE(ParseObjectKey(text).has_value()) << text;
+  }
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST_F(ReportTest, GraphHasEveryObjectAndWhatItRidesOn) {
+  const std::string text = GraphText(database_);
+  for (const char* const line :
+       {"\"vlan:10\" [label=\"c\xC3\xB4"
+        R"(re \"a\"\nvlan:10", shape=tab, fillcolor="#b7e1b5"];)",
+        R"("vlan:11" [label="vlan-11\nvlan:11", shape=tab, fillcolor="#f4a9a0"];)",
+        R"("vrf:1" [label="vrf-1\nvrf:1", shape=box3d, fillcolor="#b9d7f2"];)",
+        R"("mpls:42" [label="tunnel-42\nmpls:42", shape=octagon, fillcolor="#ffd79a"];)",
+        R"("mpls:40" [label="circuit-40\nmpls:40", shape=oval, fillcolor="#f4a9a0"];)",
+        R"("ecmp:30" -> "host:20";)", R"("ecmp:30" -> "mpls:40";)", R"("host:20" -> "vlan:10";)",
+        R"("mpls:40" -> "mpls:41";)", R"("mpls:41" -> "vlan:11";)", R"("vlan:10" -> "vrf:1";)",
+        R"("mpls:40" -> "host:21" [style=dashed, constraint=false];)"}) {
+    EXPECT_TRUE(Contains(text, line)) << line << "\nis not in\n" << text;
+  }
+  EXPECT_FALSE(Contains(text, R"("mpls:42" -> "host)"));
+}
+
+TEST_F(ReportTest, GraphLeavesOutWhatWasRemoved) {
+  Find(HalKind::kHost, 21)->state = ObjectState::kRemoved;
+  EXPECT_FALSE(Contains(GraphText(database_), "host:21"));
+}
+
+/// A directory that is removed with what is in it.
+class GraphFileTest : public ReportTest {
+ protected:
+  GraphFileTest() {
+    std::string name = fs::temp_directory_path() / "zuskux-graph-XXXXXX";
+    directory_ = mkdtemp(name.data());
+  }
+  ~GraphFileTest() override { fs::remove_all(directory_); }
+
+  std::string Read(const fs::path& path) const {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  std::size_t FileCount() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
+  }
+
+  fs::path directory_;
+};
+
+TEST_F(GraphFileTest, WritesDotText) {
+  for (const char* const name : {"a.dot", "a.gv"}) {
+    ASSERT_TRUE(IsGraphFileName(name));
+    WriteGraph(database_, directory_ / name);
+    EXPECT_EQ(Read(directory_ / name), GraphText(database_));
+  }
+  EXPECT_FALSE(IsGraphFileName("a.png"));
+}
+
+TEST_F(GraphFileTest, LeavesTheFileWhenDotIsMissing) {
+  const fs::path path = directory_ / "a.svg";
+  std::ofstream(path) << "before";
+  const std::string search = std::getenv("PATH");
+  setenv("PATH", directory_.c_str(), 1);
+  try {
+    WriteGraph(database_, path);
+    ADD_FAILURE() << "it found a program in an empty directory";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(),
+                 "cannot draw the graph: dot is missing; install the package graphviz or write a "
+                 ".dot file");
+  }
+  setenv("PATH", search.c_str(), 1);
+  EXPECT_EQ(Read(path), "before");
+  EXPECT_EQ(FileCount(), 1U);
+}
+
+// A `dot` of the test's own: what it is given, and what becomes of its answer.
+TEST_F(GraphFileTest, DrawsWithDot) {
+  const fs::path path = directory_ / "a.svg";
+  const fs::path bin = directory_ / "bin";
+  fs::create_directory(bin);
+  std::ofstream(bin / "dot") << "#!/bin/sh\n[ \"$1 $2\" = \"-Tsvg -o\" ] && cat \"$4\" > \"$3\"\n";
+  fs::permissions(bin / "dot", fs::perms::owner_all);
+  const std::string search = std::getenv("PATH");
+  setenv("PATH", (bin.string() + ':' + search).c_str(), 1);
+  WriteGraph(database_, path);
+  EXPECT_EQ(Read(path), GraphText(database_));
+
+  std::ofstream(bin / "dot") << "#!/bin/sh\nexit 1\n";
+  EXPECT_THROW(WriteGraph(DestDatabase(), path), std::runtime_error);
+  setenv("PATH", search.c_str(), 1);
+  EXPECT_EQ(Read(path), GraphText(database_));
+  EXPECT_EQ(FileCount(), 2U);
+}
+
+TEST_F(GraphFileTest, SaysWhatCannotBeWritten) {
+  const std::string path = directory_ / "missing" / "a.dot";
+  EXPECT_THROW(WriteGraph(database_, path), std::runtime_error);
+}
+
+TEST(ProgressTest, Lines) {
+  EXPECT_EQ(ProgressLine("installing", {2000, 10000, milliseconds(2000)}),
+            "installing: 2000 of 10000 objects, 1000 objects/s");
+  EXPECT_EQ(ProgressLine("reading a.txtpb", {0, 0, milliseconds(4200)}), "reading a.txtpb: 4 s");
+}
+
+TEST(ProgressTest, Bars) {
+  EXPECT_EQ(ProgressBar("installing", {0, 10, milliseconds(0)}),
+            "installing [                                        ]   0% 0 objects/s");
+  EXPECT_EQ(ProgressBar("installing", {5, 10, milliseconds(2500)}),
+            "installing [####################                    ]  50% 2 objects/s");
+  EXPECT_EQ(ProgressBar("installing", {10, 10, milliseconds(1000)}),
+            "installing [########################################] 100% 10 objects/s");
+}
+
+TEST(ProgressTest, ShortWorkShowsNothing) {
+  std::ostringstream out;
+  for (const bool terminal : {false, true}) {
+    Progress progress("installing", &out, terminal);
+    progress.Set(1, 2);
+  }
+  EXPECT_EQ(out.str(), "");
+}
+
+}  // namespace
+}  // namespace reference
