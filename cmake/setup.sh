@@ -30,26 +30,22 @@ install_packages() {
     apt "${missing[@]}" >&2
 }
 
-# build_preset PRESET TARGET: configures build/PRESET once and brings TARGET up to date. Quiet when all
-# is well.
+# build_preset PRESET TARGET: configures build/PRESET (again each time, since packages may have been
+# installed in between) and brings TARGET up to date. Quiet when all is well.
 build_preset() {
   local log="$root/build/$1.log"
   mkdir -p "$root/build"
-  if [ ! -e "$root/build/$1/build.ninja" ]; then
-    (cd "$root" && cmake --preset "$1") >"$log" 2>&1 || {
-      cat "$log" >&2
-      exit 1
-    }
-  fi
   [ -e "$root/build/$1/bin" ] || echo "Building ($1); this takes a few minutes the first time" >&2
-  cmake --build "$root/build/$1" --target "$2" >"$log" 2>&1 || {
+  {
+    (cd "$root" && cmake --preset "$1") && cmake --build "$root/build/$1" --target "$2"
+  } >"$log" 2>&1 || {
     cat "$log" >&2
     exit 1
   }
 }
 
 # our_sources GLOB...: the sources under version control that match.
-our_sources() { git -C "$root" ls-files -- "$@"; }
+our_sources() { (cd "$root" && git ls-files -- "$@"); }
 
 # check_format: fails where clang-format would change something.
 check_format() {
