@@ -12,10 +12,12 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "reference/manager/report.h"
 
@@ -112,12 +114,81 @@ std::string Legend() {
   return text + "  }\n";
 }
 
-std::string Layers(const DestDatabase& database) {
+/// Hosts that nothing refers to and that ride on the same VLAN in the same state: drawn as one node
+/// where there are many of them, since only their number tells something.
+class HostGroups {
+ public:
+  using Group = std::vector<const Object*>;
+
+  explicit HostGroups(const DestDatabase& database) {
+    const std::set<std::uint32_t> referenced = Referenced(database);
+    for (const auto& [key, object] : database.objects()) {
+      if (key.kind != HalKind::kHost || object.state == ObjectState::kRemoved) continue;
+      const auto vlans = ReferencedIds(object.content);
+      if (vlans.size() != 1 || referenced.count(key.id) != 0) continue;
+      groups_[{vlans.front(), StandingOf(object)}].push_back(&object);
+    }
+    for (auto group = groups_.begin(); group != groups_.end();) {
+      group = group->second.size() < kLeast ? groups_.erase(group) : std::next(group);
+    }
+    for (const auto& [place, group] : groups_) {
+      for (const Object* const host : group) members_.insert(host->key.id);
+    }
+  }
+
+  bool Contains(const ObjectKey& key) const {
+    return key.kind == HalKind::kHost && members_.count(key.id) != 0;
+  }
+
+  std::string Nodes() const {
+    std::string text;
+    for (const auto& [place, group] : groups_) {
+      const auto& layer = kLayers.at(static_cast<std::size_t>(LayerId::kHost));
+      std::string label = Quoted(group.front()->name + " ... " + group.back()->name);
+      label.insert(label.size() - 1, "\\n" + std::to_string(group.size()) + " hosts");
+      text += "    " + Id(group) + " [label=" + label + ", shape=" + std::string(layer.shape) +
+              ", peripheries=2, fillcolor=\"" + std::string(FillOf(*group.front())) + "\"];\n";
+    }
+    return text;
+  }
+
+  std::string Edges() const {
+    std::string text;
+    for (const auto& [place, group] : groups_) {
+      text += "  " + Id(group) + " -> " + NodeId({HalKind::kVlan, place.first}) + ";\n";
+    }
+    return text;
+  }
+
+ private:
+  static constexpr std::size_t kLeast = 4;
+
+  static std::string Id(const Group& group) {
+    return Quoted("hosts from " + KeyText(group.front()->key));
+  }
+
+  static std::set<std::uint32_t> Referenced(const DestDatabase& database) {
+    std::set<std::uint32_t> ids;
+    for (const auto& [key, object] : database.objects()) {
+      if (object.state == ObjectState::kRemoved) continue;
+      for (const std::uint32_t id : ReferencedIds(object.content)) ids.insert(id);
+      if (const auto neighbor = NeighborId(object.content)) ids.insert(*neighbor);
+    }
+    return ids;
+  }
+
+  // By the VLAN and the state.
+  std::map<std::pair<std::uint32_t, Standing>, Group> groups_;
+  std::set<std::uint32_t> members_;
+};
+
+std::string Layers(const DestDatabase& database, const HostGroups& groups) {
   std::array<std::string, kLayers.size()> nodes;
   for (const auto& [key, object] : database.objects()) {
-    if (object.state == ObjectState::kRemoved) continue;
+    if (object.state == ObjectState::kRemoved || groups.Contains(key)) continue;
     nodes.at(static_cast<std::size_t>(LayerOf(object))) += "    " + Node(object);
   }
+  nodes.at(static_cast<std::size_t>(LayerId::kHost)) += groups.Nodes();
   std::string text;
   for (const std::string& layer : nodes) {
     if (!layer.empty()) text += "  {\n    rank=same;\n" + layer + "  }\n";
@@ -134,11 +205,11 @@ std::map<std::uint32_t, const Object*> VrfsByNumber(const DestDatabase& database
   return vrfs;
 }
 
-std::string Edges(const DestDatabase& database) {
+std::string Edges(const DestDatabase& database, const HostGroups& groups) {
   const std::map<std::uint32_t, const Object*> vrfs = VrfsByNumber(database);
-  std::string text;
+  std::string text = groups.Edges();
   for (const auto& [key, object] : database.objects()) {
-    if (object.state == ObjectState::kRemoved) continue;
+    if (object.state == ObjectState::kRemoved || groups.Contains(key)) continue;
     for (const std::uint32_t id : ReferencedIds(object.content)) {
       text += Edge(object, database.FindReferenced(id), "");
     }
@@ -216,7 +287,8 @@ bool IsGraphFileName(const std::string& path) {
 }
 
 std::string GraphText(const DestDatabase& database) {
-  return kHead + Legend() + Layers(database) + Edges(database) + "}\n";
+  const HostGroups groups(database);
+  return kHead + Legend() + Layers(database, groups) + Edges(database, groups) + "}\n";
 }
 
 void WriteGraph(const DestDatabase& database, const std::string& path) {

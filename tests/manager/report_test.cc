@@ -177,6 +177,25 @@ TEST_F(ReportTest, GraphLeavesOutWhatWasRemoved) {
   EXPECT_FALSE(Contains(GraphText(database_), "host:21"));
 }
 
+TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
+  Site site = SiteOfAllKinds();
+  for (std::uint32_t id = 50; id < 55; ++id) site.hosts.push_back(HostEntry(id, 10));
+  DestDatabase database;
+  database.Replace(site);
+  for (auto& [key, object] : database.objects()) object.state = ObjectState::kInstalled;
+  // Of the five hosts on VLAN 10, the failed one is not like the others.
+  database.Find({HalKind::kHost, 52})->state = ObjectState::kFailed;
+  const std::string text = GraphText(database);
+  EXPECT_TRUE(Contains(text, R"("hosts from host:50" [label="host-50 ... host-54\n4 hosts", )"
+                             R"(shape=box, peripheries=2, fillcolor="#b7e1b5"];)"))
+      << text;
+  EXPECT_TRUE(Contains(text, R"("hosts from host:50" -> "vlan:10";)"));
+  EXPECT_FALSE(Contains(text, R"("host:51")"));
+  EXPECT_TRUE(Contains(text, R"("host:52" -> "vlan:10";)"));
+  // A member of a group is shown however many there are.
+  EXPECT_TRUE(Contains(text, R"("host:20" -> "vlan:10";)"));
+}
+
 /// A directory that is removed with what is in it.
 class GraphFileTest : public ReportTest {
  protected:
