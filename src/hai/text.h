@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -18,8 +17,7 @@ class Text {
       AppendBeyondBuffer(piece);
       return;
     }
-    std::memcpy(buffer_.data() + used_, piece.data(), piece.size());
-    used_ += piece.size();
+    used_ += piece.copy(buffer_.data() + used_, piece.size());
   }
 
   /// Appends `number` in decimal.
