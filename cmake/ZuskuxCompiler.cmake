@@ -20,6 +20,10 @@ if(ZUSKUX_SANITIZERS)
   add_compile_options(-fsanitize=${ZUSKUX_SANITIZERS} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZUSKUX_SANITIZERS})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # The instrumentation hides initialisations from this one.
+    target_compile_options(zuskux_warnings INTERFACE -Wno-maybe-uninitialized)
+  endif()
 endif()
 
 find_program(CCACHE ccache)
