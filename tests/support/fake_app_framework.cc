@@ -11,6 +11,7 @@ namespace {
 
 int message_calls = 0;
 std::function<AppMessage*(AppMessage*)> message_hook;
+std::function<void(const AppMessage&)> construction_hook;
 
 }  // namespace
 
@@ -20,6 +21,10 @@ int MessageCalls() { return message_calls; }
 
 void SetMessageHook(std::function<AppMessage*(AppMessage*)> hook) {
   message_hook = std::move(hook);
+}
+
+void SetConstructionHook(std::function<void(const AppMessage&)> hook) {
+  construction_hook = std::move(hook);
 }
 
 }  // namespace testing_support
@@ -34,7 +39,9 @@ Strategy::~Strategy() = default;
 
 namespace msg_ctrl {
 
-MessageController::MessageController(AppMessage* message) noexcept : message_(message) {}
+MessageController::MessageController(AppMessage* message) noexcept : message_(message) {
+  if (construction_hook) construction_hook(*message);
+}
 
 MessageController::~MessageController() {
   delete message_;

@@ -17,6 +17,9 @@ int MessageCalls();
 /// at the message between two calls, and for controllers that answer with another message.
 void SetMessageHook(std::function<AppMessage*(AppMessage* message)> hook);
 
+/// Called with the message of every controller that is being built; null for nothing.
+void SetConstructionHook(std::function<void(const AppMessage& message)> hook);
+
 }  // namespace testing_support
 
 #endif  // ZUSKUX_TESTS_SUPPORT_FAKE_APP_FRAMEWORK_H_

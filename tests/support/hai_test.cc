@@ -33,6 +33,7 @@ HaiTest::HaiTest() {
   SetLogHook(nullptr);
   SetHandlerHook(nullptr);
   SetMessageHook(nullptr);
+  SetConstructionHook(nullptr);
   WatchDeletion(nullptr);
   InterfaceIds() = FakeInterfaceIds{};
   Events().clear();

@@ -12,8 +12,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "tests/support/fixed_address.h"
 #include "tests/support/hai_test.h"
+#include "tests/support/mapped_memory.h"
 #include "zuskux/ecmp_encapsulation_message.h"
 #include "zuskux/hai_dest_ecmp.h"
 
@@ -25,11 +25,11 @@ using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 using testing_support::Address;
 using testing_support::AllocationCount;
-using testing_support::AtAddress;
 using testing_support::Events;
 using testing_support::Frame;
 using testing_support::LiveAllocations;
 using testing_support::LiveWithoutEvents;
+using testing_support::ObjectAt;
 
 static_assert(!std::is_copy_constructible_v<EcmpEncapsulationMessage>);
 static_assert(!std::is_move_constructible_v<EcmpEncapsulationMessage>);
@@ -230,6 +230,7 @@ TEST_F(EcmpGroupTest, FailureToGrowTheMembersDestroysTheWrapperAndTheNextHops) {
 }
 
 constexpr std::uintptr_t kExampleAddress = 0x0000557612340040;
+constexpr char kTaken[] = "the address is taken in this process; run again";
 
 void FillExample(encapsulation::EcmpMessage* message) {
   message->set_db_id(7);
@@ -240,23 +241,26 @@ void FillExample(encapsulation::EcmpMessage* message) {
 using EcmpRenderingTest = testing_support::HaiTest;
 
 TEST_F(EcmpRenderingTest, ExampleAtItsAddress) {
-  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
-  FillExample(wrapper->encap());
-  EXPECT_EQ(wrapper->ToString(true),
+  const ObjectAt<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
+  FillExample(wrapper.get()->encap());
+  EXPECT_EQ(wrapper.get()->ToString(true),
             "EcmpEncapsulationMessage(this=0x0000557612340040): "
             "EcmpMessage(destination id(7) EcmpMembers[ 12 15 ])");
 }
 
 TEST_F(EcmpRenderingTest, ExampleNotFull) {
-  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
-  FillExample(wrapper->encap());
-  EXPECT_EQ(wrapper->ToString(false), "EcmpEncapsulationMessage(this=0x0000557612340040)");
+  const ObjectAt<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
+  FillExample(wrapper.get()->encap());
+  EXPECT_EQ(wrapper.get()->ToString(false), "EcmpEncapsulationMessage(this=0x0000557612340040)");
 }
 
 TEST_F(EcmpRenderingTest, ExampleWithoutMembers) {
-  const AtAddress<EcmpEncapsulationMessage> wrapper(kExampleAddress);
-  wrapper->encap()->set_db_id(7);
-  EXPECT_EQ(wrapper->ToString(true),
+  const ObjectAt<EcmpEncapsulationMessage> wrapper(kExampleAddress);
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
+  wrapper.get()->encap()->set_db_id(7);
+  EXPECT_EQ(wrapper.get()->ToString(true),
             "EcmpEncapsulationMessage(this=0x0000557612340040): EcmpMessage(destination id(7))");
 }
 

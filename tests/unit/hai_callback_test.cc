@@ -24,6 +24,7 @@ using testing_support::HandledMessage;
 using testing_support::LevelQueries;
 using testing_support::LiveWithoutEvents;
 using testing_support::MessageCalls;
+using testing_support::SetConstructionHook;
 using testing_support::SetHandlerHook;
 using testing_support::SetLogHook;
 using testing_support::SetMessageHook;
@@ -173,6 +174,17 @@ TEST_P(ResultTest, ReachesTheRecordThroughTheController) {
   EXPECT_EQ(MessageCalls() - before, GetParam().message_calls + 1);
 }
 
+// ECMP records are filled before there is a controller, the others through it.
+TEST_P(ResultTest, FillsItsRecordAtItsTime) {
+  std::string at_construction;
+  SetConstructionHook([&at_construction](const AppMessage& message) {
+    at_construction = message.message()->ShortDebugString();
+  });
+  GetParam().Call(kSuccess, 5, 9);
+
+  EXPECT_EQ(at_construction, GetParam().message_calls == 0 ? "db_id: 5" : "");
+}
+
 TEST_P(ResultTest, DestroysTheControllerBeforeTheRecord) {
   SetHandlerHook([](const std::string&) {
     WatchDeletion(HandledMessage(), "app message freed");
@@ -252,19 +264,6 @@ INSTANTIATE_TEST_SUITE_P(, ResultCastTest, ::testing::ValuesIn(OperationsWithCas
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 using HaiCallbackTest = testing_support::HaiTest;
-
-TEST_F(HaiCallbackTest, FillsTheEcmpRecordBeforeThereIsAController) {
-  SetMessageHook([](AppMessage* message) {
-    const auto* record = dynamic_cast<const DestEcmpRouteMessage*>(message->message());
-    EXPECT_TRUE(record != nullptr && record->has_db_id());
-    return message;
-  });
-
-  Hai::GetInstance()->hal_encap_callback()->InstallEcmpEncapResCallback(kSuccess, 5);
-  Hai::GetInstance()->hal_encap_callback()->DestroyEcmpEncapResCallback(kSuccess, 5);
-
-  EXPECT_EQ(Events().size(), 8U);
-}
 
 // Before each call of `message()`, what the MPLS record holds.
 TEST_F(HaiCallbackTest, SetsTheMplsIdsOneAfterTheOther) {

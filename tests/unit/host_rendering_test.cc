@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/fixed_address.h"
 #include "tests/support/hai_test.h"
+#include "tests/support/mapped_memory.h"
 #include "zuskux/host_encapsulation_message.h"
 
 namespace {
@@ -22,10 +22,11 @@ using encapsulation::HostMessage;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing_support::Address;
-using testing_support::AtAddress;
 using testing_support::InterfaceIds;
+using testing_support::ObjectAt;
 
 constexpr std::uintptr_t kExampleAddress = 0x55D0C8A41E20;
+constexpr char kTaken[] = "the address is taken in this process; run again";
 
 /// The bytes of a lim id.
 std::string LimId(std::uint32_t lim_id) {
@@ -63,27 +64,30 @@ class HostRenderingTest : public testing_support::HaiTest {
 };
 
 TEST_F(HostRenderingTest, ExampleAtItsAddress) {
-  const AtAddress<HostEncapsulationMessage> wrapper(
-      kExampleAddress, std::make_unique<HostMessage>(ExampleMessage()));
+  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<HostMessage>(ExampleMessage()));
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "HostEncapsulationMessage(this=0x000055D0C8A41E20): HostMessage(host destination id(12), "
       "vlan destination id(5), lim id(name=eth3, type=0x02, value=0x000107), "
       "HAL Flags(Drop Packet, To CPU), destination mac address(Empty))");
 }
 
 TEST_F(HostRenderingTest, ExampleNotFull) {
-  const AtAddress<HostEncapsulationMessage> wrapper(
-      kExampleAddress, std::make_unique<HostMessage>(ExampleMessage()));
-  EXPECT_EQ(wrapper->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
+  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<HostMessage>(ExampleMessage()));
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
+  EXPECT_EQ(wrapper.get()->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
   EXPECT_THAT(InterfaceIds().calls, IsEmpty());
 }
 
 TEST_F(HostRenderingTest, EmptyMessage) {
-  const AtAddress<HostEncapsulationMessage> wrapper(kExampleAddress,
-                                                    std::make_unique<HostMessage>());
+  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<HostMessage>());
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "HostEncapsulationMessage(this=0x000055D0C8A41E20): HostMessage(host destination id(0), "
       "vlan destination id(Empty), lim id(Empty), HAL Flags(), "
       "destination mac address(Empty))");
@@ -91,13 +95,14 @@ TEST_F(HostRenderingTest, EmptyMessage) {
 }
 
 TEST_F(HostRenderingTest, WithoutAMessageReadsLikeAnEmptyOne) {
-  const AtAddress<HostEncapsulationMessage> wrapper(kExampleAddress);
+  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress);
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "HostEncapsulationMessage(this=0x000055D0C8A41E20): HostMessage(host destination id(0), "
       "vlan destination id(Empty), lim id(Empty), HAL Flags(), "
       "destination mac address(Empty))");
-  EXPECT_EQ(wrapper->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
+  EXPECT_EQ(wrapper.get()->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
 }
 
 TEST_F(HostRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {

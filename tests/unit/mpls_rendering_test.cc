@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/fixed_address.h"
 #include "tests/support/hai_test.h"
+#include "tests/support/mapped_memory.h"
 #include "zuskux/mpls_encapsulation_message.h"
 
 namespace {
@@ -22,10 +22,11 @@ using encapsulation::MplsMessage;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing_support::Address;
-using testing_support::AtAddress;
 using testing_support::InterfaceIds;
+using testing_support::ObjectAt;
 
 constexpr std::uintptr_t kExampleAddress = 0x55D0C8A41E20;
+constexpr char kTaken[] = "the address is taken in this process; run again";
 
 /// The bytes of a lim id.
 std::string LimId(std::uint32_t lim_id) {
@@ -65,10 +66,11 @@ class MplsRenderingTest : public testing_support::HaiTest {
 };
 
 TEST_F(MplsRenderingTest, ExampleAtItsAddress) {
-  const AtAddress<MplsEncapsulationMessage> wrapper(
-      kExampleAddress, std::make_unique<MplsMessage>(ExampleMessage()));
+  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<MplsMessage>(ExampleMessage()));
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "MplsEncapsulationMessage(this=0x000055D0C8A41E20): MplsMessage(mpls destination id(17), "
       "vlan/tunnel destination id(5), lim id(name=eth3, type=0x02, value=0x000107), "
       "destination mac address(Empty), labels(size=1, label(1001)), "
@@ -76,17 +78,19 @@ TEST_F(MplsRenderingTest, ExampleAtItsAddress) {
 }
 
 TEST_F(MplsRenderingTest, ExampleNotFull) {
-  const AtAddress<MplsEncapsulationMessage> wrapper(
-      kExampleAddress, std::make_unique<MplsMessage>(ExampleMessage()));
-  EXPECT_EQ(wrapper->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
+  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<MplsMessage>(ExampleMessage()));
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
+  EXPECT_EQ(wrapper.get()->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
   EXPECT_THAT(InterfaceIds().calls, IsEmpty());
 }
 
 TEST_F(MplsRenderingTest, EmptyMessage) {
-  const AtAddress<MplsEncapsulationMessage> wrapper(kExampleAddress,
-                                                    std::make_unique<MplsMessage>());
+  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress,
+                                                   std::make_unique<MplsMessage>());
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "MplsEncapsulationMessage(this=0x000055D0C8A41E20): MplsMessage(mpls destination id(0), "
       "vlan/tunnel destination id(Empty), lim id(Empty), destination mac address(Empty), "
       "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
@@ -94,13 +98,14 @@ TEST_F(MplsRenderingTest, EmptyMessage) {
 }
 
 TEST_F(MplsRenderingTest, WithoutAMessageReadsLikeAnEmptyOne) {
-  const AtAddress<MplsEncapsulationMessage> wrapper(kExampleAddress);
+  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress);
+  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
   EXPECT_EQ(
-      wrapper->ToString(true),
+      wrapper.get()->ToString(true),
       "MplsEncapsulationMessage(this=0x000055D0C8A41E20): MplsMessage(mpls destination id(0), "
       "vlan/tunnel destination id(Empty), lim id(Empty), destination mac address(Empty), "
       "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-  EXPECT_EQ(wrapper->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
+  EXPECT_EQ(wrapper.get()->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
 }
 
 TEST_F(MplsRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
