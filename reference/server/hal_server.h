@@ -1,0 +1,71 @@
+#ifndef ZUSKUX_REFERENCE_SERVER_HAL_SERVER_H_
+#define ZUSKUX_REFERENCE_SERVER_HAL_SERVER_H_
+
+#include <boost/asio/io_context.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "reference/hal/hal_tables.h"
+#include "reference/wire/frame.h"
+
+namespace reference {
+
+class ServerFaults;
+
+struct HalServerOptions {
+  /// Path of the Unix socket; made with permissions 0600. A socket that no server listens on is
+  /// replaced.
+  std::string path;
+  std::size_t table_capacity = std::size_t{1} << 21;
+  std::size_t max_payload = kDefaultMaxPayload;
+  /// Clients at a time; further ones are refused.
+  std::size_t max_clients = 64;
+  /// Bytes of answers that may wait for a client that does not read, at most: reading from it
+  /// pauses.
+  std::size_t max_unsent = 1024 * 1024;
+  /// A client that has not said hello after so long is closed.
+  std::chrono::milliseconds hello_timeout{5'000};
+  /// Makes the server misbehave. Not owned, outlives the server; null for a server that works.
+  ServerFaults* faults = nullptr;
+  /// Told every connection event, one line each. May be empty.
+  std::function<void(const std::string& line)> log;
+};
+
+/// A HAL server on a Unix stream socket: holds the tables, carries out requests in the order in
+/// which they arrive, answers each. Everything runs on the thread that runs the `io_context`, the
+/// destructor too.
+///
+/// A reinstall is the last client's that began one: an end of somebody else, or without a begin,
+/// removes nothing and is answered like any. A client that goes away in its reinstall leaves it
+/// open: nothing is removed, and installs replace, until a client begins and ends another one.
+class HalServer {
+ public:
+  /// Listens from now on. Throws `boost::system::system_error` when it cannot.
+  HalServer(boost::asio::io_context* io, HalServerOptions options);
+  HalServer(const HalServer&) = delete;
+  HalServer& operator=(const HalServer&) = delete;
+  /// Closes every connection and removes the socket.
+  ~HalServer();
+
+  const HalTables& tables() const;
+  std::uint64_t generation() const;
+
+ private:
+  class Impl;
+  // Shared with the handlers that are under way.
+  std::shared_ptr<Impl> impl_;
+};
+
+/// Where the socket is when nobody says otherwise: "zuskux/hal.sock" under the user's runtime
+/// folder
+/// ($XDG_RUNTIME_DIR, if it is an absolute path), else "/tmp/zuskux-<uid>/hal.sock". The folder is
+/// made when it is missing.
+std::string DefaultHalSocketPath();
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SERVER_HAL_SERVER_H_

@@ -1,0 +1,214 @@
+// zuskux-hal: the HAL server; with "tables", shows what a running one holds.
+
+#include <google/protobuf/stubs/logging.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/program_options.hpp>
+#include <boost/system/system_error.hpp>
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "reference/server/fault_plan.h"
+#include "reference/server/hal_server.h"
+#include "reference/server/tables_command.h"
+
+namespace {
+
+namespace po = boost::program_options;
+using reference::HalServer;
+using reference::HalServerOptions;
+using reference::ServerFaults;
+
+constexpr int kFailed = 1;
+constexpr int kBadUsage = 2;
+
+constexpr std::int64_t kMaxTableSize = std::int64_t{1} << 32;
+constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
+
+constexpr const char* kUsage =
+    "Usage: zuskux-hal [options]\n"
+    "       zuskux-hal tables [--socket PATH] [--json]\n"
+    "A HAL server on a Unix socket; with \"tables\", shows what a running one holds.\n\n";
+
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+po::options_description Options() {
+  const HalServerOptions defaults;
+  const auto table_size = static_cast<std::int64_t>(defaults.table_capacity);
+  const auto max_payload = static_cast<std::int64_t>(defaults.max_payload);
+  po::options_description options("Options");
+  // The numbers are read wide and signed, so that -1 is not taken for a great number.
+  options.add_options()                                                             //
+      ("socket", po::value<std::string>()->value_name("PATH"),                      //
+       "the server's socket (missing: zuskux/hal.sock\nunder $XDG_RUNTIME_DIR, "    //
+       "else /tmp/zuskux-UID/hal.sock)")                                            //
+      ("table-size",                                                                //
+       po::value<std::int64_t>()->value_name("N")->default_value(table_size),       //
+       "entries that each table takes")                                             //
+      ("max-payload",                                                               //
+       po::value<std::int64_t>()->value_name("BYTES")->default_value(max_payload),  //
+       "longest request")                                                           //
+      ("fault", po::value<std::string>()->value_name("FILE"),                       //
+       "misbehave as the file says")                                                //
+      ("quiet", "do not tell about connections")                                    //
+      ("json", "with tables: as JSON")                                              //
+      ("help", "show this help and exit")                                           //
+      ("version", "show the version and exit");
+  return options;
+}
+
+po::variables_map ParseCommandLine(int argc, char** argv) {
+  namespace style = po::command_line_style;
+  po::options_description options = Options();
+  options.add_options()("command", po::value<std::string>());
+  po::positional_options_description positions;
+  positions.add("command", 1);
+  po::variables_map values;
+  po::store(po::command_line_parser(argc, argv)
+                .options(options)
+                .positional(positions)
+                .style(style::unix_style & ~style::allow_guessing)
+                .run(),
+            values);
+  return values;
+}
+
+bool IsTablesCommand(const po::variables_map& values) {
+  if (values.count("command") == 0) return false;
+  const auto& command = values["command"].as<std::string>();
+  if (command != "tables") {
+    throw UsageError("unknown command \"" + command + "\"; use tables, or none for the server");
+  }
+  return true;
+}
+
+// An option that the other command has is not one of this.
+void CheckOptions(const po::variables_map& values, bool tables_command) {
+  const std::vector<std::string> wrong =
+      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "quiet"}
+                     : std::vector<std::string>{"json"};
+  for (const std::string& option : wrong) {
+    if (values.count(option) == 0 || values[option].defaulted()) continue;
+    throw UsageError("--" + option + " does not go " + (tables_command ? "with" : "without") +
+                     " tables");
+  }
+}
+
+std::size_t ReadNumber(const po::variables_map& values, const std::string& option,
+                       std::int64_t last) {
+  const auto value = values[option].as<std::int64_t>();
+  if (value < 1 || value > last) {
+    throw UsageError("--" + option + ' ' + std::to_string(value) + " is out of range; use 1 to " +
+                     std::to_string(last));
+  }
+  return static_cast<std::size_t>(value);
+}
+
+std::string SocketPath(const po::variables_map& values) {
+  return values.count("socket") != 0 ? values["socket"].as<std::string>()
+                                     : reference::DefaultHalSocketPath();
+}
+
+void Say(const std::string& line) { std::cerr << "zuskux-hal: " + line + '\n' << std::flush; }
+
+// Null without --fault; nothing when the file has mistakes, which have been told then.
+std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map& values) {
+  if (values.count("fault") == 0) return std::unique_ptr<ServerFaults>();
+  const auto& path = values["fault"].as<std::string>();
+  auto faults = reference::ReadFaultFile(path, {Say, {}});
+  if (auto* const plan = std::get_if<std::unique_ptr<ServerFaults>>(&faults)) {
+    return std::move(*plan);
+  }
+  for (const auto& error : std::get<std::vector<reference::FaultError>>(faults)) {
+    Say(FormatFaultError(path, error));
+  }
+  return std::nullopt;
+}
+
+int Serve(const HalServerOptions& options) {
+  boost::asio::io_context io(1);
+  boost::asio::signal_set signals(io, SIGINT, SIGTERM);
+  std::optional<HalServer> server;
+  try {
+    server.emplace(&io, options);
+  } catch (const boost::system::system_error& error) {
+    Say(error.what());
+    return kFailed;
+  }
+  std::ostringstream generation;
+  generation << "0x" << std::hex << std::setw(16) << std::setfill('0') << server->generation();
+  Say("listening on " + options.path + ", generation " + generation.str());
+  signals.async_wait([&server, &io](const boost::system::error_code&, int) {
+    server.reset();
+    io.stop();
+  });
+  io.run();
+  return 0;
+}
+
+int ShowTables(const po::variables_map& values) {
+  const auto contents = reference::ReadServerContents(SocketPath(values));
+  if (values.count("json") != 0) {
+    PrintAsJson(contents, std::cout);
+  } else {
+    PrintAsText(contents, std::cout);
+  }
+  if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
+  return 0;
+}
+
+int Run(const po::variables_map& values) {
+  if (values.count("help") != 0) {
+    std::cout << kUsage << Options();
+    return 0;
+  }
+  if (values.count("version") != 0) {
+    std::cout << "zuskux-hal " ZUSKUX_VERSION "\n";
+    return 0;
+  }
+  const bool tables_command = IsTablesCommand(values);
+  CheckOptions(values, tables_command);
+  if (tables_command) return ShowTables(values);
+
+  HalServerOptions options;
+  options.path = SocketPath(values);
+  options.table_capacity = ReadNumber(values, "table-size", kMaxTableSize);
+  options.max_payload = ReadNumber(values, "max-payload", kMaxPayload);
+  if (values.count("quiet") == 0) options.log = Say;
+  const auto faults = ReadFaults(values);
+  if (!faults) return kBadUsage;
+  options.faults = faults->get();
+  return Serve(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // What a client sends is told about by the server, not by the parser.
+  google::protobuf::SetLogHandler(nullptr);
+  try {
+    return Run(ParseCommandLine(argc, argv));
+  } catch (const UsageError& error) {
+    Say(std::string(error.what()) + "; see --help");
+    return kBadUsage;
+  } catch (const po::error& error) {
+    Say(std::string(error.what()) + "; see --help");
+    return kBadUsage;
+  } catch (const std::exception& error) {
+    Say(error.what());
+    return kFailed;
+  }
+}

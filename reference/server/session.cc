@@ -1,0 +1,408 @@
+#include "reference/server/session.h"
+
+#include <google/protobuf/stubs/strutil.h>
+
+#include <algorithm>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/endian/conversion.hpp>
+#include <random>
+#include <utility>
+
+#include "reference/server/decode_request.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// How long a client may take to read the last of its answers.
+constexpr milliseconds kCloseTimeout{5'000};
+// How much of a client's name the log shows.
+constexpr std::size_t kMaxName = 64;
+constexpr std::size_t kMaxWrite = 64 * 1024;
+// A sequence so far from the client's that it has none like it.
+constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
+
+std::uint64_t NewGeneration() {
+  std::random_device random;
+  std::uniform_int_distribution<std::uint64_t> any(1);
+  return any(random);
+}
+
+std::string Escaped(const std::string& text) {
+  return google::protobuf::strings::CHexEscape(text.substr(0, kMaxName));
+}
+
+void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::KindSummary>* out) {
+  for (std::size_t index = 0; index < kHalKinds; ++index) {
+    const auto kind = static_cast<HalKind>(index);
+    const HalDigest digest = tables.digest(kind);
+    wire::KindSummary* const summary = out->Add();
+    summary->set_kind(std::string(HalKindName(kind)));
+    summary->set_count(digest.count);
+    summary->set_digest(digest.sum);
+  }
+}
+
+std::size_t EntryCount(const HalTables& tables) {
+  std::size_t count = 0;
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    count += tables.size(static_cast<HalKind>(kind));
+  }
+  return count;
+}
+
+}  // namespace
+
+ServerState::ServerState(HalServerOptions server_options)
+    : options(std::move(server_options)),
+      tables(options.table_capacity),
+      generation(NewGeneration()),
+      started(steady_clock::now()) {}
+
+wire::ServerStatus ServerState::Status() const {
+  wire::ServerStatus status;
+  status.set_generation(generation);
+  const auto uptime = std::chrono::duration_cast<milliseconds>(steady_clock::now() - started);
+  status.set_uptime_ms(static_cast<std::uint64_t>(uptime.count()));
+  AddKinds(tables, status.mutable_kinds());
+  status.set_requests(requests);
+  status.set_connections(connections);
+  status.set_refused_connections(refused_connections);
+  return status;
+}
+
+void ServerState::Log(const std::string& line) const {
+  if (options.log) options.log(line);
+}
+
+void ServerState::CloseSessions() {
+  // Closing a session takes it out.
+  const auto closing = sessions;
+  for (const auto& [number, session] : closing) session->Close();
+}
+
+void ServerState::Crash() {
+  options.faults->Crash();
+  CloseSessions();
+  tables.Clear();
+  generation = NewGeneration();
+  started = steady_clock::now();
+  requests = 0;
+  connections = 0;
+  refused_connections = 0;
+}
+
+Session::Session(Socket socket, std::shared_ptr<ServerState> state, std::uint64_t number,
+                 const ServerFaults::ConnectionFate& fate)
+    : socket_(std::move(socket)),
+      state_(std::move(state)),
+      number_(number),
+      fate_(fate),
+      deadline_(socket_.get_executor()),
+      read_timer_(socket_.get_executor()),
+      splitter_(state_->options.max_payload),
+      late_timer_(socket_.get_executor()) {}
+
+Session::~Session() = default;
+
+void Session::Start() {
+  StartDeadline(state_->options.hello_timeout);
+  Read();
+}
+
+void Session::Close() {
+  ErrorCode ignored;
+  socket_.close(ignored);
+  deadline_.cancel();
+  read_timer_.cancel();
+  late_timer_.cancel();
+  if (state_->reinstalling_session == number_) state_->reinstalling_session = 0;
+  state_->sessions.erase(number_);
+}
+
+void Session::Read() {
+  reading_ = true;
+  if (fate_.read_bytes_per_second == 0) return ReadSome();
+  read_timer_.expires_after(milliseconds(1000) / fate_.read_bytes_per_second);
+  read_timer_.async_wait([self = shared_from_this()](const ErrorCode& error) {
+    if (!error && self->socket_.is_open()) self->ReadSome();
+  });
+}
+
+void Session::ReadSome() {
+  const std::size_t size = fate_.read_bytes_per_second == 0 ? input_.size() : 1;
+  socket_.async_read_some(boost::asio::buffer(input_.data(), size),
+                          [self = shared_from_this()](const ErrorCode& error, std::size_t read) {
+                            self->OnRead(error, read);
+                          });
+}
+
+void Session::OnRead(const ErrorCode& error, std::size_t size) {
+  reading_ = false;
+  if (!socket_.is_open() || closing_) return;
+  if (error) return OnReadEnd(error);
+  splitter_.Feed({input_.data(), size});
+  unhandled_ += size;
+  Proceed();
+}
+
+void Session::OnReadEnd(const ErrorCode& error) {
+  if (error != boost::asio::error::eof) return LogAndClose("lost, " + error.message());
+  std::string event = "left";
+  if (unhandled_ != 0) {
+    event += " in the middle of a frame";
+  } else if (!greeted_) {
+    event += " without a hello";
+  }
+  state_->Log("client " + std::to_string(number_) + ": " + event);
+  CloseAfterWriting();
+}
+
+void Session::Proceed() {
+  HandleFrames();
+  if (!socket_.is_open()) return;
+  Write();
+  if (!reading_ && !closing_ && Unsent() <= state_->options.max_unsent) Read();
+}
+
+void Session::Write() {
+  if (writing_) return;
+  if (next_output_.empty()) {
+    if (closing_) Close();
+    return;
+  }
+  writing_ = true;
+  output_.swap(next_output_);
+  const std::size_t step = fate_.one_byte_writes ? 1 : kMaxWrite;
+  boost::asio::async_write(
+      socket_, boost::asio::buffer(output_),
+      [step](const ErrorCode& error, std::size_t) { return error ? 0 : step; },
+      [self = shared_from_this()](const ErrorCode& error, std::size_t) { self->OnWritten(error); });
+}
+
+void Session::OnWritten(const ErrorCode& error) {
+  writing_ = false;
+  output_.clear();
+  if (!socket_.is_open()) return;
+  if (error && closing_) return Close();
+  if (error) return LogAndClose("lost, " + error.message());
+  Proceed();
+}
+
+std::size_t Session::Unsent() const { return output_.size() + next_output_.size() + late_.bytes(); }
+
+void Session::HandleFrames() {
+  while (socket_.is_open() && !closing_ && Unsent() <= state_->options.max_unsent) {
+    if (table_reading_) {
+      ContinueTables();
+      continue;
+    }
+    const auto frame = splitter_.Next();
+    if (!frame) {
+      if (!splitter_.error().empty()) Refuse(splitter_.error());
+      return;
+    }
+    unhandled_ -= frame->whole.size();
+    Handle(*frame);
+  }
+}
+
+void Session::Handle(const FrameSplitter::Frame& frame) {
+  const FrameType type = frame.header.type;
+  if (!greeted_) return OnHello(frame);
+  if (IsRequest(type)) return OnRequest(frame);
+
+  const std::string type_text = std::to_string(static_cast<int>(type));
+  if (type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
+      type != FrameType::kHeartbeat && type != FrameType::kReadTables) {
+    return Refuse("unexpected frame of type " + type_text);
+  }
+  if (!frame.payload.empty()) {
+    return Refuse("frame of type " + type_text + " with a payload of " +
+                  std::to_string(frame.payload.size()) + " bytes, which has none");
+  }
+  if (type == FrameType::kBeginReinstall) {
+    OnBeginReinstall();
+  } else if (type == FrameType::kEndReinstall) {
+    OnEndReinstall(frame.header.sequence);
+  } else if (type == FrameType::kHeartbeat) {
+    AppendFrame(type, frame.header.sequence, {}, &next_output_);
+  } else {
+    table_reading_ = TableReading{frame.header.sequence};
+  }
+}
+
+void Session::OnHello(const FrameSplitter::Frame& frame) {
+  if (frame.header.type != FrameType::kHello) {
+    return Refuse("the first frame is of type " +
+                  std::to_string(static_cast<int>(frame.header.type)) + ", no hello");
+  }
+  wire::Hello theirs;
+  if (!theirs.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
+    return Refuse("its hello does not decode");
+  }
+  if (theirs.protocol_version() != kProtocolVersion) {
+    return Refuse("the client speaks protocol version " +
+                  std::to_string(theirs.protocol_version()) + ", the server version " +
+                  std::to_string(kProtocolVersion));
+  }
+  greeted_ = true;
+  deadline_.cancel();
+  state_->Log("client " + std::to_string(number_) + ": \"" + Escaped(theirs.program()) +
+              "\" connected");
+
+  wire::Hello ours;
+  ours.set_protocol_version(kProtocolVersion);
+  ours.set_program("zuskux-hal " ZUSKUX_VERSION);
+  ours.set_generation(state_->generation);
+  ours.set_table_capacity(state_->options.table_capacity);
+  ours.set_max_payload(static_cast<std::uint32_t>(state_->options.max_payload));
+  AppendMessage(FrameType::kHello, frame.header.sequence, ours);
+}
+
+void Session::OnRequest(const FrameSplitter::Frame& frame) {
+  ++state_->requests;
+  const std::uint32_t sequence = frame.header.sequence;
+  const bool decoded = DecodeRequest(frame, &request_);
+  if (state_->options.faults != nullptr) return ApplyWithFaults(sequence, decoded);
+  const HalReturnCode code = decoded ? state_->tables.Apply(request_) : kHalBadRequest;
+  AppendResult(sequence, code, request_.id, request_.secondary_id, &next_output_);
+}
+
+void Session::OnBeginReinstall() {
+  if (state_->options.faults != nullptr) state_->options.faults->OnBeginReinstall();
+  state_->tables.BeginReinstall();
+  state_->reinstalling_session = number_;
+}
+
+void Session::OnEndReinstall(std::uint32_t sequence) {
+  wire::TableSummary summary;
+  if (state_->reinstalling_session == number_) {
+    const std::size_t before = EntryCount(state_->tables);
+    state_->tables.EndReinstall();
+    state_->reinstalling_session = 0;
+    summary.set_removed(before - EntryCount(state_->tables));
+  }
+  AddKinds(state_->tables, summary.mutable_kinds());
+  if (state_->options.faults == nullptr) {
+    return AppendMessage(FrameType::kInSync, sequence, summary);
+  }
+  std::string answer;
+  AppendFrame(FrameType::kInSync, sequence, summary.SerializeAsString(), &answer);
+  SendLate(state_->options.faults->OnEndReinstall(), 0, std::move(answer));
+}
+
+void Session::ContinueTables() {
+  TableReading& reading = *table_reading_;
+  if (reading.entries.empty() && reading.next_kind == kHalKinds) {
+    AppendMessage(FrameType::kTableEnd, reading.sequence, state_->Status());
+    table_reading_.reset();
+    return;
+  }
+  if (reading.entries.empty()) {
+    reading.kind = static_cast<HalKind>(reading.next_kind++);
+    reading.entries = state_->tables.Entries(reading.kind);
+    return;
+  }
+  const auto entry = reading.entries.begin();
+  const std::uint32_t id = boost::endian::native_to_big(entry->first);
+  scratch_.assign(1, static_cast<char>(reading.kind));
+  scratch_.append(reinterpret_cast<const char*>(&id), sizeof id);
+  scratch_.append(entry->second);
+  AppendFrame(FrameType::kTableEntry, reading.sequence, scratch_, &next_output_);
+  reading.entries.erase(entry);
+}
+
+void Session::AppendMessage(FrameType type, std::uint32_t sequence,
+                            const google::protobuf::MessageLite& message) {
+  message.SerializeToString(&scratch_);
+  AppendFrame(type, sequence, scratch_, &next_output_);
+}
+
+void Session::Refuse(const std::string& reason) {
+  state_->Log("client " + std::to_string(number_) + ": " + reason + "; connection closed");
+  AppendFrame(FrameType::kGoodbye, 0, reason, &next_output_);
+  CloseAfterWriting();
+}
+
+void Session::CloseAfterWriting() {
+  closing_ = true;
+  StartDeadline(kCloseTimeout);
+  Write();
+}
+
+void Session::LogAndClose(const std::string& event) {
+  state_->Log("client " + std::to_string(number_) + ": " + event);
+  Close();
+}
+
+void Session::StartDeadline(milliseconds time) {
+  deadline_.expires_after(time);
+  deadline_.async_wait([self = shared_from_this()](const ErrorCode& error) {
+    if (!error) self->OnDeadline();
+  });
+}
+
+void Session::OnDeadline() {
+  // It may have been met, or put off, while this call was under way.
+  if (!socket_.is_open() || deadline_.expiry() > steady_clock::now()) return;
+  if (closing_) return Close();
+  if (!greeted_) Refuse("no hello in time");
+}
+
+void Session::ApplyWithFaults(std::uint32_t sequence, bool decoded) {
+  using End = ServerFaults::RequestFate::End;
+  const auto fate = state_->options.faults->OnRequest(request_, state_->tables);
+  if (fate.end == End::kCrashBefore) return state_->Crash();
+  if (fate.end == End::kCloseBefore) return CloseAfterWriting();
+
+  HalReturnCode code = kHalBadRequest;
+  if (fate.code) {
+    code = *fate.code;
+  } else if (decoded) {
+    code = state_->tables.Apply(request_);
+  }
+
+  if (fate.end == End::kCrashAfter) return state_->Crash();
+  if (fate.end == End::kCloseAfter) return CloseAfterWriting();
+  Answer(fate, sequence, code);
+}
+
+void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
+                     HalReturnCode code) {
+  std::string answer;
+  for (int copy = 0; copy < fate.copies; ++copy) {
+    AppendResult(sequence, code, request_.id, request_.secondary_id, &answer);
+  }
+  if (fate.stray) {
+    AppendResult(sequence + kStrayDistance, code, request_.id, request_.secondary_id, &answer);
+  }
+  if (fate.cut != 0) {
+    next_output_.append(answer, 0, fate.cut);
+    return CloseAfterWriting();
+  }
+  SendLate(fate.due, fate.rank, std::move(answer));
+}
+
+void Session::SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer) {
+  late_.Add(due, rank, std::move(answer));
+  // What is due goes through there too, because it may not overtake what has been due for longer.
+  late_.TakeDue(steady_clock::now(), &next_output_);
+  WaitForLate();
+}
+
+void Session::WaitForLate() {
+  if (late_.empty()) return;
+  late_timer_.expires_at(late_.next());
+  late_timer_.async_wait([self = shared_from_this()](const ErrorCode& error) {
+    if (error || !self->socket_.is_open()) return;
+    self->late_.TakeDue(steady_clock::now(), &self->next_output_);
+    self->WaitForLate();
+    self->Proceed();
+  });
+}
+
+}  // namespace reference

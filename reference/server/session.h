@@ -1,0 +1,145 @@
+#ifndef ZUSKUX_REFERENCE_SERVER_SESSION_H_
+#define ZUSKUX_REFERENCE_SERVER_SESSION_H_
+
+#include <array>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "reference/hal/hal_tables.h"
+#include "reference/server/hal_server.h"
+#include "reference/server/late_answers.h"
+#include "reference/server/server_faults.h"
+#include "reference/wire/frame.h"
+#include "wire.pb.h"
+
+namespace reference {
+
+class Session;
+
+/// What the sessions of a server share. Used on the server's thread.
+struct ServerState {
+  explicit ServerState(HalServerOptions server_options);
+
+  wire::ServerStatus Status() const;
+  void Log(const std::string& line) const;
+  /// Closes every session.
+  void CloseSessions();
+  /// Does what a restart of the process would do; in some cases it is one.
+  void Crash();
+
+  const HalServerOptions options;
+  HalTables tables;
+  std::uint64_t generation;
+  std::chrono::steady_clock::time_point started;
+  std::uint64_t requests = 0;
+  std::uint64_t connections = 0;
+  std::uint64_t refused_connections = 0;
+  /// The number of the session whose reinstall is open, 0 when none is.
+  std::uint64_t reinstalling_session = 0;
+  /// By their numbers, which count from 1.
+  std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions;
+};
+
+/// The conversation with one client: hello, then requests in the order in which they come. All
+/// frames of a read are handled, then their answers written at once. While too many bytes of
+/// answers wait, the client is not read from. Owned by `ServerState` and by its handlers under way.
+class Session : public std::enable_shared_from_this<Session> {
+ public:
+  using Socket = boost::asio::local::stream_protocol::socket;
+  using ErrorCode = boost::system::error_code;
+
+  /// `state` outlives the session's last handler, because the session keeps it.
+  Session(Socket socket, std::shared_ptr<ServerState> state, std::uint64_t number,
+          const ServerFaults::ConnectionFate& fate);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  void Start();
+  /// Closes the connection at once. Nothing is handled or logged afterwards.
+  void Close();
+
+ private:
+  // A reading of the tables that is being answered; one table is copied at a time.
+  struct TableReading {
+    std::uint32_t sequence;
+    std::size_t next_kind = 0;
+    HalKind kind{};
+    std::map<std::uint32_t, std::string> entries{};
+  };
+
+  void Read();
+  void ReadSome();
+  void OnRead(const ErrorCode& error, std::size_t size);
+  void OnReadEnd(const ErrorCode& error);
+  // Handles what has been read, writes the answers and reads on, each as far as it may.
+  void Proceed();
+  void Write();
+  void OnWritten(const ErrorCode& error);
+  // Bytes of answers that wait for the client.
+  std::size_t Unsent() const;
+
+  void HandleFrames();
+  void Handle(const FrameSplitter::Frame& frame);
+  void OnHello(const FrameSplitter::Frame& frame);
+  void OnRequest(const FrameSplitter::Frame& frame);
+  void OnBeginReinstall();
+  void OnEndReinstall(std::uint32_t sequence);
+  void ContinueTables();
+  void AppendMessage(FrameType type, std::uint32_t sequence,
+                     const google::protobuf::MessageLite& message);
+
+  // The conversation is not what it should be: says so to the log and to the client, and closes.
+  void Refuse(const std::string& reason);
+  // Closes when what waits has been written, or soon.
+  void CloseAfterWriting();
+  void LogAndClose(const std::string& event);
+  void StartDeadline(std::chrono::milliseconds time);
+  void OnDeadline();
+
+  // With faults only.
+  void ApplyWithFaults(std::uint32_t sequence, bool decoded);
+  void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
+  void SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer);
+  void WaitForLate();
+
+  Socket socket_;
+  const std::shared_ptr<ServerState> state_;
+  const std::uint64_t number_;
+  const ServerFaults::ConnectionFate fate_;
+
+  bool greeted_ = false;
+  bool closing_ = false;
+  bool reading_ = false;
+  bool writing_ = false;
+  boost::asio::steady_timer deadline_;
+  boost::asio::steady_timer read_timer_;
+
+  std::array<char, 64 * 1024> input_;
+  FrameSplitter splitter_;
+  // Bytes that were read and are not part of a handled frame.
+  std::size_t unhandled_ = 0;
+  // Kept for their memory.
+  HalRequest request_;
+  std::string scratch_;
+  std::optional<TableReading> table_reading_;
+
+  // Answers being written, and those that follow.
+  std::string output_;
+  std::string next_output_;
+  LateAnswers late_;
+  boost::asio::steady_timer late_timer_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SERVER_SESSION_H_

@@ -1,0 +1,105 @@
+#include "reference/server/unix_listener.h"
+
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <boost/system/system_error.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+
+#include "reference/server/hal_server.h"
+
+namespace reference {
+namespace {
+
+using boost::asio::local::stream_protocol;
+using boost::system::error_code;
+
+// The address holds a terminating zero too.
+constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
+constexpr mode_t kFolderMode = S_IRWXU;
+constexpr mode_t kSocketMode = S_IRUSR | S_IWUSR;
+
+[[noreturn]] void Fail(int error, const std::string& text) {
+  throw boost::system::system_error(error_code(error, boost::system::system_category()), text);
+}
+
+void CheckPath(const std::string& path) {
+  if (path.empty()) Fail(EINVAL, "the socket path is empty; name a file");
+  if (path.size() > kMaxPath) {
+    Fail(ENAMETOOLONG, "the socket path is " + std::to_string(path.size()) +
+                           " bytes long, at most " + std::to_string(kMaxPath) +
+                           " fit; choose a shorter one than " + path);
+  }
+}
+
+void MakeFolder(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path();
+  if (folder.empty() || mkdir(folder.c_str(), kFolderMode) == 0 || errno == EEXIST) return;
+  Fail(errno, "cannot make the folder " + folder + " for the socket; make it first");
+}
+
+}  // namespace
+
+UnixListener::UnixListener(boost::asio::io_context* io, std::string path)
+    : path_(std::move(path)), acceptor_(*io) {
+  CheckPath(path_);
+  MakeFolder(path_);
+  RemoveStaleSocket();
+  Listen();
+}
+
+UnixListener::~UnixListener() {
+  struct stat now {};
+  if (lstat(path_.c_str(), &now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
+    unlink(path_.c_str());
+  }
+}
+
+void UnixListener::RemoveStaleSocket() {
+  struct stat found {};
+  if (lstat(path_.c_str(), &found) != 0) return;
+  if (!S_ISSOCK(found.st_mode)) {
+    Fail(EEXIST, path_ + " exists and is no socket; remove it or choose another path");
+  }
+  // Without waiting, because a server that is too busy to accept lives too.
+  stream_protocol::socket probe(acceptor_.get_executor());
+  probe.open();
+  probe.non_blocking(true);
+  error_code error;
+  probe.connect(path_, error);
+  if (error == boost::asio::error::connection_refused) {
+    unlink(path_.c_str());
+  } else if (!error || error == boost::asio::error::try_again) {
+    Fail(EADDRINUSE, "another zuskux-hal listens on " + path_ + "; stop it or choose another path");
+  } else {
+    Fail(error.value(), "cannot find out who listens on " + path_);
+  }
+}
+
+void UnixListener::Listen() {
+  error_code error;
+  acceptor_.open(stream_protocol());
+  acceptor_.bind(path_, error);
+  if (error) Fail(error.value(), "cannot make the socket " + path_);
+  struct stat made {};
+  // Nobody can connect before `listen`.
+  if (chmod(path_.c_str(), kSocketMode) != 0 || lstat(path_.c_str(), &made) != 0) {
+    Fail(errno, "cannot protect the socket " + path_);
+  }
+  device_ = made.st_dev;
+  inode_ = made.st_ino;
+  acceptor_.listen(boost::asio::socket_base::max_listen_connections, error);
+  if (error) Fail(error.value(), "cannot listen on " + path_);
+}
+
+std::string DefaultHalSocketPath() {
+  const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/zuskux/hal.sock";
+  return "/tmp/zuskux-" + std::to_string(getuid()) + "/hal.sock";
+}
+
+}  // namespace reference

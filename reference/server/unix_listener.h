@@ -1,0 +1,40 @@
+#ifndef ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_
+#define ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_
+
+#include <sys/types.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <string>
+
+namespace reference {
+
+/// Listens on a Unix socket that only this user may connect to. Used on one thread.
+class UnixListener {
+ public:
+  using Acceptor = boost::asio::local::stream_protocol::acceptor;
+
+  /// Makes the socket's folder (0700) when it is missing, and the socket (0600); replaces a socket
+  /// that nobody listens on. Throws `boost::system::system_error`, with a text for the operator.
+  UnixListener(boost::asio::io_context* io, std::string path);
+  UnixListener(const UnixListener&) = delete;
+  UnixListener& operator=(const UnixListener&) = delete;
+  /// Removes the socket, unless another one has taken its place.
+  ~UnixListener();
+
+  Acceptor& acceptor() { return acceptor_; }
+
+ private:
+  void RemoveStaleSocket();
+  void Listen();
+
+  const std::string path_;
+  Acceptor acceptor_;
+  // Which file the socket is.
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_

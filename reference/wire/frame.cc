@@ -1,0 +1,101 @@
+#include "reference/wire/frame.h"
+
+#include <boost/endian/conversion.hpp>
+
+#include "reference/hal/hal_request.h"
+
+namespace reference {
+namespace {
+
+constexpr int kTypeShift = 24;
+constexpr std::size_t kNumberSize = 4;
+constexpr std::size_t kResultSize = 3 * kNumberSize;
+
+constexpr std::uint8_t kFirstRequest = 3;
+constexpr std::uint8_t kLastRequest = 15;
+static_assert(static_cast<std::uint8_t>(HalOperation::kInstallVrf) == kFirstRequest);
+static_assert(static_cast<std::uint8_t>(HalOperation::kReplaceMpls) == kLastRequest);
+
+void AppendNumber(std::uint32_t number, std::string* out) {
+  const std::uint32_t big = boost::endian::native_to_big(number);
+  out->append(reinterpret_cast<const char*>(&big), sizeof big);
+}
+
+std::uint32_t NumberAt(std::string_view bytes, std::size_t offset) {
+  return boost::endian::load_big_u32(reinterpret_cast<const unsigned char*>(bytes.data()) + offset);
+}
+
+void AppendHeader(FrameType type, std::uint32_t sequence, std::size_t payload_size,
+                  std::string* out) {
+  AppendNumber((static_cast<std::uint32_t>(type) << kTypeShift) | (sequence & kSequenceMask), out);
+  AppendNumber(static_cast<std::uint32_t>(payload_size), out);
+}
+
+}  // namespace
+
+bool IsFrameType(std::uint8_t type) {
+  return type >= static_cast<std::uint8_t>(FrameType::kHello) &&
+         type <= static_cast<std::uint8_t>(FrameType::kTableEnd);
+}
+
+bool IsRequest(FrameType type) {
+  const auto value = static_cast<std::uint8_t>(type);
+  return value >= kFirstRequest && value <= kLastRequest;
+}
+
+void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
+                 std::string* out) {
+  AppendHeader(type, sequence, payload.size(), out);
+  out->append(payload);
+}
+
+void AppendResult(std::uint32_t sequence, HalReturnCode code, std::uint32_t id,
+                  std::uint32_t secondary_id, std::string* out) {
+  AppendHeader(FrameType::kResult, sequence, kResultSize, out);
+  AppendNumber(static_cast<std::uint32_t>(code), out);
+  AppendNumber(id, out);
+  AppendNumber(secondary_id, out);
+}
+
+std::optional<ResultPayload> ParseResult(std::string_view payload) {
+  if (payload.size() != kResultSize) return std::nullopt;
+  return ResultPayload{static_cast<HalReturnCode>(NumberAt(payload, 0)),
+                       NumberAt(payload, kNumberSize), NumberAt(payload, 2 * kNumberSize)};
+}
+
+FrameSplitter::FrameSplitter(std::size_t max_payload) : max_payload_(max_payload) {}
+
+void FrameSplitter::Feed(std::string_view bytes) {
+  if (!error_.empty()) return;
+  // What is left is less than a frame once `Next` gave nothing, so that each byte moves once at
+  // most.
+  buffer_.erase(0, consumed_);
+  consumed_ = 0;
+  buffer_.append(bytes);
+}
+
+std::optional<FrameSplitter::Frame> FrameSplitter::Next() {
+  const std::string_view rest = std::string_view(buffer_).substr(consumed_);
+  if (!error_.empty() || rest.size() < kFrameHeaderSize) return std::nullopt;
+
+  const std::uint32_t word = NumberAt(rest, 0);
+  const std::uint32_t size = NumberAt(rest, kNumberSize);
+  const auto type = static_cast<std::uint8_t>(word >> kTypeShift);
+  if (!IsFrameType(type)) {
+    error_ = "unknown frame type " + std::to_string(type);
+    return std::nullopt;
+  }
+  if (size > max_payload_) {
+    error_ = "payload of " + std::to_string(size) + " bytes is longer than the limit of " +
+             std::to_string(max_payload_);
+    return std::nullopt;
+  }
+  if (rest.size() - kFrameHeaderSize < size) return std::nullopt;
+
+  consumed_ += kFrameHeaderSize + size;
+  return Frame{{static_cast<FrameType>(type), word & kSequenceMask, size},
+               rest.substr(kFrameHeaderSize, size),
+               rest.substr(0, kFrameHeaderSize + size)};
+}
+
+}  // namespace reference

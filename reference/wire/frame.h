@@ -1,0 +1,108 @@
+#ifndef ZUSKUX_REFERENCE_WIRE_FRAME_H_
+#define ZUSKUX_REFERENCE_WIRE_FRAME_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "reference/hal/hal_code.h"
+
+namespace reference {
+
+// Frames between HAL client and HAL server, in both directions: 4 bytes header word, 4 bytes
+// payload length, payload. All numbers are big-endian. The header word carries the type of the
+// frame in its highest byte and a sequence number in the other three.
+
+inline constexpr std::uint32_t kProtocolVersion = 1;
+inline constexpr std::size_t kFrameHeaderSize = 8;
+inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
+inline constexpr std::size_t kDefaultMaxPayload = 64 * 1024;
+
+enum class FrameType : std::uint8_t {
+  /// Both directions, first: payload `wire.Hello`.
+  kHello = 1,
+  /// Server: the conversation ends; payload is one line of text for the operator.
+  kGoodbye = 2,
+  // 3 to 15: requests; the values of `HalOperation`, payload is the kind's message.
+  /// Server: payload is code, id, secondary id (4 bytes each); the sequence is the request's. VRF
+  /// requests are answered too.
+  kResult = 16,
+  /// Client; no payload.
+  kBeginReinstall = 17,
+  /// Client; no payload.
+  kEndReinstall = 18,
+  /// Server, answers `kEndReinstall` with its sequence: payload `wire.TableSummary`.
+  kInSync = 19,
+  /// Client, answered by the server with the same frame: the other side lives. No payload.
+  kHeartbeat = 20,
+  /// Client; no payload. Answered by `kTableEntry` frames and one `kTableEnd`, with its sequence.
+  kReadTables = 21,
+  /// Server: payload is the kind (1 byte), the id (4 bytes) and the stored message.
+  kTableEntry = 22,
+  /// Server: payload `wire.ServerStatus`.
+  kTableEnd = 23,
+};
+
+struct FrameHeader {
+  FrameType type = FrameType::kHello;
+  std::uint32_t sequence = 0;
+  std::uint32_t payload_size = 0;
+};
+
+/// Whether `type` is one of the values above or a request.
+bool IsFrameType(std::uint8_t type);
+/// Whether frames of the type are requests (3 to 15).
+bool IsRequest(FrameType type);
+
+/// Appends header and payload to `out`. `sequence` is cut to 24 bits.
+void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
+                 std::string* out);
+
+/// Appends a `kResult` frame.
+void AppendResult(std::uint32_t sequence, HalReturnCode code, std::uint32_t id,
+                  std::uint32_t secondary_id, std::string* out);
+
+struct ResultPayload {
+  HalReturnCode code{};
+  std::uint32_t id = 0;
+  std::uint32_t secondary_id = 0;
+};
+
+/// The payload of a `kResult` frame; nothing when it has another size.
+std::optional<ResultPayload> ParseResult(std::string_view payload);
+
+/// Cuts a byte stream into frames, without copying them. Memory stays bounded by the longest frame
+/// that is allowed, because the length is checked before anything is kept.
+///
+///     splitter.Feed(bytes);                      // what a read returned
+///     while (auto frame = splitter.Next()) ...   // views, valid until the next Feed
+///     if (!splitter.error().empty()) ...         // not a valid stream; close the connection
+class FrameSplitter {
+ public:
+  struct Frame {
+    FrameHeader header;
+    std::string_view payload;
+    /// Header and payload together, as the wrappers' `Unserialize` reads them.
+    std::string_view whole;
+  };
+
+  explicit FrameSplitter(std::size_t max_payload);
+
+  void Feed(std::string_view bytes);
+  /// The next whole frame; nothing when more bytes are needed or after an error.
+  std::optional<Frame> Next();
+  /// What made the stream invalid; empty while it is valid.
+  const std::string& error() const { return error_; }
+
+ private:
+  std::size_t max_payload_;
+  std::string buffer_;
+  std::size_t consumed_ = 0;
+  std::string error_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_WIRE_FRAME_H_

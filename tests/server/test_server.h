@@ -1,0 +1,149 @@
+#ifndef ZUSKUX_TESTS_SERVER_TEST_SERVER_H_
+#define ZUSKUX_TESTS_SERVER_TEST_SERVER_H_
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "reference/server/fault_plan.h"
+#include "reference/server/hal_server.h"
+
+namespace reference {
+
+/// An empty folder of its own, removed at the end.
+class TestFolder {
+ public:
+  TestFolder() : path_(std::filesystem::temp_directory_path() / "zuskux-test-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+  TestFolder(const TestFolder&) = delete;
+  TestFolder& operator=(const TestFolder&) = delete;
+  ~TestFolder() { std::filesystem::remove_all(path_); }
+
+  std::string Path(const std::string& name) const { return path_ + '/' + name; }
+
+ private:
+  std::string path_;
+};
+
+/// A HAL server in a thread of its own, in the test's process, until the end of the test.
+class TestServer {
+ public:
+  TestServer() : TestServer(HalServerOptions()) {}
+
+  /// Path and log of `options` are replaced.
+  explicit TestServer(HalServerOptions options) {
+    options.path = path();
+    options.log = [this](const std::string& line) { AddLine(line); };
+    server_.emplace(&io_, std::move(options));
+    thread_ = std::thread([this] { io_.run(); });
+  }
+
+  /// With the faults of a fault file; a crash restarts the server within the process.
+  explicit TestServer(const std::string& faults) : TestServer(WithFaults(ParseFaults(faults))) {}
+
+  TestServer(const TestServer&) = delete;
+  TestServer& operator=(const TestServer&) = delete;
+  ~TestServer() { Stop(); }
+
+  std::string path() const { return folder_.Path("hal.sock"); }
+
+  /// What the server holds, between two of its steps.
+  HalTables Tables() {
+    return Call([this] { return server_->tables(); });
+  }
+
+  std::uint64_t Generation() {
+    return Call([this] { return server_->generation(); });
+  }
+
+  /// Keeps the server's thread from doing anything for `time`; returns at once.
+  void Hold(std::chrono::milliseconds time) {
+    boost::asio::post(io_, [time] { std::this_thread::sleep_for(time); });
+  }
+
+  /// Ends the server.
+  void Stop() {
+    if (!thread_.joinable()) return;
+    boost::asio::post(io_, [this] { server_.reset(); });
+    thread_.join();
+  }
+
+  /// The lines of the log so far.
+  std::vector<std::string> Lines() {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+
+  /// Waits until the log has so many lines, for 5 seconds at most. Returns the lines.
+  std::vector<std::string> WaitForLines(std::size_t count) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (Lines().size() < count && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return Lines();
+  }
+
+ private:
+  explicit TestServer(std::pair<HalServerOptions, std::unique_ptr<ServerFaults>> with_faults)
+      : TestServer(with_faults.first) {
+    faults_ = std::move(with_faults.second);
+  }
+
+  static std::unique_ptr<ServerFaults> ParseFaults(const std::string& text) {
+    auto plan = ParseFaultPlan(text, {{}, [] {}});
+    if (auto* const errors = std::get_if<std::vector<FaultError>>(&plan)) {
+      ADD_FAILURE() << FormatFaultError("faults", errors->front());
+      std::abort();
+    }
+    return std::get<std::unique_ptr<ServerFaults>>(std::move(plan));
+  }
+
+  static std::pair<HalServerOptions, std::unique_ptr<ServerFaults>> WithFaults(
+      std::unique_ptr<ServerFaults> faults) {
+    HalServerOptions options;
+    options.faults = faults.get();
+    return {options, std::move(faults)};
+  }
+
+  // Runs `function` on the server's thread.
+  template <typename Function>
+  std::invoke_result_t<Function> Call(Function function) {
+    std::packaged_task<std::invoke_result_t<Function>()> task(std::move(function));
+    auto result = task.get_future();
+    boost::asio::post(io_, [&task] { task(); });
+    return result.get();
+  }
+
+  void AddLine(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(line);
+  }
+
+  TestFolder folder_;
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+  // Outlives the server.
+  std::unique_ptr<ServerFaults> faults_;
+  boost::asio::io_context io_{1};
+  std::optional<HalServer> server_;
+  std::thread thread_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_SERVER_TEST_SERVER_H_

@@ -1,0 +1,302 @@
+// zuskux-hal as a process.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/server/raw_client.h"
+
+namespace reference {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+/// zuskux-hal with its output in files. Killed at the end if it has not ended.
+class Process {
+ public:
+  Process(const std::string& folder, const std::vector<std::string>& arguments)
+      : output_(folder + "/stdout"), error_(folder + "/stderr"), pid_(fork()) {
+    if (pid_ != 0) return;
+    std::vector<const char*> argv = {ZUSKUX_HAL};
+    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+    argv.push_back(nullptr);
+    dup2(open(output_.c_str(), O_WRONLY | O_CREAT, S_IRUSR | S_IWUSR), STDOUT_FILENO);
+    dup2(open(error_.c_str(), O_WRONLY | O_CREAT, S_IRUSR | S_IWUSR), STDERR_FILENO);
+    execv(ZUSKUX_HAL, const_cast<char* const*>(argv.data()));
+    _exit(127);
+  }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  ~Process() {
+    if (pid_ == 0) return;
+    kill(pid_, SIGKILL);
+    Wait();
+  }
+
+  void Signal(int signal) const { kill(pid_, signal); }
+
+  /// Waits for the end. Returns the exit code, -1 after a signal.
+  int Wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  std::string Output() const { return Read(output_); }
+  std::string Error() const { return Read(error_); }
+
+  /// Waits, 5 seconds at most, until standard error has `text`.
+  bool Says(const std::string& text) const {
+    for (int count = 0; count < 500; ++count) {
+      if (Error().find(text) != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
+ private:
+  static std::string Read(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+
+  const std::string output_;
+  const std::string error_;
+  pid_t pid_;
+};
+
+class ZuskuxHalTest : public ::testing::Test {
+ protected:
+  ZuskuxHalTest() {
+    std::string name = std::filesystem::temp_directory_path() / "zuskux-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    folder_ = name;
+  }
+  ~ZuskuxHalTest() override { std::filesystem::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return folder_ + '/' + name; }
+
+  // A folder for the output of one process.
+  std::string OutputFolder() {
+    const std::string folder = Path("output-" + std::to_string(++outputs_));
+    std::filesystem::create_directory(folder);
+    return folder;
+  }
+
+  struct Ended {
+    int code;
+    std::string output;
+    std::string error;
+  };
+
+  Ended RunToEnd(const std::vector<std::string>& arguments) {
+    Process process(OutputFolder(), arguments);
+    const int code = process.Wait();
+    return {code, process.Output(), process.Error()};
+  }
+
+  std::string folder_;
+  int outputs_ = 0;
+};
+
+TEST_F(ZuskuxHalTest, HelpFitsATerminal) {
+  const Ended ended = RunToEnd({"--help"});
+  EXPECT_EQ(ended.code, 0);
+  EXPECT_EQ(ended.error, "");
+  std::istringstream lines(ended.output);
+  std::string line;
+  int count = 0;
+  while (std::getline(lines, line)) {
+    ++count;
+    EXPECT_LE(line.size(), 80U) << line;
+  }
+  EXPECT_LE(count, 24);
+  for (const char* const option :
+       {"tables", "--socket PATH", "--table-size N", "--max-payload BYTES", "--fault FILE",
+        "--quiet", "--json", "--help", "--version"}) {
+    EXPECT_THAT(ended.output, HasSubstr(option));
+  }
+}
+
+TEST_F(ZuskuxHalTest, ShowsItsVersion) {
+  const Ended ended = RunToEnd({"--version"});
+  EXPECT_EQ(ended.code, 0);
+  EXPECT_THAT(ended.output, MatchesRegex("zuskux-hal [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST_F(ZuskuxHalTest, NamesBadUsage) {
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* complaint;
+  };
+  for (const Case& bad : {
+           Case{{"table"}, "unknown command \"table\"; use tables, or none for the server"},
+           Case{{"--table-size", "0"}, "--table-size 0 is out of range; use 1 to 4294967296"},
+           Case{{"--max-payload", "-1"}, "--max-payload -1 is out of range; use 1 to 67108864"},
+           Case{{"--table-size", "x"}, "'x'"},
+           Case{{"--sock", "x"}, "--sock"},
+           Case{{"--json"}, "--json does not go without tables"},
+           Case{{"tables", "--quiet"}, "--quiet does not go with tables"},
+           Case{{"tables", "more"}, "too many positional options"},
+       }) {
+    const Ended ended = RunToEnd(bad.arguments);
+    EXPECT_EQ(ended.code, 2);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, AllOf(StartsWith("zuskux-hal: "), HasSubstr(bad.complaint),
+                                   HasSubstr("; see --help\n")));
+  }
+}
+
+TEST_F(ZuskuxHalTest, NamesMistakesOfAFaultFile) {
+  std::ofstream(Path("faults")) << "fault { what: \"delay\" }\nfault { }";
+  const Ended ended = RunToEnd({"--socket", Path("hal.sock"), "--fault", Path("faults")});
+  EXPECT_EQ(ended.code, 2);
+  EXPECT_THAT(ended.error, AllOf(StartsWith("zuskux-hal: " + Path("faults") +
+                                            ":1:1: what: \"delay\" has no ms; add ms: N\n"),
+                                 HasSubstr(Path("faults") + ":2:1: a fault has no what")));
+  EXPECT_FALSE(std::filesystem::exists(Path("hal.sock")));
+}
+
+TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    const std::string socket = Path("new/hal.sock");
+    Process server(OutputFolder(), {"--socket", socket});
+    ASSERT_TRUE(server.Says("listening on " + socket + ", generation 0x"));
+    RawClient client(socket);
+    EXPECT_TRUE(client.Greet());
+    server.Signal(signal);
+    EXPECT_EQ(server.Wait(), 0);
+    EXPECT_TRUE(client.Ended());
+    EXPECT_FALSE(std::filesystem::exists(socket));
+    EXPECT_EQ(server.Output(), "");
+    EXPECT_THAT(server.Error(), MatchesRegex("zuskux-hal: listening on [^\n]*, generation "
+                                             "0x[0-9a-f]{16}\n"
+                                             "zuskux-hal: client 1: \"test\" connected\n"));
+  }
+}
+
+TEST_F(ZuskuxHalTest, KeepsQuiet) {
+  Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--quiet"});
+  ASSERT_TRUE(server.Says("listening on "));
+  { EXPECT_TRUE(RawClient(Path("hal.sock")).Greet()); }
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+  EXPECT_THAT(server.Error(), ::testing::Not(HasSubstr("client")));
+}
+
+TEST_F(ZuskuxHalTest, RefusesToBeTheSecond) {
+  Process server(OutputFolder(), {"--socket", Path("hal.sock")});
+  ASSERT_TRUE(server.Says("listening on "));
+  const Ended second = RunToEnd({"--socket", Path("hal.sock")});
+  EXPECT_EQ(second.code, 1);
+  EXPECT_THAT(second.error,
+              StartsWith("zuskux-hal: another zuskux-hal listens on " + Path("hal.sock")));
+  EXPECT_TRUE(RawClient(Path("hal.sock")).Greet());
+}
+
+TEST_F(ZuskuxHalTest, ReplacesTheSocketOfAServerThatWasKilled) {
+  {
+    Process killed(OutputFolder(), {"--socket", Path("hal.sock")});
+    ASSERT_TRUE(killed.Says("listening on "));
+  }
+  ASSERT_TRUE(std::filesystem::exists(Path("hal.sock")));
+  Process server(OutputFolder(), {"--socket", Path("hal.sock")});
+  ASSERT_TRUE(server.Says("listening on "));
+  EXPECT_TRUE(RawClient(Path("hal.sock")).Greet());
+}
+
+TEST_F(ZuskuxHalTest, CrashesWhenAFaultSaysSo) {
+  std::ofstream(Path("faults")) << "fault { what: \"crash-after\" nth: 2 }";
+  Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--fault", Path("faults")});
+  ASSERT_TRUE(server.Says("listening on "));
+  RawClient client(Path("hal.sock"));
+  client.Greet();
+  client.Send(FrameBytes(3, 1, "\x08\x07"));
+  EXPECT_EQ(client.Receive(), Result(1, 0, 7));
+  client.Send(FrameBytes(3, 2, "\x08\x08"));
+  EXPECT_TRUE(client.Ended());
+  EXPECT_EQ(server.Wait(), 70);
+  EXPECT_THAT(server.Error(), HasSubstr("fault: crash-after on install-vrf, 1 of 1\n"));
+}
+
+class TablesTest : public ZuskuxHalTest {
+ protected:
+  TablesTest() : server_(OutputFolder(), {"--socket", Path("hal.sock")}) {
+    EXPECT_TRUE(server_.Says("listening on "));
+    RawClient client(Path("hal.sock"));
+    client.Greet();
+    client.Send(FrameBytes(5, 1, "\x18\xAC\x02") + FrameBytes(5, 2, "\x18\x05\x28\xDC\x0B") +
+                FrameBytes(3, 3, "\x08\x07"));
+    EXPECT_EQ(client.ReceiveFrames(3),
+              (std::vector<RawFrame>{Result(1, 0, 300), Result(2, 0, 5), Result(3, 0, 7)}));
+    EXPECT_TRUE(server_.Says("client 1: "));
+  }
+
+  Process server_;
+};
+
+TEST_F(TablesTest, AreShownAsText) {
+  const Ended ended = RunToEnd({"tables", "--socket", Path("hal.sock")});
+  EXPECT_EQ(ended.code, 0);
+  EXPECT_EQ(ended.error, "");
+  EXPECT_THAT(ended.output,
+              MatchesRegex("generation 0x[0-9a-f]{16}, up [0-9]+ ms, 3 requests, 2 connections, 0 "
+                           "refused\n"
+                           "vrf 1, vlan 2, host 0, ecmp 0, mpls 0\n"
+                           "vrf 7: vrf_id: 7\n"
+                           "vlan 5: vlan_destination_id: 5 mtu: 1500\n"
+                           "vlan 300: vlan_destination_id: 300\n"));
+}
+
+TEST_F(TablesTest, AreShownAsJson) {
+  const Ended ended = RunToEnd({"tables", "--json", "--socket", Path("hal.sock")});
+  EXPECT_EQ(ended.code, 0);
+  const auto json = nlohmann::json::parse(ended.output);
+  EXPECT_THAT(json.at("generation").get<std::string>(), MatchesRegex("0x[0-9a-f]{16}"));
+  EXPECT_THAT(server_.Error(), HasSubstr(json.at("generation").get<std::string>()));
+  EXPECT_EQ(json.at("requests"), 3);
+  EXPECT_EQ(json.at("connections"), 2);
+  EXPECT_EQ(json.at("refused_connections"), 0);
+  EXPECT_TRUE(json.at("uptime_ms").is_number_unsigned());
+  const auto& vlans = json.at("tables").at("vlan");
+  EXPECT_EQ(vlans.at("count"), 2);
+  EXPECT_THAT(vlans.at("digest").get<std::string>(), MatchesRegex("0x[0-9a-f]{16}"));
+  EXPECT_EQ(vlans.at("entries"), nlohmann::json::parse(R"([
+              {"id": 5, "message": "vlan_destination_id: 5 mtu: 1500"},
+              {"id": 300, "message": "vlan_destination_id: 300"}])"));
+  EXPECT_EQ(
+      json.at("tables").at("mpls"),
+      nlohmann::json::parse(R"({"count": 0, "digest": "0x0000000000000000", "entries": []})"));
+}
+
+TEST_F(ZuskuxHalTest, TablesNeedAServer) {
+  for (const std::string& path : {Path("none.sock"), std::string(200, 'x')}) {
+    const Ended ended = RunToEnd({"tables", "--socket", path});
+    EXPECT_EQ(ended.code, 1);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error,
+                AllOf(StartsWith("zuskux-hal: the HAL server on " + path + ": cannot connect: "),
+                      HasSubstr("; check that zuskux-hal runs and that --socket is its path\n")));
+  }
+}
+
+}  // namespace
+}  // namespace reference
