@@ -1,0 +1,297 @@
+#include "reference/socket_client/client_queue.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "reference/hal/hal_tables.h"
+
+namespace reference {
+namespace {
+
+constexpr std::size_t kMaxEntries = std::size_t{1} << 23;
+
+// The part of a request that its result needs.
+HalRequest WithoutPayload(const HalRequest& request) {
+  return {request.operation, request.id, request.secondary_id, {}};
+}
+
+}  // namespace
+
+ClientQueue::ClientQueue(const SocketHalOptions& options)
+    : max_entries_(std::clamp<std::size_t>(options.queue_entries, 1, kMaxEntries)),
+      max_bytes_(options.queue_bytes),
+      deadline_(options.deadline),
+      outstanding_(max_entries_, options.first_sequence) {}
+
+ClientQueue::Taken ClientQueue::Submit(HalRequest request) {
+  const std::lock_guard lock(mutex_);
+  ++counters_.requests;
+  if (const auto refusal = Refusal(request)) {
+    End(request, *refusal);
+    return {*refusal, NeedsWake()};
+  }
+  Accept(std::move(request));
+  return {kHalSuccess, NeedsWake()};
+}
+
+std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) const {
+  const bool is_vrf = !HasResult(request.operation);
+  if (server_ == Server::kNone && !is_vrf) return kHalNoServer;
+  if (request.payload.size() > MaxPayload()) return kHalTooLarge;
+  const bool supersedes = server_ == Server::kNone && kept_vrfs_.Contains(request.id);
+  if (!supersedes && !Fits(request.payload.size())) return kHalQueueFull;
+  if (is_vrf && outstanding_vrf_bytes_ + kept_vrfs_.bytes() + request.payload.size() > max_bytes_) {
+    return kHalQueueFull;
+  }
+  return std::nullopt;
+}
+
+bool ClientQueue::Fits(std::size_t payload_size) const {
+  if (early_.size() + kept_vrfs_.size() >= max_entries_ || outstanding_.full()) return false;
+  const std::size_t bytes = early_bytes_ + frames_.size() + writing_bytes_;
+  return bytes == 0 || bytes + kFrameHeaderSize + payload_size <= max_bytes_;
+}
+
+// So that a frame fits into an empty queue. Without a server its limit is not known.
+std::size_t ClientQueue::MaxPayload() const {
+  const std::size_t own = max_bytes_ < kFrameHeaderSize ? 0 : max_bytes_ - kFrameHeaderSize;
+  return server_ == Server::kFound ? std::min(own, server_max_payload_) : own;
+}
+
+// Whether a request of any size would be taken, or refused for another reason than a full queue.
+bool ClientQueue::RoomNow() const {
+  const std::size_t largest = std::min(MaxPayload(), server_max_payload_);
+  return ended_.size() < max_entries_ && Fits(largest) &&
+         outstanding_vrf_bytes_ + kept_vrfs_.bytes() + largest <= std::max(max_bytes_, largest);
+}
+
+void ClientQueue::Accept(HalRequest request) {
+  switch (server_) {
+    case Server::kUnknown:
+      early_bytes_ += kFrameHeaderSize + request.payload.size();
+      early_.push_back({std::move(request), std::nullopt});
+      ++counters_.queued;
+      break;
+    case Server::kNone:
+      kept_vrfs_.Keep(std::move(request));
+      counters_.queued = kept_vrfs_.size();
+      break;
+    case Server::kFound:
+      Send(std::move(request));
+      break;
+  }
+  counters_.queued_peak = std::max(counters_.queued_peak, counters_.queued);
+}
+
+void ClientQueue::Send(HalRequest request) {
+  OutstandingRequest outstanding;
+  outstanding.submitted = Clock::now();
+  outstanding.reinstall = open_reinstall_.number;
+  if (outstanding.reinstall != 0) outstanding.hash = EntryHash(request.id, request.payload);
+  outstanding.request = WithoutPayload(request);
+  if (!HasResult(request.operation)) {
+    outstanding_vrf_bytes_ += request.payload.size();
+    outstanding.request.payload = request.payload;
+  }
+  const std::uint32_t sequence = outstanding_.Add(std::move(outstanding));
+  Append(static_cast<FrameType>(request.operation), sequence, request.payload);
+}
+
+void ClientQueue::Append(FrameType type, std::uint32_t sequence, const std::string& payload) {
+  AppendFrame(type, sequence, payload, &frames_);
+  ++frames_counted_;
+  ++counters_.queued;
+  counters_.queued_peak = std::max(counters_.queued_peak, counters_.queued);
+}
+
+bool ClientQueue::Mark(FrameType mark) {
+  const std::lock_guard lock(mutex_);
+  if (server_ == Server::kUnknown) {
+    early_.push_back({HalRequest(), mark});
+    ++counters_.queued;
+  } else if (server_ == Server::kFound) {
+    SendMark(mark);
+  }
+  return NeedsWake();
+}
+
+void ClientQueue::SendMark(FrameType mark) {
+  ++mark_sequence_;
+  mark_sequence_ &= kSequenceMask;
+  if (mark == FrameType::kBeginReinstall) {
+    open_reinstall_ = {0, ++reinstalls_, Clock::now()};
+  } else {
+    ended_reinstall_ = std::exchange(open_reinstall_, {});
+    ended_reinstall_->sequence = mark_sequence_;
+  }
+  Append(mark, mark_sequence_, {});
+}
+
+bool ClientQueue::HasRoom() {
+  const std::lock_guard lock(mutex_);
+  if (RoomNow()) return true;
+  room_wanted_ = true;
+  return false;
+}
+
+bool ClientQueue::TakeRoomDue() {
+  const std::lock_guard lock(mutex_);
+  const std::size_t entries = early_.size() + kept_vrfs_.size() + outstanding_.size();
+  const bool half_free = entries <= max_entries_ / 2 && ended_.size() <= max_entries_ / 2 &&
+                         early_bytes_ + frames_.size() + writing_bytes_ <= max_bytes_ / 2;
+  if (!room_wanted_ || !half_free || !RoomNow()) return false;
+  room_wanted_ = false;
+  return true;
+}
+
+void ClientQueue::End(const HalRequest& request, HalReturnCode code) {
+  ended_.push_back({WithoutPayload(request), code});
+}
+
+// While something is being written, its end looks after what came meanwhile; but a request that
+// nothing waited before needs its deadline watched.
+bool ClientQueue::NeedsWake() {
+  const bool work = !ended_.empty() || (!frames_.empty() && !writing_) || outstanding_.size() == 1;
+  if (!work || wake_pending_) return false;
+  wake_pending_ = true;
+  ++wake_ups_;
+  return true;
+}
+
+void ClientQueue::Awake() {
+  const std::lock_guard lock(mutex_);
+  wake_pending_ = false;
+}
+
+void ClientQueue::Connect(std::size_t max_payload) {
+  const std::lock_guard lock(mutex_);
+  server_ = Server::kFound;
+  server_max_payload_ = max_payload;
+  counters_.queued = 0;
+  const auto send = [this](HalRequest request) {
+    if (request.payload.size() <= MaxPayload()) {
+      Send(std::move(request));
+    } else {
+      End(request, kHalTooLarge);
+    }
+  };
+  kept_vrfs_.Release(send);
+  for (Early& early : std::exchange(early_, {})) {
+    if (early.mark) {
+      SendMark(*early.mark);
+    } else {
+      send(std::move(early.request));
+    }
+  }
+  early_bytes_ = 0;
+}
+
+void ClientQueue::Disconnect() {
+  const std::lock_guard lock(mutex_);
+  const auto end = [this](HalRequest* request, HalReturnCode code) {
+    if (HasResult(request->operation)) {
+      End(*request, code);
+    } else {
+      kept_vrfs_.Keep(std::move(*request));
+    }
+  };
+  outstanding_.Drain([&end](OutstandingRequest* outstanding) {
+    if (!outstanding->expired) end(&outstanding->request, kHalServerLost);
+  });
+  for (Early& early : std::exchange(early_, {})) {
+    if (!early.mark) end(&early.request, kHalNoServer);
+  }
+  server_ = Server::kNone;
+  early_bytes_ = 0;
+  outstanding_vrf_bytes_ = 0;
+  frames_.clear();
+  frames_counted_ = writing_counted_ = writing_bytes_ = 0;
+  writing_ = false;
+  open_reinstall_ = {};
+  ended_reinstall_.reset();
+  counters_.queued = kept_vrfs_.size();
+}
+
+void ClientQueue::TakeEnded(std::vector<Ended>* ended) {
+  ended->clear();
+  const std::lock_guard lock(mutex_);
+  ended->swap(ended_);
+}
+
+bool ClientQueue::TakeFrames(std::string* frames) {
+  frames->clear();
+  const std::lock_guard lock(mutex_);
+  if (writing_) outstanding_.MarkWritten(writing_up_to_, Clock::now());
+  counters_.queued -= writing_counted_;
+  frames->swap(frames_);
+  writing_bytes_ = frames->size();
+  writing_counted_ = std::exchange(frames_counted_, 0);
+  writing_up_to_ = outstanding_.added();
+  writing_ = !frames->empty();
+  if (writing_) ++writes_;
+  return writing_;
+}
+
+void ClientQueue::AddHeartbeat() {
+  const std::lock_guard lock(mutex_);
+  AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
+}
+
+std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence) {
+  const auto now = Clock::now();
+  const std::lock_guard lock(mutex_);
+  std::optional<OutstandingRequest> answered = outstanding_.Take(sequence);
+  if (!answered) {
+    ++counters_.late_results;
+    return std::nullopt;
+  }
+  // The answer may be here before the end of the write that carried the request.
+  const auto written = answered->written.value_or(now);
+  queue_latency_.Add(written - answered->submitted);
+  server_latency_.Add(now - written);
+  outstanding_vrf_bytes_ -= answered->request.payload.size();
+  if (answered->expired) ++counters_.late_results;
+  return answered;
+}
+
+std::optional<ClientQueue::Clock::time_point> ClientQueue::Expire(Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  while (const OutstandingRequest* const oldest = outstanding_.OldestUnexpired()) {
+    const Clock::time_point due = oldest->submitted + deadline_;
+    if (due > now) return due;
+    End(oldest->request, kHalDeadline);
+    outstanding_.ExpireOldest();
+  }
+  return std::nullopt;
+}
+
+std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::uint32_t sequence) {
+  const std::lock_guard lock(mutex_);
+  if (ended_reinstall_ && ended_reinstall_->sequence == sequence) {
+    return std::exchange(ended_reinstall_, std::nullopt);
+  }
+  ++counters_.late_results;
+  return std::nullopt;
+}
+
+void ClientQueue::CountResult() {
+  const std::lock_guard lock(mutex_);
+  ++counters_.results;
+}
+
+void ClientQueue::CountServerFound() {
+  const std::lock_guard lock(mutex_);
+  ++counters_.servers_found;
+}
+
+HalConnectionCounters ClientQueue::counters() const {
+  const std::lock_guard lock(mutex_);
+  return counters_;
+}
+
+SocketHalStatistics ClientQueue::statistics() const {
+  const std::lock_guard lock(mutex_);
+  return {queue_latency_.Summary(), server_latency_.Summary(), wake_ups_, writes_};
+}
+
+}  // namespace reference

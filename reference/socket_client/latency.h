@@ -1,0 +1,43 @@
+#ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_
+#define ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace reference {
+
+/// How long a stage took. The percentiles are at most an eighth too high, `max` is exact.
+struct StageLatency {
+  std::uint64_t count = 0;
+  std::chrono::nanoseconds p50{0};
+  std::chrono::nanoseconds p90{0};
+  std::chrono::nanoseconds p99{0};
+  std::chrono::nanoseconds max{0};
+};
+
+/// Counts durations in buckets of fixed number: eight for each power of two nanoseconds. Used by
+/// one thread at a time.
+class LatencyHistogram {
+ public:
+  /// Negative durations count as 0.
+  void Add(std::chrono::nanoseconds latency);
+  StageLatency Summary() const;
+
+ private:
+  static constexpr unsigned kSubBits = 3;
+  static constexpr std::size_t kBuckets = (64 - kSubBits + 1) << kSubBits;
+
+  static std::size_t BucketOf(std::uint64_t value);
+  static std::uint64_t LastOf(std::size_t bucket);
+  std::chrono::nanoseconds Percentile(unsigned percent) const;
+
+  std::array<std::uint64_t, kBuckets> counts_{};
+  std::uint64_t count_ = 0;
+  std::uint64_t max_ = 0;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_

@@ -1,0 +1,58 @@
+#include "reference/socket_client/outstanding_requests.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "reference/wire/frame.h"
+
+namespace reference {
+
+OutstandingRequests::OutstandingRequests(std::size_t capacity, std::uint32_t first_sequence)
+    : slots_(capacity), first_sequence_(first_sequence) {}
+
+std::uint32_t OutstandingRequests::Add(OutstandingRequest request) {
+  SlotOf(tail_) = std::move(request);
+  return static_cast<std::uint32_t>(first_sequence_ + tail_++) & kSequenceMask;
+}
+
+std::optional<OutstandingRequest> OutstandingRequests::Take(std::uint32_t sequence) {
+  const std::uint64_t place = head_ + ((sequence - first_sequence_ - head_) & kSequenceMask);
+  if (place >= tail_ || !SlotOf(place)) return std::nullopt;
+
+  std::optional<OutstandingRequest> taken = std::exchange(SlotOf(place), std::nullopt);
+  if (taken->expired) --expired_;
+  ForgetExpiredBefore(place);
+  while (head_ != tail_ && !SlotOf(head_)) ++head_;
+  return taken;
+}
+
+void OutstandingRequests::ForgetExpiredBefore(std::uint64_t place) {
+  for (std::uint64_t at = head_; expired_ != 0 && at != place; ++at) {
+    std::optional<OutstandingRequest>& slot = SlotOf(at);
+    if (!slot || !slot->expired) continue;
+    slot.reset();
+    --expired_;
+  }
+}
+
+void OutstandingRequests::MarkWritten(std::uint64_t up_to,
+                                      std::chrono::steady_clock::time_point now) {
+  for (unwritten_ = std::max(unwritten_, head_); unwritten_ < up_to; ++unwritten_) {
+    if (auto& slot = SlotOf(unwritten_)) slot->written = now;
+  }
+}
+
+const OutstandingRequest* OutstandingRequests::OldestUnexpired() {
+  for (unexpired_ = std::max(unexpired_, head_); unexpired_ != tail_; ++unexpired_) {
+    const auto& slot = SlotOf(unexpired_);
+    if (slot && slot->ResultIsDue()) return &*slot;
+  }
+  return nullptr;
+}
+
+void OutstandingRequests::ExpireOldest() {
+  SlotOf(unexpired_)->expired = true;
+  ++expired_;
+}
+
+}  // namespace reference

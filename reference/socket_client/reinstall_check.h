@@ -1,0 +1,41 @@
+#ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_REINSTALL_CHECK_H_
+#define ZUSKUX_REFERENCE_SOCKET_CLIENT_REINSTALL_CHECK_H_
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "reference/hal/hal_request.h"
+#include "wire.pb.h"
+
+namespace reference {
+
+/// What a server acknowledged within a reinstall, to be compared with the summary of its tables at
+/// the end. Holds a hash for each entry, between the first acknowledgement and the end. Used by one
+/// thread at a time.
+class ReinstallCheck {
+ public:
+  /// A request of reinstall number `reinstall`, which is not 0, succeeded; a higher number starts
+  /// over. `hash` is the entry's `EntryHash`.
+  void Acknowledge(std::uint32_t reinstall, const HalRequest& request, std::uint64_t hash);
+
+  /// Where reinstall `reinstall` and the server differ: "vlan 8 here, 7 there; host 40 with other
+  /// content"; empty when they do not. Forgets the reinstall.
+  std::string End(std::uint32_t reinstall, const wire::TableSummary& summary);
+
+  /// Forgets everything.
+  void Clear();
+
+ private:
+  std::uint32_t reinstall_ = 0;
+  // For each kind, hashes by id.
+  std::array<std::unordered_map<std::uint32_t, std::uint64_t>, kHalKinds> hashes_;
+};
+
+/// "vrf 2, vlan 8, host 40, ecmp 6, mpls 20 (3 removed)"
+std::string SummaryText(const wire::TableSummary& summary);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SOCKET_CLIENT_REINSTALL_CHECK_H_

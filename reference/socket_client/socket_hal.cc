@@ -1,0 +1,482 @@
+#include "reference/socket_client/socket_hal.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "reference/socket_client/client_queue.h"
+#include "reference/socket_client/handler_memory.h"
+#include "reference/socket_client/reinstall_check.h"
+#include "reference/wire/frame.h"
+#include "wire.pb.h"
+
+namespace reference {
+namespace {
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+using Protocol = asio::local::stream_protocol;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kReadSize = std::size_t{64} * 1024;
+constexpr std::size_t kMaxForeignText = 200;
+constexpr int kMaxRepeatedReinstalls = 3;
+
+// Text of the other side for a log line of ours.
+std::string Printable(std::string_view text) {
+  std::string printable(text.substr(0, kMaxForeignText));
+  std::replace_if(
+      printable.begin(), printable.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+  return printable;
+}
+
+std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
+
+std::string HelloFrame() {
+  wire::Hello hello;
+  hello.set_protocol_version(kProtocolVersion);
+  hello.set_program("zuskux-manager " ZUSKUX_VERSION);
+  std::string frame;
+  AppendFrame(FrameType::kHello, 0, hello.SerializeAsString(), &frame);
+  return frame;
+}
+
+/// One connection, or an attempt at one. Shared by the operations under way, which so find their
+/// buffers when the connection has been given up.
+struct Session {
+  explicit Session(asio::io_context* io) : socket(*io), splitter(kDefaultMaxPayload) {}
+
+  HandlerMemory read_memory;
+  HandlerMemory write_memory;
+  Protocol::socket socket;
+  std::array<char, kReadSize> incoming{};
+  FrameSplitter splitter;
+  std::string outgoing;
+  bool writing = false;
+  bool greeted = false;
+  /// The server has said more than hello.
+  bool useful = false;
+  /// Since the last look at the heart.
+  bool heard = false;
+  bool heartbeat_unanswered = false;
+  int heartbeats_missed = 0;
+};
+using SessionPtr = std::shared_ptr<Session>;
+
+}  // namespace
+
+/// The thread and what runs on it. Everything but the first group is called on that thread.
+class SocketHal::Connection {
+ public:
+  explicit Connection(SocketHalOptions options);
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection();
+
+  // On the host's thread:
+  void Start(HalReports reports);
+  HalReturnCode Submit(HalRequest request);
+  void Mark(FrameType mark);
+  ClientQueue* queue() { return &queue_; }
+
+ private:
+  void Wake();
+  void OnWake();
+
+  void Connect();
+  void OnConnected(const SessionPtr& session, const error_code& error);
+  void GiveUp(const std::string& reason);
+
+  void Read(const SessionPtr& session);
+  void OnRead(const SessionPtr& session, const error_code& error, std::size_t size);
+  void Write(const SessionPtr& session);
+  void OnWritten(const SessionPtr& session);
+  void WriteQueued(const SessionPtr& session);
+  void WatchDeadlines();
+  void Expire();
+  void LookAfterHeart(const SessionPtr& session);
+  void BeatHeart(const SessionPtr& session);
+
+  /// What is wrong with the frame; empty when nothing is.
+  std::string OnFrame(const FrameSplitter::Frame& frame);
+  std::string OnHello(std::string_view payload);
+  std::string OnResult(const FrameSplitter::Frame& frame);
+  std::string OnInSync(const FrameSplitter::Frame& frame);
+
+  void ReportServerFound();
+  void ReportEnded();
+  void ReportRoom();
+  void Report(const HalRequest& request, HalReturnCode code);
+
+  void Log(const std::string& line) const;
+  void LogFailure(const std::string& line);
+
+  const SocketHalOptions options_;
+  const Protocol::endpoint endpoint_;
+  ClientQueue queue_;
+  HalReports reports_;
+  std::atomic<bool> stopping_ = false;
+
+  asio::io_context io_;
+  asio::steady_timer reconnect_timer_{io_};
+  asio::steady_timer heart_timer_{io_};
+  asio::steady_timer deadline_timer_{io_};
+  bool deadline_watched_ = false;
+  // Null while there is a pause before the next attempt.
+  SessionPtr session_;
+  std::chrono::milliseconds pause_;
+  std::string last_failure_;
+  std::vector<ClientQueue::Ended> ended_;
+  ReinstallCheck reinstall_check_;
+  int repeated_reinstalls_ = 0;
+
+  std::thread thread_;
+};
+
+SocketHal::Connection::Connection(SocketHalOptions options)
+    : options_(std::move(options)),
+      endpoint_(options_.path),
+      queue_(options_),
+      io_(1),
+      pause_(options_.reconnect_first) {}
+
+SocketHal::Connection::~Connection() {
+  stopping_ = true;
+  io_.stop();
+  if (thread_.joinable()) thread_.join();
+}
+
+void SocketHal::Connection::Start(HalReports reports) {
+  reports_ = std::move(reports);
+  thread_ = std::thread([this] {
+    Connect();
+    io_.run();
+  });
+}
+
+HalReturnCode SocketHal::Connection::Submit(HalRequest request) {
+  const ClientQueue::Taken taken = queue_.Submit(std::move(request));
+  if (taken.wake) Wake();
+  return taken.code;
+}
+
+void SocketHal::Connection::Mark(FrameType mark) {
+  if (queue_.Mark(mark)) Wake();
+}
+
+void SocketHal::Connection::Wake() {
+  asio::post(io_, [this] { OnWake(); });
+}
+
+void SocketHal::Connection::OnWake() {
+  queue_.Awake();
+  ReportEnded();
+  if (session_ != nullptr && session_->greeted) WriteQueued(session_);
+  WatchDeadlines();
+  ReportRoom();
+}
+
+void SocketHal::Connection::Connect() {
+  session_ = std::make_shared<Session>(&io_);
+  session_->socket.async_connect(endpoint_, [this, session = session_](const error_code& error) {
+    OnConnected(session, error);
+  });
+}
+
+void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_code& error) {
+  if (error) {
+    GiveUp("no HAL server at " + options_.path + ": " + error.message());
+    return;
+  }
+  session->outgoing = HelloFrame();
+  Write(session);
+  Read(session);
+  LookAfterHeart(session);
+}
+
+// Ends the connection, or the attempt at one, and everything that depends on it.
+void SocketHal::Connection::GiveUp(const std::string& reason) {
+  if (session_->useful) pause_ = options_.reconnect_first;
+  error_code ignored;
+  session_->socket.close(ignored);
+  session_.reset();
+  heart_timer_.cancel();
+  reinstall_check_.Clear();
+  queue_.Disconnect();
+  LogFailure(reason);
+  ReportEnded();
+  ReportRoom();
+
+  reconnect_timer_.expires_after(pause_);
+  reconnect_timer_.async_wait([this](const error_code& error) {
+    if (!error) Connect();
+  });
+  pause_ = std::min(pause_ * 2, options_.reconnect_last);
+}
+
+void SocketHal::Connection::Read(const SessionPtr& session) {
+  session->socket.async_read_some(
+      asio::buffer(session->incoming),
+      HandlerIn(&session->read_memory, [this, session](const error_code& error, std::size_t size) {
+        OnRead(session, error, size);
+      }));
+}
+
+void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& error,
+                                   std::size_t size) {
+  if (session != session_) return;
+  if (error) {
+    GiveUp("HAL server lost: " + error.message());
+    return;
+  }
+  session->heard = true;
+  session->splitter.Feed({session->incoming.data(), size});
+  while (const auto frame = session->splitter.Next()) {
+    const std::string wrong = OnFrame(*frame);
+    if (stopping_) return;
+    if (wrong.empty()) continue;
+    GiveUp(wrong);
+    return;
+  }
+  if (!session->splitter.error().empty()) {
+    GiveUp("HAL server closed, it sent no valid frame: " + session->splitter.error());
+    return;
+  }
+  ReportRoom();
+  Read(session);
+}
+
+void SocketHal::Connection::Write(const SessionPtr& session) {
+  session->writing = true;
+  asio::async_write(
+      session->socket, asio::buffer(session->outgoing),
+      HandlerIn(&session->write_memory, [this, session](const error_code& error, std::size_t) {
+        session->writing = false;
+        // After an error there may be something left to read; the end of that tells.
+        if (session == session_ && !error) OnWritten(session);
+      }));
+}
+
+void SocketHal::Connection::OnWritten(const SessionPtr& session) {
+  if (session->greeted) WriteQueued(session);
+  WatchDeadlines();
+  ReportRoom();
+}
+
+void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
+  if (session->writing || !queue_.TakeFrames(&session->outgoing)) return;
+  Write(session);
+}
+
+void SocketHal::Connection::WatchDeadlines() {
+  if (!deadline_watched_) Expire();
+}
+
+void SocketHal::Connection::Expire() {
+  const auto next = queue_.Expire(Clock::now());
+  ReportEnded();
+  deadline_watched_ = next.has_value();
+  if (!next) return;
+  deadline_timer_.expires_at(*next);
+  deadline_timer_.async_wait([this](const error_code& error) {
+    if (error) return;
+    Expire();
+    ReportRoom();
+  });
+}
+
+void SocketHal::Connection::LookAfterHeart(const SessionPtr& session) {
+  heart_timer_.expires_after(options_.heartbeat);
+  heart_timer_.async_wait([this, session](const error_code& error) {
+    if (!error && session == session_) BeatHeart(session);
+  });
+}
+
+void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
+  const bool heard = std::exchange(session->heard, false);
+  if (!session->greeted) {
+    ++session->heartbeats_missed;
+  } else if (heard) {
+    session->heartbeat_unanswered = false;
+    session->heartbeats_missed = 0;
+  } else if (session->heartbeat_unanswered) {
+    ++session->heartbeats_missed;
+  }
+  if (session->heartbeats_missed >= options_.heartbeats_missed) {
+    GiveUp(std::string("HAL server lost: no ") + (session->greeted ? "sign of life" : "hello") +
+           " for " + Text(options_.heartbeat * options_.heartbeats_missed));
+    return;
+  }
+  if (session->greeted && !heard && !session->heartbeat_unanswered) {
+    session->heartbeat_unanswered = true;
+    queue_.AddHeartbeat();
+    WriteQueued(session);
+  }
+  WatchDeadlines();
+  LookAfterHeart(session);
+}
+
+std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
+  const FrameType type = frame.header.type;
+  if (type == FrameType::kGoodbye) return "HAL server says goodbye: " + Printable(frame.payload);
+  if (!session_->greeted) {
+    if (type == FrameType::kHello) return OnHello(frame.payload);
+    return "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
+           " before its hello";
+  }
+  session_->useful = true;
+  switch (type) {
+    case FrameType::kResult:
+      return OnResult(frame);
+    case FrameType::kInSync:
+      return OnInSync(frame);
+    case FrameType::kHeartbeat:
+      return frame.payload.empty() ? "" : "HAL server closed, it sent a heartbeat with a payload";
+    default:
+      session_->useful = false;
+      return "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
+             (type == FrameType::kHello ? ", a second hello"
+                                        : ", which is not the server's to send");
+  }
+}
+
+std::string SocketHal::Connection::OnHello(std::string_view payload) {
+  wire::Hello hello;
+  if (!hello.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
+    return "HAL server closed, its hello does not decode";
+  }
+  if (hello.protocol_version() != kProtocolVersion) {
+    return "HAL server closed, it speaks protocol version " +
+           std::to_string(hello.protocol_version()) + " and this client version " +
+           std::to_string(kProtocolVersion) + ": update the older one";
+  }
+  session_->greeted = true;
+  session_->heartbeats_missed = 0;
+  last_failure_.clear();
+  repeated_reinstalls_ = 0;
+  Log("connected to HAL server " + Printable(hello.program()) + ", generation " +
+      std::to_string(hello.generation()));
+  queue_.Connect(hello.max_payload());
+  ReportEnded();
+  ReportServerFound();
+  WriteQueued(session_);
+  Expire();
+  return {};
+}
+
+std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
+  const auto result = ParseResult(frame.payload);
+  if (!result) {
+    return "HAL server closed, it sent a result of " + std::to_string(frame.payload.size()) +
+           " bytes";
+  }
+  const auto answered = queue_.Answer(frame.header.sequence);
+  if (!answered) return {};
+  const HalRequest& request = answered->request;
+  if (result->id != request.id) {
+    if (answered->ResultIsDue()) Report(request, kHalServerLost);
+    return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
+           std::to_string(request.id) + " with a result for " + std::to_string(result->id);
+  }
+  if (result->code == kHalSuccess && answered->reinstall != 0) {
+    reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
+  }
+  if (answered->ResultIsDue()) Report(request, result->code);
+  return {};
+}
+
+std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
+  wire::TableSummary summary;
+  if (!summary.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
+    return "HAL server closed, its table summary does not decode";
+  }
+  const auto reinstall = queue_.TakeEndedReinstall(frame.header.sequence);
+  if (!reinstall || reinstall->number == 0) return {};
+
+  const std::string differences = reinstall_check_.End(reinstall->number, summary);
+  if (differences.empty()) {
+    repeated_reinstalls_ = 0;
+    const auto time =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - reinstall->begin);
+    Log("in sync after " + Text(time) + ": " + SummaryText(summary));
+    return {};
+  }
+  const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
+  Log("NOT in sync: " + differences + (again ? "; reinstalling" : "; giving up"));
+  if (!again) return {};
+  ++repeated_reinstalls_;
+  ReportServerFound();
+  return {};
+}
+
+void SocketHal::Connection::ReportServerFound() {
+  if (stopping_) return;
+  queue_.CountServerFound();
+  if (reports_.server_found) reports_.server_found();
+}
+
+void SocketHal::Connection::ReportEnded() {
+  queue_.TakeEnded(&ended_);
+  for (const auto& [request, code] : ended_) {
+    if (HasResult(request.operation)) {
+      Report(request, code);
+    } else {
+      Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
+          " dropped: " + MakeErrorCode(code).message());
+    }
+  }
+}
+
+void SocketHal::Connection::ReportRoom() {
+  if (!queue_.TakeRoomDue() || stopping_) return;
+  if (reports_.room) reports_.room();
+}
+
+void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code) {
+  if (stopping_) return;
+  queue_.CountResult();
+  ReportResult(reports_.results, request, code);
+}
+
+void SocketHal::Connection::Log(const std::string& line) const {
+  if (options_.log && !stopping_) options_.log(line);
+}
+
+void SocketHal::Connection::LogFailure(const std::string& line) {
+  if (line == last_failure_) return;
+  last_failure_ = line;
+  Log(line);
+}
+
+SocketHal::SocketHal(SocketHalOptions options)
+    : connection_(std::make_unique<Connection>(std::move(options))) {}
+
+SocketHal::~SocketHal() = default;
+
+void SocketHal::Start(HalReports reports) { connection_->Start(std::move(reports)); }
+
+bool SocketHal::HasRoom() { return connection_->queue()->HasRoom(); }
+
+void SocketHal::BeginReinstall() { connection_->Mark(FrameType::kBeginReinstall); }
+
+void SocketHal::EndReinstall() { connection_->Mark(FrameType::kEndReinstall); }
+
+HalConnectionCounters SocketHal::counters() const { return connection_->queue()->counters(); }
+
+SocketHalStatistics SocketHal::statistics() const { return connection_->queue()->statistics(); }
+
+HalReturnCode SocketHal::Submit(HalRequest request) {
+  return connection_->Submit(std::move(request));
+}
+
+}  // namespace reference

@@ -1,0 +1,105 @@
+#ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_HAL_H_
+#define ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_HAL_H_
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "reference/hal/hal_connection.h"
+#include "reference/socket_client/latency.h"
+
+namespace reference {
+
+struct SocketHalOptions {
+  /// Path of the server's Unix socket.
+  std::string path;
+  /// Requests that the server has not answered, at most; further ones end with `kHalQueueFull`. A
+  /// request that ran into its deadline keeps its place until the server answers it, or one sent
+  /// after it. From 1 to 2^23.
+  std::size_t queue_entries = 4096;
+  /// Bytes that wait to be written, at most, and of VRF requests that are kept; further requests
+  /// end with `kHalQueueFull`. A request that never fits ends with `kHalTooLarge`.
+  std::size_t queue_bytes = std::size_t{4} * 1024 * 1024;
+  /// A request without an answer for so long ends with `kHalDeadline`.
+  std::chrono::milliseconds deadline{30'000};
+  /// After how long a silence the server is asked for a sign of life, and for how many times that
+  /// long it may stay silent then. Any byte is a sign of life. The same bounds its hello.
+  std::chrono::milliseconds heartbeat{1'000};
+  int heartbeats_missed = 5;
+  /// Pause before connecting again: doubles from the first to the last; back to the first once a
+  /// server has answered anything besides its hello.
+  std::chrono::milliseconds reconnect_first{10};
+  std::chrono::milliseconds reconnect_last{1'000};
+  /// Number of the first request; 24 bits, which wrap. For tests.
+  std::uint32_t first_sequence = 0;
+  /// Told every connection event, one line each, on the connection's thread ("in sync after 120 ms:
+  /// vrf 2, ..."). The same failure again and again is told once. May be empty.
+  std::function<void(const std::string& line)> log;
+};
+
+struct SocketHalStatistics {
+  /// From the request call until the socket had taken the request.
+  StageLatency queue;
+  /// From then until the result had come; what the server refused or answered late included.
+  StageLatency server;
+  /// How often a request woke the connection's thread.
+  std::uint64_t wake_ups = 0;
+  /// Writes that carried requests; each carries all that waited.
+  std::uint64_t writes = 0;
+};
+
+/// A HAL client over a Unix stream socket, with a thread of its own that connects, reads, writes
+/// and reports. Owned by the host program.
+///
+/// Promises: every VLAN, host, ECMP and MPLS request ends in exactly one result, on the
+/// connection's thread, never inside the request call, also when the server dies
+/// (`kHalServerLost`), stalls (`kHalDeadline`; the late result is dropped and counted), there is
+/// none (`kHalNoServer`), or the request is refused (`kHalQueueFull`, `kHalTooLarge`). No report
+/// after the destructor returned. Queues and frames are bounded; whatever a server sends that is no
+/// valid conversation closes the connection, which then is made again.
+///
+/// Requests from before the outcome of the first attempt to connect wait for it. Each connection is
+/// a server found, also one to a server that kept running: what became of the requests in between
+/// is not known.
+///
+/// VRF requests, which have no result, are kept until the server has answered them, whatever the
+/// answer, and go to the next server, in their order and ahead of everything else, except where a
+/// newer one for the same VRF came. They so come before the reinstall that answers the report of
+/// the server found, which has the last word: it installs what is wanted, and its end removes what
+/// it did not name.
+///
+/// When a reinstall ends, the server's summary is compared with what it acknowledged; after a
+/// difference the server is reported as found once more, at most three times in a row.
+class SocketHal : public HalConnection {
+ public:
+  /// Throws `boost::system::system_error` when the path is too long for a socket.
+  explicit SocketHal(SocketHalOptions options);
+  /// Ends the thread. Requests that are not answered end without a result, those that were not
+  /// written are not sent. Not inside a report.
+  ~SocketHal() override;
+
+  void Start(HalReports reports) override;
+  /// After false, `room` is reported when half of the queue is free.
+  bool HasRoom() override;
+  void BeginReinstall() override;
+  void EndReinstall() override;
+  /// `late_results` counts what came for no outstanding request: late, twice or never asked for.
+  HalConnectionCounters counters() const override;
+
+  /// Callable on any thread.
+  SocketHalStatistics statistics() const;
+
+ protected:
+  HalReturnCode Submit(HalRequest request) override;
+
+ private:
+  class Connection;
+  std::unique_ptr<Connection> connection_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_HAL_H_

@@ -1,0 +1,183 @@
+/// What the client remembers: requests on their way, kept VRFs, reinstalls.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "reference/hal/hal_tables.h"
+#include "reference/socket_client/kept_vrfs.h"
+#include "reference/socket_client/outstanding_requests.h"
+#include "reference/socket_client/reinstall_check.h"
+
+namespace reference {
+namespace {
+
+using testing::ElementsAre;
+
+OutstandingRequest Outstanding(std::uint32_t id,
+                               HalOperation operation = HalOperation::kInstallVlan) {
+  OutstandingRequest outstanding;
+  outstanding.request = {operation, id, 0, {}};
+  return outstanding;
+}
+
+TEST(OutstandingRequestsTest, ASequenceInUseIsNeverGivenAgain) {
+  OutstandingRequests requests(100, 0xFFFFFE);
+  std::set<std::uint32_t> sequences;
+  while (!requests.full()) sequences.insert(requests.Add(Outstanding(1)));
+  EXPECT_EQ(sequences.size(), 100U);
+  EXPECT_TRUE(sequences.count(0xFFFFFE) == 1 && sequences.count(0xFFFFFF) == 1);
+  EXPECT_TRUE(sequences.count(0) == 1 && sequences.count(97) == 1);
+}
+
+TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
+  OutstandingRequests requests(3, 0xFFFFFF);
+  EXPECT_EQ(requests.Add(Outstanding(1)), 0xFFFFFFU);
+  EXPECT_EQ(requests.Add(Outstanding(2)), 0U);
+  EXPECT_EQ(requests.Add(Outstanding(3)), 1U);
+  EXPECT_FALSE(requests.Take(2));
+  EXPECT_FALSE(requests.Take(0xFFFFFE));
+  EXPECT_EQ(requests.Take(0)->request.id, 2U);
+  EXPECT_FALSE(requests.Take(0));
+  EXPECT_TRUE(requests.full()) << "the place of the oldest one is in use";
+  EXPECT_EQ(requests.Take(0xFFFFFF)->request.id, 1U);
+  EXPECT_EQ(requests.size(), 1U);
+  EXPECT_EQ(requests.Take(1)->request.id, 3U);
+  EXPECT_EQ(requests.size(), 0U);
+  EXPECT_FALSE(requests.Take(1));
+}
+
+TEST(OutstandingRequestsTest, VrfsDoNotExpire) {
+  OutstandingRequests requests(3, 0);
+  requests.Add(Outstanding(1, HalOperation::kInstallVrf));
+  EXPECT_EQ(requests.OldestUnexpired(), nullptr);
+  requests.Add(Outstanding(2));
+  EXPECT_EQ(requests.OldestUnexpired()->request.id, 2U);
+  requests.ExpireOldest();
+  EXPECT_EQ(requests.OldestUnexpired(), nullptr);
+  EXPECT_TRUE(requests.Take(1)->expired);
+}
+
+TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
+  OutstandingRequests requests(3, 0);
+  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
+  requests.ExpireOldest();
+  EXPECT_EQ(requests.size(), 3U);
+  EXPECT_EQ(requests.Take(1)->request.id, 2U);
+  EXPECT_EQ(requests.size(), 1U);
+  EXPECT_FALSE(requests.Take(0));
+}
+
+TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
+  const std::chrono::steady_clock::time_point time(std::chrono::seconds(5));
+  OutstandingRequests requests(3, 0);
+  requests.Add(Outstanding(1));
+  const std::uint64_t first = requests.added();
+  requests.Add(Outstanding(2));
+  requests.MarkWritten(first, time);
+  EXPECT_EQ(requests.Take(0)->written, time);
+  EXPECT_FALSE(requests.Take(1)->written);
+}
+
+TEST(OutstandingRequestsTest, AreDrainedInOrder) {
+  OutstandingRequests requests(3, 0);
+  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  requests.Take(1);
+  std::vector<std::uint32_t> ids;
+  requests.Drain([&ids](const OutstandingRequest* request) { ids.push_back(request->request.id); });
+  EXPECT_THAT(ids, ElementsAre(1, 3));
+  EXPECT_EQ(requests.size(), 0U);
+  EXPECT_EQ(requests.OldestUnexpired(), nullptr);
+  EXPECT_EQ(requests.Add(Outstanding(4)), 3U) << "numbers go on";
+}
+
+TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
+  KeptVrfs kept;
+  kept.Keep({HalOperation::kInstallVrf, 1, 0, "aa"});
+  kept.Keep({HalOperation::kInstallVrf, 2, 0, "bbb"});
+  kept.Keep({HalOperation::kDestroyVrf, 1, 0, "c"});
+  EXPECT_EQ(kept.size(), 2U);
+  EXPECT_EQ(kept.bytes(), 4U);
+  std::vector<std::string> released;
+  kept.Release([&released](const HalRequest& request) {
+    released.push_back(std::string(OperationName(request.operation)) + ' ' + request.payload);
+  });
+  EXPECT_THAT(released, ElementsAre("install-vrf bbb", "destroy-vrf c"));
+  EXPECT_EQ(kept.size(), 0U);
+  EXPECT_EQ(kept.bytes(), 0U);
+  EXPECT_FALSE(kept.Contains(1));
+}
+
+/// Summary of tables; what is not named in `tables` is empty.
+wire::TableSummary Summary(const HalTables& tables) {
+  wire::TableSummary summary;
+  for (std::size_t i = 0; i < kHalKinds; ++i) {
+    const auto kind = static_cast<HalKind>(i);
+    wire::KindSummary* const entry = summary.add_kinds();
+    entry->set_kind(std::string(HalKindName(kind)));
+    entry->set_count(tables.digest(kind).count);
+    entry->set_digest(tables.digest(kind).sum);
+  }
+  return summary;
+}
+
+HalRequest Vrf(HalOperation operation, std::uint32_t id, std::uint32_t encoded_size = 2) {
+  // Field 1, a number; of VRF messages the id.
+  std::string payload = {'\x08', static_cast<char>(id)};
+  while (payload.size() < encoded_size) payload += payload.substr(0, 2);
+  return {operation, id, 0, payload};
+}
+
+void Acknowledge(ReinstallCheck* check, std::uint32_t reinstall, const HalRequest& request) {
+  check->Acknowledge(reinstall, request, EntryHash(request.id, request.payload));
+}
+
+TEST(ReinstallCheckTest, AgreesWithTheTables) {
+  HalTables tables(10);
+  ReinstallCheck check;
+  for (const auto& request :
+       {Vrf(HalOperation::kInstallVrf, 1), Vrf(HalOperation::kInstallVrf, 2),
+        Vrf(HalOperation::kInstallVrf, 2, 4), Vrf(HalOperation::kDestroyVrf, 1)}) {
+    ASSERT_EQ(tables.Apply(request), kHalSuccess);
+    Acknowledge(&check, 1, request);
+  }
+  EXPECT_EQ(check.End(1, Summary(tables)), "");
+}
+
+TEST(ReinstallCheckTest, NamesWhatDiffers) {
+  HalTables tables(10);
+  ASSERT_EQ(tables.Apply(Vrf(HalOperation::kInstallVrf, 1)), kHalSuccess);
+  ReinstallCheck check;
+  Acknowledge(&check, 1, Vrf(HalOperation::kInstallVrf, 1, 4));
+  check.Acknowledge(1, {HalOperation::kInstallHost, 7, 0, {}}, 99);
+  EXPECT_EQ(check.End(1, Summary(tables)), "vrf 1 with other content; host 1 here, 0 there");
+}
+
+TEST(ReinstallCheckTest, AReinstallStartsOver) {
+  HalTables tables(10);
+  ReinstallCheck check;
+  Acknowledge(&check, 1, Vrf(HalOperation::kInstallVrf, 1));
+  EXPECT_EQ(check.End(2, Summary(tables)), "") << "nothing of the second one";
+  Acknowledge(&check, 3, Vrf(HalOperation::kInstallVrf, 1));
+  Acknowledge(&check, 4, Vrf(HalOperation::kInstallVrf, 2));
+  Acknowledge(&check, 3, Vrf(HalOperation::kInstallVrf, 3));
+  ASSERT_EQ(tables.Apply(Vrf(HalOperation::kInstallVrf, 2)), kHalSuccess);
+  EXPECT_EQ(check.End(4, Summary(tables)), "");
+}
+
+TEST(ReinstallCheckTest, TextOfASummary) {
+  HalTables tables(10);
+  ASSERT_EQ(tables.Apply(Vrf(HalOperation::kInstallVrf, 1)), kHalSuccess);
+  wire::TableSummary summary = Summary(tables);
+  summary.set_removed(3);
+  EXPECT_EQ(SummaryText(summary), "vrf 1, vlan 0, host 0, ecmp 0, mpls 0 (3 removed)");
+}
+
+}  // namespace
+}  // namespace reference

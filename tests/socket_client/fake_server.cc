@@ -1,0 +1,173 @@
+#include "tests/socket_client/fake_server.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "base_encap_message.pb.h"
+#include "reference/hal/hal_request.h"
+#include "reference/hal/message_id.h"
+
+namespace reference {
+namespace {
+
+bool AwaitReadable(int fd) {
+  pollfd waiting{fd, POLLIN, 0};
+  const auto patience = std::chrono::milliseconds(kPatience).count();
+  return poll(&waiting, 1, static_cast<int>(patience)) == 1;
+}
+
+template <typename Message>
+std::uint32_t IdOfPayload(const std::string& payload) {
+  Message message;
+  EXPECT_TRUE(message.ParseFromString(payload));
+  return IdOf(message).value_or(0);
+}
+
+}  // namespace
+
+SocketFolder::SocketFolder() {
+  std::string folder = testing::TempDir() + "client-XXXXXX";
+  EXPECT_NE(mkdtemp(folder.data()), nullptr) << folder;
+  folder_ = folder;
+}
+
+SocketFolder::~SocketFolder() {
+  unlink(path().c_str());
+  rmdir(folder_.c_str());
+}
+
+FakeServer::FakeServer() { Listen(); }
+
+FakeServer::~FakeServer() {
+  Close();
+  StopListening();
+}
+
+void FakeServer::Listen() {
+  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(path().size(), sizeof address.sun_path);
+  path().copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener_, 8), 0);
+}
+
+void FakeServer::StopListening() {
+  if (listener_ != -1) close(listener_);
+  listener_ = -1;
+  unlink(path().c_str());
+}
+
+void FakeServer::Accept() {
+  Close();
+  ASSERT_TRUE(AwaitReadable(listener_)) << "nobody connects";
+  client_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+  ASSERT_NE(client_, -1);
+  splitter_ = std::make_unique<FrameSplitter>(std::size_t{1} << 24);
+  const Frame frame = NextOfAny();
+  EXPECT_EQ(frame.type, FrameType::kHello);
+  wire::Hello hello;
+  EXPECT_TRUE(hello.ParseFromString(frame.payload));
+  EXPECT_EQ(hello.protocol_version(), kProtocolVersion);
+}
+
+void FakeServer::Greet(std::uint32_t max_payload) {
+  Send(HelloFrame(kProtocolVersion, max_payload));
+}
+
+void FakeServer::Close() {
+  if (client_ != -1) close(client_);
+  client_ = -1;
+}
+
+FakeServer::Frame FakeServer::Next() {
+  Frame frame = NextOfAny();
+  while (frame.type == FrameType::kHeartbeat) frame = NextOfAny();
+  return frame;
+}
+
+FakeServer::Frame FakeServer::NextOfAny() {
+  std::array<char, 4096> bytes{};
+  while (true) {
+    if (const auto frame = splitter_->Next()) {
+      return {frame->header.type, frame->header.sequence, std::string(frame->payload)};
+    }
+    EXPECT_EQ(splitter_->error(), "");
+    if (!AwaitReadable(client_)) {
+      ADD_FAILURE() << "no frame in time";
+      return {};
+    }
+    const ssize_t size = read(client_, bytes.data(), bytes.size());
+    if (size <= 0) {
+      ADD_FAILURE() << "the client closed the connection";
+      return {};
+    }
+    splitter_->Feed({bytes.data(), static_cast<std::size_t>(size)});
+  }
+}
+
+void FakeServer::Answer(const Frame& request, std::uint32_t code) {
+  std::string frame;
+  AppendResult(request.sequence, HalReturnCode{code}, IdIn(request), 0, &frame);
+  Send(frame);
+}
+
+void FakeServer::SendFrame(FrameType type, std::uint32_t sequence, std::string_view payload) const {
+  std::string frame;
+  AppendFrame(type, sequence, payload, &frame);
+  Send(frame);
+}
+
+bool FakeServer::Send(std::string_view bytes) const {
+  while (!bytes.empty()) {
+    const ssize_t size = send(client_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (size < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(size));
+  }
+  return true;
+}
+
+bool FakeServer::AwaitClosed() {
+  std::array<char, 4096> bytes{};
+  while (AwaitReadable(client_)) {
+    const ssize_t size = read(client_, bytes.data(), bytes.size());
+    if (size == 0 || (size < 0 && errno == ECONNRESET)) return true;
+  }
+  return false;
+}
+
+std::string HelloFrame(std::uint32_t version, std::uint32_t max_payload) {
+  wire::Hello hello;
+  hello.set_protocol_version(version);
+  hello.set_program("fake-hal 1");
+  hello.set_generation(7);
+  hello.set_table_capacity(1000);
+  hello.set_max_payload(max_payload);
+  std::string frame;
+  AppendFrame(FrameType::kHello, 0, hello.SerializeAsString(), &frame);
+  return frame;
+}
+
+std::uint32_t IdIn(const FakeServer::Frame& request) {
+  if (!IsRequest(request.type)) return 0;
+  switch (KindOf(static_cast<HalOperation>(request.type))) {
+    case HalKind::kVrf:
+      return IdOfPayload<encapsulation::VrfMessage>(request.payload);
+    case HalKind::kVlan:
+      return IdOfPayload<encapsulation::VlanMessage>(request.payload);
+    default:
+      ADD_FAILURE() << "the tests send VRFs and VLANs";
+      return 0;
+  }
+}
+
+}  // namespace reference

@@ -1,0 +1,93 @@
+#ifndef ZUSKUX_TESTS_SOCKET_CLIENT_FAKE_SERVER_H_
+#define ZUSKUX_TESTS_SOCKET_CLIENT_FAKE_SERVER_H_
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "reference/wire/frame.h"
+#include "wire.pb.h"
+
+namespace reference {
+
+/// Bounds every wait; only a failing test gets there.
+constexpr std::chrono::seconds kPatience(30);
+
+/// A folder for the socket, removed in the end.
+class SocketFolder {
+ public:
+  SocketFolder();
+  SocketFolder(const SocketFolder&) = delete;
+  SocketFolder& operator=(const SocketFolder&) = delete;
+  ~SocketFolder();
+
+  std::string path() const { return folder_ + "/hal.sock"; }
+
+ private:
+  std::string folder_;
+};
+
+/// A HAL server of which the test plays each step; one client at a time. Whatever does not come in
+/// time fails the test.
+class FakeServer {
+ public:
+  struct Frame {
+    FrameType type{};
+    std::uint32_t sequence = 0;
+    std::string payload;
+  };
+
+  /// Listens.
+  FakeServer();
+  FakeServer(const FakeServer&) = delete;
+  FakeServer& operator=(const FakeServer&) = delete;
+  ~FakeServer();
+
+  std::string path() const { return folder_.path(); }
+
+  void Listen();
+  /// Nobody can connect until `Listen`.
+  void StopListening();
+
+  /// Takes the next client, instead of the one before, and reads its hello.
+  void Accept();
+  /// Says a valid hello.
+  void Greet(std::uint32_t max_payload = kDefaultMaxPayload);
+  void AcceptAndGreet() {
+    Accept();
+    Greet();
+  }
+  void Close();
+
+  /// The next frame, heartbeats left out.
+  Frame Next();
+  /// The next frame, whatever it is.
+  Frame NextOfAny();
+  /// Sends a result for the request.
+  void Answer(const Frame& request, std::uint32_t code = 0);
+  /// Sends bytes; false when the client has closed the connection.
+  bool Send(std::string_view bytes) const;
+  void SendFrame(FrameType type, std::uint32_t sequence, std::string_view payload) const;
+  /// Waits until the client has closed the connection; whatever it sent before is dropped.
+  bool AwaitClosed();
+
+ private:
+  SocketFolder folder_;
+  int listener_ = -1;
+  int client_ = -1;
+  std::unique_ptr<FrameSplitter> splitter_;
+};
+
+/// A hello as a frame.
+std::string HelloFrame(std::uint32_t version = kProtocolVersion,
+                       std::uint32_t max_payload = kDefaultMaxPayload);
+
+/// The id that a request of the tests carries.
+std::uint32_t IdIn(const FakeServer::Frame& request);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_SOCKET_CLIENT_FAKE_SERVER_H_

@@ -1,0 +1,187 @@
+/// What a server sends that is no valid conversation closes the connection, with one line in the
+/// log, and the client connects again.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <ostream>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "reference/socket_client/socket_hal.h"
+#include "tests/socket_client/fake_server.h"
+#include "tests/socket_client/reported.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+
+/// A server's part of a conversation: what comes instead of hello, or after it.
+struct Conversation {
+  std::string name;
+  bool greeted = false;
+  std::string bytes;
+  std::string line;
+};
+
+void PrintTo(const Conversation& conversation, std::ostream* out) { *out << conversation.name; }
+
+std::string FrameOf(FrameType type, std::string_view payload = {}) {
+  std::string frame;
+  AppendFrame(type, 0, payload, &frame);
+  return frame;
+}
+
+std::string Oversize() { return std::string("\x10\0\0\0\x7F\xFF\xFF\xFF", 8); }
+
+const std::vector<Conversation>& Conversations() {
+  static const std::vector<Conversation> kConversations = {
+      {"UnknownTypeBeforeHello", false, std::string(8, '\xFF'),
+       "HAL server closed, it sent no valid frame: unknown frame type 255"},
+      {"TextBeforeHello", false, "HTTP/1.1 400 Bad Request\r\n",
+       "HAL server closed, it sent no valid frame: unknown frame type 72"},
+      {"ResultBeforeHello", false, FrameOf(FrameType::kResult, std::string(12, '\0')),
+       "HAL server closed, it sent frame type 16 before its hello"},
+      {"HelloThatDoesNotDecode", false, FrameOf(FrameType::kHello, "\xFF\xFF"),
+       "HAL server closed, its hello does not decode"},
+      {"OtherVersion", false, HelloFrame(2),
+       "HAL server closed, it speaks protocol version 2 and this client version 1: update the "
+       "older one"},
+      {"EmptyHello", false, FrameOf(FrameType::kHello),
+       "HAL server closed, it speaks protocol version 0 and this client version 1: update the "
+       "older one"},
+      {"UnknownType", true, std::string(8, '\0'),
+       "HAL server closed, it sent no valid frame: unknown frame type 0"},
+      {"Oversize", true, Oversize(),
+       "HAL server closed, it sent no valid frame: payload of 2147483647 bytes is longer than the "
+       "limit of 65536"},
+      {"ShortResult", true, FrameOf(FrameType::kResult, std::string(11, '\0')),
+       "HAL server closed, it sent a result of 11 bytes"},
+      {"LongResult", true, FrameOf(FrameType::kResult, std::string(13, '\0')),
+       "HAL server closed, it sent a result of 13 bytes"},
+      {"SecondHello", true, HelloFrame(),
+       "HAL server closed, it sent frame type 1, a second hello"},
+      {"Request", true, FrameOf(FrameType{5}),
+       "HAL server closed, it sent frame type 5, which is not the server's to send"},
+      {"TableEntry", true, FrameOf(FrameType::kTableEntry),
+       "HAL server closed, it sent frame type 22, which is not the server's to send"},
+      {"HeartbeatWithPayload", true, FrameOf(FrameType::kHeartbeat, "x"),
+       "HAL server closed, it sent a heartbeat with a payload"},
+      {"SummaryThatDoesNotDecode", true, FrameOf(FrameType::kInSync, "\xFF\xFF"),
+       "HAL server closed, its table summary does not decode"},
+  };
+  return kConversations;
+}
+
+SocketHalOptions Options(const FakeServer& server, Record* log) {
+  SocketHalOptions options;
+  options.path = server.path();
+  options.reconnect_first = milliseconds(0);
+  options.reconnect_last = milliseconds(0);
+  options.log = [log](const std::string& line) { log->Add(line); };
+  return options;
+}
+
+class PromiseAnyBytes : public testing::TestWithParam<Conversation> {};
+
+TEST_P(PromiseAnyBytes, CloseTheConnectionWithOneLineAndConnectAgain) {
+  FakeServer server;
+  Record log;
+  Reported reported;
+  SocketHal hal(Options(server, &log));
+  hal.Start(reported.Reports());
+  server.Accept();
+  if (GetParam().greeted) {
+    server.Greet();
+    reported.Await(1);
+  }
+  // The outcome does not depend on how the bytes are cut.
+  for (const char byte : GetParam().bytes) server.Send({&byte, 1});
+  EXPECT_TRUE(server.AwaitClosed());
+  server.AcceptAndGreet();
+  reported.Await(GetParam().greeted ? 2 : 1);
+  const std::string connected = "connected to HAL server fake-hal 1, generation 7";
+  if (GetParam().greeted) {
+    EXPECT_THAT(log.Await(3), ElementsAre(connected, GetParam().line, connected));
+  } else {
+    EXPECT_THAT(log.Await(2), ElementsAre(GetParam().line, connected));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Conversations, PromiseAnyBytes, testing::ValuesIn(Conversations()),
+                         [](const auto& conversation) { return conversation.param.name; });
+
+TEST(HostileServerTest, TheSameFailureIsToldOnce) {
+  FakeServer server;
+  Record log;
+  Reported reported;
+  SocketHal hal(Options(server, &log));
+  hal.Start(reported.Reports());
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    server.Accept();
+    server.Send(HelloFrame(2));
+    EXPECT_TRUE(server.AwaitClosed());
+  }
+  server.AcceptAndGreet();
+  EXPECT_EQ(log.Await(2).size(), 2U);
+}
+
+/// Each frame that a server sends, with each byte of its header set to each value: the connection
+/// stays or is closed and made again, and the client works afterwards.
+TEST(HostileServerTest, AnyHeaderByteOfAnyFrame) {
+  FakeServer server;
+  Record log;
+  Reported reported;
+  SocketHal hal(Options(server, &log));
+  hal.Start(reported.Reports());
+  const std::vector<std::string> frames = {
+      FrameOf(FrameType::kGoodbye, "bye"), FrameOf(FrameType::kResult, std::string(12, '\0')),
+      FrameOf(FrameType::kInSync), FrameOf(FrameType::kHeartbeat), HelloFrame()};
+  for (const std::string& frame : frames) {
+    for (std::size_t place = 0; place < kFrameHeaderSize; ++place) {
+      for (int value = 0; value < 256; ++value) {
+        std::string changed = frame;
+        changed[place] = static_cast<char>(value);
+        server.AcceptAndGreet();
+        server.Send(changed);
+        server.Close();
+      }
+    }
+  }
+  server.AcceptAndGreet();
+  EXPECT_TRUE(Eventually([&hal] { return InstallVlan(&hal, 5) == kHalSuccess; }));
+  server.Answer(server.Next());
+  EXPECT_TRUE(Eventually([&reported] { return reported.events().back() == "InstallVlan 5: 0"; }));
+}
+
+TEST(HostileServerTest, RandomBytes) {
+  FakeServer server;
+  Record log;
+  Reported reported;
+  SocketHal hal(Options(server, &log));
+  hal.Start(reported.Reports());
+  std::minstd_rand random(1);
+  for (int round = 0; round < 300; ++round) {
+    std::string bytes(random() % 5000, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    if (round % 2 == 0) {
+      server.AcceptAndGreet();
+    } else {
+      server.Accept();
+    }
+    server.Send(bytes);
+    server.Close();
+  }
+  server.AcceptAndGreet();
+  server.SendFrame(FrameType::kGoodbye, 0, "the end");
+  EXPECT_EQ(log.AwaitStart("HAL server says goodbye: the end"), "HAL server says goodbye: the end");
+}
+
+}  // namespace
+}  // namespace reference

@@ -1,0 +1,66 @@
+/// Durations as percentiles.
+
+#include "reference/socket_client/latency.h"
+
+#include <gtest/gtest.h>
+
+namespace reference {
+namespace {
+
+using std::chrono::nanoseconds;
+
+TEST(LatencyHistogramTest, NothingIsZero) {
+  const StageLatency latency = LatencyHistogram().Summary();
+  EXPECT_EQ(latency.count, 0U);
+  EXPECT_EQ(latency.p50, nanoseconds(0));
+  EXPECT_EQ(latency.p99, nanoseconds(0));
+  EXPECT_EQ(latency.max, nanoseconds(0));
+}
+
+TEST(LatencyHistogramTest, SmallDurationsAreExact) {
+  for (int value = 0; value < 16; ++value) {
+    LatencyHistogram histogram;
+    histogram.Add(nanoseconds(value));
+    histogram.Add(nanoseconds(1'000'000));
+    EXPECT_EQ(histogram.Summary().p50, nanoseconds(value));
+  }
+}
+
+TEST(LatencyHistogramTest, PercentilesAreAtMostAnEighthTooHigh) {
+  LatencyHistogram histogram;
+  for (int value = 1; value <= 100'000; ++value) histogram.Add(nanoseconds(value));
+  const StageLatency latency = histogram.Summary();
+  EXPECT_EQ(latency.count, 100'000U);
+  EXPECT_EQ(latency.max, nanoseconds(100'000));
+  const auto expect_near = [](nanoseconds actual, nanoseconds exact) {
+    EXPECT_GE(actual, exact);
+    EXPECT_LE(actual, exact * 9 / 8);
+  };
+  expect_near(latency.p50, nanoseconds(50'000));
+  expect_near(latency.p90, nanoseconds(90'000));
+  expect_near(latency.p99, nanoseconds(99'000));
+}
+
+TEST(LatencyHistogramTest, EveryPowerOfTwoAndItsNeighboursAreInBounds) {
+  for (int bit = 0; bit < 63; ++bit) {
+    for (const std::int64_t value : {(std::int64_t{1} << bit) - 1, std::int64_t{1} << bit}) {
+      LatencyHistogram histogram;
+      histogram.Add(nanoseconds(value));
+      histogram.Add(nanoseconds::max());
+      const std::int64_t p50 = histogram.Summary().p50.count();
+      EXPECT_GE(p50, value);
+      EXPECT_LE(p50 - value, value / 8);
+      EXPECT_EQ(histogram.Summary().max, nanoseconds::max());
+    }
+  }
+}
+
+TEST(LatencyHistogramTest, ANegativeDurationCountsAsNone) {
+  LatencyHistogram histogram;
+  histogram.Add(nanoseconds(-5));
+  EXPECT_EQ(histogram.Summary().count, 1U);
+  EXPECT_EQ(histogram.Summary().max, nanoseconds(0));
+}
+
+}  // namespace
+}  // namespace reference

@@ -1,0 +1,162 @@
+#ifndef ZUSKUX_TESTS_SOCKET_CLIENT_REPORTED_H_
+#define ZUSKUX_TESTS_SOCKET_CLIENT_REPORTED_H_
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "reference/socket_client/socket_hal.h"
+#include "tests/hal/messages.h"
+#include "tests/hal/recording_results.h"
+#include "tests/socket_client/fake_server.h"
+#include "zuskux/vlan_encapsulation_message.h"
+#include "zuskux/vrf_encapsulation_message.h"
+
+namespace reference {
+
+/// Waits, within bounds, for what nothing reports.
+inline bool Eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+/// Lets threads pass once opened.
+class Gate {
+ public:
+  void Open() {
+    const std::lock_guard lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+  void Pass() {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, kPatience, [this] { return open_; }));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool open_ = false;
+};
+
+/// Lines or events in order, to be waited for.
+class Record {
+ public:
+  void Add(const std::string& entry) {
+    const std::lock_guard lock(mutex_);
+    entries_.push_back(entry);
+    changed_.notify_all();
+  }
+
+  std::vector<std::string> entries() const {
+    const std::lock_guard lock(mutex_);
+    return entries_;
+  }
+
+  /// The entries when there are `count`, or those that came in time.
+  std::vector<std::string> Await(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kPatience, [this, count] { return entries_.size() >= count; });
+    return entries_;
+  }
+
+  /// Waits for an entry that starts so, and returns it; empty when none came in time.
+  std::string AwaitStart(const std::string& start) {
+    std::unique_lock lock(mutex_);
+    const auto find = [this, &start] {
+      return std::find_if(entries_.begin(), entries_.end(), [&start](const std::string& entry) {
+        return entry.compare(0, start.size(), start) == 0;
+      });
+    };
+    changed_.wait_for(lock, kPatience, [this, &find] { return find() != entries_.end(); });
+    const auto found = find();
+    return found == entries_.end() ? "" : *found;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> entries_;
+};
+
+/// Everything that a connection reports: "found", "room", "InstallVlan 5: 0".
+class Reported {
+ public:
+  Reported() : results_([this](const Result& result) { AddResult(result); }) {}
+
+  HalReports Reports() {
+    return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
+  }
+
+  /// Called with each event, inside the report. Set before `Start`.
+  std::function<void(const std::string& event)> on_event;
+
+  std::vector<std::string> events() const { return record_.entries(); }
+  std::vector<std::string> Await(std::size_t count) { return record_.Await(count); }
+
+ private:
+  void AddResult(const Result& result) {
+    EXPECT_EQ(result.reported, result.code);
+    Add(result.operation + ' ' + std::to_string(result.id) + ": " + std::to_string(result.code));
+  }
+
+  void Add(const std::string& event) {
+    EXPECT_FALSE(inside_.exchange(true)) << event << " inside another report";
+    {
+      const std::lock_guard lock(thread_mutex_);
+      if (thread_ == std::thread::id()) thread_ = std::this_thread::get_id();
+      EXPECT_EQ(thread_, std::this_thread::get_id()) << "one thread reports";
+    }
+    if (on_event) on_event(event);
+    inside_ = false;
+    record_.Add(event);
+  }
+
+  RecordingResults results_;
+  Record record_;
+  std::atomic<bool> inside_ = false;
+  std::mutex thread_mutex_;
+  std::thread::id thread_;
+};
+
+inline HalReturnCode InstallVlan(HalConnection* hal, std::uint32_t id, std::uint32_t mtu = 1500) {
+  VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(Vlan(id, mtu)));
+  return hal->InstallVlanOutgoingEncapsulation(&message);
+}
+
+inline HalReturnCode DestroyVlan(HalConnection* hal, std::uint32_t id) {
+  VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(Vlan(id)));
+  return hal->DestroyVlanOutgoingEncapsulation(&message);
+}
+
+inline HalReturnCode InstallVrf(HalConnection* hal, std::uint32_t id) {
+  VrfEncapsulationMessage message;
+  *message.encap() = Vrf(id);
+  return hal->InstallVrfIngressInterface(&message);
+}
+
+inline HalReturnCode DestroyVrf(HalConnection* hal, std::uint32_t id) {
+  VrfEncapsulationMessage message;
+  *message.encap() = Vrf(id);
+  return hal->DestroyVrfIngressInterface(&message);
+}
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_SOCKET_CLIENT_REPORTED_H_

@@ -1,0 +1,550 @@
+/// The HAL client against a server that the test plays.
+
+#include "reference/socket_client/socket_hal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <boost/system/system_error.hpp>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reference/hal/hal_tables.h"
+#include "tests/socket_client/fake_server.h"
+#include "tests/socket_client/reported.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+class SocketHalTest : public testing::Test {
+ protected:
+  SocketHalOptions Options() {
+    SocketHalOptions options;
+    options.path = server_.path();
+    options.reconnect_first = milliseconds(1);
+    options.reconnect_last = milliseconds(4);
+    options.log = [this](const std::string& line) { log_.Add(line); };
+    return options;
+  }
+
+  /// Starts a client without a server that answers it.
+  SocketHal* Start(const SocketHalOptions& options) {
+    hal_ = std::make_unique<SocketHal>(options);
+    hal_->Start(reported_.Reports());
+    return hal_.get();
+  }
+
+  /// Starts a client that has found the server.
+  SocketHal* StartConnected(const SocketHalOptions& options) {
+    SocketHal* const hal = Start(options);
+    server_.AcceptAndGreet();
+    reported_.Await(1);
+    return hal;
+  }
+
+  /// Handles everything that the server has sent before.
+  void Settle(std::uint32_t id) {
+    const std::size_t before = reported_.events().size();
+    EXPECT_EQ(InstallVlan(hal_.get(), id), kHalSuccess);
+    server_.Answer(server_.Next());
+    EXPECT_EQ(reported_.Await(before + 1).back(), "InstallVlan " + std::to_string(id) + ": 0");
+  }
+
+  /// Holds the thread that reports until `released_`.
+  void HoldThread() {
+    held_.Open();
+    released_.Pass();
+  }
+
+  Gate held_;
+  Gate released_;
+  FakeServer server_;
+  Record log_;
+  Reported reported_;
+  std::unique_ptr<SocketHal> hal_;
+};
+
+/// Each request ends in one result.
+class PromiseOneResult : public SocketHalTest {};
+
+TEST_F(PromiseOneResult, WithTheServersCode) {
+  SocketHal* const hal = StartConnected(Options());
+  EXPECT_EQ(InstallVlan(hal, 5), kHalSuccess);
+  EXPECT_EQ(DestroyVlan(hal, 6), kHalSuccess);
+  const FakeServer::Frame install = server_.Next();
+  const FakeServer::Frame destroy = server_.Next();
+  EXPECT_EQ(install.type, FrameType{5});
+  EXPECT_EQ(install.payload, Vlan(5).SerializeAsString());
+  EXPECT_EQ(destroy.type, FrameType{6});
+  server_.Answer(destroy, 4);
+  server_.Answer(install);
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "DestroyVlan 6: 4", "InstallVlan 5: 0"));
+  EXPECT_EQ(hal->counters().requests, 2U);
+  EXPECT_EQ(hal->counters().results, 2U);
+  EXPECT_EQ(hal->counters().servers_found, 1U);
+}
+
+// `Reported` fails on a report inside another.
+TEST_F(PromiseOneResult, NeverInsideARequestThatIsSentInsideAReport) {
+  SocketHalOptions options = Options();
+  options.queue_entries = 1;
+  reported_.on_event = [this](const std::string& event) {
+    if (event != "found") return;
+    EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess);
+    EXPECT_EQ(InstallVlan(hal_.get(), 2), kHalQueueFull);
+  };
+  Start(options);
+  server_.AcceptAndGreet();
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 2: 101"));
+  server_.Answer(server_.Next());
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 2: 101", "InstallVlan 1: 0"));
+}
+
+TEST_F(PromiseOneResult, RequestsFromBeforeTheServerWaitForIt) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess);
+  hal_->BeginReinstall();
+  EXPECT_EQ(InstallVrf(hal_.get(), 2), kHalSuccess);
+  EXPECT_EQ(hal_->counters().queued, 3U);
+  hal_->Start(reported_.Reports());
+  server_.AcceptAndGreet();
+  const FakeServer::Frame install = server_.Next();
+  EXPECT_EQ(install.type, FrameType{5});
+  EXPECT_EQ(server_.Next().type, FrameType::kBeginReinstall);
+  EXPECT_EQ(server_.Next().type, FrameType{3});
+  server_.Answer(install);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 0"));
+  EXPECT_EQ(hal_->counters().queued_peak, 3U);
+}
+
+TEST_F(PromiseOneResult, WithoutAServer) {
+  server_.StopListening();
+  hal_ = std::make_unique<SocketHal>(Options());
+  EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess) << "it waits for the first attempt";
+  hal_->Start(reported_.Reports());
+  EXPECT_THAT(reported_.Await(1), ElementsAre("InstallVlan 1: 104"));
+  EXPECT_EQ(InstallVlan(hal_.get(), 2), kHalNoServer);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("InstallVlan 1: 104", "InstallVlan 2: 104"));
+  server_.Listen();
+  server_.AcceptAndGreet();
+  EXPECT_EQ(reported_.Await(3).back(), "found");
+  EXPECT_THAT(log_.Await(2),
+              ElementsAre("no HAL server at " + server_.path() + ": No such file or directory",
+                          "connected to HAL server fake-hal 1, generation 7"));
+}
+
+TEST_F(PromiseOneResult, WhenTheServerIsLost) {
+  SocketHal* const hal = StartConnected(Options());
+  for (std::uint32_t id = 1; id <= 3; ++id) InstallVlan(hal, id);
+  server_.Next();
+  server_.Answer(server_.Next());
+  EXPECT_EQ(reported_.Await(2).back(), "InstallVlan 2: 0");
+  server_.Close();
+  server_.AcceptAndGreet();
+  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 2: 0", "InstallVlan 1: 100",
+                                              "InstallVlan 3: 100", "found"));
+  Settle(4);
+  EXPECT_EQ(hal->counters().servers_found, 2U);
+  EXPECT_EQ(hal->counters().results, 4U);
+}
+
+TEST_F(PromiseOneResult, WhenTheServerSaysGoodbye) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  server_.Next();
+  server_.SendFrame(FrameType::kGoodbye, 0, "going\ndown");
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 100"));
+  EXPECT_EQ(log_.AwaitStart("HAL server says"), "HAL server says goodbye: going?down");
+}
+
+TEST_F(PromiseOneResult, WhenTheServerStalls) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(30);
+  options.queue_entries = 2;
+  SocketHal* const hal = StartConnected(options);
+  InstallVlan(hal, 1);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 102"));
+  InstallVlan(hal, 2);
+  EXPECT_EQ(reported_.Await(3).back(), "InstallVlan 2: 102");
+  EXPECT_EQ(InstallVlan(hal, 3), kHalQueueFull) << "unanswered requests keep their places";
+  EXPECT_FALSE(hal->HasRoom());
+  server_.Answer(server_.Next());
+  server_.Answer(server_.Next());
+  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 1: 102", "InstallVlan 2: 102",
+                                              "InstallVlan 3: 101", "room"));
+  EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results == 2; }));
+  EXPECT_EQ(hal->counters().results, 3U);
+}
+
+TEST_F(PromiseOneResult, WhenTheServerAnswersTwiceOrWithoutBeingAsked) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  const FakeServer::Frame request = server_.Next();
+  server_.Answer(request);
+  server_.Answer(request);
+  std::string unknown;
+  AppendResult(12345, kHalSuccess, 1, 0, &unknown);
+  server_.Send(unknown);
+  reported_.Await(2);
+  Settle(2);
+  EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0"));
+  EXPECT_EQ(hal->counters().late_results, 2U);
+}
+
+TEST_F(PromiseOneResult, WhenTheServerAnswersForAnotherObject) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  InstallVlan(hal, 2);
+  std::string other;
+  AppendResult(server_.Next().sequence, kHalSuccess, 7, 0, &other);
+  server_.Send(other);
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100"));
+  EXPECT_EQ(log_.AwaitStart("HAL server closed"),
+            "HAL server closed, it answered install-vlan 1 with a result for 7");
+}
+
+TEST_F(PromiseOneResult, WhenTheRequestIsTooLarge) {
+  SocketHal* const hal = Start(Options());
+  server_.Accept();
+  server_.Greet(3);
+  reported_.Await(1);
+  EXPECT_EQ(InstallVlan(hal, 1), kHalTooLarge);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 103"));
+  EXPECT_EQ(InstallVrf(hal, 1'000'000), kHalTooLarge);
+  EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 1000000 dropped: request too large");
+  EXPECT_EQ(InstallVrf(hal, 5), kHalSuccess);
+  const FrameType first_sent = server_.Next().type;
+  EXPECT_EQ(first_sent, FrameType{3});
+}
+
+TEST_F(PromiseOneResult, WhenAnEarlyRequestIsTooLarge) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  InstallVlan(hal_.get(), 1);
+  hal_->Start(reported_.Reports());
+  server_.Accept();
+  server_.Greet(3);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("InstallVlan 1: 103", "found"));
+}
+
+TEST_F(PromiseOneResult, SequencesWrap) {
+  SocketHalOptions options = Options();
+  options.first_sequence = 0xFFFFFE;
+  SocketHal* const hal = StartConnected(options);
+  std::vector<FakeServer::Frame> requests;
+  std::vector<std::uint32_t> sequences;
+  for (std::uint32_t id = 1; id <= 4; ++id) {
+    InstallVlan(hal, id);
+    requests.push_back(server_.Next());
+    sequences.push_back(requests.back().sequence);
+  }
+  EXPECT_THAT(sequences, ElementsAre(0xFFFFFE, 0xFFFFFF, 0, 1));
+  for (const FakeServer::Frame& request : requests) server_.Answer(request);
+  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0",
+                                              "InstallVlan 3: 0", "InstallVlan 4: 0"));
+}
+
+/// VRF requests have no result, but are not lost.
+class PromiseVrfsAreKept : public SocketHalTest {};
+
+TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVrf(hal, 1);
+  InstallVrf(hal, 2);
+  server_.Answer(server_.Next());
+  EXPECT_EQ(IdIn(server_.Next()), 2U);
+  Settle(9);
+  server_.Close();
+  server_.AcceptAndGreet();
+  EXPECT_EQ(IdIn(server_.Next()), 2U);
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 9: 0", "found"));
+  EXPECT_EQ(hal->counters().late_results, 0U);
+}
+
+TEST_F(PromiseVrfsAreKept, InTheirOrderUnlessSuperseded) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVrf(hal, 1);
+  InstallVrf(hal, 2);
+  DestroyVrf(hal, 1);
+  InstallVlan(hal, 9);
+  for (int i = 0; i < 4; ++i) server_.Next();
+  server_.StopListening();
+  server_.Close();
+  EXPECT_EQ(reported_.Await(2).back(), "InstallVlan 9: 100");
+  InstallVrf(hal, 3);
+  DestroyVrf(hal, 2);
+  EXPECT_EQ(hal->counters().queued, 3U);
+  reported_.on_event = [hal](const std::string& event) {
+    if (event == "found") hal->BeginReinstall();
+  };
+  server_.Listen();
+  server_.AcceptAndGreet();
+  std::vector<std::pair<FrameType, std::uint32_t>> sent;
+  for (int i = 0; i < 4; ++i) {
+    const FakeServer::Frame frame = server_.Next();
+    sent.emplace_back(frame.type, IdIn(frame));
+  }
+  EXPECT_THAT(sent,
+              ElementsAre(std::pair(FrameType{4}, 1U), std::pair(FrameType{3}, 3U),
+                          std::pair(FrameType{4}, 2U), std::pair(FrameType::kBeginReinstall, 0U)));
+}
+
+TEST_F(PromiseVrfsAreKept, InBounds) {
+  server_.StopListening();
+  SocketHalOptions options = Options();
+  options.queue_entries = 2;
+  SocketHal* const hal = Start(options);
+  log_.Await(1);
+  EXPECT_EQ(InstallVrf(hal, 1), kHalSuccess);
+  EXPECT_EQ(InstallVrf(hal, 2), kHalSuccess);
+  EXPECT_EQ(InstallVrf(hal, 3), kHalQueueFull);
+  EXPECT_EQ(DestroyVrf(hal, 2), kHalSuccess) << "takes the place of the other one";
+  EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 3 dropped: send queue full");
+  EXPECT_THAT(reported_.events(), IsEmpty());
+}
+
+/// Queues are bounded, writes coalesced, and a slow server is not a dead one.
+class PromiseBounded : public SocketHalTest {};
+
+TEST_F(PromiseBounded, InEntries) {
+  SocketHalOptions options = Options();
+  options.queue_entries = 4;
+  SocketHal* const hal = StartConnected(options);
+  for (std::uint32_t id = 1; id <= 4; ++id) {
+    EXPECT_TRUE(hal->HasRoom());
+    EXPECT_EQ(InstallVlan(hal, id), kHalSuccess);
+  }
+  EXPECT_FALSE(hal->HasRoom());
+  EXPECT_FALSE(hal->HasRoom());
+  EXPECT_EQ(InstallVlan(hal, 5), kHalQueueFull);
+  EXPECT_EQ(reported_.Await(2).back(), "InstallVlan 5: 101");
+  for (int i = 0; i < 4; ++i) server_.Answer(server_.Next());
+  const auto events = reported_.Await(7);
+  EXPECT_EQ(std::count(events.begin(), events.end(), "room"), 1);
+  EXPECT_GT(std::find(events.begin(), events.end(), "room"),
+            std::find(events.begin(), events.end(), "InstallVlan 2: 0"))
+      << "half of the queue is free";
+}
+
+TEST_F(PromiseBounded, InBytes) {
+  constexpr std::size_t kBytes = 1000;
+  SocketHalOptions options = Options();
+  options.queue_bytes = kBytes;
+  reported_.on_event = [this](const std::string& event) {
+    if (event == "found") HoldThread();
+  };
+  SocketHal* const hal = Start(options);
+  server_.Accept();
+  server_.Greet(100);
+  // The thread is inside the report that the server was found and writes nothing.
+  held_.Pass();
+  const std::size_t frame = kFrameHeaderSize + Vlan(1).SerializeAsString().size();
+  // Without a write the bytes decide, in frames of one size.
+  std::size_t taken = 0;
+  while (InstallVlan(hal, 1) == kHalSuccess) ++taken;
+  EXPECT_GE(taken, kBytes / frame - 1);
+  EXPECT_LE(taken, kBytes / frame);
+  EXPECT_FALSE(hal->HasRoom());
+  released_.Open();
+  for (std::size_t i = 0; i < taken; ++i) server_.Answer(server_.Next());
+  const auto events = reported_.Await(taken + 3);
+  EXPECT_EQ(std::count(events.begin(), events.end(), "room"), 1);
+  EXPECT_EQ(std::count(events.begin(), events.end(), "InstallVlan 1: 101"), 1);
+  EXPECT_TRUE(hal->HasRoom());
+}
+
+TEST_F(PromiseBounded, HasRoomIsFalseBeforeALargeRequestIsRefused) {
+  SocketHalOptions options = Options();
+  options.queue_bytes = 300;
+  reported_.on_event = [this](const std::string& event) {
+    if (event == "found") HoldThread();
+  };
+  SocketHal* const hal = Start(options);
+  server_.Accept();
+  server_.Greet(100);
+  held_.Pass();
+  std::size_t taken = 0;
+  while (hal->HasRoom() && taken < 100) {
+    ASSERT_EQ(InstallVlan(hal, 1), kHalSuccess);
+    ++taken;
+  }
+  const std::size_t frame = kFrameHeaderSize + Vlan(1).SerializeAsString().size();
+  EXPECT_LE(taken * frame + kFrameHeaderSize + 100, 300 + frame);
+  EXPECT_GE(taken * frame + kFrameHeaderSize + 100, 300);
+  released_.Open();
+}
+
+TEST_F(PromiseBounded, OneWakeUpAndOneWriteForAllThatWaits) {
+  reported_.on_event = [this](const std::string& event) {
+    if (event == "InstallVlan 1: 0") HoldThread();
+  };
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  server_.Answer(server_.Next());
+  held_.Pass();
+  const SocketHalStatistics before = hal->statistics();
+  for (std::uint32_t id = 2; id <= 101; ++id) InstallVlan(hal, id);
+  EXPECT_EQ(hal->counters().queued, 100U);
+  released_.Open();
+  for (std::uint32_t id = 2; id <= 101; ++id) server_.Answer(server_.Next());
+  EXPECT_EQ(reported_.Await(102).back(), "InstallVlan 101: 0");
+  const SocketHalStatistics after = hal->statistics();
+  EXPECT_EQ(after.wake_ups - before.wake_ups, 1U);
+  EXPECT_EQ(after.writes - before.writes, 1U);
+  EXPECT_EQ(after.queue.count, 101U);
+  EXPECT_EQ(after.server.count, 101U);
+  EXPECT_GE(after.queue.p99, after.queue.p50);
+  EXPECT_GE(after.queue.max, after.queue.p99);
+  EXPECT_EQ(hal->counters().queued_peak, 100U);
+  EXPECT_EQ(hal->counters().queued, 0U);
+}
+
+TEST_F(PromiseBounded, ASlowServerIsKept) {
+  SocketHalOptions options = Options();
+  options.heartbeat = milliseconds(10);
+  options.heartbeats_missed = 40;
+  SocketHal* const hal = StartConnected(options);
+  const auto start = std::chrono::steady_clock::now();
+  InstallVlan(hal, 1);
+  const FakeServer::Frame request = server_.Next();
+  while (std::chrono::steady_clock::now() - start < 2 * 40 * options.heartbeat) {
+    const FakeServer::Frame frame = server_.NextOfAny();
+    ASSERT_EQ(frame.type, FrameType::kHeartbeat);
+    server_.SendFrame(FrameType::kHeartbeat, frame.sequence, "");
+  }
+  EXPECT_THAT(reported_.events(), ElementsAre("found"));
+  server_.Answer(request);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 0"));
+}
+
+TEST_F(PromiseBounded, ADeadServerIsDropped) {
+  SocketHalOptions options = Options();
+  options.heartbeat = milliseconds(5);
+  options.heartbeats_missed = 4;
+  SocketHal* const hal = StartConnected(options);
+  InstallVlan(hal, 1);
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 100"));
+  EXPECT_EQ(log_.AwaitStart("HAL server lost"), "HAL server lost: no sign of life for 20 ms");
+  EXPECT_EQ(server_.Next().type, FrameType{5});
+  EXPECT_EQ(server_.NextOfAny().type, FrameType::kHeartbeat);
+  EXPECT_TRUE(server_.AwaitClosed());
+}
+
+TEST_F(PromiseBounded, AServerWithoutAHelloIsDropped) {
+  SocketHalOptions options = Options();
+  options.heartbeat = milliseconds(5);
+  options.heartbeats_missed = 4;
+  Start(options);
+  server_.Accept();
+  EXPECT_EQ(log_.AwaitStart("HAL server lost"), "HAL server lost: no hello for 20 ms");
+}
+
+/// No report after the destructor returned.
+class PromiseNoReportAfterTheEnd : public SocketHalTest {};
+
+TEST_F(PromiseNoReportAfterTheEnd, WhatWaitsHasNoResult) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  hal_.reset();
+  EXPECT_THAT(reported_.events(), ElementsAre("found"));
+}
+
+TEST_F(PromiseNoReportAfterTheEnd, WithoutAStart) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  InstallVlan(hal_.get(), 1);
+  hal_.reset();
+  EXPECT_THAT(reported_.events(), IsEmpty());
+}
+
+TEST_F(PromiseNoReportAfterTheEnd, ThoughTheServerFloods) {
+  SocketHal* const hal = StartConnected(Options());
+  std::thread flood([this] {
+    std::string frames;
+    for (std::uint32_t i = 0; i < 1000; ++i) AppendResult(i, kHalSuccess, 1, 0, &frames);
+    for (int i = 0; i < 100'000 && server_.Send(frames); ++i) {
+    }
+  });
+  EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results >= 10'000; }));
+  hal_.reset();
+  flood.join();
+  EXPECT_THAT(reported_.events(), ElementsAre("found"));
+}
+
+TEST_F(SocketHalTest, RefusesAPathThatIsTooLong) {
+  SocketHalOptions options;
+  options.path = std::string(200, 'x');
+  EXPECT_THROW(SocketHal{options}, boost::system::system_error);
+}
+
+class ReinstallTest : public SocketHalTest {
+ protected:
+  /// Reinstalls VLAN 1; the server then claims to hold `count` VLANs.
+  void Reinstall(std::uint64_t count) {
+    hal_->BeginReinstall();
+    InstallVlan(hal_.get(), 1);
+    hal_->EndReinstall();
+    EXPECT_EQ(server_.Next().type, FrameType::kBeginReinstall);
+    server_.Answer(server_.Next());
+    const FakeServer::Frame end = server_.Next();
+    EXPECT_EQ(end.type, FrameType::kEndReinstall);
+    wire::TableSummary summary;
+    summary.set_removed(3);
+    wire::KindSummary* const vlans = summary.add_kinds();
+    vlans->set_kind("vlan");
+    vlans->set_count(count);
+    vlans->set_digest(EntryHash(1, Vlan(1).SerializeAsString()));
+    server_.SendFrame(FrameType::kInSync, end.sequence, summary.SerializeAsString());
+  }
+};
+
+TEST_F(ReinstallTest, TellsWhenItIsInSync) {
+  StartConnected(Options());
+  Reinstall(1);
+  EXPECT_THAT(log_.AwaitStart("in sync"),
+              MatchesRegex("in sync after [0-9]+ ms: vrf 0, vlan 1, host 0, ecmp 0, mpls 0 "
+                           "\\(3 removed\\)"));
+  EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0"));
+}
+
+TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItIsNot) {
+  StartConnected(Options());
+  for (std::size_t i = 0; i < 3; ++i) {
+    Reinstall(2);
+    EXPECT_EQ(reported_.Await(2 * i + 3).back(), "found");
+  }
+  Reinstall(2);
+  EXPECT_EQ(log_.AwaitStart("NOT in sync: vlan 1 here, 2 there; giving"),
+            "NOT in sync: vlan 1 here, 2 there; giving up");
+  EXPECT_THAT(log_.entries(),
+              testing::Contains("NOT in sync: vlan 1 here, 2 there; reinstalling").Times(3));
+  Settle(5);
+  EXPECT_EQ(hal_->counters().servers_found, 4U);
+}
+
+TEST_F(ReinstallTest, IsForgottenWithItsServer) {
+  SocketHal* const hal = StartConnected(Options());
+  hal->BeginReinstall();
+  server_.Next();
+  server_.Close();
+  server_.AcceptAndGreet();
+  reported_.Await(2);
+  hal->EndReinstall();
+  const FakeServer::Frame end = server_.Next();
+  server_.SendFrame(FrameType::kInSync, end.sequence, "");
+  server_.SendFrame(FrameType::kInSync, end.sequence, "");
+  Settle(5);
+  EXPECT_THAT(log_.entries(), testing::Not(testing::Contains(testing::HasSubstr("in sync"))));
+  EXPECT_EQ(hal->counters().late_results, 1U) << "the second answer to the end";
+}
+
+}  // namespace
+}  // namespace reference
