@@ -1,0 +1,218 @@
+// zuskux-record: shows, replays and compares recordings of what a HAL was asked.
+
+#include <google/protobuf/stubs/logging.h>
+
+#include <boost/program_options.hpp>
+#include <cerrno>
+#include <exception>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "reference/hal/embedded_hal.h"
+#include "reference/record/diff.h"
+#include "reference/record/recording_reader.h"
+#include "reference/record/replay.h"
+#include "reference/record/show.h"
+#include "reference/record/steps.h"
+#include "reference/socket_client/socket_hal.h"
+
+namespace {
+
+namespace po = boost::program_options;
+
+using reference::DiffSide;
+using reference::HalConnection;
+using reference::RecordingReader;
+
+constexpr int kFailed = 1;
+constexpr int kBadUsage = 2;
+constexpr int kDifferent = 3;
+
+constexpr std::string_view kUnixPrefix = "unix:";
+
+class UsageError : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+struct Arguments {
+  std::vector<std::string> files;
+  // Of replay; empty if it was not given.
+  std::string hal;
+};
+
+struct Command {
+  std::size_t files;
+  int (*run)(const Arguments& arguments);
+};
+
+// Said once for a recording that was read to its end.
+void TellCut(const RecordingReader& recording) {
+  if (!recording.cut_at()) return;
+  std::cerr << recording.name() << ": byte " << *recording.cut_at()
+            << ": the last entry is not whole; the recording ends before it\n";
+}
+
+int Show(const Arguments& arguments) {
+  RecordingReader recording(arguments.files[0]);
+  reference::ShowRecording(&recording, &std::cout);
+  std::cout << std::flush;
+  TellCut(recording);
+  return 0;
+}
+
+std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
+  if (name == "embedded") {
+    return std::make_unique<reference::EmbeddedHal>(reference::EmbeddedHalOptions());
+  }
+  if (name.rfind(kUnixPrefix, 0) != 0 || name.size() == kUnixPrefix.size()) {
+    throw UsageError("--hal '" + name + "' is not a HAL; use --hal embedded or --hal unix:PATH");
+  }
+  reference::SocketHalOptions options;
+  options.path = name.substr(kUnixPrefix.size());
+  return std::make_unique<reference::SocketHal>(std::move(options));
+}
+
+int Replay(const Arguments& arguments) {
+  if (arguments.hal.empty()) throw UsageError("--hal is missing; add --hal embedded or unix:PATH");
+  auto hal = MakeHal(arguments.hal);
+  RecordingReader recording(arguments.files[0]);
+  const auto steps = reference::ReadSteps(&recording);
+  TellCut(recording);
+  const auto report =
+      reference::Replay(steps, std::move(hal), reference::ReplayOptions(), &std::cout);
+  std::cout << "requests sent " << report.sent << ", not compared " << report.not_compared
+            << ", not sent because the client had refused them " << report.refused
+            << ", differences " << report.differences << std::endl;
+  return report.differences == 0 ? 0 : kDifferent;
+}
+
+reference::EndState ReadEndState(RecordingReader* recording) {
+  auto state = reference::ComputeEndState(reference::ReadSteps(recording));
+  TellCut(*recording);
+  if (state.not_applied != 0) {
+    std::cerr << recording->name() << ": " << state.not_applied
+              << " requests that had succeeded do not fit what precedes them; the recording does "
+                 "not begin with an empty HAL, and its end state is incomplete\n";
+  }
+  return state;
+}
+
+int Diff(const Arguments& arguments) {
+  RecordingReader a(arguments.files[0]);
+  RecordingReader b(arguments.files[1]);
+  const auto a_state = ReadEndState(&a);
+  const auto b_state = ReadEndState(&b);
+  const auto differences =
+      reference::PrintDiff(DiffSide{a.name().c_str(), &a_state.tables, &a.schema()},
+                           DiffSide{b.name().c_str(), &b_state.tables, &b.schema()}, &std::cout);
+  std::cout << "differences " << differences << std::endl;
+  return differences == 0 ? 0 : kDifferent;
+}
+
+const Command& FindCommand(const std::string& name) {
+  static const std::map<std::string, Command> commands = {
+      {"show", {1, Show}}, {"replay", {1, Replay}}, {"diff", {2, Diff}}};
+  const auto command = commands.find(name);
+  if (command == commands.end()) {
+    throw UsageError("'" + name + "' is not a command; use show, replay or diff");
+  }
+  return command->second;
+}
+
+po::options_description Options() {
+  po::options_description options("Options");
+  options.add_options()                                                                     //
+      ("hal", po::value<std::string>()->value_name("HAL"),                                  //
+       "where replay sends to: embedded, or unix:PATH for a HAL server, whose tables are "  //
+       "emptied wherever the recording found a server")                                     //
+      ("help", "show this help and exit")                                                   //
+      ("version", "show the version and exit");
+  return options;
+}
+
+po::variables_map ReadCommandLine(int argc, char** argv, const po::options_description& shown) {
+  po::options_description all;
+  all.add(shown).add_options()("words", po::value<std::vector<std::string>>());
+  po::positional_options_description words;
+  words.add("words", -1);
+  namespace style = po::command_line_style;
+  po::variables_map values;
+  try {
+    po::store(po::command_line_parser(argc, argv)
+                  .options(all)
+                  .positional(words)
+                  .style(style::unix_style & ~style::allow_guessing)
+                  .run(),
+              values);
+  } catch (const po::error& error) {
+    throw UsageError(error.what());
+  }
+  return values;
+}
+
+int RunCommand(const po::variables_map& values) {
+  if (values.count("words") == 0) {
+    throw UsageError("a command is missing; use show, replay or diff");
+  }
+  const auto& words = values["words"].as<std::vector<std::string>>();
+  const Command& command = FindCommand(words[0]);
+  Arguments arguments;
+  arguments.files.assign(words.begin() + 1, words.end());
+  if (arguments.files.size() != command.files) {
+    throw UsageError(words[0] + " takes " + std::to_string(command.files) + " recording" +
+                     (command.files == 1 ? "" : "s") + ", not " +
+                     std::to_string(arguments.files.size()));
+  }
+  if (values.count("hal") != 0) {
+    if (words[0] != "replay") throw UsageError("--hal is an option of replay; leave it out");
+    arguments.hal = values["hal"].as<std::string>();
+  }
+  return command.run(arguments);
+}
+
+int Run(int argc, char** argv) {
+  const po::options_description options = Options();
+  const po::variables_map values = ReadCommandLine(argc, argv, options);
+  if (values.count("help") != 0) {
+    std::cout << "Usage: zuskux-record show FILE\n"
+              << "       zuskux-record replay FILE --hal HAL\n"
+              << "       zuskux-record diff FILE FILE\n"
+              << "Shows a recording line by line, sends its requests again and compares the\n"
+              << "results, or compares what two recordings leave in the HAL.\n\n"
+              << options
+              << "\nEnds with 0, 1 for what cannot be read or replayed, 2 for wrong usage, 3 for\n"
+              << "differences.\n";
+    return 0;
+  }
+  if (values.count("version") != 0) {
+    std::cout << "zuskux-record " ZUSKUX_VERSION "\n";
+    return 0;
+  }
+  const int code = RunCommand(values);
+  if (!std::cout) throw std::system_error(errno, std::generic_category(), "standard output");
+  return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // What does not decode is told in a line of our own.
+  google::protobuf::SetLogHandler(nullptr);
+  try {
+    return Run(argc, argv);
+  } catch (const UsageError& error) {
+    std::cerr << "zuskux-record: " << error.what() << "; see --help\n";
+    return kBadUsage;
+  } catch (const std::exception& error) {
+    std::cerr << "zuskux-record: " << error.what() << '\n';
+    return kFailed;
+  }
+}

@@ -1,0 +1,47 @@
+#ifndef ZUSKUX_REFERENCE_RECORD_RECORDED_SCHEMA_H_
+#define ZUSKUX_REFERENCE_RECORD_RECORDED_SCHEMA_H_
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/dynamic_message.h>
+
+#include <memory>
+#include <string>
+
+#include "reference/hal/hal_request.h"
+
+namespace reference {
+
+/// The schema of the HAL's messages that this program was built with: its files, each behind those
+/// that it imports.
+google::protobuf::FileDescriptorSet BuiltInSchema();
+
+/// The schema of the HAL's messages that a recording carries; it may be an older or a newer one
+/// than this program's. Used by one thread at a time.
+class RecordedSchema {
+ public:
+  /// Throws `std::invalid_argument`, which says what is wrong, for files that are no valid schema.
+  explicit RecordedSchema(const google::protobuf::FileDescriptorSet& files);
+
+  /// Whether it is the schema of this program.
+  bool built_in() const { return built_in_; }
+
+  /// Whether this program's schema says the same as this one about all that `payload` carries.
+  bool IsUnderstood(HalKind kind, const std::string& payload) const;
+
+  /// The message in protobuf's text form, by this schema: "VlanMessage{vlan_destination_id: 12}".
+  std::string Text(HalKind kind, const std::string& payload) const;
+
+ private:
+  // Null for a payload that does not decode.
+  std::unique_ptr<google::protobuf::Message> Decode(HalKind kind, const std::string& payload) const;
+
+  bool built_in_;
+  google::protobuf::DescriptorPool pool_;
+  // Makes the prototypes that it is asked for.
+  mutable google::protobuf::DynamicMessageFactory factory_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_RECORD_RECORDED_SCHEMA_H_

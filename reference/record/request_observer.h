@@ -1,0 +1,42 @@
+#ifndef ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
+#define ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
+
+#include <cstdint>
+#include <string_view>
+
+#include "reference/hal/hal_request.h"
+
+namespace reference {
+
+/// Told what a HAL connection or a HAL server is asked and answers. Those hold a pointer to one,
+/// null for none, and do not own it. Called on any of their threads, several at a time too; never
+/// throws.
+class RequestObserver {
+ public:
+  RequestObserver() = default;
+  RequestObserver(const RequestObserver&) = delete;
+  RequestObserver& operator=(const RequestObserver&) = delete;
+  virtual ~RequestObserver() = default;
+
+  /// A request, before it is sent or refused. `wrapper` is the address of the printable message
+  /// that carried it, null where there was none; it is not read. Returns the request's number for
+  /// `Result`, never 0.
+  virtual std::uint64_t Request(const HalRequest& request, const void* wrapper) = 0;
+
+  /// The result of the request with that number, before it is reported. Does not read the payload.
+  virtual void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code) = 0;
+
+  /// The marks of a reinstall, in their place among the requests.
+  virtual void BeginReinstall() = 0;
+  virtual void EndReinstall() = 0;
+
+  /// The HAL server was found, before it is reported.
+  virtual void ServerFound() = 0;
+
+  /// Something worth a line for the operator, without a line break.
+  virtual void Event(std::string_view line) = 0;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
