@@ -111,8 +111,9 @@ class Run {
   }
 
   void Apply(const Site& site) {
-    manager_.Apply(site);
     ShowProgress("installing");
+    manager_.Apply(site);
+    UpdateProgress();
   }
 
   void Settled() {
@@ -130,10 +131,12 @@ class Run {
 
   void Reinstalling() {
     restarting_ = false;
-    ShowProgress(reinstalls_++ == 0 ? "installing" : "reinstalling");
+    if (reinstalls_++ == 0) return;
+    ShowProgress("reinstalling");
+    UpdateProgress();
   }
 
-  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) {
+  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
     // The first one is the start.
     if (reinstalls_ == 1) return;
     Say("reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
@@ -152,7 +155,6 @@ class Run {
   void ShowProgress(const char* what) {
     progress_.emplace(what, &std::cerr, OnTerminal());
     progress_total_ = 0;
-    UpdateProgress();
   }
 
   void UpdateProgress() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/asio/post.hpp>
 #include <optional>
+#include <utility>
 
 #include "interface_ids/interface_table.h"
 #include "reference/manager/adapters.h"
@@ -11,6 +12,9 @@
 
 namespace reference {
 namespace {
+
+// How many requests are sent before results are looked at again, of which there may be as many.
+constexpr int kSendBatch = 1024;
 
 // How often a request is sent that ends without a verdict on the object.
 constexpr std::uint8_t kMaxAttempts = 3;
@@ -88,7 +92,15 @@ void Manager::Put(const Notification& notification) {
 // The host hears of what follows only after its own call has returned.
 void Manager::Wake() {
   busy_ = true;
-  boost::asio::post(*io_, [this] { Work(); });
+  PostWork();
+}
+
+void Manager::PostWork() {
+  if (std::exchange(work_posted_, true)) return;
+  boost::asio::post(*io_, [this] {
+    work_posted_ = false;
+    Work();
+  });
 }
 
 void Manager::Work() {
@@ -196,7 +208,11 @@ void Manager::SetOutstanding(Object* object, std::optional<HalAction> action) {
 }
 
 void Manager::SendDue() {
-  while (server_found_ && !queue_.empty()) {
+  for (int sent = 0; server_found_ && !queue_.empty(); ++sent) {
+    if (sent == kSendBatch) {
+      PostWork();
+      return;
+    }
     Object* const object = database_.Find(queue_.front());
     if (!MayGoNext(*object)) return;
     if (!NeedsRequest(*object)) {

@@ -78,6 +78,7 @@ class Manager : private NotificationSink {
 
   // On the manager's thread.
   void Wake();
+  void PostWork();
   void Work();
   void Handle(const HalResult& result);
   void Handle(HalKind reinstall);
@@ -128,6 +129,7 @@ class Manager : private NotificationSink {
   bool reinstalling_ = false;
   std::size_t reinstalled_objects_ = 0;
   std::chrono::steady_clock::time_point reinstall_start_;
+  bool work_posted_ = false;
   // Whether `settled` is still to be reported.
   bool busy_ = false;
 };

@@ -29,8 +29,10 @@ std::uint8_t RankOf(const Object& object) {
 }  // namespace
 
 void RequestQueue::Add(Object* object) {
+  const std::uint8_t rank = RankOf(*object);
+  if (object->queued_rank == rank) return;
   Remove(object);
-  object->queued_rank = RankOf(*object);
+  object->queued_rank = rank;
   entries_.emplace(*object->queued_rank, object->key);
 }
 

@@ -324,6 +324,19 @@ TEST_F(ManagerTest, SendsNoMoreThanThereIsRoomFor) {
   EXPECT_THAT(Sent(), ElementsAre("install-vlan 12"));
 }
 
+TEST_F(ManagerTest, SendsAnyNumberOfRequests) {
+  constexpr std::uint32_t kVlans = 5000;
+  hal_.SetRoom(kVlans);
+  Site site;
+  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
+  Apply(site);
+  FindServer();
+  EXPECT_EQ(hal_.outstanding(), kVlans);
+  AnswerAll();
+  EXPECT_EQ(Summary(manager_.database()).text(), "5000 objects: 5000 installed");
+  EXPECT_EQ(settled_, 1);
+}
+
 TEST_F(ManagerTest, ARequestThatFoundTheQueueFullIsSentAgain) {
   Site site;
   site.vlans = {VlanEntry(10), VlanEntry(11)};
