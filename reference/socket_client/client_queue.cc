@@ -77,13 +77,13 @@ void ClientQueue::Accept(HalRequest request) {
       counters_.queued = kept_vrfs_.size();
       break;
     case Server::kFound:
-      Send(std::move(request));
+      Send(request);
       break;
   }
   counters_.queued_peak = std::max(counters_.queued_peak, counters_.queued);
 }
 
-void ClientQueue::Send(HalRequest request) {
+void ClientQueue::Send(const HalRequest& request) {
   OutstandingRequest outstanding;
   outstanding.submitted = Clock::now();
   outstanding.reinstall = open_reinstall_.number;
@@ -168,19 +168,19 @@ void ClientQueue::Connect(std::size_t max_payload) {
   server_ = Server::kFound;
   server_max_payload_ = max_payload;
   counters_.queued = 0;
-  const auto send = [this](HalRequest request) {
+  const auto send = [this](const HalRequest& request) {
     if (request.payload.size() <= MaxPayload()) {
-      Send(std::move(request));
+      Send(request);
     } else {
       End(request, kHalTooLarge);
     }
   };
   kept_vrfs_.Release(send);
-  for (Early& early : std::exchange(early_, {})) {
+  for (const Early& early : std::exchange(early_, {})) {
     if (early.mark) {
       SendMark(*early.mark);
     } else {
-      send(std::move(early.request));
+      send(early.request);
     }
   }
   early_bytes_ = 0;

@@ -103,7 +103,7 @@ class ClientQueue {
   std::size_t MaxPayload() const;
   bool RoomNow() const;
   void Accept(HalRequest request);
-  void Send(HalRequest request);
+  void Send(const HalRequest& request);
   void SendMark(FrameType mark);
   void Append(FrameType type, std::uint32_t sequence, const std::string& payload);
   void End(const HalRequest& request, HalReturnCode code);

@@ -16,7 +16,7 @@ void KeptVrfs::Keep(HalRequest request) {
   requests_.emplace(next_place_++, std::move(request));
 }
 
-void KeptVrfs::Release(const std::function<void(HalRequest request)>& take) {
+void KeptVrfs::Release(const std::function<void(const HalRequest& request)>& take) {
   const std::map<std::uint64_t, HalRequest> requests = std::exchange(requests_, {});
   places_.clear();
   bytes_ = 0;

@@ -24,7 +24,7 @@ class KeptVrfs {
   void Keep(HalRequest request);
 
   /// Hands over all of them, oldest first, and forgets them.
-  void Release(const std::function<void(HalRequest request)>& take);
+  void Release(const std::function<void(const HalRequest& request)>& take);
 
  private:
   std::map<std::uint64_t, HalRequest> requests_;
