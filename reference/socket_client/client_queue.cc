@@ -245,7 +245,12 @@ std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence) {
     ++counters_.late_results;
     return std::nullopt;
   }
-  // The answer may be here before the end of the write that carried the request.
+  // The answer may be here before the end of the write that carried the request, which then has
+  // left the queue all the same.
+  if (!answered->written && writing_counted_ > 0) {
+    --writing_counted_;
+    --counters_.queued;
+  }
   const auto written = answered->written.value_or(now);
   queue_latency_.Add(written - answered->submitted);
   server_latency_.Add(now - written);

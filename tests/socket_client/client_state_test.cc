@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "reference/hal/hal_tables.h"
+#include "reference/socket_client/client_queue.h"
 #include "reference/socket_client/kept_vrfs.h"
 #include "reference/socket_client/outstanding_requests.h"
 #include "reference/socket_client/reinstall_check.h"
@@ -95,6 +96,27 @@ TEST(OutstandingRequestsTest, AreDrainedInOrder) {
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
   EXPECT_EQ(requests.Add(Outstanding(4)), 3U) << "numbers go on";
+}
+
+TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
+  SocketHalOptions options;
+  options.queue_entries = 2;
+  ClientQueue queue(options);
+  queue.Connect(kDefaultMaxPayload);
+  for (const std::uint32_t id : {1U, 2U}) queue.Submit(Outstanding(id).request);
+  std::string frames;
+  ASSERT_TRUE(queue.TakeFrames(&frames));
+  EXPECT_EQ(queue.counters().queued, 2U);
+  EXPECT_TRUE(queue.Answer(0));
+  EXPECT_EQ(queue.counters().queued, 1U);
+  EXPECT_TRUE(queue.Answer(1));
+  EXPECT_EQ(queue.counters().queued, 0U);
+  queue.Submit(Outstanding(3).request);
+  EXPECT_EQ(queue.counters().queued, 1U);
+  ASSERT_TRUE(queue.TakeFrames(&frames));
+  EXPECT_FALSE(queue.TakeFrames(&frames));
+  EXPECT_EQ(queue.counters().queued, 0U);
+  EXPECT_EQ(queue.counters().queued_peak, 2U);
 }
 
 TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
