@@ -1,6 +1,7 @@
 #include "reference/hal/embedded_hal.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -21,20 +22,24 @@ class EmbeddedHal::Worker {
   Worker& operator=(const Worker&) = delete;
   ~Worker();
 
-  void Start(HalReports reports);
+  void Start(HalReporter reporter);
   HalReturnCode Submit(HalRequest request);
   bool HasRoom();
   void PushMark(void (HalTables::*mark)());
   void Restart();
   HalConnectionCounters counters() const;
+  HalLatencies latencies() const;
   HalTables SnapshotTables() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   /// A request, or a mark: the begin or the end of a reinstall.
   struct Task {
     HalRequest request;
     /// Null for a request.
     void (HalTables::*mark)() = nullptr;
+    Clock::time_point submitted = Clock::now();
   };
 
   /// A request that ended without the server's doing, without its payload.
@@ -55,7 +60,7 @@ class EmbeddedHal::Worker {
   std::optional<Reports> NextReports();
   void ReportServerFound();
   void CarryOutNextTask();
-  void CarryOut(const HalRequest& request, std::uint64_t generation);
+  void CarryOut(const Task& task, std::uint64_t generation);
   void Report(const HalRequest& request, HalReturnCode code);
 
   // On any thread, with `mutex_` held.
@@ -65,7 +70,7 @@ class EmbeddedHal::Worker {
 
   const EmbeddedHalOptions options_;
   // Set before the thread starts.
-  HalReports reports_;
+  HalReporter reporter_;
 
   mutable std::mutex tables_mutex_;
   HalTables tables_;
@@ -79,7 +84,10 @@ class EmbeddedHal::Worker {
   bool room_wanted_ = false;
   bool stopping_ = false;
   std::uint64_t generation_ = 0;
+  bool carrying_out_ = false;
   HalConnectionCounters counters_;
+  LatencyHistogram queue_latency_;
+  LatencyHistogram hal_latency_;
 
   std::thread thread_;
 };
@@ -96,8 +104,8 @@ EmbeddedHal::Worker::~Worker() {
   if (thread_.joinable()) thread_.join();
 }
 
-void EmbeddedHal::Worker::Start(HalReports reports) {
-  reports_ = std::move(reports);
+void EmbeddedHal::Worker::Start(HalReporter reporter) {
+  reporter_ = std::move(reporter);
   thread_ = std::thread(&Worker::Run, this);
 }
 
@@ -108,7 +116,7 @@ HalReturnCode EmbeddedHal::Worker::Submit(HalRequest request) {
     End(request, kHalQueueFull);
     return kHalQueueFull;
   }
-  Push({std::move(request), nullptr});
+  Push({std::move(request)});
   return kHalSuccess;
 }
 
@@ -139,7 +147,13 @@ HalConnectionCounters EmbeddedHal::Worker::counters() const {
   const std::lock_guard lock(mutex_);
   HalConnectionCounters counters = counters_;
   counters.queued = queue_.size();
+  counters.unfinished = queue_.size() + ended_.size() + (carrying_out_ ? 1 : 0);
   return counters;
+}
+
+HalLatencies EmbeddedHal::Worker::latencies() const {
+  const std::lock_guard lock(mutex_);
+  return {queue_latency_.Summary(), {}, hal_latency_.Summary()};
 }
 
 HalTables EmbeddedHal::Worker::SnapshotTables() const {
@@ -155,7 +169,7 @@ void EmbeddedHal::Worker::Push(Task task) {
 
 void EmbeddedHal::Worker::End(const HalRequest& request, HalReturnCode code) {
   if (!HasResult(request.operation)) return;
-  ended_.push_back({{request.operation, request.id, request.secondary_id, {}}, code});
+  ended_.push_back({WithoutPayload(request), code});
   wake_.notify_one();
 }
 
@@ -167,7 +181,7 @@ void EmbeddedHal::Worker::Run() {
   while (const auto reports = NextReports()) {
     for (const Ended& ended : reports->ended) Report(ended.request, ended.code);
     if (reports->server_found) ReportServerFound();
-    if (reports->room && reports_.room) reports_.room();
+    if (reports->room) reporter_.Room();
     CarryOutNextTask();
   }
 }
@@ -199,7 +213,7 @@ void EmbeddedHal::Worker::ReportServerFound() {
     if (server_found_due_ || stopping_) return;
     ++counters_.servers_found;
   }
-  if (reports_.server_found) reports_.server_found();
+  reporter_.ServerFound();
 }
 
 void EmbeddedHal::Worker::CarryOutNextTask() {
@@ -212,25 +226,32 @@ void EmbeddedHal::Worker::CarryOutNextTask() {
     task = std::move(queue_.front());
     queue_.pop_front();
     generation = generation_;
+    carrying_out_ = true;
   }
   if (task.mark == nullptr) {
-    CarryOut(task.request, generation);
-    return;
+    CarryOut(task, generation);
+  } else {
+    const std::lock_guard lock(tables_mutex_);
+    (tables_.*task.mark)();
   }
-  const std::lock_guard lock(tables_mutex_);
-  (tables_.*task.mark)();
+  const std::lock_guard lock(mutex_);
+  carrying_out_ = false;
 }
 
-void EmbeddedHal::Worker::CarryOut(const HalRequest& request, std::uint64_t generation) {
+void EmbeddedHal::Worker::CarryOut(const Task& task, std::uint64_t generation) {
+  const HalRequest& request = task.request;
+  const auto taken = Clock::now();
   if (options_.before_apply) options_.before_apply(request);
   HalReturnCode code = kHalSuccess;
   {
     const std::lock_guard lock(tables_mutex_);
     code = tables_.Apply(request);
   }
-  if (!HasResult(request.operation)) return;
   {
     const std::lock_guard lock(mutex_);
+    queue_latency_.Add(taken - task.submitted);
+    hal_latency_.Add(Clock::now() - taken);
+    if (!HasResult(request.operation)) return;
     if (generation != generation_) {
       ++counters_.late_results;
       code = kHalServerLost;
@@ -245,7 +266,7 @@ void EmbeddedHal::Worker::Report(const HalRequest& request, HalReturnCode code) 
     if (stopping_) return;
     ++counters_.results;
   }
-  ReportResult(reports_.results, request, code);
+  reporter_.Result(request, code);
 }
 
 EmbeddedHal::EmbeddedHal(const EmbeddedHalOptions& options)
@@ -253,15 +274,19 @@ EmbeddedHal::EmbeddedHal(const EmbeddedHalOptions& options)
 
 EmbeddedHal::~EmbeddedHal() = default;
 
-void EmbeddedHal::Start(HalReports reports) { worker_->Start(std::move(reports)); }
+void EmbeddedHal::Start(HalReports reports) {
+  worker_->Start(HalReporter(std::move(reports), observer()));
+}
 
 bool EmbeddedHal::HasRoom() { return worker_->HasRoom(); }
 
-void EmbeddedHal::BeginReinstall() { worker_->PushMark(&HalTables::BeginReinstall); }
+void EmbeddedHal::SubmitBeginReinstall() { worker_->PushMark(&HalTables::BeginReinstall); }
 
-void EmbeddedHal::EndReinstall() { worker_->PushMark(&HalTables::EndReinstall); }
+void EmbeddedHal::SubmitEndReinstall() { worker_->PushMark(&HalTables::EndReinstall); }
 
 HalConnectionCounters EmbeddedHal::counters() const { return worker_->counters(); }
+
+HalLatencies EmbeddedHal::latencies() const { return worker_->latencies(); }
 
 void EmbeddedHal::Restart() { worker_->Restart(); }
 

@@ -32,9 +32,8 @@ class EmbeddedHal : public HalConnection {
   void Start(HalReports reports) override;
   /// After false, `room` is reported when half of the queue is free.
   bool HasRoom() override;
-  void BeginReinstall() override;
-  void EndReinstall() override;
   HalConnectionCounters counters() const override;
+  HalLatencies latencies() const override;
 
   /// Restarts the server: the outstanding requests end with `kHalServerLost`, what the old server
   /// still answers is dropped and counted, the tables are emptied and the server is found again.
@@ -48,6 +47,8 @@ class EmbeddedHal : public HalConnection {
 
  protected:
   HalReturnCode Submit(HalRequest request) override;
+  void SubmitBeginReinstall() override;
+  void SubmitEndReinstall() override;
 
  private:
   class Worker;

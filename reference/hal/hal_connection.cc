@@ -9,58 +9,94 @@ thread_local HalReturnCode reported_code = kHalSuccess;
 
 }  // namespace
 
+void HalReporter::Result(const HalRequest& request, HalReturnCode code) const {
+  if (observer_ != nullptr && HasResult(request.operation)) {
+    observer_->Result(request.number, request, code);
+  }
+  ReportResult(reports_.results, request, code);
+}
+
+void HalReporter::ServerFound() const {
+  if (observer_ != nullptr) observer_->ServerFound();
+  if (reports_.server_found) reports_.server_found();
+}
+
+void HalReporter::Room() const {
+  if (reports_.room) reports_.room();
+}
+
+void HalReporter::Event(std::string_view line) const {
+  if (observer_ != nullptr) observer_->Event(line);
+}
+
 HalReturnCode HalConnection::InitEncapsulationModule() { return kHalSuccess; }
 
 HalReturnCode HalConnection::InstallVrfIngressInterface(AppMessage* vrf) {
-  return Submit(MakeRequest(HalOperation::kInstallVrf, *vrf));
+  return Hand(HalOperation::kInstallVrf, vrf);
 }
 
 HalReturnCode HalConnection::DestroyVrfIngressInterface(AppMessage* vrf) {
-  return Submit(MakeRequest(HalOperation::kDestroyVrf, *vrf));
+  return Hand(HalOperation::kDestroyVrf, vrf);
 }
 
 HalReturnCode HalConnection::InstallVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Submit(MakeRequest(HalOperation::kInstallVlan, *vlan));
+  return Hand(HalOperation::kInstallVlan, vlan);
 }
 
 HalReturnCode HalConnection::DestroyVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Submit(MakeRequest(HalOperation::kDestroyVlan, *vlan));
+  return Hand(HalOperation::kDestroyVlan, vlan);
 }
 
 HalReturnCode HalConnection::ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Submit(MakeRequest(HalOperation::kReplaceVlan, *vlan));
+  return Hand(HalOperation::kReplaceVlan, vlan);
 }
 
 HalReturnCode HalConnection::InstallHostOutgoingEncapsulation(AppMessage* host) {
-  return Submit(MakeRequest(HalOperation::kInstallHost, *host));
+  return Hand(HalOperation::kInstallHost, host);
 }
 
 HalReturnCode HalConnection::DestroyHostOutgoingEncapsulation(AppMessage* host) {
-  return Submit(MakeRequest(HalOperation::kDestroyHost, *host));
+  return Hand(HalOperation::kDestroyHost, host);
 }
 
 HalReturnCode HalConnection::ReplaceHostOutgoingEncapsulation(AppMessage* host) {
-  return Submit(MakeRequest(HalOperation::kReplaceHost, *host));
+  return Hand(HalOperation::kReplaceHost, host);
 }
 
 HalReturnCode HalConnection::InstallEcmpEncap(AppMessage* ecmp) {
-  return Submit(MakeRequest(HalOperation::kInstallEcmp, *ecmp));
+  return Hand(HalOperation::kInstallEcmp, ecmp);
 }
 
 HalReturnCode HalConnection::DestroyEcmpEncap(AppMessage* ecmp) {
-  return Submit(MakeRequest(HalOperation::kDestroyEcmp, *ecmp));
+  return Hand(HalOperation::kDestroyEcmp, ecmp);
 }
 
 HalReturnCode HalConnection::InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Submit(MakeRequest(HalOperation::kInstallMpls, *mpls));
+  return Hand(HalOperation::kInstallMpls, mpls);
 }
 
 HalReturnCode HalConnection::DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Submit(MakeRequest(HalOperation::kDestroyMpls, *mpls));
+  return Hand(HalOperation::kDestroyMpls, mpls);
 }
 
 HalReturnCode HalConnection::ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Submit(MakeRequest(HalOperation::kReplaceMpls, *mpls));
+  return Hand(HalOperation::kReplaceMpls, mpls);
+}
+
+HalReturnCode HalConnection::Hand(HalOperation operation, AppMessage* message) {
+  HalRequest request = MakeRequest(operation, *message);
+  if (observer_ != nullptr) request.number = observer_->Request(request, message);
+  return Submit(std::move(request));
+}
+
+void HalConnection::BeginReinstall() {
+  if (observer_ != nullptr) observer_->BeginReinstall();
+  SubmitBeginReinstall();
+}
+
+void HalConnection::EndReinstall() {
+  if (observer_ != nullptr) observer_->EndReinstall();
+  SubmitEndReinstall();
 }
 
 HalReturnCode ReportedCode() { return reported_code; }

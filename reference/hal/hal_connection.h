@@ -4,11 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string_view>
+#include <utility>
 
 #include "hal_client/hal_l3_mpls_encapsulation_client.h"
 #include "hal_client/hal_l3_mpls_encapsulation_client_callback_itf.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
+#include "reference/hal/latency.h"
+#include "reference/hal/request_observer.h"
 
 namespace reference {
 
@@ -39,6 +43,29 @@ struct HalConnectionCounters {
   /// Requests and reinstall marks that wait to be sent, now and at most so far.
   std::size_t queued = 0;
   std::size_t queued_peak = 0;
+  /// Requests and reinstall marks that wait, are on their way or are being carried out; also what
+  /// ended without the server and has not been reported yet.
+  std::size_t unfinished = 0;
+};
+
+/// Reports to a connection's observer, null for none, and then to its host. For connections, on the
+/// thread that reports.
+class HalReporter {
+ public:
+  HalReporter() = default;
+  HalReporter(HalReports reports, RequestObserver* observer)
+      : reports_(std::move(reports)), observer_(observer) {}
+
+  /// Calls the result operation; none for a VRF request, which has no result.
+  void Result(const HalRequest& request, HalReturnCode code) const;
+  void ServerFound() const;
+  void Room() const;
+  /// For the observer alone.
+  void Event(std::string_view line) const;
+
+ private:
+  HalReports reports_;
+  RequestObserver* observer_ = nullptr;
 };
 
 /// A HAL client of the reference system: what every client of the library is, plus what its host
@@ -49,6 +76,10 @@ struct HalConnectionCounters {
 /// the server went away or did not answer.
 class HalConnection : public HalL3MplsEncapsulationClient {
  public:
+  /// Has `observer` told all that goes over the connection. Before `Start` and before the first
+  /// request. Not owned, outlives the connection.
+  void Observe(RequestObserver* observer) { observer_ = observer; }
+
   /// Starts reporting; the first report is that the server was found. Called once. Requests may
   /// come earlier; they wait.
   virtual void Start(HalReports reports) = 0;
@@ -60,13 +91,15 @@ class HalConnection : public HalL3MplsEncapsulationClient {
   // are lost with the server that they were sent to.
 
   /// Opens a reinstall: until `EndReinstall`, an install replaces what the server holds.
-  virtual void BeginReinstall() = 0;
+  void BeginReinstall();
 
-  /// Closes a reinstall: the server removes what no install since `BeginReinstall` named.
-  virtual void EndReinstall() = 0;
+  /// Closes a reinstall: the server removes what no install or replace since `BeginReinstall`
+  /// named.
+  void EndReinstall();
 
-  /// Callable on any thread.
+  // Both callable on any thread.
   virtual HalConnectionCounters counters() const = 0;
+  virtual HalLatencies latencies() const = 0;
 
   /// Succeeds without asking the server, and has no result.
   ReturnCode InitEncapsulationModule() final;
@@ -90,6 +123,16 @@ class HalConnection : public HalL3MplsEncapsulationClient {
   /// Takes the request, or refuses it: success, or the code that its result will carry. Either way
   /// the result is reported later, never inside this call.
   virtual HalReturnCode Submit(HalRequest request) = 0;
+  virtual void SubmitBeginReinstall() = 0;
+  virtual void SubmitEndReinstall() = 0;
+
+  /// Null for none.
+  RequestObserver* observer() const { return observer_; }
+
+ private:
+  ReturnCode Hand(HalOperation operation, AppMessage* message);
+
+  RequestObserver* observer_ = nullptr;
 };
 
 /// The code of the result that is being reported on this thread, success outside of a report. The

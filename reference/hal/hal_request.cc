@@ -113,6 +113,10 @@ std::string_view HalKindName(HalKind kind) {
   return kNames.at(static_cast<std::size_t>(kind));
 }
 
+HalRequest WithoutPayload(const HalRequest& request) {
+  return {request.operation, request.id, request.secondary_id, {}, request.number};
+}
+
 HalRequest MakeRequest(HalOperation operation, const AppMessage& message) {
   HalRequest request;
   request.operation = operation;

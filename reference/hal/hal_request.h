@@ -61,7 +61,12 @@ struct HalRequest {
   std::uint32_t secondary_id = 0;
   /// The serialised message.
   std::string payload;
+  /// What the connection's or server's observer calls it; 0 where nobody observes.
+  std::uint64_t number = 0;
 };
+
+/// The request without what was serialised: all that its result needs.
+HalRequest WithoutPayload(const HalRequest& request);
 
 /// Copies what `message`, the wrapper that fits `operation`, carries. A wrapper that carries no
 /// message, or one of another kind, gives a request without a payload, which the HAL refuses.

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "reference/record/request_observer.h"
+#include "reference/hal/request_observer.h"
 
 namespace reference {
 

@@ -14,6 +14,7 @@
 
 namespace reference {
 
+class RequestObserver;
 class ServerFaults;
 
 struct HalServerOptions {
@@ -29,6 +30,9 @@ struct HalServerOptions {
   std::size_t max_unsent = 1024 * 1024;
   /// A client that has not said hello after so long is closed.
   std::chrono::milliseconds hello_timeout{5'000};
+  /// Told every request, result, reinstall mark and line of the log. Not owned, outlives the
+  /// server; null for none.
+  RequestObserver* observer = nullptr;
   /// Makes the server misbehave. Not owned, outlives the server; null for a server that works.
   ServerFaults* faults = nullptr;
   /// Told every connection event, one line each. May be empty.

@@ -9,6 +9,7 @@
 #include <random>
 #include <utility>
 
+#include "reference/hal/request_observer.h"
 #include "reference/server/decode_request.h"
 
 namespace reference {
@@ -75,6 +76,7 @@ wire::ServerStatus ServerState::Status() const {
 }
 
 void ServerState::Log(const std::string& line) const {
+  if (options.observer != nullptr) options.observer->Event(line);
   if (options.log) options.log(line);
 }
 
@@ -144,6 +146,7 @@ void Session::OnRead(const ErrorCode& error, std::size_t size) {
   reading_ = false;
   if (!socket_.is_open() || closing_) return;
   if (error) return OnReadEnd(error);
+  read_at_ = steady_clock::now();
   splitter_.Feed({input_.data(), size});
   unhandled_ += size;
   Proceed();
@@ -267,18 +270,33 @@ void Session::OnRequest(const FrameSplitter::Frame& frame) {
   ++state_->requests;
   const std::uint32_t sequence = frame.header.sequence;
   const bool decoded = DecodeRequest(frame, &request_);
+  RequestObserver* const observer = state_->options.observer;
+  if (observer != nullptr) request_.number = observer->Request(request_, nullptr);
   if (state_->options.faults != nullptr) return ApplyWithFaults(sequence, decoded);
   const HalReturnCode code = decoded ? state_->tables.Apply(request_) : kHalBadRequest;
-  AppendResult(sequence, code, request_.id, request_.secondary_id, &next_output_);
+  TellResult(code);
+  AppendResult(sequence, ResultOf(code), &next_output_);
+}
+
+void Session::TellResult(HalReturnCode code) const {
+  RequestObserver* const observer = state_->options.observer;
+  if (observer == nullptr || !HasResult(request_.operation)) return;
+  observer->Result(request_.number, request_, code);
+}
+
+ResultPayload Session::ResultOf(HalReturnCode code, ServerFaults::Time due) const {
+  return {code, request_.id, request_.secondary_id, std::max(steady_clock::now(), due) - read_at_};
 }
 
 void Session::OnBeginReinstall() {
   if (state_->options.faults != nullptr) state_->options.faults->OnBeginReinstall();
+  if (state_->options.observer != nullptr) state_->options.observer->BeginReinstall();
   state_->tables.BeginReinstall();
   state_->reinstalling_session = number_;
 }
 
 void Session::OnEndReinstall(std::uint32_t sequence) {
+  if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
   wire::TableSummary summary;
   if (state_->reinstalling_session == number_) {
     const std::size_t before = EntryCount(state_->tables);
@@ -373,12 +391,13 @@ void Session::ApplyWithFaults(std::uint32_t sequence, bool decoded) {
 
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
                      HalReturnCode code) {
+  TellResult(code);
   std::string answer;
   for (int copy = 0; copy < fate.copies; ++copy) {
-    AppendResult(sequence, code, request_.id, request_.secondary_id, &answer);
+    AppendResult(sequence, ResultOf(code, fate.due), &answer);
   }
   if (fate.stray) {
-    AppendResult(sequence + kStrayDistance, code, request_.id, request_.secondary_id, &answer);
+    AppendResult(sequence + kStrayDistance, ResultOf(code, fate.due), &answer);
   }
   if (fate.cut != 0) {
     next_output_.append(answer, 0, fate.cut);

@@ -97,6 +97,9 @@ class Session : public std::enable_shared_from_this<Session> {
   void ContinueTables();
   void AppendMessage(FrameType type, std::uint32_t sequence,
                      const google::protobuf::MessageLite& message);
+  void TellResult(HalReturnCode code) const;
+  // The result of `request_`, which is sent at that time or now if that is past.
+  ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due = {}) const;
 
   // The conversation is not what it should be: says so to the log and to the client, and closes.
   void Refuse(const std::string& reason);
@@ -126,6 +129,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
   std::array<char, 64 * 1024> input_;
   FrameSplitter splitter_;
+  ServerFaults::Time read_at_{};
   // Bytes that were read and are not part of a handled frame.
   std::size_t unhandled_ = 0;
   // Kept for their memory.

@@ -10,11 +10,6 @@ namespace {
 
 constexpr std::size_t kMaxEntries = std::size_t{1} << 23;
 
-// The part of a request that its result needs.
-HalRequest WithoutPayload(const HalRequest& request) {
-  return {request.operation, request.id, request.secondary_id, {}};
-}
-
 }  // namespace
 
 ClientQueue::ClientQueue(const SocketHalOptions& options)
@@ -237,7 +232,8 @@ void ClientQueue::AddHeartbeat() {
   AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
 }
 
-std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence) {
+std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence,
+                                                      std::chrono::nanoseconds hal_time) {
   const auto now = Clock::now();
   const std::lock_guard lock(mutex_);
   std::optional<OutstandingRequest> answered = outstanding_.Take(sequence);
@@ -253,7 +249,8 @@ std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence) {
   }
   const auto written = answered->written.value_or(now);
   queue_latency_.Add(written - answered->submitted);
-  server_latency_.Add(now - written);
+  wire_latency_.Add(now - written - hal_time);
+  hal_latency_.Add(hal_time);
   outstanding_vrf_bytes_ -= answered->request.payload.size();
   if (answered->expired) ++counters_.late_results;
   return answered;
@@ -291,12 +288,20 @@ void ClientQueue::CountServerFound() {
 
 HalConnectionCounters ClientQueue::counters() const {
   const std::lock_guard lock(mutex_);
-  return counters_;
+  HalConnectionCounters counters = counters_;
+  counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + ended_.size() +
+                        (ended_reinstall_ ? 1 : 0);
+  return counters;
+}
+
+HalLatencies ClientQueue::latencies() const {
+  const std::lock_guard lock(mutex_);
+  return {queue_latency_.Summary(), wire_latency_.Summary(), hal_latency_.Summary()};
 }
 
 SocketHalStatistics ClientQueue::statistics() const {
   const std::lock_guard lock(mutex_);
-  return {queue_latency_.Summary(), server_latency_.Summary(), wake_ups_, writes_};
+  return {wake_ups_, writes_};
 }
 
 }  // namespace reference

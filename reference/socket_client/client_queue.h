@@ -54,6 +54,7 @@ class ClientQueue {
   bool HasRoom();
 
   HalConnectionCounters counters() const;
+  HalLatencies latencies() const;
   SocketHalStatistics statistics() const;
 
   /// Connection: what comes from now on may ask for another wake-up.
@@ -69,9 +70,11 @@ class ClientQueue {
   bool TakeFrames(std::string* frames);
   /// Connection: appends a frame that asks for a sign of life.
   void AddHeartbeat();
-  /// Connection: the request that a result belongs to; nothing for a result that has none, or comes
-  /// too late, after counting it. VRF requests have no result to deliver.
-  std::optional<OutstandingRequest> Answer(std::uint32_t sequence);
+  /// Connection: the request that a result belongs to, which the server had for `hal_time`; nothing
+  /// for a result that has none, or comes too late, after counting it. VRF requests have no result
+  /// to deliver.
+  std::optional<OutstandingRequest> Answer(std::uint32_t sequence,
+                                           std::chrono::nanoseconds hal_time);
   /// Connection: ends what is overdue; the time at which to look again, if any.
   std::optional<Clock::time_point> Expire(Clock::time_point now);
   /// Connection: the reinstall whose end has that sequence, once; nothing, after counting it, for
@@ -145,7 +148,8 @@ class ClientQueue {
 
   HalConnectionCounters counters_;
   LatencyHistogram queue_latency_;
-  LatencyHistogram server_latency_;
+  LatencyHistogram wire_latency_;
+  LatencyHistogram hal_latency_;
   std::uint64_t wake_ups_ = 0;
   std::uint64_t writes_ = 0;
 };

@@ -84,7 +84,7 @@ class SocketHal::Connection {
   ~Connection();
 
   // On the host's thread:
-  void Start(HalReports reports);
+  void Start(HalReporter reporter);
   HalReturnCode Submit(HalRequest request);
   void Mark(FrameType mark);
   ClientQueue* queue() { return &queue_; }
@@ -124,7 +124,7 @@ class SocketHal::Connection {
   const SocketHalOptions options_;
   const Protocol::endpoint endpoint_;
   ClientQueue queue_;
-  HalReports reports_;
+  HalReporter reporter_;
   std::atomic<bool> stopping_ = false;
 
   asio::io_context io_;
@@ -156,8 +156,8 @@ SocketHal::Connection::~Connection() {
   if (thread_.joinable()) thread_.join();
 }
 
-void SocketHal::Connection::Start(HalReports reports) {
-  reports_ = std::move(reports);
+void SocketHal::Connection::Start(HalReporter reporter) {
+  reporter_ = std::move(reporter);
   thread_ = std::thread([this] {
     Connect();
     io_.run();
@@ -380,7 +380,7 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     return "HAL server closed, it sent a result of " + std::to_string(frame.payload.size()) +
            " bytes";
   }
-  const auto answered = queue_.Answer(frame.header.sequence);
+  const auto answered = queue_.Answer(frame.header.sequence, result->hal_time);
   if (!answered) return {};
   const HalRequest& request = answered->request;
   if (result->id != request.id) {
@@ -422,7 +422,7 @@ std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
 void SocketHal::Connection::ReportServerFound() {
   if (stopping_) return;
   queue_.CountServerFound();
-  if (reports_.server_found) reports_.server_found();
+  reporter_.ServerFound();
 }
 
 void SocketHal::Connection::ReportEnded() {
@@ -439,17 +439,19 @@ void SocketHal::Connection::ReportEnded() {
 
 void SocketHal::Connection::ReportRoom() {
   if (!queue_.TakeRoomDue() || stopping_) return;
-  if (reports_.room) reports_.room();
+  reporter_.Room();
 }
 
 void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code) {
   if (stopping_) return;
   queue_.CountResult();
-  ReportResult(reports_.results, request, code);
+  reporter_.Result(request, code);
 }
 
 void SocketHal::Connection::Log(const std::string& line) const {
-  if (options_.log && !stopping_) options_.log(line);
+  if (stopping_) return;
+  reporter_.Event(line);
+  if (options_.log) options_.log(line);
 }
 
 void SocketHal::Connection::LogFailure(const std::string& line) {
@@ -463,15 +465,19 @@ SocketHal::SocketHal(SocketHalOptions options)
 
 SocketHal::~SocketHal() = default;
 
-void SocketHal::Start(HalReports reports) { connection_->Start(std::move(reports)); }
+void SocketHal::Start(HalReports reports) {
+  connection_->Start(HalReporter(std::move(reports), observer()));
+}
 
 bool SocketHal::HasRoom() { return connection_->queue()->HasRoom(); }
 
-void SocketHal::BeginReinstall() { connection_->Mark(FrameType::kBeginReinstall); }
+void SocketHal::SubmitBeginReinstall() { connection_->Mark(FrameType::kBeginReinstall); }
 
-void SocketHal::EndReinstall() { connection_->Mark(FrameType::kEndReinstall); }
+void SocketHal::SubmitEndReinstall() { connection_->Mark(FrameType::kEndReinstall); }
 
 HalConnectionCounters SocketHal::counters() const { return connection_->queue()->counters(); }
+
+HalLatencies SocketHal::latencies() const { return connection_->queue()->latencies(); }
 
 SocketHalStatistics SocketHal::statistics() const { return connection_->queue()->statistics(); }
 

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "reference/hal/hal_connection.h"
-#include "reference/socket_client/latency.h"
 
 namespace reference {
 
@@ -41,10 +40,6 @@ struct SocketHalOptions {
 };
 
 struct SocketHalStatistics {
-  /// From the request call until the socket had taken the request.
-  StageLatency queue;
-  /// From then until the result had come; what the server refused or answered late included.
-  StageLatency server;
   /// How often a request woke the connection's thread.
   std::uint64_t wake_ups = 0;
   /// Writes that carried requests; each carries all that waited.
@@ -84,16 +79,18 @@ class SocketHal : public HalConnection {
   void Start(HalReports reports) override;
   /// After false, `room` is reported when half of the queue is free.
   bool HasRoom() override;
-  void BeginReinstall() override;
-  void EndReinstall() override;
   /// `late_results` counts what came for no outstanding request: late, twice or never asked for.
   HalConnectionCounters counters() const override;
+  /// Of all that the server answered, refused and late requests included.
+  HalLatencies latencies() const override;
 
   /// Callable on any thread.
   SocketHalStatistics statistics() const;
 
  protected:
   HalReturnCode Submit(HalRequest request) override;
+  void SubmitBeginReinstall() override;
+  void SubmitEndReinstall() override;
 
  private:
   class Connection;

@@ -1,6 +1,8 @@
 #include "reference/wire/frame.h"
 
+#include <algorithm>
 #include <boost/endian/conversion.hpp>
+#include <limits>
 
 #include "reference/hal/hal_request.h"
 
@@ -9,7 +11,7 @@ namespace {
 
 constexpr int kTypeShift = 24;
 constexpr std::size_t kNumberSize = 4;
-constexpr std::size_t kResultSize = 3 * kNumberSize;
+constexpr std::size_t kResultSize = 4 * kNumberSize;
 
 constexpr std::uint8_t kFirstRequest = 3;
 constexpr std::uint8_t kLastRequest = 15;
@@ -49,18 +51,20 @@ void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payloa
   out->append(payload);
 }
 
-void AppendResult(std::uint32_t sequence, HalReturnCode code, std::uint32_t id,
-                  std::uint32_t secondary_id, std::string* out) {
+void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out) {
+  constexpr std::chrono::nanoseconds kLongest{std::numeric_limits<std::uint32_t>::max()};
   AppendHeader(FrameType::kResult, sequence, kResultSize, out);
-  AppendNumber(static_cast<std::uint32_t>(code), out);
-  AppendNumber(id, out);
-  AppendNumber(secondary_id, out);
+  AppendNumber(static_cast<std::uint32_t>(result.code), out);
+  AppendNumber(result.id, out);
+  AppendNumber(result.secondary_id, out);
+  AppendNumber(static_cast<std::uint32_t>(std::min(result.hal_time, kLongest).count()), out);
 }
 
 std::optional<ResultPayload> ParseResult(std::string_view payload) {
   if (payload.size() != kResultSize) return std::nullopt;
   return ResultPayload{static_cast<HalReturnCode>(NumberAt(payload, 0)),
-                       NumberAt(payload, kNumberSize), NumberAt(payload, 2 * kNumberSize)};
+                       NumberAt(payload, kNumberSize), NumberAt(payload, 2 * kNumberSize),
+                       std::chrono::nanoseconds(NumberAt(payload, 3 * kNumberSize))};
 }
 
 FrameSplitter::FrameSplitter(std::size_t max_payload) : max_payload_(max_payload) {}

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_WIRE_FRAME_H_
 #define ZUSKUX_REFERENCE_WIRE_FRAME_H_
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -26,8 +27,9 @@ enum class FrameType : std::uint8_t {
   /// Server: the conversation ends; payload is one line of text for the operator.
   kGoodbye = 2,
   // 3 to 15: requests; the values of `HalOperation`, payload is the kind's message.
-  /// Server: payload is code, id, secondary id (4 bytes each); the sequence is the request's. VRF
-  /// requests are answered too.
+  /// Server: payload is code, id, secondary id and how long the server had the request, in
+  /// nanoseconds, at most 2^32 - 1 (4 bytes each); the sequence is the request's. VRF requests are
+  /// answered too.
   kResult = 16,
   /// Client; no payload.
   kBeginReinstall = 17,
@@ -60,15 +62,16 @@ bool IsRequest(FrameType type);
 void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
                  std::string* out);
 
-/// Appends a `kResult` frame.
-void AppendResult(std::uint32_t sequence, HalReturnCode code, std::uint32_t id,
-                  std::uint32_t secondary_id, std::string* out);
-
 struct ResultPayload {
   HalReturnCode code{};
   std::uint32_t id = 0;
   std::uint32_t secondary_id = 0;
+  /// Not negative.
+  std::chrono::nanoseconds hal_time{0};
 };
+
+/// Appends a `kResult` frame.
+void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out);
 
 /// The payload of a `kResult` frame; nothing when it has another size.
 std::optional<ResultPayload> ParseResult(std::string_view payload);

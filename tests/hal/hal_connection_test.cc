@@ -30,9 +30,10 @@ class SubmittedRequests : public HalConnection {
 
   void Start(HalReports /*reports*/) override { ADD_FAILURE(); }
   bool HasRoom() override { return true; }
-  void BeginReinstall() override { ADD_FAILURE(); }
-  void EndReinstall() override { ADD_FAILURE(); }
+  void SubmitBeginReinstall() override { ADD_FAILURE(); }
+  void SubmitEndReinstall() override { ADD_FAILURE(); }
   HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
 
   const std::vector<std::pair<HalOperation, std::uint32_t>>& submitted() const {
     return submitted_;

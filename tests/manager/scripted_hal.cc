@@ -21,9 +21,9 @@ bool ScriptedHal::HasRoom() {
   return room_asked_;
 }
 
-void ScriptedHal::BeginReinstall() { log_.emplace_back("begin-reinstall"); }
+void ScriptedHal::SubmitBeginReinstall() { log_.emplace_back("begin-reinstall"); }
 
-void ScriptedHal::EndReinstall() { log_.emplace_back("end-reinstall"); }
+void ScriptedHal::SubmitEndReinstall() { log_.emplace_back("end-reinstall"); }
 
 void ScriptedHal::FindServer() {
   EXPECT_TRUE(outstanding_.empty()) << "every request to the server before has had its result";

@@ -17,9 +17,8 @@ class ScriptedHal : public HalConnection {
  public:
   void Start(HalReports reports) override;
   bool HasRoom() override;
-  void BeginReinstall() override;
-  void EndReinstall() override;
   HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
 
   /// The server is found; all results of the one before have been given.
   void FindServer();
@@ -44,6 +43,8 @@ class ScriptedHal : public HalConnection {
 
  protected:
   HalReturnCode Submit(HalRequest request) override;
+  void SubmitBeginReinstall() override;
+  void SubmitEndReinstall() override;
 
  private:
   void AnswerAt(std::size_t place, HalReturnCode code);

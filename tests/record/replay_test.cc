@@ -192,9 +192,10 @@ class SilentHal : public HalConnection {
     if (found_) reports.server_found();
   }
   bool HasRoom() override { return room_; }
-  void BeginReinstall() override {}
-  void EndReinstall() override {}
+  void SubmitBeginReinstall() override {}
+  void SubmitEndReinstall() override {}
   HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
 
  protected:
   HalReturnCode Submit(HalRequest /*request*/) override { return kHalSuccess; }

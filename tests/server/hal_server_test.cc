@@ -356,7 +356,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "payload of 4294967295 bytes is longer than the limit of 65536", 1},
         BadStream{"UnknownType", WithHello(FrameBytes(24, 0)), "unknown frame type 24", 1},
         BadStream{"SecondHello", WithHello(HelloBytes()), "unexpected frame of type 1", 1},
-        BadStream{"ServersFrame", WithHello(FrameBytes(16, 1, std::string(12, '\0'))),
+        BadStream{"ServersFrame", WithHello(FrameBytes(16, 1, std::string(16, '\0'))),
                   "unexpected frame of type 16", 1},
         BadStream{"HeartbeatWithPayload", WithHello(FrameBytes(kHeartbeat, 1, "x")),
                   "frame of type 20 with a payload of 1 bytes, which has none", 1},

@@ -24,6 +24,9 @@ struct RawFrame {
   int type = 0;
   std::uint32_t sequence = 0;
   std::string payload;
+  /// Of a result: how long the server had the request. Not part of `payload` there, and not
+  /// compared.
+  std::uint32_t hal_ns = 0;
 };
 
 inline bool operator==(const RawFrame& a, const RawFrame& b) {
@@ -50,7 +53,7 @@ inline std::string FrameBytes(int type, std::uint32_t sequence, std::string_view
 /// A client's hello of protocol version 1, from the program "test".
 inline std::string HelloBytes() { return FrameBytes(1, 0, "\x08\x01\x12\x04test"); }
 
-/// The frame of a result.
+/// The frame of a result, as it is compared.
 inline RawFrame Result(std::uint32_t sequence, std::uint32_t code, std::uint32_t id,
                        std::uint32_t secondary_id = 0) {
   return {16, sequence, Big(code) + Big(id) + Big(secondary_id)};
@@ -116,6 +119,10 @@ class RawClient {
     const std::uint32_t size = Number(header, 4);
     frame.payload = ReceiveBytes(size);
     if (frame.payload.size() < size) return std::nullopt;
+    if (frame.type == 16 && size == 16) {
+      frame.hal_ns = Number(frame.payload, 12);
+      frame.payload.resize(12);
+    }
     return frame;
   }
 

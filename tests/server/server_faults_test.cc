@@ -178,7 +178,7 @@ TEST(ServerFaults, CutsAResult) {
     client.Greet();
     client.Send(Installs(1, 3));
     EXPECT_EQ(client.Receive(), Result(1, 0, 1));
-    const std::string result = FrameBytes(16, 2, Result(2, 0, 2).payload);
+    const std::string result = FrameBytes(16, 2, Result(2, 0, 2).payload + std::string(4, '\0'));
     EXPECT_EQ(client.ReceiveBytes(100), result.substr(0, cut.bytes));
     EXPECT_EQ(server.Tables().size(HalKind::kVlan), 2U);
     EXPECT_EQ(Converse(&server, Installs(1, 3)), Successes(1, 3));

@@ -107,9 +107,9 @@ TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
   std::string frames;
   ASSERT_TRUE(queue.TakeFrames(&frames));
   EXPECT_EQ(queue.counters().queued, 2U);
-  EXPECT_TRUE(queue.Answer(0));
+  EXPECT_TRUE(queue.Answer(0, {}));
   EXPECT_EQ(queue.counters().queued, 1U);
-  EXPECT_TRUE(queue.Answer(1));
+  EXPECT_TRUE(queue.Answer(1, {}));
   EXPECT_EQ(queue.counters().queued, 0U);
   queue.Submit(Outstanding(3).request);
   EXPECT_EQ(queue.counters().queued, 1U);

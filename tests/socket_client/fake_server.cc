@@ -117,7 +117,7 @@ FakeServer::Frame FakeServer::NextOfAny() {
 
 void FakeServer::Answer(const Frame& request, std::uint32_t code) {
   std::string frame;
-  AppendResult(request.sequence, HalReturnCode{code}, IdIn(request), 0, &frame);
+  AppendResult(request.sequence, {HalReturnCode{code}, IdIn(request), 0, {}}, &frame);
   Send(frame);
 }
 

@@ -46,7 +46,7 @@ const std::vector<Conversation>& Conversations() {
        "HAL server closed, it sent no valid frame: unknown frame type 255"},
       {"TextBeforeHello", false, "HTTP/1.1 400 Bad Request\r\n",
        "HAL server closed, it sent no valid frame: unknown frame type 72"},
-      {"ResultBeforeHello", false, FrameOf(FrameType::kResult, std::string(12, '\0')),
+      {"ResultBeforeHello", false, FrameOf(FrameType::kResult, std::string(16, '\0')),
        "HAL server closed, it sent frame type 16 before its hello"},
       {"HelloThatDoesNotDecode", false, FrameOf(FrameType::kHello, "\xFF\xFF"),
        "HAL server closed, its hello does not decode"},
@@ -61,10 +61,10 @@ const std::vector<Conversation>& Conversations() {
       {"Oversize", true, Oversize(),
        "HAL server closed, it sent no valid frame: payload of 2147483647 bytes is longer than the "
        "limit of 65536"},
-      {"ShortResult", true, FrameOf(FrameType::kResult, std::string(11, '\0')),
-       "HAL server closed, it sent a result of 11 bytes"},
-      {"LongResult", true, FrameOf(FrameType::kResult, std::string(13, '\0')),
-       "HAL server closed, it sent a result of 13 bytes"},
+      {"ShortResult", true, FrameOf(FrameType::kResult, std::string(15, '\0')),
+       "HAL server closed, it sent a result of 15 bytes"},
+      {"LongResult", true, FrameOf(FrameType::kResult, std::string(17, '\0')),
+       "HAL server closed, it sent a result of 17 bytes"},
       {"SecondHello", true, HelloFrame(),
        "HAL server closed, it sent frame type 1, a second hello"},
       {"Request", true, FrameOf(FrameType{5}),
@@ -141,7 +141,7 @@ TEST(HostileServerTest, AnyHeaderByteOfAnyFrame) {
   SocketHal hal(Options(server, &log));
   hal.Start(reported.Reports());
   const std::vector<std::string> frames = {
-      FrameOf(FrameType::kGoodbye, "bye"), FrameOf(FrameType::kResult, std::string(12, '\0')),
+      FrameOf(FrameType::kGoodbye, "bye"), FrameOf(FrameType::kResult, std::string(16, '\0')),
       FrameOf(FrameType::kInSync), FrameOf(FrameType::kHeartbeat), HelloFrame()};
   for (const std::string& frame : frames) {
     for (std::size_t place = 0; place < kFrameHeaderSize; ++place) {

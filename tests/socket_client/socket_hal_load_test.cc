@@ -320,7 +320,7 @@ TEST(SocketHalTest, ManyRequestsInAFullQueue) {
   }
   ASSERT_TRUE(results.Await(kRequests));
   EXPECT_LE(hal.statistics().wake_ups, kRequests);
-  EXPECT_EQ(hal.statistics().server.count, kRequests);
+  EXPECT_EQ(hal.latencies().hal.count, kRequests);
   EXPECT_LE(hal.counters().queued_peak, 256U);
 }
 

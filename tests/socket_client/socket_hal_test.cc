@@ -193,7 +193,7 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersTwiceOrWithoutBeingAsked) {
   server_.Answer(request);
   server_.Answer(request);
   std::string unknown;
-  AppendResult(12345, kHalSuccess, 1, 0, &unknown);
+  AppendResult(12345, {kHalSuccess, 1, 0, {}}, &unknown);
   server_.Send(unknown);
   reported_.Await(2);
   Settle(2);
@@ -206,7 +206,7 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersForAnotherObject) {
   InstallVlan(hal, 1);
   InstallVlan(hal, 2);
   std::string other;
-  AppendResult(server_.Next().sequence, kHalSuccess, 7, 0, &other);
+  AppendResult(server_.Next().sequence, {kHalSuccess, 7, 0, {}}, &other);
   server_.Send(other);
   EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100"));
   EXPECT_EQ(log_.AwaitStart("HAL server closed"),
@@ -400,10 +400,12 @@ TEST_F(PromiseBounded, OneWakeUpAndOneWriteForAllThatWaits) {
   const SocketHalStatistics after = hal->statistics();
   EXPECT_EQ(after.wake_ups - before.wake_ups, 1U);
   EXPECT_EQ(after.writes - before.writes, 1U);
-  EXPECT_EQ(after.queue.count, 101U);
-  EXPECT_EQ(after.server.count, 101U);
-  EXPECT_GE(after.queue.p99, after.queue.p50);
-  EXPECT_GE(after.queue.max, after.queue.p99);
+  const HalLatencies latencies = hal->latencies();
+  EXPECT_EQ(latencies.queue.count, 101U);
+  EXPECT_EQ(latencies.wire.count, 101U);
+  EXPECT_EQ(latencies.hal.count, 101U);
+  EXPECT_GE(latencies.queue.p99, latencies.queue.p50);
+  EXPECT_GE(latencies.queue.max, latencies.queue.p99);
   EXPECT_EQ(hal->counters().queued_peak, 100U);
   EXPECT_EQ(hal->counters().queued, 0U);
 }
@@ -469,7 +471,7 @@ TEST_F(PromiseNoReportAfterTheEnd, ThoughTheServerFloods) {
   SocketHal* const hal = StartConnected(Options());
   std::thread flood([this] {
     std::string frames;
-    for (std::uint32_t i = 0; i < 1000; ++i) AppendResult(i, kHalSuccess, 1, 0, &frames);
+    for (std::uint32_t i = 0; i < 1000; ++i) AppendResult(i, {kHalSuccess, 1, 0, {}}, &frames);
     for (int i = 0; i < 100'000 && server_.Send(frames); ++i) {
     }
   });

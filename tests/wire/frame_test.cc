@@ -188,29 +188,38 @@ TEST(AppendFrame, CutsTheSequence) {
 
 TEST(AppendResult, WritesTheGoldenBytes) {
   std::string out = "before";
-  AppendResult(0xAB000100, kHalExists, 5, 0x01020304, &out);
+  AppendResult(0xAB000100, {kHalExists, 5, 0x01020304, std::chrono::nanoseconds(0x1122)}, &out);
   EXPECT_EQ(out, "before" + Bytes("\x10\x00\x01\x00"
-                                  "\x00\x00\x00\x0C"
+                                  "\x00\x00\x00\x10"
                                   "\x00\x00\x00\x03"
                                   "\x00\x00\x00\x05"
-                                  "\x01\x02\x03\x04"));
+                                  "\x01\x02\x03\x04"
+                                  "\x00\x00\x11\x22"));
+}
+
+TEST(AppendResult, CutsATimeThatIsTooLong) {
+  std::string out;
+  AppendResult(1, {kHalSuccess, 5, 0, std::chrono::seconds(5)}, &out);
+  EXPECT_EQ(out.substr(20), "\xFF\xFF\xFF\xFF");
 }
 
 TEST(ParseResult, ReadsTheGoldenBytes) {
   const auto result =
       ParseResult(Bytes("\xFF\x00\x00\x03"
                         "\x80\x00\x00\x05"
-                        "\x01\x02\x03\x04"));
+                        "\x01\x02\x03\x04"
+                        "\x80\x00\x00\x01"));
   ASSERT_TRUE(result);
+  EXPECT_EQ(result->hal_time, std::chrono::nanoseconds(0x80000001));
   EXPECT_EQ(static_cast<std::uint32_t>(result->code), 0xFF000003);
   EXPECT_EQ(result->id, 0x80000005);
   EXPECT_EQ(result->secondary_id, 0x01020304);
 }
 
-TEST(ParseResult, TakesTwelveBytesOnly) {
+TEST(ParseResult, TakesSixteenBytesOnly) {
   for (std::size_t size = 0; size < 32; ++size) {
     const std::vector<char> payload(size, 'x');
-    EXPECT_EQ(ParseResult({payload.data(), size}).has_value(), size == 12) << size;
+    EXPECT_EQ(ParseResult({payload.data(), size}).has_value(), size == 16) << size;
   }
 }
 
@@ -378,9 +387,9 @@ TEST(AppendFrame, DoesNotAllocateWithinItsBuffersCapacity) {
   out.reserve(1000);
   const std::size_t before = ::testing_support::AllocationCount();
   AppendFrame(FrameType::kGoodbye, 1, "so long", &out);
-  AppendResult(2, kHalSuccess, 3, 4, &out);
+  AppendResult(2, {kHalSuccess, 3, 4, {}}, &out);
   EXPECT_EQ(::testing_support::AllocationCount(), before);
-  EXPECT_EQ(out.size(), 8U + 7U + 8U + 12U);
+  EXPECT_EQ(out.size(), 8U + 7U + 8U + 16U);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "reference/socket_client/latency.h"
+#include "reference/hal/latency.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
-#ifndef ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
-#define ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
+#ifndef ZUSKUX_REFERENCE_HAL_REQUEST_OBSERVER_H_
+#define ZUSKUX_REFERENCE_HAL_REQUEST_OBSERVER_H_
 
 #include <cstdint>
 #include <string_view>
@@ -39,4 +39,4 @@ class RequestObserver {
 
 }  // namespace reference
 
-#endif  // ZUSKUX_REFERENCE_RECORD_REQUEST_OBSERVER_H_
+#endif  // ZUSKUX_REFERENCE_HAL_REQUEST_OBSERVER_H_

@@ -1,6 +1,6 @@
 /// Durations as percentiles.
 
-#include "reference/socket_client/latency.h"
+#include "reference/hal/latency.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_
-#define ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_
+#ifndef ZUSKUX_REFERENCE_HAL_LATENCY_H_
+#define ZUSKUX_REFERENCE_HAL_LATENCY_H_
 
 #include <array>
 #include <chrono>
@@ -15,6 +15,17 @@ struct StageLatency {
   std::chrono::nanoseconds p90{0};
   std::chrono::nanoseconds p99{0};
   std::chrono::nanoseconds max{0};
+};
+
+/// The way of a request, stage by stage. VRF requests count where the client hears of their end.
+struct HalLatencies {
+  /// From the request call until the HAL's side, or the socket, had taken the request.
+  StageLatency queue;
+  /// From then until the result had come, without the HAL's own time. Nothing for a HAL in the same
+  /// process.
+  StageLatency wire;
+  /// In the HAL: until the request was carried out.
+  StageLatency hal;
 };
 
 /// Counts durations in buckets of fixed number: eight for each power of two nanoseconds. Used by
@@ -40,4 +51,4 @@ class LatencyHistogram {
 
 }  // namespace reference
 
-#endif  // ZUSKUX_REFERENCE_SOCKET_CLIENT_LATENCY_H_
+#endif  // ZUSKUX_REFERENCE_HAL_LATENCY_H_
