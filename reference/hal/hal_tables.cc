@@ -156,4 +156,15 @@ std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
   return {table(kind).entries.begin(), table(kind).entries.end()};
 }
 
+TableEntries HalTables::Entries() const {
+  TableEntries entries;
+  for (std::size_t index = 0; index < kHalKinds; ++index) {
+    const auto kind = static_cast<HalKind>(index);
+    for (const auto& [id, payload] : table(kind).entries) {
+      entries.emplace(std::pair(kind, id), payload);
+    }
+  }
+  return entries;
+}
+
 }  // namespace reference

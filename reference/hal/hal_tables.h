@@ -9,6 +9,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
@@ -32,6 +33,9 @@ inline bool operator!=(const HalDigest& a, const HalDigest& b) { return !(a == b
 /// by the last step of splitmix64 so that the sum of many hashes keeps them apart. The same in
 /// every build.
 std::uint64_t EntryHash(std::uint32_t id, std::string_view payload);
+
+/// Serialised messages, by kind and id.
+using TableEntries = std::map<std::pair<HalKind, std::uint32_t>, std::string>;
 
 /// The forwarding tables behind a HAL server: what is installed, and the checks that hardware would
 /// make. Used by one thread at a time.
@@ -72,6 +76,8 @@ class HalTables {
 
   /// The entries of a table: serialised messages by id, in order of ids.
   std::map<std::uint32_t, std::string> Entries(HalKind kind) const;
+  /// Those of all tables.
+  TableEntries Entries() const;
 
  private:
   struct Table {

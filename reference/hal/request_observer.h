@@ -30,7 +30,7 @@ class RequestObserver {
   virtual void BeginReinstall() = 0;
   virtual void EndReinstall() = 0;
 
-  /// The HAL server was found, before it is reported.
+  /// The HAL server was found, before it is reported. Of a server: it begins, with empty tables.
   virtual void ServerFound() = 0;
 
   /// Something worth a line for the operator, without a line break.

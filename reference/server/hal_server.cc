@@ -6,7 +6,7 @@
 
 #include "reference/server/server_faults.h"
 #include "reference/server/session.h"
-#include "reference/server/unix_listener.h"
+#include "reference/wire/unix_listener.h"
 
 namespace reference {
 

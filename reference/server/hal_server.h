@@ -18,7 +18,8 @@ class RequestObserver;
 class ServerFaults;
 
 struct HalServerOptions {
-  /// Path of the Unix socket; made with permissions 0600. A socket that no server listens on is
+  /// Path of the Unix socket; made with permissions 0600, in a folder that is made when it is
+  /// missing. A socket that no server listens on is
   /// replaced.
   std::string path;
   std::size_t table_capacity = std::size_t{1} << 21;
@@ -63,12 +64,6 @@ class HalServer {
   // Shared with the handlers that are under way.
   std::shared_ptr<Impl> impl_;
 };
-
-/// Where the socket is when nobody says otherwise: "zuskux/hal.sock" under the user's runtime
-/// folder
-/// ($XDG_RUNTIME_DIR, if it is an absolute path), else "/tmp/zuskux-<uid>/hal.sock". The folder is
-/// made when it is missing.
-std::string DefaultHalSocketPath();
 
 }  // namespace reference
 

@@ -19,9 +19,12 @@
 #include <variant>
 #include <vector>
 
+#include "reference/record/recorder.h"
 #include "reference/server/fault_plan.h"
 #include "reference/server/hal_server.h"
 #include "reference/server/tables_command.h"
+#include "reference/socket_client/server_contents.h"
+#include "reference/wire/unix_listener.h"
 
 namespace {
 
@@ -63,6 +66,8 @@ po::options_description Options() {
        "longest request")                                                           //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
        "misbehave as the file says")                                                //
+      ("record", po::value<std::string>()->value_name("FILE"),                      //
+       "record all requests and results")                                           //
       ("quiet", "do not tell about connections")                                    //
       ("json", "with tables: as JSON")                                              //
       ("help", "show this help and exit")                                           //
@@ -98,7 +103,7 @@ bool IsTablesCommand(const po::variables_map& values) {
 // An option that the other command has is not one of this.
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
-      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "quiet"}
+      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet"}
                      : std::vector<std::string>{"json"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
@@ -119,7 +124,7 @@ std::size_t ReadNumber(const po::variables_map& values, const std::string& optio
 
 std::string SocketPath(const po::variables_map& values) {
   return values.count("socket") != 0 ? values["socket"].as<std::string>()
-                                     : reference::DefaultHalSocketPath();
+                                     : reference::DefaultSocketPath("hal.sock");
 }
 
 void Say(const std::string& line) { std::cerr << "zuskux-hal: " + line + '\n' << std::flush; }
@@ -160,7 +165,7 @@ int Serve(const HalServerOptions& options) {
 }
 
 int ShowTables(const po::variables_map& values) {
-  const auto contents = reference::ReadServerContents(SocketPath(values));
+  const auto contents = reference::ReadServerContents(SocketPath(values), "zuskux-hal tables");
   if (values.count("json") != 0) {
     PrintAsJson(contents, std::cout);
   } else {
@@ -191,6 +196,11 @@ int Run(const po::variables_map& values) {
   const auto faults = ReadFaults(values);
   if (!faults) return kBadUsage;
   options.faults = faults->get();
+  std::optional<reference::Recorder> recorder;
+  if (values.count("record") != 0) {
+    recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION);
+    options.observer = &*recorder;
+  }
   return Serve(options);
 }
 

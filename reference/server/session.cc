@@ -61,7 +61,9 @@ ServerState::ServerState(HalServerOptions server_options)
     : options(std::move(server_options)),
       tables(options.table_capacity),
       generation(NewGeneration()),
-      started(steady_clock::now()) {}
+      started(steady_clock::now()) {
+  if (options.observer != nullptr) options.observer->ServerFound();
+}
 
 wire::ServerStatus ServerState::Status() const {
   wire::ServerStatus status;
@@ -95,6 +97,7 @@ void ServerState::Crash() {
   requests = 0;
   connections = 0;
   refused_connections = 0;
+  if (options.observer != nullptr) options.observer->ServerFound();
 }
 
 Session::Session(Socket socket, std::shared_ptr<ServerState> state, std::uint64_t number,

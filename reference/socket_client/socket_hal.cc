@@ -9,6 +9,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
+#include <iomanip>
+#include <sstream>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -41,6 +43,12 @@ std::string Printable(std::string_view text) {
 }
 
 std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
+
+std::string Hex(std::uint64_t number) {
+  std::ostringstream text;
+  text << "0x" << std::hex << std::setw(16) << std::setfill('0') << number;
+  return text.str();
+}
 
 std::string HelloFrame() {
   wire::Hello hello;
@@ -365,7 +373,7 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   last_failure_.clear();
   repeated_reinstalls_ = 0;
   Log("connected to HAL server " + Printable(hello.program()) + ", generation " +
-      std::to_string(hello.generation()));
+      Hex(hello.generation()));
   queue_.Connect(hello.max_payload());
   ReportEnded();
   ReportServerFound();
@@ -449,7 +457,6 @@ void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code
 }
 
 void SocketHal::Connection::Log(const std::string& line) const {
-  if (stopping_) return;
   reporter_.Event(line);
   if (options_.log) options_.log(line);
 }

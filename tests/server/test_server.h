@@ -2,12 +2,10 @@
 #define ZUSKUX_TESTS_SERVER_TEST_SERVER_H_
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <chrono>
-#include <filesystem>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -21,24 +19,9 @@
 
 #include "reference/server/fault_plan.h"
 #include "reference/server/hal_server.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
-
-/// An empty folder of its own, removed at the end.
-class TestFolder {
- public:
-  TestFolder() : path_(std::filesystem::temp_directory_path() / "zuskux-test-XXXXXX") {
-    if (mkdtemp(path_.data()) == nullptr) std::abort();
-  }
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
-  ~TestFolder() { std::filesystem::remove_all(path_); }
-
-  std::string Path(const std::string& name) const { return path_ + '/' + name; }
-
- private:
-  std::string path_;
-};
 
 /// A HAL server in a thread of its own, in the test's process, until the end of the test.
 class TestServer {

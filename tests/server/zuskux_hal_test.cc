@@ -294,7 +294,7 @@ TEST_F(ZuskuxHalTest, TablesNeedAServer) {
     EXPECT_EQ(ended.output, "");
     EXPECT_THAT(ended.error,
                 AllOf(StartsWith("zuskux-hal: the HAL server on " + path + ": cannot connect: "),
-                      HasSubstr("; check that zuskux-hal runs and that --socket is its path\n")));
+                      HasSubstr("; check that zuskux-hal runs and that this is its socket\n")));
   }
 }
 

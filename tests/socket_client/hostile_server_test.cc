@@ -106,7 +106,7 @@ TEST_P(PromiseAnyBytes, CloseTheConnectionWithOneLineAndConnectAgain) {
   EXPECT_TRUE(server.AwaitClosed());
   server.AcceptAndGreet();
   reported.Await(GetParam().greeted ? 2 : 1);
-  const std::string connected = "connected to HAL server fake-hal 1, generation 7";
+  const std::string connected = "connected to HAL server fake-hal 1, generation 0x0000000000000007";
   if (GetParam().greeted) {
     EXPECT_THAT(log.Await(3), ElementsAre(connected, GetParam().line, connected));
   } else {

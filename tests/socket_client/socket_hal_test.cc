@@ -140,7 +140,7 @@ TEST_F(PromiseOneResult, WithoutAServer) {
   EXPECT_EQ(reported_.Await(3).back(), "found");
   EXPECT_THAT(log_.Await(2),
               ElementsAre("no HAL server at " + server_.path() + ": No such file or directory",
-                          "connected to HAL server fake-hal 1, generation 7"));
+                          "connected to HAL server fake-hal 1, generation 0x0000000000000007"));
 }
 
 TEST_F(PromiseOneResult, WhenTheServerIsLost) {

@@ -1,4 +1,4 @@
-#include "reference/server/unix_listener.h"
+#include "reference/wire/unix_listener.h"
 
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -96,10 +96,12 @@ void UnixListener::Listen() {
   if (error) Fail(error.value(), "cannot listen on " + path_);
 }
 
-std::string DefaultHalSocketPath() {
+std::string DefaultSocketPath(std::string_view name) {
   const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/zuskux/hal.sock";
-  return "/tmp/zuskux-" + std::to_string(getuid()) + "/hal.sock";
+  const bool has_runtime = runtime != nullptr && *runtime == '/';
+  const std::string folder = has_runtime ? std::string(runtime) + "/zuskux/"
+                                         : "/tmp/zuskux-" + std::to_string(getuid()) + '/';
+  return folder + std::string(name);
 }
 
 }  // namespace reference

@@ -1,11 +1,12 @@
-#ifndef ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_
-#define ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_
+#ifndef ZUSKUX_REFERENCE_WIRE_UNIX_LISTENER_H_
+#define ZUSKUX_REFERENCE_WIRE_UNIX_LISTENER_H_
 
 #include <sys/types.h>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <string>
+#include <string_view>
 
 namespace reference {
 
@@ -35,6 +36,11 @@ class UnixListener {
   ino_t inode_ = 0;
 };
 
+/// Where a program's socket is when nobody says otherwise: `name` in the folder "zuskux" of the
+/// user's runtime folder ($XDG_RUNTIME_DIR, if it is an absolute path), else in
+/// "/tmp/zuskux-<uid>".
+std::string DefaultSocketPath(std::string_view name);
+
 }  // namespace reference
 
-#endif  // ZUSKUX_REFERENCE_SERVER_UNIX_LISTENER_H_
+#endif  // ZUSKUX_REFERENCE_WIRE_UNIX_LISTENER_H_

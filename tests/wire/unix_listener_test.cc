@@ -1,4 +1,4 @@
-#include "reference/server/unix_listener.h"
+#include "reference/wire/unix_listener.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 #include "reference/server/hal_server.h"
 #include "tests/server/raw_client.h"
-#include "tests/server/test_server.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
 namespace {
@@ -142,16 +142,16 @@ class DefaultPathTest : public ::testing::Test {
 
 TEST_F(DefaultPathTest, IsUnderTheRuntimeFolder) {
   setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
-  EXPECT_EQ(DefaultHalSocketPath(), "/run/user/7/zuskux/hal.sock");
+  EXPECT_EQ(DefaultSocketPath("hal.sock"), "/run/user/7/zuskux/hal.sock");
 }
 
 TEST_F(DefaultPathTest, IsInTmpWithoutARuntimeFolder) {
   const std::string expected = "/tmp/zuskux-" + std::to_string(getuid()) + "/hal.sock";
   unsetenv("XDG_RUNTIME_DIR");
-  EXPECT_EQ(DefaultHalSocketPath(), expected);
+  EXPECT_EQ(DefaultSocketPath("hal.sock"), expected);
   for (const char* const useless : {"", "relative/folder"}) {
     setenv("XDG_RUNTIME_DIR", useless, 1);
-    EXPECT_EQ(DefaultHalSocketPath(), expected);
+    EXPECT_EQ(DefaultSocketPath("hal.sock"), expected);
   }
 }
 
