@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "interface_ids/interface_table.h"
 #include "zuskux/hai_dest_ecmp.h"
 #include "zuskux/hai_dest_host.h"
 #include "zuskux/hai_dest_mpls.h"
@@ -68,6 +69,14 @@ struct Destroy {
 };
 
 }  // namespace
+
+void SetInterfaces(const std::vector<SiteInterface>& interfaces) {
+  auto& table = interface_ids::InterfaceTable::Global();
+  table.Clear();
+  for (const SiteInterface& interface : interfaces) {
+    table.Set(interface.lim_id, {interface.name, interface.type, interface.ifindex});
+  }
+}
 
 void SendInstall(Destination* destination) { std::visit(Install(), *destination); }
 

@@ -2,10 +2,16 @@
 #define ZUSKUX_REFERENCE_MANAGER_ADAPTERS_H_
 
 #include <cstdint>
+#include <vector>
 
 #include "reference/manager/destination.h"
+#include "reference/site/site.h"
 
 namespace reference {
+
+/// Gives the platform what it is to know of the interfaces, instead of what it knew. Before the
+/// requests that name them.
+void SetInterfaces(const std::vector<SiteInterface>& interfaces);
 
 // One call of the library's adapter for the kind of `destination` each. A HAL client is registered.
 

@@ -1,10 +1,13 @@
 #include "reference/manager/command_line.h"
 
 #include <boost/program_options.hpp>
+#include <limits>
 #include <sstream>
+#include <string_view>
 
 #include "reference/manager/explain.h"
 #include "reference/manager/graph.h"
+#include "reference/wire/unix_listener.h"
 
 namespace reference {
 namespace {
@@ -13,16 +16,20 @@ namespace po = boost::program_options;
 
 constexpr std::int64_t kMaxTableSize = 1 << 30;
 constexpr std::int64_t kDefaultTableSize = 1 << 21;
+constexpr std::int64_t kDefaultDeadline = 30;
+constexpr std::int64_t kMaxDeadline = 24 * 60 * 60;
 constexpr unsigned kLineLength = 80;
+constexpr std::string_view kUnixPrefix = "unix:";
 
 po::options_description Options() {
-  po::options_description options("Options", kLineLength);
+  po::options_description options(kLineLength);
   const auto number = [](const char* name) { return po::value<std::int64_t>()->value_name(name); };
   const auto text = [](const char* name) { return po::value<std::string>()->value_name(name); };
   auto add = options.add_options();
   add("apply", po::value<std::vector<std::string>>()->value_name("FILE")->composing(),
       "when all is settled, go on to this site; repeatable");
   add("check", text("FILE"), "only read a site file and report its mistakes");
+  add("plan", "only show what would change in the HAL's tables");
   add("stay", "run on until SIGTERM; SIGHUP reads the site again");
   add("explain", text("KIND:ID"), "show why an object is not installed");
   add("json", "write the table of objects for programs");
@@ -30,7 +37,11 @@ po::options_description Options() {
   add("dump-hal", text("FILE"), "write the HAL's tables; - is standard output");
   add("trace", "show the trace lines on standard error");
   add("log-config", text("FILE"), "log as this zlog configuration says");
-  add("hal", text("HAL")->default_value("embedded"), "the HAL to use");
+  add("record", text("FILE"), "record all that goes to and comes from the HAL");
+  add("hal", text("HAL")->default_value("embedded"), "embedded, or unix:PATH for a zuskux-hal");
+  add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
+      "how long a zuskux-hal may take to answer");
+  add("control", text("PATH"), "control socket of --stay and status");
   add("table-size", number("N")->default_value(kDefaultTableSize), "entries of a HAL table");
   add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
   add("version", "show the version and exit");
@@ -65,9 +76,37 @@ void CheckGraph(const std::string& path) {
   }
 }
 
+std::optional<std::string> ReadHal(const po::variables_map& values) {
+  const auto& hal = values["hal"].as<std::string>();
+  if (hal == "embedded") return std::nullopt;
+  if (hal.rfind(kUnixPrefix, 0) != 0 || hal.size() == kUnixPrefix.size()) {
+    throw UsageError("--hal " + hal + " is not known; use embedded or unix:PATH");
+  }
+  if (!values["table-size"].defaulted()) {
+    throw UsageError("--table-size is the server's to say; use zuskux-hal --table-size");
+  }
+  if (values.count("restart-hal-after") != 0) {
+    throw UsageError("--restart-hal-after goes with --hal embedded; see zuskux-hal --fault");
+  }
+  return hal.substr(kUnixPrefix.size());
+}
+
+// What a plan would leave out of sight.
+void CheckPlan(const po::variables_map& values) {
+  for (const char* const option :
+       {"apply", "stay", "explain", "graph", "dump-hal", "record", "restart-hal-after"}) {
+    if (values.count(option) == 0) continue;
+    throw UsageError(std::string("--") + option + " does not go with --plan; leave it out");
+  }
+}
+
+std::vector<std::string> Words(const po::variables_map& values) {
+  if (values.count("site") == 0) return {};
+  return values["site"].as<std::vector<std::string>>();
+}
+
 std::vector<std::string> ReadSites(const po::variables_map& values) {
-  std::vector<std::string> sites;
-  if (values.count("site") != 0) sites = values["site"].as<std::vector<std::string>>();
+  std::vector<std::string> sites = Words(values);
   if (sites.empty()) throw UsageError("the site file is missing; write zuskux-manager SITE");
   if (sites.size() > 1) {
     throw UsageError(sites[1] + " is one file too many; write --apply " + sites[1] +
@@ -107,13 +146,18 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   line.help = values.count("help") != 0;
   line.version = values.count("version") != 0;
   line.check = Text(values, "check");
-  if (line.help || line.version || line.check) return line;
+  line.json = values.count("json") != 0;
+  line.control = Text(values, "control").value_or(DefaultSocketPath("manager.sock"));
+  line.status = Words(values) == std::vector<std::string>{"status"};
+  if (line.help || line.version || line.check || line.status) return line;
 
   line.sites = ReadSites(values);
   line.trace = values.count("trace") != 0;
   line.log_config = Text(values, "log-config");
   line.stay = values.count("stay") != 0;
-  line.json = values.count("json") != 0;
+  line.record = Text(values, "record");
+  line.plan = values.count("plan") != 0;
+  if (line.plan) CheckPlan(values);
   line.dump_hal = Text(values, "dump-hal");
   line.graph = Text(values, "graph");
   if (line.graph) CheckGraph(*line.graph);
@@ -123,16 +167,17 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     line.restart_hal_after = static_cast<std::uint64_t>(
         Number(values, "restart-hal-after", std::numeric_limits<std::int64_t>::max()));
   }
-  if (const auto hal = Text(values, "hal"); hal != "embedded") {
-    throw UsageError("--hal " + *hal + " is not known; use embedded");
-  }
+  line.hal_socket = ReadHal(values);
+  line.deadline = std::chrono::seconds(Number(values, "deadline", kMaxDeadline));
   return line;
 }
 
 std::string HelpText() {
   std::ostringstream text;
   text << "Usage: zuskux-manager SITE [options]\n"
-          "Brings a HAL to what a site file describes and shows what became of each object.\n\n"
+          "       zuskux-manager status [--control PATH] [--json]\n"
+          "Brings a HAL to what a site file describes and shows what became of each object,\n"
+          "or shows how a running manager stands.\n"
        << Options()
        << "\nExit status: 0 all in place, 3 some objects failed, 1 an error, 2 wrong usage.\n";
   return text.str();

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_COMMAND_LINE_H_
 #define ZUSKUX_REFERENCE_MANAGER_COMMAND_LINE_H_
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -14,6 +15,8 @@ namespace reference {
 
 /// What the command line asks for.
 struct CommandLine {
+  /// Show the status of a running manager.
+  bool status = false;
   /// The site and those to apply after it.
   std::vector<std::string> sites;
   /// Only read this one.
@@ -23,10 +26,18 @@ struct CommandLine {
 
   bool trace = false;
   std::optional<std::string> log_config;
+  /// Path of the HAL server's socket; nothing for the HAL in the process.
+  std::optional<std::string> hal_socket;
+  std::chrono::milliseconds deadline{0};
   std::size_t table_size = 0;
   /// Restart the HAL after so many results; 0 for not at all.
   std::uint64_t restart_hal_after = 0;
   bool stay = false;
+  /// Path of the control socket.
+  std::string control;
+  std::optional<std::string> record;
+  /// Only show what would change.
+  bool plan = false;
 
   bool json = false;
   std::optional<ObjectKey> explain;

@@ -5,7 +5,6 @@
 #include <optional>
 #include <utility>
 
-#include "interface_ids/interface_table.h"
 #include "reference/manager/adapters.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_callback.h"
@@ -18,14 +17,6 @@ constexpr int kSendBatch = 1024;
 
 // How often a request is sent that ends without a verdict on the object.
 constexpr std::uint8_t kMaxAttempts = 3;
-
-void SetInterfaces(const std::vector<SiteInterface>& interfaces) {
-  auto& table = interface_ids::InterfaceTable::Global();
-  table.Clear();
-  for (const SiteInterface& interface : interfaces) {
-    table.Set(interface.lim_id, {interface.name, interface.type, interface.ifindex});
-  }
-}
 
 HalAction NextAction(const Object& object) {
   if (!object.wanted) return HalAction::kDestroy;
@@ -75,6 +66,13 @@ void Manager::Apply(const Site& site) {
 
 bool Manager::settled() const { return server_found_ && !reinstalling_ && remaining_ == 0; }
 
+ManagerQueues Manager::queues() {
+  const std::lock_guard lock(inbox_mutex_);
+  return {{queue_.size(), due_peak_},
+          {outstanding_installs_ + outstanding_removals_, outstanding_peak_},
+          {inbox_.size(), inbox_peak_}};
+}
+
 void Manager::OnResult(const HalResult& result) { Put(result); }
 
 void Manager::OnReinstall(HalKind kind) { Put(kind); }
@@ -85,6 +83,7 @@ void Manager::Put(const Notification& notification) {
     const std::lock_guard lock(inbox_mutex_);
     first = inbox_.empty();
     inbox_.push_back(notification);
+    inbox_peak_ = std::max(inbox_peak_, inbox_.size());
   }
   if (first) boost::asio::post(*io_, [this] { Work(); });
 }
@@ -189,7 +188,9 @@ void Manager::MarkDue(Object* object) {
   if (!object->due && !object->outstanding) ++remaining_;
   object->due = true;
   object->state = ObjectState::kPending;
-  if (!object->outstanding) queue_.Add(object);
+  if (object->outstanding) return;
+  queue_.Add(object);
+  due_peak_ = std::max(due_peak_, queue_.size());
 }
 
 void Manager::ClearDue(Object* object) {
@@ -205,6 +206,7 @@ void Manager::SetOutstanding(Object* object, std::optional<HalAction> action) {
   count = begins ? count + 1 : count - 1;
   if (!object->due) remaining_ = begins ? remaining_ + 1 : remaining_ - 1;
   object->outstanding = action;
+  outstanding_peak_ = std::max(outstanding_peak_, outstanding_installs_ + outstanding_removals_);
 }
 
 void Manager::SendDue() {

@@ -35,6 +35,21 @@ struct ManagerEvents {
   std::function<void(std::uint64_t results)> results;
 };
 
+/// How many wait, now and at most so far.
+struct QueueDepth {
+  std::size_t now = 0;
+  std::size_t peak = 0;
+};
+
+struct ManagerQueues {
+  /// Objects whose next request can be sent.
+  QueueDepth due;
+  /// Objects whose result is awaited.
+  QueueDepth outstanding;
+  /// What the HAL has reported and has not been looked at.
+  QueueDepth inbox;
+};
+
 /// The destination manager: brings the HAL to what the site wants, whatever it held before, through
 /// the library's adapters.
 ///
@@ -66,6 +81,8 @@ class Manager : private NotificationSink {
   std::size_t remaining() const { return remaining_; }
 
   const DestDatabase& database() const { return database_; }
+
+  ManagerQueues queues();
 
  private:
   struct RoomNotice {};
@@ -111,6 +128,7 @@ class Manager : private NotificationSink {
   std::mutex inbox_mutex_;
   // Guarded by `inbox_mutex_`.
   std::vector<Notification> inbox_;
+  std::size_t inbox_peak_ = 0;
 
   DestDatabase database_;
   RequestQueue queue_;
@@ -124,6 +142,8 @@ class Manager : private NotificationSink {
   std::size_t remaining_ = 0;
   std::size_t outstanding_installs_ = 0;
   std::size_t outstanding_removals_ = 0;
+  std::size_t outstanding_peak_ = 0;
+  std::size_t due_peak_ = 0;
   std::uint64_t results_ = 0;
   bool server_found_ = false;
   bool reinstalling_ = false;

@@ -163,7 +163,15 @@ TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
       {{"a", "--table-size", "0"}, "--table-size 0 is out of range; use 1 to 1073741824"},
       {{"a", "--restart-hal-after", "-1"},
        "--restart-hal-after -1 is out of range; use 1 to 9223372036854775807"},
-      {{"a", "--hal", "x"}, "--hal x is not known; use embedded"},
+      {{"a", "--hal", "x"}, "--hal x is not known; use embedded or unix:PATH"},
+      {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded or unix:PATH"},
+      {{"a", "--hal", "unix:s", "--table-size", "5"},
+       "--table-size is the server's to say; use zuskux-hal --table-size"},
+      {{"a", "--hal", "unix:s", "--restart-hal-after", "5"},
+       "--restart-hal-after goes with --hal embedded; see zuskux-hal --fault"},
+      {{"a", "--deadline", "0"}, "--deadline 0 is out of range; use 1 to 86400"},
+      {{"a", "--plan", "--apply", "b"}, "--apply does not go with --plan; leave it out"},
+      {{"a", "--plan", "--record", "b"}, "--record does not go with --plan; leave it out"},
       {{"a", "--wrong"}, "unrecognised option '--wrong'; see zuskux-manager --help"},
   };
   for (const Case& wrong : cases) {

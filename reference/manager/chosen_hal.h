@@ -1,0 +1,57 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_CHOSEN_HAL_H_
+#define ZUSKUX_REFERENCE_MANAGER_CHOSEN_HAL_H_
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "reference/hal/embedded_hal.h"
+#include "reference/hal/hal_connection.h"
+#include "reference/hal/hal_tables.h"
+
+namespace reference {
+
+struct HalChoice {
+  /// Path of the server's socket; nothing for the HAL in the process.
+  std::optional<std::string> socket;
+  /// Entries of each table of the HAL in the process.
+  std::size_t table_size = 0;
+  /// A request that the server has not answered after so long ends with `kHalDeadline`.
+  std::chrono::milliseconds deadline{0};
+  /// Told the events of a socket's connection, on the connection's thread.
+  std::function<void(const std::string& line)> log;
+};
+
+/// The HAL that the operator chose, in the process or behind a socket. Used on the manager's
+/// thread.
+class ChosenHal {
+ public:
+  /// Throws `boost::system::system_error` for a path that is too long.
+  explicit ChosenHal(const HalChoice& choice);
+
+  HalConnection* connection() { return connection_.get(); }
+  const HalConnection& connection() const { return *connection_; }
+  /// Null for a HAL behind a socket.
+  EmbeddedHal* embedded() { return embedded_; }
+  /// "embedded" or "unix:PATH".
+  const std::string& name() const { return name_; }
+
+  /// Waits until everything that was sent has been carried out, also what has no result. Throws
+  /// `std::runtime_error` when that takes too long.
+  void AwaitEnd() const;
+
+  /// What the HAL holds. Throws `std::runtime_error` where it cannot be read.
+  TableEntries ReadTables() const;
+
+ private:
+  const std::optional<std::string> socket_;
+  const std::string name_;
+  std::unique_ptr<HalConnection> connection_;
+  EmbeddedHal* embedded_ = nullptr;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_CHOSEN_HAL_H_

@@ -1,0 +1,137 @@
+#include "reference/manager/plan.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "reference/hal/hal_connection.h"
+#include "reference/hal/message_text.h"
+#include "reference/manager/adapters.h"
+#include "reference/manager/dest_database.h"
+#include "reference/manager/request_queue.h"
+#include "zuskux/hai.h"
+
+namespace reference {
+namespace {
+
+constexpr std::array<std::string_view, 3> kChangeNames = {"install", "replace", "remove"};
+
+std::string_view ChangeName(PlannedChange change) {
+  return kChangeNames.at(static_cast<std::size_t>(change));
+}
+
+/// The library's HAL client as long as it lives. Keeps the last request.
+class RequestKeeper : public HalConnection {
+ public:
+  RequestKeeper() { dest_mng::Hai::GetInstance()->set_client(this); }
+  RequestKeeper(const RequestKeeper&) = delete;
+  RequestKeeper& operator=(const RequestKeeper&) = delete;
+  ~RequestKeeper() override { dest_mng::Hai::GetInstance()->set_client(nullptr); }
+
+  const HalRequest& request() const { return request_; }
+
+  void Start(HalReports /*reports*/) override {}
+  bool HasRoom() override { return true; }
+  HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
+
+ protected:
+  HalReturnCode Submit(HalRequest request) override {
+    request_ = std::move(request);
+    return kHalSuccess;
+  }
+  void SubmitBeginReinstall() override {}
+  void SubmitEndReinstall() override {}
+
+ private:
+  HalRequest request_;
+};
+
+std::size_t Count(const Plan& plan, PlannedChange change) {
+  return static_cast<std::size_t>(
+      std::count_if(plan.steps.begin(), plan.steps.end(),
+                    [change](const PlanStep& step) { return step.change == change; }));
+}
+
+void WriteMessage(const char* label, HalKind kind, const std::string& payload, std::ostream* out) {
+  if (!payload.empty()) *out << "         " << label << MessageText(kind, payload) << '\n';
+}
+
+}  // namespace
+
+Plan MakePlan(const Site& site, const TableEntries& present) {
+  SetInterfaces(site.interfaces);
+  DestDatabase database;
+  RequestQueue queue;
+  for (Object* const object : database.Replace(site).changed) queue.Add(object);
+
+  Plan plan;
+  TableEntries left = present;
+  std::set<std::pair<HalKind, std::uint32_t>> named;
+  RequestKeeper keeper;
+  while (!queue.empty()) {
+    Object* const object = database.Find(queue.front());
+    queue.Remove(object);
+    SendInstall(&object->content);
+    const HalRequest& request = keeper.request();
+    const HalKind kind = object->key.kind;
+    // VRFs may share a numeric id, under which the HAL has them once.
+    if (!named.emplace(kind, request.id).second) continue;
+    const auto entry = left.find({kind, request.id});
+    if (entry == left.end()) {
+      plan.steps.push_back(
+          {PlannedChange::kInstall, kind, request.id, object->name, {}, request.payload});
+      continue;
+    }
+    if (entry->second == request.payload) {
+      ++plan.unchanged;
+    } else {
+      plan.steps.push_back({PlannedChange::kReplace, kind, request.id, object->name, entry->second,
+                            request.payload});
+    }
+    left.erase(entry);
+  }
+  for (const auto& [key, payload] : left) {
+    plan.steps.push_back({PlannedChange::kRemove, key.first, key.second, {}, payload, {}});
+  }
+  return plan;
+}
+
+void WritePlan(const Plan& plan, std::ostream* out) {
+  for (const PlanStep& step : plan.steps) {
+    *out << ChangeName(step.change) << "  " << HalKindName(step.kind) << ' ' << step.id;
+    if (!step.name.empty()) *out << "  " << step.name;
+    *out << '\n';
+    const bool both = step.change == PlannedChange::kReplace;
+    WriteMessage(both ? "from " : "", step.kind, step.present, out);
+    WriteMessage(both ? "to   " : "", step.kind, step.wanted, out);
+  }
+  *out << Count(plan, PlannedChange::kInstall) << " to install, "
+       << Count(plan, PlannedChange::kReplace) << " to replace, "
+       << Count(plan, PlannedChange::kRemove) << " to remove, " << plan.unchanged << " unchanged\n";
+}
+
+void WritePlanAsJson(const Plan& plan, std::ostream* out) {
+  nlohmann::ordered_json json;
+  json["steps"] = nlohmann::ordered_json::array();
+  for (const PlanStep& step : plan.steps) {
+    nlohmann::ordered_json entry;
+    entry["change"] = ChangeName(step.change);
+    entry["kind"] = HalKindName(step.kind);
+    entry["id"] = step.id;
+    if (!step.name.empty()) entry["name"] = step.name;
+    if (!step.present.empty()) entry["present"] = MessageText(step.kind, step.present);
+    if (!step.wanted.empty()) entry["wanted"] = MessageText(step.kind, step.wanted);
+    json["steps"].push_back(std::move(entry));
+  }
+  json["summary"] = {{"install", Count(plan, PlannedChange::kInstall)},
+                     {"replace", Count(plan, PlannedChange::kReplace)},
+                     {"remove", Count(plan, PlannedChange::kRemove)},
+                     {"unchanged", plan.unchanged}};
+  *out << json.dump(1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+}  // namespace reference

@@ -1,0 +1,284 @@
+#include "reference/manager/run.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+#include "reference/hal/message_text.h"
+#include "reference/manager/explain.h"
+#include "reference/manager/graph.h"
+#include "reference/manager/manager.h"
+#include "reference/manager/progress.h"
+#include "reference/manager/report.h"
+#include "reference/manager/status.h"
+#include "reference/record/recorder.h"
+#include "reference/site/site_reader.h"
+
+namespace reference {
+namespace {
+
+constexpr std::chrono::milliseconds kProgressInterval{100};
+constexpr std::chrono::seconds kServerPatience{5};
+
+bool OnTerminal() { return isatty(STDERR_FILENO) != 0; }
+
+std::string Seconds(std::chrono::steady_clock::duration time) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(3)
+       << std::chrono::duration_cast<std::chrono::duration<double>>(time).count() << " s";
+  return text.str();
+}
+
+/// One run of the manager with its HAL, on the calling thread.
+class Run {
+ public:
+  /// `sites` are those of the command line, in their order.
+  Run(const CommandLine& line, std::vector<Site> sites)
+      : line_(line),
+        sites_(std::move(sites)),
+        manager_(&io_, {[this] { Settled(); }, [this] { Reinstalling(); },
+                        [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
+                        [this](std::uint64_t results) { GotResult(results); }}),
+        hal_(HalChoiceOf(line)) {
+    if (!line.record) return;
+    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION);
+    hal_.connection()->Observe(&*recorder_);
+  }
+
+  /// Returns the exit status.
+  int Execute() {
+    if (line_.stay) {
+      CatchSignals();
+      status_server_.emplace(&io_, line_.control, [this] { return Status(); });
+    } else {
+      GiveUpWithoutServer();
+    }
+    ApplyNext();
+    manager_.Start(hal_.connection());
+    io_.run();
+    progress_.reset();
+    status_server_.reset();
+    return Finish();
+  }
+
+ private:
+  void ApplyNext() {
+    Apply(sites_[applied_]);
+    // Its objects are in the database now.
+    sites_[applied_++] = Site();
+  }
+
+  void Apply(const Site& site) {
+    if (recorder_) RecordInterfaces(site);
+    ShowProgress("installing");
+    manager_.Apply(site);
+    UpdateProgress();
+  }
+
+  void RecordInterfaces(const Site& site) {
+    for (const SiteInterface& interface : site.interfaces) {
+      recorder_->Interface(interface.lim_id, interface.name, interface.type, interface.ifindex);
+    }
+  }
+
+  // Nobody would wait for a server that is not there, except who stays.
+  void GiveUpWithoutServer() {
+    server_timer_.expires_after(kServerPatience);
+    server_timer_.async_wait([this](const boost::system::error_code& error) {
+      if (error || hal_.connection()->counters().servers_found != 0) return;
+      throw std::runtime_error("no HAL server was found at " + hal_.name() +
+                               "; start one with zuskux-hal --socket PATH");
+    });
+  }
+
+  std::string Status() {
+    const auto uptime = std::chrono::steady_clock::now() - start_;
+    const StatusHead head = {line_.sites[applied_ == 0 ? 0 : applied_ - 1], hal_.name(),
+                             std::chrono::duration_cast<std::chrono::milliseconds>(uptime)};
+    return StatusAsJson(head, &manager_, *hal_.connection());
+  }
+
+  void Settled() {
+    // The HAL that is in place is the one before the restart.
+    if (restarting_) return;
+    HideProgress();
+    if (applied_ < sites_.size()) {
+      ApplyNext();
+    } else if (line_.stay) {
+      Say("settled: " + Summary(manager_.database()).text());
+    } else {
+      io_.stop();
+    }
+  }
+
+  void Reinstalling() {
+    restarting_ = false;
+    if (reinstalls_++ == 0) return;
+    ShowProgress("reinstalling");
+    UpdateProgress();
+  }
+
+  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
+    // The first one is the start.
+    if (reinstalls_ == 1) return;
+    Say("reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
+  }
+
+  void GotResult(std::uint64_t results) {
+    if (results == line_.restart_hal_after) Restart();
+  }
+
+  void Restart() {
+    if (hal_.embedded() == nullptr) {
+      Say("the HAL is a program of its own; restart zuskux-hal instead");
+      return;
+    }
+    Say("restarting the HAL");
+    restarting_ = true;
+    hal_.embedded()->Restart();
+  }
+
+  void ShowProgress(const char* what) {
+    progress_.emplace(what, &std::cerr, OnTerminal());
+    progress_total_ = 0;
+  }
+
+  void UpdateProgress() {
+    // A reinstall may add to what there was to do.
+    progress_total_ = std::max(progress_total_, manager_.remaining());
+    progress_->Set(progress_total_ - manager_.remaining(), progress_total_);
+    progress_timer_.expires_after(kProgressInterval);
+    progress_timer_.async_wait([this](const boost::system::error_code& error) {
+      if (!error && progress_) UpdateProgress();
+    });
+  }
+
+  void HideProgress() {
+    progress_.reset();
+    progress_timer_.cancel();
+  }
+
+  void CatchSignals() {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) signals_.add(signal);
+    WaitForSignal();
+  }
+
+  void WaitForSignal() {
+    signals_.async_wait([this](const boost::system::error_code& error, int signal) {
+      if (error) return;
+      if (signal == SIGHUP) {
+        ReadAgain();
+      } else if (signal == SIGUSR1) {
+        Restart();
+      } else {
+        io_.stop();
+        return;
+      }
+      WaitForSignal();
+    });
+  }
+
+  void ReadAgain() {
+    const std::string& path = line_.sites[applied_ - 1];
+    if (const auto site = ReadSiteOrSay(path)) {
+      Say("applying " + path);
+      Apply(*site);
+    } else {
+      Say("keeping the site as it was; correct " + path + " and send SIGHUP again");
+    }
+  }
+
+  int Finish() {
+    const DestDatabase& database = manager_.database();
+    // A manager that was ended may have left anything undone.
+    if (!line_.stay) hal_.AwaitEnd();
+    if (line_.dump_hal) Dump();
+    if (line_.graph) WriteGraph(database, *line_.graph);
+    if (line_.explain) {
+      const auto text = Explain(database, *line_.explain);
+      if (!text) {
+        Say("there is no " + KeyText(*line_.explain) + "; the table without --explain lists all");
+        return kExitUsage;
+      }
+      std::cout << *text;
+    } else if (line_.json) {
+      WriteJson(database, &std::cout);
+    } else {
+      WriteTable(database, &std::cout);
+    }
+    std::cout.flush();
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+    return Summary(database).complete() ? EXIT_SUCCESS : kExitIncomplete;
+  }
+
+  void Dump() {
+    const TableEntries entries = hal_.ReadTables();
+    if (*line_.dump_hal == "-") {
+      DumpEntries(entries, &std::cout);
+      return;
+    }
+    std::ofstream file(*line_.dump_hal);
+    DumpEntries(entries, &file);
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + *line_.dump_hal);
+  }
+
+  const CommandLine& line_;
+  std::vector<Site> sites_;
+  std::size_t applied_ = 0;
+  std::size_t reinstalls_ = 0;
+  bool restarting_ = false;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+
+  boost::asio::io_context io_;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
+      io_.get_executor()};
+  boost::asio::signal_set signals_{io_};
+  boost::asio::steady_timer progress_timer_{io_};
+  boost::asio::steady_timer server_timer_{io_};
+  std::optional<StatusServer> status_server_;
+  std::optional<Progress> progress_;
+  std::size_t progress_total_ = 0;
+  Manager manager_;
+  // Outlives the HAL, which ends before the manager.
+  std::optional<Recorder> recorder_;
+  ChosenHal hal_;
+};
+
+}  // namespace
+
+void Say(const std::string& text) { std::cerr << "zuskux-manager: " + text + '\n' << std::flush; }
+
+std::optional<Site> ReadSiteOrSay(const std::string& path) {
+  const Progress progress("reading " + path, &std::cerr, OnTerminal());
+  auto result = ReadSiteFile(path);
+  if (auto* const site = std::get_if<Site>(&result)) return std::move(*site);
+  for (const SiteError& error : std::get<std::vector<SiteError>>(result)) {
+    std::cerr << FormatSiteError(path, error) << '\n';
+  }
+  return std::nullopt;
+}
+
+HalChoice HalChoiceOf(const CommandLine& line) {
+  return {line.hal_socket, line.table_size, line.deadline, Say};
+}
+
+int RunManager(const CommandLine& line, std::vector<Site> sites) {
+  return Run(line, std::move(sites)).Execute();
+}
+
+}  // namespace reference

@@ -1,0 +1,34 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_RUN_H_
+#define ZUSKUX_REFERENCE_MANAGER_RUN_H_
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reference/manager/chosen_hal.h"
+#include "reference/manager/command_line.h"
+#include "reference/site/site.h"
+
+namespace reference {
+
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+inline constexpr int kExitIncomplete = 3;
+
+/// Writes a line to standard error, in one piece.
+void Say(const std::string& text);
+
+/// The site of a file; nothing after every mistake in it has been shown on standard error.
+std::optional<Site> ReadSiteOrSay(const std::string& path);
+
+HalChoice HalChoiceOf(const CommandLine& line);
+
+/// Runs a manager with its HAL on the calling thread until all is settled, or until a signal ends
+/// it, and shows what became of the objects. `sites` are those of the command line, in their order.
+/// Returns the exit status; throws `std::exception` for what cannot be done, with a text for the
+/// operator.
+int RunManager(const CommandLine& line, std::vector<Site> sites);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_RUN_H_

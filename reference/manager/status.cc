@@ -1,0 +1,249 @@
+#include "reference/manager/status.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/system/system_error.hpp>
+#include <cstddef>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "reference/manager/report.h"
+#include "reference/wire/unix_listener.h"
+
+namespace reference {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using boost::asio::local::stream_protocol;
+using boost::system::error_code;
+
+constexpr std::chrono::seconds kTimeout{10};
+// After a client could not be accepted, for want of file descriptors for example.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+using StandingCounts = std::array<std::size_t, kStandings>;
+
+Json ObjectsAsJson(const DestDatabase& database) {
+  std::array<StandingCounts, kHalKinds> counts{};
+  for (const auto& [key, object] : database.objects()) {
+    ++counts.at(static_cast<std::size_t>(key.kind))
+          .at(static_cast<std::size_t>(StandingOf(object)));
+  }
+  Json kinds;
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    Json& standings = kinds[std::string(HalKindName(static_cast<HalKind>(kind)))];
+    for (std::size_t standing = 0; standing < kStandings; ++standing) {
+      const auto name = StandingName(static_cast<Standing>(standing));
+      standings[std::string(name)] = counts.at(kind).at(standing);
+    }
+  }
+  return kinds;
+}
+
+Json DepthAsJson(const QueueDepth& depth) { return {{"now", depth.now}, {"peak", depth.peak}}; }
+
+Json StageAsJson(const StageLatency& stage) {
+  return {{"count", stage.count},
+          {"p50_ns", stage.p50.count()},
+          {"p90_ns", stage.p90.count()},
+          {"p99_ns", stage.p99.count()},
+          {"max_ns", stage.max.count()}};
+}
+
+using Cells = std::vector<std::string>;
+
+// Left-aligned first column, the others right-aligned.
+void WriteColumns(const std::vector<Cells>& rows, std::ostream* out) {
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const Cells& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  *out << '\n';
+  for (const Cells& row : rows) {
+    *out << std::left << std::setw(static_cast<int>(widths[0])) << row[0] << std::right;
+    for (std::size_t i = 1; i < row.size(); ++i) {
+      *out << std::setw(static_cast<int>(widths[i] + 2)) << row[i];
+    }
+    *out << '\n';
+  }
+}
+
+std::string Upper(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  });
+  return text;
+}
+
+std::string Number(const Json& number) { return std::to_string(number.get<std::uint64_t>()); }
+
+std::string Microseconds(const Json& nanoseconds) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(1) << nanoseconds.get<double>() / 1000;
+  return text.str();
+}
+
+void WriteObjects(const Json& objects, std::ostream* out) {
+  std::vector<Cells> rows = {{"KIND"}};
+  for (const auto& [name, count] : objects.front().items()) rows[0].push_back(Upper(name));
+  for (const auto& [kind, standings] : objects.items()) {
+    rows.push_back({kind});
+    for (const Json& count : standings) rows.back().push_back(Number(count));
+  }
+  WriteColumns(rows, out);
+}
+
+void WriteQueues(const Json& queues, std::ostream* out) {
+  std::vector<Cells> rows = {{"QUEUE", "NOW", "PEAK"}};
+  for (const auto& [name, depth] : queues.items()) {
+    rows.push_back({name, Number(depth.at("now")), Number(depth.at("peak"))});
+  }
+  WriteColumns(rows, out);
+}
+
+void WriteStages(const Json& stages, std::ostream* out) {
+  std::vector<Cells> rows = {{"STAGE", "COUNT", "P50 us", "P90 us", "P99 us", "MAX us"}};
+  for (const auto& [name, stage] : stages.items()) {
+    rows.push_back({name, Number(stage.at("count")), Microseconds(stage.at("p50_ns")),
+                    Microseconds(stage.at("p90_ns")), Microseconds(stage.at("p99_ns")),
+                    Microseconds(stage.at("max_ns"))});
+  }
+  WriteColumns(rows, out);
+}
+
+}  // namespace
+
+std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
+  const HalConnectionCounters counters = hal.counters();
+  const HalLatencies latencies = hal.latencies();
+  const ManagerQueues queues = manager->queues();
+  Json json;
+  json["program"] = "zuskux-manager " ZUSKUX_VERSION;
+  json["uptime_ms"] = head.uptime.count();
+  json["site"] = head.site;
+  json["settled"] = manager->settled();
+  json["objects"] = ObjectsAsJson(manager->database());
+  json["queues"] = {{"due", DepthAsJson(queues.due)},
+                    {"outstanding", DepthAsJson(queues.outstanding)},
+                    {"inbox", DepthAsJson(queues.inbox)},
+                    {"hal client", DepthAsJson({counters.queued, counters.queued_peak})}};
+  // The first server that is found is no restart.
+  const std::uint64_t restarts = counters.servers_found == 0 ? 0 : counters.servers_found - 1;
+  json["hal"] = {{"name", head.hal},
+                 {"restarts", restarts},
+                 {"requests", counters.requests},
+                 {"results", counters.results},
+                 {"late_results_dropped", counters.late_results},
+                 {"unfinished", counters.unfinished}};
+  json["stages"] = {{"queue", StageAsJson(latencies.queue)},
+                    {"wire", StageAsJson(latencies.wire)},
+                    {"hal", StageAsJson(latencies.hal)}};
+  return json.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+void WriteStatus(const std::string& text, std::ostream* out) {
+  try {
+    const Json json = Json::parse(text);
+    const Json& hal = json.at("hal");
+    *out << json.at("program").get<std::string>() << ", up " << std::fixed << std::setprecision(1)
+         << json.at("uptime_ms").get<double>() / 1000 << " s, "
+         << (json.at("settled").get<bool>() ? "settled" : "at work") << '\n'
+         << "site " << json.at("site").get<std::string>() << '\n'
+         << "hal " << hal.at("name").get<std::string>() << ", restarts "
+         << Number(hal.at("restarts")) << ", requests " << Number(hal.at("requests"))
+         << ", results " << Number(hal.at("results")) << ", late results dropped "
+         << Number(hal.at("late_results_dropped")) << ", unfinished "
+         << Number(hal.at("unfinished")) << '\n';
+    WriteObjects(json.at("objects"), out);
+    WriteQueues(json.at("queues"), out);
+    WriteStages(json.at("stages"), out);
+  } catch (const Json::exception& error) {
+    throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
+  }
+}
+
+class StatusServer::Impl : public std::enable_shared_from_this<Impl> {
+ public:
+  Impl(boost::asio::io_context* io, const std::string& path, std::function<std::string()> status)
+      : listener_(std::make_unique<UnixListener>(io, path)),
+        retry_(*io),
+        status_(std::move(status)) {}
+
+  void Accept() {
+    listener_->acceptor().async_accept(
+        [self = shared_from_this()](const error_code& error, stream_protocol::socket socket) {
+          if (self->listener_ == nullptr) return;
+          if (error) return self->AcceptLater();
+          Send(std::move(socket), self->status_());
+          self->Accept();
+        });
+  }
+
+  void Stop() {
+    listener_.reset();
+    retry_.cancel();
+  }
+
+ private:
+  void AcceptLater() {
+    retry_.expires_after(kAcceptPause);
+    retry_.async_wait([self = shared_from_this()](const error_code& error) {
+      if (!error && self->listener_ != nullptr) self->Accept();
+    });
+  }
+
+  // A status is shorter than what a socket takes, so that this ends whether or not it is read.
+  static void Send(stream_protocol::socket socket, std::string status) {
+    auto shared = std::make_shared<std::pair<stream_protocol::socket, std::string>>(
+        std::move(socket), std::move(status));
+    boost::asio::async_write(shared->first, boost::asio::buffer(shared->second),
+                             [shared](const error_code&, std::size_t) {});
+  }
+
+  // Null once the server has stopped.
+  std::unique_ptr<UnixListener> listener_;
+  boost::asio::steady_timer retry_;
+  const std::function<std::string()> status_;
+};
+
+StatusServer::StatusServer(boost::asio::io_context* io, const std::string& path,
+                           std::function<std::string()> status)
+    : impl_(std::make_shared<Impl>(io, path, std::move(status))) {
+  impl_->Accept();
+}
+
+StatusServer::~StatusServer() { impl_->Stop(); }
+
+std::string ReadStatus(const std::string& path) {
+  const auto fail = [&path](const std::string& what) {
+    throw std::runtime_error("the manager on " + path + ": " + what +
+                             "; check that zuskux-manager --stay runs and that this is its "
+                             "control socket");
+  };
+  stream_protocol::iostream stream;
+  stream.expires_after(kTimeout);
+  try {
+    stream.connect(stream_protocol::endpoint(path));
+  } catch (const boost::system::system_error& error) {
+    // The address does not hold every path.
+    fail("cannot connect: " + error.code().message());
+  }
+  if (!stream) fail("cannot connect: " + stream.error().message());
+  std::ostringstream status;
+  status << stream.rdbuf();
+  if (stream.error() && stream.error() != boost::asio::error::eof) {
+    fail("no answer: " + stream.error().message());
+  }
+  return status.str();
+}
+
+}  // namespace reference

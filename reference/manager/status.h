@@ -1,0 +1,60 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_STATUS_H_
+#define ZUSKUX_REFERENCE_MANAGER_STATUS_H_
+
+#include <boost/asio/io_context.hpp>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "reference/hal/hal_connection.h"
+#include "reference/manager/manager.h"
+
+namespace reference {
+
+/// What a manager says about itself besides what its parts tell.
+struct StatusHead {
+  /// The site file in force.
+  std::string site;
+  /// "embedded" or "unix:PATH".
+  std::string hal;
+  std::chrono::milliseconds uptime{0};
+};
+
+/// Objects by kind and state, queue depths with their peaks, what the HAL client counted, and where
+/// requests spend their time, as a JSON object on several lines. On the manager's thread.
+std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal);
+
+/// Writes what `StatusAsJson` gave as tables. Throws `std::runtime_error` for a text that is none
+/// of its own.
+void WriteStatus(const std::string& json, std::ostream* out);
+
+/// The control socket of a running manager: whoever connects is sent its status, and the connection
+/// is closed. Nothing is read from it. Only the manager's user may connect.
+///
+/// Owned by the program, on the thread that runs the `io_context`.
+class StatusServer {
+ public:
+  /// `status` gives the text. Throws `boost::system::system_error`, with a text for the operator,
+  /// when it cannot listen on `path`.
+  StatusServer(boost::asio::io_context* io, const std::string& path,
+               std::function<std::string()> status);
+  StatusServer(const StatusServer&) = delete;
+  StatusServer& operator=(const StatusServer&) = delete;
+  /// Removes the socket. Not inside `status`.
+  ~StatusServer();
+
+ private:
+  class Impl;
+  // Shared with the handlers that are under way.
+  std::shared_ptr<Impl> impl_;
+};
+
+/// The status of the manager that listens on `path`. Throws `std::runtime_error`, with a text for
+/// the operator, when there is none or it does not answer within 10 seconds.
+std::string ReadStatus(const std::string& path);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_STATUS_H_

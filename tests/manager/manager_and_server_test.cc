@@ -1,0 +1,294 @@
+// zuskux-manager with zuskux-hal, as their operator meets them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/manager/process.h"
+
+namespace reference {
+namespace {
+
+using testing::ContainerEq;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Words = std::vector<std::string>;
+
+Words operator+(Words words, const Words& more) {
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
+}
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome Execute(const Words& words) {
+  Process process(words);
+  const int status = process.Wait();
+  return {status, process.out(), process.err()};
+}
+
+std::string Example(const std::string& name) { return std::string(ZUSKUX_SITES) + '/' + name; }
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::istringstream in(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// The first two VLANs differ in the second site; the VRF and the host are new there.
+constexpr char kSite[] =
+    "interface { name: \"eth0\" lim_id: 1 }\n"
+    "vlan { id: 10 name: \"a\" interface: \"eth0\" mtu: 1500 }\n"
+    "vlan { id: 11 name: \"b\" interface: \"eth0\" mtu: 1500 }\n"
+    "vlan { id: 12 name: \"c\" interface: \"eth0\" mtu: 1500 }\n";
+constexpr char kOtherSite[] =
+    "interface { name: \"eth0\" lim_id: 1 }\n"
+    "vrf { id: 1 name: \"red\" vrf_id: 7 }\n"
+    "vrf { id: 2 name: \"red again\" vrf_id: 7 }\n"
+    "vlan { id: 11 name: \"b\" interface: \"eth0\" mtu: 9000 }\n"
+    "vlan { id: 12 name: \"c\" interface: \"eth0\" mtu: 1500 }\n";
+
+/// A server and the words that a manager is started with. The files of a test are in `files`.
+class ManagerAndServerTest : public testing::Test {
+ protected:
+  ManagerAndServerTest() { StartServer({}); }
+
+  void StartServer(const Words& options) {
+    server_.reset();
+    server_ = std::make_unique<Process>(Words{ZUSKUX_HAL, "--socket", socket()} + options);
+    ASSERT_TRUE(server_->WaitForError("listening on"));
+  }
+
+  Words Manager(const Words& words) const {
+    return Words{ZUSKUX_MANAGER} + words + Words{"--hal", "unix:" + socket()};
+  }
+  Words Status(const Words& words = {}) const {
+    return Words{ZUSKUX_MANAGER, "status", "--control", control()} + words;
+  }
+  nlohmann::json StatusJson() const {
+    return nlohmann::json::parse(Execute(Status({"--json"})).out);
+  }
+  nlohmann::json Tables() const {
+    return nlohmann::json::parse(
+        Execute({ZUSKUX_HAL, "tables", "--socket", socket(), "--json"}).out)["tables"];
+  }
+
+  std::string socket() const { return files_.File("hal.sock"); }
+  std::string control() const { return files_.File("manager.sock"); }
+
+  ScratchDirectory files_;
+  std::unique_ptr<Process> server_;
+};
+
+TEST_F(ManagerAndServerTest, BringTheServerToWhatTheEmbeddedHalHolds) {
+  for (const char* const site : {"two_uplinks.txtpb", "provider_edge.txtpb"}) {
+    const Outcome run = Execute(Manager({Example(site), "--dump-hal", "-"}));
+    const Outcome embedded = Execute({ZUSKUX_MANAGER, Example(site), "--dump-hal", "-"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, embedded.out);
+    EXPECT_THAT(run.err, HasSubstr("zuskux-manager: in sync after "));
+  }
+}
+
+TEST_F(ManagerAndServerTest, VrfsReachTheServerBeforeTheProgramEnds) {
+  EXPECT_EQ(Execute(Manager({files_.Write("site", kOtherSite)})).status, 0);
+  EXPECT_EQ(Tables()["vrf"]["count"], 1);
+  EXPECT_EQ(Tables()["vlan"]["count"], 2);
+}
+
+TEST_F(ManagerAndServerTest, PlanShowsWhatWouldChangeAndSendsNothing) {
+  ASSERT_EQ(Execute(Manager({files_.Write("site", kSite)})).status, 0);
+  const auto before = Tables();
+  const std::string other = files_.Write("other", kOtherSite);
+  const Outcome plan = Execute(Manager({other, "--plan"}));
+  EXPECT_EQ(plan.status, 0);
+  EXPECT_EQ(plan.err, "");
+  EXPECT_EQ(plan.out,
+            "install  vrf 7  red\n"
+            "         vrf_id: 7\n"
+            "replace  vlan 11  b\n"
+            "         from lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 11 mtu: 1500\n"
+            "         to   lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 11 mtu: 9000\n"
+            "remove  vlan 10\n"
+            "         lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 10 mtu: 1500\n"
+            "1 to install, 1 to replace, 1 to remove, 1 unchanged\n");
+  EXPECT_EQ(Tables(), before);
+
+  const auto json = nlohmann::json::parse(Execute(Manager({other, "--plan", "--json"})).out);
+  EXPECT_EQ(json["summary"],
+            nlohmann::json({{"install", 1}, {"replace", 1}, {"remove", 1}, {"unchanged", 1}}));
+  EXPECT_EQ(json["steps"][1]["change"], "replace");
+  EXPECT_EQ(json["steps"][1]["id"], 11);
+
+  ASSERT_EQ(Execute(Manager({other})).status, 0);
+  EXPECT_EQ(Execute(Manager({other, "--plan"})).out,
+            "0 to install, 0 to replace, 0 to remove, 3 unchanged\n");
+}
+
+TEST_F(ManagerAndServerTest, APlanNeedsAServer) {
+  server_.reset();
+  const Outcome plan = Execute(Manager({files_.Write("site", kSite), "--plan"}));
+  EXPECT_EQ(plan.status, 1);
+  EXPECT_EQ(plan.out, "");
+  EXPECT_EQ(plan.err, "zuskux-manager: the HAL server on " + socket() +
+                          ": cannot connect: Connection refused; check that zuskux-hal runs and "
+                          "that this is its socket\n");
+}
+
+TEST_F(ManagerAndServerTest, GivesUpWithoutAServer) {
+  server_.reset();
+  const Outcome run = Execute(Manager({files_.Write("site", kSite)}));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_THAT(run.err, testing::EndsWith("zuskux-manager: no HAL server was found at unix:" +
+                                         socket() + "; start one with zuskux-hal --socket PATH\n"));
+}
+
+TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
+  const std::string site = files_.Write("site", kOtherSite);
+  Process manager(Manager({site, "--stay", "--control", control()}));
+  ASSERT_TRUE(manager.WaitForError("in sync after"));
+  ASSERT_TRUE(manager.WaitForError("settled: "));
+
+  struct stat file {};
+  ASSERT_EQ(stat(control().c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600U);
+
+  const Outcome status = Execute(Status());
+  EXPECT_EQ(status.status, 0);
+  EXPECT_EQ(status.err, "");
+  const auto lines = Lines(status.out);
+  ASSERT_EQ(lines.size(), 21U);
+  EXPECT_THAT(lines[0], testing::MatchesRegex("zuskux-manager " ZUSKUX_VERSION
+                                              ", up [0-9]+\\.[0-9] s, settled"));
+  EXPECT_EQ(lines[1], "site " + site);
+  EXPECT_EQ(lines[2], "hal unix:" + socket() +
+                          ", restarts 0, requests 4, results 2, late results dropped 0, "
+                          "unfinished 0");
+  EXPECT_THAT(std::vector<std::string>(lines.begin() + 3, lines.begin() + 12),
+              ContainerEq(std::vector<std::string>{
+                  "", "KIND  PENDING  INSTALLED  INACTIVE  SENT  FAILED  REMOVED",
+                  "vrf         0          0         0     2       0        0",
+                  "vlan        0          2         0     0       0        0",
+                  "host        0          0         0     0       0        0",
+                  "ecmp        0          0         0     0       0        0",
+                  "mpls        0          0         0     0       0        0", "",
+                  "QUEUE        NOW  PEAK"}));
+  EXPECT_EQ(lines[12], "due            0     4");
+  EXPECT_THAT(lines[17], StartsWith("STAGE  COUNT  P50 us  P90 us  P99 us  MAX us"));
+  EXPECT_THAT(lines[18], StartsWith("queue      4  "));
+
+  const auto json = StatusJson();
+  EXPECT_EQ(json["objects"]["vlan"]["installed"], 2);
+  EXPECT_EQ(json["queues"]["due"], nlohmann::json({{"now", 0}, {"peak", 4}}));
+  EXPECT_EQ(json["stages"]["hal"]["count"], 4);
+  EXPECT_GE(json["stages"]["hal"]["max_ns"], json["stages"]["hal"]["p50_ns"]);
+
+  manager.Signal(SIGTERM);
+  EXPECT_EQ(manager.Wait(), 0);
+  const Outcome after = Execute(Status());
+  EXPECT_EQ(after.status, 1);
+  EXPECT_EQ(after.err, "zuskux-manager: the manager on " + control() +
+                           ": cannot connect: No such file or directory; check that "
+                           "zuskux-manager --stay runs and that this is its control socket\n");
+}
+
+TEST_F(ManagerAndServerTest, TheServerMayBeKilledWhileTheManagerStays) {
+  Process manager(Manager({Example("two_uplinks.txtpb"), "--stay", "--control", control()}));
+  ASSERT_TRUE(manager.WaitForError("in sync after"));
+  const auto tables = Tables();
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  ASSERT_TRUE(manager.WaitForError("HAL server lost"));
+  StartServer({});
+  ASSERT_TRUE(manager.WaitForError("in sync after", 2));
+  EXPECT_EQ(Tables(), tables);
+  EXPECT_EQ(StatusJson()["hal"]["restarts"], 1);
+  manager.Signal(SIGUSR1);
+  EXPECT_TRUE(manager.WaitForError("the HAL is a program of its own; restart zuskux-hal instead"));
+}
+
+TEST_F(ManagerAndServerTest, AManagerThatStartsAgainLeavesNothingStale) {
+  ASSERT_EQ(Execute(Manager({files_.Write("site", kSite)})).status, 0);
+  const Outcome run = Execute(Manager({files_.Write("other", kOtherSite)}));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("vrf 1, vlan 2, host 0, ecmp 0, mpls 0 (1 removed)"));
+  EXPECT_EQ(Tables()["vlan"]["count"], 2);
+}
+
+TEST_F(ManagerAndServerTest, TheControlSocketIsOfOneManager) {
+  Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
+  ASSERT_TRUE(manager.WaitForError("settled: "));
+  const Outcome second =
+      Execute(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr(control()));
+  EXPECT_EQ(StatusJson()["settled"], true) << "the first one is still there";
+}
+
+TEST_F(ManagerAndServerTest, ARequestThatIsNotAnsweredEndsWithItsDeadline) {
+  const std::string faults =
+      files_.Write("faults", "fault { what: \"swallow\" of: \"vlan\" nth: 2 }\n");
+  StartServer({"--fault", faults});
+  const Outcome run = Execute(Manager({files_.Write("site", kSite), "--deadline", "1"}));
+  EXPECT_EQ(run.status, 0) << "the request is sent again";
+  EXPECT_EQ(Tables()["vlan"]["count"], 3);
+}
+
+// What `show` says of the requests is what the trace said.
+std::vector<std::string> Renderings(const std::string& text, const std::string& wrapper) {
+  std::vector<std::string> renderings;
+  for (const std::string& line : Lines(text)) {
+    const auto place = line.find(wrapper + "(this=");
+    if (place != std::string::npos) renderings.push_back(line.substr(place));
+  }
+  return renderings;
+}
+
+TEST_F(ManagerAndServerTest, ARecordingReplaysWithoutDifference) {
+  const std::string recording = files_.File("recording");
+  const std::string at_server = files_.File("recording-of-server");
+  StartServer({"--record", at_server});
+  const Outcome run =
+      Execute(Manager({Example("provider_edge.txtpb"), "--trace", "--record", recording}));
+  ASSERT_EQ(run.status, 0);
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), 0);
+
+  const Outcome show = Execute({ZUSKUX_RECORD, "show", recording});
+  EXPECT_EQ(show.status, 0);
+  // Of the others the library traces no rendering of the message.
+  for (const char* const wrapper : {"VlanEncapsulationMessage", "MplsEncapsulationMessage"}) {
+    const auto traced = Renderings(run.err, wrapper);
+    EXPECT_GE(traced.size(), 8U);
+    EXPECT_EQ(Renderings(show.out, wrapper), traced);
+  }
+
+  StartServer({});
+  for (const std::string& hal : {std::string("embedded"), "unix:" + socket()}) {
+    for (const std::string& file : {recording, at_server}) {
+      const Outcome replay = Execute({ZUSKUX_RECORD, "replay", file, "--hal", hal});
+      EXPECT_EQ(replay.status, 0) << replay.err;
+      EXPECT_EQ(replay.out,
+                "requests sent 79, not compared 2, not sent because the client had refused them "
+                "0, differences 0\n");
+    }
+  }
+  EXPECT_EQ(Execute({ZUSKUX_RECORD, "diff", recording, at_server}).out, "differences 0\n");
+}
+
+}  // namespace
+}  // namespace reference
