@@ -26,6 +26,12 @@ if(ZUSKUX_SANITIZERS)
   endif()
 endif()
 
+# What ships says nothing of where it was built, so that two builds of a commit are equal.
+foreach(map IN ITEMS ${CMAKE_SOURCE_DIR}=. ${CMAKE_BINARY_DIR}=build)
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${map}>)
+endforeach()
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})

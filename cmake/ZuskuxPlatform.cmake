@@ -2,7 +2,10 @@
 #
 # Each folder defines `platform::<folder>`, the interface headers, which is all that the library sees,
 # and a stand-in with the definitions, which goes into host programs. Headers are included as
-# "<folder>/<header>.h".
+# "<folder>/<header>.h"; one that a vendor's folder lacks is taken from platform/.
+
+# Where headers are looked for, the vendor's first.
+set(ZUSKUX_PLATFORM_ROOTS ${ZUSKUX_PLATFORM_DIR} ${CMAKE_SOURCE_DIR}/platform)
 
 # Takes the folder from ZUSKUX_PLATFORM_DIR where it has one of that name, else from platform/.
 function(zuskux_add_platform_folder folder)
@@ -14,14 +17,17 @@ function(zuskux_add_platform_folder folder)
   add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
 endfunction()
 
-# zuskux_platform_interface(<folder> [DEPENDS <target>...])
+# zuskux_platform_interface(<folder> [DEPENDS <target>...] [STANDIN_HEADERS <header>...]): headers of the
+# stand-in are not installed.
 function(zuskux_platform_interface folder)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" DEPENDS)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "DEPENDS;STANDIN_HEADERS")
   add_library(platform_${folder} INTERFACE)
   add_library(platform::${folder} ALIAS platform_${folder})
-  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH root)
-  target_include_directories(platform_${folder} INTERFACE ${root})
+  target_include_directories(
+    platform_${folder} INTERFACE "$<BUILD_INTERFACE:${ZUSKUX_PLATFORM_ROOTS}>"
+                                 $<INSTALL_INTERFACE:${ZUSKUX_INSTALL_PLATFORM}>)
   target_link_libraries(platform_${folder} INTERFACE ${ARG_DEPENDS})
+  zuskux_install_platform_folder(${folder} EXCEPT ${ARG_STANDIN_HEADERS})
 endfunction()
 
 # zuskux_platform_standin(<folder> <source>...): the definitions.
@@ -47,9 +53,12 @@ function(zuskux_platform_schema target proto)
   add_library(platform_${target} SHARED ${generated}/${name}.pb.cc ${generated}/${name}.pb.h)
   add_library(platform::${target} ALIAS platform_${target})
   set_target_properties(platform_${target} PROPERTIES OUTPUT_NAME ${name} SOVERSION 1)
-  target_include_directories(platform_${target} SYSTEM INTERFACE ${generated})
+  target_include_directories(
+    platform_${target} SYSTEM INTERFACE $<BUILD_INTERFACE:${generated}>
+                                        $<INSTALL_INTERFACE:${ZUSKUX_INSTALL_SCHEMA}>)
   target_include_directories(platform_${target} PRIVATE ${generated})
   target_link_libraries(platform_${target} PUBLIC protobuf::libprotobuf)
+  zuskux_install_schema(platform_${target} ${proto} ${generated}/${name}.pb.h)
 endfunction()
 
 # zuskux_bundle_objects(<interface target> <object library>...): whoever links the target gets the

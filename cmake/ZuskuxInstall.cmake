@@ -1,0 +1,112 @@
+# What is installed, in three components: `runtime` (the shared libraries), `development` (headers,
+# schemas, CMake package, pkg-config file) and `tools` (the programs of the reference system).
+# Everything stays together wherever the prefix is moved.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(ZUSKUX_INSTALL_PLATFORM ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/platform)
+set(ZUSKUX_INSTALL_SCHEMA ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/schema)
+set(ZUSKUX_INSTALL_ZLOG ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/zlog)
+set(ZUSKUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/zuskux)
+set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
+
+# Relative path from one folder below the prefix to another.
+function(zuskux_path_between from to result)
+  cmake_path(RELATIVE_PATH to BASE_DIRECTORY ${from} OUTPUT_VARIABLE path)
+  set(${result} ${path} PARENT_SCOPE)
+endfunction()
+
+# platform_<name> becomes zuskux::<name>.
+function(zuskux_export target)
+  string(REGEX REPLACE "^(platform|zuskux)_" "" name ${target})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
+endfunction()
+
+function(zuskux_install_library target)
+  zuskux_export(${target})
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH $ORIGIN)
+  install(TARGETS ${target} EXPORT zuskux LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          COMPONENT runtime NAMELINK_COMPONENT development)
+endfunction()
+
+function(zuskux_install_interface target)
+  zuskux_export(${target})
+  install(TARGETS ${target} EXPORT zuskux COMPONENT development)
+endfunction()
+
+function(zuskux_install_program target)
+  zuskux_path_between(${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR} libraries)
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endfunction()
+
+# zuskux_install_platform_folder(<folder> EXCEPT <header>...): the headers that the library was built
+# with.
+function(zuskux_install_platform_folder folder)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" EXCEPT)
+  zuskux_install_interface(platform_${folder})
+  set(installed ${ARG_EXCEPT})
+  foreach(root IN LISTS ZUSKUX_PLATFORM_ROOTS)
+    file(GLOB headers RELATIVE ${root}/${folder} ${root}/${folder}/*.h)
+    list(REMOVE_ITEM headers ${installed})
+    list(APPEND installed ${headers})
+    list(TRANSFORM headers PREPEND ${root}/${folder}/)
+    install(FILES ${headers} DESTINATION ${ZUSKUX_INSTALL_PLATFORM}/${folder} COMPONENT development)
+  endforeach()
+endfunction()
+
+function(zuskux_install_schema target proto header)
+  zuskux_install_library(${target})
+  install(FILES ${header} DESTINATION ${ZUSKUX_INSTALL_SCHEMA} COMPONENT development)
+  install(FILES ${proto} DESTINATION ${ZUSKUX_INSTALL_DATA}/proto COMPONENT development)
+endfunction()
+
+# find_package(zuskux) and pkg-config.
+function(zuskux_install_package_files)
+  set(folder ${CMAKE_BINARY_DIR}/install)
+  set(zlog_is_ours OFF)
+  if(TARGET platform_zlog)
+    set(zlog_is_ours ON)
+  else()
+    install(FILES cmake/Findzlog.cmake DESTINATION ${ZUSKUX_INSTALL_CMAKE} COMPONENT development)
+  endif()
+
+  configure_package_config_file(cmake/zuskux-config.cmake.in ${folder}/zuskux-config.cmake
+                                INSTALL_DESTINATION ${ZUSKUX_INSTALL_CMAKE})
+  write_basic_package_version_file(${folder}/zuskux-config-version.cmake
+                                   COMPATIBILITY SameMinorVersion)
+  install(FILES ${folder}/zuskux-config.cmake ${folder}/zuskux-config-version.cmake
+          DESTINATION ${ZUSKUX_INSTALL_CMAKE} COMPONENT development)
+  install(EXPORT zuskux NAMESPACE zuskux:: FILE zuskux-targets.cmake
+          DESTINATION ${ZUSKUX_INSTALL_CMAKE} COMPONENT development)
+
+  set(zlog_flags "")
+  if(zlog_is_ours)
+    set(zlog_flags " -I\${prefix}/${ZUSKUX_INSTALL_ZLOG}")
+  endif()
+  set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  zuskux_path_between(${pkgconfig} . prefix)
+  configure_file(cmake/zuskux.pc.in ${folder}/zuskux.pc @ONLY)
+  install(FILES ${folder}/zuskux.pc DESTINATION ${pkgconfig} COMPONENT development)
+endfunction()
+
+# What is not installed where it is defined.
+function(zuskux_install_all)
+  zuskux_install_library(zuskux)
+  zuskux_install_interface(zuskux_headers)
+  install(DIRECTORY include/zuskux DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+  install(FILES platform/zlog/zuskux.zlog.conf DESTINATION ${ZUSKUX_INSTALL_DATA}
+          COMPONENT runtime)
+  zuskux_install_package_files()
+
+  if(ZUSKUX_BUILD_REFERENCE)
+    foreach(program IN ITEMS zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)
+      zuskux_install_program(${program})
+    endforeach()
+    install(DIRECTORY examples/sites DESTINATION ${ZUSKUX_INSTALL_DATA} COMPONENT tools
+            FILES_MATCHING PATTERN *.txtpb)
+    install(FILES reference/site/site.proto DESTINATION ${ZUSKUX_INSTALL_DATA}/sites
+            COMPONENT tools)
+  endif()
+endfunction()
