@@ -91,6 +91,16 @@ function(zuskux_install_package_files)
   install(FILES ${folder}/zuskux.pc DESTINATION ${pkgconfig} COMPONENT development)
 endfunction()
 
+# zuskux-check-platform, which finds the library next to itself.
+function(zuskux_install_platform_check)
+  zuskux_path_between(${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR} libraries)
+  set(library_from_programs ${libraries}/$<TARGET_SONAME_FILE_NAME:zuskux>)
+  set(script ${CMAKE_BINARY_DIR}/install/zuskux-check-platform)
+  configure_file(packaging/zuskux-check-platform.in ${script}.in @ONLY)
+  file(GENERATE OUTPUT ${script} INPUT ${script}.in)
+  install(PROGRAMS ${script} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
+endfunction()
+
 # What is not installed where it is defined.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
@@ -99,6 +109,7 @@ function(zuskux_install_all)
   install(FILES platform/zlog/zuskux.zlog.conf DESTINATION ${ZUSKUX_INSTALL_DATA}
           COMPONENT runtime)
   zuskux_install_package_files()
+  zuskux_install_platform_check()
 
   if(ZUSKUX_BUILD_REFERENCE)
     foreach(program IN ITEMS zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)
