@@ -1,9 +1,10 @@
-# What ./run, ./test and .ci/run share: the packages that are needed, and building a preset. Sourced by
-# bash with $root set to the project's folder.
+# What ./run, ./test, ./package and .ci/ share: the packages that are needed, and building a preset.
+# Sourced by bash with $root set to the project's folder.
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev graphviz)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf)
+PACKAGE_PACKAGES=(git dpkg-dev file)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 
 # install_packages PACKAGE...: installs what is missing of them.
