@@ -11,6 +11,9 @@ set(ZUSKUX_INSTALL_ZLOG ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/zlog)
 set(ZUSKUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/zuskux)
 set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
 
+# Libraries outside the usual places, the system's zlog for one, are found by what is installed too.
+set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+
 # Relative path from one folder below the prefix to another.
 function(zuskux_path_between from to result)
   cmake_path(RELATIVE_PATH to BASE_DIRECTORY ${from} OUTPUT_VARIABLE path)
@@ -81,9 +84,13 @@ function(zuskux_install_package_files)
   install(EXPORT zuskux NAMESPACE zuskux:: FILE zuskux-targets.cmake
           DESTINATION ${ZUSKUX_INSTALL_CMAKE} COMPONENT development)
 
-  set(zlog_flags "")
   if(zlog_is_ours)
-    set(zlog_flags " -I\${prefix}/${ZUSKUX_INSTALL_ZLOG}")
+    set(zlog_cflags -I\${prefix}/${ZUSKUX_INSTALL_ZLOG})
+    set(zlog_libs -lzlog)
+  else()
+    cmake_path(GET ZLOG_LIBRARY PARENT_PATH zlog_folder)
+    set(zlog_cflags -I${ZLOG_INCLUDE_DIR})
+    set(zlog_libs "-L${zlog_folder} -lzlog")
   endif()
   set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   zuskux_path_between(${pkgconfig} . prefix)
@@ -97,7 +104,9 @@ function(zuskux_install_platform_check)
   set(library_from_programs ${libraries}/$<TARGET_SONAME_FILE_NAME:zuskux>)
   set(script ${CMAKE_BINARY_DIR}/install/zuskux-check-platform)
   configure_file(packaging/zuskux-check-platform.in ${script}.in @ONLY)
-  file(GENERATE OUTPUT ${script} INPUT ${script}.in)
+  file(GENERATE OUTPUT ${script} INPUT ${script}.in
+       FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+                        WORLD_EXECUTE)
   install(PROGRAMS ${script} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
 endfunction()
 

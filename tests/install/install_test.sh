@@ -69,7 +69,7 @@ programs() {
 
 host() {
   rm -rf "$work/host"
-  cmake -S "$source/examples/host" -B "$work/host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+  cmake -S "$source/examples/host" -B "$work/host" -G Ninja -Dzuskux_ROOT="$prefix" \
     -DCMAKE_CXX_COMPILER="${CXX:-g++}" >"$work/log"
   cmake --build "$work/host" >>"$work/log" || fail "the example host does not build: $(cat "$work/log")"
   "$work/host/host" >"$work/host_output" 2>"$work/host_trace"
@@ -82,14 +82,17 @@ host() {
 pkg_config() {
   export PKG_CONFIG_PATH
   PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zuskux.pc)")
-  local cflags libs objects
+  local cflags libs objects flag rpath=()
   read -ra cflags <<<"$(pkg-config --cflags zuskux)"
   read -ra libs <<<"$(pkg-config --libs zuskux)"
+  for flag in "${libs[@]}"; do
+    case $flag in -L*) rpath+=("-Wl,-rpath,${flag#-L}") ;; esac
+  done
   mapfile -t objects < <(find "$work/host" -name '*.o' ! -name main.cc.o)
   "${CXX:-g++}" -std=c++17 -DZLOG_CONF='""' -I"$source/examples/host" "${cflags[@]}" \
-    "$source/examples/host/main.cc" "${objects[@]}" "${libs[@]}" -pthread -o "$work/linked_host"
-  LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name libzuskux.so)") "$work/linked_host" \
-    "$prefix/share/zuskux/zuskux.zlog.conf" >"$work/host_output" 2>"$work/host_trace"
+    "$source/examples/host/main.cc" "${objects[@]}" "${libs[@]}" "${rpath[@]}" -pthread \
+    -o "$work/linked_host"
+  "$work/linked_host" "$prefix/share/zuskux/zuskux.zlog.conf" >"$work/host_output" 2>"$work/host_trace"
   expect_equal "$here/host_output.txt" "$work/host_output" 'the host linked by pkg-config differs'
 }
 
