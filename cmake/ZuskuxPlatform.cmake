@@ -2,7 +2,7 @@
 #
 # Each folder defines `platform::<folder>`, the interface headers, which is all that the library sees,
 # and a stand-in with the definitions, which goes into host programs. Headers are included as
-# "<folder>/<header>.h"; one that a vendor's folder lacks is taken from platform/.
+# "<folder>/<header>.h". A header or schema that a vendor's folder lacks is taken from platform/.
 
 # Where headers are looked for, the vendor's first.
 set(ZUSKUX_PLATFORM_ROOTS ${ZUSKUX_PLATFORM_DIR} ${CMAKE_SOURCE_DIR}/platform)
@@ -42,13 +42,17 @@ endfunction()
 # must hold one copy of a schema only. Defines platform::<target>.
 function(zuskux_platform_schema target proto)
   cmake_path(GET proto STEM name)
+  set(folder ${CMAKE_CURRENT_SOURCE_DIR})
+  if(NOT EXISTS ${folder}/${proto})
+    cmake_path(GET folder FILENAME folder)
+    set(folder ${CMAKE_SOURCE_DIR}/platform/${folder})
+  endif()
   set(generated ${CMAKE_CURRENT_BINARY_DIR}/generated)
   file(MAKE_DIRECTORY ${generated})
   add_custom_command(
     OUTPUT ${generated}/${name}.pb.cc ${generated}/${name}.pb.h
-    COMMAND protobuf::protoc --cpp_out=${generated} --proto_path=${CMAKE_CURRENT_SOURCE_DIR}
-            ${proto}
-    DEPENDS ${proto}
+    COMMAND protobuf::protoc --cpp_out=${generated} --proto_path=${folder} ${proto}
+    DEPENDS ${folder}/${proto}
     VERBATIM)
   add_library(platform_${target} SHARED ${generated}/${name}.pb.cc ${generated}/${name}.pb.h)
   add_library(platform::${target} ALIAS platform_${target})
@@ -58,7 +62,7 @@ function(zuskux_platform_schema target proto)
                                         $<INSTALL_INTERFACE:${ZUSKUX_INSTALL_SCHEMA}>)
   target_include_directories(platform_${target} PRIVATE ${generated})
   target_link_libraries(platform_${target} PUBLIC protobuf::libprotobuf)
-  zuskux_install_schema(platform_${target} ${proto} ${generated}/${name}.pb.h)
+  zuskux_install_schema(platform_${target} ${folder}/${proto} ${generated}/${name}.pb.h)
 endfunction()
 
 # zuskux_bundle_objects(<interface target> <object library>...): whoever links the target gets the

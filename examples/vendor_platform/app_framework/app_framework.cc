@@ -1,0 +1,37 @@
+// The application framework. Everything here runs on the thread that reports a result; nothing may
+// throw, because the library is in the middle of a notification.
+
+#include "app_framework/app_message.h"
+#include "app_framework/message_controller.h"
+#include "app_framework/strategy.h"
+
+// Must leave the carried message alone: the derived classes own it or do not.
+AppMessage::~AppMessage() = default;
+
+namespace app_strategy {
+
+Strategy::~Strategy() = default;
+
+}  // namespace app_strategy
+
+namespace msg_ctrl {
+
+// Must take ownership of `message`, which was allocated with `new`, and must not use it yet.
+MessageController::MessageController(AppMessage* message) noexcept : message_(message) {}
+
+// Must delete the message, exactly once.
+MessageController::~MessageController() { delete message_; }
+
+// Fill in where your framework attaches strategies; the library never calls these three.
+void MessageController::set_strategy(app_strategy::Strategy* strategy) { strategy_ = strategy; }
+
+app_strategy::Strategy* MessageController::strategy() const { return strategy_; }
+
+void MessageController::DoStrategy() {
+  if (strategy_ != nullptr) strategy_->Execute();
+}
+
+// Must give the very message of the constructor: the library fills its record through it.
+AppMessage* MessageController::message() const { return message_; }
+
+}  // namespace msg_ctrl
