@@ -10,6 +10,7 @@ set(ZUSKUX_INSTALL_SCHEMA ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/schema)
 set(ZUSKUX_INSTALL_ZLOG ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/zlog)
 set(ZUSKUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/zuskux)
 set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
+set(ZUSKUX_INSTALL_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux)
 
 # Libraries outside the usual places, the system's zlog for one, are found by what is installed too.
 set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
@@ -110,6 +111,16 @@ function(zuskux_install_platform_check)
   install(PROGRAMS ${script} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
 endfunction()
 
+# The pages, and the examples that they tell of, placed as in the tree: their links stay right.
+function(zuskux_install_documents)
+  install(DIRECTORY docs DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS} COMPONENT development
+          FILES_MATCHING PATTERN *.md PATTERN *.svg)
+  install(FILES platform/zlog/README.md
+          DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/platform/zlog COMPONENT development)
+  install(DIRECTORY examples/host examples/vendor_platform
+          DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/examples COMPONENT development)
+endfunction()
+
 # What is not installed where it is defined.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
@@ -119,6 +130,7 @@ function(zuskux_install_all)
           COMPONENT runtime)
   zuskux_install_package_files()
   zuskux_install_platform_check()
+  zuskux_install_documents()
 
   if(ZUSKUX_BUILD_REFERENCE)
     foreach(program IN ITEMS zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)

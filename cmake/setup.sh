@@ -3,7 +3,8 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev graphviz)
-TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf)
+TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf
+  python3)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 

@@ -36,13 +36,14 @@ install() {
   mv "$work/first" "$prefix"
 }
 
-# "COMPONENT FILE" for every installed file. What differs with the system's zlog is left out.
+# "COMPONENT FILE" for every installed file but the pages and examples. What differs with the system's
+# zlog is left out.
 installed_files() {
   {
     sed 's/^/runtime /' "$work/after_runtime"
     comm -13 "$work/after_runtime" "$work/after_development" | sed 's/^/development /'
     comm -13 "$work/after_development" "$work/after_tools" | sed 's/^/tools /'
-  } | sed -E 's/(zuskux-targets)-[a-z]+/\1-CONFIG/' | grep -vE 'libzlog|zlog/zlog\.h|Findzlog'
+  } | sed -E 's/(zuskux-targets)-[a-z]+/\1-CONFIG/' | grep -vE 'share/doc/|libzlog|zlog/zlog\.h|Findzlog'
 }
 
 files() {
