@@ -114,7 +114,7 @@ endfunction()
 # The pages, and the examples that they tell of, placed as in the tree: their links stay right.
 function(zuskux_install_documents)
   install(DIRECTORY docs DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS} COMPONENT development
-          FILES_MATCHING PATTERN *.md PATTERN *.svg)
+          FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN reference EXCLUDE)
   install(FILES platform/zlog/README.md
           DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/platform/zlog COMPONENT development)
   install(DIRECTORY examples/host examples/vendor_platform

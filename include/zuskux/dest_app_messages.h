@@ -16,6 +16,7 @@ namespace dest_mng {
 /// The order of the virtual operations and of the members is part of the binary interface.
 class ZUSKUX_EXPORT AppDestMessage : public AppMessage {
  public:
+  /// Carries `record`, which stays the caller's.
   explicit AppDestMessage(google::protobuf::Message* record) noexcept : AppMessage(record) {}
   ~AppDestMessage() override;
 

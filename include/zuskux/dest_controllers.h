@@ -21,12 +21,17 @@ class ZUSKUX_EXPORT MessageControllerVlan : public msg_ctrl::MessageController {
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerVlan() override;
 
+  /// The HAL answered a request for a VLAN destination, whose ids are in the record.
+  /// @{
   void CreatedDestVlanSuccess();
   void CreatedDestVlanError();
   void UpdatedDestVlanSuccess();
   void UpdatedDestVlanError();
   void DeletedDestVlanSuccess();
   void DeletedDestVlanError();
+  /// @}
+
+  /// The HAL was found; every VLAN destination is to be installed.
   void ReinstallDestVlan();
 };
 
@@ -36,12 +41,17 @@ class ZUSKUX_EXPORT MessageControllerHost : public msg_ctrl::MessageController {
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerHost() override;
 
+  /// The HAL answered a request for a host destination, whose ids are in the record.
+  /// @{
   void CreatedDestHostSuccess();
   void CreatedDestHostError();
   void UpdatedDestHostSuccess();
   void UpdatedDestHostError();
   void DeletedDestHostSuccess();
   void DeletedDestHostError();
+  /// @}
+
+  /// The HAL was found; every host destination is to be installed.
   void ReinstallDestHost();
 };
 
@@ -51,10 +61,15 @@ class ZUSKUX_EXPORT MessageControllerEcmp : public msg_ctrl::MessageController {
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerEcmp() override;
 
+  /// The HAL answered a request for an ECMP group, whose ids are in the record.
+  /// @{
   void CreatedDestEcmpSuccess();
   void CreatedDestEcmpError();
   void DeletedDestEcmpSuccess();
   void DeletedDestEcmpError();
+  /// @}
+
+  /// The HAL was found; every ECMP group is to be installed.
   void ReinstallDestEcmp();
 };
 
@@ -64,12 +79,17 @@ class ZUSKUX_EXPORT MessageControllerMpls : public msg_ctrl::MessageController {
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerMpls() override;
 
+  /// The HAL answered a request for an MPLS destination, whose ids are in the record.
+  /// @{
   void CreatedDestMplsSuccess();
   void CreatedDestMplsError();
   void UpdatedDestMplsSuccess();
   void UpdatedDestMplsError();
   void DeletedDestMplsSuccess();
   void DeletedDestMplsError();
+  /// @}
+
+  /// The HAL was found; every MPLS destination is to be installed.
   void ReinstallDestMpls();
 };
 
@@ -79,6 +99,7 @@ class ZUSKUX_EXPORT VrfController : public msg_ctrl::MessageController {
   using msg_ctrl::MessageController::MessageController;
   ~VrfController() override;
 
+  /// The HAL was found; every VRF is to be installed.
   void ReinstallVrf();
 };
 

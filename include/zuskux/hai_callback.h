@@ -23,23 +23,35 @@ class ZUSKUX_EXPORT HaiDestClientCallback : public HalL3MplsEncapsulationClientC
   /// Does nothing.
   void InitEncapsulationModuleResCallback(ReturnCode code) override;
 
+  /// Notifies `MessageControllerVlan`.
+  /// @{
   void InstallVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
   void DestroyVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
   void ReplaceVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  /// @}
 
+  /// Notifies `MessageControllerHost`.
+  /// @{
   void InstallHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
   void DestroyHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
   void ReplaceHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) override;
+  /// @}
 
+  /// Notifies `MessageControllerEcmp`.
+  /// @{
   void InstallEcmpEncapResCallback(ReturnCode code, unsigned int db_id) override;
   void DestroyEcmpEncapResCallback(ReturnCode code, unsigned int db_id) override;
+  /// @}
 
+  /// Notifies `MessageControllerMpls`.
+  /// @{
   void InstallMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
                                                               unsigned int secondary_id) override;
   void DestroyMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
                                                               unsigned int secondary_id) override;
   void ReplaceMplsUnprotectedOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id,
                                                               unsigned int secondary_id) override;
+  /// @}
 
   /// Asks every controller to reinstall all of its objects: VRF, VLAN, host, ECMP, MPLS. The host
   /// program hands it to the HAL client library, to be called whenever the HAL server is found (at

@@ -20,6 +20,7 @@ class ZUSKUX_EXPORT HostEncapsulationMessage : public AppMessage,
   /// Carries no message until `Unserialize`; renders like an empty one.
   HostEncapsulationMessage() noexcept;
 
+  /// Carries `message`, and owns it.
   explicit HostEncapsulationMessage(std::unique_ptr<encapsulation::HostMessage> message) noexcept;
 
   /// Deletes the carried message.

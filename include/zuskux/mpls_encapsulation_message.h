@@ -20,6 +20,7 @@ class ZUSKUX_EXPORT MplsEncapsulationMessage : public AppMessage,
   /// Carries no message until `Unserialize`; renders like an empty one.
   MplsEncapsulationMessage() noexcept;
 
+  /// Carries `message`, and owns it.
   explicit MplsEncapsulationMessage(std::unique_ptr<encapsulation::MplsMessage> message) noexcept;
 
   /// Deletes the carried message.

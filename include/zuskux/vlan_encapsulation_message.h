@@ -20,6 +20,7 @@ class ZUSKUX_EXPORT VlanEncapsulationMessage : public AppMessage,
   /// Carries no message until `Unserialize`; renders like an empty one.
   VlanEncapsulationMessage() noexcept;
 
+  /// Carries `message`, and owns it.
   explicit VlanEncapsulationMessage(std::unique_ptr<encapsulation::VlanMessage> message) noexcept;
 
   /// Deletes the carried message.

@@ -26,6 +26,7 @@ class __attribute__((visibility("default"))) AppMessage {
   google::protobuf::Message* message() const { return message_; }
 
  protected:
+  /// Carries `message`, or null for none.
   explicit AppMessage(google::protobuf::Message* message) noexcept : message_(message) {}
 
   /// Replaces the pointer to the carried message; the earlier message is left as it stands.

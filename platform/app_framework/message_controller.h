@@ -27,6 +27,7 @@ class __attribute__((visibility("default"))) MessageController {
 
   /// `strategy` is not owned; null detaches.
   virtual void set_strategy(app_strategy::Strategy* strategy);
+  /// The attached strategy, or null.
   virtual app_strategy::Strategy* strategy() const;
 
   /// Executes the attached strategy; without one, does nothing.

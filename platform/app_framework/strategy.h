@@ -12,6 +12,7 @@ class __attribute__((visibility("default"))) Strategy {
   Strategy& operator=(const Strategy&) = delete;
   virtual ~Strategy();
 
+  /// Does the step.
   virtual void Execute() = 0;
 };
 

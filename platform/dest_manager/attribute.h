@@ -22,7 +22,9 @@ enum class AttributeType : std::int32_t {
 /// The order of the members and of the alternatives is part of the binary interface.
 class __attribute__((visibility("default"))) Attribute {
  public:
+  /// The alternative of `kBytes`.
   using Bytes = std::vector<std::uint8_t>;
+  /// One alternative for each declared type.
   using Value = boost::variant<int, std::string, std::uint64_t, Bytes>;
 
   /// An empty attribute: not present, the integer 0.
@@ -31,12 +33,16 @@ class __attribute__((visibility("default"))) Attribute {
   /// A present attribute.
   explicit Attribute(Value initial) : value(std::move(initial)), present(true) {}
 
+  /// A plain value: copied and moved whole.
+  /// @{
   Attribute(const Attribute&) = default;
   Attribute& operator=(const Attribute&) = default;
   Attribute(Attribute&&) = default;
   Attribute& operator=(Attribute&&) = default;
+  /// @}
   virtual ~Attribute();
 
+  /// What the attribute holds; meaningless while it is not present.
   Value value;
   /// Whether the value has been set.
   bool present = false;

@@ -9,6 +9,7 @@ namespace dest_mng {
 ///
 /// The order of the members is part of the binary interface.
 struct VrfData {
+  /// The VRF's number, which the HAL knows it by.
   std::uint32_t vrf_id = 0;
   /// Database id of the VRF object; only traced.
   std::uint32_t db_id = 0;

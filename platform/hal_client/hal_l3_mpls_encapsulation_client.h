@@ -18,6 +18,7 @@ class AppMessage;
 /// The order of the virtual operations is part of the binary interface.
 class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
  public:
+  /// Whether a request was accepted.
   using ReturnCode = HalL3MplsEncapsulationReturnCode;
 
   HalL3MplsEncapsulationClient() = default;
@@ -28,23 +29,38 @@ class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
   /// Called by the host program once, before any request.
   virtual ReturnCode InitEncapsulationModule() = 0;
 
+  /// Installs or removes the VRF of a `VrfEncapsulationMessage`. There is no outcome.
+  /// @{
   virtual ReturnCode InstallVrfIngressInterface(AppMessage* vrf) = 0;
   virtual ReturnCode DestroyVrfIngressInterface(AppMessage* vrf) = 0;
+  /// @}
 
+  /// Installs, removes or replaces the destination of a `VlanEncapsulationMessage`.
+  /// @{
   virtual ReturnCode InstallVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
   virtual ReturnCode DestroyVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
   virtual ReturnCode ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) = 0;
+  /// @}
 
+  /// Installs, removes or replaces the destination of a `HostEncapsulationMessage`.
+  /// @{
   virtual ReturnCode InstallHostOutgoingEncapsulation(AppMessage* host) = 0;
   virtual ReturnCode DestroyHostOutgoingEncapsulation(AppMessage* host) = 0;
   virtual ReturnCode ReplaceHostOutgoingEncapsulation(AppMessage* host) = 0;
+  /// @}
 
+  /// Installs or removes the group of an `EcmpEncapsulationMessage`.
+  /// @{
   virtual ReturnCode InstallEcmpEncap(AppMessage* ecmp) = 0;
   virtual ReturnCode DestroyEcmpEncap(AppMessage* ecmp) = 0;
+  /// @}
 
+  /// Installs, removes or replaces the destination of an `MplsEncapsulationMessage`.
+  /// @{
   virtual ReturnCode InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
   virtual ReturnCode DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
   virtual ReturnCode ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) = 0;
+  /// @}
 };
 
 #endif  // ZUSKUX_PLATFORM_HAL_CLIENT_HAL_L3_MPLS_ENCAPSULATION_CLIENT_H_

@@ -13,6 +13,7 @@
 /// within each kind.
 class __attribute__((visibility("default"))) HalL3MplsEncapsulationClientCallbackItf {
  public:
+  /// The outcome of a request; 0 is success.
   using ReturnCode = HalL3MplsEncapsulationReturnCode;
 
   HalL3MplsEncapsulationClientCallbackItf() = default;
@@ -21,25 +22,38 @@ class __attribute__((visibility("default"))) HalL3MplsEncapsulationClientCallbac
       const HalL3MplsEncapsulationClientCallbackItf&) = delete;
   virtual ~HalL3MplsEncapsulationClientCallbackItf();
 
+  /// The outcome of `InitEncapsulationModule`.
   virtual void InitEncapsulationModuleResCallback(ReturnCode code) = 0;
 
+  /// The outcome of a VLAN request.
+  /// @{
   virtual void InstallVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
   virtual void DestroyVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
   virtual void ReplaceVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
+  /// @}
 
+  /// The outcome of a host request.
+  /// @{
   virtual void InstallHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
   virtual void DestroyHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
   virtual void ReplaceHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int db_id) = 0;
+  /// @}
 
+  /// The outcome of an ECMP request.
+  /// @{
   virtual void InstallEcmpEncapResCallback(ReturnCode code, unsigned int db_id) = 0;
   virtual void DestroyEcmpEncapResCallback(ReturnCode code, unsigned int db_id) = 0;
+  /// @}
 
+  /// The outcome of an MPLS request.
+  /// @{
   virtual void InstallMplsUnprotectedOutgoingEncapsulationResCallback(
       ReturnCode code, unsigned int db_id, unsigned int secondary_id) = 0;
   virtual void DestroyMplsUnprotectedOutgoingEncapsulationResCallback(
       ReturnCode code, unsigned int db_id, unsigned int secondary_id) = 0;
   virtual void ReplaceMplsUnprotectedOutgoingEncapsulationResCallback(
       ReturnCode code, unsigned int db_id, unsigned int secondary_id) = 0;
+  /// @}
 };
 
 #endif  // ZUSKUX_PLATFORM_HAL_CLIENT_HAL_L3_MPLS_ENCAPSULATION_CLIENT_CALLBACK_ITF_H_
