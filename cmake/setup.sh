@@ -3,8 +3,7 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev graphviz)
-TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf
-  python3)
+TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 
@@ -32,14 +31,14 @@ install_packages() {
     apt "${missing[@]}" >&2
 }
 
-# build_preset PRESET TARGET: configures build/PRESET (again each time, since packages may have been
-# installed in between) and brings TARGET up to date. Quiet when all is well.
+# build_preset PRESET TARGET...: configures build/PRESET (again each time, since packages may have been
+# installed in between) and brings the targets up to date. Quiet when all is well.
 build_preset() {
   local log="$root/build/$1.log"
   mkdir -p "$root/build"
   [ -e "$root/build/$1/bin" ] || echo "Building ($1); this takes a few minutes the first time" >&2
   {
-    (cd "$root" && cmake --preset "$1") && cmake --build "$root/build/$1" --target "$2"
+    (cd "$root" && cmake --preset "$1") && cmake --build "$root/build/$1" --target "${@:2}"
   } >"$log" 2>&1 || {
     cat "$log" >&2
     exit 1

@@ -1,0 +1,41 @@
+#!/usr/bin/env python3
+"""Fails where the library takes more instructions or allocations than it may, next to its floor.
+
+    cost_test.py COUNT_CASES
+
+The limits lie a little above what was measured last, so that doing something twice shows.
+"""
+
+import sys
+
+import costs
+
+# Of the floor's instructions.
+LIMITS = {"request": 1.10, "render": 1.30, "result": 1.15}
+# Its floor is so small that the calls into the message's constructor and destructor, which the
+# library exports, weigh more.
+SPECIAL_LIMITS = {"request/vrf": 1.25}
+CASES = {"request": 5, "render": 5, "result": 11}
+
+
+def main():
+    failed = False
+    seen = dict.fromkeys(CASES, 0)
+    for case, library, floor in costs.pairs(costs.count(sys.argv[1])):
+        group = case.split("/")[0]
+        seen[group] += 1
+        limit = SPECIAL_LIMITS.get(case, LIMITS[group])
+        ratio = library.instructions / floor.instructions
+        dear = ratio > limit or library.allocations > floor.allocations
+        failed |= dear
+        print(f"{case:22} {library.instructions:7.0f} instructions, {ratio:.2f} of the floor's "
+              f"(limit {limit:.2f}); {library.allocations} allocations, floor "
+              f"{floor.allocations}{'  TOO MUCH' if dear else ''}")
+    if seen != CASES:
+        print(f"cases {seen}, expected {CASES}")
+        failed = True
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

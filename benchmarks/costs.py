@@ -1,0 +1,44 @@
+"""Instructions and allocations of every case of the program count_cases."""
+
+import os
+import re
+import subprocess
+import tempfile
+
+
+class Cost:
+    """What one run of a case takes."""
+
+    def __init__(self, instructions, allocations):
+        self.instructions = instructions
+        self.allocations = allocations
+
+
+def count(program):
+    """The costs of the cases of `program` by name, without what calling a case takes."""
+    with tempfile.TemporaryDirectory() as folder:
+        profile = os.path.join(folder, "profile")
+        printed = subprocess.run(
+            ["valgrind", "--quiet", "--tool=callgrind", "--combine-dumps=yes",
+             "--callgrind-out-file=" + profile, program],
+            check=True, stdout=subprocess.PIPE, text=True).stdout
+        with open(profile, encoding="utf-8") as file:
+            totals = dict(re.findall(
+                r"^desc: Trigger: Client Request: (\S+)$.*?^totals: (\d+)$", file.read(),
+                re.MULTILINE | re.DOTALL))
+    allocations = {name: int(number) for name, number in map(str.split, printed.splitlines())}
+    runs = allocations.pop("runs")
+    if totals.keys() != allocations.keys():
+        raise RuntimeError("callgrind's profile has other cases than the program")
+
+    empty = int(totals["empty"])
+    return {name: Cost((int(total) - empty) / runs, allocations[name])
+            for name, total in totals.items() if name != "empty"}
+
+
+def pairs(costs):
+    """GROUP/KIND, what the library takes and what its floor takes, for each case with a floor."""
+    for name, floor in costs.items():
+        if name.endswith("/floor"):
+            case = name[:-len("/floor")]
+            yield case, costs[case + "/library"], floor
