@@ -10,7 +10,6 @@
 namespace {
 
 constexpr std::size_t kNameSize = 64;
-constexpr std::uint32_t kIndexMask = 0xFFFFFF;
 
 // The bytes that `field` stores, at most `size`, are copied to `target`.
 void CopyFirstBytes(const std::string& field, void* target, std::size_t size) {
@@ -19,16 +18,16 @@ void CopyFirstBytes(const std::string& field, void* target, std::size_t size) {
 
 }  // namespace
 
+// Hexadecimal numbers are written as the printable base's ToHexString does, without its string.
+
 void AppendObject(std::string_view class_name, const void* object, Text* text) {
   text->Append(class_name);
   text->Append("(this=");
-  // What ToHexString would return, without the allocation that a text of this length takes.
   text->AppendHexadecimal<16>(reinterpret_cast<std::uintptr_t>(object));
   text->Append(")");
 }
 
-void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
-                 Text* text) {
+void AppendLimId(const std::string& lim_id, Text* text) {
   std::uint32_t id = 0;
   CopyFirstBytes(lim_id, &id, sizeof id);
   std::uint8_t type = 0;
@@ -42,9 +41,9 @@ void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintabl
   text->Append(", lim id(name=");
   text->Append({name.data(), strnlen(name.data(), name.size())});
   text->Append(", type=");
-  text->Append(printable.ToHexString(type, 2));
+  text->AppendHexadecimal<2>(type);
   text->Append(", value=");
-  text->Append(printable.ToHexString(index & kIndexMask, 6));
+  text->AppendHexadecimal<6>(index);
   text->Append(")");
 }
 

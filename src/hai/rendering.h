@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "hai/text.h"
-#include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 
 /// What a rendering shows of `carried`, the message under a wrapper: an absent one reads like an
 /// empty one.
@@ -21,8 +20,7 @@ void AppendObject(std::string_view class_name, const void* object, Text* text);
 
 /// Appends the piece on a logical interface: its name, type and index as the platform knows them.
 /// The first 4 bytes of `lim_id` are its id in host byte order; bytes that it lacks read as 0.
-void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
-                 Text* text);
+void AppendLimId(const std::string& lim_id, Text* text);
 
 /// Appends "mac address(<address>)" with the first 6 bytes of `mac`; bytes that it lacks read as 0.
 void AppendMacAddress(const std::string& mac, Text* text);

@@ -40,7 +40,7 @@ std::string HostEncapsulationMessage::ToString(bool full) const {
   }
 
   if (host.has_lim_id()) {
-    AppendLimId(host.lim_id(), *this, &text);
+    AppendLimId(host.lim_id(), &text);
   } else {
     text.Append(", lim id(Empty)");
   }

@@ -53,7 +53,7 @@ std::string MplsEncapsulationMessage::ToString(bool full) const {
   }
 
   if (mpls.has_lim_id()) {
-    AppendLimId(mpls.lim_id(), *this, &text);
+    AppendLimId(mpls.lim_id(), &text);
   } else {
     text.Append(", lim id(Empty)");
   }

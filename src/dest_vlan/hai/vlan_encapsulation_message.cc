@@ -30,7 +30,7 @@ std::string VlanEncapsulationMessage::ToString(bool full) const {
   text.Append(")");
 
   if (vlan.has_lim_id()) {
-    AppendLimId(vlan.lim_id(), *this, &text);
+    AppendLimId(vlan.lim_id(), &text);
   } else {
     text.Append(", lim id(Empty)");
   }
