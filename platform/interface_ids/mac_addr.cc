@@ -10,12 +10,12 @@ MACAddr::MACAddr(const std::uint8_t* bytes) : bytes_() {
 
 std::string MACAddr::to_string() const {
   static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(3 * bytes_.size());
+  std::string text(3 * bytes_.size() - 1, ':');
+  char* place = text.data();
   for (const std::uint8_t byte : bytes_) {
-    if (!text.empty()) text += ':';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    place[0] = kDigits[byte >> 4];
+    place[1] = kDigits[byte & 0xF];
+    place += 3;
   }
   return text;
 }
