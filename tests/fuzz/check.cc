@@ -1,0 +1,24 @@
+#include <google/protobuf/stubs/logging.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "tests/fuzz/fuzz_input.h"
+
+namespace {
+
+// Protobuf says on stderr what is wrong with a message; there are millions of them.
+[[maybe_unused]] google::protobuf::LogHandler* const previous =
+    google::protobuf::SetLogHandler(nullptr);
+
+}  // namespace
+
+namespace fuzz {
+
+void Check(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "finding: %s\n", what);
+  std::abort();
+}
+
+}  // namespace fuzz
