@@ -1,0 +1,339 @@
+"""The changes that mutation testing makes to a source, one place at a time.
+
+`mutations(text)` lists them all, in the order of the source; of those with the same result one.
+Each operator below is a generator of (start, end, replacement) over a `Source`; its docstring says
+what it changes.
+"""
+import re
+from dataclasses import dataclass
+
+from cpp_source import Source
+
+OPERATORS = {}
+COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], ">": [">=", "<"],
+               ">=": [">", "<"]}
+ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "&": "|", "|": "&", "&&": "||", "||": "&&",
+              "+=": "-=", "-=": "+=", "<<=": ">>=", ">>=": "<<=", "++": "--", "--": "++"}
+# Names that are easily taken for each other, as parts of a name.
+RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
+           ("Success", "Error"), ("TraceLevel", "ErrorLevel"), ("db_id", "secondary_id", "vrf_id"),
+           ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]
+
+
+@dataclass(frozen=True)
+class Mutation:
+    operator: str
+    start: int
+    end: int
+    replacement: str
+    line: int
+
+    def apply(self, text):
+        return text[: self.start] + self.replacement + text[self.end :]
+
+
+def mutations(text):
+    source = Source(text)
+    found = {}
+    compiler_only = list(compiler_only_spans(source))
+    for name, operator in OPERATORS.items():
+        for start, end, replacement in operator(source):
+            if not any(first <= start < last for first, last in compiler_only):
+                mutation = Mutation(name, start, end, replacement, source.line(start))
+                found.setdefault(mutation.apply(text), mutation)
+    found.pop(text, None)
+    return sorted(found.values(), key=lambda mutation: (mutation.start, mutation.end,
+                                                        mutation.replacement))
+
+
+def operator(function):
+    OPERATORS[function.__name__] = function
+    return function
+
+
+@operator
+def comparison(source):
+    """== for !=, < for <= and >, and so on."""
+    for place, token in signs(source):
+        if token.text in COMPARISONS and source.spaced(place):
+            for other in COMPARISONS[token.text]:
+                yield token.start, token.end, other
+
+
+@operator
+def arithmetic(source):
+    """+ for -, & for |, && for ||, += for -=, ++ for -- and so on."""
+    for place, token in signs(source):
+        if token.text in ARITHMETIC and (source.spaced(place) or token.text in ("++", "--")):
+            yield token.start, token.end, ARITHMETIC[token.text]
+
+
+@operator
+def negation(source):
+    """A ! taken away."""
+    for _, token in signs(source):
+        if token.text == "!":
+            yield token.start, token.end, ""
+
+
+@operator
+def log_line(source):
+    """The line number of a log site, one higher."""
+    for token in source.tokens:
+        if token.kind == "number" and is_log_site(source, token):
+            yield token.start, token.end, str(int(token.text) + 1)
+
+
+@operator
+def constant(source):
+    """A number one higher and one lower, a character the next one, true for false."""
+    for token in source.tokens:
+        if token.kind == "number" and not is_log_site(source, token):
+            value = int(token.text, 0)
+            form = "0x{:X}" if token.text.lower().startswith("0x") else "{}"
+            yield token.start, token.end, form.format(value + 1)
+            if value > 0:
+                yield token.start, token.end, form.format(value - 1)
+    for token in source.tokens:
+        if token.kind == "char" and len(token.text) == 3:
+            yield token.start, token.end, f"'{chr(ord(token.text[1]) + 1)}'"
+        elif token.text in ("true", "false"):
+            yield token.start, token.end, "false" if token.text == "true" else "true"
+
+
+@operator
+def text(source):
+    """A text with another letter in its middle; an empty text."""
+    for token in source.tokens:
+        if token.kind != "text" or token.text == '""':
+            continue
+        yield token.start, token.end, '""'
+        places = [place for place in range(1, len(token.text) - 1)
+                  if token.text[place].isalnum() and token.text[place - 1] not in "%\\"]
+        place = places[len(places) // 2] if places else 1
+        other = "q" if token.text[place] != "q" else "z"
+        yield token.start, token.end, token.text[:place] + other + token.text[place + 1 :]
+
+
+@operator
+def condition(source):
+    """A condition (of presence, of tracing, ...) that always or never holds, or the reverse."""
+    for statement in statements(source):
+        if statement.kind == "if":
+            start, end = source.span(*statement.condition)
+            yield start, end, "true"
+            yield start, end, "false"
+            yield start, end, f"!({source.text[start:end]})"
+
+
+@operator
+def alternatives(source):
+    """The two results of a ?: swapped."""
+    for place, token in signs(source):
+        if token.text == "?":
+            colon = next(at for at in range(place, len(source.tokens)) if source.word(at) == ":")
+            last = colon + 1
+            while source.word(last + 1) not in (";", ")", ","):
+                last += 1
+                last = source.partner.get(last, last)
+            yield swap(source, (place + 1, colon - 1), (colon + 1, last))
+
+
+@operator
+def removal(source):
+    """A call, assignment, loop or jump taken away."""
+    for statement in statements(source):
+        if statement.kind in ("expression", "loop") or source.slice(
+            statement.first, statement.last) in ("return;", "continue;", "break;"):
+            yield *source.span(statement.first, statement.last), ";"
+
+
+@operator
+def order(source):
+    """Two neighbouring statements swapped."""
+    for statement in statements(source):
+        if statement.kind == "block":
+            for one, other in zip(statement.parts, statement.parts[1:]):
+                if moves(source, one) and moves(source, other):
+                    yield swap(source, (one.first, one.last), (other.first, other.last))
+
+
+@operator
+def result(source):
+    """What a function returns: the opposite truth, or an empty value."""
+    for body in source.bodies:
+        head = source.slice(body.head, body.block.first)
+        for statement in body.block.all():
+            if source.word(statement.first) != "return" or statement.last == statement.first + 1:
+                continue
+            start, end = source.span(statement.first + 1, statement.last - 1)
+            if re.match(r"(inline |constexpr |static )*bool ", head):
+                yield start, end, f"!({source.text[start:end]})"
+            elif source.tokens[statement.first + 1].kind != "number":
+                yield start, end, "{}"
+
+
+@operator
+def arguments(source):
+    """Two neighbouring arguments, rows of a table or initial values swapped."""
+    blocks = {statement.first for statement in statements(source) if statement.kind == "block"}
+    bodies = [(body.block.first, body.block.last) for body in source.bodies]
+    for place, token in signs(source):
+        call = token.text == "(" and any(first < place < last for first, last in bodies)
+        values = token.text == "{" and place not in blocks and source.word(place - 1) not in (
+            "zuskux", "dest_mng", "namespace")
+        if (call or values) and source.word(place - 1) != "for":
+            pieces = source.split(place + 1, source.partner[place] - 1)
+            for one, other in zip(pieces, pieces[1:]):
+                yield swap(source, one, other)
+
+
+@operator
+def related_name(source):
+    """A name for another that is easily taken for it: Destroy for Install, Error for Success."""
+    for token in code(source):
+        for group in RELATED:
+            for part in group:
+                if token.kind == "word" and part in token.text:
+                    for other in group:
+                        if other != part:
+                            yield token.start, token.end, token.text.replace(part, other)
+
+
+@operator
+def constant_name(source):
+    """A constant of the file for the next one."""
+    names = [token.text for place, token in enumerate(source.tokens)
+             if re.fullmatch(r"k[A-Z]\w*", token.text) and source.word(place + 1) in "{=["]
+    for token in code(source):
+        if token.text in names:
+            yield token.start, token.end, names[(names.index(token.text) + 1) % len(names)]
+
+
+@operator
+def accessor(source):
+    """A field that is read for the next one that the function reads of the same object."""
+    for body in source.bodies:
+        reads = {}
+        for place in range(body.block.first, body.block.last):
+            if source.word(place + 1) == "." and source.word(place + 3) == "(" and source.word(
+                place + 4) == ")":
+                reads.setdefault(source.word(place), []).append(place + 2)
+        for places in reads.values():
+            names = list(dict.fromkeys(source.word(place) for place in places))
+            for place in places:
+                name = names[(names.index(source.word(place)) + 1) % len(names)]
+                yield *source.span(place, place), name
+
+
+@operator
+def initialiser(source):
+    """A member or local variable without its initial value."""
+    for one in source.classes:
+        for first, last in members(source, one):
+            for place in range(first, last):
+                if source.word(place) == "=" and is_data(source, first, last):
+                    yield source.tokens[place - 1].end, source.tokens[last].end, ""
+    for statement in statements(source):
+        if statement.kind == "declaration" and source.slice(
+            statement.last - 2, statement.last) == "{};":
+            yield *source.span(statement.last - 2, statement.last - 1), ""
+
+
+@operator
+def storage(source):
+    """A static local variable made anew at each call."""
+    for statement in statements(source):
+        if source.word(statement.first) == "static" and source.word(
+            statement.first + 1) != "constexpr":
+            yield source.tokens[statement.first].start, source.tokens[statement.first + 1].start, ""
+
+
+@operator
+def virtual(source):
+    """An operation or destructor that is no longer virtual."""
+    for place, token in enumerate(source.tokens):
+        if token.text == "virtual":
+            yield token.start, source.tokens[place + 1].start, ""
+
+
+@operator
+def layout(source):
+    """Two neighbouring base classes, data members or virtual operations swapped."""
+    for one in source.classes:
+        bases = [place for place in range(one.head, one.opening) if source.word(place) == "public"]
+        for base, other in zip(bases, bases[1:]):
+            last = next(place for place in range(other, one.opening + 1)
+                        if source.word(place + 1) in ("{", ","))
+            yield swap(source, (base, other - 2), (other, last))
+        for chosen in (is_data, is_virtual):
+            found = [member for member in members(source, one) if chosen(source, *member)]
+            for member, other in zip(found, found[1:]):
+                yield swap(source, member, other)
+
+
+def signs(source):
+    return [(place, token) for place, token in enumerate(source.tokens) if token.kind == "sign"]
+
+
+def compiler_only_spans(source):
+    """What has no meaning at run time: attributes, static assertions, the 0 of pure virtual."""
+    for place, token in enumerate(source.tokens):
+        if token.text in ("__attribute__", "static_assert"):
+            yield token.start, source.tokens[source.partner[place + 1]].end
+        elif token.text in ("override", "const", ")") and source.word(place + 1) == "=":
+            yield source.tokens[place + 1].start, source.tokens[place + 2].end
+
+
+def is_log_site(source, token):
+    statement = source.text[source.text.rfind(";", 0, token.start) + 1 : token.start]
+    return "constexpr LogSite" in statement
+
+
+def statements(source):
+    for body in source.bodies:
+        yield from body.block.all()
+
+
+def code(source):
+    """The tokens of all function bodies."""
+    for body in source.bodies:
+        yield from source.tokens[body.block.first : body.block.last]
+
+
+def moves(source, statement):
+    """Whether it matters when a statement runs: jumps stay last, plain declarations do nothing."""
+    if statement.kind == "declaration":
+        return "(" in source.slice(statement.first, statement.last)
+    return statement.kind != "jump"
+
+
+def members(source, one):
+    """The declarations of a class, each without its semicolon."""
+    first = place = one.opening + 1
+    while place < one.closing:
+        text = source.word(place)
+        if source.is_access(place):
+            first = place + 1
+        elif text == ";":
+            yield first, place - 1
+            first = place + 1
+        elif text == "{" and source.word(place - 1) in (")", "const", "noexcept", "override"):
+            first = source.partner[place] + 1
+        place = source.partner.get(place, place) + 1
+
+
+def is_data(source, first, last):
+    words = [source.word(place) for place in range(first, last + 1)]
+    return "(" not in words and not {"using", "static", "friend"} & set(words)
+
+
+def is_virtual(source, first, _):
+    return source.word(first) == "virtual"
+
+
+def swap(source, one, other):
+    """Exchanges two pieces, and leaves what is between them."""
+    start, end = source.span(one[0], other[1])
+    between = source.text[source.tokens[one[1]].end : source.tokens[other[0]].start]
+    return start, end, source.slice(*other) + between + source.slice(*one)

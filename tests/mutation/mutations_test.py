@@ -1,0 +1,131 @@
+#!/usr/bin/env python3
+"""What the mutation operators make of small sources."""
+import unittest
+
+from mutations import mutations
+
+
+def made(source, operator):
+    """The sources that an operator makes."""
+    return [mutation.apply(source) for mutation in mutations(source)
+            if mutation.operator == operator]
+
+
+def body(text):
+    return f"int F() {{ {text} }}"
+
+
+class MutationsTest(unittest.TestCase):
+    def check(self, operator, source, *expected):
+        self.assertEqual(made(source, operator), list(expected))
+
+    def check_body(self, operator, text, *expected):
+        self.check(operator, body(text), *map(body, expected))
+
+    def test_comparison(self):
+        self.check_body("comparison", "x = a == b;", "x = a != b;")
+        self.check_body("comparison", "x = a < b;", "x = a <= b;", "x = a > b;")
+
+    def test_brackets_of_templates_are_no_comparisons(self):
+        self.check_body("comparison", "x = static_cast<int>(b);")
+
+    def test_arithmetic(self):
+        self.check_body("arithmetic", "x += a + b;", "x -= a + b;", "x += a - b;")
+        self.check_body("arithmetic", "x = a && --b;", "x = a || --b;", "x = a && ++b;")
+
+    def test_pointers_and_references_are_no_arithmetic(self):
+        self.check_body("arithmetic", "auto* x = &a; const T& y = *b;")
+
+    def test_negation(self):
+        self.check_body("negation", "if (!x) G();", "if (x) G();")
+
+    def test_log_line(self):
+        self.check("log_line", 'constexpr LogSite kSite{kFile, "F", 60, kTrace};',
+                   'constexpr LogSite kSite{kFile, "F", 61, kTrace};')
+
+    def test_constant(self):
+        self.check("constant", "constexpr int kMask = 0xF;", "constexpr int kMask = 0x10;",
+                   "constexpr int kMask = 0xE;")
+        self.check_body("constant", "x = 0; y = 'a'; return true;", "x = 1; y = 'a'; return true;",
+                        "x = 0; y = 'b'; return true;", "x = 0; y = 'a'; return false;")
+
+    def test_what_only_the_compiler_sees_stays(self):
+        self.assertEqual(mutations("static_assert(sizeof(int) == 4);"), [])
+        self.assertEqual(made("class A { virtual int F() = 0; };", "constant"), [])
+        self.assertEqual(made("__attribute__((format(printf, 2, 3))) void F();", "constant"), [])
+
+    def test_comments_and_includes_stay(self):
+        self.assertEqual(mutations('#include "a.h"\n// "text" 1\n/* 2 == 3 */\n'), [])
+
+    def test_text(self):
+        self.check_body("text", 'G("%u abc");', 'G("");', 'G("%u aqc");')
+        self.check_body("text", 'G(", ");', 'G("");', 'G("q ");')
+
+    def test_condition(self):
+        self.check_body("condition", "if (m.has_x()) G();", "if (!(m.has_x())) G();",
+                        "if (false) G();", "if (true) G();")
+
+    def test_alternatives(self):
+        self.check_body("alternatives", "return a ? f(b, 1) : c;", "return a ? c : f(b, 1);")
+
+    def test_removal(self):
+        self.check_body("removal", "int x = G(); H(x); return x;", "int x = G(); ; return x;")
+        self.check_body("removal", "for (int x : y) G(x);", ";", "for (int x : y) ;")
+        self.check_body("removal", "if (x) return; G();", "if (x) ; G();", "if (x) return; ;")
+
+    def test_order(self):
+        self.check_body("order", "A a; G(a); if (a) H(); return 1;",
+                        "A a; if (a) H(); G(a); return 1;")
+        self.check_body("order", "A a(1); B b(2);", "B b(2); A a(1);")
+
+    def test_result(self):
+        self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
+        self.check_body("result", "return g; ", "return {}; ")
+
+    def test_arguments(self):
+        self.check_body("arguments", "G(a, H(b), c);", "G(H(b), a, c);", "G(a, c, H(b));")
+        self.check_body("arguments", "static constexpr std::array kTable = {A, B};",
+                        "static constexpr std::array kTable = {B, A};")
+
+    def test_parameters_stay(self):
+        self.check("arguments", "int F(int a, int b) { return a; }")
+
+    def test_related_name(self):
+        self.check_body("related_name", "c.InstallVlan();", "c.DestroyVlan();", "c.ReplaceVlan();")
+        self.check_body("related_name", "c.Success();", "c.Error();")
+
+    def test_constant_name(self):
+        constants = "constexpr int kA = 1; constexpr int kB = 2; "
+        self.check("constant_name", constants + body("G(kA);"), constants + body("G(kB);"))
+
+    def test_accessor(self):
+        self.check_body("accessor", "m.set(r.a()); m.set(r.b());", "m.set(r.b()); m.set(r.b());",
+                        "m.set(r.a()); m.set(r.a());")
+
+    def test_initialiser(self):
+        self.check("initialiser", "class A { int a_ = 0; };", "class A { int a_; };")
+        self.check_body("initialiser", "std::array<char, 6> a{};", "std::array<char, 6> a;")
+
+    def test_storage(self):
+        self.check_body("storage", "static A a; static constexpr int b = 1;",
+                        "A a; static constexpr int b = 1;")
+
+    def test_virtual(self):
+        self.check("virtual", "class A { virtual ~A(); };", "class A { ~A(); };")
+
+    def test_layout(self):
+        self.check("layout", "class A : public B, public C {};", "class A : public C, public B {};")
+        self.check("layout", "class A { int a_; char b_; void F(); };",
+                   "class A { char b_; int a_; void F(); };")
+        self.check("layout", "class A { virtual int F() = 0; virtual int G() = 0; };",
+                   "class A { virtual int G() = 0; virtual int F() = 0; };")
+
+    def test_a_place_is_changed_in_each_way_once(self):
+        results = [mutation.apply(body("if (a == 0) G(0, 1);"))
+                   for mutation in mutations(body("if (a == 0) G(0, 1);"))]
+        self.assertEqual(len(results), len(set(results)))
+        self.assertNotIn(body("if (a == 0) G(0, 1);"), results)
+
+
+if __name__ == "__main__":
+    unittest.main()
