@@ -6,6 +6,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
+COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 
 # install_packages PACKAGE...: installs what is missing of them.
 install_packages() {
