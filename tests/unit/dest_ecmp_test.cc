@@ -229,6 +229,16 @@ TEST_F(EcmpGroupTest, FailureToGrowTheMembersDestroysTheWrapperAndTheNextHops) {
   EXPECT_EQ(LiveWithoutEvents(), before);
 }
 
+TEST_F(EcmpGroupTest, MembersAreInTheMessageBeforeTheTrace) {
+  WithoutClient();
+  std::size_t allocations[2] = {};
+  std::size_t records = 0;
+  testing_support::SetLogHook([&] { allocations[records++] = AllocationCount(); });
+  adapter_.InstallEcmp(Group({12, 15}));
+  EXPECT_EQ(records, 2U);
+  EXPECT_EQ(allocations[0], allocations[1]);
+}
+
 constexpr std::uintptr_t kExampleAddress = 0x0000557612340040;
 constexpr char kTaken[] = "the address is taken in this process; run again";
 
