@@ -180,8 +180,8 @@ def arguments(source):
     bodies = [(body.block.first, body.block.last) for body in source.bodies]
     for place, token in signs(source):
         call = token.text == "(" and any(first < place < last for first, last in bodies)
-        values = token.text == "{" and place not in blocks and source.word(place - 1) not in (
-            "zuskux", "dest_mng", "namespace")
+        values = token.text == "{" and place not in blocks and source.tokens[
+            place - 1].text not in ("namespace", "dest_mng") and not is_enumeration(source, place)
         if (call or values) and source.word(place - 1) != "for":
             pieces = source.split(place + 1, source.partner[place] - 1)
             for one, other in zip(pieces, pieces[1:]):
@@ -283,6 +283,10 @@ def compiler_only_spans(source):
             yield token.start, source.tokens[source.partner[place + 1]].end
         elif token.text in ("override", "const", ")") and source.word(place + 1) == "=":
             yield source.tokens[place + 1].start, source.tokens[place + 2].end
+
+
+def is_enumeration(source, opening):
+    return "enum" in [source.word(place) for place in range(opening - 6, opening)]
 
 
 def is_log_site(source, token):
