@@ -121,6 +121,26 @@ function(zuskux_install_documents)
           DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/examples COMPONENT development)
 endfunction()
 
+# zuskux_install_man_page(<program> <component>)
+function(zuskux_install_man_page program component)
+  set(page ${CMAKE_BINARY_DIR}/install/man/${program}.1)
+  configure_file(packaging/man/${program}.1.in ${page} @ONLY)
+  execute_process(COMMAND gzip -9nkf ${page} COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+endfunction()
+
+# One file completes all programs; bash looks it up by the program's name.
+function(zuskux_install_completion first)
+  set(folder ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES packaging/completion.bash DESTINATION ${folder} RENAME ${first} COMPONENT tools)
+  foreach(program IN LISTS ARGN)
+    set(link ${CMAKE_BINARY_DIR}/install/completion/${program})
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/install/completion)
+    file(CREATE_LINK ${first} ${link} SYMBOLIC)
+    install(FILES ${link} DESTINATION ${folder} COMPONENT tools)
+  endforeach()
+endfunction()
+
 # What is not installed where it is defined.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
@@ -131,14 +151,18 @@ function(zuskux_install_all)
   zuskux_install_package_files()
   zuskux_install_platform_check()
   zuskux_install_documents()
+  zuskux_install_man_page(zuskux-check-platform development)
 
   if(ZUSKUX_BUILD_REFERENCE)
-    foreach(program IN ITEMS zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)
+    set(programs zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)
+    foreach(program IN LISTS programs)
       zuskux_install_program(${program})
+      zuskux_install_man_page(${program} tools)
     endforeach()
+    zuskux_install_completion(${programs})
     install(DIRECTORY examples/sites DESTINATION ${ZUSKUX_INSTALL_DATA} COMPONENT tools
             FILES_MATCHING PATTERN *.txtpb)
-    install(FILES reference/site/site.proto DESTINATION ${ZUSKUX_INSTALL_DATA}/sites
-            COMPONENT tools)
+    install(FILES reference/site/site.proto reference/server/fault.proto
+            DESTINATION ${ZUSKUX_INSTALL_DATA}/proto COMPONENT tools)
   endif()
 endfunction()

@@ -188,8 +188,7 @@ int Run(int argc, char** argv) {
               << "Shows a recording line by line, sends its requests again and compares the\n"
               << "results, or compares what two recordings leave in the HAL.\n\n"
               << options
-              << "\nEnds with 0, 1 for what cannot be read or replayed, 2 for wrong usage, 3 for\n"
-              << "differences.\n";
+              << "\nExit status: 0 no differences, 1 an error, 2 wrong usage, 3 differences.\n";
     return 0;
   }
   if (values.count("version") != 0) {

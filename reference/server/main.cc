@@ -177,7 +177,8 @@ int ShowTables(const po::variables_map& values) {
 
 int Run(const po::variables_map& values) {
   if (values.count("help") != 0) {
-    std::cout << kUsage << Options();
+    std::cout << kUsage << Options()
+              << "\nExit status: 0 ended or shown, 1 an error, 2 wrong usage or a wrong fault file.\n";
     return 0;
   }
   if (values.count("version") != 0) {

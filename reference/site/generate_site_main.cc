@@ -120,7 +120,7 @@ int Run(int argc, char** argv) {
     if (values.count("help") != 0) {
       std::cout << "Usage: zuskux-generate-site --objects N [--seed S] [-o FILE]\n"
                 << "Writes a valid pseudo-random site file.\n\n"
-                << options;
+                << options << "\nExit status: 0 written, 1 not written, 2 wrong usage.\n";
       return 0;
     }
     if (values.count("version") != 0) {

@@ -1,0 +1,29 @@
+# Completion of zuskux-manager, zuskux-hal, zuskux-record and zuskux-generate-site: the options are those
+# that the program's --help lists.
+
+_zuskux() {
+  local program=$1 word=$2 previous=$3
+  COMPREPLY=()
+  case $previous in
+    --hal)
+      mapfile -t COMPREPLY < <(compgen -W 'embedded unix:' -- "$word")
+      return
+      ;;
+    --explain | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+      return
+      ;;
+  esac
+  if [[ $word == -* ]]; then
+    local options
+    options=$("$program" --help | grep -oE -- '--[a-z][a-z-]*' | sort -u)
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+  elif [[ $COMP_CWORD -eq 1 ]]; then
+    local commands
+    commands=$("$program" --help | sed -nE 's/^(Usage:)? +'"${program##*/}"' ([a-z]+) .*/\2/p')
+    mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word"; compgen -f -- "$word")
+  else
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
+  fi
+}
+
+complete -o filenames -F _zuskux zuskux-manager zuskux-hal zuskux-record zuskux-generate-site

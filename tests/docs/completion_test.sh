@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Checks what the bash completion offers for each program, against the program's --help.
+#
+#   completion_test.sh COMPLETION PROGRAM...
+set -euo pipefail
+
+. "$1"
+shift
+
+fail() {
+  echo "completion_test: $1" >&2
+  exit 1
+}
+
+# offered PROGRAM WORD...: what is offered for the last word.
+offered() {
+  COMP_WORDS=("$@")
+  COMP_CWORD=$(($# - 1))
+  local previous_index=$(($# - 1))
+  _zuskux "$1" "${!#}" "${!previous_index}"
+  printf '%s\n' "${COMPREPLY[@]}" | sort
+}
+
+for program in "$@"; do
+  name=$(basename "$program")
+  complete -p "$name" | grep -q -- '-F _zuskux' || fail "$name is not completed"
+  options=$("$program" --help | grep -oE '^ +(-. \[ )?--[a-z-]+' | grep -oE -- '--[a-z-]+' | sort)
+  [ -n "$options" ] || fail "$name has no options"
+  [ "$(offered "$program" --)" = "$options" ] || fail "$name offers: $(offered "$program" --)"
+  case $name in
+    zuskux-manager) commands=status ;;
+    zuskux-hal) commands=tables ;;
+    zuskux-record) commands=$'diff\nreplay\nshow' ;;
+    *) commands='' ;;
+  esac
+  cd / # No file here begins like a command.
+  for command in $commands; do
+    offered "$program" "${command:0:2}" | grep -qx "$command" || fail "$name does not offer $command"
+  done
+done
+[ "$(offered "$1" --hal e)" = embedded ] || fail 'embedded is not offered after --hal'
