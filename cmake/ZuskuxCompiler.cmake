@@ -26,10 +26,7 @@ if(ZUSKUX_SANITIZERS)
   endif()
 endif()
 
-# What ships says nothing of where it was built, so that two builds of a commit are equal.
-foreach(map IN ITEMS ${CMAKE_SOURCE_DIR}=. ${CMAKE_BINARY_DIR}=build)
-  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${map}>)
-endforeach()
+# Libraries are found from where a program lies, so that files do not tell where they were built.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 find_program(CCACHE ccache)
