@@ -103,8 +103,9 @@ bool IsTablesCommand(const po::variables_map& values) {
 // An option that the other command has is not one of this.
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
-      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet"}
-                     : std::vector<std::string>{"json"};
+      tables_command
+          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet"}
+          : std::vector<std::string>{"json"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
     throw UsageError("--" + option + " does not go " + (tables_command ? "with" : "without") +
@@ -178,7 +179,7 @@ int ShowTables(const po::variables_map& values) {
 int Run(const po::variables_map& values) {
   if (values.count("help") != 0) {
     std::cout << kUsage << Options()
-              << "\nExit status: 0 ended or shown, 1 an error, 2 wrong usage or a wrong fault file.\n";
+              << "\nExit status: 0 done, 1 an error, 2 wrong usage or a wrong fault file.\n";
     return 0;
   }
   if (values.count("version") != 0) {
