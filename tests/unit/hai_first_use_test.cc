@@ -47,7 +47,8 @@ std::vector<Hai*> UseOnManyThreads() {
 [[noreturn]] void FailThenRetry() {
   FailAllocation(1);
   EXPECT_THROW(Hai::GetInstance(), std::bad_alloc);
-  FailAllocation(1);
+  FailAllocation(1, /*all_after=*/true);
+  EXPECT_THROW(Hai::GetInstance(), std::bad_alloc);
   EXPECT_THROW(Hai::GetInstance(), std::bad_alloc);
   FailAllocation(0);
 
