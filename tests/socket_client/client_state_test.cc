@@ -11,6 +11,7 @@
 
 #include "reference/hal/hal_tables.h"
 #include "reference/socket_client/client_queue.h"
+#include "reference/socket_client/handler_memory.h"
 #include "reference/socket_client/kept_vrfs.h"
 #include "reference/socket_client/outstanding_requests.h"
 #include "reference/socket_client/reinstall_check.h"
@@ -199,6 +200,27 @@ TEST(ReinstallCheckTest, TextOfASummary) {
   wire::TableSummary summary = Summary(tables);
   summary.set_removed(3);
   EXPECT_EQ(SummaryText(summary), "vrf 1, vlan 0, host 0, ecmp 0, mpls 0 (3 removed)");
+}
+
+TEST(HandlerMemoryTest, HoldsOneHandlerAtATime) {
+  HandlerMemory memory;
+  void* const first = memory.Allocate(64);
+  void* const second = memory.Allocate(64);
+  EXPECT_NE(second, first);
+  memory.Free(first);
+  EXPECT_EQ(memory.Allocate(64), first);
+  memory.Free(second);
+  memory.Free(first);
+}
+
+TEST(HandlerMemoryTest, TakesALargeHandlerFromTheHeap) {
+  HandlerMemory memory;
+  void* const small = memory.Allocate(1);
+  memory.Free(small);
+  void* const large = memory.Allocate(4096);
+  EXPECT_NE(large, small);
+  EXPECT_EQ(memory.Allocate(1), small);
+  memory.Free(large);
 }
 
 }  // namespace
