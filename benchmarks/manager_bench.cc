@@ -1,0 +1,80 @@
+// What the reference manager holds for its objects.
+//
+//   manager_bench SOCKET OBJECTS     brings the server that listens there to a generated site, and
+//                                    prints bytes an object: what the process grew by at its peak
+//                                    ("peak"), and what the objects alone take ("records")
+
+#include <malloc.h>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <cstddef>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "benchmarks/destinations.h"
+#include "reference/manager/manager.h"
+#include "reference/site/generate_site.h"
+#include "reference/socket_client/socket_hal.h"
+
+namespace {
+
+// Of this process, from the kernel.
+std::size_t Kibibytes(const std::string& field) {
+  std::ifstream status("/proc/self/status");
+  std::string name;
+  std::size_t value = 0;
+  while (status >> name) {
+    if (name == field + ":" && status >> value) return value;
+  }
+  return 0;
+}
+
+std::size_t HeapInUse() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+std::size_t RecordBytes(std::size_t objects) {
+  const std::size_t before = HeapInUse();
+  const bench::Destinations destinations = bench::MakeDestinations(objects);
+  return HeapInUse() - before;
+}
+
+std::size_t ManagerPeak(const std::string& socket, std::size_t objects) {
+  malloc_trim(0);
+  std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts over
+  const std::size_t before = Kibibytes("VmRSS");
+
+  boost::asio::io_context io;
+  const auto work = boost::asio::make_work_guard(io);
+  reference::ManagerEvents events;
+  events.settled = [&io] { io.stop(); };
+  reference::Manager manager(&io, events);
+  reference::SocketHalOptions options;
+  options.path = socket;
+  reference::SocketHal hal(options);
+  manager.Apply(reference::GenerateSite(1, objects));
+  manager.Start(&hal);
+  io.run();
+  return (Kibibytes("VmHWM") - before) * 1024;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::size_t objects = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : 0;
+  if (objects == 0) {
+    std::cerr << "usage: manager_bench SOCKET OBJECTS\n";
+    return 2;
+  }
+  const std::size_t records = RecordBytes(objects);
+  const std::size_t peak = ManagerPeak(argv[1], objects);
+  const auto each = [objects](std::size_t bytes) {
+    return static_cast<double>(bytes) / static_cast<double>(objects);
+  };
+  std::cout << "peak " << each(peak) << "\nrecords " << each(records) << "\n";
+  return 0;
+}

@@ -1,0 +1,143 @@
+// The least that a request and its result over a socket can cost: the same frames, made before the
+// clock starts, to a server that looks at nothing but their length.
+//
+//   raw_frames serve SOCKET             serves one client
+//   raw_frames send SOCKET OBJECTS      prints nanoseconds a request
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/endian/conversion.hpp>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "benchmarks/captured_requests.h"
+#include "reference/wire/frame.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kReadSize = std::size_t{64} * 1024;
+// Header, code and two ids.
+constexpr std::size_t kResultSize = reference::kFrameHeaderSize + 12;
+
+std::size_t Check(ssize_t result, const char* what) {
+  if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+  return static_cast<std::size_t>(result);
+}
+
+sockaddr_un Address(std::string_view path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) throw std::runtime_error("the path is too long");
+  path.copy(address.sun_path, path.size());
+  return address;
+}
+
+void WriteAll(int socket, const char* data, std::size_t size) {
+  while (size > 0) {
+    const std::size_t written = Check(write(socket, data, size), "write");
+    data += written;
+    size -= written;
+  }
+}
+
+void Serve(const char* path) {
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  const sockaddr_un address = Address(path);
+  unlink(path);
+  Check(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), "bind");
+  Check(listen(listener, 1), "listen");
+  const int client = accept(listener, nullptr, nullptr);
+  Check(client, "accept");
+
+  std::array<char, kReadSize> input{};
+  const std::array<char, kResultSize> result{};
+  std::string results;
+  std::size_t kept = 0;
+  while (true) {
+    const std::size_t size = Check(read(client, &input[kept], input.size() - kept), "read");
+    if (size == 0) break;
+    const std::size_t end = kept + size;
+    std::size_t begin = 0;
+    results.clear();
+    while (end - begin >= reference::kFrameHeaderSize) {
+      std::uint32_t payload = 0;
+      std::memcpy(&payload, &input[begin + 4], sizeof payload);
+      const std::size_t frame = reference::kFrameHeaderSize + boost::endian::big_to_native(payload);
+      if (end - begin < frame) break;
+      begin += frame;
+      results.append(result.data(), result.size());
+    }
+    kept = end - begin;
+    std::memmove(input.data(), &input[begin], kept);
+    WriteAll(client, results.data(), results.size());
+  }
+  close(client);
+  close(listener);
+}
+
+void Send(const char* path, std::size_t objects) {
+  std::string frames;
+  // Where each ends.
+  std::vector<std::size_t> ends;
+  for (const reference::HalRequest& request : bench::CaptureRequests(objects)) {
+    reference::AppendFrame(static_cast<reference::FrameType>(request.operation), 0, request.payload,
+                           &frames);
+    ends.push_back(frames.size());
+  }
+  const int server = socket(AF_UNIX, SOCK_STREAM, 0);
+  const sockaddr_un address = Address(path);
+  Check(connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), "connect");
+
+  const Clock::time_point begin = Clock::now();
+  std::array<char, kReadSize> input{};
+  std::size_t sent = 0;
+  std::size_t written = 0;
+  std::size_t read_bytes = 0;
+  while (read_bytes < ends.size() * kResultSize) {
+    const std::size_t outstanding = sent - read_bytes / kResultSize;
+    if (sent < ends.size() && outstanding <= bench::kWindow / 2) {
+      sent = std::min(ends.size(), sent + bench::kWindow - outstanding);
+      WriteAll(server, frames.data() + written, ends[sent - 1] - written);
+      written = ends[sent - 1];
+    }
+    const std::size_t size = Check(read(server, input.data(), input.size()), "read");
+    if (size == 0) throw std::runtime_error("the server has gone");
+    read_bytes += size;
+  }
+  const std::chrono::duration<double, std::nano> time = Clock::now() - begin;
+  close(server);
+  std::cout << "request " << time.count() / static_cast<double>(ends.size()) << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const std::string_view what = argc > 2 ? argv[1] : "";
+    if (what == "serve" && argc == 3) {
+      Serve(argv[2]);
+    } else if (what == "send" && argc == 4) {
+      Send(argv[2], std::strtoul(argv[3], nullptr, 10));
+    } else {
+      std::cerr << "usage: raw_frames serve SOCKET | raw_frames send SOCKET OBJECTS\n";
+      return 2;
+    }
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "raw_frames: " << error.what() << "\n";
+    return 1;
+  }
+}

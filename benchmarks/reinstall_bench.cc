@@ -1,0 +1,84 @@
+// What a reinstall takes: the HAL server is found, and everything goes through the library again.
+//
+//   reinstall_bench OBJECTS     prints nanoseconds an object: of the library, and of its floor, a
+//                               walk over the same objects that calls a function that does nothing
+
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <iostream>
+
+#include "benchmarks/destinations.h"
+#include "benchmarks/objects.h"
+#include "reference/manager/adapters.h"
+#include "reference/manager/notification_sink.h"
+#include "zuskux/hai.h"
+#include "zuskux/hai_callback.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using reference::Destination;
+using reference::HalKind;
+
+// Small sites are reinstalled often enough for the clock.
+constexpr std::size_t kLeastObjects = 200'000;
+
+[[gnu::noinline]] void Nothing(Destination* destination) {
+  asm volatile("" : : "r"(destination) : "memory");
+}
+
+/// A manager that does no more than it is asked for.
+class Walker : public reference::NotificationSink {
+ public:
+  explicit Walker(std::size_t objects) : destinations_(bench::MakeDestinations(objects)) {
+    SetNotificationSink(this);
+  }
+  Walker(const Walker&) = delete;
+  Walker& operator=(const Walker&) = delete;
+  ~Walker() override { reference::SetNotificationSink(nullptr); }
+
+  void OnResult(const reference::HalResult& /*result*/) override {}
+  void OnReinstall(HalKind kind) override {
+    for (Destination& destination : destinations_[static_cast<std::size_t>(kind)]) {
+      reference::SendInstall(&destination);
+    }
+  }
+
+  void Walk() {
+    for (auto& kind : destinations_) {
+      for (Destination& destination : kind) Nothing(&destination);
+    }
+  }
+
+ private:
+  bench::Destinations destinations_;
+};
+
+template <typename Function>
+double NanosecondsAnObject(std::size_t objects, Function reinstall) {
+  reinstall();
+  std::size_t done = 0;
+  const Clock::time_point begin = Clock::now();
+  for (; done < kLeastObjects; done += objects) reinstall();
+  const std::chrono::duration<double, std::nano> time = Clock::now() - begin;
+  return time.count() / static_cast<double>(done);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::size_t objects = argc == 2 ? std::strtoul(argv[1], nullptr, 10) : 0;
+  if (objects == 0) {
+    std::cerr << "usage: reinstall_bench OBJECTS\n";
+    return 2;
+  }
+  dest_mng::Hai::GetInstance()->set_client(&bench::IdleClient());
+  Walker walker(objects);
+  std::cout << "library "
+            << NanosecondsAnObject(
+                   objects,
+                   [] { dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr); })
+            << "\nfloor " << NanosecondsAnObject(objects, [&walker] { walker.Walk(); }) << "\n";
+  return 0;
+}
