@@ -29,8 +29,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
-// Header, code and two ids.
-constexpr std::size_t kResultSize = reference::kFrameHeaderSize + 12;
+// Header, code, two ids and a time.
+constexpr std::size_t kResultSize = reference::kFrameHeaderSize + 16;
 
 std::size_t Check(ssize_t result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);

@@ -1,10 +1,12 @@
-# What ./run, ./test, ./package and .ci/ share: the packages that are needed, and building a preset.
-# Sourced by bash with $root set to the project's folder.
+# What ./run, ./test, ./package, ./bench and .ci/ share: the packages that are needed, and building a
+# preset. Sourced by bash with $root set to the project's folder.
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev graphviz)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind)
 PACKAGE_PACKAGES=(git dpkg-dev file)
+BENCH_PACKAGES=(libbenchmark-dev)
+PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 

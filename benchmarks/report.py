@@ -1,0 +1,227 @@
+"""What bench.py shows: tables in Markdown, a picture, and both in docs/performance.md."""
+
+import os
+
+KINDS = ["vlan", "host", "mpls", "ecmp", "vrf"]
+PEERS = {"redis-list": "Redis, list", "redis-table": "Redis, state table",
+         "grpc-1": "gRPC stream, one to a message", "grpc-64": "gRPC stream, 64 to a message"}
+BEGIN = "<!-- begin of what ./bench --document writes -->"
+END = "<!-- end of what ./bench --document writes -->"
+
+
+class Figures:
+    """The measured figures by name."""
+
+    def __init__(self, figures):
+        self._figures = figures
+
+    def __contains__(self, name):
+        return name in self._figures
+
+    def names(self):
+        return self._figures
+
+    def median(self, name):
+        return self._figures[name]["median"]
+
+    def ratio(self, name, to, unit):
+        return self.median(f"{name}/{unit}") / self.median(f"{to}/{unit}")
+
+    def spread(self, name, digits=0):
+        """The median, with the least and the greatest."""
+        figure = self._figures[name]
+        return (f"{figure['median']:,.{digits}f} "
+                f"({figure['least']:,.{digits}f} to {figure['greatest']:,.{digits}f})")
+
+    def operations(self):
+        """The result operations."""
+        return [name.split("/")[1] for name in self._figures
+                if name.startswith("result/") and name.endswith("/library/instructions")]
+
+    def reinstalled(self):
+        return sorted(int(name.split("/")[1]) for name in self._figures
+                      if name.startswith("reinstall/") and name.endswith("/library/ns"))
+
+
+def table(header, rows):
+    lines = ["| " + " | ".join(header) + " |", "|" + " --- |" * len(header)]
+    lines += ["| " + " | ".join(map(str, row)) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def cost_rows(figures, group, names):
+    for name in names:
+        case = f"{group}/{name}"
+        library, floor = f"{case}/library", f"{case}/floor"
+        yield [name, f"{figures.median(library + '/instructions'):.0f}",
+               f"{figures.median(floor + '/instructions'):.0f}",
+               f"{figures.ratio(library, floor, 'instructions'):.2f}",
+               figures.spread(library + "/ns"), figures.spread(floor + "/ns"),
+               f"{figures.median(library + '/allocations'):.0f}",
+               f"{figures.median(floor + '/allocations'):.0f}"]
+
+
+COST_HEADER = ["", "instructions", "floor", "ratio", "ns", "floor", "allocations", "floor"]
+
+
+def traced_rows(figures):
+    for kind in KINDS:
+        case = f"traced/{kind}/library"
+        yield [kind, f"{figures.median(case + '/instructions'):.0f}",
+               figures.spread(case + "/ns"), f"{figures.median(case + '/allocations'):.0f}"]
+
+
+def rendering_rows(figures):
+    for kind in KINDS:
+        full, short = f"render/{kind}/library", f"render-short/{kind}/library"
+        debug = f"render/{kind}/short-debug-string"
+        yield [kind, figures.spread(full + "/ns"), figures.spread(debug + "/ns"),
+               f"{figures.ratio(full, debug, 'ns'):.2f}",
+               f"{figures.ratio(full, debug, 'instructions'):.2f}",
+               f"{figures.median(debug + '/allocations'):.0f}", figures.spread(short + "/ns"),
+               f"{figures.median(short + '/allocations'):.0f}"]
+
+
+def reinstall_rows(figures):
+    least = figures.reinstalled()[0]
+    for objects in figures.reinstalled():
+        case = f"reinstall/{objects}"
+        yield [f"{objects:,}", figures.spread(case + "/library/ns"),
+               f"{figures.ratio(case + '/library', f'reinstall/{least}/library', 'ns'):.2f}",
+               figures.spread(case + "/floor/ns", 1)]
+
+
+def carriers(figures):
+    """What carries requests and results, with its figure."""
+    yield "raw frames, the floor", "socket/floor"
+    yield "zuskux: library, client and server", "socket/library"
+    for peer, name in PEERS.items():
+        if f"peer/{peer}/ns" in figures:
+            yield name, f"peer/{peer}"
+
+
+def carrier_rows(figures):
+    for name, case in carriers(figures):
+        yield [name, figures.spread(case + "/ns"), f"{1e9 / figures.median(case + '/ns'):,.0f}",
+               f"{figures.ratio(case, 'socket/library', 'ns'):.2f}"]
+
+
+def target_rows(figures):
+    def ratios(group, names, to, unit):
+        return [(figures.ratio(f"{group}/{name}/library", f"{group}/{name}/{to}", unit), name)
+                for name in names]
+
+    def greatest(what, target, pairs):
+        value, name = max(pairs)
+        missed = ", ".join(f"{each} {ratio:.2f}" for ratio, each in pairs if ratio > target)
+        return [what, f"at most {target:.2f}", f"{value:.2f} ({name})",
+                f"missed: {missed}" if missed else "reached"]
+
+    def at_least(what, target, value):
+        return [what, f"at least {target:g}", f"{value:.2f}",
+                "reached" if value >= target else "missed"]
+
+    yield greatest("request, of the floor's instructions", 1.10,
+                   ratios("request", KINDS, "floor", "instructions"))
+    yield greatest("rendering in full, of the floor's instructions", 1.30,
+                   ratios("render", KINDS, "floor", "instructions"))
+    yield greatest("rendering in full, of the time of `ShortDebugString`", 0.20,
+                   ratios("render", KINDS, "short-debug-string", "ns"))
+    yield greatest("result, of the floor's instructions", 1.15,
+                   ratios("result", figures.operations(), "floor", "instructions"))
+    sizes = figures.reinstalled()
+    yield greatest(f"reinstall, time an object, of that at {sizes[0]:,}", 1.20,
+                   [(figures.ratio(f"reinstall/{sizes[-1]}/library",
+                                   f"reinstall/{sizes[0]}/library", "ns"), f"{sizes[-1]:,}")])
+    yield at_least("request to result, of the rate of raw frames", 0.8,
+                   figures.ratio("socket/floor", "socket/library", "ns"))
+    if "peer/redis-list/ns" in figures:
+        yield at_least("request to result, of the rate of the Redis list", 8,
+                       figures.ratio("peer/redis-list", "socket/library", "ns"))
+        yield at_least("request to result, of the rate of the gRPC stream, one to a message", 20,
+                       figures.ratio("peer/grpc-1", "socket/library", "ns"))
+    share = figures.median("memory/manager/bytes") - figures.median("memory/records/bytes")
+    yield ["manager, bytes an object above its records", "at most 1,024", f"{share:,.0f}",
+           "reached" if share <= 1024 else "missed"]
+
+
+def tables(result):
+    """Everything that was measured, in Markdown."""
+    figures = Figures(result["figures"])
+    machine = result["machine"]
+    parts = [
+        f"Measured {machine['date']} in {result['rounds']} rounds on {machine['cores']} cores of "
+        f"{machine['processor']}, {machine['memory']}, load {machine['load']:.1f} at the start. "
+        + ", ".join(f"{name} {version}" for name, version in machine["versions"].items() if version)
+        + "."]
+    if result["quick"]:
+        parts.append("**A quick run: the figures mean nothing.**")
+    for title, header, rows in [
+            ("Targets", ["what", "target", "reached", ""], target_rows(figures)),
+            ("Request, tracing off", COST_HEADER, cost_rows(figures, "request", KINDS)),
+            ("Request, traced, the text dropped", ["", "instructions", "ns", "allocations"],
+             traced_rows(figures)),
+            ("Rendering in full", COST_HEADER, cost_rows(figures, "render", KINDS)),
+            ("Rendering, next to `ShortDebugString` of the same message",
+             ["", "full, ns", "`ShortDebugString`, ns", "time", "instructions",
+              "its allocations", "short, ns", "allocations"], rendering_rows(figures)),
+            ("Result", COST_HEADER, cost_rows(figures, "result", figures.operations())),
+            ("Reinstall", ["objects", "ns an object", "of the first", "floor, ns"],
+             reinstall_rows(figures)),
+            ("Request to result through another process",
+             ["", "ns a request", "requests a second", "times zuskux"], carrier_rows(figures)),
+            ("Memory at the peak", ["", "bytes an object"],
+             [[name, figures.spread(f"memory/{case}/bytes")]
+              for name, case in [("manager", "manager"), ("of it the objects' own records",
+                                                          "records"), ("HAL server", "server")]])]:
+        parts.append(f"### {title}\n\n{table(header, rows)}")
+    return "\n\n".join(parts) + "\n"
+
+
+def bars(title, values, text, scale, y):
+    """Horizontal bars with their names; the lines of SVG and the height below."""
+    lines = [f'<text class="title" x="10" y="{y + 14}">{title}</text>']
+    y += 26
+    for name, value in values:
+        width = max(1.0, 400 * scale(value))
+        lines += [f'<text x="230" y="{y + 12}" text-anchor="end">{name}</text>',
+                  f'<rect x="240" y="{y + 1}" width="{width:.1f}" height="13"/>',
+                  f'<text x="{246 + width:.1f}" y="{y + 12}">{text(value)}</text>']
+        y += 19
+    return lines, y + 14
+
+
+def picture(measured):
+    """The costs next to their floors, and what carries how many requests, as SVG."""
+    figures = Figures(measured)
+    costs = []
+    for group, names in [("request", KINDS), ("render", KINDS), ("result", figures.operations())]:
+        costs += [(f"{group} {name}", figures.ratio(f"{group}/{name}/library",
+                                                    f"{group}/{name}/floor", "instructions"))
+                  for name in names]
+    rates = [(name, 1e9 / figures.median(case + "/ns")) for name, case in carriers(figures)]
+    fastest = max(rate for _, rate in rates)
+    upper, y = bars("Instructions, as a multiple of the least that it could take", costs,
+                    lambda ratio: f"{ratio:.2f}", lambda ratio: ratio / 2, 10)
+    lower, height = bars("Requests a second, each with its result, through another process", rates,
+                         lambda rate: f"{rate:,.0f}", lambda rate: rate / fastest, y)
+    style = ("text{font:12px sans-serif;fill:#222} .title{font-weight:bold} rect{fill:#4878a8} "
+             "line{stroke:#c33;stroke-dasharray:3 3}")
+    return "\n".join([
+        f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 760 {height}" width="760" '
+        f'height="{height}">', f"<style>{style}</style>",
+        '<rect width="100%" height="100%" style="fill:#fff"/>', *upper,
+        f'<line x1="440" y1="30" x2="440" y2="{y - 10}"/>', *lower, "</svg>"]) + "\n"
+
+
+def document(root, text, drawn):
+    """Puts both into the documentation."""
+    with open(os.path.join(root, "docs/pictures/performance.svg"), "w", encoding="utf-8") as file:
+        file.write(drawn)
+    path = os.path.join(root, "docs/performance.md")
+    with open(path, encoding="utf-8") as file:
+        page = file.read()
+    before, rest = page.split(BEGIN)
+    _, after = rest.split(END)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(f"{before}{BEGIN}\n\n{text}\n{END}{after}")
