@@ -26,6 +26,16 @@ if(ZUSKUX_SANITIZERS)
   endif()
 endif()
 
+# What ships is hardened; tests/system/hardening_test.sh looks at the result. Sanitizers check more,
+# and do not go with it. Position-independent code is set for the whole project.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+if(NOT ZUSKUX_SANITIZERS)
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-fstack-protector-strong>)
+  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  add_link_options($<$<NOT:$<CONFIG:Debug>>:LINKER:-z,relro,-z,now,-z,noexecstack>)
+endif()
+
 # Libraries are found from where a program lies, so that files do not tell where they were built.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
