@@ -3,7 +3,8 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev graphviz)
-TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind)
+TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind
+  abigail-tools)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
