@@ -54,7 +54,7 @@ REQUESTS = (frame(3, VRF, 1) + frame(5, VLAN, 2) + frame(8, HOST, 3) + frame(13,
 
 
 def result(sequence, code, number, secondary=0):
-    return frame(16, struct.pack(">III", code, number, secondary), sequence)
+    return frame(16, struct.pack(">IIII", code, number, secondary, 1000), sequence)
 
 
 def seeds():

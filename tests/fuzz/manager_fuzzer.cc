@@ -42,9 +42,8 @@ class SteppedHal : public HalConnection {
     room_wanted_ = room_wanted_ || !room;
     return room;
   }
-  void BeginReinstall() override { Mark(&HalTables::BeginReinstall); }
-  void EndReinstall() override { Mark(&HalTables::EndReinstall); }
   HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
 
   bool found() const { return found_; }
   bool idle() const { return queue_.empty() && ended_.empty(); }
@@ -103,6 +102,8 @@ class SteppedHal : public HalConnection {
   }
 
  protected:
+  void SubmitBeginReinstall() override { Mark(&HalTables::BeginReinstall); }
+  void SubmitEndReinstall() override { Mark(&HalTables::EndReinstall); }
   HalReturnCode Submit(HalRequest request) override {
     if (HasResult(request.operation)) {
       ++requests_;

@@ -62,13 +62,14 @@ class LastRequest : public reference::HalConnection {
  public:
   void Start(reference::HalReports /*reports*/) override {}
   bool HasRoom() override { return true; }
-  void BeginReinstall() override {}
-  void EndReinstall() override {}
   reference::HalConnectionCounters counters() const override { return {}; }
+  reference::HalLatencies latencies() const override { return {}; }
 
   std::optional<reference::HalRequest> Take() { return std::exchange(request_, std::nullopt); }
 
  protected:
+  void SubmitBeginReinstall() override {}
+  void SubmitEndReinstall() override {}
   reference::HalReturnCode Submit(reference::HalRequest request) override {
     Check(!request_, "more than one request");
     request_ = std::move(request);

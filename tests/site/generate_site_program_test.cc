@@ -124,6 +124,8 @@ Options:
   -o [ --output ] FILE  where to write; standard output if missing
   --help                show this help and exit
   --version             show the version and exit
+
+Exit status: 0 written, 1 not written, 2 wrong usage.
 )");
 }
 
