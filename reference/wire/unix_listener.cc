@@ -36,9 +36,21 @@ void CheckPath(const std::string& path) {
   }
 }
 
+// Who may rename what is in a folder may put another socket in the place of ours.
+void CheckFolder(const std::string& folder) {
+  struct stat found {};
+  if (stat(folder.c_str(), &found) != 0) return;
+  const bool trusted_owner = found.st_uid == geteuid() || found.st_uid == 0;
+  const bool anybody_writes = (found.st_mode & S_IWOTH) != 0 && (found.st_mode & S_ISVTX) == 0;
+  if (trusted_owner && !anybody_writes) return;
+  Fail(EPERM, "other users can replace a socket in the folder " + folder +
+                  "; choose a folder of your own");
+}
+
 void MakeFolder(const std::string& path) {
   const std::string folder = std::filesystem::path(path).parent_path();
-  if (folder.empty() || mkdir(folder.c_str(), kFolderMode) == 0 || errno == EEXIST) return;
+  if (folder.empty() || mkdir(folder.c_str(), kFolderMode) == 0) return;
+  if (errno == EEXIST) return CheckFolder(folder);
   Fail(errno, "cannot make the folder " + folder + " for the socket; make it first");
 }
 

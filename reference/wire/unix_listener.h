@@ -16,7 +16,8 @@ class UnixListener {
   using Acceptor = boost::asio::local::stream_protocol::acceptor;
 
   /// Makes the socket's folder (0700) when it is missing, and the socket (0600); replaces a socket
-  /// that nobody listens on. Throws `boost::system::system_error`, with a text for the operator.
+  /// that nobody listens on. Throws `boost::system::system_error`, with a text for the operator;
+  /// also for a folder in which another user could replace the socket.
   UnixListener(boost::asio::io_context* io, std::string path);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;

@@ -60,6 +60,19 @@ TEST_F(UnixListenerTest, LeavesAFolderThatExists) {
   EXPECT_EQ(ModeOf(folder_.Path("old")), 0755U);
 }
 
+TEST_F(UnixListenerTest, RefusesAFolderInWhichOthersCanReplaceTheSocket) {
+  const std::string folder = folder_.Path("shared");
+  std::filesystem::create_directory(folder);
+  chmod(folder.c_str(), 0777);
+  EXPECT_THAT(Complaint(folder + "/hal.sock"),
+              StartsWith("other users can replace a socket in the folder " + folder));
+  EXPECT_FALSE(Exists(folder + "/hal.sock"));
+
+  // As in /tmp, only who made a file may replace it.
+  chmod(folder.c_str(), 01777);
+  EXPECT_EQ(Complaint(folder + "/hal.sock"), "none");
+}
+
 TEST_F(UnixListenerTest, RemovesTheSocketAtTheEnd) {
   { const UnixListener listener(&io_, folder_.Path("hal.sock")); }
   EXPECT_FALSE(Exists(folder_.Path("hal.sock")));
