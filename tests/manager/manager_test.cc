@@ -534,6 +534,33 @@ TEST_F(ManagerTest, ARemovalThatFailedIsShownAndTriedAgainByTheNextApply) {
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
 }
 
+TEST_F(ManagerTest, FailuresOfUpdatesAreShownForEveryKind) {
+  Site site = SiteOfAllKinds();
+  Install(site);
+  site.vlans[0].mtu = 9000;
+  site.hosts[0].vlan = 11;
+  site.ecmps[0].members = {21};
+  site.mpls[1].label = 77;
+  Apply(site);
+  AnswerAll(kHalBadRequest);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "replace-host 20", "install-ecmp 30",
+                                  "replace-mpls 41"));
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kEcmp, 30), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kMpls, 41), "failed bad request");
+}
+
+TEST_F(ManagerTest, FailuresOfRemovalsAreShownForEveryKind) {
+  Install(SiteOfAllKinds());
+  Apply(Site());
+  AnswerAll(kHalBadRequest);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kEcmp, 30), "failed bad request");
+  EXPECT_EQ(StandingText(HalKind::kMpls, 41), "failed bad request");
+}
+
 TEST_F(ManagerTest, SentIsTheEndStateOfVrfs) {
   Site site;
   site.vrfs = {VrfEntry(1, 7)};
