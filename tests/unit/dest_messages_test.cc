@@ -90,9 +90,9 @@ TYPED_TEST(DestAppMessageTest, ReadsNoBuffer) {
   const GuardedBytes nothing("");
   std::string valid = testing_support::Frame(before);
 
-  message.Unserialize(nullptr);
-  message.Unserialize(nothing.data());
-  message.Unserialize(valid.data());
+  EXPECT_FALSE(message.Unserialize(nullptr));
+  EXPECT_FALSE(message.Unserialize(nothing.data()));
+  EXPECT_FALSE(message.Unserialize(valid.data()));
 
   EXPECT_EQ(message.message(), &record);
   EXPECT_EQ(record.SerializeAsString(), before);
