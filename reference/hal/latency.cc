@@ -6,9 +6,7 @@ namespace reference {
 namespace {
 
 unsigned BitWidth(std::uint64_t value) {
-  unsigned width = 0;
-  for (; value != 0; value >>= 1) ++width;
-  return width;
+  return value == 0 ? 0U : 64U - static_cast<unsigned>(__builtin_clzll(value));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "reference/wire/frame.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/endian/conversion.hpp>
 #include <limits>
 
@@ -8,6 +9,8 @@
 
 namespace reference {
 namespace {
+
+using boost::endian::native_to_big;
 
 constexpr int kTypeShift = 24;
 constexpr std::size_t kNumberSize = 4;
@@ -18,19 +21,22 @@ constexpr std::uint8_t kLastRequest = 15;
 static_assert(static_cast<std::uint8_t>(HalOperation::kInstallVrf) == kFirstRequest);
 static_assert(static_cast<std::uint8_t>(HalOperation::kReplaceMpls) == kLastRequest);
 
-void AppendNumber(std::uint32_t number, std::string* out) {
-  const std::uint32_t big = boost::endian::native_to_big(number);
-  out->append(reinterpret_cast<const char*>(&big), sizeof big);
-}
+using Header = std::array<std::uint32_t, kFrameHeaderSize / kNumberSize>;
 
 std::uint32_t NumberAt(std::string_view bytes, std::size_t offset) {
   return boost::endian::load_big_u32(reinterpret_cast<const unsigned char*>(bytes.data()) + offset);
 }
 
-void AppendHeader(FrameType type, std::uint32_t sequence, std::size_t payload_size,
-                  std::string* out) {
-  AppendNumber((static_cast<std::uint32_t>(type) << kTypeShift) | (sequence & kSequenceMask), out);
-  AppendNumber(static_cast<std::uint32_t>(payload_size), out);
+Header MakeHeader(FrameType type, std::uint32_t sequence, std::size_t payload_size) {
+  const std::uint32_t word =
+      (static_cast<std::uint32_t>(type) << kTypeShift) | (sequence & kSequenceMask);
+  return {native_to_big(word), native_to_big(static_cast<std::uint32_t>(payload_size))};
+}
+
+// Appends big-endian numbers at a time.
+template <std::size_t N>
+void AppendNumbers(const std::array<std::uint32_t, N>& numbers, std::string* out) {
+  out->append(reinterpret_cast<const char*>(numbers.data()), sizeof numbers);
 }
 
 }  // namespace
@@ -47,17 +53,22 @@ bool IsRequest(FrameType type) {
 
 void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
                  std::string* out) {
-  AppendHeader(type, sequence, payload.size(), out);
+  AppendNumbers(MakeHeader(type, sequence, payload.size()), out);
   out->append(payload);
 }
 
 void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out) {
   constexpr std::chrono::nanoseconds kLongest{std::numeric_limits<std::uint32_t>::max()};
-  AppendHeader(FrameType::kResult, sequence, kResultSize, out);
-  AppendNumber(static_cast<std::uint32_t>(result.code), out);
-  AppendNumber(result.id, out);
-  AppendNumber(result.secondary_id, out);
-  AppendNumber(static_cast<std::uint32_t>(std::min(result.hal_time, kLongest).count()), out);
+  const auto hal_time = static_cast<std::uint32_t>(std::min(result.hal_time, kLongest).count());
+  const Header header = MakeHeader(FrameType::kResult, sequence, kResultSize);
+  const std::array frame = {header[0],
+                            header[1],
+                            native_to_big(static_cast<std::uint32_t>(result.code)),
+                            native_to_big(result.id),
+                            native_to_big(result.secondary_id),
+                            native_to_big(hal_time)};
+  static_assert(sizeof frame == kFrameHeaderSize + kResultSize);
+  AppendNumbers(frame, out);
 }
 
 std::optional<ResultPayload> ParseResult(std::string_view payload) {
