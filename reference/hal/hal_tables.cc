@@ -59,6 +59,20 @@ HalTables::HalTables(std::size_t capacity) : capacity_(capacity) {}
 HalReturnCode HalTables::Apply(const HalRequest& request) {
   using Applier = HalReturnCode (HalTables::*)(const HalRequest&);
   static constexpr std::array<Applier, kHalKinds> kAppliers = {
+      &HalTables::ApplyPayload<encapsulation::VrfMessage>,
+      &HalTables::ApplyPayload<encapsulation::VlanMessage>,
+      &HalTables::ApplyPayload<encapsulation::HostMessage>,
+      &HalTables::ApplyPayload<encapsulation::EcmpMessage>,
+      &HalTables::ApplyPayload<encapsulation::MplsMessage>,
+  };
+  const HalKind kind = KindOf(request.operation);
+  return (this->*kAppliers.at(static_cast<std::size_t>(kind)))(request);
+}
+
+HalReturnCode HalTables::Apply(const HalRequest& request,
+                               const google::protobuf::Message& message) {
+  using Applier = HalReturnCode (HalTables::*)(const HalRequest&, const google::protobuf::Message&);
+  static constexpr std::array<Applier, kHalKinds> kAppliers = {
       &HalTables::ApplyMessage<encapsulation::VrfMessage>,
       &HalTables::ApplyMessage<encapsulation::VlanMessage>,
       &HalTables::ApplyMessage<encapsulation::HostMessage>,
@@ -66,13 +80,20 @@ HalReturnCode HalTables::Apply(const HalRequest& request) {
       &HalTables::ApplyMessage<encapsulation::MplsMessage>,
   };
   const HalKind kind = KindOf(request.operation);
-  return (this->*kAppliers.at(static_cast<std::size_t>(kind)))(request);
+  return (this->*kAppliers.at(static_cast<std::size_t>(kind)))(request, message);
 }
 
 template <typename Message>
-HalReturnCode HalTables::ApplyMessage(const HalRequest& request) {
+HalReturnCode HalTables::ApplyPayload(const HalRequest& request) {
   Message message;
   if (!message.ParseFromString(request.payload)) return kHalBadRequest;
+  return ApplyMessage<Message>(request, message);
+}
+
+template <typename Message>
+HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
+                                      const google::protobuf::Message& decoded) {
+  const auto& message = static_cast<const Message&>(decoded);
   const auto id = IdOf(message);
   if (!id) return kHalBadRequest;
 

@@ -1,6 +1,8 @@
 #ifndef ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_
 #define ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_
 
+#include <google/protobuf/message.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -60,6 +62,9 @@ class HalTables {
   /// A destroy does not ask who still refers to the entry. A request that fails changes nothing.
   HalReturnCode Apply(const HalRequest& request);
 
+  /// The same for a payload that has been decoded: to `message`, of the kind's class.
+  HalReturnCode Apply(const HalRequest& request, const google::protobuf::Message& message);
+
   /// Opens a reinstall; one that is open starts over.
   void BeginReinstall();
 
@@ -90,7 +95,9 @@ class HalTables {
 
   // `Apply` for the kind whose message is `Message`.
   template <typename Message>
-  HalReturnCode ApplyMessage(const HalRequest& request);
+  HalReturnCode ApplyPayload(const HalRequest& request);
+  template <typename Message>
+  HalReturnCode ApplyMessage(const HalRequest& request, const google::protobuf::Message& decoded);
 
   HalReturnCode Destroy(Table* table, std::uint32_t id);
   void Store(Table* table, std::uint32_t id, const std::string& payload);

@@ -13,6 +13,8 @@
 namespace reference {
 namespace {
 
+using UseMessage = std::function<void(const google::protobuf::Message&)>;
+
 std::uint32_t SecondaryIdOf(const google::protobuf::Message& /*message*/) { return 0; }
 
 std::uint32_t SecondaryIdOf(const encapsulation::MplsMessage& mpls) {
@@ -20,7 +22,7 @@ std::uint32_t SecondaryIdOf(const encapsulation::MplsMessage& mpls) {
 }
 
 template <typename Wrapper, typename Message>
-bool Decode(std::string_view frame, HalRequest* request) {
+bool Decode(std::string_view frame, HalRequest* request, const UseMessage& use) {
   // A fresh one for each frame: a wrapper does not delete what an earlier frame left in it.
   Wrapper wrapper;
   // The wrapper only reads the frame.
@@ -28,10 +30,11 @@ bool Decode(std::string_view frame, HalRequest* request) {
   const auto& message = static_cast<const Message&>(*wrapper.message());
   request->id = IdOf(message).value_or(0);
   request->secondary_id = SecondaryIdOf(message);
+  if (use) use(message);
   return true;
 }
 
-using Decoder = bool (*)(std::string_view frame, HalRequest* request);
+using Decoder = bool (*)(std::string_view frame, HalRequest* request, const UseMessage& use);
 
 constexpr std::array<Decoder, kHalKinds> kDecoders = {
     Decode<VrfEncapsulationMessage, encapsulation::VrfMessage>,
@@ -43,13 +46,13 @@ constexpr std::array<Decoder, kHalKinds> kDecoders = {
 
 }  // namespace
 
-bool DecodeRequest(const FrameSplitter::Frame& frame, HalRequest* request) {
+bool DecodeRequest(const FrameSplitter::Frame& frame, HalRequest* request, const UseMessage& use) {
   request->operation = static_cast<HalOperation>(frame.header.type);
   request->id = 0;
   request->secondary_id = 0;
   request->payload = frame.payload;
   const HalKind kind = KindOf(request->operation);
-  return kDecoders.at(static_cast<std::size_t>(kind))(frame.whole, request);
+  return kDecoders.at(static_cast<std::size_t>(kind))(frame.whole, request, use);
 }
 
 }  // namespace reference

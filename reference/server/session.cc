@@ -272,13 +272,24 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
 void Session::OnRequest(const FrameSplitter::Frame& frame) {
   ++state_->requests;
   const std::uint32_t sequence = frame.header.sequence;
-  const bool decoded = DecodeRequest(frame, &request_);
-  RequestObserver* const observer = state_->options.observer;
-  if (observer != nullptr) request_.number = observer->Request(request_, nullptr);
-  if (state_->options.faults != nullptr) return ApplyWithFaults(sequence, decoded);
-  const HalReturnCode code = decoded ? state_->tables.Apply(request_) : kHalBadRequest;
+  if (state_->options.faults != nullptr) {
+    const bool decoded = DecodeRequest(frame, &request_);
+    TellRequest();
+    return ApplyWithFaults(sequence, decoded);
+  }
+  HalReturnCode code = kHalBadRequest;
+  const bool decoded = DecodeRequest(frame, &request_, [&](const auto& message) {
+    TellRequest();
+    code = state_->tables.Apply(request_, message);
+  });
+  if (!decoded) TellRequest();
   TellResult(code);
   AppendResult(sequence, ResultOf(code), &next_output_);
+}
+
+void Session::TellRequest() {
+  RequestObserver* const observer = state_->options.observer;
+  if (observer != nullptr) request_.number = observer->Request(request_, nullptr);
 }
 
 void Session::TellResult(HalReturnCode code) const {

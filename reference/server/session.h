@@ -97,6 +97,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void ContinueTables();
   void AppendMessage(FrameType type, std::uint32_t sequence,
                      const google::protobuf::MessageLite& message);
+  void TellRequest();
   void TellResult(HalReturnCode code) const;
   // The result of `request_`, which is sent at that time or now if that is past.
   ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due = {}) const;

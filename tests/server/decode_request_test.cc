@@ -1,8 +1,10 @@
 #include "reference/server/decode_request.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "reference/wire/frame.h"
 #include "tests/hal/messages.h"
@@ -13,6 +15,8 @@ namespace {
 struct Decoded {
   bool understood;
   HalRequest request;
+  /// What the message was used for, as text.
+  std::vector<std::string> used;
 };
 
 Decoded Decode(HalOperation operation, const std::string& payload) {
@@ -21,8 +25,12 @@ Decoded Decode(HalOperation operation, const std::string& payload) {
   FrameSplitter splitter(kDefaultMaxPayload);
   splitter.Feed(bytes);
   // What an earlier request left is no part of this one.
-  Decoded decoded{false, {HalOperation::kInstallVrf, 98, 99, "earlier"}};
-  decoded.understood = DecodeRequest(*splitter.Next(), &decoded.request);
+  Decoded decoded{false, {HalOperation::kInstallVrf, 98, 99, "earlier"}, {}};
+  decoded.understood =
+      DecodeRequest(*splitter.Next(), &decoded.request, [&decoded](const auto& message) {
+        decoded.used.push_back(std::to_string(decoded.request.id) + ": " + message.GetTypeName() +
+                               " " + message.ShortDebugString());
+      });
   return decoded;
 }
 
@@ -66,12 +74,19 @@ INSTANTIATE_TEST_SUITE_P(
              0}),
     [](const auto& tested) { return tested.param.name; });
 
+TEST(DecodeRequest, LetsTheMessageBeUsedOnceTheIdsAreSet) {
+  const Decoded decoded = Decode(HalOperation::kInstallEcmp, Ecmp(8, {5, 6}).SerializeAsString());
+  EXPECT_THAT(decoded.used, ::testing::ElementsAre(
+                                "8: encapsulation.EcmpMessage db_id: 8 members: 5 members: 6"));
+}
+
 TEST(DecodeRequest, RefusesWhatTheWrapperRefuses) {
   for (int operation = 3; operation <= 15; ++operation) {
     const Decoded decoded = Decode(static_cast<HalOperation>(operation), "\x18\x05\xFF");
     EXPECT_FALSE(decoded.understood) << operation;
     EXPECT_EQ(decoded.request.id, 0U);
     EXPECT_EQ(decoded.request.secondary_id, 0U);
+    EXPECT_THAT(decoded.used, ::testing::IsEmpty());
   }
 }
 
