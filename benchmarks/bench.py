@@ -146,6 +146,12 @@ def measure_peers(bench, sizes):
                                                         batch)["request"]
 
 
+def progress(what):
+    """Shows what is under way in one line of the terminal, if there is one."""
+    if sys.stderr.isatty():
+        print(f"\r{what:40}\r", end="", file=sys.stderr, flush=True)
+
+
 def measure_all(bench, sizes, rounds, peers):
     """The figures by name, each with its value of every round."""
     figures = {}
@@ -157,11 +163,10 @@ def measure_all(bench, sizes, rounds, peers):
         measures.append(measure_peers)
     for number in range(rounds):
         for measure in measures:
-            print(f"\rround {number + 1} of {rounds}: {measure.__name__[8:]}   ", end="",
-                  file=sys.stderr, flush=True)
+            progress(f"round {number + 1} of {rounds}: {measure.__name__[8:]}")
             for name, value in measure(bench, sizes):
                 figures.setdefault(name, []).append(value)
-    print("\r" + " " * 40 + "\r", end="", file=sys.stderr, flush=True)
+    progress("")
     return {name: {"median": statistics.median(values), "least": min(values),
                    "greatest": max(values)} for name, values in figures.items()}
 
