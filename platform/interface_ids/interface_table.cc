@@ -23,33 +23,30 @@ void InterfaceTable::Clear() {
 }
 
 std::optional<Interface> InterfaceTable::Find(std::uint32_t lim_id) const {
-  const std::lock_guard lock(mutex_);
-  const auto found = interfaces_.find(lim_id);
-  if (found == interfaces_.end()) return std::nullopt;
-  return found->second;
+  std::optional<Interface> copy;
+  Look(lim_id, [&copy](const Interface& interface) { copy = interface; });
+  return copy;
 }
 
 }  // namespace interface_ids
 
+using interface_ids::Interface;
 using interface_ids::InterfaceTable;
 
 int limid_to_type(std::uint32_t lim_id, std::uint8_t* type) {
-  const auto interface = InterfaceTable::Global().Find(lim_id);
-  if (!interface) return -1;
-  *type = interface->type;
-  return 0;
+  const auto read = [type](const Interface& interface) { *type = interface.type; };
+  return InterfaceTable::Global().Look(lim_id, read) ? 0 : -1;
 }
 
 int limid_to_ifindex(std::uint32_t lim_id, std::uint32_t* ifindex) {
-  const auto interface = InterfaceTable::Global().Find(lim_id);
-  if (!interface) return -1;
-  *ifindex = interface->ifindex;
-  return 0;
+  const auto read = [ifindex](const Interface& interface) { *ifindex = interface.ifindex; };
+  return InterfaceTable::Global().Look(lim_id, read) ? 0 : -1;
 }
 
 int limid_to_intfname(std::uint32_t lim_id, char* name, std::size_t size, int /*flags*/) {
-  const auto interface = InterfaceTable::Global().Find(lim_id);
-  if (!interface || size == 0) return -1;
-  name[interface->name.copy(name, size - 1)] = '\0';
-  return 0;
+  if (size == 0) return -1;
+  const auto read = [name, size](const Interface& interface) {
+    name[interface.name.copy(name, size - 1)] = '\0';
+  };
+  return InterfaceTable::Global().Look(lim_id, read) ? 0 : -1;
 }

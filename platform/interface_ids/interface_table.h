@@ -32,6 +32,17 @@ class InterfaceTable {
   /// The interface of `lim_id`, if there is one.
   std::optional<Interface> Find(std::uint32_t lim_id) const;
 
+  /// Calls `read(const Interface&)` with the interface of `lim_id`, while nobody changes the table.
+  /// Returns whether there is one.
+  template <typename Read>
+  bool Look(std::uint32_t lim_id, Read read) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = interfaces_.find(lim_id);
+    if (found == interfaces_.end()) return false;
+    read(found->second);
+    return true;
+  }
+
  private:
   mutable std::mutex mutex_;
   std::map<std::uint32_t, Interface> interfaces_;
