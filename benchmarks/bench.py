@@ -26,6 +26,11 @@ import report
 TIMEOUT = 600
 
 
+# Requests without an answer at most, as the socket client has it, and smaller ones.
+WINDOW = 4096
+SMALL_WINDOWS = [1, 4, 16, 256]
+
+
 class Sizes:
     """How much is measured."""
 
@@ -116,12 +121,20 @@ def measure_reinstalls(bench, sizes):
             yield f"reinstall/{objects}/{who}/ns", value
 
 
-def measure_socket(bench, sizes):
+def measure_window(bench, requests, window):
     with bench.hal() as (path, _):
-        yield "socket/library/ns", bench.values("socket_bench", path, sizes.requests)["request"]
+        yield "library/ns", bench.values("socket_bench", path, requests, window)["request"]
     with bench.serving(bench.path("raw_frames"), "serve", "SOCKET") as (path, _):
-        yield "socket/floor/ns", bench.values("raw_frames", "send", path,
-                                              sizes.requests)["request"]
+        yield "floor/ns", bench.values("raw_frames", "send", path, requests, window)["request"]
+
+
+def measure_socket(bench, sizes):
+    yield from ((f"socket/{name}", value)
+                for name, value in measure_window(bench, sizes.requests, WINDOW))
+    for window in SMALL_WINDOWS:
+        requests = min(sizes.requests, 10_000 * window)
+        yield from ((f"socket/{window}/{name}", value)
+                    for name, value in measure_window(bench, requests, window))
 
 
 def measure_memory(bench, sizes):

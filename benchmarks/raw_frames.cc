@@ -1,8 +1,9 @@
 // The least that a request and its result over a socket can cost: the same frames, made before the
 // clock starts, to a server that looks at nothing but their length.
 //
-//   raw_frames serve SOCKET             serves one client
-//   raw_frames send SOCKET OBJECTS      prints nanoseconds a request
+//   raw_frames serve SOCKET                   serves one client
+//   raw_frames send SOCKET OBJECTS WINDOW     prints nanoseconds a request; WINDOW of them are
+//                                             without an answer at most
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -88,7 +89,7 @@ void Serve(const char* path) {
   close(listener);
 }
 
-void Send(const char* path, std::size_t objects) {
+void Send(const char* path, std::size_t objects, std::size_t window) {
   std::string frames;
   // Where each ends.
   std::vector<std::size_t> ends;
@@ -108,8 +109,8 @@ void Send(const char* path, std::size_t objects) {
   std::size_t read_bytes = 0;
   while (read_bytes < ends.size() * kResultSize) {
     const std::size_t outstanding = sent - read_bytes / kResultSize;
-    if (sent < ends.size() && outstanding <= bench::kWindow / 2) {
-      sent = std::min(ends.size(), sent + bench::kWindow - outstanding);
+    if (sent < ends.size() && outstanding <= window / 2) {
+      sent = std::min(ends.size(), sent + window - outstanding);
       WriteAll(server, frames.data() + written, ends[sent - 1] - written);
       written = ends[sent - 1];
     }
@@ -129,10 +130,10 @@ int main(int argc, char** argv) {
     const std::string_view what = argc > 2 ? argv[1] : "";
     if (what == "serve" && argc == 3) {
       Serve(argv[2]);
-    } else if (what == "send" && argc == 4) {
-      Send(argv[2], std::strtoul(argv[3], nullptr, 10));
+    } else if (what == "send" && argc == 5) {
+      Send(argv[2], std::strtoul(argv[3], nullptr, 10), std::strtoul(argv[4], nullptr, 10));
     } else {
-      std::cerr << "usage: raw_frames serve SOCKET | raw_frames send SOCKET OBJECTS\n";
+      std::cerr << "usage: raw_frames serve SOCKET | raw_frames send SOCKET OBJECTS WINDOW\n";
       return 2;
     }
     return 0;

@@ -43,6 +43,11 @@ class Figures:
         return sorted(int(name.split("/")[1]) for name in self._figures
                       if name.startswith("reinstall/") and name.endswith("/library/ns"))
 
+    def windows(self):
+        return sorted(int(name.split("/")[1]) for name in self._figures
+                      if name.startswith("socket/") and name.endswith("/library/ns")
+                      and name.split("/")[1].isdigit())
+
 
 def table(header, rows):
     lines = ["| " + " | ".join(header) + " |", "|" + " --- |" * len(header)]
@@ -105,6 +110,16 @@ def carrier_rows(figures):
     for name, case in carriers(figures):
         yield [name, figures.spread(case + "/ns"), f"{1e9 / figures.median(case + '/ns'):,.0f}",
                f"{figures.ratio(case, 'socket/library', 'ns'):.2f}"]
+
+
+def window_rows(figures):
+    """From one request at a time to as many as the socket client has under way."""
+    for window in figures.windows():
+        case = f"socket/{window}"
+        yield [window, figures.spread(case + "/library/ns"), figures.spread(case + "/floor/ns"),
+               f"{figures.ratio(case + '/floor', case + '/library', 'ns'):.2f}"]
+    yield ["4096", figures.spread("socket/library/ns"), figures.spread("socket/floor/ns"),
+           f"{figures.ratio('socket/floor', 'socket/library', 'ns'):.2f}"]
 
 
 def target_rows(figures):
@@ -171,6 +186,8 @@ def tables(result):
              reinstall_rows(figures)),
             ("Request to result through another process",
              ["", "ns a request", "requests a second", "times zuskux"], carrier_rows(figures)),
+            ("Request to result, by how many may be without an answer",
+             ["window", "ns a request", "raw frames, ns", "of their rate"], window_rows(figures)),
             ("Memory at the peak", ["", "bytes an object"],
              [[name, figures.spread(f"memory/{case}/bytes")]
               for name, case in [("manager", "manager"), ("of it the objects' own records",

@@ -1,7 +1,8 @@
 // Requests through the library, over a socket to a HAL server, and their results back.
 //
-//   socket_bench SOCKET OBJECTS     installs that many objects with the server that listens there;
-//                                   prints nanoseconds a request
+//   socket_bench SOCKET OBJECTS WINDOW     installs that many objects with the server that listens
+//                                          there, WINDOW of them without an answer at most; prints
+//                                          nanoseconds a request
 
 #include <chrono>
 #include <condition_variable>
@@ -26,7 +27,9 @@ using reference::HalKind;
 /// Sends as fast as the HAL takes it, and counts what comes back.
 class Sender : public reference::NotificationSink {
  public:
-  explicit Sender(const std::string& socket) : hal_(Options(socket)) { SetNotificationSink(this); }
+  Sender(const std::string& socket, std::size_t window) : hal_(Options(socket, window)) {
+    SetNotificationSink(this);
+  }
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
   ~Sender() override { reference::SetNotificationSink(nullptr); }
@@ -60,9 +63,10 @@ class Sender : public reference::NotificationSink {
   void OnReinstall(HalKind /*kind*/) override {}
 
  private:
-  static reference::SocketHalOptions Options(const std::string& socket) {
+  static reference::SocketHalOptions Options(const std::string& socket, std::size_t window) {
     reference::SocketHalOptions options;
     options.path = socket;
+    options.queue_entries = window;
     return options;
   }
 
@@ -94,13 +98,13 @@ class Sender : public reference::NotificationSink {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t objects = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : 0;
+  const std::size_t objects = argc == 4 ? std::strtoul(argv[2], nullptr, 10) : 0;
   if (objects == 0) {
-    std::cerr << "usage: socket_bench SOCKET OBJECTS\n";
+    std::cerr << "usage: socket_bench SOCKET OBJECTS WINDOW\n";
     return 2;
   }
   bench::Destinations destinations = bench::MakeDestinations(objects);
-  Sender sender(argv[1]);
+  Sender sender(argv[1], std::strtoul(argv[3], nullptr, 10));
   sender.Connect();
 
   const Clock::time_point begin = Clock::now();
