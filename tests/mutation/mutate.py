@@ -9,7 +9,7 @@
   --seed S     which ones (1); the same seed chooses the same mutants
   --all        all of them
   --file PART  only those in files whose path contains PART
-  --again      tries those again that survived
+  --again      tries those again that survived without an explanation
   --fresh      forgets earlier results; without it, what has a result is not tried again
   --report     only prints what the results so far say
   --list       only prints the mutants
@@ -56,6 +56,9 @@ class Mutant:
         self.file, self.text, self.mutation = file, text, mutation
         self.old, self.new = changed_lines(text, mutation)
         self.key = hashlib.sha256(f"{file}\0{mutation.apply(text)}".encode()).hexdigest()[:16]
+
+    def explanation_key(self):
+        return self.file, tuple(self.old), tuple(self.new)
 
     def __str__(self):
         return (f"{self.file}:{self.mutation.line} ({self.mutation.operator})\n"
@@ -294,8 +297,10 @@ def main():
         return not report(results.of[mutant.key] for mutant in mutants if mutant.key in results.of)
 
     chosen = mutants if options.all else choose(mutants, options.count, options.seed)
+    reasons = explanations() if options.again else {}
     waiting = [mutant for mutant in chosen if mutant.key not in results.of
-               or options.again and results.of[mutant.key]["outcome"] == "survived"]
+               or options.again and results.of[mutant.key]["outcome"] == "survived"
+               and mutant.explanation_key() not in reasons]
     os.nice(19)
     print(f"{len(chosen)} mutants chosen of {len(mutants)}, {len(waiting)} to try", flush=True)
     tree = Tree() if waiting else None
