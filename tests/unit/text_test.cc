@@ -86,6 +86,17 @@ TEST(TextTest, AllocatesOnlyForTheResultWhileTheBufferSuffices) {
   EXPECT_EQ(line, piece + piece);
 }
 
+TEST(TextTest, AllocatesNothingForANumberThatFits) {
+  const std::string piece = Letters(kBuffer - 20);
+  const std::size_t before = AllocationCount();
+  Text text;
+  text.Append(piece);
+  text.AppendDecimal(std::numeric_limits<std::uint64_t>::max());
+
+  EXPECT_EQ(AllocationCount(), before);
+  EXPECT_EQ(text.str(), piece + "18446744073709551615");
+}
+
 TEST(TextTest, AllocatesWhenTheBufferIsPassed) {
   const std::string piece = Letters(kBuffer);
   const std::size_t before = AllocationCount();
