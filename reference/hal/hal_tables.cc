@@ -26,18 +26,18 @@ bool ReferencesExist(const HalTables& /*tables*/, const google::protobuf::Messag
 }
 
 bool ReferencesExist(const HalTables& tables, const encapsulation::HostMessage& host) {
-  return !host.has_vlan_dest_id() || tables.Contains(HalKind::kVlan, host.vlan_dest_id());
+  return !host.has_vlan_dest_id() || tables.Holds(HalKind::kVlan, host.vlan_dest_id());
 }
 
 bool ReferencesExist(const HalTables& tables, const encapsulation::MplsMessage& mpls) {
   const std::uint32_t id = mpls.vlan_tunnel_dest_id();
-  return id == 0 || tables.Contains(HalKind::kVlan, id) || tables.Contains(HalKind::kMpls, id);
+  return id == 0 || tables.Holds(HalKind::kVlan, id) || tables.Holds(HalKind::kMpls, id);
 }
 
 bool ReferencesExist(const HalTables& tables, const encapsulation::EcmpMessage& ecmp) {
   return std::all_of(ecmp.members().begin(), ecmp.members().end(), [&tables](std::uint32_t member) {
-    return tables.Contains(HalKind::kHost, member) || tables.Contains(HalKind::kMpls, member) ||
-           tables.Contains(HalKind::kVlan, member);
+    return tables.Holds(HalKind::kHost, member) || tables.Holds(HalKind::kMpls, member) ||
+           tables.Holds(HalKind::kVlan, member);
   });
 }
 
@@ -106,10 +106,7 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   const bool exists = entry != table->entries.end();
   if (action == HalAction::kReplace && !exists) return kHalNotFound;
   if (action == HalAction::kInstall && exists) {
-    if (entry->second == request.payload) {
-      MarkNamed(table, *id);
-      return kHalSuccess;
-    }
+    if (entry->second == request.payload && Holds(kind, *id)) return kHalSuccess;
     if (!reinstalling_ && !InstallReplaces(kind)) return kHalExists;
   }
   if (!LabelsInRange(message)) return kHalLabelOutOfRange;
@@ -163,6 +160,10 @@ void HalTables::EndReinstall() {
 void HalTables::Clear() {
   reinstalling_ = false;
   tables_ = {};
+}
+
+bool HalTables::Holds(HalKind kind, std::uint32_t id) const {
+  return Contains(kind, id) && (!reinstalling_ || table(kind).named.count(id) != 0);
 }
 
 bool HalTables::Contains(HalKind kind, std::uint32_t id) const {

@@ -54,10 +54,12 @@ class HalTables {
   ///    group always, and within a reinstall an entry of any kind;
   /// 4. labels are below 2^20 (`kHalLabelOutOfRange`);
   /// 5. what the message refers to is installed (`kHalMissingReference`): a host's VLAN, if set;
-  /// the
-  ///    VLAN or MPLS destination under an MPLS one, if not 0; each host, MPLS or VLAN destination
-  ///    of an ECMP group, where repeated members and an empty group are fine;
+  ///    the VLAN or MPLS destination under an MPLS one, if not 0; each host, MPLS or VLAN
+  ///    destination of an ECMP group, where repeated members and an empty group are fine;
   /// 6. there is room for a new entry (`kHalTableFull`).
+  ///
+  /// Within a reinstall, an entry that it has not named may be gone at its end: nothing can refer
+  /// to it (5), and an install of the same payload is checked like any other (3).
   ///
   /// A destroy does not ask who still refers to the entry. A request that fails changes nothing.
   HalReturnCode Apply(const HalRequest& request);
@@ -76,6 +78,8 @@ class HalTables {
   void Clear();
 
   bool Contains(HalKind kind, std::uint32_t id) const;
+  /// Whether others may refer to the entry: it is there and, within a reinstall, was named in it.
+  bool Holds(HalKind kind, std::uint32_t id) const;
   std::size_t size(HalKind kind) const;
   HalDigest digest(HalKind kind) const;
 

@@ -145,11 +145,14 @@ def seeds():
 
     # The kinds of eight ids after the numbers of three VRFs, then the objects' own bytes.
     site = lambda kinds, *rest: b"\x00\x01\x02\x00" + bytes(kinds) + bytes(rest)
-    all_kinds = site([1, 1, 2, 2, 3, 3, 4, 0],
-                     1, 5, 1, 6,                          # VLANs 1 and 2
-                     1, 0, 1, 1,                          # hosts 3 and 4
-                     1, 0, 1, 0, 0, 1, 1, 2, 1, 0,        # tunnel 5, circuit 6
-                     3, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 2)  # ECMP group 7
+    def with_tunnel_label(label):
+        return site([1, 1, 2, 2, 3, 3, 4, 0],
+                    1, 5, 1, 6,                              # VLANs 1 and 2
+                    1, 0, 1, 1,                              # hosts 3 and 4
+                    1, 0, label, 0, 0, 1, 1, 2, 1, 0,        # tunnel 5, circuit 6
+                    3, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 2)   # ECMP group 7
+
+    all_kinds = with_tunnel_label(1)
     other = site([2, 1, 1, 3, 0, 4, 4, 1],
                  1, 9, 1, 9, 1, 9,        # VLANs 2, 3 and 8
                  2, 0,                    # host 1
@@ -162,6 +165,8 @@ def seeds():
     yield "manager", "disconnects", (b"\x00" + all_kinds + find + work + many + work + other + work +
                                      some + lose + work + find + work + many)
     yield "manager", "stale_tables", b"\x00" + all_kinds + find + work + many + work + other
+    yield "manager", "refused_in_a_reinstall", (b"\x00" + all_kinds + find + work + (many + work) * 3 +
+                                                with_tunnel_label(3))
     yield "manager", "refusals", (b"\x00" + all_kinds + find + work +
                                   b"".join(b"\x08" + bytes([code]) + work for code in range(9)))
     yield "manager", "late_answers", b"\x00" + all_kinds + find + work + (b"\x09" + work) * 8 + other

@@ -229,7 +229,9 @@ void AddMpls(std::uint32_t id, Input* input, Site* site) {
   std::copy_if(site->mpls.begin(), site->mpls.end(), std::back_inserter(tunnels),
                [](const SiteMpls& other) { return !other.vc_label; });
   const bool circuit = input->Bool() && !tunnels.empty();
-  mpls.label = 16U + (input->Byte() & 3U);
+  // The HAL refuses the last of them.
+  static constexpr std::array<std::uint32_t, 4> kLabels = {16, 17, 18, 1U << 20};
+  mpls.label = kLabels.at(input->Byte() & 3U);
   mpls.neighbor = OneOf(site->hosts, input);
   if (circuit) {
     mpls.vc_label = 16;

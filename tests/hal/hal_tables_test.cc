@@ -329,6 +329,24 @@ TEST(HalTablesReinstallTest, InstallReplacesEveryKind) {
   EXPECT_EQ(tables.Apply(Install(Vlan(10))), kHalExists) << "after the reinstall";
 }
 
+// Otherwise they would outlive what they refer to, which the end removes.
+TEST(HalTablesReinstallTest, NothingRefersToWhatIsNotNamed) {
+  HalTables tables = TablesOf(SmallSite());
+  tables.BeginReinstall();
+  EXPECT_EQ(tables.Apply(Install(HostOn(20, 10))), kHalMissingReference) << "the same as before";
+  EXPECT_EQ(tables.Apply(Install(HostOn(21, 10))), kHalMissingReference) << "a new one";
+  EXPECT_EQ(tables.Apply(Install(MplsOn(30, 10, 101))), kHalMissingReference);
+  EXPECT_EQ(tables.Apply(Install(Ecmp(40, {30, 10}))), kHalMissingReference);
+  ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(HostOn(20, 10))), kHalSuccess);
+  EXPECT_EQ(tables.Apply(Install(Ecmp(40, {20, 10}))), kHalSuccess);
+  tables.EndReinstall();
+  EXPECT_THAT(Ids(tables, HalKind::kHost), ElementsAre(20));
+  EXPECT_THAT(Ids(tables, HalKind::kMpls), IsEmpty());
+  EXPECT_THAT(Ids(tables, HalKind::kEcmp), ElementsAre(40));
+  ExpectDigestsFitEntries(tables);
+}
+
 TEST(HalTablesReinstallTest, AFailedInstallDoesNotName) {
   HalTables tables = TablesOf(SmallSite());
   tables.BeginReinstall();
