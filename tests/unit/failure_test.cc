@@ -478,8 +478,9 @@ TEST_P(FailureTest, PassesOnThatAnAllocationFailedWithoutTraces) {
 TEST_P(FailureTest, PassesOnWhatTheHostThrows) {
   const HostCalls calls = UndisturbedCalls();
 
-  EXPECT_EQ(FailAtEachPoint(Point::Kind::kHostCall),
-            static_cast<std::size_t>(calls.log_lines + calls.requests + calls.notifications));
+  const int points = calls.log_lines + calls.requests + calls.notifications;
+  EXPECT_EQ(FailAtEachPoint(Point::Kind::kHostCall), static_cast<std::size_t>(points));
+  RecordProperty("points", points);
 }
 
 // The line on the missing client is a call of the host too. VRFs are not programmed without one.
@@ -490,8 +491,9 @@ TEST_P(FailureWithoutClientTest, PassesOnWhatTheHostThrows) {
   const HostCalls calls = UndisturbedCalls();
 
   EXPECT_EQ(calls.requests, 0);
-  EXPECT_EQ(FailAtEachPoint(Point::Kind::kHostCall),
-            static_cast<std::size_t>(calls.log_lines + calls.notifications));
+  const int points = calls.log_lines + calls.notifications;
+  EXPECT_EQ(FailAtEachPoint(Point::Kind::kHostCall), static_cast<std::size_t>(points));
+  RecordProperty("points", points);
 }
 
 INSTANTIATE_TEST_SUITE_P(, FailureTest, ::testing::ValuesIn(AllOperations()),
