@@ -291,7 +291,7 @@ TEST(HalServer, RefusesClientsAboveItsLimit) {
   one.ExpectServed();
 }
 
-TEST(HalServer, P5ClosesAClientThatSaysNoHello) {
+TEST(HalServer, ClosesAClientThatSaysNoHello) {
   HalServerOptions options;
   options.hello_timeout = milliseconds(50);
   TestServer server(options);
@@ -318,7 +318,7 @@ std::string WithHello(const std::string& bytes) { return HelloBytes() + bytes; }
 
 class BadStreamTest : public ::testing::TestWithParam<BadStream> {};
 
-TEST_P(BadStreamTest, P5EndsInOneLineAndAGoodbyeAndLeavesOthersAlone) {
+TEST_P(BadStreamTest, EndsInOneLineAndAGoodbyeAndLeavesOthersAlone) {
   TestServer server;
   Bystander bystander(server.path());
   RawClient client(server.path());
@@ -365,7 +365,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "unknown frame type 255", 2}),
     [](const auto& tested) { return tested.param.name; });
 
-TEST(HalServer, P5EscapesAndShortensTheNameOfAClient) {
+TEST(HalServer, EscapesAndShortensTheNameOfAClient) {
   TestServer server;
   RawClient client(server.path());
   wire::Hello hello;
@@ -377,7 +377,7 @@ TEST(HalServer, P5EscapesAndShortensTheNameOfAClient) {
                                           std::string(55, 'x') + "\" connected"));
 }
 
-TEST(HalServer, P5EveryTruncationOfAConversationEndsIt) {
+TEST(HalServer, EveryTruncationOfAConversationEndsIt) {
   TestServer server;
   Bystander bystander(server.path());
   const std::string stream = WithHello(FrameBytes(kInstallVlan, 1, VlanBytes(5)));
@@ -402,7 +402,7 @@ TEST(HalServer, P5EveryTruncationOfAConversationEndsIt) {
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 0U);
 }
 
-TEST(HalServer, P5RandomStreamsHarmNobody) {
+TEST(HalServer, RandomStreamsHarmNobody) {
   TestServer server;
   Bystander bystander(server.path());
   std::mt19937 random(3);

@@ -242,7 +242,7 @@ TEST(FrameSplitter, ViewsLieBehindEachOtherInOneBuffer) {
   EXPECT_EQ(second->whole.data(), first->whole.data() + first->whole.size());
 }
 
-TEST(FrameSplitter, P5WaitsForTheRestOfEveryTruncation) {
+TEST(FrameSplitter, WaitsForTheRestOfEveryTruncation) {
   for (const GoldenFrame& golden : GoldenFrames()) {
     for (std::size_t size = 0; size < golden.bytes.size(); ++size) {
       SCOPED_TRACE(std::string(golden.name) + " cut to " + std::to_string(size));
@@ -258,7 +258,7 @@ TEST(FrameSplitter, P5WaitsForTheRestOfEveryTruncation) {
   }
 }
 
-TEST(FrameSplitter, P5JudgesEveryValueOfEveryHeaderByte) {
+TEST(FrameSplitter, JudgesEveryValueOfEveryHeaderByte) {
   constexpr std::uint64_t kMaxPayload = 300;
   for (const GoldenFrame& golden : GoldenFrames()) {
     for (std::size_t place = 0; place < kFrameHeaderSize; ++place) {
@@ -330,7 +330,7 @@ TEST(FrameSplitter, CutsTheSameFramesOfEveryChunking) {
   }
 }
 
-TEST(FrameSplitter, P5TakesRandomBytesTheSameInEveryChunking) {
+TEST(FrameSplitter, TakesRandomBytesTheSameInEveryChunking) {
   std::mt19937 random(2);
   for (int round = 0; round < 10'000; ++round) {
     SCOPED_TRACE(round);
@@ -348,7 +348,7 @@ TEST(FrameSplitter, P5TakesRandomBytesTheSameInEveryChunking) {
   }
 }
 
-TEST(FrameSplitter, P5KeepsNothingOfATooLongPayload) {
+TEST(FrameSplitter, KeepsNothingOfATooLongPayload) {
   FrameSplitter splitter(1000);
   splitter.Feed(
       Bytes("\x05\x00\x00\x01"
