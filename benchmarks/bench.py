@@ -28,7 +28,7 @@ TIMEOUT = 600
 
 # Requests without an answer at most, as the socket client has it, and smaller ones.
 WINDOW = 4096
-SMALL_WINDOWS = [1, 4, 16, 256]
+SMALL_WINDOWS = [1, 4, 16, 64, 256]
 
 
 class Sizes:
@@ -211,7 +211,8 @@ def describe_machine(peers):
         "memory": f"{kilobytes / 2 ** 20:.0f} GiB",
         "load": os.getloadavg()[0],
         "date": datetime.date.today().isoformat(),
-        "versions": {"Linux": os.uname().release, "g++": first_line("g++", "-dumpfullversion")}
+        "versions": {"Linux": ".".join(os.uname().release.split(".")[:2]),
+                     "g++": first_line("g++", "-dumpfullversion")}
         | {name: package_version(package) for name, package in packages.items()},
     }
 
