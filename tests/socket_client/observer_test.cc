@@ -31,8 +31,8 @@ std::vector<const void*> Converse(HalConnection* hal) {
   hal->InstallVrfIngressInterface(&vrf);
   VlanEncapsulationMessage vlan(std::make_unique<encapsulation::VlanMessage>(Vlan(5)));
   hal->InstallVlanOutgoingEncapsulation(&vlan);
-  hal->EndReinstall();
   EXPECT_EQ(reported.Await(2).back(), "InstallVlan 5: 0");
+  hal->EndReinstall();
   VlanEncapsulationMessage other(std::make_unique<encapsulation::VlanMessage>(Vlan(5, 9000)));
   hal->InstallVlanOutgoingEncapsulation(&other);
   EXPECT_EQ(reported.Await(3).back(), "InstallVlan 5: 3");
@@ -57,9 +57,9 @@ TEST(ObserverTest, IsToldByTheEmbeddedHal) {
   EXPECT_EQ(observed.wrappers(), std::vector<const void*>());
   const auto sent = Converse(&hal);
   EXPECT_EQ(observed.wrappers(), sent);
-  EXPECT_THAT(observed.lines(),
-              ElementsAre("found", "begin", "#1 install-vrf 7", "#2 install-vlan 5", "end",
-                          "#2 install-vlan 5: 0", "#3 install-vlan 5", "#3 install-vlan 5: 3"));
+  EXPECT_THAT(observed.lines(), ElementsAre("found", "begin", "#1 install-vrf 7",
+                                            "#2 install-vlan 5", "#2 install-vlan 5: 0", "end",
+                                            "#3 install-vlan 5", "#3 install-vlan 5: 3"));
 }
 
 TEST(ObserverTest, IsToldByTheClientAndByTheServer) {
@@ -77,9 +77,9 @@ TEST(ObserverTest, IsToldByTheClientAndByTheServer) {
     const auto sent = Converse(&hal);
     EXPECT_EQ(at_client.wrappers(), sent);
   }
-  EXPECT_THAT(Traffic(at_client),
-              ElementsAre("found", "begin", "#1 install-vrf 7", "#2 install-vlan 5", "end",
-                          "#2 install-vlan 5: 0", "#3 install-vlan 5", "#3 install-vlan 5: 3"));
+  EXPECT_THAT(Traffic(at_client), ElementsAre("found", "begin", "#1 install-vrf 7",
+                                              "#2 install-vlan 5", "#2 install-vlan 5: 0", "end",
+                                              "#3 install-vlan 5", "#3 install-vlan 5: 3"));
   EXPECT_THAT(Traffic(at_server), ElementsAre("found", "begin", "#1 install-vrf 7",
                                               "#2 install-vlan 5", "#2 install-vlan 5: 0", "end",
                                               "#3 install-vlan 5", "#3 install-vlan 5: 3"));
