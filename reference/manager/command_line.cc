@@ -17,7 +17,7 @@ namespace po = boost::program_options;
 constexpr std::int64_t kMaxTableSize = 1 << 30;
 constexpr std::int64_t kDefaultTableSize = 1 << 21;
 constexpr std::int64_t kDefaultDeadline = 30;
-constexpr std::int64_t kMaxDeadline = 24 * 60 * 60;
+constexpr std::int64_t kMaxDeadline = std::int64_t{24} * 60 * 60;
 constexpr unsigned kLineLength = 80;
 constexpr std::string_view kUnixPrefix = "unix:";
 

@@ -28,7 +28,7 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
 
 /// Writes what `StatusAsJson` gave as tables. Throws `std::runtime_error` for a text that is none
 /// of its own.
-void WriteStatus(const std::string& json, std::ostream* out);
+void WriteStatus(const std::string& text, std::ostream* out);
 
 /// The control socket of a running manager: whoever connects is sent its status, and the connection
 /// is closed. Nothing is read from it. Only the manager's user may connect.

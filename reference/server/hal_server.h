@@ -28,7 +28,7 @@ struct HalServerOptions {
   std::size_t max_clients = 64;
   /// Bytes of answers that may wait for a client that does not read, at most: reading from it
   /// pauses.
-  std::size_t max_unsent = 1024 * 1024;
+  std::size_t max_unsent = std::size_t{1024} * 1024;
   /// A client that has not said hello after so long is closed.
   std::chrono::milliseconds hello_timeout{5'000};
   /// Told every request, result, reinstall mark and line of the log. Not owned, outlives the

@@ -22,7 +22,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds kCloseTimeout{5'000};
 // How much of a client's name the log shows.
 constexpr std::size_t kMaxName = 64;
-constexpr std::size_t kMaxWrite = 64 * 1024;
+constexpr std::size_t kMaxWrite = std::size_t{64} * 1024;
 // A sequence so far from the client's that it has none like it.
 constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
 

@@ -128,7 +128,7 @@ class Session : public std::enable_shared_from_this<Session> {
   boost::asio::steady_timer deadline_;
   boost::asio::steady_timer read_timer_;
 
-  std::array<char, 64 * 1024> input_;
+  std::array<char, std::size_t{64} * 1024> input_;
   FrameSplitter splitter_;
   ServerFaults::Time read_at_{};
   // Bytes that were read and are not part of a handled frame.

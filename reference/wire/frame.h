@@ -19,7 +19,7 @@ namespace reference {
 inline constexpr std::uint32_t kProtocolVersion = 1;
 inline constexpr std::size_t kFrameHeaderSize = 8;
 inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
-inline constexpr std::size_t kDefaultMaxPayload = 64 * 1024;
+inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
 
 enum class FrameType : std::uint8_t {
   /// Both directions, first: payload `wire.Hello`.
