@@ -21,6 +21,7 @@
 
 #include "tests/hal/messages.h"
 #include "tests/hal/recording_results.h"
+#include "tests/support/gate.h"
 #include "zuskux/vlan_encapsulation_message.h"
 #include "zuskux/vrf_encapsulation_message.h"
 
@@ -28,29 +29,6 @@ namespace reference {
 namespace {
 
 using testing::ElementsAre;
-
-/// Bounds every wait; only a failing test gets there.
-constexpr std::chrono::seconds kPatience(30);
-
-/// Lets a thread pass once opened.
-class Gate {
- public:
-  void Open() {
-    const std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
-  void Pass() {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, kPatience, [this] { return open_; }));
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool open_ = false;
-};
 
 /// Holds the server inside the request of one id.
 class Hold {

@@ -9,12 +9,10 @@
 #include <string_view>
 
 #include "reference/wire/frame.h"
+#include "tests/support/gate.h"
 #include "wire.pb.h"
 
 namespace reference {
-
-/// Bounds every wait; only a failing test gets there.
-constexpr std::chrono::seconds kPatience(30);
 
 /// A folder for the socket, removed in the end.
 class SocketFolder {

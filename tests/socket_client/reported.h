@@ -20,6 +20,7 @@
 #include "tests/hal/messages.h"
 #include "tests/hal/recording_results.h"
 #include "tests/socket_client/fake_server.h"
+#include "tests/support/gate.h"
 #include "zuskux/vlan_encapsulation_message.h"
 #include "zuskux/vrf_encapsulation_message.h"
 
@@ -34,26 +35,6 @@ inline bool Eventually(const std::function<bool()>& condition) {
   }
   return true;
 }
-
-/// Lets threads pass once opened.
-class Gate {
- public:
-  void Open() {
-    const std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
-  void Pass() {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, kPatience, [this] { return open_; }));
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool open_ = false;
-};
 
 /// Lines or events in order, to be waited for.
 class Record {
