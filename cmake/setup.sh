@@ -2,7 +2,7 @@
 # preset. Sourced by bash with $root set to the project's folder.
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
-  libboost-program-options-dev nlohmann-json3-dev graphviz)
+  libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python3 valgrind
   abigail-tools)
 PACKAGE_PACKAGES=(git dpkg-dev file)

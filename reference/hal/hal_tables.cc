@@ -106,55 +106,52 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   const bool exists = entry != table->entries.end();
   if (action == HalAction::kReplace && !exists) return kHalNotFound;
   if (action == HalAction::kInstall && exists) {
-    if (entry->second == request.payload && Holds(kind, *id)) return kHalSuccess;
+    const Entry& stored = entry->second;
+    if (stored.payload == request.payload && MayStay(stored)) return kHalSuccess;
     if (!reinstalling_ && !InstallReplaces(kind)) return kHalExists;
   }
   if (!LabelsInRange(message)) return kHalLabelOutOfRange;
   if (!ReferencesExist(*this, message)) return kHalMissingReference;
   if (!exists && table->entries.size() >= capacity_) return kHalTableFull;
   Store(table, *id, request.payload);
-  MarkNamed(table, *id);
   return kHalSuccess;
 }
 
 HalReturnCode HalTables::Destroy(Table* table, std::uint32_t id) {
   const auto entry = table->entries.find(id);
   if (entry == table->entries.end()) return kHalNotFound;
-  table->sum -= EntryHash(id, entry->second);
+  table->sum -= EntryHash(id, entry->second.payload);
   table->entries.erase(entry);
   return kHalSuccess;
 }
 
-void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) {
-  const auto [entry, created] = table->entries.try_emplace(id);
-  if (!created) table->sum -= EntryHash(id, entry->second);
-  entry->second = payload;
+void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) const {
+  const auto [place, created] = table->entries.try_emplace(id);
+  Entry& entry = place.value();
+  if (!created) table->sum -= EntryHash(id, entry.payload);
+  entry.payload = payload;
   table->sum += EntryHash(id, payload);
-}
-
-void HalTables::MarkNamed(Table* table, std::uint32_t id) const {
-  if (reinstalling_) table->named.insert(id);
+  if (reinstalling_) entry.named_in = reinstall_;
 }
 
 void HalTables::BeginReinstall() {
   reinstalling_ = true;
-  for (Table& table : tables_) table.named.clear();
+  ++reinstall_;
 }
 
 void HalTables::EndReinstall() {
   if (!reinstalling_) return;
-  reinstalling_ = false;
   for (Table& table : tables_) {
     for (auto entry = table.entries.begin(); entry != table.entries.end();) {
-      if (table.named.count(entry->first) != 0) {
+      if (MayStay(entry->second)) {
         ++entry;
         continue;
       }
-      table.sum -= EntryHash(entry->first, entry->second);
+      table.sum -= EntryHash(entry->first, entry->second.payload);
       entry = table.entries.erase(entry);
     }
-    table.named.clear();
   }
+  reinstalling_ = false;
 }
 
 void HalTables::Clear() {
@@ -163,11 +160,12 @@ void HalTables::Clear() {
 }
 
 bool HalTables::Holds(HalKind kind, std::uint32_t id) const {
-  return Contains(kind, id) && (!reinstalling_ || table(kind).named.count(id) != 0);
+  const auto entry = table(kind).entries.find(id);
+  return entry != table(kind).entries.end() && MayStay(entry->second);
 }
 
 bool HalTables::Contains(HalKind kind, std::uint32_t id) const {
-  return table(kind).entries.count(id) != 0;
+  return table(kind).entries.contains(id);
 }
 
 std::size_t HalTables::size(HalKind kind) const { return table(kind).entries.size(); }
@@ -175,15 +173,17 @@ std::size_t HalTables::size(HalKind kind) const { return table(kind).entries.siz
 HalDigest HalTables::digest(HalKind kind) const { return {size(kind), table(kind).sum}; }
 
 std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
-  return {table(kind).entries.begin(), table(kind).entries.end()};
+  std::map<std::uint32_t, std::string> entries;
+  for (const auto& [id, entry] : table(kind).entries) entries.emplace(id, entry.payload);
+  return entries;
 }
 
 TableEntries HalTables::Entries() const {
   TableEntries entries;
   for (std::size_t index = 0; index < kHalKinds; ++index) {
     const auto kind = static_cast<HalKind>(index);
-    for (const auto& [id, payload] : table(kind).entries) {
-      entries.emplace(std::pair(kind, id), payload);
+    for (const auto& [id, entry] : table(kind).entries) {
+      entries.emplace(std::pair(kind, id), entry.payload);
     }
   }
   return entries;

@@ -2,6 +2,7 @@
 #define ZUSKUX_REFERENCE_HAL_HAL_TABLES_H_
 
 #include <google/protobuf/message.h>
+#include <tsl/robin_map.h>
 
 #include <array>
 #include <cstddef>
@@ -9,8 +10,6 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "reference/hal/hal_code.h"
@@ -89,10 +88,15 @@ class HalTables {
   TableEntries Entries() const;
 
  private:
+  struct Entry {
+    std::string payload;
+    // The last reinstall that has named it, 0 for none.
+    std::uint64_t named_in = 0;
+  };
+
   struct Table {
-    std::unordered_map<std::uint32_t, std::string> entries;
-    // Ids that the reinstall under way has named.
-    std::unordered_set<std::uint32_t> named;
+    // Neighbours in it are neighbours in memory. Primes as sizes spread ids with a common factor.
+    tsl::robin_pg_map<std::uint32_t, Entry> entries;
     // Of the entries' hashes.
     std::uint64_t sum = 0;
   };
@@ -104,14 +108,16 @@ class HalTables {
   HalReturnCode ApplyMessage(const HalRequest& request, const google::protobuf::Message& decoded);
 
   HalReturnCode Destroy(Table* table, std::uint32_t id);
-  void Store(Table* table, std::uint32_t id, const std::string& payload);
-  void MarkNamed(Table* table, std::uint32_t id) const;
+  void Store(Table* table, std::uint32_t id, const std::string& payload) const;
+  bool MayStay(const Entry& entry) const { return !reinstalling_ || entry.named_in == reinstall_; }
 
   Table& table(HalKind kind) { return tables_[static_cast<std::size_t>(kind)]; }
   const Table& table(HalKind kind) const { return tables_[static_cast<std::size_t>(kind)]; }
 
   std::size_t capacity_;
   bool reinstalling_ = false;
+  // The latest reinstall; they count from 1.
+  std::uint64_t reinstall_ = 0;
   std::array<Table, kHalKinds> tables_;
 };
 
