@@ -8,13 +8,14 @@
 #include <thread>
 #include <utility>
 
+#include "reference/hal/each_result.h"
 #include "reference/record/wrapped_message.h"
 
 namespace reference {
 namespace {
 
 /// Waits for what a connection reports.
-class Reports : public HalL3MplsEncapsulationClientCallbackItf {
+class Reports : public EachResult {
  public:
   explicit Reports(const ReplayOptions& options) : options_(options) {}
 
@@ -39,47 +40,8 @@ class Reports : public HalL3MplsEncapsulationClientCallbackItf {
     return std::exchange(result_, std::nullopt);
   }
 
-  void InitEncapsulationModuleResCallback(ReturnCode /*code*/) override {}
-
-  void InstallVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void DestroyVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void ReplaceVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void InstallHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void DestroyHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void ReplaceHostOutgoingEncapsulationResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void InstallEcmpEncapResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void DestroyEcmpEncapResCallback(ReturnCode code, unsigned int /*id*/) override {
-    SetResult(code);
-  }
-  void InstallMplsUnprotectedOutgoingEncapsulationResCallback(
-      ReturnCode code, unsigned int /*id*/, unsigned int /*secondary_id*/) override {
-    SetResult(code);
-  }
-  void DestroyMplsUnprotectedOutgoingEncapsulationResCallback(
-      ReturnCode code, unsigned int /*id*/, unsigned int /*secondary_id*/) override {
-    SetResult(code);
-  }
-  void ReplaceMplsUnprotectedOutgoingEncapsulationResCallback(
-      ReturnCode code, unsigned int /*id*/, unsigned int /*secondary_id*/) override {
-    SetResult(code);
-  }
-
  private:
-  void SetResult(HalReturnCode code) {
+  void OnResult(HalReturnCode code, unsigned int /*id*/) override {
     const std::lock_guard lock(mutex_);
     result_ = code;
     changed_.notify_one();
