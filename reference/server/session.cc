@@ -11,6 +11,7 @@
 
 #include "reference/hal/request_observer.h"
 #include "reference/server/decode_request.h"
+#include "reference/wire/send.h"
 
 namespace reference {
 namespace {
@@ -180,11 +181,19 @@ void Session::Write() {
     if (closing_) Close();
     return;
   }
-  writing_ = true;
   output_.swap(next_output_);
+  // More than may wait takes turns with the answers to other clients.
+  const bool at_once = !fate_.one_byte_writes && output_.size() <= state_->options.max_unsent;
+  const std::size_t sent = at_once ? SendAtOnce(socket_.native_handle(), output_) : 0;
+  if (sent == output_.size()) {
+    output_.clear();
+    if (closing_) Close();
+    return;
+  }
+  writing_ = true;
   const std::size_t step = fate_.one_byte_writes ? 1 : kMaxWrite;
   boost::asio::async_write(
-      socket_, boost::asio::buffer(output_),
+      socket_, boost::asio::buffer(output_) + sent,
       [step](const ErrorCode& error, std::size_t) { return error ? 0 : step; },
       [self = shared_from_this()](const ErrorCode& error, std::size_t) { self->OnWritten(error); });
 }
