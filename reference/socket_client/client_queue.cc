@@ -18,15 +18,17 @@ ClientQueue::ClientQueue(const SocketHalOptions& options)
       deadline_(options.deadline),
       outstanding_(max_entries_, options.first_sequence) {}
 
-ClientQueue::Taken ClientQueue::Submit(HalRequest request) {
+ClientQueue::Taken ClientQueue::Submit(const HalRequest& request) {
   const std::lock_guard lock(mutex_);
   ++counters_.requests;
   if (const auto refusal = Refusal(request)) {
     End(request, *refusal);
-    return {*refusal, NeedsWake()};
+    return {*refusal, false, NeedsWake()};
   }
-  Accept(std::move(request));
-  return {kHalSuccess, NeedsWake()};
+  const bool alone = outstanding_.size() == 0 && frames_.empty() && !writing_;
+  Accept(request);
+  if (alone && server_ == Server::kFound) return {kHalSuccess, true, false};
+  return {kHalSuccess, false, NeedsWake()};
 }
 
 std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) const {
@@ -60,15 +62,15 @@ bool ClientQueue::RoomNow() const {
          outstanding_vrf_bytes_ + kept_vrfs_.bytes() + largest <= std::max(max_bytes_, largest);
 }
 
-void ClientQueue::Accept(HalRequest request) {
+void ClientQueue::Accept(const HalRequest& request) {
   switch (server_) {
     case Server::kUnknown:
       early_bytes_ += kFrameHeaderSize + request.payload.size();
-      early_.push_back({std::move(request), std::nullopt});
+      early_.push_back({request, std::nullopt});
       ++counters_.queued;
       break;
     case Server::kNone:
-      kept_vrfs_.Keep(std::move(request));
+      kept_vrfs_.Keep(request);
       counters_.queued = kept_vrfs_.size();
       break;
     case Server::kFound:
@@ -84,7 +86,9 @@ void ClientQueue::Send(const HalRequest& request) {
   outstanding.reinstall = open_reinstall_.number;
   if (outstanding.reinstall != 0) outstanding.hash = EntryHash(request.id, request.payload);
   outstanding.request = WithoutPayload(request);
-  if (!HasResult(request.operation)) {
+  if (HasResult(request.operation)) {
+    deadlines_to_watch_ = !deadlines_watched_;
+  } else {
     outstanding_vrf_bytes_ += request.payload.size();
     outstanding.request.payload = request.payload;
   }
@@ -143,19 +147,29 @@ void ClientQueue::End(const HalRequest& request, HalReturnCode code) {
   ended_.push_back({WithoutPayload(request), code});
 }
 
-// While something is being written, its end looks after what came meanwhile; but a request that
-// nothing waited before needs its deadline watched.
+// While something is being written, its end looks after what came meanwhile.
 bool ClientQueue::NeedsWake() {
-  const bool work = !ended_.empty() || (!frames_.empty() && !writing_) || outstanding_.size() == 1;
+  const bool work = !ended_.empty() || (!frames_.empty() && !writing_) || deadlines_to_watch_;
   if (!work || wake_pending_) return false;
   wake_pending_ = true;
   ++wake_ups_;
   return true;
 }
 
-void ClientQueue::Awake() {
+bool ClientQueue::WakeDue() {
+  const std::lock_guard lock(mutex_);
+  return NeedsWake();
+}
+
+void ClientQueue::StayAwake() {
+  const std::lock_guard lock(mutex_);
+  wake_pending_ = true;
+}
+
+bool ClientQueue::Awake() {
   const std::lock_guard lock(mutex_);
   wake_pending_ = false;
+  return deadlines_to_watch_;
 }
 
 void ClientQueue::Connect(std::size_t max_payload) {
@@ -214,17 +228,24 @@ void ClientQueue::TakeEnded(std::vector<Ended>* ended) {
 }
 
 bool ClientQueue::TakeFrames(std::string* frames) {
-  frames->clear();
   const std::lock_guard lock(mutex_);
-  if (writing_) outstanding_.MarkWritten(writing_up_to_, Clock::now());
-  counters_.queued -= writing_counted_;
+  if (writing_ || frames_.empty()) return false;
+  frames->clear();
   frames->swap(frames_);
+  writing_ = true;
   writing_bytes_ = frames->size();
   writing_counted_ = std::exchange(frames_counted_, 0);
   writing_up_to_ = outstanding_.added();
-  writing_ = !frames->empty();
-  if (writing_) ++writes_;
-  return writing_;
+  ++writes_;
+  return true;
+}
+
+void ClientQueue::Written() {
+  const std::lock_guard lock(mutex_);
+  if (!std::exchange(writing_, false)) return;
+  outstanding_.MarkWritten(writing_up_to_, Clock::now());
+  counters_.queued -= writing_counted_;
+  writing_bytes_ = writing_counted_ = 0;
 }
 
 void ClientQueue::AddHeartbeat() {
@@ -232,9 +253,8 @@ void ClientQueue::AddHeartbeat() {
   AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
 }
 
-std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence,
+std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence, Clock::time_point now,
                                                       std::chrono::nanoseconds hal_time) {
-  const auto now = Clock::now();
   const std::lock_guard lock(mutex_);
   std::optional<OutstandingRequest> answered = outstanding_.Take(sequence);
   if (!answered) {
@@ -258,12 +278,15 @@ std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence,
 
 std::optional<ClientQueue::Clock::time_point> ClientQueue::Expire(Clock::time_point now) {
   const std::lock_guard lock(mutex_);
+  deadlines_to_watch_ = false;
   while (const OutstandingRequest* const oldest = outstanding_.OldestUnexpired()) {
     const Clock::time_point due = oldest->submitted + deadline_;
-    if (due > now) return due;
+    deadlines_watched_ = due > now;
+    if (deadlines_watched_) return due;
     End(oldest->request, kHalDeadline);
     outstanding_.ExpireOldest();
   }
+  deadlines_watched_ = false;
   return std::nullopt;
 }
 
@@ -276,11 +299,6 @@ std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::
   return std::nullopt;
 }
 
-void ClientQueue::CountResult() {
-  const std::lock_guard lock(mutex_);
-  ++counters_.results;
-}
-
 void ClientQueue::CountServerFound() {
   const std::lock_guard lock(mutex_);
   ++counters_.servers_found;
@@ -289,6 +307,7 @@ void ClientQueue::CountServerFound() {
 HalConnectionCounters ClientQueue::counters() const {
   const std::lock_guard lock(mutex_);
   HalConnectionCounters counters = counters_;
+  counters.results = results_.load(std::memory_order_relaxed);
   counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + ended_.size() +
                         (ended_reinstall_ ? 1 : 0);
   return counters;

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_CLIENT_QUEUE_H_
 #define ZUSKUX_REFERENCE_SOCKET_CLIENT_CLIENT_QUEUE_H_
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +35,8 @@ class ClientQueue {
   /// What became of a request that is given to the queue.
   struct Taken {
     HalReturnCode code{};
+    /// Nothing else is under way: it can be written at once. Otherwise `wake` says what to do.
+    bool alone = false;
     /// The connection has to be woken up.
     bool wake = false;
   };
@@ -48,7 +51,7 @@ class ClientQueue {
 
   explicit ClientQueue(const SocketHalOptions& options);
 
-  Taken Submit(HalRequest request);
+  Taken Submit(const HalRequest& request);
   /// Whether the connection has to be woken up.
   bool Mark(FrameType mark);
   bool HasRoom();
@@ -57,25 +60,34 @@ class ClientQueue {
   HalLatencies latencies() const;
   SocketHalStatistics statistics() const;
 
-  /// Connection: what comes from now on may ask for another wake-up.
-  void Awake();
+  /// Gives all that waits, instead of what `frames` held. False when there is nothing, or when what
+  /// an earlier call gave is still being written.
+  bool TakeFrames(std::string* frames);
+  /// What the last call gave was written.
+  void Written();
+  /// Whether the connection has to be woken up.
+  bool WakeDue();
+
+  /// Connection: it is awake; nothing asks for a wake-up until it calls `Awake`.
+  void StayAwake();
+  /// Connection: what comes from now on may ask for another wake-up. Whether there are deadlines to
+  /// watch now, with `Expire`.
+  bool Awake();
   /// Connection: there is a server, which takes payloads of that size; what waited is on its way.
   void Connect(std::size_t max_payload);
   /// Connection: there is no server any more, or still none: everything outstanding has ended.
   void Disconnect();
   /// Connection: what ended since the last time, instead of what `ended` held.
   void TakeEnded(std::vector<Ended>* ended);
-  /// Connection: what the last call gave was written; gives all that waits, instead of what
-  /// `frames` held. False when there is nothing.
-  bool TakeFrames(std::string* frames);
   /// Connection: appends a frame that asks for a sign of life.
   void AddHeartbeat();
-  /// Connection: the request that a result belongs to, which the server had for `hal_time`; nothing
-  /// for a result that has none, or comes too late, after counting it. VRF requests have no result
-  /// to deliver.
-  std::optional<OutstandingRequest> Answer(std::uint32_t sequence,
+  /// Connection: the request that a result belongs to, which came at `now` and which the server had
+  /// for `hal_time`; nothing for a result that has none, or comes too late, after counting it. VRF
+  /// requests have no result to deliver.
+  std::optional<OutstandingRequest> Answer(std::uint32_t sequence, Clock::time_point now,
                                            std::chrono::nanoseconds hal_time);
-  /// Connection: ends what is overdue; the time at which to look again, if any.
+  /// Connection: ends what is overdue; the time at which to look again. Nothing when a request that
+  /// comes later will ask for a wake-up, to have its deadline watched.
   std::optional<Clock::time_point> Expire(Clock::time_point now);
   /// Connection: the reinstall whose end has that sequence, once; nothing, after counting it, for
   /// one that nobody waits for.
@@ -83,7 +95,7 @@ class ClientQueue {
   /// Connection: whether the host is to be told that there is room; true once.
   bool TakeRoomDue();
   /// Connection: counts a result whose delivery begins, and a report of the server found.
-  void CountResult();
+  void CountResult() { results_.fetch_add(1, std::memory_order_relaxed); }
   void CountServerFound();
 
  private:
@@ -105,7 +117,7 @@ class ClientQueue {
   bool Fits(std::size_t payload_size) const;
   std::size_t MaxPayload() const;
   bool RoomNow() const;
-  void Accept(HalRequest request);
+  void Accept(const HalRequest& request);
   void Send(const HalRequest& request);
   void SendMark(FrameType mark);
   void Append(FrameType type, std::uint32_t sequence, const std::string& payload);
@@ -138,6 +150,10 @@ class ClientQueue {
   std::uint64_t writing_up_to_ = 0;
 
   bool wake_pending_ = false;
+  // Whether the connection looks at the deadlines some time without being woken up, and has to be
+  // woken up for that.
+  bool deadlines_watched_ = false;
+  bool deadlines_to_watch_ = false;
   bool room_wanted_ = false;
 
   std::uint32_t mark_sequence_ = 0;
@@ -152,6 +168,8 @@ class ClientQueue {
   LatencyHistogram hal_latency_;
   std::uint64_t wake_ups_ = 0;
   std::uint64_t writes_ = 0;
+
+  std::atomic<std::uint64_t> results_ = 0;
 };
 
 }  // namespace reference

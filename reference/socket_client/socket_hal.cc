@@ -10,6 +10,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <iomanip>
+#include <mutex>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -20,6 +21,7 @@
 #include "reference/socket_client/handler_memory.h"
 #include "reference/socket_client/reinstall_check.h"
 #include "reference/wire/frame.h"
+#include "reference/wire/send.h"
 #include "wire.pb.h"
 
 namespace reference {
@@ -83,7 +85,7 @@ using SessionPtr = std::shared_ptr<Session>;
 
 }  // namespace
 
-/// The thread and what runs on it. Everything but the first group is called on that thread.
+/// The thread and what runs on it. Everything but the first two groups is called on that thread.
 class SocketHal::Connection {
  public:
   explicit Connection(SocketHalOptions options);
@@ -93,12 +95,15 @@ class SocketHal::Connection {
 
   // On the host's thread:
   void Start(HalReporter reporter);
-  HalReturnCode Submit(HalRequest request);
+  HalReturnCode Submit(const HalRequest& request);
   void Mark(FrameType mark);
   ClientQueue* queue() { return &queue_; }
 
  private:
+  // On the host's thread:
+  void WriteAtOnce();
   void Wake();
+
   void OnWake();
 
   void Connect();
@@ -107,10 +112,12 @@ class SocketHal::Connection {
 
   void Read(const SessionPtr& session);
   void OnRead(const SessionPtr& session, const error_code& error, std::size_t size);
-  void Write(const SessionPtr& session);
-  void OnWritten(const SessionPtr& session);
+  void Take(const SessionPtr& session, std::size_t size);
   void WriteQueued(const SessionPtr& session);
-  void WatchDeadlines();
+  void WriteRest(const SessionPtr& session, std::string rest);
+  void WriteOutgoing(const SessionPtr& session, std::size_t begin);
+  void OnWritten(const SessionPtr& session);
+  void LetHostWrite(const SessionPtr& session);
   void Expire();
   void LookAfterHeart(const SessionPtr& session);
   void BeatHeart(const SessionPtr& session);
@@ -139,14 +146,20 @@ class SocketHal::Connection {
   asio::steady_timer reconnect_timer_{io_};
   asio::steady_timer heart_timer_{io_};
   asio::steady_timer deadline_timer_{io_};
-  bool deadline_watched_ = false;
   // Null while there is a pause before the next attempt.
   SessionPtr session_;
+  // When the last read returned.
+  Clock::time_point read_at_;
   std::chrono::milliseconds pause_;
   std::string last_failure_;
   std::vector<ClientQueue::Ended> ended_;
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
+
+  std::mutex host_mutex_;
+  // Guarded by `host_mutex_`: what the host's thread may write to, null for none, and what it does.
+  SessionPtr host_session_;
+  std::string host_outgoing_;
 
   std::thread thread_;
 };
@@ -172,10 +185,22 @@ void SocketHal::Connection::Start(HalReporter reporter) {
   });
 }
 
-HalReturnCode SocketHal::Connection::Submit(HalRequest request) {
-  const ClientQueue::Taken taken = queue_.Submit(std::move(request));
-  if (taken.wake) Wake();
+HalReturnCode SocketHal::Connection::Submit(const HalRequest& request) {
+  const ClientQueue::Taken taken = queue_.Submit(request);
+  if (taken.alone) WriteAtOnce();
+  if (taken.wake || (taken.alone && queue_.WakeDue())) Wake();
   return taken.code;
+}
+
+// To wake the connection's thread for a single request would take longer than to write it.
+void SocketHal::Connection::WriteAtOnce() {
+  const std::lock_guard lock(host_mutex_);
+  if (host_session_ == nullptr || !queue_.TakeFrames(&host_outgoing_)) return;
+  const std::size_t sent = SendAtOnce(host_session_->socket.native_handle(), host_outgoing_);
+  if (sent == host_outgoing_.size()) return queue_.Written();
+  asio::post(io_, [this, session = host_session_, rest = host_outgoing_.substr(sent)]() mutable {
+    WriteRest(session, std::move(rest));
+  });
 }
 
 void SocketHal::Connection::Mark(FrameType mark) {
@@ -187,10 +212,9 @@ void SocketHal::Connection::Wake() {
 }
 
 void SocketHal::Connection::OnWake() {
-  queue_.Awake();
+  if (queue_.Awake()) Expire();
   ReportEnded();
-  if (session_ != nullptr && session_->greeted) WriteQueued(session_);
-  WatchDeadlines();
+  if (session_ != nullptr) WriteQueued(session_);
   ReportRoom();
 }
 
@@ -207,7 +231,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
     return;
   }
   session->outgoing = HelloFrame();
-  Write(session);
+  WriteOutgoing(session, 0);
   Read(session);
   LookAfterHeart(session);
 }
@@ -215,6 +239,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
 // Ends the connection, or the attempt at one, and everything that depends on it.
 void SocketHal::Connection::GiveUp(const std::string& reason) {
   if (session_->useful) pause_ = options_.reconnect_first;
+  LetHostWrite(nullptr);
   error_code ignored;
   session_->socket.close(ignored);
   session_.reset();
@@ -247,6 +272,16 @@ void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& 
     GiveUp("HAL server lost: " + error.message());
     return;
   }
+  queue_.StayAwake();
+  Take(session, size);
+  if (stopping_) return;
+  OnWake();
+  if (session == session_) Read(session);
+}
+
+// What was read, and what follows from it.
+void SocketHal::Connection::Take(const SessionPtr& session, std::size_t size) {
+  read_at_ = Clock::now();
   session->heard = true;
   session->splitter.Feed({session->incoming.data(), size});
   while (const auto frame = session->splitter.Next()) {
@@ -261,13 +296,28 @@ void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& 
     return;
   }
   ReportRoom();
-  Read(session);
 }
 
-void SocketHal::Connection::Write(const SessionPtr& session) {
+void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
+  if (!session->greeted || session->writing) return;
+  while (queue_.TakeFrames(&session->outgoing)) {
+    const std::size_t sent = SendAtOnce(session->socket.native_handle(), session->outgoing);
+    if (sent < session->outgoing.size()) return WriteOutgoing(session, sent);
+    queue_.Written();
+  }
+}
+
+// What the host's thread began to write.
+void SocketHal::Connection::WriteRest(const SessionPtr& session, std::string rest) {
+  if (session != session_) return;
+  session->outgoing = std::move(rest);
+  WriteOutgoing(session, 0);
+}
+
+void SocketHal::Connection::WriteOutgoing(const SessionPtr& session, std::size_t begin) {
   session->writing = true;
   asio::async_write(
-      session->socket, asio::buffer(session->outgoing),
+      session->socket, asio::buffer(session->outgoing) + begin,
       HandlerIn(&session->write_memory, [this, session](const error_code& error, std::size_t) {
         session->writing = false;
         // After an error there may be something left to read; the end of that tells.
@@ -276,24 +326,20 @@ void SocketHal::Connection::Write(const SessionPtr& session) {
 }
 
 void SocketHal::Connection::OnWritten(const SessionPtr& session) {
-  if (session->greeted) WriteQueued(session);
-  WatchDeadlines();
+  queue_.Written();
+  if (session->greeted) LetHostWrite(session);
+  WriteQueued(session);
   ReportRoom();
 }
 
-void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
-  if (session->writing || !queue_.TakeFrames(&session->outgoing)) return;
-  Write(session);
-}
-
-void SocketHal::Connection::WatchDeadlines() {
-  if (!deadline_watched_) Expire();
+void SocketHal::Connection::LetHostWrite(const SessionPtr& session) {
+  const std::lock_guard lock(host_mutex_);
+  host_session_ = session;
 }
 
 void SocketHal::Connection::Expire() {
   const auto next = queue_.Expire(Clock::now());
   ReportEnded();
-  deadline_watched_ = next.has_value();
   if (!next) return;
   deadline_timer_.expires_at(*next);
   deadline_timer_.async_wait([this](const error_code& error) {
@@ -330,7 +376,6 @@ void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
     queue_.AddHeartbeat();
     WriteQueued(session);
   }
-  WatchDeadlines();
   LookAfterHeart(session);
 }
 
@@ -377,7 +422,7 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   queue_.Connect(hello.max_payload());
   ReportEnded();
   ReportServerFound();
-  WriteQueued(session_);
+  if (!session_->writing) LetHostWrite(session_);
   Expire();
   return {};
 }
@@ -388,7 +433,7 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     return "HAL server closed, it sent a result of " + std::to_string(frame.payload.size()) +
            " bytes";
   }
-  const auto answered = queue_.Answer(frame.header.sequence, result->hal_time);
+  const auto answered = queue_.Answer(frame.header.sequence, read_at_, result->hal_time);
   if (!answered) return {};
   const HalRequest& request = answered->request;
   if (result->id != request.id) {
@@ -488,8 +533,6 @@ HalLatencies SocketHal::latencies() const { return connection_->queue()->latenci
 
 SocketHalStatistics SocketHal::statistics() const { return connection_->queue()->statistics(); }
 
-HalReturnCode SocketHal::Submit(HalRequest request) {
-  return connection_->Submit(std::move(request));
-}
+HalReturnCode SocketHal::Submit(HalRequest request) { return connection_->Submit(request); }
 
 }  // namespace reference

@@ -47,7 +47,8 @@ struct SocketHalStatistics {
 };
 
 /// A HAL client over a Unix stream socket, with a thread of its own that connects, reads, writes
-/// and reports. Owned by the host program.
+/// and reports. A request that nothing else is under way with is written by the thread that sends
+/// it, as far as the socket takes it at once. Owned by the host program.
 ///
 /// Promises: every VLAN, host, ECMP and MPLS request ends in exactly one result, on the
 /// connection's thread, never inside the request call, also when the server dies

@@ -108,15 +108,18 @@ TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
   std::string frames;
   ASSERT_TRUE(queue.TakeFrames(&frames));
   EXPECT_EQ(queue.counters().queued, 2U);
-  EXPECT_TRUE(queue.Answer(0, {}));
+  EXPECT_TRUE(queue.Answer(0, {}, {}));
   EXPECT_EQ(queue.counters().queued, 1U);
-  EXPECT_TRUE(queue.Answer(1, {}));
+  EXPECT_TRUE(queue.Answer(1, {}, {}));
   EXPECT_EQ(queue.counters().queued, 0U);
   queue.Submit(Outstanding(3).request);
   EXPECT_EQ(queue.counters().queued, 1U);
+  EXPECT_FALSE(queue.TakeFrames(&frames)) << "the first write is not over";
+  queue.Written();
   ASSERT_TRUE(queue.TakeFrames(&frames));
-  EXPECT_FALSE(queue.TakeFrames(&frames));
+  queue.Written();
   EXPECT_EQ(queue.counters().queued, 0U);
+  EXPECT_FALSE(queue.TakeFrames(&frames)) << "nothing waits";
   EXPECT_EQ(queue.counters().queued_peak, 2U);
 }
 

@@ -164,8 +164,10 @@ std::uint32_t IdIn(const FakeServer::Frame& request) {
       return IdOfPayload<encapsulation::VrfMessage>(request.payload);
     case HalKind::kVlan:
       return IdOfPayload<encapsulation::VlanMessage>(request.payload);
+    case HalKind::kEcmp:
+      return IdOfPayload<encapsulation::EcmpMessage>(request.payload);
     default:
-      ADD_FAILURE() << "the tests send VRFs and VLANs";
+      ADD_FAILURE() << "the tests send VRFs, VLANs and ECMP groups";
       return 0;
   }
 }
