@@ -122,8 +122,10 @@ def measure_reinstalls(bench, sizes):
 
 
 def measure_window(bench, requests, window):
-    with bench.hal() as (path, _):
-        yield "library/ns", bench.values("socket_bench", path, requests, window)["request"]
+    for sender in ("client", "library"):
+        with bench.hal() as (path, _):
+            yield (f"{sender}/ns",
+                   bench.values("socket_bench", path, requests, window, sender)["request"])
     with bench.serving(bench.path("raw_frames"), "serve", "SOCKET") as (path, _):
         yield "floor/ns", bench.values("raw_frames", "send", path, requests, window)["request"]
 

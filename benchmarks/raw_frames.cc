@@ -1,10 +1,12 @@
 // The least that a request and its result over a socket can cost: the same frames, made before the
-// clock starts, to a server that looks at nothing but their length.
+// clock starts, to a server that looks at nothing but their length. Both ends poll before they
+// read, as whoever has several clients, or deadlines, has to.
 //
 //   raw_frames serve SOCKET                   serves one client
 //   raw_frames send SOCKET OBJECTS WINDOW     prints nanoseconds a request; WINDOW of them are
 //                                             without an answer at most
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -46,6 +48,13 @@ sockaddr_un Address(std::string_view path) {
   return address;
 }
 
+/// Waits for something to read, and reads what is there.
+std::size_t ReadSome(int socket, char* data, std::size_t size) {
+  pollfd readable{socket, POLLIN, 0};
+  Check(poll(&readable, 1, -1), "poll");
+  return Check(read(socket, data, size), "read");
+}
+
 void WriteAll(int socket, const char* data, std::size_t size) {
   while (size > 0) {
     const std::size_t written = Check(write(socket, data, size), "write");
@@ -68,7 +77,7 @@ void Serve(const char* path) {
   std::string results;
   std::size_t kept = 0;
   while (true) {
-    const std::size_t size = Check(read(client, &input[kept], input.size() - kept), "read");
+    const std::size_t size = ReadSome(client, &input[kept], input.size() - kept);
     if (size == 0) break;
     const std::size_t end = kept + size;
     std::size_t begin = 0;
@@ -114,7 +123,7 @@ void Send(const char* path, std::size_t objects, std::size_t window) {
       WriteAll(server, frames.data() + written, ends[sent - 1] - written);
       written = ends[sent - 1];
     }
-    const std::size_t size = Check(read(server, input.data(), input.size()), "read");
+    const std::size_t size = ReadSome(server, input.data(), input.size());
     if (size == 0) throw std::runtime_error("the server has gone");
     read_bytes += size;
   }

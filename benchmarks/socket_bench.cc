@@ -1,20 +1,30 @@
-// Requests through the library, over a socket to a HAL server, and their results back.
+// Requests over a socket to a HAL server, and their results back.
 //
-//   socket_bench SOCKET OBJECTS WINDOW     installs that many objects with the server that listens
-//                                          there, WINDOW of them without an answer at most; prints
-//                                          nanoseconds a request
+//   socket_bench SOCKET OBJECTS WINDOW client      installs that many objects with the server that
+//                                                  listens there, WINDOW of them without an answer
+//                                                  at most; prints nanoseconds a request. Ready
+//                                                  messages go to the HAL client.
+//   socket_bench SOCKET OBJECTS WINDOW library     the same, but objects go to the library, which
+//                                                  makes the messages and takes the results
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <vector>
 
+#include "benchmarks/captured_requests.h"
 #include "benchmarks/destinations.h"
+#include "reference/hal/each_result.h"
 #include "reference/manager/adapters.h"
 #include "reference/manager/notification_sink.h"
+#include "reference/record/wrapped_message.h"
 #include "reference/socket_client/socket_hal.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_callback.h"
@@ -22,98 +32,153 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Nanoseconds = std::chrono::duration<double, std::nano>;
 using reference::HalKind;
+using reference::SocketHal;
 
-/// Sends as fast as the HAL takes it, and counts what comes back.
-class Sender : public reference::NotificationSink {
+constexpr std::size_t IndexOf(HalKind kind) { return static_cast<std::size_t>(kind); }
+
+/// Sends requests as fast as the HAL takes them, in the reports that the server was found and that
+/// there is room: what is measured has no other thread.
+class Sender {
  public:
-  Sender(const std::string& socket, std::size_t window) : hal_(Options(socket, window)) {
-    SetNotificationSink(this);
-  }
-  Sender(const Sender&) = delete;
-  Sender& operator=(const Sender&) = delete;
-  ~Sender() override { reference::SetNotificationSink(nullptr); }
+  /// `send` makes the request of that place.
+  Sender(std::size_t requests, std::size_t results, std::function<void(std::size_t place)> send)
+      : requests_(requests), unanswered_(results), send_(std::move(send)) {}
 
-  void Connect() {
-    dest_mng::Hai* const hai = dest_mng::Hai::GetInstance();
-    hai->set_client(&hal_);
-    hal_.Start({hai->hal_encap_callback(), [this] { Set(&found_); }, [this] { Set(&room_); }});
-    WaitFor(&found_);
-  }
-
-  void Install(reference::Destination* destination) {
-    while (!hal_.HasRoom()) WaitFor(&room_);
-    reference::SendInstall(destination);
-  }
-
-  /// Waits for so many results; whether all were successes.
-  bool AwaitResults(std::size_t count) {
+  /// From the first request to the last result; 0 when there were failures.
+  Nanoseconds Run(SocketHal* hal, HalL3MplsEncapsulationClientCallbackItf* results) {
+    hal_ = hal;
+    const auto found = [this] {
+      begin_ = Clock::now();
+      Send();
+    };
+    hal_->Start({results, found, [this] { Send(); }});
     std::unique_lock lock(mutex_);
-    awaited_ = count;
-    changed_.wait(lock, [this] { return results_ >= awaited_; });
-    return failures_ == 0;
+    ended_.wait(lock, [this] { return has_ended_; });
+    return failures_ == 0 ? end_ - begin_ : Nanoseconds::zero();
   }
 
-  void OnResult(const reference::HalResult& result) override {
+  void CountResult(bool success) {
+    if (!success) ++failures_;
+    if (--unanswered_ > 0) return;
+    end_ = Clock::now();
     const std::lock_guard lock(mutex_);
-    ++results_;
-    if (!result.success) ++failures_;
-    if (results_ == awaited_) changed_.notify_one();
+    has_ended_ = true;
+    ended_.notify_one();
   }
-  void OnReinstall(HalKind /*kind*/) override {}
 
  private:
-  static reference::SocketHalOptions Options(const std::string& socket, std::size_t window) {
-    reference::SocketHalOptions options;
-    options.path = socket;
-    options.queue_entries = window;
-    return options;
+  void Send() {
+    while (next_ < requests_ && hal_->HasRoom()) send_(next_++);
   }
 
-  void Set(bool* flag) {
-    const std::lock_guard lock(mutex_);
-    *flag = true;
-    changed_.notify_one();
-  }
-
-  void WaitFor(bool* flag) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [flag] { return *flag; });
-    *flag = false;
-  }
+  SocketHal* hal_ = nullptr;
+  // On the connection's thread, until the end:
+  const std::size_t requests_;
+  std::size_t next_ = 0;
+  std::size_t unanswered_;
+  std::size_t failures_ = 0;
+  const std::function<void(std::size_t place)> send_;
+  Clock::time_point begin_;
+  Clock::time_point end_;
 
   std::mutex mutex_;
-  std::condition_variable changed_;
+  std::condition_variable ended_;
   // Guarded by `mutex_`:
-  bool found_ = false;
-  bool room_ = false;
-  std::size_t results_ = 0;
-  std::size_t failures_ = 0;
-  std::size_t awaited_ = 0;
-
-  // Ends before what it reports to.
-  reference::SocketHal hal_;
+  bool has_ended_ = false;
 };
+
+/// The results as the HAL client delivers them.
+class ClientResults : public reference::EachResult {
+ public:
+  Sender* sender = nullptr;
+
+ private:
+  void OnResult(reference::HalReturnCode code, unsigned int /*id*/) override {
+    sender->CountResult(code == reference::kHalSuccess);
+  }
+};
+
+/// The results as the library's controllers hear of them.
+class LibraryResults : public reference::NotificationSink {
+ public:
+  Sender* sender = nullptr;
+
+ private:
+  void OnResult(const reference::HalResult& result) override {
+    sender->CountResult(result.success);
+  }
+  void OnReinstall(HalKind /*kind*/) override {}
+};
+
+Nanoseconds MeasureClient(SocketHal* hal, std::size_t objects) {
+  using Install = reference::HalReturnCode (SocketHal::*)(AppMessage*);
+  // In the order of `HalKind`.
+  static constexpr std::array<Install, reference::kHalKinds> kInstalls = {
+      &SocketHal::InstallVrfIngressInterface,
+      &SocketHal::InstallVlanOutgoingEncapsulation,
+      &SocketHal::InstallHostOutgoingEncapsulation,
+      &SocketHal::InstallEcmpEncap,
+      &SocketHal::InstallMplsUnprotectedOutgoingEncapsulation,
+  };
+  struct Ready {
+    Install install;
+    reference::WrappedMessage wrapped;
+  };
+  std::vector<Ready> ready;
+  std::size_t results = 0;
+  for (const reference::HalRequest& request : bench::CaptureRequests(objects)) {
+    const HalKind kind = KindOf(request.operation);
+    ready.push_back({kInstalls.at(IndexOf(kind)), reference::WrapMessage(kind, request.payload)});
+    if (HasResult(request.operation)) ++results;
+  }
+
+  ClientResults client_results;
+  Sender sender(ready.size(), results, [hal, &ready](std::size_t place) {
+    const Ready& request = ready[place];
+    (hal->*request.install)(request.wrapped.message.get());
+  });
+  client_results.sender = &sender;
+  return sender.Run(hal, &client_results);
+}
+
+Nanoseconds MeasureLibrary(SocketHal* hal, std::size_t objects) {
+  bench::Destinations destinations = bench::MakeDestinations(objects);
+  std::vector<reference::Destination*> ready;
+  bench::ForEach(&destinations, [&ready](auto* destination) { ready.push_back(destination); });
+  // The requests of VRFs have no result.
+  const std::size_t results = ready.size() - destinations[IndexOf(HalKind::kVrf)].size();
+
+  LibraryResults library_results;
+  Sender sender(ready.size(), results,
+                [&ready](std::size_t place) { reference::SendInstall(ready[place]); });
+  library_results.sender = &sender;
+  reference::SetNotificationSink(&library_results);
+  dest_mng::Hai* const hai = dest_mng::Hai::GetInstance();
+  hai->set_client(hal);
+  const Nanoseconds time = sender.Run(hal, hai->hal_encap_callback());
+  hai->set_client(nullptr);
+  reference::SetNotificationSink(nullptr);
+  return time;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t objects = argc == 4 ? std::strtoul(argv[2], nullptr, 10) : 0;
-  if (objects == 0) {
-    std::cerr << "usage: socket_bench SOCKET OBJECTS WINDOW\n";
+  const std::size_t objects = argc == 5 ? std::strtoul(argv[2], nullptr, 10) : 0;
+  const std::string_view what = argc == 5 ? argv[4] : "";
+  if (objects == 0 || (what != "client" && what != "library")) {
+    std::cerr << "usage: socket_bench SOCKET OBJECTS WINDOW client|library\n";
     return 2;
   }
-  bench::Destinations destinations = bench::MakeDestinations(objects);
-  Sender sender(argv[1], std::strtoul(argv[3], nullptr, 10));
-  sender.Connect();
-
-  const Clock::time_point begin = Clock::now();
-  bench::ForEach(&destinations, [&sender](auto* destination) { sender.Install(destination); });
-  // The requests of VRFs have no result.
-  const std::size_t vrfs = destinations[static_cast<std::size_t>(HalKind::kVrf)].size();
-  const bool installed = sender.AwaitResults(objects - vrfs);
-  const std::chrono::duration<double, std::nano> time = Clock::now() - begin;
-  if (!installed) {
+  reference::SocketHalOptions options;
+  options.path = argv[1];
+  options.queue_entries = std::strtoul(argv[3], nullptr, 10);
+  SocketHal hal(options);
+  const Nanoseconds time =
+      what == "client" ? MeasureClient(&hal, objects) : MeasureLibrary(&hal, objects);
+  if (time == Nanoseconds::zero()) {
     std::cerr << "socket_bench: the server refused requests\n";
     return 1;
   }
