@@ -299,6 +299,7 @@ std::string Join(const std::vector<std::string_view>& words) {
 
 std::string KnownWords() {
   std::vector<std::string_view> words;
+  words.reserve(kWords.size());
   for (const Word& word : kWords) words.push_back(word.word);
   return Join(words);
 }
@@ -316,6 +317,7 @@ class FaultReader {
     CheckRange(*field, seed, kSeeds, places_.GetLocation(field, -1));
 
     std::vector<Rule> rules;
+    rules.reserve(static_cast<std::size_t>(file_.fault_size()));
     for (int index = 0; index < file_.fault_size(); ++index) rules.push_back(ReadRule(index));
     if (!errors_.empty()) return TakeErrors();
     return std::make_unique<FaultPlan>(std::move(rules), static_cast<std::uint32_t>(seed),
@@ -353,27 +355,27 @@ class FaultReader {
 
   void CheckCommon(const NumberField& number, Fault* fault) {
     const FieldDescriptor* const field = Field(number.field);
-    if (!fault->GetReflection()->HasField(*fault, field)) {
-      fault->GetReflection()->SetInt64(fault, field, 1);
+    const google::protobuf::Reflection* const reflection = Fault::GetReflection();
+    if (!reflection->HasField(*fault, field)) {
+      reflection->SetInt64(fault, field, 1);
       return;
     }
-    CheckRange(*field, fault->GetReflection()->GetInt64(*fault, field), number.range,
-               PlaceOf(number.field));
+    CheckRange(*field, reflection->GetInt64(*fault, field), number.range, PlaceOf(number.field));
   }
 
   void CheckOwn(const NumberField& number, const Word& word, const Fault& fault) {
     const FieldDescriptor* const field = Field(number.field);
     const bool needed =
         std::find(word.fields.begin(), word.fields.end(), number.field) != word.fields.end();
-    const bool present = fault.GetReflection()->HasField(fault, field);
+    const google::protobuf::Reflection* const reflection = Fault::GetReflection();
+    const bool present = reflection->HasField(fault, field);
     if (needed && !present) {
       Add(place_, "what: " + Quote(fault.what()) + " has no " + field->name() + "; add " +
                       field->name() + ": N");
     } else if (!needed && present) {
       AddUseless(number.field, fault);
     } else if (present) {
-      CheckRange(*field, fault.GetReflection()->GetInt64(fault, field), number.range,
-                 PlaceOf(number.field));
+      CheckRange(*field, reflection->GetInt64(fault, field), number.range, PlaceOf(number.field));
     }
   }
 
@@ -450,6 +452,7 @@ std::string ExplainSyntaxError(std::string text) {
   }
   const auto* const type = fault::FaultFile::descriptor()->file()->FindMessageTypeByName(parts[1]);
   std::vector<std::string_view> fields;
+  fields.reserve(static_cast<std::size_t>(type->field_count()));
   for (int index = 0; index < type->field_count(); ++index) {
     fields.push_back(type->field(index)->name());
   }

@@ -83,7 +83,7 @@ void ServerState::Log(const std::string& line) const {
   if (options.log) options.log(line);
 }
 
-void ServerState::CloseSessions() {
+void ServerState::CloseSessions() const {
   // Closing a session takes it out.
   const auto closing = sessions;
   for (const auto& [number, session] : closing) session->Close();

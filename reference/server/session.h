@@ -32,7 +32,7 @@ struct ServerState {
   wire::ServerStatus Status() const;
   void Log(const std::string& line) const;
   /// Closes every session.
-  void CloseSessions();
+  void CloseSessions() const;
   /// Does what a restart of the process would do; in some cases it is one.
   void Crash();
 

@@ -78,7 +78,7 @@ class HandlerIn {
     handler_(std::forward<Arguments>(arguments)...);
   }
 
-  allocator_type get_allocator() const noexcept { return allocator_type(memory_); }
+  allocator_type get_allocator() const noexcept { return allocator_type{memory_}; }
 
  private:
   HandlerMemory* memory_;

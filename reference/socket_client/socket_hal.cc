@@ -358,12 +358,10 @@ void SocketHal::Connection::LookAfterHeart(const SessionPtr& session) {
 
 void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
   const bool heard = std::exchange(session->heard, false);
-  if (!session->greeted) {
-    ++session->heartbeats_missed;
-  } else if (heard) {
+  if (session->greeted && heard) {
     session->heartbeat_unanswered = false;
     session->heartbeats_missed = 0;
-  } else if (session->heartbeat_unanswered) {
+  } else if (!session->greeted || session->heartbeat_unanswered) {
     ++session->heartbeats_missed;
   }
   if (session->heartbeats_missed >= options_.heartbeats_missed) {

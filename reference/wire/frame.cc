@@ -90,7 +90,7 @@ void FrameSplitter::Feed(std::string_view bytes) {
 }
 
 std::optional<FrameSplitter::Frame> FrameSplitter::Next() {
-  const std::string_view rest = std::string_view(buffer_).substr(consumed_);
+  const std::string_view rest = std::string_view{buffer_}.substr(consumed_);
   if (!error_.empty() || rest.size() < kFrameHeaderSize) return std::nullopt;
 
   const std::uint32_t word = NumberAt(rest, 0);
