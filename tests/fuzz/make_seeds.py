@@ -121,15 +121,15 @@ def seeds():
     yield "translation", "tunnel_of_another_type", b"\x02\x00\x00\x00\x01\x07" + text(b"12")
 
     marks = frame(17) + REQUESTS + frame(18, sequence=6) + frame(20, sequence=7) + frame(21, sequence=8)
-    yield "server_session", "conversation", b"\xff" + marks
-    yield "server_session", "small_writes", b"\x07" + marks
-    yield "server_session", "own_hello", b"\xfe" + HELLO + REQUESTS
-    yield "server_session", "no_hello", b"\xfe" + REQUESTS
-    yield "server_session", "other_version", b"\xfe" + frame(1, field(1, 2))
-    yield "server_session", "second_hello", b"\xff" + HELLO
-    yield "server_session", "undecodable", b"\xff" + frame(5, VLAN[:-1]) + frame(20)
-    yield "server_session", "too_long", b"\xff" + frame(5, length=1025)
-    yield "server_session", "cut", b"\xff" + REQUESTS[:-1]
+    yield "server_session", "conversation", b"\x01" + marks
+    yield "server_session", "small_writes", b"\x0f" + marks
+    yield "server_session", "own_hello", b"\x00" + HELLO + REQUESTS
+    yield "server_session", "no_hello", b"\x00" + REQUESTS
+    yield "server_session", "other_version", b"\x00" + frame(1, field(1, 2))
+    yield "server_session", "second_hello", b"\x01" + HELLO
+    yield "server_session", "undecodable", b"\x01" + frame(5, VLAN[:-1]) + frame(20)
+    yield "server_session", "too_long", b"\x01" + frame(5, length=1025)
+    yield "server_session", "cut", b"\x01" + REQUESTS[:-1]
 
     two = b"\x05"
     in_sync = frame(19, field(1, field(1, b"ecmp") + field(2, 2)), 2)

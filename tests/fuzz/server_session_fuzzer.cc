@@ -2,8 +2,8 @@
 // valid stream in which every request has its one result, and nothing of the session is left when
 // the client has gone.
 //
-// Input: flags (1 byte), the bytes: bit 0 puts a valid hello before them, the others choose the
-// size of the client's writes.
+// Input: flags (1 byte), the bytes: bit 0 puts a valid hello before them, bits 1 to 3 choose into
+// how many writes the client cuts it all.
 
 #include <algorithm>
 #include <array>
@@ -180,8 +180,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string bytes = (flags & 1) != 0 ? hello : std::string();
   bytes += input.Rest();
 
+  const std::size_t writes = ((flags >> 1) & 7U) + 1U;
+
   Conversation conversation(&server);
-  conversation.Send(bytes, std::size_t{flags} + 1);
+  conversation.Send(bytes, bytes.size() / writes + 1);
   const Results requests = Requests(bytes);
   for (const auto& [sequence, count] : conversation.answers().results()) {
     const auto request = requests.find(sequence);
