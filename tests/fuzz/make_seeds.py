@@ -142,6 +142,10 @@ def seeds():
     yield "socket_client", "heartbeat", two + frame(20)
     yield "socket_client", "silent", two
     yield "socket_client", "not_the_servers", two + frame(17)
+    early = b"\xf5"
+    yield "socket_client", "early", early + result(0, 0, 1) + result(1, 3, 2) + in_sync
+    yield "socket_client", "early_for_no_server", b"\xf4"
+    yield "socket_client", "early_too_large", b"\xf4" + frame(1, field(1, 1) + field(5, 1))
 
     # The kinds of eight ids after the numbers of three VRFs, then the objects' own bytes.
     site = lambda kinds, *rest: b"\x00\x01\x02\x00" + bytes(kinds) + bytes(rest)

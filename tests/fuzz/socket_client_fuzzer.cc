@@ -1,23 +1,35 @@
 // A server that sends any bytes to the HAL client: every request that the client took ends in one
-// result, whatever the server says and wherever it stops, and what is logged of it is printable.
+// result, whatever the server says and wherever it stops; what the client says is a valid stream;
+// what it logs is printable; and it comes back for the next conversation.
+//
+// The client is kept from input to input, because making its thread takes longer than a
+// conversation. What a kept client numbers from where it stands, an input numbers from 0.
 //
 // Input: flags (1 byte), the bytes: bit 0 puts a valid hello before them, bits 1 to 3 are the
-// number of requests.
+// number of requests that the client makes when it has found the server; when bits 4 to 7 are all
+// set, a new client makes as many before it starts.
 
-#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/write.hpp>
+#include <boost/endian/conversion.hpp>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "reference/socket_client/socket_hal.h"
 #include "reference/wire/frame.h"
@@ -29,6 +41,8 @@ namespace {
 
 namespace asio = boost::asio;
 using fuzz::Check;
+using reference::FrameSplitter;
+using reference::FrameType;
 using Protocol = asio::local::stream_protocol;
 
 constexpr std::chrono::seconds kPatience{10};
@@ -37,15 +51,12 @@ constexpr std::chrono::hours kNever{1};
 // Takes the results of ECMP groups, the only ones that are asked for.
 class Results : public HalL3MplsEncapsulationClientCallbackItf {
  public:
-  // Waits until there are `count`.
-  bool Wait(std::size_t count) {
+  // Waits for `count` results. How often each id had one, since the call before.
+  std::map<unsigned int, int> Take(std::size_t count) {
     std::unique_lock lock(mutex_);
-    return arrived_.wait_for(lock, kPatience, [&] { return count_ >= count; });
-  }
-
-  std::map<unsigned int, int> by_id() {
-    const std::lock_guard lock(mutex_);
-    return by_id_;
+    arrived_.wait_for(lock, kPatience, [&] { return count_ >= count; });
+    count_ = 0;
+    return std::exchange(by_id_, {});
   }
 
   void InstallEcmpEncapResCallback(ReturnCode /*code*/, unsigned int db_id) override {
@@ -97,19 +108,13 @@ class Results : public HalL3MplsEncapsulationClientCallbackItf {
   std::map<unsigned int, int> by_id_;
 };
 
-// Where the client connects to: a name that needs no file.
-struct Listener {
-  asio::io_context io{1};
-  std::string path = std::string(1, '\0') + "zuskux-fuzz-" + std::to_string(::getpid());
-  Protocol::acceptor acceptor{io, Protocol::endpoint(path)};
-};
-
 reference::SocketHalOptions Options(const std::string& path) {
   reference::SocketHalOptions options;
   options.path = path;
-  // One conversation, without a clock.
-  options.reconnect_first = kNever;
-  options.reconnect_last = kNever;
+  options.queue_entries = 16;
+  // The next conversation at once, and no clock.
+  options.reconnect_first = std::chrono::milliseconds(0);
+  options.reconnect_last = std::chrono::milliseconds(0);
   options.heartbeat = kNever;
   options.deadline = kNever;
   options.log = [](const std::string& line) {
@@ -125,53 +130,178 @@ std::string Hello() {
   hello.set_program("fuzzer");
   hello.set_max_payload(static_cast<std::uint32_t>(reference::kDefaultMaxPayload));
   std::string frame;
-  AppendFrame(reference::FrameType::kHello, 0, hello.SerializeAsString(), &frame);
+  AppendFrame(FrameType::kHello, 0, hello.SerializeAsString(), &frame);
   return frame;
 }
 
-// Sends all of `bytes` and reads until the client has closed its side.
-void Serve(Protocol::socket* client, std::string_view bytes) {
-  boost::system::error_code error;
-  asio::write(*client, asio::buffer(bytes.data(), bytes.size()), error);
-  client->shutdown(Protocol::socket::shutdown_send, error);
-  std::array<char, 4096> sink;
-  while (true) {
-    ::pollfd readable{client->native_handle(), POLLIN, 0};
-    const auto patience = std::chrono::milliseconds(kPatience).count();
-    Check(::poll(&readable, 1, static_cast<int>(patience)) == 1, "the client does not close");
-    client->read_some(asio::buffer(sink), error);
-    if (error) return;
-  }
+// Calls a function of the system again when the fuzzer's clock interrupted it.
+template <typename Function>
+auto Retry(Function function) {
+  auto result = function();
+  while (result < 0 && errno == EINTR) result = function();
+  return result;
 }
+
+// Where a client connects to: a name that needs no file, and no time without an end.
+class Listener {
+ public:
+  Listener() { LimitWaiting(acceptor_.native_handle()); }
+
+  const std::string& path() const { return path_; }
+
+  Protocol::socket Accept() {
+    const int client =
+        Retry([this] { return ::accept(acceptor_.native_handle(), nullptr, nullptr); });
+    Check(client >= 0, "the client does not connect");
+    LimitWaiting(client);
+    return Protocol::socket(io_, Protocol(), client);
+  }
+
+ private:
+  static void LimitWaiting(int socket) {
+    const ::timeval patience{kPatience.count(), 0};
+    Check(::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0,
+          "patience");
+  }
+
+  static std::string NewPath() {
+    static int count = 0;
+    return std::string(1, '\0') + "zuskux-fuzz-" + std::to_string(::getpid()) + '-' +
+           std::to_string(++count);
+  }
+
+  const std::string path_ = NewPath();
+  asio::io_context io_{1};
+  Protocol::acceptor acceptor_{io_, Protocol::endpoint(path_)};
+};
+
+// What the client says in one conversation.
+class Said {
+ public:
+  void Take(std::string_view bytes) {
+    splitter_.Feed(bytes);
+    while (const auto frame = splitter_.Next()) {
+      Check((frame->header.type == FrameType::kHello) == !greeted_, "one hello, first");
+      greeted_ = true;
+    }
+    Check(splitter_.error().empty(), "the client sends no valid stream");
+  }
+
+ private:
+  FrameSplitter splitter_{reference::kDefaultMaxPayload};
+  bool greeted_ = false;
+};
+
+// The client and the server it talks to, one conversation after the other.
+class Client {
+ public:
+  // A client that makes so many requests before it starts.
+  explicit Client(unsigned int early_requests) : hal_(Options(listener_.path())) {
+    requests_ = early_requests;
+    if (early_requests > 0) MakeRequests();
+    // They are numbered when a server is found.
+    requests_sent_ = 0;
+    hal_.Start({&results_, [this] { OnServerFound(); }, {}});
+    socket_ = std::make_unique<Protocol::socket>(listener_.Accept());
+  }
+
+  // Sends all of `bytes`, and waits until the client has ended the conversation and begun the next.
+  void Converse(std::string bytes, unsigned int requests) {
+    requests_ = requests;
+    Renumber(&bytes);
+    boost::system::error_code error;
+    asio::write(*socket_, asio::buffer(bytes), error);
+    socket_->shutdown(Protocol::socket::shutdown_send, error);
+    AwaitEnd();
+    *socket_ = listener_.Accept();
+    CheckResults();
+  }
+
+ private:
+  // On the client's thread.
+  void OnServerFound() {
+    MakeRequests();
+    hal_.HasRoom();
+    marks_sent_ += 2;
+  }
+
+  void MakeRequests() {
+    hal_.BeginReinstall();
+    for (unsigned int count = requests_; count > 0; --count) {
+      EcmpEncapsulationMessage message;
+      message.encap()->set_db_id(++last_id_);
+      if (hal_.InstallEcmpEncap(&message) == reference::kHalSuccess) ++requests_sent_;
+    }
+    hal_.EndReinstall();
+  }
+
+  // Numbers the answers in `bytes` from where the client stands.
+  void Renumber(std::string* bytes) const {
+    std::size_t place = 0;
+    while (bytes->size() - place >= reference::kFrameHeaderSize) {
+      auto* const header = reinterpret_cast<unsigned char*>(&(*bytes)[place]);
+      const std::uint32_t word = boost::endian::load_big_u32(header);
+      const auto type = static_cast<FrameType>(word >> 24);
+      std::uint32_t first = 0;
+      if (type == FrameType::kResult) first = requests_sent_;
+      if (type == FrameType::kInSync) first = marks_sent_;
+      const std::uint32_t sequence = (word + first) & reference::kSequenceMask;
+      boost::endian::store_big_u32(header, (word & ~reference::kSequenceMask) | sequence);
+      place += reference::kFrameHeaderSize;
+      place +=
+          std::min<std::size_t>(boost::endian::load_big_u32(header + 4), bytes->size() - place);
+    }
+  }
+
+  void AwaitEnd() {
+    Said said;
+    std::array<char, 4096> bytes;
+    while (true) {
+      const auto size = Retry([&] {
+        return ::recv(socket_->native_handle(), bytes.data(), bytes.size(), MSG_WAITALL);
+      });
+      Check(size >= 0 || errno == ECONNRESET, "the client does not close");
+      if (size <= 0) return;
+      said.Take({bytes.data(), static_cast<std::size_t>(size)});
+    }
+  }
+
+  void CheckResults() {
+    const unsigned int last_id = last_id_.exchange(0);
+    const auto results = results_.Take(last_id);
+    Check(results.size() >= last_id, "a request without a result");
+    for (const auto& [id, count] : results) {
+      Check(id >= 1 && id <= last_id, "a result that nobody asked for");
+      Check(count == 1, "more than one result");
+    }
+  }
+
+  Listener listener_;
+  Results results_;
+  std::atomic<unsigned int> requests_ = 0;
+  std::atomic<unsigned int> last_id_ = 0;
+  // That the client has numbered.
+  std::atomic<std::uint32_t> requests_sent_ = 0;
+  std::atomic<std::uint32_t> marks_sent_ = 0;
+  std::unique_ptr<Protocol::socket> socket_;
+  // Last, because it ends first.
+  reference::SocketHal hal_;
+};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::string hello = Hello();
-  static Listener listener;
+  static Client kept(0);
   fuzz::Input input(data, size);
   const std::uint8_t flags = input.Byte();
   std::string bytes = (flags & 1) != 0 ? hello : std::string();
   bytes += input.Rest();
   const unsigned int requests = (flags >> 1) & 7;
-
-  Results results;
-  reference::SocketHal hal(Options(listener.path));
-  hal.BeginReinstall();
-  for (unsigned int id = 1; id <= requests; ++id) {
-    EcmpEncapsulationMessage message;
-    message.encap()->set_db_id(id);
-    hal.InstallEcmpEncap(&message);
-  }
-  hal.EndReinstall();
-  hal.Start({&results, {}, {}});
-  Protocol::socket client = listener.acceptor.accept();
-  Serve(&client, bytes);
-
-  Check(results.Wait(requests), "a request without a result");
-  for (const auto& [id, count] : results.by_id()) {
-    Check(id >= 1 && id <= requests, "a result that nobody asked for");
-    Check(count == 1, "more than one result");
+  if (flags >> 4 == 15) {
+    Client(requests).Converse(bytes, requests);
+  } else {
+    kept.Converse(bytes, requests);
   }
   return 0;
 }
