@@ -72,6 +72,12 @@ class TestServer {
     return lines_;
   }
 
+  /// The lines of the log since the call before.
+  std::vector<std::string> TakeLines() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(lines_, {});
+  }
+
   /// Waits until the log has so many lines, for 5 seconds at most. Returns the lines.
   std::vector<std::string> WaitForLines(std::size_t count) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);

@@ -1,0 +1,184 @@
+// Frames that are no part of a conversation, each with one mistake, thousands of them: every one
+// ends in its line of the log, its goodbye and the end of its connection, others are served
+// meanwhile, and nothing of it stays.
+//
+// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/hal/messages.h"
+#include "tests/server/raw_client.h"
+#include "tests/server/test_server.h"
+#include "tests/support/allocations.h"
+
+namespace reference {
+namespace {
+
+using ::testing::ElementsAreArray;
+
+constexpr std::uint32_t kLimit = 65536;
+constexpr std::uint32_t kLastType = 23;
+constexpr std::uint32_t kLongestSize = 0xFFFFFFFF;
+
+// What a client sends, whether after a hello, and what is said about it.
+struct Malformed {
+  bool greeted = false;
+  std::string bytes;
+  std::string reason;
+  // The client stops in the middle of the frame, and there is nothing to say to it.
+  bool cut = false;
+};
+
+class MalformedFrames {
+ public:
+  Malformed Next() {
+    switch (From(0, 7)) {
+      case 0:
+        return UnknownType();
+      case 1:
+        return TooLong();
+      case 2:
+        return NoHello();
+      case 3:
+        return {false, Frame(1, Undecodable()), "its hello does not decode"};
+      case 4:
+        return OtherVersion();
+      case 5:
+        return Unexpected();
+      case 6:
+        return WithPayload();
+      default:
+        return Cut();
+    }
+  }
+
+ private:
+  std::uint32_t From(std::uint32_t first, std::uint32_t last) {
+    return std::uniform_int_distribution<std::uint32_t>(first, last)(random_);
+  }
+
+  template <std::size_t size>
+  int OneOf(const std::array<int, size>& types) {
+    return types.at(From(0, size - 1));
+  }
+
+  std::string Bytes(std::uint32_t least, std::uint32_t most) {
+    std::string bytes(From(least, most), '\0');
+    for (char& byte : bytes) byte = static_cast<char>(From(0, 0xFF));
+    return bytes;
+  }
+
+  std::string Frame(int type, const std::string& payload) {
+    return FrameBytes(type, From(0, 0xFFFFFF), payload);
+  }
+
+  std::string Header(std::uint32_t type, std::uint32_t size) {
+    return Big(type << 24 | From(0, 0xFFFFFF)) + Big(size);
+  }
+
+  // A number that does not end.
+  std::string Undecodable() { return std::string(From(1, 9), '\xFF'); }
+
+  Malformed UnknownType() {
+    // Behind the last one, and 0.
+    const std::uint32_t type = From(kLastType, 0xFF) + 1;
+    return {From(0, 1) == 1, Header(type & 0xFF, From(0, kLongestSize)) + Bytes(0, 20),
+            "unknown frame type " + std::to_string(type & 0xFF)};
+  }
+
+  Malformed TooLong() {
+    const std::uint32_t size = From(kLimit + 1, kLongestSize);
+    return {From(0, 1) == 1, Header(From(1, kLastType), size),
+            "payload of " + std::to_string(size) + " bytes is longer than the limit of 65536"};
+  }
+
+  Malformed NoHello() {
+    const auto type = static_cast<int>(From(2, kLastType));
+    return {false, Frame(type, Bytes(0, 100)),
+            "the first frame is of type " + std::to_string(type) + ", no hello"};
+  }
+
+  Malformed OtherVersion() {
+    const std::uint32_t version = From(2, 0x7F);
+    return {
+        false, Frame(1, '\x08' + std::string(1, static_cast<char>(version))),
+        "the client speaks protocol version " + std::to_string(version) + ", the server version 1"};
+  }
+
+  Malformed Unexpected() {
+    const int type = OneOf(std::array{1, 2, 16, 19, 22, 23});
+    return {true, Frame(type, Bytes(0, 100)), "unexpected frame of type " + std::to_string(type)};
+  }
+
+  Malformed WithPayload() {
+    const int type = OneOf(std::array{17, 18, 20, 21});
+    const std::string payload = Bytes(1, 100);
+    return {true, Frame(type, payload),
+            "frame of type " + std::to_string(type) + " with a payload of " +
+                std::to_string(payload.size()) + " bytes, which has none"};
+  }
+
+  Malformed Cut() {
+    std::string frame = Frame(5, Bytes(1, 100));
+    frame.resize(From(1, static_cast<std::uint32_t>(frame.size()) - 1));
+    return {true, frame, "left in the middle of a frame", true};
+  }
+
+  std::mt19937 random_{11};
+};
+
+// Sends it as client `number`, which has exactly the fate that it should.
+void ExpectFate(const Malformed& malformed, int number, TestServer* server) {
+  RawClient client(server->path());
+  const std::string name = "client " + std::to_string(number) + ": ";
+  std::vector<std::string> lines;
+  if (malformed.greeted) {
+    ASSERT_TRUE(client.Greet());
+    lines.push_back(name + "\"test\" connected");
+  }
+  ASSERT_TRUE(client.Send(malformed.bytes));
+  if (malformed.cut) {
+    client.EndSending();
+    lines.push_back(name + malformed.reason);
+  } else {
+    ASSERT_EQ(client.Receive(), (RawFrame{2, 0, malformed.reason}));
+    lines.push_back(name + malformed.reason + "; connection closed");
+  }
+  ASSERT_TRUE(client.Ended());
+  ASSERT_THAT(server->TakeLines(), ElementsAreArray(lines));
+}
+
+TEST(ServerMalformedFramesTest, EachEndsItsConnectionAloneAndLeavesNothing) {
+  const int frames = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 100'000 : 2'000;
+  TestServer server;
+  RawClient bystander(server.path());
+  ASSERT_TRUE(bystander.Greet());
+  bystander.Send(5, 1, Vlan(7).SerializeAsString());
+  ASSERT_EQ(bystander.Receive(), Result(1, 0, 7));
+  server.TakeLines();
+
+  MalformedFrames malformed;
+  std::ptrdiff_t live = 0;
+  for (int frame = 1; frame <= frames; ++frame) {
+    SCOPED_TRACE(frame);
+    ASSERT_NO_FATAL_FAILURE(ExpectFate(malformed.Next(), frame + 1, &server));
+    if (frame % 100 != 0) continue;
+    bystander.Send(20, 2);
+    ASSERT_EQ(bystander.Receive(), (RawFrame{20, 2, ""}));
+    ASSERT_EQ(server.Tables().size(HalKind::kVlan), 1U);
+    // What a connection leaves behind is the same after the first hundred and after all of them.
+    if (frame == 100) live = testing_support::LiveAllocations();
+    ASSERT_LE(testing_support::LiveAllocations(), live + 100);
+  }
+}
+
+}  // namespace
+}  // namespace reference
