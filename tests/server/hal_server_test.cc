@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
+#include "tests/support/refused_accepts.h"
 #include "wire.pb.h"
 
 namespace reference {
@@ -17,7 +19,9 @@ namespace {
 
 using std::chrono::milliseconds;
 using ::testing::AllOf;
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Le;
@@ -268,6 +272,18 @@ TEST(HalServer, StopsWhileClientsAreConnected) {
   EXPECT_TRUE(greeted.Ended());
   EXPECT_TRUE(silent.Ended());
   EXPECT_FALSE(std::filesystem::exists(server.path()));
+}
+
+TEST(HalServer, AcceptsClientsOnceThereAreFileDescriptorsAgain) {
+  TestServer server;
+  std::optional<RawClient> client;
+  {
+    const RefusedAccepts accepts;
+    client.emplace(server.path());
+    EXPECT_THAT(server.WaitForLines(2),
+                AllOf(SizeIs(Ge(2)), Each("cannot accept a client: Too many open files")));
+  }
+  EXPECT_TRUE(client->Greet().has_value());
 }
 
 TEST(HalServer, RefusesClientsAboveItsLimit) {
