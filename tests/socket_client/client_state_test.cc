@@ -123,6 +123,27 @@ TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
   EXPECT_EQ(queue.counters().queued_peak, 2U);
 }
 
+TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
+  SocketHalOptions options;
+  options.queue_bytes = 100;
+  ClientQueue queue(options);
+  queue.Connect(kDefaultMaxPayload);
+  const auto submit = [&queue](std::uint32_t id, std::size_t size) {
+    const HalRequest request = {HalOperation::kInstallVrf, id, 0, std::string(size, 'v')};
+    const HalReturnCode code = queue.Submit(request).code;
+    // Nothing waits to be written.
+    std::string frames;
+    if (queue.TakeFrames(&frames)) queue.Written();
+    return code;
+  };
+  EXPECT_EQ(submit(1, 60), kHalSuccess);
+  EXPECT_EQ(submit(2, 41), kHalQueueFull);
+  EXPECT_EQ(submit(3, 40), kHalSuccess);
+  EXPECT_EQ(submit(4, 1), kHalQueueFull);
+  EXPECT_TRUE(queue.Answer(0, {}, {}));
+  EXPECT_EQ(submit(4, 60), kHalSuccess);
+}
+
 TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
   KeptVrfs kept;
   kept.Keep({HalOperation::kInstallVrf, 1, 0, "aa"});
