@@ -10,6 +10,7 @@
 #include <boost/asio/io_context.hpp>
 #include <cstddef>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -65,16 +66,21 @@ std::size_t ManagerPeak(const std::string& socket, std::size_t objects) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t objects = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : 0;
-  if (objects == 0) {
-    std::cerr << "usage: manager_bench SOCKET OBJECTS\n";
-    return 2;
+  try {
+    const std::size_t objects = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : 0;
+    if (objects == 0) {
+      std::cerr << "usage: manager_bench SOCKET OBJECTS\n";
+      return 2;
+    }
+    const std::size_t records = RecordBytes(objects);
+    const std::size_t peak = ManagerPeak(argv[1], objects);
+    const auto each = [objects](std::size_t bytes) {
+      return static_cast<double>(bytes) / static_cast<double>(objects);
+    };
+    std::cout << "peak " << each(peak) << "\nrecords " << each(records) << "\n";
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "manager_bench: " << error.what() << "\n";
+    return 1;
   }
-  const std::size_t records = RecordBytes(objects);
-  const std::size_t peak = ManagerPeak(argv[1], objects);
-  const auto each = [objects](std::size_t bytes) {
-    return static_cast<double>(bytes) / static_cast<double>(objects);
-  };
-  std::cout << "peak " << each(peak) << "\nrecords " << each(records) << "\n";
-  return 0;
 }

@@ -1,5 +1,6 @@
 #include "reference/manager/dest_database.h"
 
+#include <algorithm>
 #include <array>
 #include <unordered_set>
 #include <utility>
@@ -102,11 +103,10 @@ const Object* DestDatabase::FindReferenced(std::uint32_t id) const {
 }
 
 bool DestDatabase::InHal(std::uint32_t id) const {
-  for (const HalKind kind : kReferencedKinds) {
+  return std::any_of(kReferencedKinds.begin(), kReferencedKinds.end(), [this, id](HalKind kind) {
     const Object* const object = Find({kind, id});
-    if (object != nullptr && object->presence == Presence::kPresent) return true;
-  }
-  return false;
+    return object != nullptr && object->presence == Presence::kPresent;
+  });
 }
 
 }  // namespace reference

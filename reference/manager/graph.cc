@@ -99,17 +99,19 @@ std::string Edge(const Object& from, const Object* to, const char* attributes) {
   return "  " + NodeId(from.key) + " -> " + NodeId(to->key) + attributes + ";\n";
 }
 
+std::string LegendNode(const std::string& name, const std::string& style) {
+  return "    \"legend " + name + "\" [label=\"" + name + "\", " + style + "];\n";
+}
+
 std::string Legend() {
   std::string text = "  subgraph cluster_legend {\n    label=\"legend\";\n";
   for (const Colour& colour : kColours) {
-    const std::string name(StandingName(colour.standing));
-    text += "    \"legend " + name + "\" [label=\"" + name +
-            "\", shape=box, color=white, fillcolor=\"" + std::string(colour.fill) + "\"];\n";
+    text += LegendNode(std::string(StandingName(colour.standing)),
+                       "shape=box, color=white, fillcolor=\"" + std::string(colour.fill) + '"');
   }
   for (const Layer& layer : kLayers) {
-    const std::string name(layer.name);
-    text += "    \"legend " + name + "\" [label=\"" + name +
-            "\", shape=" + std::string(layer.shape) + ", fillcolor=white];\n";
+    text += LegendNode(std::string(layer.name),
+                       "shape=" + std::string(layer.shape) + ", fillcolor=white");
   }
   return text + "  }\n";
 }

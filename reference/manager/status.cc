@@ -190,7 +190,8 @@ class StatusServer::Impl : public std::enable_shared_from_this<Impl> {
 
   void Stop() {
     listener_.reset();
-    retry_.cancel();
+    error_code ignored;
+    retry_.cancel(ignored);
   }
 
  private:
