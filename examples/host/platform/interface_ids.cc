@@ -26,7 +26,7 @@ int limid_to_ifindex(std::uint32_t lim_id, std::uint32_t* ifindex) {
 
 int limid_to_intfname(std::uint32_t lim_id, char* name, std::size_t size, int /*flags*/) {
   if (lim_id != kLimId || size == 0) return -1;
-  std::snprintf(name, size, "uplink");
+  static_cast<void>(std::snprintf(name, size, "uplink"));
   return 0;
 }
 
@@ -38,8 +38,8 @@ MACAddr::MACAddr(const std::uint8_t* bytes) : bytes_() {
 
 std::string MACAddr::to_string() const {
   char text[18];
-  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0], bytes_[1], bytes_[2],
-                bytes_[3], bytes_[4], bytes_[5]);
+  static_cast<void>(std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0],
+                                  bytes_[1], bytes_[2], bytes_[3], bytes_[4], bytes_[5]));
   return text;
 }
 
