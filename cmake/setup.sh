@@ -8,7 +8,7 @@ TEST_PACKAGES=(libgtest-dev libgmock-dev binutils clang-format-14 pkgconf python
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
-CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev)
+CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 
 # install_packages PACKAGE...: installs what is missing of them.
