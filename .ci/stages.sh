@@ -41,14 +41,16 @@ test_folders() {
 # tidy ARG... <SOURCES: clang-tidy on each; arguments behind "--" are the compiler's.
 tidy() { xargs -P "$(nproc)" -I SOURCE clang-tidy-14 --quiet SOURCE "$@"; }
 
-# lint: clang-tidy on everything but the tests and the peers of ./bench --peers, which need packages.
+# lint ARG...: clang-tidy on everything but the tests and the peers of ./bench --peers, which need
+# packages.
 lint() {
   local schemas=$root/build/lint/platform
   # For the headers that are generated from them.
-  build_preset lint platform_hal_schema platform_dest_mng_schema
-  our_sources {src,platform,reference,benchmarks}/'*.cc' ':!*_peer.cc' | tidy -p "$root/build/lint"
+  build_preset lint platform_hal_schema platform_dest_mng_schema zuskux_{fault,record,site,wire}_schema
+  our_sources {src,platform,reference,benchmarks}/'*.cc' ':!*_peer.cc' |
+    tidy "$@" -p "$root/build/lint"
   # What build files of their own would say.
   our_sources 'examples/*.cc' |
-    tidy -- -std=c++17 -Iexamples/host -Iinclude -Iplatform -Iplatform/zlog '-DZLOG_CONF=""' \
+    tidy "$@" -- -std=c++17 -Iexamples/host -Iinclude -Iplatform -Iplatform/zlog '-DZLOG_CONF=""' \
       -isystem "$schemas/hal_schema/generated" -isystem "$schemas/dest_manager/generated"
 }
