@@ -54,7 +54,8 @@ void HalServer::Impl::Accept() {
 
 void HalServer::Impl::Stop() {
   listener_.reset();
-  retry_.cancel();
+  ErrorCode ignored;
+  retry_.cancel(ignored);
   state_->CloseSessions();
 }
 
@@ -109,7 +110,6 @@ HalServer::HalServer(boost::asio::io_context* io, HalServerOptions options)
   impl_->Accept();
 }
 
-// NOLINTNEXTLINE(bugprone-exception-escape): without memory to close connections, the program ends.
 HalServer::~HalServer() { impl_->Stop(); }
 
 const HalTables& HalServer::tables() const { return impl_->state().tables; }

@@ -85,8 +85,10 @@ void ServerState::Log(const std::string& line) const {
 
 void ServerState::CloseSessions() const {
   // Closing a session takes it out.
-  const auto closing = sessions;
-  for (const auto& [number, session] : closing) session->Close();
+  while (!sessions.empty()) {
+    const std::shared_ptr<Session> session = sessions.begin()->second;
+    session->Close();
+  }
 }
 
 void ServerState::Crash() {
@@ -122,9 +124,9 @@ void Session::Start() {
 void Session::Close() {
   ErrorCode ignored;
   socket_.close(ignored);
-  deadline_.cancel();
-  read_timer_.cancel();
-  late_timer_.cancel();
+  deadline_.cancel(ignored);
+  read_timer_.cancel(ignored);
+  late_timer_.cancel(ignored);
   if (state_->reinstalling_session == number_) state_->reinstalling_session = 0;
   state_->sessions.erase(number_);
 }
