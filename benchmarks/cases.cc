@@ -107,7 +107,7 @@ class Cases {
   void AddRendering(const std::string& kind, const Wrapper& wrapper) {
     const auto& message = static_cast<const Message&>(*wrapper.message());
     Add("render/" + kind + "/library", [&wrapper] { Keep(wrapper.ToString(true)); });
-    Add("render/" + kind + "/floor", [&wrapper, &message] {
+    Add("render/" + kind + "/floor", [&] {
       if constexpr (std::is_same_v<Message, encapsulation::VrfMessage>) {
         Keep(FloorRender(message));
       } else {
