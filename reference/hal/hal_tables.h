@@ -88,6 +88,9 @@ class HalTables {
   TableEntries Entries() const;
 
  private:
+  // Half full, the map's own limit, takes more memory and finds no sooner.
+  static constexpr float kMaxLoad = 0.8F;
+
   struct Entry {
     std::string payload;
     // The last reinstall that has named it, 0 for none.
@@ -95,6 +98,8 @@ class HalTables {
   };
 
   struct Table {
+    Table() { entries.max_load_factor(kMaxLoad); }
+
     // Neighbours in it are neighbours in memory. Primes as sizes spread ids with a common factor.
     tsl::robin_pg_map<std::uint32_t, Entry> entries;
     // Of the entries' hashes.
