@@ -1,25 +1,27 @@
 # What .ci/run and .ci/nightly share: their stages. Sourced by bash with $root set to the project's
 # folder, after cmake/setup.sh.
 
-# stage WHAT COMMAND [ARG...]: runs the command, and says how long it took: on the clock, and of the
-# processors. Where it fails, its log follows and the run ends.
+# stage WHAT COMMAND [ARG...]: runs the command, and says how long it took. Where it fails, its log
+# follows and the run ends.
 stage() {
-  local what=$1 log=$root/build/stage.log status TIMEFORMAT='   %0lR, of the processors %0lU + %0lS'
+  local what=$1 log=$root/build/stage.log begin=$SECONDS status
   shift
   mkdir -p "$root/build"
   printf '== %s\n' "$what"
   # Neither part of a condition nor ended by its failure: that would change what `set -e` does in it.
   set +e
-  time (
+  (
     set -e
     "$@"
   ) >"$log" 2>&1
   status=$?
   set -e
-  [ "$status" -ne 0 ] || return 0
-  cat "$log" >&2
-  printf '== FAILED (%d): %s\n' "$status" "$what" >&2
-  exit "$status"
+  if [ "$status" -ne 0 ]; then
+    cat "$log" >&2
+    printf '== FAILED (%d): %s\n' "$status" "$what" >&2
+    exit "$status"
+  fi
+  printf '   %d min %d s\n' $(((SECONDS - begin) / 60)) $(((SECONDS - begin) % 60))
 }
 
 # test_preset PRESET: builds everything and runs every test, the seeds of the fuzzers among them.
