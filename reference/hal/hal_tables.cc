@@ -1,6 +1,7 @@
 #include "reference/hal/hal_tables.h"
 
 #include <algorithm>
+#include <random>
 
 #include "base_encap_message.pb.h"
 #include "reference/hal/message_id.h"
@@ -9,8 +10,18 @@ namespace reference {
 namespace {
 
 constexpr std::uint32_t kMaxLabel = (1U << 20) - 1;
+// A table keeps its memory up to this size, and while an eighth of it is used.
+constexpr std::size_t kSmallTable = 1024;
+constexpr std::size_t kLeastUse = 8;
 
 std::uint64_t AddByte(std::uint64_t fnv, std::uint8_t byte) { return (fnv ^ byte) * 0x100000001B3; }
+
+// The last step of splitmix64: each bit of the result depends on all bits.
+std::uint64_t Mixed(std::uint64_t bits) {
+  bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
+  bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
+  return bits ^ (bits >> 31);
+}
 
 bool InstallReplaces(HalKind kind) { return kind == HalKind::kVrf || kind == HalKind::kEcmp; }
 
@@ -49,10 +60,15 @@ std::uint64_t EntryHash(std::uint32_t id, std::string_view payload) {
     hash = AddByte(hash, static_cast<std::uint8_t>(id >> shift));
   }
   for (const char byte : payload) hash = AddByte(hash, static_cast<std::uint8_t>(byte));
-  hash = (hash ^ (hash >> 30)) * 0xBF58476D1CE4E5B9;
-  hash = (hash ^ (hash >> 27)) * 0x94D049BB133111EB;
-  return hash ^ (hash >> 31);
+  return Mixed(hash);
 }
+
+HalTables::IdHash::IdHash() {
+  std::random_device random;
+  secret_ = std::uniform_int_distribution<std::uint64_t>()(random);
+}
+
+std::size_t HalTables::IdHash::operator()(std::uint32_t id) const { return Mixed(id ^ secret_); }
 
 HalTables::HalTables(std::size_t capacity) : capacity_(capacity) {}
 
@@ -122,6 +138,7 @@ HalReturnCode HalTables::Destroy(Table* table, std::uint32_t id) {
   if (entry == table->entries.end()) return kHalNotFound;
   table->sum -= EntryHash(id, entry->second.payload);
   table->entries.erase(entry);
+  GiveMemoryBack(table);
   return kHalSuccess;
 }
 
@@ -150,8 +167,15 @@ void HalTables::EndReinstall() {
       table.sum -= EntryHash(entry->first, entry->second.payload);
       entry = table.entries.erase(entry);
     }
+    GiveMemoryBack(&table);
   }
   reinstalling_ = false;
+}
+
+// A walk through a table takes as long as the table has memory.
+void HalTables::GiveMemoryBack(Table* table) {
+  const std::size_t places = table->entries.bucket_count();
+  if (places > kSmallTable && table->entries.size() < places / kLeastUse) table->entries.rehash(0);
 }
 
 void HalTables::Clear() {
@@ -169,6 +193,8 @@ bool HalTables::Contains(HalKind kind, std::uint32_t id) const {
 }
 
 std::size_t HalTables::size(HalKind kind) const { return table(kind).entries.size(); }
+
+std::size_t HalTables::reserved(HalKind kind) const { return table(kind).entries.bucket_count(); }
 
 HalDigest HalTables::digest(HalKind kind) const { return {size(kind), table(kind).sum}; }
 

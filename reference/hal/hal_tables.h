@@ -80,6 +80,9 @@ class HalTables {
   /// Whether others may refer to the entry: it is there and, within a reinstall, was named in it.
   bool Holds(HalKind kind, std::uint32_t id) const;
   std::size_t size(HalKind kind) const;
+  /// For how many entries of that kind there is memory: whatever the ids were, at most 8 times as
+  /// many as there are, or 1024.
+  std::size_t reserved(HalKind kind) const;
   HalDigest digest(HalKind kind) const;
 
   /// The entries of a table: serialised messages by id, in order of ids.
@@ -91,6 +94,16 @@ class HalTables {
   // Half full, the map's own limit, takes more memory and finds no sooner.
   static constexpr float kMaxLoad = 0.8F;
 
+  // Clients choose the ids. No client knows this hash, so none can choose ids that collide.
+  class IdHash {
+   public:
+    IdHash();
+    std::size_t operator()(std::uint32_t id) const;
+
+   private:
+    std::uint64_t secret_;
+  };
+
   struct Entry {
     std::string payload;
     // The last reinstall that has named it, 0 for none.
@@ -100,8 +113,8 @@ class HalTables {
   struct Table {
     Table() { entries.max_load_factor(kMaxLoad); }
 
-    // Neighbours in it are neighbours in memory. Primes as sizes spread ids with a common factor.
-    tsl::robin_pg_map<std::uint32_t, Entry> entries;
+    // What collides lies side by side in memory.
+    tsl::robin_map<std::uint32_t, Entry, IdHash> entries;
     // Of the entries' hashes.
     std::uint64_t sum = 0;
   };
@@ -114,6 +127,7 @@ class HalTables {
 
   HalReturnCode Destroy(Table* table, std::uint32_t id);
   void Store(Table* table, std::uint32_t id, const std::string& payload) const;
+  static void GiveMemoryBack(Table* table);
   bool MayStay(const Entry& entry) const { return !reinstalling_ || entry.named_in == reinstall_; }
 
   Table& table(HalKind kind) { return tables_[static_cast<std::size_t>(kind)]; }

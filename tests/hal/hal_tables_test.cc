@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,7 @@ namespace reference {
 namespace {
 
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 template <typename Message>
@@ -385,6 +387,92 @@ TEST(HalTablesReinstallTest, EndWithoutBeginDoesNothing) {
   tables.EndReinstall();
   tables.EndReinstall();
   EXPECT_EQ(Contents(tables), before);
+}
+
+using IdSet = std::set<std::uint32_t>;
+
+IdSet Multiples(std::uint32_t of, std::uint32_t count) {
+  IdSet ids;
+  for (std::uint32_t i = 1; i <= count; ++i) ids.insert(i * of);
+  return ids;
+}
+
+// Where a table has as many places as one of these numbers and looks at the remainder, all of its
+// multiples are sought in one place.
+IdSet MultiplesOfPrimes() {
+  IdSet ids;
+  for (const std::uint32_t prime :
+       {12'289U, 24'593U, 49'157U, 98'317U, 196'613U, 393'241U, 786'433U}) {
+    ids.merge(Multiples(prime, 8'200));
+  }
+  return ids;
+}
+
+struct IdPattern {
+  const char* name;
+  IdSet ids;
+};
+
+class HalTablesIdsTest : public testing::TestWithParam<IdPattern> {};
+
+INSTANTIATE_TEST_SUITE_P(Patterns, HalTablesIdsTest,
+                         testing::Values(IdPattern{"Consecutive", Multiples(1, 40'000)},
+                                         IdPattern{"MultiplesOfAPower",
+                                                   Multiples(1U << 16, 40'000)},
+                                         IdPattern{"MultiplesOfAPrime", Multiples(98'317, 40'000)},
+                                         IdPattern{"MultiplesOfPrimes", MultiplesOfPrimes()}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(HalTablesIdsTest, TakeNoMoreMemoryThanOthers) {
+  const IdSet& ids = GetParam().ids;
+  HalTables tables(ids.size());
+  for (const std::uint32_t id : ids) {
+    ASSERT_EQ(tables.Apply(Install(Vrf(id))), kHalSuccess) << id;
+    ASSERT_LE(tables.reserved(HalKind::kVrf), 8 * tables.size(HalKind::kVrf) + 1024);
+  }
+  EXPECT_THAT(Ids(tables, HalKind::kVrf), ElementsAreArray(ids));
+  for (const std::uint32_t id : ids) ASSERT_TRUE(tables.Contains(HalKind::kVrf, id)) << id;
+  EXPECT_EQ(tables.digest(HalKind::kVrf), ExpectedDigest(tables, HalKind::kVrf));
+}
+
+class HalTablesMemoryTest : public testing::Test {
+ protected:
+  static constexpr std::uint32_t kCount = 20'000;
+  static constexpr std::size_t kSmall = 1024;
+
+  HalTablesMemoryTest() {
+    for (std::uint32_t id = 1; id <= kCount; ++id) tables_.Apply(Install(Vlan(id)));
+    EXPECT_GE(tables_.reserved(HalKind::kVlan), kCount);
+  }
+
+  HalTables tables_{kCount};
+};
+
+TEST_F(HalTablesMemoryTest, IsGivenBackByDestroys) {
+  for (std::uint32_t id = 1; id <= kCount; ++id) {
+    if (id % 100 == 0) continue;
+    ASSERT_EQ(tables_.Apply(Request(Operation::kDestroyVlan, Vlan(id))), kHalSuccess);
+  }
+  EXPECT_LE(tables_.reserved(HalKind::kVlan), 8 * kCount / 100);
+  EXPECT_EQ(tables_.size(HalKind::kVlan), kCount / 100);
+  for (std::uint32_t id = 100; id <= kCount; id += 100) {
+    EXPECT_TRUE(tables_.Contains(HalKind::kVlan, id)) << id;
+  }
+  ExpectDigestsFitEntries(tables_);
+}
+
+TEST_F(HalTablesMemoryTest, IsGivenBackByTheEndOfAReinstall) {
+  tables_.BeginReinstall();
+  ASSERT_EQ(tables_.Apply(Install(Vlan(5))), kHalSuccess);
+  tables_.EndReinstall();
+  EXPECT_LE(tables_.reserved(HalKind::kVlan), kSmall);
+  EXPECT_THAT(Ids(tables_, HalKind::kVlan), ElementsAre(5));
+  ExpectDigestsFitEntries(tables_);
+}
+
+TEST_F(HalTablesMemoryTest, IsGivenBackByARestart) {
+  tables_.Clear();
+  EXPECT_LE(tables_.reserved(HalKind::kVlan), kSmall);
 }
 
 TEST(HalDigestTest, HashIsTheSameInEveryBuild) {
