@@ -171,9 +171,15 @@ void Session::OnReadEnd(const ErrorCode& error) {
 }
 
 void Session::Proceed() {
-  HandleFrames();
-  if (!socket_.is_open()) return;
-  Write();
+  bool goes_on = true;
+  while (goes_on) {
+    const bool stopped = HandleFrames();
+    if (!socket_.is_open()) return;
+    Write();
+    if (!socket_.is_open()) return;
+    // The answers that stopped it may have gone at once.
+    goes_on = stopped && !writing_ && !closing_ && Unsent() <= state_->options.max_unsent;
+  }
   if (!reading_ && !closing_ && Unsent() <= state_->options.max_unsent) Read();
 }
 
@@ -211,8 +217,9 @@ void Session::OnWritten(const ErrorCode& error) {
 
 std::size_t Session::Unsent() const { return output_.size() + next_output_.size() + late_.bytes(); }
 
-void Session::HandleFrames() {
-  while (socket_.is_open() && !closing_ && Unsent() <= state_->options.max_unsent) {
+bool Session::HandleFrames() {
+  while (socket_.is_open() && !closing_) {
+    if (Unsent() > state_->options.max_unsent) return true;
     if (table_reading_) {
       ContinueTables();
       continue;
@@ -220,11 +227,12 @@ void Session::HandleFrames() {
     const auto frame = splitter_.Next();
     if (!frame) {
       if (!splitter_.error().empty()) Refuse(splitter_.error());
-      return;
+      return false;
     }
     unhandled_ -= frame->whole.size();
     Handle(*frame);
   }
+  return false;
 }
 
 void Session::Handle(const FrameSplitter::Frame& frame) {

@@ -88,7 +88,8 @@ class Session : public std::enable_shared_from_this<Session> {
   // Bytes of answers that wait for the client.
   std::size_t Unsent() const;
 
-  void HandleFrames();
+  // Whether it stopped because too many bytes of answers wait.
+  bool HandleFrames();
   void Handle(const FrameSplitter::Frame& frame);
   void OnHello(const FrameSplitter::Frame& frame);
   void OnRequest(const FrameSplitter::Frame& frame);

@@ -23,6 +23,7 @@ using ::testing::SizeIs;
 constexpr int kInstallVrf = 3;
 constexpr int kInstallVlan = 5;
 constexpr int kDestroyVlan = 6;
+constexpr int kInstallHost = 8;
 constexpr int kBegin = 17;
 constexpr int kEnd = 18;
 constexpr int kInSync = 19;
@@ -278,6 +279,26 @@ TEST(ServerFaults, StallsHeartbeatsToo) {
   EXPECT_EQ(other.Receive(), kBeat);
   EXPECT_GE(steady_clock::now() - start, milliseconds(150));
   EXPECT_EQ(client.Receive(), Result(1, 0, 1));
+}
+
+// The socket takes what is not late at once, so that nothing else makes the server go on.
+TEST(ServerFaults, WhatIsLateKeepsNothingWaitingThatWasRead) {
+  constexpr std::uint32_t kLate = 40;
+  constexpr std::uint32_t kHosts = 200;
+  HalServerOptions options;
+  // Room for what is late and hardly more.
+  options.max_unsent = 1000;
+  TestServer server(R"(fault { what: "delay" of: "vlan" ms: 600000 times: 40 })", options);
+  RawClient client(server.path());
+  client.Greet();
+  std::string bytes = Installs(1, kLate);
+  std::vector<RawFrame> expected;
+  for (std::uint32_t id = 1; id <= kHosts; ++id) {
+    bytes += FrameBytes(kInstallHost, 1000 + id, Host(id).SerializeAsString());
+    expected.push_back(Result(1000 + id, 0, id));
+  }
+  client.Send(bytes);
+  EXPECT_EQ(client.ReceiveFrames(kHosts), expected);
 }
 
 TEST(ServerFaults, StrikesByChanceAsTheSeedSays) {

@@ -37,7 +37,8 @@ class TestServer {
   }
 
   /// With the faults of a fault file; a crash restarts the server within the process.
-  explicit TestServer(const std::string& faults) : TestServer(WithFaults(ParseFaults(faults))) {}
+  explicit TestServer(const std::string& faults, HalServerOptions options = {})
+      : TestServer(std::move(options), ParseFaults(faults)) {}
 
   TestServer(const TestServer&) = delete;
   TestServer& operator=(const TestServer&) = delete;
@@ -88,9 +89,9 @@ class TestServer {
   }
 
  private:
-  explicit TestServer(std::pair<HalServerOptions, std::unique_ptr<ServerFaults>> with_faults)
-      : TestServer(with_faults.first) {
-    faults_ = std::move(with_faults.second);
+  TestServer(HalServerOptions options, std::unique_ptr<ServerFaults> faults)
+      : TestServer(WithFaults(std::move(options), faults.get())) {
+    faults_ = std::move(faults);
   }
 
   static std::unique_ptr<ServerFaults> ParseFaults(const std::string& text) {
@@ -102,11 +103,9 @@ class TestServer {
     return std::get<std::unique_ptr<ServerFaults>>(std::move(plan));
   }
 
-  static std::pair<HalServerOptions, std::unique_ptr<ServerFaults>> WithFaults(
-      std::unique_ptr<ServerFaults> faults) {
-    HalServerOptions options;
-    options.faults = faults.get();
-    return {options, std::move(faults)};
+  static HalServerOptions WithFaults(HalServerOptions options, ServerFaults* faults) {
+    options.faults = faults;
+    return options;
   }
 
   // Runs `function` on the server's thread.
