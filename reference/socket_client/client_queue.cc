@@ -135,7 +135,7 @@ bool ClientQueue::HasRoom() {
 
 bool ClientQueue::TakeRoomDue() {
   const std::lock_guard lock(mutex_);
-  const std::size_t entries = early_.size() + kept_vrfs_.size() + outstanding_.size();
+  const std::size_t entries = early_.size() + kept_vrfs_.size() + outstanding_.places();
   const bool half_free = entries <= max_entries_ / 2 && ended_.size() <= max_entries_ / 2 &&
                          early_bytes_ + frames_.size() + writing_bytes_ <= max_bytes_ / 2;
   if (!room_wanted_ || !half_free || !RoomNow()) return false;
@@ -295,6 +295,13 @@ std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::
   if (ended_reinstall_ && ended_reinstall_->sequence == sequence) {
     return std::exchange(ended_reinstall_, std::nullopt);
   }
+std::optional<HalRequest> ClientQueue::LostVrf(Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  const OutstandingRequest* const oldest = outstanding_.OldestOvertaken();
+  if (oldest == nullptr || oldest->submitted + deadline_ > now) return std::nullopt;
+  return WithoutPayload(oldest->request);
+}
+
   ++counters_.late_results;
   return std::nullopt;
 }

@@ -89,6 +89,9 @@ class ClientQueue {
   /// Connection: ends what is overdue; the time at which to look again. Nothing when a request that
   /// comes later will ask for a wake-up, to have its deadline watched.
   std::optional<Clock::time_point> Expire(Clock::time_point now);
+  /// Connection: the VRF request that the server must have lost, without its payload: it has no
+  /// answer by its deadline, but a later one has. Behind it, nothing would ever be free again.
+  std::optional<HalRequest> LostVrf(Clock::time_point now);
   /// Connection: the reinstall whose end has that sequence, once; nothing, after counting it, for
   /// one that nobody waits for.
   std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence);

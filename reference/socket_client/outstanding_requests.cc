@@ -12,6 +12,7 @@ OutstandingRequests::OutstandingRequests(std::size_t capacity, std::uint32_t fir
 
 std::uint32_t OutstandingRequests::Add(OutstandingRequest request) {
   SlotOf(tail_) = std::move(request);
+  ++size_;
   return static_cast<std::uint32_t>(first_sequence_ + tail_++) & kSequenceMask;
 }
 
@@ -20,6 +21,7 @@ std::optional<OutstandingRequest> OutstandingRequests::Take(std::uint32_t sequen
   if (place >= tail_ || !SlotOf(place)) return std::nullopt;
 
   std::optional<OutstandingRequest> taken = std::exchange(SlotOf(place), std::nullopt);
+  --size_;
   if (taken->expired) --expired_;
   ForgetExpiredBefore(place);
   while (head_ != tail_ && !SlotOf(head_)) ++head_;
@@ -31,6 +33,7 @@ void OutstandingRequests::ForgetExpiredBefore(std::uint64_t place) {
     std::optional<OutstandingRequest>& slot = SlotOf(at);
     if (!slot || !slot->expired) continue;
     slot.reset();
+    --size_;
     --expired_;
   }
 }
@@ -53,6 +56,12 @@ const OutstandingRequest* OutstandingRequests::OldestUnexpired() {
 void OutstandingRequests::ExpireOldest() {
   SlotOf(unexpired_)->expired = true;
   ++expired_;
+}
+
+const OutstandingRequest* OutstandingRequests::OldestOvertaken() {
+  if (size() == places()) return nullptr;
+  const auto& oldest = SlotOf(head_);
+  return HasResult(oldest->request.operation) ? nullptr : &*oldest;
 }
 
 }  // namespace reference

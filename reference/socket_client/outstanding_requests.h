@@ -30,8 +30,9 @@ struct OutstandingRequest {
 /// The requests on their way, in the order in which they were sent: a ring in which a request's
 /// place is its sequence number. So no number is given twice at a time, and nothing is allocated.
 ///
-/// A place is free again when it and all before it are answered. A server answers in order: what is
-/// expired in front of an answered request does not wait for its answer any more.
+/// A place is free again when it and all before it are answered. What is expired in front of an
+/// answered request does not wait for its answer any more. What cannot expire does, and holds up
+/// all behind it.
 ///
 /// Used by one thread at a time.
 class OutstandingRequests {
@@ -39,8 +40,11 @@ class OutstandingRequests {
   /// `capacity` is from 1 to 2^23.
   OutstandingRequests(std::size_t capacity, std::uint32_t first_sequence);
 
-  std::size_t size() const { return tail_ - head_; }
-  bool full() const { return size() == slots_.size(); }
+  /// How many are not answered.
+  std::size_t size() const { return size_; }
+  /// How many places are not free.
+  std::size_t places() const { return tail_ - head_; }
+  bool full() const { return places() == slots_.size(); }
 
   /// Adds a request behind the others and returns its sequence number. Not when full.
   std::uint32_t Add(OutstandingRequest request);
@@ -59,6 +63,10 @@ class OutstandingRequests {
   /// Marks the one that `OldestUnexpired` returned.
   void ExpireOldest();
 
+  /// The oldest request, when one that was sent after it has been answered and it cannot expire;
+  /// else null. Valid until something else is called.
+  const OutstandingRequest* OldestOvertaken();
+
   /// Calls `function(OutstandingRequest*)` on each, in order, and forgets them all.
   template <typename Function>
   void Drain(Function function) {
@@ -67,6 +75,7 @@ class OutstandingRequests {
       if (slot) function(&*slot);
       slot.reset();
     }
+    size_ = 0;
     unexpired_ = unwritten_ = tail_;
     expired_ = 0;
   }
@@ -86,6 +95,7 @@ class OutstandingRequests {
   std::uint64_t unwritten_ = 0;
   // No place in front of it holds a request that can expire.
   std::uint64_t unexpired_ = 0;
+  std::size_t size_ = 0;
   // Whether `ForgetExpiredBefore` may have something to do.
   std::size_t expired_ = 0;
 };

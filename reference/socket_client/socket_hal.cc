@@ -369,6 +369,12 @@ void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
            " for " + Text(options_.heartbeat * options_.heartbeats_missed));
     return;
   }
+  if (const auto lost = queue_.LostVrf(Clock::now())) {
+    GiveUp("HAL server closed, it answered later requests but not " +
+           std::string(OperationName(lost->operation)) + ' ' + std::to_string(lost->id) + " for " +
+           Text(options_.deadline));
+    return;
+  }
   if (session->greeted && !heard && !session->heartbeat_unanswered) {
     session->heartbeat_unanswered = true;
     queue_.AddHeartbeat();

@@ -65,7 +65,8 @@ struct SocketHalStatistics {
 /// answer, and go to the next server, in their order and ahead of everything else, except where a
 /// newer one for the same VRF came. They so come before the reinstall that answers the report of
 /// the server found, which has the last word: it installs what is wanted, and its end removes what
-/// it did not name.
+/// it did not name. A server that has not answered one within `deadline`, but a later request, has
+/// lost it: the connection is given up.
 ///
 /// When a reinstall ends, the server's summary is compared with what it acknowledged; after a
 /// difference the server is reported as found once more, at most three times in a row.

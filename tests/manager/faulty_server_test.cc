@@ -203,6 +203,20 @@ TEST(FullQueueTest, NoObjectIsLost) {
   counter.ExpectOneEach();
 }
 
+// A VRF has no result that its deadline could end. Without its answer the queue is full soon.
+TEST(LostVrfTest, NoObjectIsLost) {
+  const TableEntries expected = UndisturbedTables();
+  TestServer server(R"(fault { what: "swallow" of: "vrf" })");
+  ResultCounter counter;
+  SocketHalOptions options = Options(server.path());
+  options.queue_entries = 16;
+  SocketSystem system(options, &counter);
+  system.Start(GenerateSite(kSeed, kObjects));
+  EXPECT_TRUE(system.Settle([] { return true; }) == expected);
+  EXPECT_EQ(system.hal().counters().servers_found, 2U);
+  counter.ExpectOneEach();
+}
+
 // Ends connection and manager while results come in, at ever other moments; 1,000 times with
 // ZUSKUX_LONG_TESTS=1 in the environment.
 TEST(ManagerEndTest, WithResultsInFlight) {

@@ -65,6 +65,27 @@ TEST(OutstandingRequestsTest, VrfsDoNotExpire) {
   EXPECT_TRUE(requests.Take(1)->expired);
 }
 
+TEST(OutstandingRequestsTest, AVrfIsOvertakenByALaterAnswer) {
+  OutstandingRequests requests(4, 0);
+  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
+  requests.Add(Outstanding(1));
+  requests.Add(Outstanding(2, HalOperation::kInstallVrf));
+  requests.Add(Outstanding(3));
+  requests.Add(Outstanding(4));
+  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
+  requests.Take(2);
+  EXPECT_EQ(requests.size(), 3U);
+  EXPECT_TRUE(requests.full()) << "the place of the oldest one is in use";
+  EXPECT_EQ(requests.OldestOvertaken(), nullptr) << "the oldest one will expire";
+  requests.Take(0);
+  EXPECT_EQ(requests.OldestOvertaken()->request.id, 2U);
+  EXPECT_EQ(requests.places(), 3U);
+  EXPECT_EQ(requests.size(), 2U);
+  requests.Take(1);
+  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
+  EXPECT_EQ(requests.places(), 1U);
+}
+
 TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
   OutstandingRequests requests(3, 0);
   for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
@@ -142,6 +163,27 @@ TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   EXPECT_EQ(submit(4, 1), kHalQueueFull);
   EXPECT_TRUE(queue.Answer(0, {}, {}));
   EXPECT_EQ(submit(4, 60), kHalSuccess);
+}
+
+TEST(ClientQueueTest, AVrfIsLostWhenItIsOverdueAndOvertaken) {
+  SocketHalOptions options;
+  options.deadline = std::chrono::milliseconds(100);
+  options.queue_entries = 3;
+  ClientQueue queue(options);
+  queue.Connect(kDefaultMaxPayload);
+  const ClientQueue::Clock::time_point begin = ClientQueue::Clock::now();
+  queue.Submit({HalOperation::kInstallVrf, 7, 0, "payload"});
+  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::hours(1))) << "the server may be slow";
+  queue.Submit(Outstanding(1).request);
+  EXPECT_TRUE(queue.Answer(1, {}, {}));
+  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::milliseconds(99)));
+  EXPECT_EQ(queue.counters().unfinished, 1U);
+  const auto lost = queue.LostVrf(begin + std::chrono::hours(1));
+  ASSERT_TRUE(lost);
+  EXPECT_EQ(lost->operation, HalOperation::kInstallVrf);
+  EXPECT_EQ(lost->id, 7U);
+  EXPECT_TRUE(queue.Answer(0, {}, {}));
+  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::hours(1)));
 }
 
 TEST(KeptVrfsTest, TheNewestOfEachInOrder) {

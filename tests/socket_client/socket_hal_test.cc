@@ -271,6 +271,21 @@ TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
   EXPECT_EQ(hal->counters().late_results, 0U);
 }
 
+TEST_F(PromiseVrfsAreKept, WhenTheServerHasLostOne) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(30);
+  options.heartbeat = milliseconds(5);
+  options.heartbeats_missed = 1000;
+  SocketHal* const hal = StartConnected(options);
+  InstallVrf(hal, 1);
+  EXPECT_EQ(IdIn(server_.Next()), 1U);
+  Settle(9);
+  EXPECT_EQ(log_.AwaitStart("HAL server closed"),
+            "HAL server closed, it answered later requests but not install-vrf 1 for 30 ms");
+  server_.AcceptAndGreet();
+  EXPECT_EQ(IdIn(server_.Next()), 1U);
+}
+
 TEST_F(PromiseVrfsAreKept, InTheirOrderUnlessSuperseded) {
   SocketHal* const hal = StartConnected(Options());
   InstallVrf(hal, 1);
