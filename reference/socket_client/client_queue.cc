@@ -23,12 +23,12 @@ ClientQueue::Taken ClientQueue::Submit(const HalRequest& request) {
   ++counters_.requests;
   if (const auto refusal = Refusal(request)) {
     End(request, *refusal);
-    return {*refusal, false, NeedsWake()};
+    return {*refusal, false, WakeFor(HasWork())};
   }
   const bool alone = outstanding_.size() == 0 && frames_.empty() && !writing_;
   Accept(request);
   if (alone && server_ == Server::kFound) return {kHalSuccess, true, false};
-  return {kHalSuccess, false, NeedsWake()};
+  return {kHalSuccess, false, WakeFor(HasWork())};
 }
 
 std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) const {
@@ -111,7 +111,7 @@ bool ClientQueue::Mark(FrameType mark) {
   } else if (server_ == Server::kFound) {
     SendMark(mark);
   }
-  return NeedsWake();
+  return WakeFor(HasWork());
 }
 
 void ClientQueue::SendMark(FrameType mark) {
@@ -148,17 +148,21 @@ void ClientQueue::End(const HalRequest& request, HalReturnCode code) {
 }
 
 // While something is being written, its end looks after what came meanwhile.
-bool ClientQueue::NeedsWake() {
-  const bool work = !ended_.empty() || (!frames_.empty() && !writing_) || deadlines_to_watch_;
+bool ClientQueue::HasWork() const {
+  return !ended_.empty() || (!frames_.empty() && !writing_) || deadlines_to_watch_;
+}
+
+bool ClientQueue::WakeFor(bool work) {
   if (!work || wake_pending_) return false;
   wake_pending_ = true;
   ++wake_ups_;
   return true;
 }
 
+// The write of the host's thread may have made the room that somebody waits for.
 bool ClientQueue::WakeDue() {
   const std::lock_guard lock(mutex_);
-  return NeedsWake();
+  return WakeFor(HasWork() || room_wanted_);
 }
 
 void ClientQueue::StayAwake() {
@@ -236,7 +240,8 @@ bool ClientQueue::TakeFrames(std::string* frames) {
   writing_bytes_ = frames->size();
   writing_counted_ = std::exchange(frames_counted_, 0);
   writing_up_to_ = outstanding_.added();
-  ++writes_;
+  // One that carries a heartbeat alone does not count.
+  if (writing_counted_ != 0) ++writes_;
   return true;
 }
 
@@ -290,11 +295,6 @@ std::optional<ClientQueue::Clock::time_point> ClientQueue::Expire(Clock::time_po
   return std::nullopt;
 }
 
-std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::uint32_t sequence) {
-  const std::lock_guard lock(mutex_);
-  if (ended_reinstall_ && ended_reinstall_->sequence == sequence) {
-    return std::exchange(ended_reinstall_, std::nullopt);
-  }
 std::optional<HalRequest> ClientQueue::LostVrf(Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   const OutstandingRequest* const oldest = outstanding_.OldestOvertaken();
@@ -302,6 +302,11 @@ std::optional<HalRequest> ClientQueue::LostVrf(Clock::time_point now) {
   return WithoutPayload(oldest->request);
 }
 
+std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::uint32_t sequence) {
+  const std::lock_guard lock(mutex_);
+  if (ended_reinstall_ && ended_reinstall_->sequence == sequence) {
+    return std::exchange(ended_reinstall_, std::nullopt);
+  }
   ++counters_.late_results;
   return std::nullopt;
 }

@@ -125,7 +125,8 @@ class ClientQueue {
   void SendMark(FrameType mark);
   void Append(FrameType type, std::uint32_t sequence, const std::string& payload);
   void End(const HalRequest& request, HalReturnCode code);
-  bool NeedsWake();
+  bool HasWork() const;
+  bool WakeFor(bool work);
 
   const std::size_t max_entries_;
   const std::size_t max_bytes_;

@@ -186,6 +186,43 @@ TEST(ClientQueueTest, AVrfIsLostWhenItIsOverdueAndOvertaken) {
   EXPECT_FALSE(queue.LostVrf(begin + std::chrono::hours(1)));
 }
 
+TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {
+  SocketHalOptions options;
+  options.queue_bytes = 100;
+  ClientQueue queue(options);
+  queue.Connect(60);
+  const auto submit = [&queue] {
+    return queue.Submit({HalOperation::kInstallVlan, 1, 0, std::string(50, 'v')});
+  };
+  EXPECT_TRUE(submit().alone);
+  // So that nothing else is a reason.
+  queue.Expire(ClientQueue::Clock::now());
+  std::string frames;
+  ASSERT_TRUE(queue.TakeFrames(&frames));
+  EXPECT_FALSE(queue.HasRoom()) << "during the write";
+  EXPECT_FALSE(queue.TakeRoomDue());
+  queue.Written();
+  EXPECT_TRUE(queue.WakeDue());
+  EXPECT_FALSE(queue.Awake());
+  EXPECT_TRUE(queue.TakeRoomDue());
+  EXPECT_FALSE(queue.WakeDue()) << "nobody waits any more";
+}
+
+TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
+  ClientQueue queue{SocketHalOptions()};
+  queue.Connect(kDefaultMaxPayload);
+  std::string frames;
+  queue.AddHeartbeat();
+  ASSERT_TRUE(queue.TakeFrames(&frames));
+  queue.Written();
+  EXPECT_EQ(queue.statistics().writes, 0U);
+  queue.AddHeartbeat();
+  queue.Submit(Outstanding(1).request);
+  ASSERT_TRUE(queue.TakeFrames(&frames));
+  queue.Written();
+  EXPECT_EQ(queue.statistics().writes, 1U);
+}
+
 TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
   KeptVrfs kept;
   kept.Keep({HalOperation::kInstallVrf, 1, 0, "aa"});
