@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "reference/hal/message_text.h"
+#include "reference/wire/printable.h"
 
 namespace reference {
 namespace {
@@ -27,7 +28,7 @@ void PrintAsText(const ServerContents& contents, std::ostream& out) {
       << status.refused_connections() << " refused\n";
   std::string_view separator;
   for (const wire::KindSummary& kind : status.kinds()) {
-    out << separator << kind.kind() << ' ' << kind.count();
+    out << separator << Printable(kind.kind()) << ' ' << kind.count();
     separator = ", ";
   }
   out << '\n';

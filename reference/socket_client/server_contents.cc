@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "reference/wire/frame.h"
+#include "reference/wire/printable.h"
 
 namespace reference {
 namespace {
@@ -51,7 +52,9 @@ class Conversation {
       ReadSome();
       frame = splitter_.Next();
     }
-    if (frame->header.type == FrameType::kGoodbye) Fail("it says " + std::string(frame->payload));
+    if (frame->header.type == FrameType::kGoodbye) {
+      Fail("it says " + Printable(frame->payload));
+    }
     for (const FrameType type : awaited) {
       if (frame->header.type == type) return *frame;
     }

@@ -21,6 +21,7 @@
 #include "reference/socket_client/handler_memory.h"
 #include "reference/socket_client/reinstall_check.h"
 #include "reference/wire/frame.h"
+#include "reference/wire/printable.h"
 #include "reference/wire/send.h"
 #include "wire.pb.h"
 
@@ -33,16 +34,7 @@ using Protocol = asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
-constexpr std::size_t kMaxForeignText = 200;
 constexpr int kMaxRepeatedReinstalls = 3;
-
-// Text of the other side for a log line of ours.
-std::string Printable(std::string_view text) {
-  std::string printable(text.substr(0, kMaxForeignText));
-  std::replace_if(
-      printable.begin(), printable.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-  return printable;
-}
 
 std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
 
