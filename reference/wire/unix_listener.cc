@@ -10,8 +10,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "reference/server/hal_server.h"
-
 namespace reference {
 namespace {
 
@@ -41,15 +39,17 @@ void CheckFolder(const std::string& folder) {
   struct stat found {};
   if (stat(folder.c_str(), &found) != 0) return;
   const bool trusted_owner = found.st_uid == geteuid() || found.st_uid == 0;
-  const bool anybody_writes = (found.st_mode & S_IWOTH) != 0 && (found.st_mode & S_ISVTX) == 0;
-  if (trusted_owner && !anybody_writes) return;
+  const bool others_write =
+      (found.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (found.st_mode & S_ISVTX) == 0;
+  if (trusted_owner && !others_write) return;
   Fail(EPERM, "other users can replace a socket in the folder " + folder +
                   "; choose a folder of your own");
 }
 
 void MakeFolder(const std::string& path) {
-  const std::string folder = std::filesystem::path(path).parent_path();
-  if (folder.empty() || mkdir(folder.c_str(), kFolderMode) == 0) return;
+  const std::string parent = std::filesystem::path(path).parent_path();
+  const std::string folder = parent.empty() ? "." : parent;
+  if (mkdir(folder.c_str(), kFolderMode) == 0) return;
   if (errno == EEXIST) return CheckFolder(folder);
   Fail(errno, "cannot make the folder " + folder + " for the socket; make it first");
 }
@@ -86,7 +86,7 @@ void UnixListener::RemoveStaleSocket() {
   if (error == boost::asio::error::connection_refused) {
     unlink(path_.c_str());
   } else if (!error || error == boost::asio::error::try_again) {
-    Fail(EADDRINUSE, "another zuskux-hal listens on " + path_ + "; stop it or choose another path");
+    Fail(EADDRINUSE, "another program listens on " + path_ + "; stop it or choose another path");
   } else {
     Fail(error.value(), "cannot find out who listens on " + path_);
   }

@@ -208,7 +208,7 @@ TEST_F(ZuskuxHalTest, RefusesToBeTheSecond) {
   const Ended second = RunToEnd({"--socket", Path("hal.sock")});
   EXPECT_EQ(second.code, 1);
   EXPECT_THAT(second.error,
-              StartsWith("zuskux-hal: another zuskux-hal listens on " + Path("hal.sock")));
+              StartsWith("zuskux-hal: another program listens on " + Path("hal.sock")));
   EXPECT_TRUE(RawClient(Path("hal.sock")).Greet());
 }
 

@@ -68,6 +68,18 @@ TEST_F(UnixListenerTest, RefusesAFolderInWhichOthersCanReplaceTheSocket) {
               StartsWith("other users can replace a socket in the folder " + folder));
   EXPECT_FALSE(Exists(folder + "/hal.sock"));
 
+  chmod(folder.c_str(), 0770);
+  EXPECT_THAT(Complaint(folder + "/hal.sock"),
+              StartsWith("other users can replace a socket in the folder " + folder));
+  EXPECT_FALSE(Exists(folder + "/hal.sock"));
+
+  chmod(folder.c_str(), 0777);
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(folder);
+  const std::string complaint = Complaint("hal.sock");
+  std::filesystem::current_path(before);
+  EXPECT_THAT(complaint, StartsWith("other users can replace a socket in the folder .;"));
+
   // As in /tmp, only who made a file may replace it.
   chmod(folder.c_str(), 01777);
   EXPECT_EQ(Complaint(folder + "/hal.sock"), "none");
@@ -107,7 +119,7 @@ TEST_F(UnixListenerTest, ReplacesASocketThatNobodyListensOn) {
 TEST_F(UnixListenerTest, LeavesALivingServer) {
   const std::string path = folder_.Path("hal.sock");
   const UnixListener listener(&io_, path);
-  EXPECT_THAT(Complaint(path), StartsWith("another zuskux-hal listens on " + path));
+  EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
   RawClient client(path);
 }
 
