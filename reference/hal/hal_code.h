@@ -10,7 +10,7 @@ namespace reference {
 using HalReturnCode = HalL3MplsEncapsulationReturnCode;
 
 // The return codes of the reference HAL. The codes below 100 are the HAL's, the others the client's
-// own.
+// own, which no server sends.
 inline constexpr HalReturnCode kHalSuccess{0};
 /// A destination that the request refers to does not exist.
 inline constexpr HalReturnCode kHalMissingReference{1};
@@ -34,6 +34,9 @@ inline constexpr HalReturnCode kHalDeadline{102};
 inline constexpr HalReturnCode kHalTooLarge{103};
 /// There is no HAL server; the request was not sent.
 inline constexpr HalReturnCode kHalNoServer{104};
+
+/// Whether a server may answer with the code.
+inline constexpr bool IsHalCode(HalReturnCode code) { return code < kHalServerLost; }
 
 /// Gives the codes their texts.
 const boost::system::error_category& HalCategory();

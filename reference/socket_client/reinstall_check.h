@@ -11,13 +11,13 @@
 
 namespace reference {
 
-/// What a server acknowledged within a reinstall, to be compared with the summary of its tables at
-/// the end. Holds a hash for each entry, between the first acknowledgement and the end. Used by one
-/// thread at a time.
+/// What a server acknowledged within a reinstall, and the VRFs that it was asked for, to be
+/// compared with the summary of its tables at the end. Holds a hash for each entry, between the
+/// first acknowledgement and the end. Used by one thread at a time.
 class ReinstallCheck {
  public:
-  /// A request of reinstall number `reinstall`, which is not 0, succeeded; a higher number starts
-  /// over. `hash` is the entry's `EntryHash`.
+  /// A request of reinstall number `reinstall`, which is not 0, succeeded, or was one of a VRF; a
+  /// higher number starts over. `hash` is the entry's `EntryHash`.
   void Acknowledge(std::uint32_t reinstall, const HalRequest& request, std::uint64_t hash);
 
   /// Where reinstall `reinstall` and the server differ: "vlan 8 here, 7 there; host 40 with other

@@ -437,7 +437,19 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
            std::to_string(request.id) + " with a result for " + std::to_string(result->id);
   }
-  if (result->code == kHalSuccess && answered->reinstall != 0) {
+  if (!IsHalCode(result->code)) {
+    if (answered->ResultIsDue()) Report(request, kHalServerLost);
+    return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
+           std::to_string(request.id) + " with code " +
+           std::to_string(static_cast<std::uint32_t>(result->code)) + ", which is the client's";
+  }
+  const bool is_vrf = !HasResult(request.operation);
+  if (is_vrf && result->code != kHalSuccess) {
+    Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
+        " refused: " + MakeErrorCode(result->code).message());
+  }
+  // Nobody is told of the result of a VRF request. One that was refused is missed at the end.
+  if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
     reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
   }
   if (answered->ResultIsDue()) Report(request, result->code);

@@ -61,12 +61,13 @@ struct SocketHalStatistics {
 /// a server found, also one to a server that kept running: what became of the requests in between
 /// is not known.
 ///
-/// VRF requests, which have no result, are kept until the server has answered them, whatever the
-/// answer, and go to the next server, in their order and ahead of everything else, except where a
-/// newer one for the same VRF came. They so come before the reinstall that answers the report of
-/// the server found, which has the last word: it installs what is wanted, and its end removes what
-/// it did not name. A server that has not answered one within `deadline`, but a later request, has
-/// lost it: the connection is given up.
+/// VRF requests, which have no result, are kept until the server has answered them, and go to the
+/// next server, in their order and ahead of everything else, except where a newer one for the same
+/// VRF came. They so come before the reinstall that answers the report of the server found, which
+/// has the last word: it installs what is wanted, and its end removes what it did not name. A
+/// server that has not answered one within `deadline`, but a later request, has lost it: the
+/// connection is given up. One that the server refuses is told to the log only; in a reinstall, it
+/// makes a difference to the server's summary.
 ///
 /// When a reinstall ends, the server's summary is compared with what it acknowledged; after a
 /// difference the server is reported as found once more, at most three times in a row.

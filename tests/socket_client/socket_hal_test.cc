@@ -214,6 +214,25 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersForAnotherObject) {
             "HAL server closed, it answered install-vlan 1 with a result for 7");
 }
 
+TEST_F(PromiseOneResult, WhenTheServerAnswersWithACodeOfTheClient) {
+  SocketHal* const hal = StartConnected(Options());
+  std::size_t events = 1;
+  for (const std::uint32_t code : {100U, 101U, 104U, 0xFFFFFFFFU}) {
+    InstallVlan(hal, 1);
+    server_.Answer(server_.Next(), code);
+    EXPECT_EQ(reported_.Await(++events).back(), "InstallVlan 1: 100");
+    EXPECT_EQ(log_.AwaitStart("HAL server closed, it answered install-vlan 1 with code " +
+                              std::to_string(code)),
+              "HAL server closed, it answered install-vlan 1 with code " + std::to_string(code) +
+                  ", which is the client's");
+    server_.AcceptAndGreet();
+    EXPECT_EQ(reported_.Await(++events).back(), "found");
+  }
+  InstallVlan(hal, 1);
+  server_.Answer(server_.Next(), 99);
+  EXPECT_EQ(reported_.Await(++events).back(), "InstallVlan 1: 99");
+}
+
 TEST_F(PromiseOneResult, WhenTheRequestIsTooLarge) {
   SocketHal* const hal = Start(Options());
   server_.Accept();
@@ -284,6 +303,14 @@ TEST_F(PromiseVrfsAreKept, WhenTheServerHasLostOne) {
             "HAL server closed, it answered later requests but not install-vrf 1 for 30 ms");
   server_.AcceptAndGreet();
   EXPECT_EQ(IdIn(server_.Next()), 1U);
+}
+
+TEST_F(PromiseVrfsAreKept, ARefusalIsTold) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVrf(hal, 1);
+  server_.Answer(server_.Next(), 5);
+  EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 1 refused: table full");
+  EXPECT_THAT(reported_.events(), ElementsAre("found"));
 }
 
 TEST_F(PromiseVrfsAreKept, InTheirOrderUnlessSuperseded) {
@@ -609,6 +636,18 @@ TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItIsNot) {
               testing::Contains("NOT in sync: vlan 1 here, 2 there; reinstalling").Times(3));
   Settle(5);
   EXPECT_EQ(hal_->counters().servers_found, 4U);
+}
+
+TEST_F(ReinstallTest, MissesAVrfThatWasRefused) {
+  SocketHal* const hal = StartConnected(Options());
+  hal->BeginReinstall();
+  InstallVrf(hal, 1);
+  hal->EndReinstall();
+  server_.Next();
+  server_.Answer(server_.Next(), 5);
+  server_.SendFrame(FrameType::kInSync, server_.Next().sequence, "");
+  EXPECT_EQ(log_.AwaitStart("NOT in sync"), "NOT in sync: vrf 1 here, 0 there; reinstalling");
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "found"));
 }
 
 TEST_F(ReinstallTest, IsForgottenWithItsServer) {
