@@ -2,14 +2,17 @@
 // ends in its line of the log, its goodbye and the end of its connection, others are served
 // meanwhile, and nothing of it stays.
 //
-// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000.
+// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000. Then the headers of good frames
+// take each value in each byte, else some.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,7 +25,9 @@
 namespace reference {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
+using ::testing::StartsWith;
 
 constexpr std::uint32_t kLimit = 65536;
 constexpr std::uint32_t kLastType = 23;
@@ -177,6 +182,93 @@ TEST(ServerMalformedFramesTest, EachEndsItsConnectionAloneAndLeavesNothing) {
     // What a connection leaves behind is the same after the first hundred and after all of them.
     if (frame == 100) live = testing_support::LiveAllocations();
     ASSERT_LE(testing_support::LiveAllocations(), live + 100);
+  }
+}
+
+// One of each type that a client sends. Requests refer to nothing.
+std::vector<std::string> GoodFrames() {
+  std::vector<std::string> frames = {HelloBytes()};
+  const std::string messages[] = {Vrf(1).SerializeAsString(), Vlan(2).SerializeAsString(),
+                                  Host(3).SerializeAsString(), Ecmp(4, {}).SerializeAsString(),
+                                  MplsOn(5, 0).SerializeAsString()};
+  // Two of VRFs, three of VLANs and hosts, two of ECMP groups, three of MPLS destinations.
+  constexpr std::size_t kMessages[] = {0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 4, 4, 4};
+  for (std::size_t i = 0; i < std::size(kMessages); ++i) {
+    frames.push_back(FrameBytes(static_cast<int>(i) + 3, 1, messages[kMessages[i]]));
+  }
+  for (const int type : {17, 18, 20, 21}) frames.push_back(FrameBytes(type, 1));
+  return frames;
+}
+
+/// Clients that end whatever they sent, next to one that is served all the time.
+class ServerChangedFramesTest : public testing::Test {
+ protected:
+  ServerChangedFramesTest() { EXPECT_TRUE(bystander_.Greet()); }
+
+  // Whatever it is: the connection ends, which takes one line, and the bystander is served.
+  void ExpectOneLine(const std::string& bytes, bool greeted) {
+    ++number_;
+    const std::string name = "client " + std::to_string(number_) + ": ";
+    server_.TakeLines();
+    RawClient client(server_.path());
+    if (greeted) {
+      ASSERT_TRUE(client.Greet());
+    }
+    client.Send(bytes);
+    client.EndSending();
+    while (client.Receive()) {
+    }
+    ASSERT_TRUE(client.Ended());
+    std::vector<std::string> lines = server_.TakeLines();
+    const bool connected = !lines.empty() && lines.front().rfind(name + '"', 0) == 0;
+    if (connected) lines.erase(lines.begin());
+    ASSERT_THAT(lines, ElementsAre(StartsWith(name)));
+    if (number_ % 50 != 0) return;
+    bystander_.Send(20, 2);
+    ASSERT_EQ(bystander_.Receive(), (RawFrame{20, 2, ""}));
+  }
+
+  TestServer server_;
+  RawClient bystander_{server_.path()};
+  // Of the last client.
+  int number_ = 1;
+};
+
+TEST_F(ServerChangedFramesTest, AnyHeaderByte) {
+  const int step = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 1 : 17;
+  for (const std::string& frame : GoodFrames()) {
+    const bool greeted = frame != HelloBytes();
+    for (std::size_t place = 0; place < 8; ++place) {
+      for (int value = 0; value < 256; value += step) {
+        std::string changed = frame;
+        changed[place] = static_cast<char>(value);
+        SCOPED_TRACE(testing::PrintToString(changed));
+        ASSERT_NO_FATAL_FAILURE(ExpectOneLine(changed, greeted));
+      }
+    }
+  }
+}
+
+TEST_F(ServerChangedFramesTest, AnyTruncation) {
+  for (const std::string& frame : GoodFrames()) {
+    const bool greeted = frame != HelloBytes();
+    for (std::size_t size = 0; size <= frame.size(); ++size) {
+      SCOPED_TRACE(testing::PrintToString(frame.substr(0, size)));
+      ASSERT_NO_FATAL_FAILURE(ExpectOneLine(frame.substr(0, size), greeted));
+    }
+  }
+}
+
+TEST_F(ServerChangedFramesTest, RandomBytes) {
+  const int rounds = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 10'000 : 1'000;
+  std::minstd_rand random(1);
+  for (int round = 0; round < rounds; ++round) {
+    std::string bytes(random() % 300 + 1, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    // Half of them begin with a type that there is.
+    if (round % 4 < 2) bytes[0] = static_cast<char>(random() % 23 + 1);
+    SCOPED_TRACE(round);
+    ASSERT_NO_FATAL_FAILURE(ExpectOneLine(bytes, round % 2 == 0));
   }
 }
 

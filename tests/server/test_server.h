@@ -73,6 +73,12 @@ class TestServer {
     return lines_;
   }
 
+  /// What the faults that struck so far say.
+  std::vector<std::string> FaultLines() {
+    const std::lock_guard lock(mutex_);
+    return fault_lines_;
+  }
+
   /// The lines of the log since the call before.
   std::vector<std::string> TakeLines() {
     const std::lock_guard lock(mutex_);
@@ -94,8 +100,12 @@ class TestServer {
     faults_ = std::move(faults);
   }
 
-  static std::unique_ptr<ServerFaults> ParseFaults(const std::string& text) {
-    auto plan = ParseFaultPlan(text, {{}, [] {}});
+  std::unique_ptr<ServerFaults> ParseFaults(const std::string& text) {
+    const auto log = [this](const std::string& line) {
+      const std::lock_guard lock(mutex_);
+      fault_lines_.push_back(line);
+    };
+    auto plan = ParseFaultPlan(text, {log, [] {}});
     if (auto* const errors = std::get_if<std::vector<FaultError>>(&plan)) {
       ADD_FAILURE() << FormatFaultError("faults", errors->front());
       std::abort();
@@ -125,6 +135,7 @@ class TestServer {
   TestFolder folder_;
   std::mutex mutex_;
   std::vector<std::string> lines_;
+  std::vector<std::string> fault_lines_;
   // Outlives the server.
   std::unique_ptr<ServerFaults> faults_;
   boost::asio::io_context io_{1};

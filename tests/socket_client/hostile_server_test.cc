@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdint>
 #include <ostream>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -130,57 +129,6 @@ TEST(HostileServerTest, TheSameFailureIsToldOnce) {
   }
   server.AcceptAndGreet();
   EXPECT_EQ(log.Await(2).size(), 2U);
-}
-
-/// Each frame that a server sends, with each byte of its header set to each value: the connection
-/// stays or is closed and made again, and the client works afterwards.
-TEST(HostileServerTest, AnyHeaderByteOfAnyFrame) {
-  FakeServer server;
-  Record log;
-  Reported reported;
-  SocketHal hal(Options(server, &log));
-  hal.Start(reported.Reports());
-  const std::vector<std::string> frames = {
-      FrameOf(FrameType::kGoodbye, "bye"), FrameOf(FrameType::kResult, std::string(16, '\0')),
-      FrameOf(FrameType::kInSync), FrameOf(FrameType::kHeartbeat), HelloFrame()};
-  for (const std::string& frame : frames) {
-    for (std::size_t place = 0; place < kFrameHeaderSize; ++place) {
-      for (int value = 0; value < 256; ++value) {
-        std::string changed = frame;
-        changed[place] = static_cast<char>(value);
-        server.AcceptAndGreet();
-        server.Send(changed);
-        server.Close();
-      }
-    }
-  }
-  server.AcceptAndGreet();
-  EXPECT_TRUE(Eventually([&hal] { return InstallVlan(&hal, 5) == kHalSuccess; }));
-  server.Answer(server.Next());
-  EXPECT_TRUE(Eventually([&reported] { return reported.events().back() == "InstallVlan 5: 0"; }));
-}
-
-TEST(HostileServerTest, RandomBytes) {
-  FakeServer server;
-  Record log;
-  Reported reported;
-  SocketHal hal(Options(server, &log));
-  hal.Start(reported.Reports());
-  std::minstd_rand random(1);
-  for (int round = 0; round < 300; ++round) {
-    std::string bytes(random() % 5000, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(random());
-    if (round % 2 == 0) {
-      server.AcceptAndGreet();
-    } else {
-      server.Accept();
-    }
-    server.Send(bytes);
-    server.Close();
-  }
-  server.AcceptAndGreet();
-  server.SendFrame(FrameType::kGoodbye, 0, "the end");
-  EXPECT_EQ(log.AwaitStart("HAL server says goodbye: the end"), "HAL server says goodbye: the end");
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 // ends in its line of the log and the end of its connection, the request that was under way has its
 // result, the client connects again, and nothing of it stays.
 //
-// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000.
+// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000. Then the headers of good frames
+// take each value in each byte, else some.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,7 +28,9 @@ namespace reference {
 namespace {
 
 using std::chrono::milliseconds;
+using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
+using ::testing::StartsWith;
 
 constexpr std::uint32_t kLimit = 65536;
 constexpr std::uint32_t kLastType = 23;
@@ -269,6 +272,72 @@ TEST_F(ClientMalformedFramesTest, EachEndsItsConnectionAndLeavesNothing) {
     const auto results = client_.TakeResults();
     return results == std::vector<std::string>{"InstallVlan 5: 0"};
   }));
+}
+
+// One of each type that a server sends; the result is that of the first request.
+std::vector<std::string> GoodFrames() {
+  const auto frame = [](std::uint32_t type, const std::string& payload) {
+    return Big(type << 24) + Big(static_cast<std::uint32_t>(payload.size())) + payload;
+  };
+  return {HelloFrame(), frame(2, "bye"), frame(16, Big(0) + Big(kVlan) + Big(0) + Big(0)),
+          frame(19, "\x0A\x06\x0A\x04vlan"), frame(20, "")};
+}
+
+/// Servers that end after whatever they sent.
+class ClientChangedFramesTest : public testing::Test {
+ protected:
+  void SetUp() override { server_.Accept(); }
+
+  // Whatever it is: the connection ends, which takes one line, and the request has one result.
+  void ExpectOneLineAndOneResult(const std::string& bytes) {
+    server_.Greet();
+    server_.Next();
+    server_.Send(bytes);
+    server_.Close();
+    server_.Accept();
+    ASSERT_THAT(client_.TakeLines(),
+                ElementsAre(StartsWith("connected to HAL server"), StartsWith("HAL server ")));
+    ASSERT_THAT(client_.TakeResults(), ElementsAre(StartsWith("InstallVlan 5: ")));
+  }
+
+  FakeServer server_;
+  WatchedClient client_{server_.path()};
+};
+
+TEST_F(ClientChangedFramesTest, AnyHeaderByte) {
+  const int step = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 1 : 5;
+  for (const std::string& frame : GoodFrames()) {
+    for (std::size_t place = 0; place < 8; ++place) {
+      for (int value = 0; value < 256; value += step) {
+        std::string changed = frame;
+        changed[place] = static_cast<char>(value);
+        SCOPED_TRACE(testing::PrintToString(changed));
+        ASSERT_NO_FATAL_FAILURE(ExpectOneLineAndOneResult(changed));
+      }
+    }
+  }
+}
+
+TEST_F(ClientChangedFramesTest, AnyTruncation) {
+  for (const std::string& frame : GoodFrames()) {
+    for (std::size_t size = 0; size <= frame.size(); ++size) {
+      SCOPED_TRACE(testing::PrintToString(frame.substr(0, size)));
+      ASSERT_NO_FATAL_FAILURE(ExpectOneLineAndOneResult(frame.substr(0, size)));
+    }
+  }
+}
+
+TEST_F(ClientChangedFramesTest, RandomBytes) {
+  const int rounds = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 10'000 : 1'000;
+  std::minstd_rand random(1);
+  for (int round = 0; round < rounds; ++round) {
+    std::string bytes(random() % 300 + 1, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    // Half of them begin with a type that there is.
+    if (round % 2 == 0) bytes[0] = static_cast<char>(random() % 23 + 1);
+    SCOPED_TRACE(round);
+    ASSERT_NO_FATAL_FAILURE(ExpectOneLineAndOneResult(bytes));
+  }
 }
 
 }  // namespace
