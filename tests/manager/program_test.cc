@@ -259,7 +259,7 @@ TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
 TEST(ManagerProgramTest, StaysUntilItIsEnded) {
   const ScratchDirectory files;
   const std::string site = files.Write("site", kTwoVlans);
-  Process process(Command({site, "--stay"}));
+  Process process(Command({site, "--stay", "--control", files.File("manager.sock")}));
   ASSERT_TRUE(process.WaitForError("settled: 4 objects: 3 installed, 1 sent\n"));
 
   files.Write("site", "vrf { id: 1 name: \"red\" vrf_id: 7 }\n");
@@ -281,7 +281,8 @@ TEST(ManagerProgramTest, StaysUntilItIsEnded) {
 
 TEST(ManagerProgramTest, StayingEndsWithTheStatusOfTheObjects) {
   const ScratchDirectory files;
-  Process process(Command({files.Write("site", kTwoVlans), "--stay", "--table-size", "1"}));
+  Process process(Command({files.Write("site", kTwoVlans), "--stay", "--table-size", "1",
+                           "--control", files.File("manager.sock")}));
   ASSERT_TRUE(process.WaitForError("settled: "));
   process.Signal(SIGINT);
   EXPECT_EQ(process.Wait(), 3);
