@@ -61,6 +61,7 @@ class EmbeddedHal::Worker {
   void ReportServerFound();
   void CarryOutNextTask();
   void CarryOut(const Task& task, std::uint64_t generation);
+  void CarryOutMark(const Task& task, std::uint64_t generation);
   void Report(const HalRequest& request, HalReturnCode code);
 
   // On any thread, with `mutex_` held.
@@ -168,7 +169,6 @@ void EmbeddedHal::Worker::Push(Task task) {
 }
 
 void EmbeddedHal::Worker::End(const HalRequest& request, HalReturnCode code) {
-  if (!HasResult(request.operation)) return;
   ended_.push_back({WithoutPayload(request), code});
   wake_.notify_one();
 }
@@ -231,11 +231,24 @@ void EmbeddedHal::Worker::CarryOutNextTask() {
   if (task.mark == nullptr) {
     CarryOut(task, generation);
   } else {
-    const std::lock_guard lock(tables_mutex_);
-    (tables_.*task.mark)();
+    CarryOutMark(task, generation);
   }
   const std::lock_guard lock(mutex_);
   carrying_out_ = false;
+}
+
+void EmbeddedHal::Worker::CarryOutMark(const Task& task, std::uint64_t generation) {
+  {
+    const std::lock_guard lock(tables_mutex_);
+    (tables_.*task.mark)();
+  }
+  if (task.mark != &HalTables::EndReinstall) return;
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopping_ || generation != generation_) return;
+  }
+  // The tables are the server's own: there is no other side that could differ.
+  reporter_.ReinstallEnded(true);
 }
 
 void EmbeddedHal::Worker::CarryOut(const Task& task, std::uint64_t generation) {
@@ -251,9 +264,8 @@ void EmbeddedHal::Worker::CarryOut(const Task& task, std::uint64_t generation) {
     const std::lock_guard lock(mutex_);
     queue_latency_.Add(taken - task.submitted);
     hal_latency_.Add(Clock::now() - taken);
-    if (!HasResult(request.operation)) return;
     if (generation != generation_) {
-      ++counters_.late_results;
+      if (HasResult(request.operation)) ++counters_.late_results;
       code = kHalServerLost;
     }
   }
@@ -264,7 +276,7 @@ void EmbeddedHal::Worker::Report(const HalRequest& request, HalReturnCode code) 
   {
     const std::lock_guard lock(mutex_);
     if (stopping_) return;
-    ++counters_.results;
+    if (HasResult(request.operation)) ++counters_.results;
   }
   reporter_.Result(request, code);
 }

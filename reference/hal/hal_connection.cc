@@ -10,15 +10,25 @@ thread_local HalReturnCode reported_code = kHalSuccess;
 }  // namespace
 
 void HalReporter::Result(const HalRequest& request, HalReturnCode code) const {
-  if (observer_ != nullptr && HasResult(request.operation)) {
-    observer_->Result(request.number, request, code);
+  if (!HasResult(request.operation)) {
+    if (reports_.vrf_result) reports_.vrf_result(request, code);
+    return;
   }
+  if (observer_ != nullptr) observer_->Result(request.number, request, code);
   ReportResult(reports_.results, request, code);
 }
 
 void HalReporter::ServerFound() const {
   if (observer_ != nullptr) observer_->ServerFound();
   if (reports_.server_found) reports_.server_found();
+}
+
+void HalReporter::ServerLost() const {
+  if (reports_.server_lost) reports_.server_lost();
+}
+
+void HalReporter::ReinstallEnded(bool in_sync) const {
+  if (reports_.reinstall_ended) reports_.reinstall_ended(in_sync);
 }
 
 void HalReporter::Room() const {

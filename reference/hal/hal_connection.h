@@ -29,6 +29,16 @@ struct HalReports {
   std::function<void()> server_found;
   /// There is room again after `HasRoom` returned false. Once, however often it did. May be empty.
   std::function<void()> room;
+  /// The outcome of a VRF request, which has no result operation: the server's code, or the
+  /// client's where the request did not reach a server. Once for each request, except for one that
+  /// a newer request for the same VRF superseded while there was no server. May be empty.
+  std::function<void(const HalRequest& request, HalReturnCode code)> vrf_result = nullptr;
+  /// The server that was found is gone, and what was sent to it has had its result. Not reported by
+  /// a connection that finds the next server at once. May be empty.
+  std::function<void()> server_lost = nullptr;
+  /// The server has carried out the end of a reinstall, and its tables are what it acknowledged, or
+  /// are not and the connection will not ask for another reinstall. May be empty.
+  std::function<void(bool in_sync)> reinstall_ended = nullptr;
 };
 
 struct HalConnectionCounters {
@@ -56,9 +66,11 @@ class HalReporter {
   HalReporter(HalReports reports, RequestObserver* observer)
       : reports_(std::move(reports)), observer_(observer) {}
 
-  /// Calls the result operation; none for a VRF request, which has no result.
+  /// Calls the result operation, or `vrf_result`, of which the observer hears nothing.
   void Result(const HalRequest& request, HalReturnCode code) const;
   void ServerFound() const;
+  void ServerLost() const;
+  void ReinstallEnded(bool in_sync) const;
   void Room() const;
   /// For the observer alone.
   void Event(std::string_view line) const;
@@ -87,14 +99,14 @@ class HalConnection : public HalL3MplsEncapsulationClient {
   /// Whether a request would be taken now. After `false`, `HalReports::room` follows.
   virtual bool HasRoom() = 0;
 
-  // The two below keep their place among the requests. They are never refused, have no result, and
-  // are lost with the server that they were sent to.
+  // The two below keep their place among the requests. They are never refused, and are lost with
+  // the server that they were sent to.
 
   /// Opens a reinstall: until `EndReinstall`, an install replaces what the server holds.
   void BeginReinstall();
 
   /// Closes a reinstall: the server removes what no install or replace since `BeginReinstall`
-  /// named.
+  /// named. `HalReports::reinstall_ended` follows, or another report that the server was found.
   void EndReinstall();
 
   // Both callable on any thread.

@@ -121,6 +121,7 @@ class SocketHal::Connection {
   std::string OnInSync(const FrameSplitter::Frame& frame);
 
   void ReportServerFound();
+  void ReportReinstallEnded(bool in_sync);
   void ReportEnded();
   void ReportRoom();
   void Report(const HalRequest& request, HalReturnCode code);
@@ -232,6 +233,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
 void SocketHal::Connection::GiveUp(const std::string& reason) {
   if (session_->useful) pause_ = options_.reconnect_first;
   LetHostWrite(nullptr);
+  const bool found = session_->greeted;
   error_code ignored;
   session_->socket.close(ignored);
   session_.reset();
@@ -240,6 +242,7 @@ void SocketHal::Connection::GiveUp(const std::string& reason) {
   queue_.Disconnect();
   LogFailure(reason);
   ReportEnded();
+  if (found && !stopping_) reporter_.ServerLost();
   ReportRoom();
 
   reconnect_timer_.expires_after(pause_);
@@ -433,12 +436,12 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
   if (!answered) return {};
   const HalRequest& request = answered->request;
   if (result->id != request.id) {
-    if (answered->ResultIsDue()) Report(request, kHalServerLost);
+    if (!answered->expired) Report(request, kHalServerLost);
     return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
            std::to_string(request.id) + " with a result for " + std::to_string(result->id);
   }
   if (!IsHalCode(result->code)) {
-    if (answered->ResultIsDue()) Report(request, kHalServerLost);
+    if (!answered->expired) Report(request, kHalServerLost);
     return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
            std::to_string(request.id) + " with code " +
            std::to_string(static_cast<std::uint32_t>(result->code)) + ", which is the client's";
@@ -448,11 +451,11 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
         " refused: " + MakeErrorCode(result->code).message());
   }
-  // Nobody is told of the result of a VRF request. One that was refused is missed at the end.
+  // A VRF that was refused is missed at the end, so that the reinstall is repeated for it.
   if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
     reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
   }
-  if (answered->ResultIsDue()) Report(request, result->code);
+  if (!answered->expired) Report(request, result->code);
   return {};
 }
 
@@ -470,14 +473,22 @@ std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
     const auto time =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - reinstall->begin);
     Log("in sync after " + Text(time) + ": " + SummaryText(summary));
+    ReportReinstallEnded(true);
     return {};
   }
   const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
   Log("NOT in sync: " + differences + (again ? "; reinstalling" : "; giving up"));
-  if (!again) return {};
+  if (!again) {
+    ReportReinstallEnded(false);
+    return {};
+  }
   ++repeated_reinstalls_;
   ReportServerFound();
   return {};
+}
+
+void SocketHal::Connection::ReportReinstallEnded(bool in_sync) {
+  if (!stopping_) reporter_.ReinstallEnded(in_sync);
 }
 
 void SocketHal::Connection::ReportServerFound() {
@@ -489,12 +500,11 @@ void SocketHal::Connection::ReportServerFound() {
 void SocketHal::Connection::ReportEnded() {
   queue_.TakeEnded(&ended_);
   for (const auto& [request, code] : ended_) {
-    if (HasResult(request.operation)) {
-      Report(request, code);
-    } else {
+    if (!HasResult(request.operation)) {
       Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
           " dropped: " + MakeErrorCode(code).message());
     }
+    Report(request, code);
   }
 }
 
@@ -505,7 +515,7 @@ void SocketHal::Connection::ReportRoom() {
 
 void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code) {
   if (stopping_) return;
-  queue_.CountResult();
+  if (HasResult(request.operation)) queue_.CountResult();
   reporter_.Result(request, code);
 }
 

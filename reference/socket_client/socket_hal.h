@@ -66,11 +66,12 @@ struct SocketHalStatistics {
 /// VRF came. They so come before the reinstall that answers the report of the server found, which
 /// has the last word: it installs what is wanted, and its end removes what it did not name. A
 /// server that has not answered one within `deadline`, but a later request, has lost it: the
-/// connection is given up. One that the server refuses is told to the log only; in a reinstall, it
+/// connection is given up. One that the server refuses is logged and reported; in a reinstall, it
 /// makes a difference to the server's summary.
 ///
 /// When a reinstall ends, the server's summary is compared with what it acknowledged; after a
-/// difference the server is reported as found once more, at most three times in a row.
+/// difference the server is reported as found once more, at most three times in a row. Then the
+/// reinstall is reported as ended, and not in sync.
 class SocketHal : public HalConnection {
  public:
   /// Throws `boost::system::system_error` when the path is too long for a socket.

@@ -60,6 +60,19 @@ class Reported {
     return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
   }
 
+  /// The same, and what has no result operation: "install-vrf 5: 0", "lost", "in sync",
+  /// "not in sync".
+  HalReports AllReports() {
+    HalReports reports = Reports();
+    reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
+      Add(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) + ": " +
+          std::to_string(static_cast<std::uint32_t>(code)));
+    };
+    reports.server_lost = [this] { Add("lost"); };
+    reports.reinstall_ended = [this](bool in_sync) { Add(in_sync ? "in sync" : "not in sync"); };
+    return reports;
+  }
+
   /// Called with each event, inside the report. Set before `Start`.
   std::function<void(const std::string& event)> on_event;
 
@@ -183,6 +196,34 @@ TEST(EmbeddedHalTest, VrfsHaveNoResult) {
   EXPECT_TRUE(hal.SnapshotTables().Contains(HalKind::kVrf, 1));
   EXPECT_EQ(hal.counters().requests, 2U);
   EXPECT_EQ(hal.counters().results, 1U);
+}
+
+TEST(EmbeddedHalTest, ReportsTheOutcomeOfEachVrfRequest) {
+  Hold hold(1);
+  Reported reported;
+  EmbeddedHalOptions options = Options(&hold, 2);
+  options.table_capacity = 1;
+  EmbeddedHal hal(options);
+  hal.Start(reported.AllReports());
+  InstallVrf(&hal, 1);
+  hold.AwaitReached();
+  InstallVrf(&hal, 2);
+  InstallVlan(&hal, 5);
+  InstallVrf(&hal, 3);
+  hold.Release();
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "install-vrf 1: 0", "install-vrf 3: 101",
+                                             "install-vrf 2: 5", "InstallVlan 5: 0"));
+  EXPECT_EQ(hal.counters().results, 1U) << "of the VLAN";
+}
+
+TEST(EmbeddedHalTest, ReportsTheEndOfAReinstall) {
+  Reported reported;
+  EmbeddedHal hal({});
+  hal.Start(reported.AllReports());
+  hal.BeginReinstall();
+  InstallVlan(&hal, 5);
+  hal.EndReinstall();
+  EXPECT_THAT(reported.Await(3), ElementsAre("found", "InstallVlan 5: 0", "in sync"));
 }
 
 TEST(EmbeddedHalQueueTest, RefusedRequestsHaveOneResultEach) {
@@ -323,6 +364,22 @@ TEST(EmbeddedHalRestartTest, AVrfIsNoLateResult) {
   hold.Release();
   EXPECT_THAT(reported.Await(2), ElementsAre("found", "found"));
   EXPECT_EQ(hal.counters().late_results, 0U);
+}
+
+TEST(EmbeddedHalRestartTest, EndsVrfRequestsAndReinstalls) {
+  Hold hold(7);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold));
+  hal.Start(reported.AllReports());
+  InstallVrf(&hal, 7);
+  hold.AwaitReached();
+  InstallVrf(&hal, 8);
+  hal.EndReinstall();
+  hal.Restart();
+  hold.Release();
+  InstallVrf(&hal, 9);
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "install-vrf 7: 100", "install-vrf 8: 100",
+                                             "found", "install-vrf 9: 0"));
 }
 
 TEST(EmbeddedHalRestartTest, LaterRequestsGoToTheNewServer) {

@@ -85,6 +85,19 @@ class Reported {
     return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
   }
 
+  /// The same, and what has no result operation: "install-vrf 5: 0", "lost", "in sync",
+  /// "not in sync".
+  HalReports AllReports() {
+    HalReports reports = Reports();
+    reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
+      Add(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) + ": " +
+          std::to_string(static_cast<std::uint32_t>(code)));
+    };
+    reports.server_lost = [this] { Add("lost"); };
+    reports.reinstall_ended = [this](bool in_sync) { Add(in_sync ? "in sync" : "not in sync"); };
+    return reports;
+  }
+
   /// Called with each event, inside the report. Set before `Start`.
   std::function<void(const std::string& event)> on_event;
 

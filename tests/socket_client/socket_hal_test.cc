@@ -313,6 +313,30 @@ TEST_F(PromiseVrfsAreKept, ARefusalIsTold) {
   EXPECT_THAT(reported_.events(), ElementsAre("found"));
 }
 
+TEST_F(PromiseVrfsAreKept, EachOutcomeIsReported) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  SocketHal* const hal = hal_.get();
+  hal->Start(reported_.AllReports());
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  InstallVrf(hal, 1);
+  server_.Answer(server_.Next(), 5);
+  EXPECT_EQ(reported_.Await(2).back(), "install-vrf 1: 5");
+  InstallVrf(hal, 2);
+  server_.Next();
+  server_.Close();
+  EXPECT_EQ(reported_.Await(3).back(), "lost");
+  server_.AcceptAndGreet();
+  server_.Answer(server_.Next());
+  EXPECT_THAT(reported_.Await(5),
+              ElementsAre("found", "install-vrf 1: 5", "lost", "found", "install-vrf 2: 0"));
+  InstallVrf(hal, 3);
+  server_.Answer(server_.Next(), 104);
+  EXPECT_THAT(reported_.Await(7), testing::Contains("install-vrf 3: 100"))
+      << "the code is not the server's to send";
+  EXPECT_EQ(hal->counters().results, 0U);
+}
+
 TEST_F(PromiseVrfsAreKept, InTheirOrderUnlessSuperseded) {
   SocketHal* const hal = StartConnected(Options());
   InstallVrf(hal, 1);
@@ -636,6 +660,21 @@ TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItIsNot) {
               testing::Contains("NOT in sync: vlan 1 here, 2 there; reinstalling").Times(3));
   Settle(5);
   EXPECT_EQ(hal_->counters().servers_found, 4U);
+}
+
+TEST_F(ReinstallTest, ItsEndIsReportedOnce) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  Reinstall(1);
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 1: 0", "in sync"));
+  for (std::size_t i = 0; i < 3; ++i) {
+    Reinstall(2);
+    EXPECT_EQ(reported_.Await(2 * i + 5).back(), "found");
+  }
+  Reinstall(2);
+  EXPECT_EQ(reported_.Await(11).back(), "not in sync");
 }
 
 TEST_F(ReinstallTest, MissesAVrfThatWasRefused) {
