@@ -34,14 +34,26 @@ void CheckPath(const std::string& path) {
   }
 }
 
-// Who may rename what is in a folder may put another socket in the place of ours.
+[[noreturn]] void FailForListener(const std::string& path) {
+  Fail(EADDRINUSE, "another program listens on " + path + "; stop it or choose another path");
+}
+
+bool IsTrusted(uid_t owner) { return owner == geteuid() || owner == 0; }
+
+// Whoever owns the link to a folder, or may rename what is in the folder, can put another socket in
+// the place of ours.
 void CheckFolder(const std::string& folder) {
   struct stat found {};
+  if (lstat(folder.c_str(), &found) != 0) return;
+  if (S_ISLNK(found.st_mode) && !IsTrusted(found.st_uid)) {
+    Fail(EPERM, "the folder " + folder + " is a symbolic link of user " +
+                    std::to_string(found.st_uid) +
+                    ", who can point it elsewhere; choose a folder of your own");
+  }
   if (stat(folder.c_str(), &found) != 0) return;
-  const bool trusted_owner = found.st_uid == geteuid() || found.st_uid == 0;
   const bool others_write =
       (found.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (found.st_mode & S_ISVTX) == 0;
-  if (trusted_owner && !others_write) return;
+  if (IsTrusted(found.st_uid) && !others_write) return;
   Fail(EPERM, "other users can replace a socket in the folder " + folder +
                   "; choose a folder of your own");
 }
@@ -60,6 +72,7 @@ UnixListener::UnixListener(boost::asio::io_context* io, std::string path)
     : path_(std::move(path)), acceptor_(*io) {
   CheckPath(path_);
   MakeFolder(path_);
+  Lock();
   RemoveStaleSocket();
   Listen();
 }
@@ -68,6 +81,18 @@ UnixListener::~UnixListener() {
   struct stat now {};
   if (lstat(path_.c_str(), &now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
     unlink(path_.c_str());
+  }
+}
+
+// Between `bind` and `listen` a socket looks stale, and two that both find a stale one would remove
+// each other's.
+void UnixListener::Lock() {
+  const std::string file = path_ + ".lock";
+  try {
+    lock_.emplace(file);
+  } catch (const boost::system::system_error& error) {
+    if (error.code() == boost::system::errc::operation_would_block) FailForListener(path_);
+    Fail(error.code().value(), "cannot lock " + file);
   }
 }
 
@@ -86,7 +111,7 @@ void UnixListener::RemoveStaleSocket() {
   if (error == boost::asio::error::connection_refused) {
     unlink(path_.c_str());
   } else if (!error || error == boost::asio::error::try_again) {
-    Fail(EADDRINUSE, "another program listens on " + path_ + "; stop it or choose another path");
+    FailForListener(path_);
   } else {
     Fail(error.value(), "cannot find out who listens on " + path_);
   }

@@ -5,8 +5,11 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "reference/wire/file_lock.h"
 
 namespace reference {
 
@@ -16,8 +19,9 @@ class UnixListener {
   using Acceptor = boost::asio::local::stream_protocol::acceptor;
 
   /// Makes the socket's folder (0700) when it is missing, and the socket (0600); replaces a socket
-  /// that nobody listens on. Throws `boost::system::system_error`, with a text for the operator;
-  /// also for a folder in which another user could replace the socket.
+  /// that nobody listens on. Holds the lock file `path`.lock, so that of several that start at once
+  /// exactly one listens. Throws `boost::system::system_error`, with a text for the operator; also
+  /// for a folder in which another user could replace the socket.
   UnixListener(boost::asio::io_context* io, std::string path);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;
@@ -27,10 +31,13 @@ class UnixListener {
   Acceptor& acceptor() { return acceptor_; }
 
  private:
+  void Lock();
   void RemoveStaleSocket();
   void Listen();
 
   const std::string path_;
+  // Held until the socket is closed.
+  std::optional<FileLock> lock_;
   Acceptor acceptor_;
   // Which file the socket is.
   dev_t device_ = 0;

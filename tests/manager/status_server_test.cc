@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/read.hpp>
+#include <boost/system/system_error.hpp>
 #include <chrono>
 #include <sstream>
 #include <stdexcept>
@@ -72,6 +74,15 @@ TEST_F(StatusServerTest, StopsWhileItWaitsForFileDescriptors) {
   }
   io_.run_for(seconds(10));
   EXPECT_TRUE(io_.stopped());
+}
+
+TEST_F(StatusServerTest, IsTheOnlyOneOnItsSocketAlsoAfterTheSocketWasRemoved) {
+  const auto status = [] { return std::string(); };
+  const StatusServer server(&io_, path_, status);
+  unlink(path_.c_str());
+  EXPECT_THAT(
+      [&] { StatusServer(&io_, path_, status); },
+      ThrowsMessage<boost::system::system_error>(HasSubstr("another program listens on " + path_)));
 }
 
 TEST_F(StatusServerTest, NobodyListens) {

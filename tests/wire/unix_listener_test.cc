@@ -6,11 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/system/system_error.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "reference/server/hal_server.h"
 #include "tests/server/raw_client.h"
@@ -39,6 +44,12 @@ class UnixListenerTest : public ::testing::Test {
       return error.what();
     }
     return "none";
+  }
+
+  // A socket as a killed server leaves it.
+  void MakeStaleSocket(const std::string& path) {
+    const boost::asio::local::stream_protocol::acceptor dead(io_, path);
+    ASSERT_TRUE(Exists(path));
   }
 
   TestFolder folder_;
@@ -85,6 +96,20 @@ TEST_F(UnixListenerTest, RefusesAFolderInWhichOthersCanReplaceTheSocket) {
   EXPECT_EQ(Complaint(folder + "/hal.sock"), "none");
 }
 
+TEST_F(UnixListenerTest, RefusesAFolderThatIsALinkOfAnotherUser) {
+  constexpr uid_t kOtherUser = 65534;
+  const std::string link = folder_.Path("link");
+  std::filesystem::create_directory(folder_.Path("own"));
+  std::filesystem::create_directory_symlink(folder_.Path("own"), link);
+  EXPECT_EQ(Complaint(link + "/hal.sock"), "none");
+  if (lchown(link.c_str(), kOtherUser, kOtherUser) != 0) GTEST_SKIP() << "needs root";
+  EXPECT_THAT(Complaint(link + "/hal.sock"),
+              StartsWith("the folder " + link +
+                         " is a symbolic link of user 65534, who can point "
+                         "it elsewhere; choose a folder of your own"));
+  EXPECT_FALSE(Exists(folder_.Path("own/hal.sock")));
+}
+
 TEST_F(UnixListenerTest, RemovesTheSocketAtTheEnd) {
   { const UnixListener listener(&io_, folder_.Path("hal.sock")); }
   EXPECT_FALSE(Exists(folder_.Path("hal.sock")));
@@ -93,10 +118,8 @@ TEST_F(UnixListenerTest, RemovesTheSocketAtTheEnd) {
 TEST_F(UnixListenerTest, LeavesWhatHasTakenItsPlace) {
   const std::string path = folder_.Path("hal.sock");
   std::optional<UnixListener> first(std::in_place, &io_, path);
-  // A link keeps the first socket's number from being used again.
-  std::filesystem::create_hard_link(path, folder_.Path("link"));
-  unlink(path.c_str());
-  const UnixListener second(&io_, path);
+  const UnixListener second(&io_, folder_.Path("second.sock"));
+  std::filesystem::rename(folder_.Path("second.sock"), path);
   first.reset();
   EXPECT_TRUE(Exists(path));
   RawClient client(path);
@@ -104,13 +127,7 @@ TEST_F(UnixListenerTest, LeavesWhatHasTakenItsPlace) {
 
 TEST_F(UnixListenerTest, ReplacesASocketThatNobodyListensOn) {
   const std::string path = folder_.Path("hal.sock");
-  {
-    std::optional<UnixListener> dead(std::in_place, &io_, path);
-    std::filesystem::create_hard_link(path, folder_.Path("link"));
-    dead.reset();
-    std::filesystem::rename(folder_.Path("link"), path);
-  }
-  ASSERT_TRUE(Exists(path));
+  MakeStaleSocket(path);
   EXPECT_THROW(RawClient{path}, std::runtime_error);
   const UnixListener listener(&io_, path);
   RawClient client(path);
@@ -121,6 +138,68 @@ TEST_F(UnixListenerTest, LeavesALivingServer) {
   const UnixListener listener(&io_, path);
   EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
   RawClient client(path);
+}
+
+TEST_F(UnixListenerTest, RefusesToReplaceALivingServersLostSocket) {
+  const std::string path = folder_.Path("hal.sock");
+  const UnixListener listener(&io_, path);
+  unlink(path.c_str());
+  EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
+}
+
+TEST_F(UnixListenerTest, NamesALockFileThatItCannotOpen) {
+  const std::string path = folder_.Path("hal.sock");
+  std::filesystem::create_symlink("elsewhere", path + ".lock");
+  EXPECT_THAT(Complaint(path), StartsWith("cannot lock " + path + ".lock"));
+  EXPECT_FALSE(Exists(path));
+}
+
+// What is seen of two programs that start at once, by whoever connects afterwards.
+struct Outcome {
+  int listening = 0;
+  bool reachable = false;
+};
+
+// Starts two listeners as nearly at once as two processors can.
+Outcome StartTwo(const std::string& path) {
+  std::atomic<int> ready{0};
+  std::array<boost::asio::io_context, 2> contexts;
+  std::array<std::optional<UnixListener>, 2> listeners;
+  std::array<std::thread, 2> threads;
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    threads[i] = std::thread([&, i] {
+      ++ready;
+      while (ready != 2) continue;
+      try {
+        listeners[i].emplace(&contexts[i], path);
+      } catch (const boost::system::system_error& error) {
+        EXPECT_THAT(error.what(), StartsWith("another program listens on " + path));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  Outcome outcome;
+  for (const auto& listener : listeners) outcome.listening += listener.has_value() ? 1 : 0;
+  try {
+    RawClient client(path);
+    outcome.reachable = true;
+  } catch (const std::runtime_error&) {
+    outcome.reachable = false;
+  }
+  return outcome;
+}
+
+// With ZUSKUX_LONG_TESTS=1 in the environment 10,000 pairs.
+TEST_F(UnixListenerTest, OfTwoThatStartAtOnceOnAStaleSocketExactlyOneListens) {
+  const int pairs = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 10'000 : 200;
+  const std::string path = folder_.Path("hal.sock");
+  for (int pair = 0; pair < pairs; ++pair) {
+    SCOPED_TRACE(pair);
+    MakeStaleSocket(path);
+    const Outcome outcome = StartTwo(path);
+    ASSERT_EQ(outcome.listening, 1);
+    ASSERT_TRUE(outcome.reachable);
+  }
 }
 
 TEST_F(UnixListenerTest, LeavesWhatIsNoSocket) {
