@@ -20,6 +20,7 @@
 #include "reference/socket_client/client_queue.h"
 #include "reference/socket_client/handler_memory.h"
 #include "reference/socket_client/reinstall_check.h"
+#include "reference/socket_client/socket_watch.h"
 #include "reference/wire/frame.h"
 #include "reference/wire/printable.h"
 #include "reference/wire/send.h"
@@ -35,6 +36,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
 constexpr int kMaxRepeatedReinstalls = 3;
+// Bounds the attempts when somebody makes the socket again and again.
+constexpr std::chrono::milliseconds kMinAttemptInterval{10};
 
 std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
 
@@ -100,7 +103,10 @@ class SocketHal::Connection {
 
   void Connect();
   void OnConnected(const SessionPtr& session, const error_code& error);
-  void GiveUp(const std::string& reason);
+  void Reconnect(const std::string& reason, std::chrono::milliseconds longest_pause);
+  void Reconnect(const std::string& reason) { Reconnect(reason, options_.reconnect_last); }
+  void ConnectAt(Clock::time_point time);
+  void OnSocketAppeared();
 
   void Read(const SessionPtr& session);
   void OnRead(const SessionPtr& session, const error_code& error, std::size_t size);
@@ -139,8 +145,11 @@ class SocketHal::Connection {
   asio::steady_timer reconnect_timer_{io_};
   asio::steady_timer heart_timer_{io_};
   asio::steady_timer deadline_timer_{io_};
+  SocketWatch socket_watch_{&io_, options_.path, [this] { OnSocketAppeared(); }};
   // Null while there is a pause before the next attempt.
   SessionPtr session_;
+  // When the last attempt to connect began.
+  Clock::time_point attempted_;
   // When the last read returned.
   Clock::time_point read_at_;
   std::chrono::milliseconds pause_;
@@ -212,6 +221,9 @@ void SocketHal::Connection::OnWake() {
 }
 
 void SocketHal::Connection::Connect() {
+  // Before the attempt, so that a socket made after it is noticed.
+  socket_watch_.Watch();
+  attempted_ = Clock::now();
   session_ = std::make_shared<Session>(&io_);
   session_->socket.async_connect(endpoint_, [this, session = session_](const error_code& error) {
     OnConnected(session, error);
@@ -220,7 +232,8 @@ void SocketHal::Connection::Connect() {
 
 void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_code& error) {
   if (error) {
-    GiveUp("no HAL server at " + options_.path + ": " + error.message());
+    Reconnect("no HAL server at " + options_.path + ": " + error.message(),
+              std::min(options_.reconnect_absent, options_.reconnect_last));
     return;
   }
   session->outgoing = HelloFrame();
@@ -229,8 +242,10 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
   LookAfterHeart(session);
 }
 
-// Ends the connection, or the attempt at one, and everything that depends on it.
-void SocketHal::Connection::GiveUp(const std::string& reason) {
+// Ends the connection, or the attempt at one, and everything that depends on it; the next attempt
+// follows after a pause.
+void SocketHal::Connection::Reconnect(const std::string& reason,
+                                      std::chrono::milliseconds longest_pause) {
   if (session_->useful) pause_ = options_.reconnect_first;
   LetHostWrite(nullptr);
   const bool found = session_->greeted;
@@ -245,11 +260,24 @@ void SocketHal::Connection::GiveUp(const std::string& reason) {
   if (found && !stopping_) reporter_.ServerLost();
   ReportRoom();
 
-  reconnect_timer_.expires_after(pause_);
+  socket_watch_.Watch();
+  pause_ = std::min(pause_, longest_pause);
+  ConnectAt(Clock::now() + pause_);
+  pause_ = std::min(pause_ * 2, longest_pause);
+}
+
+void SocketHal::Connection::ConnectAt(Clock::time_point time) {
+  reconnect_timer_.expires_at(time);
   reconnect_timer_.async_wait([this](const error_code& error) {
-    if (!error) Connect();
+    // One that was due already could not be cancelled.
+    if (!error && session_ == nullptr) Connect();
   });
-  pause_ = std::min(pause_ * 2, options_.reconnect_last);
+}
+
+void SocketHal::Connection::OnSocketAppeared() {
+  // The server may not listen yet.
+  pause_ = options_.reconnect_first;
+  if (session_ == nullptr) ConnectAt(std::max(Clock::now(), attempted_ + kMinAttemptInterval));
 }
 
 void SocketHal::Connection::Read(const SessionPtr& session) {
@@ -264,7 +292,7 @@ void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& 
                                    std::size_t size) {
   if (session != session_) return;
   if (error) {
-    GiveUp("HAL server lost: " + error.message());
+    Reconnect("HAL server lost: " + error.message());
     return;
   }
   queue_.StayAwake();
@@ -283,11 +311,11 @@ void SocketHal::Connection::Take(const SessionPtr& session, std::size_t size) {
     const std::string wrong = OnFrame(*frame);
     if (stopping_) return;
     if (wrong.empty()) continue;
-    GiveUp(wrong);
+    Reconnect(wrong);
     return;
   }
   if (!session->splitter.error().empty()) {
-    GiveUp("HAL server closed, it sent no valid frame: " + session->splitter.error());
+    Reconnect("HAL server closed, it sent no valid frame: " + session->splitter.error());
     return;
   }
   ReportRoom();
@@ -360,14 +388,14 @@ void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
     ++session->heartbeats_missed;
   }
   if (session->heartbeats_missed >= options_.heartbeats_missed) {
-    GiveUp(std::string("HAL server lost: no ") + (session->greeted ? "sign of life" : "hello") +
-           " for " + Text(options_.heartbeat * options_.heartbeats_missed));
+    Reconnect(std::string("HAL server lost: no ") + (session->greeted ? "sign of life" : "hello") +
+              " for " + Text(options_.heartbeat * options_.heartbeats_missed));
     return;
   }
   if (const auto lost = queue_.LostVrf(Clock::now())) {
-    GiveUp("HAL server closed, it answered later requests but not " +
-           std::string(OperationName(lost->operation)) + ' ' + std::to_string(lost->id) + " for " +
-           Text(options_.deadline));
+    Reconnect("HAL server closed, it answered later requests but not " +
+              std::string(OperationName(lost->operation)) + ' ' + std::to_string(lost->id) +
+              " for " + Text(options_.deadline));
     return;
   }
   if (session->greeted && !heard && !session->heartbeat_unanswered) {
@@ -415,6 +443,7 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   session_->greeted = true;
   session_->heartbeats_missed = 0;
   last_failure_.clear();
+  socket_watch_.Stop();
   repeated_reinstalls_ = 0;
   Log("connected to HAL server " + Printable(hello.program()) + ", generation " +
       Hex(hello.generation()));

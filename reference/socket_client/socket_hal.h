@@ -28,10 +28,14 @@ struct SocketHalOptions {
   /// long it may stay silent then. Any byte is a sign of life. The same bounds its hello.
   std::chrono::milliseconds heartbeat{1'000};
   int heartbeats_missed = 5;
-  /// Pause before connecting again: doubles from the first to the last; back to the first once a
-  /// server has answered anything besides its hello.
+  /// Pause before the next attempt to connect: doubles from the first to the last, and starts over
+  /// once a server has answered anything besides its hello. A socket that appears at the path ends
+  /// the pause.
   std::chrono::milliseconds reconnect_first{10};
   std::chrono::milliseconds reconnect_last{1'000};
+  /// The longest pause after an attempt that found nobody listening. For a socket that appears
+  /// unseen, because its folder could not be watched.
+  std::chrono::milliseconds reconnect_absent{100};
   /// Number of the first request; 24 bits, which wrap. For tests.
   std::uint32_t first_sequence = 0;
   /// Told every connection event, one line each, on the connection's thread ("in sync after 120 ms:

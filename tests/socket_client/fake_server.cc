@@ -51,15 +51,16 @@ FakeServer::~FakeServer() {
   StopListening();
 }
 
-void FakeServer::Listen() {
+void FakeServer::BindAt(const std::string& path) {
   listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  ASSERT_LT(path().size(), sizeof address.sun_path);
-  path().copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
   ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  ASSERT_EQ(listen(listener_, 8), 0);
 }
+
+void FakeServer::StartListening() const { ASSERT_EQ(listen(listener_, 8), 0); }
 
 void FakeServer::StopListening() {
   if (listener_ != -1) close(listener_);

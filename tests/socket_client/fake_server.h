@@ -46,7 +46,15 @@ class FakeServer {
 
   std::string path() const { return folder_.path(); }
 
-  void Listen();
+  void Listen() { ListenAt(path()); }
+  /// Listens at another path, for the test to move.
+  void ListenAt(const std::string& path) {
+    BindAt(path);
+    StartListening();
+  }
+  /// The two steps of it: until the second, a client is refused.
+  void BindAt(const std::string& path);
+  void StartListening() const;
   /// Nobody can connect until `Listen`.
   void StopListening();
 

@@ -1,0 +1,49 @@
+#ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_WATCH_H_
+#define ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_WATCH_H_
+
+#include <sys/inotify.h>
+
+#include <array>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace reference {
+
+/// Notices when a socket appears at a path, by watching its folder with inotify, so that a client
+/// need not poll for its server. Best effort: a folder that does not exist yet, or a system without
+/// an inotify instance to spare, goes unwatched, so a slow poll belongs beside it.
+///
+/// Owned by the connection and used on its thread, which runs the `io_context`.
+class SocketWatch {
+ public:
+  /// `appeared` is called on the thread that runs `io`, whenever a file of that path was made,
+  /// linked or renamed to while watching; possibly more than once for one file. The file need not
+  /// be a socket that listens already.
+  SocketWatch(boost::asio::io_context* io, const std::string& path, std::function<void()> appeared);
+
+  /// Watches the folder that is now at the path's parent. Called again, follows a folder that was
+  /// replaced or made since.
+  void Watch();
+  /// Stops watching: what happens in the folder costs nothing from now on.
+  void Stop();
+
+ private:
+  void Open();
+  void Read();
+  bool Appeared(std::size_t size) const;
+
+  const std::string folder_;
+  const std::string file_name_;
+  const std::function<void()> appeared_;
+  boost::asio::posix::stream_descriptor inotify_;
+  // -1 while nothing is watched.
+  int watch_ = -1;
+  alignas(inotify_event) std::array<char, 4096> events_{};
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SOCKET_CLIENT_SOCKET_WATCH_H_
