@@ -208,6 +208,40 @@ TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {
   EXPECT_FALSE(queue.WakeDue()) << "nobody waits any more";
 }
 
+TEST(ClientQueueTest, EverythingOverdueExpiresTogether) {
+  SocketHalOptions options;
+  options.deadline = std::chrono::milliseconds(100);
+  ClientQueue queue(options);
+  queue.Connect(kDefaultMaxPayload);
+  for (const std::uint32_t id : {1U, 2U, 3U}) queue.Submit(Outstanding(id).request);
+  const auto after_submission = ClientQueue::Clock::now();
+  EXPECT_EQ(queue.Expire(after_submission + options.deadline), std::nullopt);
+  std::vector<ClientQueue::Ended> ended;
+  queue.TakeEnded(&ended);
+  std::vector<std::uint32_t> ids;
+  for (const ClientQueue::Ended& each : ended) {
+    EXPECT_EQ(each.code, kHalDeadline);
+    ids.push_back(each.request.id);
+  }
+  EXPECT_THAT(ids, ElementsAre(1, 2, 3));
+}
+
+TEST(ClientQueueTest, ThereIsNoRoomWhileAsMuchHasEndedAsMayBeOutstanding) {
+  SocketHalOptions options;
+  options.queue_entries = 2;
+  ClientQueue queue(options);
+  queue.Disconnect();
+  EXPECT_EQ(queue.Submit(Outstanding(1).request).code, kHalNoServer);
+  EXPECT_TRUE(queue.HasRoom());
+  EXPECT_EQ(queue.Submit(Outstanding(2).request).code, kHalNoServer);
+  EXPECT_FALSE(queue.HasRoom());
+  EXPECT_FALSE(queue.TakeRoomDue()) << "nothing was reported";
+  std::vector<ClientQueue::Ended> ended;
+  queue.TakeEnded(&ended);
+  EXPECT_EQ(ended.size(), 2U);
+  EXPECT_TRUE(queue.TakeRoomDue());
+}
+
 TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
   ClientQueue queue{SocketHalOptions()};
   queue.Connect(kDefaultMaxPayload);

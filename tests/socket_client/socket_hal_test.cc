@@ -677,6 +677,22 @@ TEST_F(ReinstallTest, ItsEndIsReportedOnce) {
   EXPECT_EQ(reported_.Await(11).back(), "not in sync");
 }
 
+TEST_F(ReinstallTest, IsRepeatedAgainWithTheNextServer) {
+  StartConnected(Options());
+  for (std::size_t i = 0; i < 3; ++i) {
+    Reinstall(2);
+    EXPECT_EQ(reported_.Await(2 * i + 3).back(), "found");
+  }
+  server_.Close();
+  server_.AcceptAndGreet();
+  EXPECT_EQ(reported_.Await(8).back(), "found");
+  Reinstall(2);
+  EXPECT_THAT(reported_.Await(10), testing::SizeIs(10)) << "the result, and found once more";
+  EXPECT_EQ(reported_.events().back(), "found");
+  EXPECT_THAT(log_.entries(),
+              testing::Contains("NOT in sync: vlan 1 here, 2 there; reinstalling").Times(4));
+}
+
 TEST_F(ReinstallTest, MissesAVrfThatWasRefused) {
   SocketHal* const hal = StartConnected(Options());
   hal->BeginReinstall();
