@@ -1,5 +1,6 @@
 #include "reference/socket_client/server_contents.h"
 
+#include <algorithm>
 #include <array>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/endian/conversion.hpp>
@@ -18,16 +19,21 @@ namespace {
 
 using boost::asio::local::stream_protocol;
 
-constexpr std::chrono::seconds kTimeout{10};
 // More than any server takes, with what precedes the message of an entry.
 constexpr std::size_t kMaxPayload = std::size_t{128} * 1024 * 1024;
 constexpr std::size_t kEntryHeaderSize = 5;
 
-// A conversation that waits for each answer, for as long as the timeout.
+using Clock = std::chrono::steady_clock;
+
+// A conversation that waits for each answer, within limits.
 class Conversation {
  public:
-  explicit Conversation(const std::string& path) : path_(path), splitter_(kMaxPayload) {
-    stream_.expires_after(kTimeout);
+  Conversation(const std::string& path, const ReadLimits& limits)
+      : path_(path),
+        limits_(limits),
+        end_(Clock::now() + limits.time),
+        splitter_(std::min(kMaxPayload, limits.bytes)) {
+    stream_.expires_after(limits_.silence);
     try {
       stream_.connect(stream_protocol::endpoint(path));
     } catch (const boost::system::system_error& error) {
@@ -45,13 +51,14 @@ class Conversation {
 
   // The next frame, which has to be of a type that is awaited. Valid until the next call.
   FrameSplitter::Frame Receive(std::initializer_list<FrameType> awaited) {
-    stream_.expires_after(kTimeout);
+    stream_.expires_after(limits_.silence);
     auto frame = splitter_.Next();
     while (!frame) {
       if (!splitter_.error().empty()) Fail("its answer is no frame: " + splitter_.error());
       ReadSome();
       frame = splitter_.Next();
     }
+    Count(*frame);
     if (frame->header.type == FrameType::kGoodbye) {
       Fail("it says " + Printable(frame->payload));
     }
@@ -76,6 +83,20 @@ class Conversation {
   }
 
  private:
+  void Count(const FrameSplitter::Frame& frame) {
+    bytes_ += frame.whole.size();
+    if (frame.header.type == FrameType::kTableEntry) ++entries_;
+    if (entries_ > limits_.entries) {
+      Fail("it sends more than " + std::to_string(limits_.entries) + " table entries");
+    }
+    if (bytes_ > limits_.bytes) {
+      Fail("it sends more than " + std::to_string(limits_.bytes) + " bytes");
+    }
+    if (Clock::now() > end_) {
+      Fail("it has not sent its tables within " + std::to_string(limits_.time.count()) + " ms");
+    }
+  }
+
   void ReadSome() {
     // Waits for one byte, then takes what came with it.
     if (stream_.peek() == std::char_traits<char>::eof()) {
@@ -88,14 +109,19 @@ class Conversation {
   }
 
   const std::string path_;
+  const ReadLimits limits_;
+  const Clock::time_point end_;
+  std::size_t entries_ = 0;
+  std::size_t bytes_ = 0;
   stream_protocol::iostream stream_;
   FrameSplitter splitter_;
 };
 
 }  // namespace
 
-ServerContents ReadServerContents(const std::string& path, const std::string& program) {
-  Conversation server(path);
+ServerContents ReadServerContents(const std::string& path, const std::string& program,
+                                  const ReadLimits& limits) {
+  Conversation server(path, limits);
   wire::Hello hello;
   hello.set_protocol_version(kProtocolVersion);
   hello.set_program(program);

@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "tests/socket_client/fake_server.h"
 
@@ -19,10 +22,10 @@ using std::string_literals::operator""s;
 class ServerContentsTest : public testing::Test {
  protected:
   // Reads while `serve` plays the server; what was wrong, or nothing.
-  std::string Mistake(const std::function<void()>& serve) {
-    auto reading = std::async(std::launch::async, [this]() -> std::string {
+  std::string Mistake(const std::function<void()>& serve, const ReadLimits& limits = {}) {
+    auto reading = std::async(std::launch::async, [this, limits]() -> std::string {
       try {
-        ReadServerContents(server_.path(), "test");
+        ReadServerContents(server_.path(), "test", limits);
         return {};
       } catch (const std::runtime_error& error) {
         return error.what();
@@ -41,6 +44,25 @@ class ServerContentsTest : public testing::Test {
       server_.SendFrame(type, 0, payload);
     });
   }
+
+  // What is wrong when the answer is `sent` table entries, `interval` apart, and then the end, if
+  // it comes to that.
+  std::string MistakeOfEntries(std::uint32_t sent, const ReadLimits& limits,
+                               std::chrono::milliseconds interval = {}) {
+    return Mistake(
+        [&] {
+          server_.Greet();
+          EXPECT_EQ(server_.Next().type, FrameType::kReadTables);
+          for (std::uint32_t i = 0; i < sent && server_.Send(kEntry); ++i) {
+            std::this_thread::sleep_for(interval);
+          }
+          server_.SendFrame(FrameType::kTableEnd, 0, "");
+        },
+        limits);
+  }
+
+  // VLAN 1, as a frame of 13 bytes.
+  const std::string kEntry = "\x16\0\0\0\0\0\0\5\1\0\0\0\1"s;
 
   std::string Text(const std::string& what) const {
     return "the HAL server on " + server_.path() + ": " + what +
@@ -79,6 +101,48 @@ TEST_F(ServerContentsTest, BytesThatAreNoFrameAreNoAnswer) {
   EXPECT_EQ(mistake.rfind("the HAL server on " + server_.path() + ": its answer is no frame: ", 0),
             0U)
       << mistake;
+}
+
+TEST_F(ServerContentsTest, AsManyEntriesAsAllowedAreRead) {
+  ReadLimits limits;
+  limits.entries = 1'000;
+  EXPECT_EQ(MistakeOfEntries(1'000, limits), "");
+}
+
+TEST_F(ServerContentsTest, AServerThatRepeatsAnEntryForEverIsLeft) {
+  ReadLimits limits;
+  limits.entries = 1'000;
+  EXPECT_EQ(MistakeOfEntries(10'000'000, limits), Text("it sends more than 1000 table entries"));
+}
+
+TEST_F(ServerContentsTest, BytesAreBoundedInAll) {
+  ReadLimits limits;
+  const std::size_t hello = HelloFrame().size();
+  const std::size_t table_end = kFrameHeaderSize;
+  limits.bytes = hello + 10 * kEntry.size() + table_end;
+  EXPECT_EQ(MistakeOfEntries(10, limits), "");
+  EXPECT_EQ(MistakeOfEntries(11, limits),
+            Text("it sends more than " + std::to_string(limits.bytes) + " bytes"));
+}
+
+TEST_F(ServerContentsTest, TimeIsBoundedInAllThoughTheServerIsNeverSilent) {
+  ReadLimits limits;
+  limits.time = std::chrono::milliseconds(100);
+  EXPECT_EQ(MistakeOfEntries(10'000, limits, std::chrono::milliseconds(1)),
+            Text("it has not sent its tables within 100 ms"));
+}
+
+TEST_F(ServerContentsTest, AServerThatFallsSilentIsLeft) {
+  ReadLimits limits;
+  limits.silence = std::chrono::milliseconds(20);
+  EXPECT_EQ(Mistake(
+                [this] {
+                  server_.Greet();
+                  EXPECT_EQ(server_.Next().type, FrameType::kReadTables);
+                  EXPECT_TRUE(server_.AwaitClosed());
+                },
+                limits),
+            Text("no answer: Connection timed out"));
 }
 
 TEST_F(ServerContentsTest, AClosedConnectionIsNoAnswer) {
