@@ -21,7 +21,7 @@
 
 #include "benchmarks/captured_requests.h"
 #include "benchmarks/destinations.h"
-#include "reference/hal/each_result.h"
+#include "reference/hal/kinds.h"
 #include "reference/manager/adapters.h"
 #include "reference/manager/notification_sink.h"
 #include "reference/record/wrapped_message.h"
@@ -90,12 +90,13 @@ class Sender {
 };
 
 /// The results as the HAL client delivers them.
-class ClientResults : public reference::EachResult {
+class ClientResults : public reference::HalCallbackBase {
  public:
   Sender* sender = nullptr;
 
  private:
-  void OnResult(reference::HalReturnCode code, unsigned int /*id*/) override {
+  void OnResult(reference::HalOperation /*operation*/, reference::HalReturnCode code,
+                const reference::ResultIds& /*ids*/) override {
     sender->CountResult(code == reference::kHalSuccess);
   }
 };
@@ -113,25 +114,16 @@ class LibraryResults : public reference::NotificationSink {
 };
 
 Nanoseconds MeasureClient(SocketHal* hal, std::size_t objects) {
-  using Install = reference::HalReturnCode (SocketHal::*)(AppMessage*);
-  // In the order of `HalKind`.
-  static constexpr std::array<Install, reference::kHalKinds> kInstalls = {
-      &SocketHal::InstallVrfIngressInterface,
-      &SocketHal::InstallVlanOutgoingEncapsulation,
-      &SocketHal::InstallHostOutgoingEncapsulation,
-      &SocketHal::InstallEcmpEncap,
-      &SocketHal::InstallMplsUnprotectedOutgoingEncapsulation,
-  };
   struct Ready {
-    Install install;
+    decltype(reference::OperationTraits::request) install;
     reference::WrappedMessage wrapped;
   };
   std::vector<Ready> ready;
   std::size_t results = 0;
   for (const reference::HalRequest& request : bench::CaptureRequests(objects)) {
-    const HalKind kind = KindOf(request.operation);
-    ready.push_back({kInstalls.at(IndexOf(kind)), reference::WrapMessage(kind, request.payload)});
-    if (HasResult(request.operation)) ++results;
+    const reference::OperationTraits& traits = TraitsOf(request.operation);
+    ready.push_back({traits.request, reference::WrapMessage(traits.kind, request.payload)});
+    if (traits.report != nullptr) ++results;
   }
 
   ClientResults client_results;

@@ -41,61 +41,9 @@ void HalReporter::Event(std::string_view line) const {
 
 HalReturnCode HalConnection::InitEncapsulationModule() { return kHalSuccess; }
 
-HalReturnCode HalConnection::InstallVrfIngressInterface(AppMessage* vrf) {
-  return Hand(HalOperation::kInstallVrf, vrf);
-}
-
-HalReturnCode HalConnection::DestroyVrfIngressInterface(AppMessage* vrf) {
-  return Hand(HalOperation::kDestroyVrf, vrf);
-}
-
-HalReturnCode HalConnection::InstallVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Hand(HalOperation::kInstallVlan, vlan);
-}
-
-HalReturnCode HalConnection::DestroyVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Hand(HalOperation::kDestroyVlan, vlan);
-}
-
-HalReturnCode HalConnection::ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) {
-  return Hand(HalOperation::kReplaceVlan, vlan);
-}
-
-HalReturnCode HalConnection::InstallHostOutgoingEncapsulation(AppMessage* host) {
-  return Hand(HalOperation::kInstallHost, host);
-}
-
-HalReturnCode HalConnection::DestroyHostOutgoingEncapsulation(AppMessage* host) {
-  return Hand(HalOperation::kDestroyHost, host);
-}
-
-HalReturnCode HalConnection::ReplaceHostOutgoingEncapsulation(AppMessage* host) {
-  return Hand(HalOperation::kReplaceHost, host);
-}
-
-HalReturnCode HalConnection::InstallEcmpEncap(AppMessage* ecmp) {
-  return Hand(HalOperation::kInstallEcmp, ecmp);
-}
-
-HalReturnCode HalConnection::DestroyEcmpEncap(AppMessage* ecmp) {
-  return Hand(HalOperation::kDestroyEcmp, ecmp);
-}
-
-HalReturnCode HalConnection::InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Hand(HalOperation::kInstallMpls, mpls);
-}
-
-HalReturnCode HalConnection::DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Hand(HalOperation::kDestroyMpls, mpls);
-}
-
-HalReturnCode HalConnection::ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) {
-  return Hand(HalOperation::kReplaceMpls, mpls);
-}
-
-HalReturnCode HalConnection::Hand(HalOperation operation, AppMessage* message) {
-  HalRequest request = MakeRequest(operation, *message);
-  if (observer_ != nullptr) request.number = observer_->Request(request, message);
+HalReturnCode HalConnection::OnRequest(HalOperation operation, AppMessage* wrapper) {
+  HalRequest request = MakeRequest(operation, *wrapper);
+  if (observer_ != nullptr) request.number = observer_->Request(request, wrapper);
   return Submit(std::move(request));
 }
 

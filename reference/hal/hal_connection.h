@@ -7,10 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "hal_client/hal_l3_mpls_encapsulation_client.h"
-#include "hal_client/hal_l3_mpls_encapsulation_client_callback_itf.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 #include "reference/hal/latency.h"
 #include "reference/hal/request_observer.h"
 
@@ -22,7 +21,7 @@ namespace reference {
 /// Nothing here throws.
 struct HalReports {
   /// Takes the results. Not owned; outlives the connection.
-  HalL3MplsEncapsulationClientCallbackItf* results = nullptr;
+  HalCallback* results = nullptr;
   /// The HAL server was found, at the start or after a restart: it holds nothing, or nothing that
   /// can be relied on. Every request sent to an earlier server has had its result; one that was
   /// sent after that server was lost goes to the one just found, behind this report. May be empty.
@@ -84,9 +83,9 @@ class HalReporter {
 /// needs around the requests. Requests come on the manager's thread only, and so do the calls below
 /// unless they say otherwise.
 ///
-/// Every VLAN, host, ECMP and MPLS request ends in exactly one result, also when it was refused,
+/// Every request of an operation that has a result ends in exactly one, also when it was refused,
 /// the server went away or did not answer.
-class HalConnection : public HalL3MplsEncapsulationClient {
+class HalConnection : public HalClientBase {
  public:
   /// Has `observer` told all that goes over the connection. Before `Start` and before the first
   /// request. Not owned, outlives the connection.
@@ -116,21 +115,6 @@ class HalConnection : public HalL3MplsEncapsulationClient {
   /// Succeeds without asking the server, and has no result.
   ReturnCode InitEncapsulationModule() final;
 
-  // The requests: each is copied and handed to `Submit`.
-  ReturnCode InstallVrfIngressInterface(AppMessage* vrf) final;
-  ReturnCode DestroyVrfIngressInterface(AppMessage* vrf) final;
-  ReturnCode InstallVlanOutgoingEncapsulation(AppMessage* vlan) final;
-  ReturnCode DestroyVlanOutgoingEncapsulation(AppMessage* vlan) final;
-  ReturnCode ReplaceVlanOutgoingEncapsulation(AppMessage* vlan) final;
-  ReturnCode InstallHostOutgoingEncapsulation(AppMessage* host) final;
-  ReturnCode DestroyHostOutgoingEncapsulation(AppMessage* host) final;
-  ReturnCode ReplaceHostOutgoingEncapsulation(AppMessage* host) final;
-  ReturnCode InstallEcmpEncap(AppMessage* ecmp) final;
-  ReturnCode DestroyEcmpEncap(AppMessage* ecmp) final;
-  ReturnCode InstallMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
-  ReturnCode DestroyMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
-  ReturnCode ReplaceMplsUnprotectedOutgoingEncapsulation(AppMessage* mpls) final;
-
  protected:
   /// Takes the request, or refuses it: success, or the code that its result will carry. Either way
   /// the result is reported later, never inside this call.
@@ -142,7 +126,8 @@ class HalConnection : public HalL3MplsEncapsulationClient {
   RequestObserver* observer() const { return observer_; }
 
  private:
-  ReturnCode Hand(HalOperation operation, AppMessage* message);
+  // Copies the request and submits it.
+  ReturnCode OnRequest(HalOperation operation, AppMessage* wrapper) final;
 
   RequestObserver* observer_ = nullptr;
 };

@@ -1,15 +1,10 @@
 #include "reference/hal/hal_tables.h"
 
-#include <algorithm>
 #include <random>
-
-#include "base_encap_message.pb.h"
-#include "reference/hal/message_id.h"
 
 namespace reference {
 namespace {
 
-constexpr std::uint32_t kMaxLabel = (1U << 20) - 1;
 // A table keeps its memory up to this size, and while an eighth of it is used.
 constexpr std::size_t kSmallTable = 1024;
 constexpr std::size_t kLeastUse = 8;
@@ -21,35 +16,6 @@ std::uint64_t Mixed(std::uint64_t bits) {
   bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
   bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
   return bits ^ (bits >> 31);
-}
-
-bool InstallReplaces(HalKind kind) { return kind == HalKind::kVrf || kind == HalKind::kEcmp; }
-
-bool LabelsInRange(const google::protobuf::Message& /*message*/) { return true; }
-
-bool LabelsInRange(const encapsulation::MplsMessage& mpls) {
-  return std::all_of(mpls.labels().begin(), mpls.labels().end(),
-                     [](std::uint32_t label) { return label <= kMaxLabel; });
-}
-
-bool ReferencesExist(const HalTables& /*tables*/, const google::protobuf::Message& /*message*/) {
-  return true;
-}
-
-bool ReferencesExist(const HalTables& tables, const encapsulation::HostMessage& host) {
-  return !host.has_vlan_dest_id() || tables.Holds(HalKind::kVlan, host.vlan_dest_id());
-}
-
-bool ReferencesExist(const HalTables& tables, const encapsulation::MplsMessage& mpls) {
-  const std::uint32_t id = mpls.vlan_tunnel_dest_id();
-  return id == 0 || tables.Holds(HalKind::kVlan, id) || tables.Holds(HalKind::kMpls, id);
-}
-
-bool ReferencesExist(const HalTables& tables, const encapsulation::EcmpMessage& ecmp) {
-  return std::all_of(ecmp.members().begin(), ecmp.members().end(), [&tables](std::uint32_t member) {
-    return tables.Holds(HalKind::kHost, member) || tables.Holds(HalKind::kMpls, member) ||
-           tables.Holds(HalKind::kVlan, member);
-  });
 }
 
 }  // namespace
@@ -73,49 +39,30 @@ std::size_t HalTables::IdHash::operator()(std::uint32_t id) const { return Mixed
 HalTables::HalTables(std::size_t capacity) : capacity_(capacity) {}
 
 HalReturnCode HalTables::Apply(const HalRequest& request) {
-  using Applier = HalReturnCode (HalTables::*)(const HalRequest&);
-  static constexpr std::array<Applier, kHalKinds> kAppliers = {
-      &HalTables::ApplyPayload<encapsulation::VrfMessage>,
-      &HalTables::ApplyPayload<encapsulation::VlanMessage>,
-      &HalTables::ApplyPayload<encapsulation::HostMessage>,
-      &HalTables::ApplyPayload<encapsulation::EcmpMessage>,
-      &HalTables::ApplyPayload<encapsulation::MplsMessage>,
-  };
-  const HalKind kind = KindOf(request.operation);
-  return (this->*kAppliers.at(static_cast<std::size_t>(kind)))(request);
+  return VisitKind(KindOf(request.operation), [this, &request](auto row) {
+    using Kind = decltype(row);
+    typename Kind::Message message;
+    if (!message.ParseFromString(request.payload)) return kHalBadRequest;
+    return ApplyMessage<Kind>(request, message);
+  });
 }
 
 HalReturnCode HalTables::Apply(const HalRequest& request,
                                const google::protobuf::Message& message) {
-  using Applier = HalReturnCode (HalTables::*)(const HalRequest&, const google::protobuf::Message&);
-  static constexpr std::array<Applier, kHalKinds> kAppliers = {
-      &HalTables::ApplyMessage<encapsulation::VrfMessage>,
-      &HalTables::ApplyMessage<encapsulation::VlanMessage>,
-      &HalTables::ApplyMessage<encapsulation::HostMessage>,
-      &HalTables::ApplyMessage<encapsulation::EcmpMessage>,
-      &HalTables::ApplyMessage<encapsulation::MplsMessage>,
-  };
-  const HalKind kind = KindOf(request.operation);
-  return (this->*kAppliers.at(static_cast<std::size_t>(kind)))(request, message);
+  return VisitKind(KindOf(request.operation), [this, &request, &message](auto row) {
+    using Kind = decltype(row);
+    return ApplyMessage<Kind>(request, static_cast<const typename Kind::Message&>(message));
+  });
 }
 
-template <typename Message>
-HalReturnCode HalTables::ApplyPayload(const HalRequest& request) {
-  Message message;
-  if (!message.ParseFromString(request.payload)) return kHalBadRequest;
-  return ApplyMessage<Message>(request, message);
-}
-
-template <typename Message>
+template <typename Kind>
 HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
-                                      const google::protobuf::Message& decoded) {
-  const auto& message = static_cast<const Message&>(decoded);
-  const auto id = IdOf(message);
+                                      const typename Kind::Message& message) {
+  const auto id = Kind::Id(message);
   if (!id) return kHalBadRequest;
 
-  const HalKind kind = KindOf(request.operation);
   const HalAction action = ActionOf(request.operation);
-  Table* const table = &this->table(kind);
+  Table* const table = &this->table(Kind::kKind);
   if (action == HalAction::kDestroy) return Destroy(table, *id);
 
   const auto entry = table->entries.find(*id);
@@ -124,10 +71,11 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   if (action == HalAction::kInstall && exists) {
     const Entry& stored = entry->second;
     if (stored.payload == request.payload && MayStay(stored)) return kHalSuccess;
-    if (!reinstalling_ && !InstallReplaces(kind)) return kHalExists;
+    if (!reinstalling_ && !Kind::kInstallReplaces) return kHalExists;
   }
-  if (!LabelsInRange(message)) return kHalLabelOutOfRange;
-  if (!ReferencesExist(*this, message)) return kHalMissingReference;
+  if (!Kind::LabelsInRange(message)) return kHalLabelOutOfRange;
+  const auto holds = [this](HalKind kind, std::uint32_t other) { return Holds(kind, other); };
+  if (!Kind::ReferencesExist(message, holds)) return kHalMissingReference;
   if (!exists && table->entries.size() >= capacity_) return kHalTableFull;
   Store(table, *id, request.payload);
   return kHalSuccess;
@@ -206,8 +154,7 @@ std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
 
 TableEntries HalTables::Entries() const {
   TableEntries entries;
-  for (std::size_t index = 0; index < kHalKinds; ++index) {
-    const auto kind = static_cast<HalKind>(index);
+  for (const HalKind kind : kAllHalKinds) {
     for (const auto& [id, entry] : table(kind).entries) {
       entries.emplace(std::pair(kind, id), entry.payload);
     }

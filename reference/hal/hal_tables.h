@@ -14,6 +14,7 @@
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 
 namespace reference {
 
@@ -49,12 +50,10 @@ class HalTables {
   /// 1. the payload decodes and carries an id, for destinations not 0 (else `kHalBadRequest`);
   /// 2. a replace or destroy names an existing entry (`kHalNotFound`);
   /// 3. an install names a new id, or an existing one with the same payload, which is a success at
-  ///    once; another payload is `kHalExists`, except that an install replaces a VRF or an ECMP
-  ///    group always, and within a reinstall an entry of any kind;
-  /// 4. labels are below 2^20 (`kHalLabelOutOfRange`);
-  /// 5. what the message refers to is installed (`kHalMissingReference`): a host's VLAN, if set;
-  ///    the VLAN or MPLS destination under an MPLS one, if not 0; each host, MPLS or VLAN
-  ///    destination of an ECMP group, where repeated members and an empty group are fine;
+  ///    once; another payload is `kHalExists`, except that an install always replaces an entry of
+  ///    a kind with `kInstallReplaces`, and within a reinstall an entry of any kind;
+  /// 4. the kind's `LabelsInRange` (`kHalLabelOutOfRange`);
+  /// 5. the kind's `ReferencesExist` (`kHalMissingReference`);
   /// 6. there is room for a new entry (`kHalTableFull`).
   ///
   /// Within a reinstall, an entry that it has not named may be gone at its end: nothing can refer
@@ -119,11 +118,8 @@ class HalTables {
     std::uint64_t sum = 0;
   };
 
-  // `Apply` for the kind whose message is `Message`.
-  template <typename Message>
-  HalReturnCode ApplyPayload(const HalRequest& request);
-  template <typename Message>
-  HalReturnCode ApplyMessage(const HalRequest& request, const google::protobuf::Message& decoded);
+  template <typename Kind>
+  HalReturnCode ApplyMessage(const HalRequest& request, const typename Kind::Message& message);
 
   HalReturnCode Destroy(Table* table, std::uint32_t id);
   void Store(Table* table, std::uint32_t id, const std::string& payload) const;

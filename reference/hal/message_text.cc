@@ -1,31 +1,13 @@
 #include "reference/hal/message_text.h"
 
-#include <array>
-
-#include "base_encap_message.pb.h"
-
 namespace reference {
-namespace {
-
-template <typename Message>
-std::string TextOf(const std::string& payload) {
-  Message message;
-  message.ParseFromString(payload);
-  return message.ShortDebugString();
-}
-
-using Shower = std::string (*)(const std::string& payload);
-
-constexpr std::array<Shower, kHalKinds> kShowers = {
-    TextOf<encapsulation::VrfMessage>,  TextOf<encapsulation::VlanMessage>,
-    TextOf<encapsulation::HostMessage>, TextOf<encapsulation::EcmpMessage>,
-    TextOf<encapsulation::MplsMessage>,
-};
-
-}  // namespace
 
 std::string MessageText(HalKind kind, const std::string& payload) {
-  return kShowers.at(static_cast<std::size_t>(kind))(payload);
+  return VisitKind(kind, [&payload](auto row) {
+    typename decltype(row)::Message message;
+    message.ParseFromString(payload);
+    return message.ShortDebugString();
+  });
 }
 
 void DumpEntries(const TableEntries& entries, std::ostream* out) {

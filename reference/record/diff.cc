@@ -75,9 +75,7 @@ EndState ComputeEndState(const std::vector<Step>& steps) {
 
 std::size_t PrintDiff(const DiffSide& a, const DiffSide& b, std::ostream* out) {
   std::size_t differences = 0;
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    differences += PrintKind(a, b, static_cast<HalKind>(kind), out);
-  }
+  for (const HalKind kind : kAllHalKinds) differences += PrintKind(a, b, kind, out);
   return differences;
 }
 

@@ -4,11 +4,8 @@
 #include <google/protobuf/unknown_field_set.h>
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 #include <vector>
-
-#include "base_encap_message.pb.h"
 
 namespace reference {
 namespace {
@@ -16,14 +13,9 @@ namespace {
 namespace pb = google::protobuf;
 
 const pb::Message& Prototype(HalKind kind) {
-  static const std::array<const pb::Message*, kHalKinds> kPrototypes = {
-      &encapsulation::VrfMessage::default_instance(),
-      &encapsulation::VlanMessage::default_instance(),
-      &encapsulation::HostMessage::default_instance(),
-      &encapsulation::EcmpMessage::default_instance(),
-      &encapsulation::MplsMessage::default_instance(),
-  };
-  return *kPrototypes.at(static_cast<std::size_t>(kind));
+  return *VisitKind(kind, [](auto row) -> const pb::Message* {
+    return &decltype(row)::Message::default_instance();
+  });
 }
 
 void AddFile(const pb::FileDescriptor& file, pb::FileDescriptorSet* files) {
@@ -59,7 +51,7 @@ bool SameField(const pb::FieldDescriptor& a, const pb::FieldDescriptor& b) {
 
 pb::FileDescriptorSet BuiltInSchema() {
   pb::FileDescriptorSet files;
-  AddFile(*Prototype(HalKind::kVlan).GetDescriptor()->file(), &files);
+  AddFile(*Prototype(kAllHalKinds.front()).GetDescriptor()->file(), &files);
   return files;
 }
 

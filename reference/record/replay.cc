@@ -1,6 +1,5 @@
 #include "reference/record/replay.h"
 
-#include <array>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
@@ -8,14 +7,14 @@
 #include <thread>
 #include <utility>
 
-#include "reference/hal/each_result.h"
+#include "reference/hal/kinds.h"
 #include "reference/record/wrapped_message.h"
 
 namespace reference {
 namespace {
 
 /// Waits for what a connection reports.
-class Reports : public EachResult {
+class Reports : public HalCallbackBase {
  public:
   explicit Reports(const ReplayOptions& options) : options_(options) {}
 
@@ -41,7 +40,7 @@ class Reports : public EachResult {
   }
 
  private:
-  void OnResult(HalReturnCode code, unsigned int /*id*/) override {
+  void OnResult(HalOperation /*operation*/, HalReturnCode code, const ResultIds& /*ids*/) override {
     const std::lock_guard lock(mutex_);
     result_ = code;
     changed_.notify_one();
@@ -67,30 +66,6 @@ class Reports : public EachResult {
   bool room_ = false;
   std::optional<HalReturnCode> result_;
 };
-
-using ClientOperation = HalReturnCode (HalConnection::*)(AppMessage*);
-
-// In the order of `HalOperation`.
-constexpr std::array<ClientOperation, 13> kOperations = {
-    &HalConnection::InstallVrfIngressInterface,
-    &HalConnection::DestroyVrfIngressInterface,
-    &HalConnection::InstallVlanOutgoingEncapsulation,
-    &HalConnection::DestroyVlanOutgoingEncapsulation,
-    &HalConnection::ReplaceVlanOutgoingEncapsulation,
-    &HalConnection::InstallHostOutgoingEncapsulation,
-    &HalConnection::DestroyHostOutgoingEncapsulation,
-    &HalConnection::ReplaceHostOutgoingEncapsulation,
-    &HalConnection::InstallEcmpEncap,
-    &HalConnection::DestroyEcmpEncap,
-    &HalConnection::InstallMplsUnprotectedOutgoingEncapsulation,
-    &HalConnection::DestroyMplsUnprotectedOutgoingEncapsulation,
-    &HalConnection::ReplaceMplsUnprotectedOutgoingEncapsulation,
-};
-
-ClientOperation OperationOf(const HalRequest& request) {
-  return kOperations.at(static_cast<std::size_t>(request.operation) -
-                        static_cast<std::size_t>(HalOperation::kInstallVrf));
-}
 
 // The recorded client never handed the request to a server.
 bool WasRefused(const Step& step) {
@@ -173,7 +148,7 @@ class Sender {
     }
     ++report_.sent;
     // A refusal has a result too.
-    (hal_->*OperationOf(step.request))(message);
+    (hal_->*TraitsOf(step.request.operation).request)(message);
   }
 
   void Compare(const Step& step) {

@@ -38,8 +38,7 @@ std::string Escaped(const std::string& text) {
 }
 
 void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::KindSummary>* out) {
-  for (std::size_t index = 0; index < kHalKinds; ++index) {
-    const auto kind = static_cast<HalKind>(index);
+  for (const HalKind kind : kAllHalKinds) {
     const HalDigest digest = tables.digest(kind);
     wire::KindSummary* const summary = out->Add();
     summary->set_kind(std::string(HalKindName(kind)));
@@ -50,9 +49,7 @@ void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::
 
 std::size_t EntryCount(const HalTables& tables) {
   std::size_t count = 0;
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    count += tables.size(static_cast<HalKind>(kind));
-  }
+  for (const HalKind kind : kAllHalKinds) count += tables.size(kind);
   return count;
 }
 

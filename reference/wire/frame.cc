@@ -5,7 +5,7 @@
 #include <boost/endian/conversion.hpp>
 #include <limits>
 
-#include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 
 namespace reference {
 namespace {
@@ -16,10 +16,31 @@ constexpr int kTypeShift = 24;
 constexpr std::size_t kNumberSize = 4;
 constexpr std::size_t kResultSize = 4 * kNumberSize;
 
-constexpr std::uint8_t kFirstRequest = 3;
-constexpr std::uint8_t kLastRequest = 15;
-static_assert(static_cast<std::uint8_t>(HalOperation::kInstallVrf) == kFirstRequest);
-static_assert(static_cast<std::uint8_t>(HalOperation::kReplaceMpls) == kLastRequest);
+// Whether it is one of `FrameType`, whose other values are requests.
+constexpr bool IsOwnType(std::uint8_t type) {
+  switch (static_cast<FrameType>(type)) {
+    case FrameType::kHello:
+    case FrameType::kGoodbye:
+    case FrameType::kResult:
+    case FrameType::kBeginReinstall:
+    case FrameType::kEndReinstall:
+    case FrameType::kInSync:
+    case FrameType::kHeartbeat:
+    case FrameType::kReadTables:
+    case FrameType::kTableEntry:
+    case FrameType::kTableEnd:
+      return true;
+  }
+  return false;
+}
+
+constexpr bool OperationsHaveTypesOfTheirOwn() {
+  for (const OperationTraits& operation : kAllHalOperations) {
+    if (IsOwnType(static_cast<std::uint8_t>(operation.operation))) return false;
+  }
+  return true;
+}
+static_assert(OperationsHaveTypesOfTheirOwn(), "an operation has the value of another frame type");
 
 using Header = std::array<std::uint32_t, kFrameHeaderSize / kNumberSize>;
 
@@ -41,15 +62,9 @@ void AppendNumbers(const std::array<std::uint32_t, N>& numbers, std::string* out
 
 }  // namespace
 
-bool IsFrameType(std::uint8_t type) {
-  return type >= static_cast<std::uint8_t>(FrameType::kHello) &&
-         type <= static_cast<std::uint8_t>(FrameType::kTableEnd);
-}
+bool IsFrameType(std::uint8_t type) { return IsOwnType(type) || IsHalOperation(type); }
 
-bool IsRequest(FrameType type) {
-  const auto value = static_cast<std::uint8_t>(type);
-  return value >= kFirstRequest && value <= kLastRequest;
-}
+bool IsRequest(FrameType type) { return IsHalOperation(static_cast<std::uint8_t>(type)); }
 
 void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
                  std::string* out) {

@@ -26,7 +26,8 @@ enum class FrameType : std::uint8_t {
   kHello = 1,
   /// Server: the conversation ends; payload is one line of text for the operator.
   kGoodbye = 2,
-  // 3 to 15: requests; the values of `HalOperation`, payload is the kind's message.
+  // The values of `HalOperation` (3 to 15): requests; the payload is the kind's message. New types
+  // and new operations take values from 24.
   /// Server: payload is code, id, secondary id and how long the server had the request, in
   /// nanoseconds, at most 2^32 - 1 (4 bytes each); the sequence is the request's. VRF requests are
   /// answered too.
@@ -55,7 +56,7 @@ struct FrameHeader {
 
 /// Whether `type` is one of the values above or a request.
 bool IsFrameType(std::uint8_t type);
-/// Whether frames of the type are requests (3 to 15).
+/// Whether frames of the type are requests.
 bool IsRequest(FrameType type);
 
 /// Appends header and payload to `out`. `sequence` is cut to 24 bits.

@@ -13,7 +13,7 @@
 
 #include "base_encap_message.pb.h"
 #include "reference/hal/hal_request.h"
-#include "reference/hal/message_id.h"
+#include "reference/hal/kinds.h"
 
 namespace reference {
 namespace {
@@ -22,13 +22,6 @@ bool AwaitReadable(int fd) {
   pollfd waiting{fd, POLLIN, 0};
   const auto patience = std::chrono::milliseconds(kPatience).count();
   return poll(&waiting, 1, static_cast<int>(patience)) == 1;
-}
-
-template <typename Message>
-std::uint32_t IdOfPayload(const std::string& payload) {
-  Message message;
-  EXPECT_TRUE(message.ParseFromString(payload));
-  return IdOf(message).value_or(0);
 }
 
 }  // namespace
@@ -160,17 +153,11 @@ std::string HelloFrame(std::uint32_t version, std::uint32_t max_payload) {
 
 std::uint32_t IdIn(const FakeServer::Frame& request) {
   if (!IsRequest(request.type)) return 0;
-  switch (KindOf(static_cast<HalOperation>(request.type))) {
-    case HalKind::kVrf:
-      return IdOfPayload<encapsulation::VrfMessage>(request.payload);
-    case HalKind::kVlan:
-      return IdOfPayload<encapsulation::VlanMessage>(request.payload);
-    case HalKind::kEcmp:
-      return IdOfPayload<encapsulation::EcmpMessage>(request.payload);
-    default:
-      ADD_FAILURE() << "the tests send VRFs, VLANs and ECMP groups";
-      return 0;
-  }
+  return VisitKind(KindOf(static_cast<HalOperation>(request.type)), [&request](auto row) {
+    typename decltype(row)::Message message;
+    EXPECT_TRUE(message.ParseFromString(request.payload));
+    return row.Id(message).value_or(0);
+  });
 }
 
 }  // namespace reference
