@@ -1,199 +1,306 @@
 #include "zlog/zlog.h"
 
-#include <array>
-#include <atomic>
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
-#include <functional>
-#include <iostream>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include "zlog/log_config.h"
-
-using zlog_standin::Config;
-using zlog_standin::kMaxLevel;
-using zlog_standin::kMinLevel;
-using zlog_standin::LevelSet;
-using zlog_standin::Record;
-using zlog_standin::Rule;
-
-struct zlog_category_s {
-  /// Read without the lock; `enabled[level]` is true where one of `rules` lets the level through.
-  std::array<std::atomic<bool>, LevelSet().size()> enabled{};
-  /// Guarded by the registry's lock, as is what they point at.
-  std::vector<const Rule*> rules;
-  std::string_view name;
-};
-
-namespace zlog_standin {
 namespace {
 
-/// The configuration in force and every category ever asked for. One lock guards it all and is held
-/// while a record is written, so records neither interleave nor outlive their configuration, and
-/// stand in each file in the order of their times.
-class Registry {
- public:
-  /// Never destroyed: other threads may still log while the process exits.
-  static Registry& Global() {
-    static auto* const registry = new Registry;
-    return *registry;
-  }
+constexpr int kMaxLevel = 253;
 
-  bool Init(const char* path);
-  bool Reload(const char* path);
-  void Finish();
-  zlog_category_t* Category(const char* name);
-
-  /// Writes `record` after setting its time, category and the name of its level.
-  void Write(const zlog_category_t& category, std::size_t level, Record record);
-
- private:
-  bool Load(const std::string& path);
-  void ApplyRules(zlog_category_t* category) const;
-
-  std::mutex mutex_;
-  std::string path_;
-  std::unique_ptr<const Config> config_;  ///< Null before `Init` and after `Finish`.
-  std::map<std::string, zlog_category_t, std::less<>> categories_;
+struct Record {
+  timeval time;
+  std::string level;
+  std::string category;
+  std::string file;
+  std::string function;
+  long line;
+  std::string text;
 };
 
-bool Fail(const std::string& what) {
-  std::cerr << "zlog: " + what + '\n';
-  return false;
+std::string LocalTime(const Record& record) {
+  std::tm local{};
+  localtime_r(&record.time.tv_sec, &local);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%F %T", &local)};
 }
 
-bool Registry::Init(const char* path) {
-  const std::lock_guard lock(mutex_);
-  if (config_ != nullptr) {
-    return Fail("zlog_init was already called; use zlog_reload, or call zlog_fini first");
+struct Conversion {
+  std::string_view name;
+  std::string (*render)(const Record& record);
+};
+
+constexpr Conversion kConversions[] = {
+    {"d(%F %T)", LocalTime},
+    {"ms",
+     [](const Record& r) { return std::to_string(1'000 + r.time.tv_usec / 1'000).substr(1); }},
+    {"us", [](const Record& r) { return std::to_string(1'000'000 + r.time.tv_usec).substr(1); }},
+    {"V", [](const Record& r) { return r.level; }},
+    {"c", [](const Record& r) { return r.category; }},
+    {"F", [](const Record& r) { return r.file; }},
+    {"L", [](const Record& r) { return std::to_string(r.line); }},
+    {"U", [](const Record& r) { return r.function; }},
+    {"m", [](const Record& r) { return r.text; }},
+    {"n", [](const Record&) { return std::string("\n"); }},
+};
+
+/// Appends what `pattern` makes of `record` to `line`. False if the pattern has another conversion.
+bool Render(const char* pattern, const Record& record, std::string* line) {
+  while (*pattern != '\0') {
+    if (*pattern != '%') {
+      line->push_back(*pattern++);
+      continue;
+    }
+    char width[4] = "0";
+    int length = 1;
+    static_cast<void>(std::sscanf(pattern, "%%-%3[0-9]%n", width, &length));
+    pattern += length;
+    const auto* const conversion = std::find_if(
+        std::begin(kConversions), std::end(kConversions), [pattern](const Conversion& known) {
+          return std::strncmp(pattern, known.name.data(), known.name.size()) == 0;
+        });
+    if (conversion == std::end(kConversions)) return false;
+    std::string text = conversion->render(record);
+    text.resize(std::max<std::size_t>(text.size(), std::stoul(width)), ' ');
+    line->append(text);
+    pattern += conversion->name.size();
   }
-  if (path == nullptr) path = std::getenv("ZLOG_CONF_PATH");
-  if (path == nullptr) {
-    return Fail("no configuration; give zlog_init a path or set ZLOG_CONF_PATH");
-  }
-  return Load(path);
-}
-
-bool Registry::Reload(const char* path) {
-  const std::lock_guard lock(mutex_);
-  if (config_ == nullptr) return Fail("nothing to reload; call zlog_init first");
-  return Load(path == nullptr ? path_ : path);
-}
-
-bool Registry::Load(const std::string& path) {
-  std::string error;
-  auto config = LoadConfig(path, &error);
-  if (config == nullptr) return Fail(error);
-  path_ = path;
-  // The old configuration goes only after the categories no longer point at its rules.
-  config_.swap(config);
-  for (auto& [name, category] : categories_) ApplyRules(&category);
   return true;
 }
 
-void Registry::Finish() {
-  const std::lock_guard lock(mutex_);
-  config_.reset();
-  for (auto& [name, category] : categories_) ApplyRules(&category);
-}
+struct Rule {
+  std::string category;
+  int lowest_level;
+  int fd;
+  std::string pattern;
+};
 
-zlog_category_t* Registry::Category(const char* name) {
-  const std::lock_guard lock(mutex_);
-  if (config_ == nullptr || name == nullptr) return nullptr;
-  const auto [entry, created] = categories_.try_emplace(name);
-  if (created) {
-    entry->second.name = entry->first;
-    ApplyRules(&entry->second);
-  }
-  return &entry->second;
-}
+}  // namespace
 
-void Registry::ApplyRules(zlog_category_t* category) const {
-  category->rules.clear();
-  LevelSet enabled;
-  if (config_ != nullptr) {
-    for (const Rule& rule : config_->rules) {
-      if (!rule.Matches(category->name)) continue;
-      category->rules.push_back(&rule);
-      enabled |= rule.levels;
+struct zlog_category_s {
+  std::string name;
+  std::vector<const Rule*> rules;
+  int lowest_level = kMaxLevel + 1;
+};
+
+namespace {
+
+/// A loaded configuration, and the categories that were asked for since.
+struct Log {
+  Log() = default;
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+  ~Log() {
+    for (const Rule& rule : rules) {
+      if (rule.fd != STDERR_FILENO) close(rule.fd);
     }
   }
-  for (std::size_t level = 0; level < enabled.size(); ++level) {
-    category->enabled[level].store(enabled[level], std::memory_order_relaxed);
-  }
+
+  std::map<std::string, int> levels = {{"DEBUG", 20}, {"INFO", 40},   {"NOTICE", 60},
+                                       {"WARN", 80},  {"ERROR", 100}, {"FATAL", 120}};
+  std::map<std::string, std::string> patterns;  ///< By the name of the format.
+  std::vector<Rule> rules;
+  std::map<std::string, zlog_category_s> categories;
+};
+
+/// Held while a record is written, so that records do not interleave.
+std::mutex g_mutex;
+
+/// Guarded by `g_mutex`, null outside `zlog_init` and `zlog_fini`. Never destroyed: threads may log
+/// while the process exits.
+std::unique_ptr<Log>& g_log = *new std::unique_ptr<Log>;
+
+/// The longest line; zlog reads a much longer one in parts, even a comment.
+constexpr std::size_t kMaxLine = 1000;
+using Word = char[kMaxLine + 1];
+
+// A section's line; false if it has another form. The last conversion of each finds what is too
+// much.
+
+bool ReadGlobal(const char* line, Log* /*log*/) { return std::strcmp(line, "buffer max = 0") == 0; }
+
+bool ReadLevel(const char* line, Log* log) {
+  Word name;
+  char number[4];
+  char rest[2];
+  if (std::sscanf(line, "%[A-Z0-9_] = %3[0-9]%1s", name, number, rest) != 2) return false;
+  const int level = std::stoi(number);
+  const auto has_number = [level](const auto& known) { return known.second == level; };
+  return level > 0 && level <= kMaxLevel &&
+         std::none_of(log->levels.begin(), log->levels.end(), has_number) &&
+         log->levels.emplace(name, level).second;
 }
 
-void Registry::Write(const zlog_category_t& category, std::size_t level, Record record) {
-  const std::lock_guard lock(mutex_);
-  if (config_ == nullptr) return;
-  clock_gettime(CLOCK_REALTIME, &record.time);
-  record.category = category.name;
-  record.level = config_->level_names[level];
-  if (record.level.empty()) record.level = "UNKNOWN";
-  std::string line;
-  for (const Rule* rule : category.rules) {
-    if (!rule->levels[level]) continue;
-    line.clear();
-    rule->format.Render(record, &line);
-    rule->output.Write(line);
-  }
+bool ReadFormat(const char* line, Log* log) {
+  Word name;
+  Word pattern;
+  char rest[2];
+  std::string ignored;
+  return std::sscanf(line, "%[A-Za-z0-9_] = \"%[^\"]%*1[\"]%1s", name, pattern, rest) == 2 &&
+         line[std::strlen(line) - 1] == '"' && Render(pattern, {}, &ignored) &&
+         log->patterns.emplace(name, pattern).second;
 }
 
-/// What printf makes of `format` and `args`, which stay as they are; `format` where it refuses.
-__attribute__((format(printf, 1, 0))) std::string Text(const char* format, va_list args) {
-  std::string text(500, '\0');
-  for (;;) {
-    va_list copy;
-    va_copy(copy, args);
-    const int length = std::vsnprintf(text.data(), text.size() + 1, format, copy);
-    va_end(copy);
-    if (length < 0) return format;
-    const auto size = static_cast<std::size_t>(length);
-    const bool complete = size <= text.size();
-    text.resize(size);
-    if (complete) return text;
+bool ReadRule(const char* line, Log* log) {
+  Word category;
+  Word level;
+  Word output;
+  Word format;
+  char rest[2];
+  // zlog gives the characters that an output cannot have here a meaning in paths.
+  if (std::sscanf(line, "%[A-Za-z0-9_].%[A-Z0-9_]%*[ \t]%[^%,;#];%*[ \t]%[A-Za-z0-9_]%1s", category,
+                  level, output, format, rest) != 4 ||
+      log->levels.count(level) == 0 || log->patterns.count(format) == 0) {
+    return false;
   }
+  std::string path = output;
+  int fd = STDERR_FILENO;
+  if (path != ">stderr") {
+    if (path.size() < 3 || path.front() != '"' || path.back() != '"') return false;
+    path = path.substr(1, path.size() - 2);
+    fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+      throw std::runtime_error(std::string("cannot open the file (") + std::strerror(errno) +
+                               "); name one that may be appended to");
+    }
+  }
+  log->rules.push_back({category, log->levels[level], fd, log->patterns[format]});
+  return true;
+}
+
+struct Section {
+  std::string_view header;
+  bool (*read)(const char* line, Log* log);
+  const char* form;
+};
+
+// In the order in which a file has them.
+constexpr Section kSections[] = {
+    {"", [](const char*, Log*) { return false; }, "[rules] or another section above"},
+    {"[global]", ReadGlobal, "buffer max = 0"},
+    {"[levels]", ReadLevel, "NAME = NUMBER, both new, the number from 1 to 253"},
+    {"[formats]", ReadFormat,
+     "name = \"pattern\", the name new, the pattern of text and %d(%F %T) %ms %us %V %c %F %L %U "
+     "%m "
+     "%n, padded as in %-9V"},
+    {"[rules]", ReadRule,
+     "category.LEVEL OUTPUT; format, where OUTPUT is >stderr or \"path\", and level and format are "
+     "declared above"},
+};
+
+void ReadLine(const std::string& line, const Section** section, Log* log) {
+  if (line.size() > kMaxLine) throw std::runtime_error("write at most 1000 characters");
+  const auto begin = line.find_first_not_of(" \t\r");
+  if (begin == line.npos || line[begin] == '#') return;
+  const std::string entry = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
+  if (entry.front() == '[') {
+    *section = std::find_if(*section + 1, std::end(kSections),
+                            [&entry](const Section& next) { return next.header == entry; });
+    if (*section != std::end(kSections)) return;
+    throw std::runtime_error("write [global], [levels], [formats], [rules], in this order");
+  }
+  if ((*section)->read(entry.c_str(), log)) return;
+  throw std::runtime_error(std::string("write ") + (*section)->form);
+}
+
+std::unique_ptr<Log> Load(const std::string& path) {
+  auto log = std::make_unique<Log>();
+  const Section* section = kSections;
+  std::ifstream file(path);
+  int number = 1;
+  for (std::string line; std::getline(file, line); ++number) {
+    try {
+      ReadLine(line, &section, log.get());
+    } catch (const std::runtime_error& error) {
+      throw std::runtime_error(path + ':' + std::to_string(number) + ": \"" + line +
+                               "\": " + error.what());
+    }
+  }
+  if (!file.eof()) throw std::runtime_error(path + ": cannot be read; name a readable file");
+  return log;
 }
 
 }  // namespace
-}  // namespace zlog_standin
 
-using zlog_standin::Registry;
-
-int zlog_init(const char* confpath) { return Registry::Global().Init(confpath) ? 0 : -1; }
-
-int zlog_reload(const char* confpath) { return Registry::Global().Reload(confpath) ? 0 : -1; }
-
-void zlog_fini(void) { Registry::Global().Finish(); }
-
-zlog_category_t* zlog_get_category(const char* cname) { return Registry::Global().Category(cname); }
-
-int zlog_level_enabled(zlog_category_t* category, const int level) {
-  if (category == nullptr || level < kMinLevel || level > kMaxLevel) return 0;
-  return category->enabled[static_cast<std::size_t>(level)].load(std::memory_order_relaxed) ? 1 : 0;
+int zlog_init(const char* config) {
+  const std::lock_guard lock(g_mutex);
+  try {
+    if (g_log != nullptr) throw std::runtime_error("already initialised; call zlog_fini first");
+    g_log = Load(config);
+    return 0;
+  } catch (const std::runtime_error& error) {
+    std::fprintf(stderr, "zlog: %s\n", error.what());
+    return -1;
+  }
 }
 
-// NOLINTBEGIN(google-runtime-int): zlog's own signatures.
+void zlog_fini() {
+  const std::lock_guard lock(g_mutex);
+  g_log.reset();
+}
+
+zlog_category_t* zlog_get_category(const char* cname) {
+  const std::lock_guard lock(g_mutex);
+  if (g_log == nullptr) return nullptr;
+  const auto [entry, created] = g_log->categories.try_emplace(cname);
+  zlog_category_t* const category = &entry->second;
+  if (!created) return category;
+  category->name = cname;
+  for (const Rule& rule : g_log->rules) {
+    if (rule.category != cname) continue;
+    category->rules.push_back(&rule);
+    category->lowest_level = std::min(category->lowest_level, rule.lowest_level);
+  }
+  return category;
+}
+
+int zlog_level_enabled(zlog_category_t* category, const int level) {
+  return category != nullptr && level >= category->lowest_level && level <= kMaxLevel ? 1 : 0;
+}
+
 void vzlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
            size_t funclen, long line, int level, const char* format, va_list args) {
   if (zlog_level_enabled(category, level) == 0) return;
-  const int caller_errno = errno;
-  const std::string text = zlog_standin::Text(format, args);
-  Record record{};
-  record.file = {file, filelen};
-  record.function = {func, funclen};
-  record.line = line;
-  record.text = text;
-  Registry::Global().Write(*category, static_cast<std::size_t>(level), record);
-  errno = caller_errno;
+  char* text = nullptr;
+  const int length = vasprintf(&text, format, args);
+  if (length < 0) return;
+  Record record{{},
+                "UNKNOWN",
+                category->name,
+                {file, filelen},
+                {func, funclen},
+                line,
+                {text, static_cast<std::size_t>(length)}};
+  std::free(text);
+
+  const std::lock_guard lock(g_mutex);
+  gettimeofday(&record.time, nullptr);
+  for (const auto& [name, number] : g_log->levels) {
+    if (number == level) record.level = name;
+  }
+  for (const Rule* const rule : category->rules) {
+    if (level < rule->lowest_level) continue;
+    std::string entry;
+    Render(rule->pattern.c_str(), record, &entry);
+    // What the output does not take is lost; there is nobody to tell.
+    if (write(rule->fd, entry.data(), entry.size()) < 0) continue;
+  }
 }
 
 void zlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
@@ -203,4 +310,3 @@ void zlog(zlog_category_t* category, const char* file, size_t filelen, const cha
   vzlog(category, file, filelen, func, funclen, line, level, format, args);
   va_end(args);
 }
-// NOLINTEND(google-runtime-int)

@@ -18,7 +18,6 @@ constexpr char kCategory[] = "zuskux";
 
 // The levels are those that the library logs with; without a limit no line is cut off.
 constexpr std::string_view kConfig = R"([global]
-strict init = true
 buffer max = 0
 
 [levels]
