@@ -33,6 +33,17 @@ class __attribute__((visibility("default"))) Attribute {
   /// A present attribute.
   explicit Attribute(Value initial) : value(std::move(initial)), present(true) {}
 
+  /// A present attribute of the alternative that the argument's type names. An unsigned 32-bit
+  /// number, such as an id, is an integer attribute with the same bits.
+  /// @{
+  explicit Attribute(int integer) : Attribute(Value(integer)) {}
+  explicit Attribute(std::uint32_t id) : Attribute(static_cast<int>(id)) {}
+  explicit Attribute(std::uint64_t counter) : Attribute(Value(counter)) {}
+  explicit Attribute(const char* text) : Attribute(Value(std::string(text))) {}
+  explicit Attribute(std::string text) : Attribute(Value(std::move(text))) {}
+  explicit Attribute(Bytes bytes) : Attribute(Value(std::move(bytes))) {}
+  /// @}
+
   /// A plain value: copied and moved whole.
   /// @{
   Attribute(const Attribute&) = default;
