@@ -46,17 +46,22 @@ function(zuskux_install_program target)
 endfunction()
 
 # zuskux_install_platform_folder(<folder> EXCEPT <header>...): the headers that the library was built
-# with.
+# with, those in subfolders too.
 function(zuskux_install_platform_folder folder)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" EXCEPT)
   zuskux_install_interface(platform_${folder})
   set(installed ${ARG_EXCEPT})
   foreach(root IN LISTS ZUSKUX_PLATFORM_ROOTS)
-    file(GLOB headers RELATIVE ${root}/${folder} ${root}/${folder}/*.h)
+    set(patterns *.h *.hh *.hpp *.hxx *.inc *.ipp)
+    list(TRANSFORM patterns PREPEND ${root}/${folder}/)
+    file(GLOB_RECURSE headers RELATIVE ${root}/${folder} ${patterns})
     list(REMOVE_ITEM headers ${installed})
     list(APPEND installed ${headers})
-    list(TRANSFORM headers PREPEND ${root}/${folder}/)
-    install(FILES ${headers} DESTINATION ${ZUSKUX_INSTALL_PLATFORM}/${folder} COMPONENT development)
+    foreach(header IN LISTS headers)
+      cmake_path(GET header PARENT_PATH subfolder)
+      install(FILES ${root}/${folder}/${header}
+              DESTINATION ${ZUSKUX_INSTALL_PLATFORM}/${folder}/${subfolder} COMPONENT development)
+    endforeach()
   endforeach()
 endfunction()
 
@@ -76,6 +81,7 @@ function(zuskux_install_package_files)
     install(FILES cmake/Findzlog.cmake DESTINATION ${ZUSKUX_INSTALL_CMAKE} COMPONENT development)
   endif()
 
+  get_property(platform_dependencies GLOBAL PROPERTY ZUSKUX_PLATFORM_DEPENDENCIES)
   configure_package_config_file(cmake/zuskux-config.cmake.in ${folder}/zuskux-config.cmake
                                 INSTALL_DESTINATION ${ZUSKUX_INSTALL_CMAKE})
   write_basic_package_version_file(${folder}/zuskux-config-version.cmake
@@ -93,6 +99,9 @@ function(zuskux_install_package_files)
     set(zlog_cflags -I${ZLOG_INCLUDE_DIR})
     set(zlog_libs "-L${zlog_folder} -lzlog")
   endif()
+  get_property(modules GLOBAL PROPERTY ZUSKUX_PLATFORM_MODULES)
+  list(PREPEND modules protobuf)
+  list(JOIN modules ", " requires)
   set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   zuskux_path_between(${pkgconfig} . prefix)
   configure_file(cmake/zuskux.pc.in ${folder}/zuskux.pc @ONLY)

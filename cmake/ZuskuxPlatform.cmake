@@ -7,15 +7,67 @@
 # Where headers are looked for, the vendor's first.
 set(ZUSKUX_PLATFORM_ROOTS ${ZUSKUX_PLATFORM_DIR} ${CMAKE_SOURCE_DIR}/platform)
 
+# The folders that a vendor may replace.
+set(ZUSKUX_VENDOR_FOLDERS app_framework hal_schema hal_client interface_ids dest_manager)
+
+# Stops for a ZUSKUX_PLATFORM_DIR that would silently be left out, as a whole or in part.
+function(zuskux_check_vendor_platform)
+  if(NOT ZUSKUX_PLATFORM_DIR)
+    return()
+  endif()
+  if(NOT IS_DIRECTORY ${ZUSKUX_PLATFORM_DIR})
+    message(FATAL_ERROR "ZUSKUX_PLATFORM_DIR is ${ZUSKUX_PLATFORM_DIR}, which is not a folder. "
+                        "Start with a copy of examples/vendor_platform.")
+  endif()
+  set(replaced OFF)
+  foreach(folder IN LISTS ZUSKUX_VENDOR_FOLDERS)
+    if(EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
+      set(replaced ON)
+    elseif(EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder})
+      message(FATAL_ERROR "${ZUSKUX_PLATFORM_DIR}/${folder} has no CMakeLists.txt. Copy the one of "
+                          "examples/vendor_platform/${folder} or platform/${folder}.")
+    endif()
+  endforeach()
+  list(JOIN ZUSKUX_VENDOR_FOLDERS ", " known)
+  file(GLOB described RELATIVE ${ZUSKUX_PLATFORM_DIR} ${ZUSKUX_PLATFORM_DIR}/*/CMakeLists.txt)
+  foreach(file IN LISTS described)
+    cmake_path(GET file PARENT_PATH folder)
+    if(NOT folder IN_LIST ZUSKUX_VENDOR_FOLDERS)
+      message(FATAL_ERROR "${ZUSKUX_PLATFORM_DIR}/${folder} replaces nothing. A platform consists of "
+                          "these folders: ${known}.")
+    endif()
+  endforeach()
+  if(NOT replaced)
+    message(FATAL_ERROR "${ZUSKUX_PLATFORM_DIR} has none of these folders: ${known}.")
+  endif()
+endfunction()
+
 # Takes the folder from ZUSKUX_PLATFORM_DIR where it has one of that name, else from platform/.
 function(zuskux_add_platform_folder folder)
   set(path ${CMAKE_SOURCE_DIR}/platform/${folder})
-  if(ZUSKUX_PLATFORM_DIR AND EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
+  if(folder IN_LIST ZUSKUX_VENDOR_FOLDERS AND EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
     set(path ${ZUSKUX_PLATFORM_DIR}/${folder})
     message(STATUS "Platform: ${folder} from ${path}")
   endif()
   add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
 endfunction()
+
+# zuskux_platform_requires(<package> [VERSION <version>] [PKG_CONFIG <module>]): finds a CMake package
+# whose imported targets a folder's DEPENDS names. find_package(zuskux) finds it again, and zuskux.pc
+# requires <module>, so that host programs build with it too.
+#
+# A macro, because find_package sets variables for whoever calls it.
+macro(zuskux_platform_requires package)
+  cmake_parse_arguments(ZUSKUX_REQUIRES "" "VERSION;PKG_CONFIG" "" ${ARGN})
+  set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
+  find_package(${package} ${ZUSKUX_REQUIRES_VERSION} REQUIRED)
+  unset(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL)
+  set_property(GLOBAL APPEND_STRING PROPERTY ZUSKUX_PLATFORM_DEPENDENCIES
+                                             "find_dependency(${package} ${ZUSKUX_REQUIRES_VERSION})\n")
+  if(ZUSKUX_REQUIRES_PKG_CONFIG)
+    set_property(GLOBAL APPEND PROPERTY ZUSKUX_PLATFORM_MODULES ${ZUSKUX_REQUIRES_PKG_CONFIG})
+  endif()
+endmacro()
 
 # zuskux_platform_interface(<folder> [DEPENDS <target>...] [STANDIN_HEADERS <header>...]): headers of the
 # stand-in are not installed.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the library with the skeleton of a vendor's platform, and looks at what the skeleton defines:
-# everything but the handlers, which belong to the host program.
+# Builds the library with a vendor's platform, as examples/vendor_platform/README.md tells vendors to:
+# the skeleton, to which a header in a subfolder and a package of the vendor's own are added. Then
+# installs it and builds a host program with it.
 #
 #   vendor_platform_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
@@ -8,22 +9,93 @@ export LC_ALL=C
 
 source=$1
 check=$2/install/zuskux-check-platform
-build=$2/vendor_platform_test
-rm -rf "$build"
-mkdir -p "$build"
+work=$2/vendor_platform_test
+build=$work/build
+platform=$work/platform
+package=$work/vendor_ids
+prefix=$work/prefix
+rm -rf "$work"
+mkdir -p "$work"
 
-cmake -S "$source" -B "$build" -G Ninja -DCMAKE_CXX_COMPILER="${CXX:-g++}" \
-  -DZUSKUX_PLATFORM_DIR="$source/examples/vendor_platform" -DZUSKUX_BUILD_REFERENCE=OFF \
-  -DZUSKUX_BUILD_TESTS=OFF >"$build/log"
+fail() {
+  echo "vendor_platform_test: $1" >&2
+  exit 1
+}
+
+configure() {
+  (cd "$source" && cmake --preset vendor -B "$build" -DCMAKE_CXX_COMPILER="${CXX:-g++}" \
+    -DZUSKUX_BUILD_TESTS=OFF -DCMAKE_PREFIX_PATH="$package" "$@") >"$work/log" 2>&1
+}
+
+# refuses FOLDER TEXT: the configuration fails and says TEXT.
+refuses() {
+  if configure -DZUSKUX_PLATFORM_DIR="$1"; then fail "$1 is accepted"; fi
+  # CMake wraps its messages.
+  tr -s '[:space:]' ' ' <"$work/log" | grep -qF "$2" || fail "$1: no \"$2\" in: $(cat "$work/log")"
+}
+
+mkdir -p "$work/empty" "$work/mistyped/hal_cleint" "$work/bare/hal_client"
+touch "$work/mistyped/hal_cleint/CMakeLists.txt"
+refuses "$work/nowhere" "$work/nowhere, which is not a folder"
+refuses "$work/empty" 'has none of these folders: app_framework, hal_schema, hal_client'
+refuses "$work/mistyped" 'hal_cleint replaces nothing'
+refuses "$work/bare" 'hal_client has no CMakeLists.txt'
+
+# A package of the vendor's: an imported target with headers of its own.
+mkdir -p "$package/include/vendor_ids" "$package/lib/cmake/vendor_ids" "$package/lib/pkgconfig"
+echo 'using VendorIndex = unsigned int;' >"$package/include/vendor_ids/index.h"
+cat >"$package/lib/cmake/vendor_ids/vendor_ids-config.cmake" <<'END'
+add_library(vendor::ids INTERFACE IMPORTED)
+set_target_properties(vendor::ids PROPERTIES INTERFACE_INCLUDE_DIRECTORIES
+                                             ${CMAKE_CURRENT_LIST_DIR}/../../../include)
+END
+cat >"$package/lib/pkgconfig/vendor_ids.pc" <<'END'
+Name: vendor_ids
+Description: The vendor's interface ids
+Version: 1
+Cflags: -I${pcfiledir}/../../include
+END
+
+cp -r "$source/examples/vendor_platform" "$platform"
+mkdir "$platform/interface_ids/detail"
+cat >"$platform/interface_ids/CMakeLists.txt" <<'END'
+zuskux_platform_requires(vendor_ids PKG_CONFIG vendor_ids)
+zuskux_platform_interface(interface_ids DEPENDS vendor::ids)
+zuskux_platform_standin(interface_ids interface_ids.cc)
+END
+echo '#include <vendor_ids/index.h>' >"$platform/interface_ids/detail/index.hpp"
+sed 's|^#include <cstddef>|#include "interface_ids/detail/index.hpp"\n&|' \
+  "$source/platform/interface_ids/lim_id.h" >"$platform/interface_ids/lim_id.h"
+cp "$source/platform/interface_ids/mac_addr.h" "$platform/interface_ids"
+
+configure -DZUSKUX_PLATFORM_DIR="$platform" || fail "$(cat "$work/log")"
 for folder in app_framework dest_manager hal_client interface_ids; do
-  grep -qF "Platform: $folder from $source/examples/vendor_platform/$folder" "$build/log" ||
-    { echo "the skeleton's $folder is not used" >&2; exit 1; }
+  grep -qF "Platform: $folder from $platform/$folder" "$work/log" ||
+    fail "the vendor's $folder is not used"
 done
-cmake --build "$build" >"$build/log" || { cat "$build/log" >&2; exit 1; }
+cmake --build "$build" >"$work/log" || fail "$(cat "$work/log")"
 
+# The skeleton defines everything but the handlers, which belong to the host program.
 mapfile -t objects < <(find "$build/platform" -path '*_standin.dir/*' -name '*.o')
-"$check" --library "$build/lib/libzuskux.so" "${objects[@]}" >"$build/report" || true
-sed -nE 's/^(missing|hidden) +([^ ].*)  \([^()]*\)$/U \2/p' "$build/report" | sort >"$build/missing"
+"$check" --library "$build/lib/libzuskux.so" "${objects[@]}" >"$work/report" || true
+sed -nE 's/^(missing|hidden) +([^ ].*)  \([^()]*\)$/U \2/p' "$work/report" | sort >"$work/missing"
 grep -E '^U dest_mng::(MessageController|VrfController)' \
-  "$source/tests/system/symbols_left_undefined.txt" | sort >"$build/handlers"
-diff -u --label 'the handlers' --label 'what the skeleton lacks' "$build/handlers" "$build/missing"
+  "$source/tests/system/symbols_left_undefined.txt" | sort >"$work/handlers"
+diff -u --label 'the handlers' --label 'what the skeleton lacks' "$work/handlers" "$work/missing"
+
+# Installed, the package brings the vendor's headers and finds the vendor's package.
+for component in runtime development; do
+  cmake --install "$build" --prefix "$prefix" --component "$component" >"$work/log"
+done
+cmake -S "$source/examples/host" -B "$work/host" -G Ninja -Dzuskux_ROOT="$prefix" \
+  -DCMAKE_PREFIX_PATH="$package" -DCMAKE_CXX_COMPILER="${CXX:-g++}" >"$work/log"
+cmake --build "$work/host" >>"$work/log" || fail "a host does not build: $(cat "$work/log")"
+"$work/host/host" >"$work/host_output" 2>"$work/host_trace"
+diff -u "$source/tests/install/host_output.txt" "$work/host_output"
+
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig:$package/lib/pkgconfig
+PKG_CONFIG_PATH+=:$(dirname "$(find "$prefix" -name zuskux.pc)")
+read -ra cflags <<<"$(pkg-config --cflags zuskux)"
+printf '#include "interface_ids/lim_id.h"\nVendorIndex index = 0;\n' >"$work/index.cc"
+"${CXX:-g++}" -std=c++17 -fsyntax-only "${cflags[@]}" "$work/index.cc" ||
+  fail 'the flags of pkg-config do not find the vendor'\''s headers'

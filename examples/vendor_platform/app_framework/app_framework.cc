@@ -1,5 +1,4 @@
-// The application framework. Everything here runs on the thread that reports a result; nothing may
-// throw, because the library is in the middle of a notification.
+// The application framework. Everything here runs on the thread that reports a result.
 
 #include "app_framework/app_message.h"
 #include "app_framework/message_controller.h"
@@ -16,7 +15,7 @@ Strategy::~Strategy() = default;
 
 namespace msg_ctrl {
 
-// Must take ownership of `message`, which was allocated with `new`, and must not use it yet.
+// Must take ownership of `message`, which was allocated with `new`. Must not use it yet, nor throw.
 MessageController::MessageController(AppMessage* message) noexcept : message_(message) {}
 
 // Must delete the message, exactly once.
@@ -31,7 +30,8 @@ void MessageController::DoStrategy() {
   if (strategy_ != nullptr) strategy_->Execute();
 }
 
-// Must give the very message of the constructor: the library fills its record through it.
+// Must return the very message of the constructor: the library fills its record through it. May
+// throw; the exception reaches the HAL client's call of the result operation.
 AppMessage* MessageController::message() const { return message_; }
 
 }  // namespace msg_ctrl

@@ -21,12 +21,14 @@ Attribute::~Attribute() = default;
 namespace dest_mng {
 
 // Must say whether it is a virtual circuit, and must not change the object. The library then takes
-// the tunnel's id from the record and reads no "vlan_dest_id".
+// the tunnel's id from the record and does not read "vlan_dest_id". May throw; the exception
+// reaches the adapter's caller, and the message under construction leaks.
 bool DbMplsObject::HasVcLabel() const {
   return static_cast<const DestMplsMessage&>(*record).has_vc_label();
 }
 
-// Must give the group's members in its order, repetitions included. Not called for a removal.
+// Must return the group's members in its order, repetitions included. Not called for a removal. May
+// throw; the exception reaches the adapter's caller.
 std::vector<unsigned int> EcmpData::NhopsDestId() const { return nhops; }
 
 }  // namespace dest_mng

@@ -1,5 +1,6 @@
 // Interface ids and MAC addresses. Only renderings use them, on the threads that trace: the
-// destination manager's, and those of programs that decode messages. Nothing may throw.
+// destination manager's, and those of programs that decode messages. All of this may throw; the
+// exception reaches whoever asked for the rendering, such as the caller of the adapter.
 
 #include <array>
 #include <cstddef>
