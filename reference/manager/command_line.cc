@@ -179,7 +179,8 @@ std::string HelpText() {
           "Brings a HAL to what a site file describes and shows what became of each object,\n"
           "or shows how a running manager stands.\n"
        << Options()
-       << "\nExit status: 0 all in place, 3 some objects failed, 1 an error, 2 wrong usage.\n";
+       << "\nExit status: 0 all in place, 3 some objects failed, 1 an error, 2 wrong usage,\n"
+          "5 the recording ended early.\n";
   return text.str();
 }
 

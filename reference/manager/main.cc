@@ -58,6 +58,8 @@ int ShowPlan(const CommandLine& line, const Site& site) {
 }
 
 int RunWithSites(const CommandLine& line) {
+  // A plan is an answer to a command, as is what --check finds.
+  if (!line.plan) Log().ShowTimes();
   std::vector<Site> sites;
   bool readable = true;
   for (const std::string& path : line.sites) {
@@ -92,10 +94,10 @@ int Main(const std::vector<std::string>& arguments) {
     if (line.status) return ShowStatus(line);
     return line.check ? Check(*line.check) : RunWithSites(line);
   } catch (const UsageError& error) {
-    Say(error.what());
+    Log().Write(LogLevel::kError, error.what());
     return kExitUsage;
   } catch (const std::exception& error) {
-    Say(error.what());
+    Log().Write(LogLevel::kError, error.what());
     return kExitFailed;
   }
 }

@@ -10,10 +10,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kQuiet{1000};
 constexpr milliseconds kBarInterval{100};
-constexpr milliseconds kLineInterval{2000};
-constexpr std::size_t kBarWidth = 40;
-// Back to the start of the line, which is erased.
-constexpr char kWipe[] = "\r\x1b[K";
+constexpr std::size_t kMaxBarWidth = 40;
+constexpr std::size_t kMinBarWidth = 10;
 
 std::string Rate(const ProgressState& state) {
   const auto elapsed =
@@ -27,24 +25,23 @@ std::string Elapsed(const std::string& what, const ProgressState& state) {
 
 }  // namespace
 
-std::string ProgressLine(const std::string& what, const ProgressState& state) {
-  if (state.total == 0) return Elapsed(what, state);
-  return what + ": " + std::to_string(state.done) + " of " + std::to_string(state.total) +
-         " objects, " + Rate(state);
-}
-
-std::string ProgressBar(const std::string& what, const ProgressState& state) {
+std::string ProgressBar(const std::string& what, const ProgressState& state, std::size_t columns) {
   if (state.total == 0) return Elapsed(what, state);
   const std::size_t done = std::min(state.done, state.total);
-  std::string bar(done * kBarWidth / state.total, '#');
-  bar.resize(kBarWidth, ' ');
   std::string percent = std::to_string(done * 100 / state.total);
   percent.insert(0, 3 - percent.size(), ' ');
-  return what + " [" + bar + "] " + percent + "% " + Rate(state);
+  const std::string figures = percent + "% " + Rate(state);
+  // The brackets, and the spaces around them.
+  const std::size_t others = what.size() + 4 + figures.size();
+  if (columns < others + kMinBarWidth) return what + ' ' + figures;
+  const std::size_t width = std::min(kMaxBarWidth, columns - others);
+  std::string bar(done * width / state.total, '#');
+  bar.resize(width, ' ');
+  return what + " [" + bar + "] " + figures;
 }
 
-Progress::Progress(std::string what, std::ostream* out, bool terminal)
-    : what_(std::move(what)), out_(out), terminal_(terminal), thread_(&Progress::Run, this) {}
+Progress::Progress(std::string what, LogSink* log)
+    : what_(std::move(what)), log_(log), thread_(&Progress::Run, this) {}
 
 Progress::~Progress() {
   {
@@ -63,20 +60,14 @@ void Progress::Set(std::size_t done, std::size_t total) {
 
 void Progress::Run() {
   std::unique_lock lock(mutex_);
-  milliseconds wait = terminal_ ? kQuiet : std::max(kQuiet, kLineInterval);
-  bool shown = false;
+  milliseconds wait = kQuiet;
   while (!ended_.wait_for(lock, wait, [this] { return ending_; })) {
-    wait = terminal_ ? kBarInterval : kLineInterval;
+    wait = kBarInterval;
     ProgressState state = state_;
     state.elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
-    if (terminal_) {
-      *out_ << kWipe << ProgressBar(what_, state) << std::flush;
-    } else {
-      *out_ << ProgressLine(what_, state) << std::endl;
-    }
-    shown = true;
+    log_->ShowStatus(ProgressBar(what_, state, log_->columns()));
   }
-  if (terminal_ && shown) *out_ << kWipe << std::flush;
+  log_->ShowStatus("");
 }
 
 }  // namespace reference

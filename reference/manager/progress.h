@@ -5,9 +5,10 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <thread>
+
+#include "reference/log/log_sink.h"
 
 namespace reference {
 
@@ -19,22 +20,20 @@ struct ProgressState {
   std::chrono::milliseconds elapsed{0};
 };
 
-/// "installing: 2000 of 10000 objects, 1000 objects/s"; "reading big.txtpb: 4 s" without a total.
-std::string ProgressLine(const std::string& what, const ProgressState& state);
+/// "installing [#####               ]  25% 1000 objects/s", in at most `columns` characters: the
+/// bar gets shorter, then there is none. "reading big.txtpb: 4 s" without a total.
+std::string ProgressBar(const std::string& what, const ProgressState& state, std::size_t columns);
 
-/// "installing [#####               ]  25% 1000 objects/s", to be written over the one before.
-std::string ProgressBar(const std::string& what, const ProgressState& state);
-
-/// Shows how far a long piece of work is: a bar on a terminal, elsewhere a line now and then. Work
-/// of less than a second shows nothing. Writes on a thread of its own from construction to
-/// destruction; `Set` may be called on any thread.
+/// Shows on a terminal how far a long piece of work is, elsewhere nothing. Work of less than a
+/// second shows nothing either. Works on a thread of its own from construction to destruction;
+/// `Set` may be called on any thread.
 class Progress {
  public:
-  /// `out` is not owned.
-  Progress(std::string what, std::ostream* out, bool terminal);
+  /// `log` is not owned.
+  Progress(std::string what, LogSink* log);
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
-  /// Wipes the bar away.
+  /// Removes the bar.
   ~Progress();
 
   void Set(std::size_t done, std::size_t total);
@@ -45,8 +44,7 @@ class Progress {
   void Run();
 
   const std::string what_;
-  std::ostream* const out_;
-  const bool terminal_;
+  LogSink* const log_;
   const Clock::time_point start_ = Clock::now();
 
   std::mutex mutex_;

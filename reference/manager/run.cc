@@ -1,7 +1,5 @@
 #include "reference/manager/run.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -34,8 +32,6 @@ namespace {
 constexpr std::chrono::milliseconds kProgressInterval{100};
 constexpr std::chrono::seconds kServerPatience{5};
 
-bool OnTerminal() { return isatty(STDERR_FILENO) != 0; }
-
 std::string Seconds(std::chrono::steady_clock::duration time) {
   std::ostringstream text;
   text << std::fixed << std::setprecision(3)
@@ -55,7 +51,8 @@ class Run {
                         [this](std::uint64_t results) { GotResult(results); }}),
         hal_(HalChoiceOf(line)) {
     if (!line.record) return;
-    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION);
+    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION,
+                      [](LogLevel level, const std::string& text) { Log().Write(level, text); });
     hal_.connection()->Observe(&*recorder_);
   }
 
@@ -153,7 +150,7 @@ class Run {
   }
 
   void ShowProgress(const char* what) {
-    progress_.emplace(what, &std::cerr, OnTerminal());
+    progress_.emplace(what, &Log());
     progress_total_ = 0;
   }
 
@@ -211,7 +208,8 @@ class Run {
     if (line_.explain) {
       const auto text = Explain(database, *line_.explain);
       if (!text) {
-        Say("there is no " + KeyText(*line_.explain) + "; the table without --explain lists all");
+        Log().Write(LogLevel::kError, "there is no " + KeyText(*line_.explain) +
+                                          "; the table without --explain lists all");
         return kExitUsage;
       }
       std::cout << *text;
@@ -222,7 +220,8 @@ class Run {
     }
     std::cout.flush();
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
-    return Summary(database).complete() ? EXIT_SUCCESS : kExitIncomplete;
+    if (!Summary(database).complete()) return kExitIncomplete;
+    return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
 
   void Dump() {
@@ -261,14 +260,19 @@ class Run {
 
 }  // namespace
 
-void Say(const std::string& text) { std::cerr << "zuskux-manager: " + text + '\n' << std::flush; }
+LogSink& Log() {
+  static LogSink sink("zuskux-manager");
+  return sink;
+}
+
+void Say(const std::string& text) { Log().Write(LogLevel::kInfo, text); }
 
 std::optional<Site> ReadSiteOrSay(const std::string& path) {
-  const Progress progress("reading " + path, &std::cerr, OnTerminal());
+  const Progress progress("reading " + path, &Log());
   auto result = ReadSiteFile(path);
   if (auto* const site = std::get_if<Site>(&result)) return std::move(*site);
   for (const SiteError& error : std::get<std::vector<SiteError>>(result)) {
-    std::cerr << FormatSiteError(path, error) << '\n';
+    Log().WriteDiagnostic(LogLevel::kError, FormatSiteError(path, error));
   }
   return std::nullopt;
 }
@@ -278,6 +282,7 @@ HalChoice HalChoiceOf(const CommandLine& line) {
 }
 
 int RunManager(const CommandLine& line, std::vector<Site> sites) {
+  IgnoreWriteSignals();
   return Run(line, std::move(sites)).Execute();
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "reference/log/log_sink.h"
 #include "reference/manager/chosen_hal.h"
 #include "reference/manager/command_line.h"
 #include "reference/site/site.h"
@@ -14,8 +15,12 @@ namespace reference {
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
 inline constexpr int kExitIncomplete = 3;
+inline constexpr int kExitNotRecorded = 5;
 
-/// Writes a line to standard error, in one piece.
+/// The program's standard error.
+LogSink& Log();
+
+/// Logs a line of level kInfo.
 void Say(const std::string& text);
 
 /// The site of a file; nothing after every mistake in it has been shown on standard error.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "reference/hal/embedded_hal.h"
+#include "reference/log/log_sink.h"
 #include "reference/record/diff.h"
 #include "reference/record/recording_reader.h"
 #include "reference/record/replay.h"
@@ -29,6 +30,8 @@ namespace po = boost::program_options;
 
 using reference::DiffSide;
 using reference::HalConnection;
+using reference::LogLevel;
+using reference::LogSink;
 using reference::RecordingReader;
 
 constexpr int kFailed = 1;
@@ -53,11 +56,17 @@ struct Command {
   int (*run)(const Arguments& arguments);
 };
 
+LogSink& Log() {
+  static LogSink sink("zuskux-record");
+  return sink;
+}
+
 // Said once for a recording that was read to its end.
 void TellCut(const RecordingReader& recording) {
   if (!recording.cut_at()) return;
-  std::cerr << recording.name() << ": byte " << *recording.cut_at()
-            << ": the last entry is not whole; the recording ends before it\n";
+  Log().WriteDiagnostic(LogLevel::kWarning,
+                        recording.name() + ": byte " + std::to_string(*recording.cut_at()) +
+                            ": the last entry is not whole; the recording ends before it");
 }
 
 int Show(const Arguments& arguments) {
@@ -98,9 +107,11 @@ reference::EndState ReadEndState(RecordingReader* recording) {
   auto state = reference::ComputeEndState(reference::ReadSteps(recording));
   TellCut(*recording);
   if (state.not_applied != 0) {
-    std::cerr << recording->name() << ": " << state.not_applied
-              << " requests that had succeeded do not fit what precedes them; the recording does "
-                 "not begin with an empty HAL, and its end state is incomplete\n";
+    Log().WriteDiagnostic(
+        LogLevel::kWarning,
+        recording->name() + ": " + std::to_string(state.not_applied) +
+            " requests that had succeeded do not fit what precedes them; the recording does not "
+            "begin with an empty HAL, and its end state is incomplete");
   }
   return state;
 }
@@ -208,10 +219,10 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {
-    std::cerr << "zuskux-record: " << error.what() << "; see --help\n";
+    Log().Write(LogLevel::kError, std::string(error.what()) + "; see --help");
     return kBadUsage;
   } catch (const std::exception& error) {
-    std::cerr << "zuskux-record: " << error.what() << '\n';
+    Log().Write(LogLevel::kError, error.what());
     return kFailed;
   }
 }

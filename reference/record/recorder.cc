@@ -3,14 +3,16 @@
 #include <fcntl.h>
 #include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <google/protobuf/util/delimited_message_util.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <boost/system/system_error.hpp>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <iostream>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "record.pb.h"
 #include "reference/record/format.h"
@@ -23,6 +25,8 @@ using Clock = std::chrono::steady_clock;
 namespace io = google::protobuf::io;
 
 constexpr int kBlockSize = 64 * 1024;
+// Of the files with the same name, the highest.
+constexpr int kMaxNumber = 9999;
 constexpr std::chrono::seconds kFlushPeriod(1);
 constexpr std::size_t kMaxTextSize = std::size_t{64} * 1024;
 // Leaves room in a record for the other fields of a request.
@@ -32,10 +36,26 @@ boost::system::system_error CannotRecord(const std::string& path, int error) {
   return {error, boost::system::system_category(), "cannot record to " + path};
 }
 
-int CreateFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) throw CannotRecord(path, errno);
-  return fd;
+struct NewFile {
+  std::string path;
+  int fd;
+};
+
+// Makes a file where there was none: `wanted`, or the same with the first number that is free.
+// Nobody else writes to it, and nothing that is there is lost.
+NewFile CreateFile(const std::string& wanted) {
+  struct stat status {};
+  if (::lstat(wanted.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+      !S_ISLNK(status.st_mode)) {
+    throw CannotRecord(wanted + ", which is not a file", EEXIST);
+  }
+  std::string path = wanted;
+  for (int number = 1;; ++number) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd >= 0) return {path, fd};
+    if (errno != EEXIST || number > kMaxNumber) throw CannotRecord(path, errno);
+    path = wanted + '.' + std::to_string(number);
+  }
 }
 
 std::uint64_t Nanoseconds(std::chrono::nanoseconds duration) {
@@ -59,7 +79,7 @@ std::string Cut(std::string_view text) { return std::string(text.substr(0, kMaxT
 /// The file and the thread that flushes it.
 class Recorder::Writer {
  public:
-  Writer(const std::string& path, std::string_view program);
+  Writer(NewFile file, std::string_view program, LogFunction log);
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
   ~Writer();
@@ -78,6 +98,9 @@ class Recorder::Writer {
   /// What was written goes to the file now.
   void Flush();
 
+  /// Closes the file; false if something could not be written.
+  bool Finish();
+
  private:
   void RunFlusher();
 
@@ -87,6 +110,7 @@ class Recorder::Writer {
   void Stop();
 
   const std::string path_;
+  const LogFunction log_;
   const Clock::time_point start_ = Clock::now();
   std::mutex mutex_;
   std::condition_variable wake_;
@@ -96,17 +120,20 @@ class Recorder::Writer {
   std::uint64_t last_number_ = 0;
   bool unflushed_ = false;
   bool failed_ = false;
+  bool finished_ = false;
   bool closing_ = false;
 
   std::thread flusher_;
 };
 
-Recorder::Writer::Writer(const std::string& path, std::string_view program)
-    : path_(path), file_(CreateFile(path), kBlockSize) {
+Recorder::Writer::Writer(NewFile file, std::string_view program, LogFunction log)
+    : path_(std::move(file.path)), log_(std::move(log)), file_(file.fd, kBlockSize) {
   file_.SetCloseOnDelete(true);
   if (!google::protobuf::util::SerializeDelimitedToZeroCopyStream(MakeHeader(program), &file_) ||
       !file_.Flush()) {
-    throw CannotRecord(path, file_.GetErrno());
+    const int error = file_.GetErrno();
+    ::unlink(path_.c_str());
+    throw CannotRecord(path_, error);
   }
   flusher_ = std::thread(&Writer::RunFlusher, this);
 }
@@ -119,6 +146,17 @@ Recorder::Writer::~Writer() {
   }
   wake_.notify_one();
   flusher_.join();
+}
+
+bool Recorder::Writer::Finish() {
+  const std::lock_guard lock(mutex_);
+  FlushBuffer();
+  if (!finished_) {
+    finished_ = true;
+    file_.SetCloseOnDelete(false);
+    if (!file_.Close() && !failed_) Stop();
+  }
+  return !failed_;
 }
 
 void Recorder::Writer::Flush() {
@@ -136,7 +174,7 @@ void Recorder::Writer::RunFlusher() {
 }
 
 void Recorder::Writer::WriteEntry() {
-  if (failed_) return;
+  if (failed_ || finished_) return;
   entry_.set_time_ns(Nanoseconds(Clock::now() - start_));
   if (!google::protobuf::util::SerializeDelimitedToZeroCopyStream(entry_, &file_)) Stop();
   if (!unflushed_) wake_.notify_one();
@@ -145,20 +183,27 @@ void Recorder::Writer::WriteEntry() {
 
 void Recorder::Writer::FlushBuffer() {
   unflushed_ = false;
-  if (!failed_ && !file_.Flush()) Stop();
+  if (!failed_ && !finished_ && !file_.Flush()) Stop();
 }
 
 void Recorder::Writer::Stop() {
   failed_ = true;
   const auto reason = boost::system::error_code(file_.GetErrno(), boost::system::system_category());
-  std::cerr << "recording to " + path_ + " stopped: " + reason.message() +
-                   "; what was written before is kept; make room and start again to record on\n";
+  if (!log_) return;
+  log_(LogLevel::kError, "recording to " + path_ + " stopped: " + reason.message() +
+                             "; what was written before is kept; make room and start again to "
+                             "record on");
 }
 
-Recorder::Recorder(const std::string& path, std::string_view program)
-    : writer_(std::make_unique<Writer>(path, program)) {}
+Recorder::Recorder(const std::string& path, std::string_view program, LogFunction log) {
+  NewFile file = CreateFile(path);
+  if (log && file.path != path) log(LogLevel::kInfo, path + " is there; recording to " + file.path);
+  writer_ = std::make_unique<Writer>(std::move(file), program, std::move(log));
+}
 
 Recorder::~Recorder() = default;
+
+bool Recorder::Finish() { return writer_->Finish(); }
 
 void Recorder::Interface(std::uint32_t lim_id, std::string_view name, std::uint8_t type,
                          std::uint32_t ifindex) {

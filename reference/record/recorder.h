@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "reference/hal/request_observer.h"
+#include "reference/log/log_function.h"
 
 namespace reference {
 
@@ -14,15 +15,19 @@ namespace reference {
 /// callable on any thread.
 ///
 /// What was recorded is in the file after an event at once, else within a second, and at the end of
-/// the object's life. When the file cannot be written any more, recording stops with one line on
-/// stderr; requests are numbered on as if nothing had happened.
+/// the object's life. When the file cannot be written any more, recording stops with one line in
+/// the log; requests are numbered on as if nothing had happened.
 class Recorder : public RequestObserver {
  public:
-  /// Makes the file, or empties the one that is there, and writes its header. `program` is who
-  /// records: "zuskux-manager 0.1.0". Throws `boost::system::system_error`, which names the path
-  /// and the reason.
-  Recorder(const std::string& path, std::string_view program);
+  /// Makes the file, readable by its owner only, and writes its header. A file that is there stays
+  /// as it is: the recording goes to `path`.1, or the next number that is free, and the log says
+  /// which. `program` is who records: "zuskux-manager 0.1.0". Throws `boost::system::system_error`,
+  /// which names the path and the reason.
+  Recorder(const std::string& path, std::string_view program, LogFunction log = {});
   ~Recorder() override;
+
+  /// Closes the file, after which nothing is recorded. Whether everything is in it.
+  bool Finish();
 
   /// What the platform knows of a logical interface. To be told before the requests that name it,
   /// and again when it changes.

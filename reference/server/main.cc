@@ -1,6 +1,7 @@
 // zuskux-hal: the HAL server; with "tables", shows what a running one holds.
 
 #include <google/protobuf/stubs/logging.h>
+#include <unistd.h>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -19,6 +20,7 @@
 #include <variant>
 #include <vector>
 
+#include "reference/log/log_sink.h"
 #include "reference/record/recorder.h"
 #include "reference/server/fault_plan.h"
 #include "reference/server/hal_server.h"
@@ -31,6 +33,8 @@ namespace {
 namespace po = boost::program_options;
 using reference::HalServer;
 using reference::HalServerOptions;
+using reference::LogLevel;
+using reference::LogSink;
 using reference::ServerFaults;
 
 constexpr int kFailed = 1;
@@ -128,18 +132,28 @@ std::string SocketPath(const po::variables_map& values) {
                                      : reference::DefaultSocketPath("hal.sock");
 }
 
-void Say(const std::string& line) { std::cerr << "zuskux-hal: " + line + '\n' << std::flush; }
+LogSink& Log() {
+  static LogSink sink("zuskux-hal");
+  return sink;
+}
+
+void Say(const std::string& line) { Log().Write(LogLevel::kInfo, line); }
+
+void SayError(const std::string& line) { Log().Write(LogLevel::kError, line); }
 
 // Null without --fault; nothing when the file has mistakes, which have been told then.
 std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map& values) {
   if (values.count("fault") == 0) return std::unique_ptr<ServerFaults>();
   const auto& path = values["fault"].as<std::string>();
-  auto faults = reference::ReadFaultFile(path, {Say, {}});
+  auto faults = reference::ReadFaultFile(path, {Say, [] {
+                                                  Log().Flush();
+                                                  _exit(reference::kFaultCrashExitCode);
+                                                }});
   if (auto* const plan = std::get_if<std::unique_ptr<ServerFaults>>(&faults)) {
     return std::move(*plan);
   }
   for (const auto& error : std::get<std::vector<reference::FaultError>>(faults)) {
-    Say(FormatFaultError(path, error));
+    SayError(FormatFaultError(path, error));
   }
   return std::nullopt;
 }
@@ -151,7 +165,7 @@ int Serve(const HalServerOptions& options) {
   try {
     server.emplace(&io, options);
   } catch (const boost::system::system_error& error) {
-    Say(error.what());
+    SayError(error.what());
     return kFailed;
   }
   std::ostringstream generation;
@@ -200,9 +214,12 @@ int Run(const po::variables_map& values) {
   options.faults = faults->get();
   std::optional<reference::Recorder> recorder;
   if (values.count("record") != 0) {
-    recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION);
+    recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION,
+                     [](LogLevel level, const std::string& text) { Log().Write(level, text); });
     options.observer = &*recorder;
   }
+  reference::IgnoreWriteSignals();
+  Log().ShowTimes();
   return Serve(options);
 }
 
@@ -214,13 +231,13 @@ int main(int argc, char** argv) {
   try {
     return Run(ParseCommandLine(argc, argv));
   } catch (const UsageError& error) {
-    Say(std::string(error.what()) + "; see --help");
+    SayError(std::string(error.what()) + "; see --help");
     return kBadUsage;
   } catch (const po::error& error) {
-    Say(std::string(error.what()) + "; see --help");
+    SayError(std::string(error.what()) + "; see --help");
     return kBadUsage;
   } catch (const std::exception& error) {
-    Say(error.what());
+    SayError(error.what());
     return kFailed;
   }
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/manager/process.h"
+#include "tests/support/log_text.h"
 
 namespace reference {
 namespace {
@@ -36,7 +37,7 @@ struct Outcome {
 Outcome Execute(const Words& words) {
   Process process(words);
   const int status = process.Wait();
-  return {status, process.out(), process.err()};
+  return {status, process.out(), WithoutTimes(process.err())};
 }
 
 std::string Example(const std::string& name) { return std::string(ZUSKUX_SITES) + '/' + name; }

@@ -61,7 +61,7 @@ std::string ReadText(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-Process::Process(std::vector<std::string> words) {
+Process::Process(std::vector<std::string> words, int error_fd) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -70,7 +70,12 @@ Process::Process(std::vector<std::string> words) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, files_.File("out").c_str(), kNew, 0600);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, files_.File("err").c_str(), kNew, 0600);
+  if (error_fd == kToFile) {
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, files_.File("err").c_str(), kNew,
+                                     0600);
+  } else {
+    posix_spawn_file_actions_adddup2(&actions, error_fd, STDERR_FILENO);
+  }
   const int error =
       posix_spawn(&child_, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace reference {
@@ -31,7 +32,9 @@ std::string ReadText(const std::string& path);
 class Process {
  public:
   /// The first word is the program's path.
-  explicit Process(std::vector<std::string> words);
+  explicit Process(std::vector<std::string> words) : Process(std::move(words), kToFile) {}
+  /// Its standard error goes to the descriptor `error`, which is not owned, instead of `err`.
+  Process(std::vector<std::string> words, int error);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   ~Process();
@@ -46,6 +49,8 @@ class Process {
   std::string err() const { return ReadText(files_.File("err")); }
 
  private:
+  static constexpr int kToFile = -1;
+
   ScratchDirectory files_;
   pid_t child_ = -1;
 };

@@ -13,6 +13,7 @@
 #include "reference/site/generate_site.h"
 #include "reference/site/site_writer.h"
 #include "tests/manager/process.h"
+#include "tests/support/log_text.h"
 
 namespace reference {
 namespace {
@@ -31,11 +32,13 @@ struct Outcome {
   std::string err;
 };
 
-Outcome RunManager(const Words& arguments) {
-  Process process(Command(arguments));
+Outcome Execute(const Words& words) {
+  Process process(words);
   const int status = process.Wait();
-  return {status, process.out(), process.err()};
+  return {status, process.out(), WithoutTimes(process.err())};
 }
+
+Outcome RunManager(const Words& arguments) { return Execute(Command(arguments)); }
 
 std::string Example(const std::string& name) { return std::string(ZUSKUX_SITES) + '/' + name; }
 
@@ -254,6 +257,32 @@ TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
     EXPECT_TRUE(Contains(run.err, "zuskux-manager: restarting the HAL\n"));
     EXPECT_TRUE(Contains(run.err, "zuskux-manager: reinstall finished: 500 objects in "));
   }
+}
+
+// Files grow to 64 KiB at most, as on a disk that fills up.
+TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
+  const ScratchDirectory files;
+  const std::string recording = files.File("recording");
+  const std::string site = files.Write("site", WriteSite(GenerateSite(1, 2000)));
+  const std::string vlan = "vlan:" + std::to_string(GenerateSite(1, 2000).vlans[0].id);
+  const Outcome full = Execute({"/bin/bash", "-c",
+                                "ulimit -f 64; exec " ZUSKUX_MANAGER " " + site + " --record " +
+                                    recording + " --explain " + vlan});
+  EXPECT_EQ(full.status, 5) << full.err;
+  EXPECT_EQ(full.err, "zuskux-manager: recording to " + recording +
+                          " stopped: File too large; what was written before is kept; make room "
+                          "and start again to record on\n");
+  EXPECT_TRUE(Contains(full.out, "is installed")) << full.out;
+}
+
+TEST(ManagerProgramTest, SaysWhereItRecordsInstead) {
+  const ScratchDirectory files;
+  const std::string recording = files.Write("recording", "kept");
+  const Outcome run = RunManager({files.Write("site", kTwoVlans), "--record", recording});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err,
+            "zuskux-manager: " + recording + " is there; recording to " + recording + ".1\n");
+  EXPECT_EQ(ReadText(recording), "kept");
 }
 
 TEST(ManagerProgramTest, StaysUntilItIsEnded) {

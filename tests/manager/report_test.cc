@@ -1,18 +1,24 @@
 #include "reference/manager/report.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "reference/manager/explain.h"
 #include "reference/manager/graph.h"
 #include "reference/manager/progress.h"
 #include "tests/manager/sites.h"
+#include "tests/support/terminal.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
 namespace {
@@ -269,28 +275,58 @@ TEST_F(GraphFileTest, SaysWhatCannotBeWritten) {
   EXPECT_THROW(WriteGraph(database_, path), std::runtime_error);
 }
 
-TEST(ProgressTest, Lines) {
-  EXPECT_EQ(ProgressLine("installing", {2000, 10000, milliseconds(2000)}),
-            "installing: 2000 of 10000 objects, 1000 objects/s");
-  EXPECT_EQ(ProgressLine("reading a.txtpb", {0, 0, milliseconds(4200)}), "reading a.txtpb: 4 s");
-}
-
 TEST(ProgressTest, Bars) {
-  EXPECT_EQ(ProgressBar("installing", {0, 10, milliseconds(0)}),
+  EXPECT_EQ(ProgressBar("installing", {0, 10, milliseconds(0)}, 79),
             "installing [                                        ]   0% 0 objects/s");
-  EXPECT_EQ(ProgressBar("installing", {5, 10, milliseconds(2500)}),
+  EXPECT_EQ(ProgressBar("installing", {5, 10, milliseconds(2500)}, 200),
             "installing [####################                    ]  50% 2 objects/s");
-  EXPECT_EQ(ProgressBar("installing", {10, 10, milliseconds(1000)}),
+  EXPECT_EQ(ProgressBar("installing", {10, 10, milliseconds(1000)}, 79),
             "installing [########################################] 100% 10 objects/s");
 }
 
-TEST(ProgressTest, ShortWorkShowsNothing) {
-  std::ostringstream out;
-  for (const bool terminal : {false, true}) {
-    Progress progress("installing", &out, terminal);
+TEST(ProgressTest, WithoutATotalThereIsNoBar) {
+  EXPECT_EQ(ProgressBar("reading a.txtpb", {0, 0, milliseconds(4200)}, 79), "reading a.txtpb: 4 s");
+}
+
+TEST(ProgressTest, FitsNarrowTerminals) {
+  const ProgressState half = {50, 100, milliseconds(1000)};
+  EXPECT_EQ(ProgressBar("installing", half, 42), "installing [#####      ]  50% 50 objects/s");
+  EXPECT_EQ(ProgressBar("installing", half, 41), "installing [#####     ]  50% 50 objects/s");
+  EXPECT_EQ(ProgressBar("installing", half, 40), "installing  50% 50 objects/s");
+}
+
+LogSink::Options To(int fd) {
+  LogSink::Options options;
+  options.fd = fd;
+  return options;
+}
+
+TEST(ProgressTest, ShowsLongWorkOnATerminalOnly) {
+  const Terminal terminal(80);
+  LogSink log("manager", To(terminal.program()));
+  {
+    Progress progress("short", &log);
     progress.Set(1, 2);
   }
-  EXPECT_EQ(out.str(), "");
+  const auto start = std::chrono::steady_clock::now();
+  Progress progress("long", &log);
+  progress.Set(1, 2);
+  EXPECT_EQ(terminal.Read(26), "long [####################");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(1000));
+}
+
+TEST(ProgressTest, ShowsNothingWhereThereIsNoTerminal) {
+  const TestFolder folder;
+  const int file = open(folder.Path("log").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR);
+  ASSERT_GE(file, 0);
+  {
+    LogSink log("manager", To(file));
+    Progress progress("long", &log);
+    progress.Set(1, 2);
+    std::this_thread::sleep_for(milliseconds(1200));
+  }
+  close(file);
+  EXPECT_EQ(fs::file_size(folder.Path("log")), 0U);
 }
 
 }  // namespace

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <boost/system/system_error.hpp>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <thread>
@@ -121,11 +124,56 @@ TEST(Recorder, WhatIsWrittenIsSoonInTheFile) {
   }
 }
 
-TEST(Recorder, EmptiesAFileThatIsThere) {
+TEST(Recorder, OnlyTheOwnerReadsARecording) {
   const TemporaryFolder folder;
-  WriteFile(folder.File("recording"), std::string(100'000, 'x'));
+  const mode_t before = ::umask(0);
   { const Recorder recorder(folder.File("recording"), "test 1"); }
-  EXPECT_THAT(ReadEntries(folder.File("recording")), ElementsAre());
+  ::umask(before);
+  struct stat status {};
+  ASSERT_EQ(::stat(folder.File("recording").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
+  const TemporaryFolder folder;
+  const std::string path = folder.File("recording");
+  WriteFile(path, "kept");
+  ASSERT_EQ(::symlink("/nonexistent", (path + ".1").c_str()), 0);
+  std::vector<std::string> log;
+  const LogFunction note = [&log](LogLevel, const std::string& line) { log.push_back(line); };
+  {
+    // Each of two writers has a file of its own.
+    Recorder first(path, "test 1", note);
+    Recorder second(path, "test 2", note);
+    first.Event("first");
+    second.Event("second");
+  }
+  EXPECT_EQ(ReadFile(path), "kept");
+  EXPECT_THAT(ReadEntries(path + ".2"), ElementsAre("event { line: \"first\" }"));
+  EXPECT_THAT(ReadEntries(path + ".3"), ElementsAre("event { line: \"second\" }"));
+  EXPECT_THAT(log, ElementsAre(path + " is there; recording to " + path + ".2",
+                               path + " is there; recording to " + path + ".3"));
+}
+
+TEST(Recorder, NothingIsSaidOfANewFile) {
+  const TemporaryFolder folder;
+  int lines = 0;
+  {
+    const Recorder recorder(folder.File("new"), "test 1", [&](LogLevel, const auto&) { ++lines; });
+  }
+  EXPECT_EQ(lines, 0);
+}
+
+TEST(Recorder, FinishesOnce) {
+  const TemporaryFolder folder;
+  Recorder recorder(folder.File("recording"), "test 1");
+  recorder.BeginReinstall();
+  EXPECT_TRUE(recorder.Finish());
+  EXPECT_TRUE(recorder.Finish());
+  const HalRequest request = {HalOperation::kInstallVrf, 1, 0, "p"};
+  EXPECT_EQ(recorder.Request(request, nullptr), 1U);
+  recorder.Event("late");
+  EXPECT_THAT(ReadEntries(folder.File("recording")), ElementsAre("begin_reinstall { }"));
 }
 
 TEST(Recorder, ThrowsWithThePathAndTheReason) {
@@ -137,7 +185,8 @@ TEST(Recorder, ThrowsWithThePathAndTheReason) {
   for (const Case& test :
        {Case{"/nonexistent/recording", ENOENT,
              "cannot record to /nonexistent/recording: No such file or directory"},
-        Case{"/dev/full", ENOSPC, "cannot record to /dev/full: No space left on device"}}) {
+        Case{"/dev/full", EEXIST,
+             "cannot record to /dev/full, which is not a file: File exists"}}) {
     try {
       const Recorder recorder(test.path, "test 1");
       ADD_FAILURE() << test.path << " can be recorded to";
@@ -172,16 +221,20 @@ TEST(Recorder, StopsWithOneLineWhenTheFileCannotBeWritten) {
   const TemporaryFolder folder;
   const std::string path = folder.File("recording");
   const HalRequest request = {HalOperation::kInstallVrf, 1, 0, std::string(1000, 'p')};
-  testing::internal::CaptureStderr();
+  std::string log;
   {
     const LimitedFileSize limited(16'384);
-    Recorder recorder(path, "test 1");
+    Recorder recorder(path, "test 1", [&log](LogLevel level, const std::string& line) {
+      EXPECT_EQ(level, LogLevel::kError);
+      log += line + '\n';
+    });
     for (std::uint64_t number = 1; number <= 200; ++number) {
       EXPECT_EQ(recorder.Request(request, nullptr), number);
     }
     recorder.Event("still there");
+    EXPECT_FALSE(recorder.Finish());
   }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(log,
             "recording to " + path +
                 " stopped: File too large; what was written before is kept; make room and start "
                 "again to record on\n");
@@ -190,6 +243,23 @@ TEST(Recorder, StopsWithOneLineWhenTheFileCannotBeWritten) {
   EXPECT_GE(entries.size(), 10U);
   EXPECT_LE(entries.size(), 16U);
   EXPECT_TRUE(recording.cut_at());
+}
+
+TEST(Recorder, LeavesNoFileWhoseHeaderCannotBeWritten) {
+  const TemporaryFolder folder;
+  const LimitedFileSize limited(10);
+  EXPECT_THROW(Recorder(folder.File("recording"), "test 1"), boost::system::system_error);
+  EXPECT_FALSE(std::filesystem::exists(folder.File("recording")));
+}
+
+// What fails last, in the writes of the end.
+TEST(Recorder, AnIncompleteEndIsNotACompleteRecording) {
+  const TemporaryFolder folder;
+  Recorder recorder(folder.File("recording"), "test 1");
+  const auto size = std::filesystem::file_size(folder.File("recording"));
+  const LimitedFileSize limited(size + 10);
+  recorder.Request({HalOperation::kInstallVrf, 1, 0, std::string(1000, 'p')}, nullptr);
+  EXPECT_FALSE(recorder.Finish());
 }
 
 TEST(Recorder, LeavesOutAPayloadThatIsTooLong) {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tests/server/raw_client.h"
+#include "tests/support/log_text.h"
 
 namespace reference {
 namespace {
@@ -60,7 +61,8 @@ class Process {
   }
 
   std::string Output() const { return Read(output_); }
-  std::string Error() const { return Read(error_); }
+  /// Without times and levels.
+  std::string Error() const { return WithoutTimes(Read(error_)); }
 
   /// Waits, 5 seconds at most, until standard error has `text`.
   bool Says(const std::string& text) const {

@@ -1,0 +1,148 @@
+// The programs when nobody reads their standard error: the work goes on, and ends as it should.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/manager/process.h"
+#include "tests/server/raw_client.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::steady_clock;
+using ::testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+constexpr char kSite[] =
+    "interface { name: \"eth0\" lim_id: 1 }\n"
+    "vlan { id: 10 name: \"a\" interface: \"eth0\" mtu: 1500 }\n";
+
+/// A pipe without room: whoever writes to it waits.
+class FullPipe {
+ public:
+  FullPipe() {
+    if (pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK) != 0) std::abort();
+    const std::array<char, 4096> page{};
+    while (write(ends_[1], page.data(), page.size()) > 0) {
+    }
+    fcntl(ends_[1], F_SETFL, 0);
+  }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+  ~FullPipe() {
+    CloseReader();
+    close(ends_[1]);
+  }
+
+  int writer() const { return ends_[1]; }
+  void CloseReader() {
+    if (ends_[0] >= 0) close(ends_[0]);
+    ends_[0] = -1;
+  }
+
+ private:
+  std::array<int, 2> ends_{};
+};
+
+bool WaitForFile(const std::string& path) {
+  for (int i = 0; i < 2000; ++i) {
+    if (access(path.c_str(), F_OK) == 0) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+class UnreadLogTest : public ::testing::Test {
+ protected:
+  std::string socket() const { return files_.File("hal.sock"); }
+  std::string control() const { return files_.File("manager.sock"); }
+
+  /// Bounded, unlike the program if it is stuck.
+  int Run(const Words& words, int error) const { return Process(words, error).Wait(); }
+
+  int ShowTables() const { return Process({ZUSKUX_HAL, "tables", "--socket", socket()}).Wait(); }
+
+  // Each connection is a line, two when it has greeted.
+  void Connect(int times) const {
+    for (int i = 0; i < times; ++i) ASSERT_TRUE(RawClient(socket()).Greet()) << i;
+  }
+
+  ScratchDirectory files_;
+  FullPipe error_;
+};
+
+TEST_F(UnreadLogTest, TheServerServesOn) {
+  Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
+  ASSERT_TRUE(WaitForFile(socket()));
+  ASSERT_NO_FATAL_FAILURE(Connect(1000));
+  EXPECT_EQ(ShowTables(), 0);
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+}
+
+TEST_F(UnreadLogTest, TheServerServesOnWhenTheReaderGoes) {
+  Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
+  ASSERT_TRUE(WaitForFile(socket()));
+  error_.CloseReader();
+  ASSERT_NO_FATAL_FAILURE(Connect(10));
+  EXPECT_EQ(ShowTables(), 0);
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+}
+
+TEST_F(UnreadLogTest, TheManagerProgramsTheHal) {
+  const Process server({ZUSKUX_HAL, "--socket", socket()});
+  ASSERT_TRUE(WaitForFile(socket()));
+  EXPECT_EQ(Run({ZUSKUX_MANAGER, files_.Write("site", kSite), "--hal", "unix:" + socket()},
+                error_.writer()),
+            0);
+  error_.CloseReader();
+  EXPECT_EQ(Run({ZUSKUX_MANAGER, files_.Write("site", kSite), "--hal", "unix:" + socket()},
+                error_.writer()),
+            0);
+}
+
+TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {
+  const std::string site = files_.Write("site", kSite);
+  Process manager({ZUSKUX_MANAGER, site, "--stay", "--control", control()}, error_.writer());
+  ASSERT_TRUE(WaitForFile(control()));
+  const auto status = [this] {
+    Process process({ZUSKUX_MANAGER, "status", "--control", control(), "--json"});
+    EXPECT_EQ(process.Wait(), 0);
+    return process.out();
+  };
+  status();
+  for (const bool reader : {true, false}) {
+    if (!reader) error_.CloseReader();
+    manager.Signal(SIGHUP);
+    EXPECT_THAT(status(), HasSubstr("\"objects\""));
+  }
+  manager.Signal(SIGTERM);
+  EXPECT_EQ(manager.Wait(), 0);
+}
+
+TEST_F(UnreadLogTest, CommandsEndWithTheirExitStatus) {
+  const auto start = steady_clock::now();
+  EXPECT_EQ(Run({ZUSKUX_MANAGER, "--bogus"}, error_.writer()), 2);
+  EXPECT_EQ(Run({ZUSKUX_HAL, "--bogus"}, error_.writer()), 2);
+  EXPECT_EQ(Run({ZUSKUX_RECORD, "--bogus"}, error_.writer()), 2);
+  EXPECT_EQ(Run({ZUSKUX_RECORD, "show", files_.File("missing")}, error_.writer()), 1);
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(20));
+  error_.CloseReader();
+  EXPECT_EQ(Run({ZUSKUX_MANAGER, "--bogus"}, error_.writer()), 2);
+  EXPECT_EQ(Run({ZUSKUX_HAL, "--bogus"}, error_.writer()), 2);
+  EXPECT_EQ(Run({ZUSKUX_RECORD, "--bogus"}, error_.writer()), 2);
+}
+
+}  // namespace
+}  // namespace reference
