@@ -13,7 +13,9 @@ target_compile_options(
   zuskux_warnings
   INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
             -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wformat -Wformat-security -Wundef
-            -Werror)
+            -Werror
+            # Checks the annotations of reference/support/mutex.h.
+            $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 
 set(ZUSKUX_SANITIZERS "" CACHE STRING "Comma-separated sanitizers, for example address,undefined")
 if(ZUSKUX_SANITIZERS)

@@ -18,17 +18,17 @@ ClientQueue::ClientQueue(const SocketHalOptions& options)
       deadline_(options.deadline),
       outstanding_(max_entries_, options.first_sequence) {}
 
-ClientQueue::Taken ClientQueue::Submit(const HalRequest& request) {
-  const std::lock_guard lock(mutex_);
+HostQueue::Submission ClientQueue::Submit(const HalRequest& request) {
+  const MutexLock lock(&mutex_);
   ++counters_.requests;
   if (const auto refusal = Refusal(request)) {
     End(request, *refusal);
-    return {*refusal, false, WakeFor(HasWork())};
+    return {*refusal, WakeFor(HasWork()) ? Next::kWakeConnection : Next::kNothing};
   }
   const bool alone = outstanding_.size() == 0 && frames_.empty() && !writing_;
   Accept(request);
-  if (alone && server_ == Server::kFound) return {kHalSuccess, true, false};
-  return {kHalSuccess, false, WakeFor(HasWork())};
+  if (alone && server_ == Server::kFound) return {kHalSuccess, Next::kWriteNow};
+  return {kHalSuccess, WakeFor(HasWork()) ? Next::kWakeConnection : Next::kNothing};
 }
 
 std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) const {
@@ -103,8 +103,8 @@ void ClientQueue::Append(FrameType type, std::uint32_t sequence, const std::stri
   counters_.queued_peak = std::max(counters_.queued_peak, counters_.queued);
 }
 
-bool ClientQueue::Mark(FrameType mark) {
-  const std::lock_guard lock(mutex_);
+bool ClientQueue::SubmitMark(FrameType mark) {
+  const MutexLock lock(&mutex_);
   if (server_ == Server::kUnknown) {
     early_.push_back({HalRequest(), mark});
     ++counters_.queued;
@@ -127,14 +127,14 @@ void ClientQueue::SendMark(FrameType mark) {
 }
 
 bool ClientQueue::HasRoom() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   if (RoomNow()) return true;
   room_wanted_ = true;
   return false;
 }
 
-bool ClientQueue::TakeRoomDue() {
-  const std::lock_guard lock(mutex_);
+bool ClientQueue::TakeRoomReport() {
+  const MutexLock lock(&mutex_);
   const std::size_t entries = early_.size() + kept_vrfs_.size() + outstanding_.places();
   const bool half_free = entries <= max_entries_ / 2 && ended_.size() <= max_entries_ / 2 &&
                          early_bytes_ + frames_.size() + writing_bytes_ <= max_bytes_ / 2;
@@ -160,28 +160,28 @@ bool ClientQueue::WakeFor(bool work) {
 }
 
 // The write of the host's thread may have made the room that somebody waits for.
-bool ClientQueue::WakeDue() {
-  const std::lock_guard lock(mutex_);
+bool ClientQueue::RequestWake() {
+  const MutexLock lock(&mutex_);
   return WakeFor(HasWork() || room_wanted_);
 }
 
-void ClientQueue::StayAwake() {
-  const std::lock_guard lock(mutex_);
+void ClientQueue::SuppressWakeUps() {
+  const MutexLock lock(&mutex_);
   wake_pending_ = true;
 }
 
-bool ClientQueue::Awake() {
-  const std::lock_guard lock(mutex_);
+bool ClientQueue::AllowWakeUps() {
+  const MutexLock lock(&mutex_);
   wake_pending_ = false;
   return deadlines_to_watch_;
 }
 
-void ClientQueue::Connect(std::size_t max_payload) {
-  const std::lock_guard lock(mutex_);
+void ClientQueue::ServerFound(std::size_t max_payload) {
+  const MutexLock lock(&mutex_);
   server_ = Server::kFound;
   server_max_payload_ = max_payload;
   counters_.queued = 0;
-  const auto send = [this](const HalRequest& request) {
+  const auto send = [this](const HalRequest& request) ZUSKUX_REQUIRES(mutex_) {
     if (request.payload.size() <= MaxPayload()) {
       Send(request);
     } else {
@@ -199,18 +199,18 @@ void ClientQueue::Connect(std::size_t max_payload) {
   early_bytes_ = 0;
 }
 
-void ClientQueue::Disconnect() {
-  const std::lock_guard lock(mutex_);
-  const auto end = [this](HalRequest* request, HalReturnCode code) {
+void ClientQueue::ServerLost() {
+  const MutexLock lock(&mutex_);
+  const auto end = [this](HalRequest* request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_) {
     if (HasResult(request->operation)) {
       End(*request, code);
     } else {
       kept_vrfs_.Keep(std::move(*request));
     }
   };
-  outstanding_.Drain([&end](OutstandingRequest* outstanding) {
-    if (!outstanding->expired) end(&outstanding->request, kHalServerLost);
-  });
+  for (OutstandingRequest& outstanding : outstanding_.TakeAll()) {
+    if (!outstanding.expired) end(&outstanding.request, kHalServerLost);
+  }
   for (Early& early : std::exchange(early_, {})) {
     if (!early.mark) end(&early.request, kHalNoServer);
   }
@@ -227,12 +227,12 @@ void ClientQueue::Disconnect() {
 
 void ClientQueue::TakeEnded(std::vector<Ended>* ended) {
   ended->clear();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   ended->swap(ended_);
 }
 
 bool ClientQueue::TakeFrames(std::string* frames) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   if (writing_ || frames_.empty()) return false;
   frames->clear();
   frames->swap(frames_);
@@ -245,8 +245,8 @@ bool ClientQueue::TakeFrames(std::string* frames) {
   return true;
 }
 
-void ClientQueue::Written() {
-  const std::lock_guard lock(mutex_);
+void ClientQueue::ConfirmWritten() {
+  const MutexLock lock(&mutex_);
   if (!std::exchange(writing_, false)) return;
   outstanding_.MarkWritten(writing_up_to_, Clock::now());
   counters_.queued -= writing_counted_;
@@ -254,13 +254,14 @@ void ClientQueue::Written() {
 }
 
 void ClientQueue::AddHeartbeat() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
 }
 
-std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence, Clock::time_point now,
-                                                      std::chrono::nanoseconds hal_time) {
-  const std::lock_guard lock(mutex_);
+std::optional<OutstandingRequest> ClientQueue::TakeAnswered(std::uint32_t sequence,
+                                                            Clock::time_point now,
+                                                            std::chrono::nanoseconds hal_time) {
+  const MutexLock lock(&mutex_);
   std::optional<OutstandingRequest> answered = outstanding_.Take(sequence);
   if (!answered) {
     ++counters_.late_results;
@@ -281,8 +282,8 @@ std::optional<OutstandingRequest> ClientQueue::Answer(std::uint32_t sequence, Cl
   return answered;
 }
 
-std::optional<ClientQueue::Clock::time_point> ClientQueue::Expire(Clock::time_point now) {
-  const std::lock_guard lock(mutex_);
+std::optional<ConnectionQueue::Clock::time_point> ClientQueue::EndOverdue(Clock::time_point now) {
+  const MutexLock lock(&mutex_);
   deadlines_to_watch_ = false;
   while (const OutstandingRequest* const oldest = outstanding_.OldestUnexpired()) {
     const Clock::time_point due = oldest->submitted + deadline_;
@@ -295,15 +296,16 @@ std::optional<ClientQueue::Clock::time_point> ClientQueue::Expire(Clock::time_po
   return std::nullopt;
 }
 
-std::optional<HalRequest> ClientQueue::LostVrf(Clock::time_point now) {
-  const std::lock_guard lock(mutex_);
+std::optional<HalRequest> ClientQueue::FindLostVrf(Clock::time_point now) {
+  const MutexLock lock(&mutex_);
   const OutstandingRequest* const oldest = outstanding_.OldestOvertaken();
   if (oldest == nullptr || oldest->submitted + deadline_ > now) return std::nullopt;
   return WithoutPayload(oldest->request);
 }
 
-std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::uint32_t sequence) {
-  const std::lock_guard lock(mutex_);
+std::optional<ConnectionQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(
+    std::uint32_t sequence) {
+  const MutexLock lock(&mutex_);
   if (ended_reinstall_ && ended_reinstall_->sequence == sequence) {
     return std::exchange(ended_reinstall_, std::nullopt);
   }
@@ -312,12 +314,12 @@ std::optional<ClientQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(std::
 }
 
 void ClientQueue::CountServerFound() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   ++counters_.servers_found;
 }
 
 HalConnectionCounters ClientQueue::counters() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   HalConnectionCounters counters = counters_;
   counters.results = results_.load(std::memory_order_relaxed);
   counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + ended_.size() +
@@ -326,12 +328,12 @@ HalConnectionCounters ClientQueue::counters() const {
 }
 
 HalLatencies ClientQueue::latencies() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   return {queue_latency_.Summary(), wire_latency_.Summary(), hal_latency_.Summary()};
 }
 
 SocketHalStatistics ClientQueue::statistics() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   return {wake_ups_, writes_};
 }
 

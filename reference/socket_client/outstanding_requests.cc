@@ -58,6 +58,19 @@ void OutstandingRequests::ExpireOldest() {
   ++expired_;
 }
 
+std::vector<OutstandingRequest> OutstandingRequests::TakeAll() {
+  std::vector<OutstandingRequest> taken;
+  taken.reserve(size_);
+  for (; head_ != tail_; ++head_) {
+    std::optional<OutstandingRequest>& slot = SlotOf(head_);
+    if (slot) taken.push_back(*std::exchange(slot, std::nullopt));
+  }
+  size_ = 0;
+  unexpired_ = unwritten_ = tail_;
+  expired_ = 0;
+  return taken;
+}
+
 const OutstandingRequest* OutstandingRequests::OldestOvertaken() {
   if (size() == places()) return nullptr;
   const auto& oldest = SlotOf(head_);

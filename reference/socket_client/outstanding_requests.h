@@ -67,18 +67,8 @@ class OutstandingRequests {
   /// else null. Valid until something else is called.
   const OutstandingRequest* OldestOvertaken();
 
-  /// Calls `function(OutstandingRequest*)` on each, in order, and forgets them all.
-  template <typename Function>
-  void Drain(Function function) {
-    for (; head_ != tail_; ++head_) {
-      std::optional<OutstandingRequest>& slot = SlotOf(head_);
-      if (slot) function(&*slot);
-      slot.reset();
-    }
-    size_ = 0;
-    unexpired_ = unwritten_ = tail_;
-    expired_ = 0;
-  }
+  /// Takes out all, in order.
+  std::vector<OutstandingRequest> TakeAll();
 
  private:
   std::optional<OutstandingRequest>& SlotOf(std::uint64_t place) {

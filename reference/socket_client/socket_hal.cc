@@ -10,7 +10,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <iomanip>
-#include <mutex>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -21,6 +20,7 @@
 #include "reference/socket_client/handler_memory.h"
 #include "reference/socket_client/reinstall_check.h"
 #include "reference/socket_client/socket_watch.h"
+#include "reference/support/mutex.h"
 #include "reference/wire/frame.h"
 #include "reference/wire/printable.h"
 #include "reference/wire/send.h"
@@ -92,7 +92,7 @@ class SocketHal::Connection {
   void Start(HalReporter reporter);
   HalReturnCode Submit(const HalRequest& request);
   void Mark(FrameType mark);
-  ClientQueue* queue() { return &queue_; }
+  HostQueue* queue() { return host_queue_; }
 
  private:
   // On the host's thread:
@@ -110,15 +110,16 @@ class SocketHal::Connection {
 
   void Read(const SessionPtr& session);
   void OnRead(const SessionPtr& session, const error_code& error, std::size_t size);
-  void Take(const SessionPtr& session, std::size_t size);
+  void HandleBytes(const SessionPtr& session, std::size_t size);
   void WriteQueued(const SessionPtr& session);
   void WriteRest(const SessionPtr& session, std::string rest);
   void WriteOutgoing(const SessionPtr& session, std::size_t begin);
   void OnWritten(const SessionPtr& session);
-  void LetHostWrite(const SessionPtr& session);
-  void Expire();
-  void LookAfterHeart(const SessionPtr& session);
-  void BeatHeart(const SessionPtr& session);
+  void AllowHostWrites(const SessionPtr& session);
+  void ForbidHostWrites();
+  void EndOverdue();
+  void ScheduleHeartbeat(const SessionPtr& session);
+  void CheckHeartbeat(const SessionPtr& session);
 
   /// What is wrong with the frame; empty when nothing is.
   std::string OnFrame(const FrameSplitter::Frame& frame);
@@ -137,7 +138,9 @@ class SocketHal::Connection {
 
   const SocketHalOptions options_;
   const Protocol::endpoint endpoint_;
-  ClientQueue queue_;
+  ClientQueue client_queue_;
+  HostQueue* const host_queue_ = client_queue_.host();
+  ConnectionQueue* const queue_ = client_queue_.connection();
   HalReporter reporter_;
   std::atomic<bool> stopping_ = false;
 
@@ -154,14 +157,14 @@ class SocketHal::Connection {
   Clock::time_point read_at_;
   std::chrono::milliseconds pause_;
   std::string last_failure_;
-  std::vector<ClientQueue::Ended> ended_;
+  std::vector<ConnectionQueue::Ended> ended_;
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
 
-  std::mutex host_mutex_;
-  // Guarded by `host_mutex_`: what the host's thread may write to, null for none, and what it does.
-  SessionPtr host_session_;
-  std::string host_outgoing_;
+  Mutex host_mutex_;
+  // What the host's thread may write to, null for none, and what it writes.
+  SessionPtr host_session_ ZUSKUX_GUARDED_BY(host_mutex_);
+  std::string host_outgoing_ ZUSKUX_GUARDED_BY(host_mutex_);
 
   std::thread thread_;
 };
@@ -169,7 +172,7 @@ class SocketHal::Connection {
 SocketHal::Connection::Connection(SocketHalOptions options)
     : options_(std::move(options)),
       endpoint_(options_.path),
-      queue_(options_),
+      client_queue_(options_),
       io_(1),
       pause_(options_.reconnect_first) {}
 
@@ -188,25 +191,26 @@ void SocketHal::Connection::Start(HalReporter reporter) {
 }
 
 HalReturnCode SocketHal::Connection::Submit(const HalRequest& request) {
-  const ClientQueue::Taken taken = queue_.Submit(request);
-  if (taken.alone) WriteAtOnce();
-  if (taken.wake || (taken.alone && queue_.WakeDue())) Wake();
-  return taken.code;
+  const auto [code, next] = host_queue_->Submit(request);
+  const bool write_now = next == HostQueue::Next::kWriteNow;
+  if (write_now) WriteAtOnce();
+  if (next == HostQueue::Next::kWakeConnection || (write_now && host_queue_->RequestWake())) Wake();
+  return code;
 }
 
 // To wake the connection's thread for a single request would take longer than to write it.
 void SocketHal::Connection::WriteAtOnce() {
-  const std::lock_guard lock(host_mutex_);
-  if (host_session_ == nullptr || !queue_.TakeFrames(&host_outgoing_)) return;
+  const MutexLock lock(&host_mutex_);
+  if (host_session_ == nullptr || !host_queue_->TakeFrames(&host_outgoing_)) return;
   const std::size_t sent = SendAtOnce(host_session_->socket.native_handle(), host_outgoing_);
-  if (sent == host_outgoing_.size()) return queue_.Written();
+  if (sent == host_outgoing_.size()) return host_queue_->ConfirmWritten();
   asio::post(io_, [this, session = host_session_, rest = host_outgoing_.substr(sent)]() mutable {
     WriteRest(session, std::move(rest));
   });
 }
 
 void SocketHal::Connection::Mark(FrameType mark) {
-  if (queue_.Mark(mark)) Wake();
+  if (host_queue_->SubmitMark(mark)) Wake();
 }
 
 void SocketHal::Connection::Wake() {
@@ -214,7 +218,7 @@ void SocketHal::Connection::Wake() {
 }
 
 void SocketHal::Connection::OnWake() {
-  if (queue_.Awake()) Expire();
+  if (queue_->AllowWakeUps()) EndOverdue();
   ReportEnded();
   if (session_ != nullptr) WriteQueued(session_);
   ReportRoom();
@@ -239,7 +243,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
   session->outgoing = HelloFrame();
   WriteOutgoing(session, 0);
   Read(session);
-  LookAfterHeart(session);
+  ScheduleHeartbeat(session);
 }
 
 // Ends the connection, or the attempt at one, and everything that depends on it; the next attempt
@@ -247,14 +251,14 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
 void SocketHal::Connection::Reconnect(const std::string& reason,
                                       std::chrono::milliseconds longest_pause) {
   if (session_->useful) pause_ = options_.reconnect_first;
-  LetHostWrite(nullptr);
+  ForbidHostWrites();
   const bool found = session_->greeted;
   error_code ignored;
   session_->socket.close(ignored);
   session_.reset();
   heart_timer_.cancel();
   reinstall_check_.Clear();
-  queue_.Disconnect();
+  queue_->ServerLost();
   LogFailure(reason);
   ReportEnded();
   if (found && !stopping_) reporter_.ServerLost();
@@ -295,15 +299,15 @@ void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& 
     Reconnect("HAL server lost: " + error.message());
     return;
   }
-  queue_.StayAwake();
-  Take(session, size);
+  queue_->SuppressWakeUps();
+  HandleBytes(session, size);
   if (stopping_) return;
   OnWake();
   if (session == session_) Read(session);
 }
 
 // What was read, and what follows from it.
-void SocketHal::Connection::Take(const SessionPtr& session, std::size_t size) {
+void SocketHal::Connection::HandleBytes(const SessionPtr& session, std::size_t size) {
   read_at_ = Clock::now();
   session->heard = true;
   session->splitter.Feed({session->incoming.data(), size});
@@ -323,10 +327,10 @@ void SocketHal::Connection::Take(const SessionPtr& session, std::size_t size) {
 
 void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
   if (!session->greeted || session->writing) return;
-  while (queue_.TakeFrames(&session->outgoing)) {
+  while (queue_->TakeFrames(&session->outgoing)) {
     const std::size_t sent = SendAtOnce(session->socket.native_handle(), session->outgoing);
     if (sent < session->outgoing.size()) return WriteOutgoing(session, sent);
-    queue_.Written();
+    queue_->ConfirmWritten();
   }
 }
 
@@ -349,37 +353,42 @@ void SocketHal::Connection::WriteOutgoing(const SessionPtr& session, std::size_t
 }
 
 void SocketHal::Connection::OnWritten(const SessionPtr& session) {
-  queue_.Written();
-  if (session->greeted) LetHostWrite(session);
+  queue_->ConfirmWritten();
+  if (session->greeted) AllowHostWrites(session);
   WriteQueued(session);
   ReportRoom();
 }
 
-void SocketHal::Connection::LetHostWrite(const SessionPtr& session) {
-  const std::lock_guard lock(host_mutex_);
+void SocketHal::Connection::AllowHostWrites(const SessionPtr& session) {
+  const MutexLock lock(&host_mutex_);
   host_session_ = session;
 }
 
-void SocketHal::Connection::Expire() {
-  const auto next = queue_.Expire(Clock::now());
+void SocketHal::Connection::ForbidHostWrites() {
+  const MutexLock lock(&host_mutex_);
+  host_session_ = nullptr;
+}
+
+void SocketHal::Connection::EndOverdue() {
+  const auto next = queue_->EndOverdue(Clock::now());
   ReportEnded();
   if (!next) return;
   deadline_timer_.expires_at(*next);
   deadline_timer_.async_wait([this](const error_code& error) {
     if (error) return;
-    Expire();
+    EndOverdue();
     ReportRoom();
   });
 }
 
-void SocketHal::Connection::LookAfterHeart(const SessionPtr& session) {
+void SocketHal::Connection::ScheduleHeartbeat(const SessionPtr& session) {
   heart_timer_.expires_after(options_.heartbeat);
   heart_timer_.async_wait([this, session](const error_code& error) {
-    if (!error && session == session_) BeatHeart(session);
+    if (!error && session == session_) CheckHeartbeat(session);
   });
 }
 
-void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
+void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
   const bool heard = std::exchange(session->heard, false);
   if (session->greeted && heard) {
     session->heartbeat_unanswered = false;
@@ -392,7 +401,7 @@ void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
               " for " + Text(options_.heartbeat * options_.heartbeats_missed));
     return;
   }
-  if (const auto lost = queue_.LostVrf(Clock::now())) {
+  if (const auto lost = queue_->FindLostVrf(Clock::now())) {
     Reconnect("HAL server closed, it answered later requests but not " +
               std::string(OperationName(lost->operation)) + ' ' + std::to_string(lost->id) +
               " for " + Text(options_.deadline));
@@ -400,10 +409,10 @@ void SocketHal::Connection::BeatHeart(const SessionPtr& session) {
   }
   if (session->greeted && !heard && !session->heartbeat_unanswered) {
     session->heartbeat_unanswered = true;
-    queue_.AddHeartbeat();
+    queue_->AddHeartbeat();
     WriteQueued(session);
   }
-  LookAfterHeart(session);
+  ScheduleHeartbeat(session);
 }
 
 std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
@@ -447,11 +456,11 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   repeated_reinstalls_ = 0;
   Log("connected to HAL server " + Printable(hello.program()) + ", generation " +
       Hex(hello.generation()));
-  queue_.Connect(hello.max_payload());
+  queue_->ServerFound(hello.max_payload());
   ReportEnded();
   ReportServerFound();
-  if (!session_->writing) LetHostWrite(session_);
-  Expire();
+  if (!session_->writing) AllowHostWrites(session_);
+  EndOverdue();
   return {};
 }
 
@@ -461,7 +470,7 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     return "HAL server closed, it sent a result of " + std::to_string(frame.payload.size()) +
            " bytes";
   }
-  const auto answered = queue_.Answer(frame.header.sequence, read_at_, result->hal_time);
+  const auto answered = queue_->TakeAnswered(frame.header.sequence, read_at_, result->hal_time);
   if (!answered) return {};
   const HalRequest& request = answered->request;
   if (result->id != request.id) {
@@ -493,7 +502,7 @@ std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
   if (!summary.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
     return "HAL server closed, its table summary does not decode";
   }
-  const auto reinstall = queue_.TakeEndedReinstall(frame.header.sequence);
+  const auto reinstall = queue_->TakeEndedReinstall(frame.header.sequence);
   if (!reinstall || reinstall->number == 0) return {};
 
   const std::string differences = reinstall_check_.End(reinstall->number, summary);
@@ -522,12 +531,12 @@ void SocketHal::Connection::ReportReinstallEnded(bool in_sync) {
 
 void SocketHal::Connection::ReportServerFound() {
   if (stopping_) return;
-  queue_.CountServerFound();
+  queue_->CountServerFound();
   reporter_.ServerFound();
 }
 
 void SocketHal::Connection::ReportEnded() {
-  queue_.TakeEnded(&ended_);
+  queue_->TakeEnded(&ended_);
   for (const auto& [request, code] : ended_) {
     if (!HasResult(request.operation)) {
       Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
@@ -538,13 +547,13 @@ void SocketHal::Connection::ReportEnded() {
 }
 
 void SocketHal::Connection::ReportRoom() {
-  if (!queue_.TakeRoomDue() || stopping_) return;
+  if (!queue_->TakeRoomReport() || stopping_) return;
   reporter_.Room();
 }
 
 void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code) {
   if (stopping_) return;
-  if (HasResult(request.operation)) queue_.CountResult();
+  if (HasResult(request.operation)) queue_->CountResult();
   reporter_.Result(request, code);
 }
 

@@ -108,12 +108,12 @@ TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
   EXPECT_FALSE(requests.Take(1)->written);
 }
 
-TEST(OutstandingRequestsTest, AreDrainedInOrder) {
+TEST(OutstandingRequestsTest, AreAllTakenInOrder) {
   OutstandingRequests requests(3, 0);
   for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
   requests.Take(1);
   std::vector<std::uint32_t> ids;
-  requests.Drain([&ids](const OutstandingRequest* request) { ids.push_back(request->request.id); });
+  for (const OutstandingRequest& each : requests.TakeAll()) ids.push_back(each.request.id);
   EXPECT_THAT(ids, ElementsAre(1, 3));
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
@@ -124,44 +124,48 @@ TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
   SocketHalOptions options;
   options.queue_entries = 2;
   ClientQueue queue(options);
-  queue.Connect(kDefaultMaxPayload);
-  for (const std::uint32_t id : {1U, 2U}) queue.Submit(Outstanding(id).request);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  for (const std::uint32_t id : {1U, 2U}) host.Submit(Outstanding(id).request);
   std::string frames;
-  ASSERT_TRUE(queue.TakeFrames(&frames));
-  EXPECT_EQ(queue.counters().queued, 2U);
-  EXPECT_TRUE(queue.Answer(0, {}, {}));
-  EXPECT_EQ(queue.counters().queued, 1U);
-  EXPECT_TRUE(queue.Answer(1, {}, {}));
-  EXPECT_EQ(queue.counters().queued, 0U);
-  queue.Submit(Outstanding(3).request);
-  EXPECT_EQ(queue.counters().queued, 1U);
-  EXPECT_FALSE(queue.TakeFrames(&frames)) << "the first write is not over";
-  queue.Written();
-  ASSERT_TRUE(queue.TakeFrames(&frames));
-  queue.Written();
-  EXPECT_EQ(queue.counters().queued, 0U);
-  EXPECT_FALSE(queue.TakeFrames(&frames)) << "nothing waits";
-  EXPECT_EQ(queue.counters().queued_peak, 2U);
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  EXPECT_EQ(host.counters().queued, 2U);
+  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
+  EXPECT_EQ(host.counters().queued, 1U);
+  EXPECT_TRUE(connection.TakeAnswered(1, {}, {}));
+  EXPECT_EQ(host.counters().queued, 0U);
+  host.Submit(Outstanding(3).request);
+  EXPECT_EQ(host.counters().queued, 1U);
+  EXPECT_FALSE(connection.TakeFrames(&frames)) << "the first write is not over";
+  connection.ConfirmWritten();
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_EQ(host.counters().queued, 0U);
+  EXPECT_FALSE(connection.TakeFrames(&frames)) << "nothing waits";
+  EXPECT_EQ(host.counters().queued_peak, 2U);
 }
 
 TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   SocketHalOptions options;
   options.queue_bytes = 100;
   ClientQueue queue(options);
-  queue.Connect(kDefaultMaxPayload);
-  const auto submit = [&queue](std::uint32_t id, std::size_t size) {
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  const auto submit = [&](std::uint32_t id, std::size_t size) {
     const HalRequest request = {HalOperation::kInstallVrf, id, 0, std::string(size, 'v')};
-    const HalReturnCode code = queue.Submit(request).code;
+    const HalReturnCode code = host.Submit(request).code;
     // Nothing waits to be written.
     std::string frames;
-    if (queue.TakeFrames(&frames)) queue.Written();
+    if (connection.TakeFrames(&frames)) connection.ConfirmWritten();
     return code;
   };
   EXPECT_EQ(submit(1, 60), kHalSuccess);
   EXPECT_EQ(submit(2, 41), kHalQueueFull);
   EXPECT_EQ(submit(3, 40), kHalSuccess);
   EXPECT_EQ(submit(4, 1), kHalQueueFull);
-  EXPECT_TRUE(queue.Answer(0, {}, {}));
+  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
   EXPECT_EQ(submit(4, 60), kHalSuccess);
 }
 
@@ -170,56 +174,62 @@ TEST(ClientQueueTest, AVrfIsLostWhenItIsOverdueAndOvertaken) {
   options.deadline = std::chrono::milliseconds(100);
   options.queue_entries = 3;
   ClientQueue queue(options);
-  queue.Connect(kDefaultMaxPayload);
-  const ClientQueue::Clock::time_point begin = ClientQueue::Clock::now();
-  queue.Submit({HalOperation::kInstallVrf, 7, 0, "payload"});
-  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::hours(1))) << "the server may be slow";
-  queue.Submit(Outstanding(1).request);
-  EXPECT_TRUE(queue.Answer(1, {}, {}));
-  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::milliseconds(99)));
-  EXPECT_EQ(queue.counters().unfinished, 1U);
-  const auto lost = queue.LostVrf(begin + std::chrono::hours(1));
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  const ConnectionQueue::Clock::time_point begin = ConnectionQueue::Clock::now();
+  host.Submit({HalOperation::kInstallVrf, 7, 0, "payload"});
+  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::hours(1))) << "the server may be slow";
+  host.Submit(Outstanding(1).request);
+  EXPECT_TRUE(connection.TakeAnswered(1, {}, {}));
+  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::milliseconds(99)));
+  EXPECT_EQ(host.counters().unfinished, 1U);
+  const auto lost = connection.FindLostVrf(begin + std::chrono::hours(1));
   ASSERT_TRUE(lost);
   EXPECT_EQ(lost->operation, HalOperation::kInstallVrf);
   EXPECT_EQ(lost->id, 7U);
-  EXPECT_TRUE(queue.Answer(0, {}, {}));
-  EXPECT_FALSE(queue.LostVrf(begin + std::chrono::hours(1)));
+  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
+  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::hours(1)));
 }
 
 TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {
   SocketHalOptions options;
   options.queue_bytes = 100;
   ClientQueue queue(options);
-  queue.Connect(60);
-  const auto submit = [&queue] {
-    return queue.Submit({HalOperation::kInstallVlan, 1, 0, std::string(50, 'v')});
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(60);
+  const auto submit = [&] {
+    return host.Submit({HalOperation::kInstallVlan, 1, 0, std::string(50, 'v')});
   };
-  EXPECT_TRUE(submit().alone);
+  EXPECT_EQ(submit().next, HostQueue::Next::kWriteNow);
   // So that nothing else is a reason.
-  queue.Expire(ClientQueue::Clock::now());
+  connection.EndOverdue(ConnectionQueue::Clock::now());
   std::string frames;
-  ASSERT_TRUE(queue.TakeFrames(&frames));
-  EXPECT_FALSE(queue.HasRoom()) << "during the write";
-  EXPECT_FALSE(queue.TakeRoomDue());
-  queue.Written();
-  EXPECT_TRUE(queue.WakeDue());
-  EXPECT_FALSE(queue.Awake());
-  EXPECT_TRUE(queue.TakeRoomDue());
-  EXPECT_FALSE(queue.WakeDue()) << "nobody waits any more";
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  EXPECT_FALSE(host.HasRoom()) << "during the write";
+  EXPECT_FALSE(connection.TakeRoomReport());
+  connection.ConfirmWritten();
+  EXPECT_TRUE(host.RequestWake());
+  EXPECT_FALSE(connection.AllowWakeUps());
+  EXPECT_TRUE(connection.TakeRoomReport());
+  EXPECT_FALSE(host.RequestWake()) << "nobody waits any more";
 }
 
 TEST(ClientQueueTest, EverythingOverdueExpiresTogether) {
   SocketHalOptions options;
   options.deadline = std::chrono::milliseconds(100);
   ClientQueue queue(options);
-  queue.Connect(kDefaultMaxPayload);
-  for (const std::uint32_t id : {1U, 2U, 3U}) queue.Submit(Outstanding(id).request);
-  const auto after_submission = ClientQueue::Clock::now();
-  EXPECT_EQ(queue.Expire(after_submission + options.deadline), std::nullopt);
-  std::vector<ClientQueue::Ended> ended;
-  queue.TakeEnded(&ended);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  for (const std::uint32_t id : {1U, 2U, 3U}) host.Submit(Outstanding(id).request);
+  const auto after_submission = ConnectionQueue::Clock::now();
+  EXPECT_EQ(connection.EndOverdue(after_submission + options.deadline), std::nullopt);
+  std::vector<ConnectionQueue::Ended> ended;
+  connection.TakeEnded(&ended);
   std::vector<std::uint32_t> ids;
-  for (const ClientQueue::Ended& each : ended) {
+  for (const ConnectionQueue::Ended& each : ended) {
     EXPECT_EQ(each.code, kHalDeadline);
     ids.push_back(each.request.id);
   }
@@ -230,31 +240,35 @@ TEST(ClientQueueTest, ThereIsNoRoomWhileAsMuchHasEndedAsMayBeOutstanding) {
   SocketHalOptions options;
   options.queue_entries = 2;
   ClientQueue queue(options);
-  queue.Disconnect();
-  EXPECT_EQ(queue.Submit(Outstanding(1).request).code, kHalNoServer);
-  EXPECT_TRUE(queue.HasRoom());
-  EXPECT_EQ(queue.Submit(Outstanding(2).request).code, kHalNoServer);
-  EXPECT_FALSE(queue.HasRoom());
-  EXPECT_FALSE(queue.TakeRoomDue()) << "nothing was reported";
-  std::vector<ClientQueue::Ended> ended;
-  queue.TakeEnded(&ended);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerLost();
+  EXPECT_EQ(host.Submit(Outstanding(1).request).code, kHalNoServer);
+  EXPECT_TRUE(host.HasRoom());
+  EXPECT_EQ(host.Submit(Outstanding(2).request).code, kHalNoServer);
+  EXPECT_FALSE(host.HasRoom());
+  EXPECT_FALSE(connection.TakeRoomReport()) << "nothing was reported";
+  std::vector<ConnectionQueue::Ended> ended;
+  connection.TakeEnded(&ended);
   EXPECT_EQ(ended.size(), 2U);
-  EXPECT_TRUE(queue.TakeRoomDue());
+  EXPECT_TRUE(connection.TakeRoomReport());
 }
 
 TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
   ClientQueue queue{SocketHalOptions()};
-  queue.Connect(kDefaultMaxPayload);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
   std::string frames;
-  queue.AddHeartbeat();
-  ASSERT_TRUE(queue.TakeFrames(&frames));
-  queue.Written();
-  EXPECT_EQ(queue.statistics().writes, 0U);
-  queue.AddHeartbeat();
-  queue.Submit(Outstanding(1).request);
-  ASSERT_TRUE(queue.TakeFrames(&frames));
-  queue.Written();
-  EXPECT_EQ(queue.statistics().writes, 1U);
+  connection.AddHeartbeat();
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_EQ(host.statistics().writes, 0U);
+  connection.AddHeartbeat();
+  host.Submit(Outstanding(1).request);
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_EQ(host.statistics().writes, 1U);
 }
 
 TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
