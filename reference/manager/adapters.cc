@@ -1,12 +1,8 @@
 #include "reference/manager/adapters.h"
 
-#include <type_traits>
-
 #include "interface_ids/interface_table.h"
+#include "reference/hal/kinds.h"
 #include "zuskux/hai_dest_ecmp.h"
-#include "zuskux/hai_dest_host.h"
-#include "zuskux/hai_dest_mpls.h"
-#include "zuskux/hai_dest_vlan.h"
 #include "zuskux/vrf_hai.h"
 
 namespace reference {
@@ -15,15 +11,6 @@ namespace {
 using dest_mng::EcmpData;
 using dest_mng::HaiL3MplsEncapsulation;
 using dest_mng::VrfData;
-
-template <typename Object>
-struct AdapterOf;
-template <>
-struct AdapterOf<dest_mng::DbVlanObject> : dest_mng::HaiL3MplsEncapsulationVlan {};
-template <>
-struct AdapterOf<dest_mng::DbHostObject> : dest_mng::HaiL3MplsEncapsulationHost {};
-template <>
-struct AdapterOf<dest_mng::DbMplsObject> : dest_mng::HaiL3MplsEncapsulationMpls {};
 
 using Operation = int (HaiL3MplsEncapsulation::*)(void*);
 
@@ -68,6 +55,22 @@ struct Destroy {
   }
 };
 
+// The adapters of these two fill the message only on its way to the HAL.
+
+void Translate(const VrfData& vrf, encapsulation::VrfMessage* message) {
+  message->set_vrf_id(vrf.vrf_id);
+}
+
+void Translate(const EcmpData& ecmp, encapsulation::EcmpMessage* message) {
+  message->set_db_id(ecmp.db_id);
+  for (const std::uint32_t member : ecmp.nhops) message->add_members(member);
+}
+
+template <typename Object, typename Message>
+void Translate(const std::unique_ptr<Object>& object, Message* message) {
+  (AdapterOf<Object>().*AdapterOf<Object>::kTranslate)(object.get(), message);
+}
+
 }  // namespace
 
 void SetInterfaces(const std::vector<SiteInterface>& interfaces) {
@@ -86,6 +89,15 @@ void SendDestroy(Destination* destination) { std::visit(Destroy(), *destination)
 
 void SendDestroyVrf(const VrfData& vrf, std::uint32_t vrf_id) {
   dest_mng::HaiL3MplsEncapsulationVrf().DestroyVrf({vrf_id, vrf.db_id});
+}
+
+HalMessage TranslateForHal(const Destination& destination) {
+  return VisitKind(KindOf(destination), [&destination](auto row) -> HalMessage {
+    using Kind = decltype(row);
+    typename Kind::Message message;
+    Translate(std::get<static_cast<std::size_t>(Kind::kKind)>(destination), &message);
+    return {Kind::Id(message).value_or(0), message.SerializeAsString()};
+  });
 }
 
 }  // namespace reference

@@ -2,6 +2,7 @@
 #define ZUSKUX_REFERENCE_MANAGER_ADAPTERS_H_
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "reference/manager/destination.h"
@@ -26,6 +27,17 @@ void SendDestroy(Destination* destination);
 
 /// Asks the HAL to remove a VRF that it has under `vrf_id`.
 void SendDestroyVrf(const dest_mng::VrfData& vrf, std::uint32_t vrf_id);
+
+/// What the HAL is sent of an object.
+struct HalMessage {
+  /// The id under which the HAL keeps the object: the numeric one of a VRF.
+  std::uint32_t id = 0;
+  /// The serialised message.
+  std::string payload;
+};
+
+/// The message of an install. Nothing is sent or traced, and there need be no HAL client.
+HalMessage TranslateForHal(const Destination& destination);
 
 }  // namespace reference
 

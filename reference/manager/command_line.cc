@@ -65,9 +65,13 @@ std::int64_t Number(const po::variables_map& values, const char* option, std::in
 
 ObjectKey ReadKey(const std::string& text) {
   if (const auto key = ParseObjectKey(text)) return *key;
-  throw UsageError(
-      "--explain " + text +
-      " names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, mpls)");
+  std::string kinds;
+  for (const HalKind kind : kAllHalKinds) {
+    if (!kinds.empty()) kinds += ", ";
+    kinds += HalKindName(kind);
+  }
+  throw UsageError("--explain " + text + " names no object; write KIND:ID, for example vlan:10 (" +
+                   kinds + ')');
 }
 
 void CheckGraph(const std::string& path) {

@@ -22,16 +22,11 @@ constexpr bool kError = false;
 std::mutex sink_mutex;
 NotificationSink* sink = nullptr;
 
-std::uint32_t SecondaryId(const google::protobuf::Message& /*record*/) { return 0; }
-
-std::uint32_t SecondaryId(const dest_mng::DestMplsMessage& record) { return record.secondary_id(); }
-
-template <typename Record>
-void PassResult(HalKind kind, HalAction action, bool success,
-                const msg_ctrl::MessageController& controller) {
+/// Passes on the results of one kind, which come in a `Record`.
+template <HalKind kind, typename Record>
+void PassResult(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
   const auto& record = dynamic_cast<const Record&>(*controller.message()->message());
-  const HalResult result{kind,           action,         success,
-                         ReportedCode(), record.db_id(), SecondaryId(record)};
+  const HalResult result{kind, action, success, ReportedCode(), record.db_id()};
   const std::lock_guard lock(sink_mutex);
   if (sink != nullptr) sink->OnResult(result);
 }
@@ -39,22 +34,6 @@ void PassResult(HalKind kind, HalAction action, bool success,
 void PassReinstall(HalKind kind) {
   const std::lock_guard lock(sink_mutex);
   if (sink != nullptr) sink->OnReinstall(kind);
-}
-
-void PassVlan(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
-  PassResult<dest_mng::DestVlanMessage>(HalKind::kVlan, action, success, controller);
-}
-
-void PassHost(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
-  PassResult<dest_mng::DestHostMessage>(HalKind::kHost, action, success, controller);
-}
-
-void PassEcmp(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
-  PassResult<dest_mng::DestEcmpRouteMessage>(HalKind::kEcmp, action, success, controller);
-}
-
-void PassMpls(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
-  PassResult<dest_mng::DestMplsMessage>(HalKind::kMpls, action, success, controller);
 }
 
 }  // namespace
@@ -72,11 +51,13 @@ using reference::HalAction;
 using reference::HalKind;
 using reference::kError;
 using reference::kSuccess;
-using reference::PassEcmp;
-using reference::PassHost;
-using reference::PassMpls;
 using reference::PassReinstall;
-using reference::PassVlan;
+using reference::PassResult;
+
+constexpr auto& PassVlan = PassResult<HalKind::kVlan, DestVlanMessage>;
+constexpr auto& PassHost = PassResult<HalKind::kHost, DestHostMessage>;
+constexpr auto& PassEcmp = PassResult<HalKind::kEcmp, DestEcmpRouteMessage>;
+constexpr auto& PassMpls = PassResult<HalKind::kMpls, DestMplsMessage>;
 
 void MessageControllerVlan::CreatedDestVlanSuccess() {
   PassVlan(HalAction::kInstall, kSuccess, *this);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <type_traits>
 #include <unordered_set>
 #include <utility>
 
@@ -11,24 +13,9 @@ namespace {
 // The kinds that other destinations refer to.
 constexpr std::array kReferencedKinds = {HalKind::kHost, HalKind::kMpls, HalKind::kVlan};
 
-template <typename SiteObject>
-constexpr HalKind kKindOfEntry = HalKind::kVrf;
-template <>
-constexpr HalKind kKindOfEntry<SiteVlan> = HalKind::kVlan;
-template <>
-constexpr HalKind kKindOfEntry<SiteHost> = HalKind::kHost;
-template <>
-constexpr HalKind kKindOfEntry<SiteMpls> = HalKind::kMpls;
-template <>
-constexpr HalKind kKindOfEntry<SiteEcmp> = HalKind::kEcmp;
-
-template <typename SiteObject>
-void AddKeys(const std::vector<SiteObject>& entries,
-             std::array<std::unordered_set<std::uint32_t>, kHalKinds>* keys) {
-  auto& ids = (*keys)[static_cast<std::size_t>(kKindOfEntry<SiteObject>)];
-  ids.reserve(entries.size());
-  for (const SiteObject& entry : entries) ids.insert(entry.id);
-}
+// What a list of a site holds.
+template <typename Entries>
+using EntryOf = typename std::decay_t<Entries>::value_type;
 
 }  // namespace
 
@@ -36,13 +23,26 @@ std::string KeyText(const ObjectKey& key) {
   return std::string(HalKindName(key.kind)) + ':' + std::to_string(key.id);
 }
 
+std::optional<ObjectKey> ParseObjectKey(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string::npos) return std::nullopt;
+  std::uint32_t id = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data() + colon + 1, end, id);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  for (const HalKind kind : kAllHalKinds) {
+    if (text.compare(0, colon, HalKindName(kind)) == 0) return ObjectKey{kind, id};
+  }
+  return std::nullopt;
+}
+
 DestDatabase::Changes DestDatabase::Replace(const Site& site) {
   std::array<std::unordered_set<std::uint32_t>, kHalKinds> ids;
-  AddKeys(site.vrfs, &ids);
-  AddKeys(site.vlans, &ids);
-  AddKeys(site.hosts, &ids);
-  AddKeys(site.ecmps, &ids);
-  AddKeys(site.mpls, &ids);
+  ForEachList(site, [&ids](const auto& entries) {
+    auto& of_kind = ids[static_cast<std::size_t>(KindOfEntry<EntryOf<decltype(entries)>>())];
+    of_kind.reserve(entries.size());
+    for (const auto& entry : entries) of_kind.insert(entry.id);
+  });
 
   Changes changes;
   for (auto entry = objects_.begin(); entry != objects_.end();) {
@@ -57,19 +57,15 @@ DestDatabase::Changes DestDatabase::Replace(const Site& site) {
     if (object.wanted || object.state == ObjectState::kFailed) changes.dropped.push_back(&object);
     object.wanted = false;
   }
-  ReplaceEach(site.vrfs, &changes);
-  ReplaceEach(site.vlans, &changes);
-  ReplaceEach(site.hosts, &changes);
-  ReplaceEach(site.ecmps, &changes);
-  ReplaceEach(site.mpls, &changes);
+  ForEachList(site, [this, &changes](const auto& entries) { ReplaceEach(entries, &changes); });
   return changes;
 }
 
 template <typename SiteObject>
 void DestDatabase::ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes) {
   for (const SiteObject& entry : entries) {
-    const ObjectKey key{kKindOfEntry<SiteObject>, entry.id};
     Destination content = MakeDestination(entry);
+    const ObjectKey key{KindOf(content), entry.id};
     const auto [found, created] = objects_.try_emplace(key);
     Object& object = found->second;
     object.key = key;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "reference/hal/hal_code.h"
-#include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 #include "reference/manager/destination.h"
 #include "reference/site/site.h"
 
@@ -32,6 +32,9 @@ inline bool operator<(const ObjectKey& a, const ObjectKey& b) {
 
 /// "vlan:10".
 std::string KeyText(const ObjectKey& key);
+
+/// Reads "vlan:10"; nothing for anything else.
+std::optional<ObjectKey> ParseObjectKey(const std::string& text);
 
 enum class ObjectState : std::uint8_t {
   /// Its requests have not been settled.

@@ -86,11 +86,27 @@ std::vector<std::uint32_t> NonZero(std::uint32_t id) {
   return {id};
 }
 
+std::vector<std::uint32_t> References(const dest_mng::VrfData& /*vrf*/) { return {}; }
+
+std::vector<std::uint32_t> References(const VlanPointer& /*vlan*/) { return {}; }
+
+std::vector<std::uint32_t> References(const HostPointer& host) {
+  return NonZero(ReadId(*host, kVlanId));
+}
+
+std::vector<std::uint32_t> References(const dest_mng::EcmpData& ecmp) {
+  return WithoutRepeats(ecmp.nhops);
+}
+
+std::vector<std::uint32_t> References(const MplsPointer& mpls) {
+  return NonZero(mpls->HasVcLabel() ? RecordOf(*mpls).tunnel_dest_id() : ReadId(*mpls, kVlanId));
+}
+
 }  // namespace
 
-Destination MakeDestination(const SiteVrf& vrf) { return dest_mng::VrfData{vrf.vrf_id, vrf.id}; }
+dest_mng::VrfData MakeDestination(const SiteVrf& vrf) { return {vrf.vrf_id, vrf.id}; }
 
-Destination MakeDestination(const SiteVlan& vlan) {
+VlanPointer MakeDestination(const SiteVlan& vlan) {
   auto record = std::make_unique<dest_mng::DestVlanMessage>();
   record->set_name(vlan.name);
   record->set_vlan_dest_id(vlan.id);
@@ -109,7 +125,7 @@ Destination MakeDestination(const SiteVlan& vlan) {
   return object;
 }
 
-Destination MakeDestination(const SiteHost& host) {
+HostPointer MakeDestination(const SiteHost& host) {
   auto record = std::make_unique<dest_mng::DestHostMessage>();
   record->set_name(host.name);
   record->set_dest_id(host.id);
@@ -125,7 +141,7 @@ Destination MakeDestination(const SiteHost& host) {
   return object;
 }
 
-Destination MakeDestination(const SiteMpls& mpls) {
+MplsPointer MakeDestination(const SiteMpls& mpls) {
   auto record = std::make_unique<dest_mng::DestMplsMessage>();
   record->set_name(mpls.name);
   record->set_mpls_dest_id(mpls.id);
@@ -147,8 +163,8 @@ Destination MakeDestination(const SiteMpls& mpls) {
   return object;
 }
 
-Destination MakeDestination(const SiteEcmp& ecmp) {
-  return dest_mng::EcmpData{ecmp.id, {ecmp.members.begin(), ecmp.members.end()}};
+dest_mng::EcmpData MakeDestination(const SiteEcmp& ecmp) {
+  return {ecmp.id, {ecmp.members.begin(), ecmp.members.end()}};
 }
 
 bool SameContent(const Destination& a, const Destination& b) {
@@ -168,17 +184,7 @@ bool IsVirtualCircuit(const Destination& destination) {
 bool IsInactive(const Destination& destination) { return NeighborId(destination) == 0U; }
 
 std::vector<std::uint32_t> ReferencedIds(const Destination& destination) {
-  if (const auto* const host = std::get_if<HostPointer>(&destination)) {
-    return NonZero(ReadId(**host, kVlanId));
-  }
-  if (const auto* const mpls = std::get_if<MplsPointer>(&destination)) {
-    return NonZero((*mpls)->HasVcLabel() ? RecordOf(**mpls).tunnel_dest_id()
-                                         : ReadId(**mpls, kVlanId));
-  }
-  if (const auto* const ecmp = std::get_if<dest_mng::EcmpData>(&destination)) {
-    return WithoutRepeats(ecmp->nhops);
-  }
-  return {};
+  return std::visit([](const auto& content) { return References(content); }, destination);
 }
 
 std::optional<std::uint32_t> NeighborId(const Destination& destination) {

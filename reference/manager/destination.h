@@ -4,16 +4,23 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "dest_manager/db_objects.h"
 #include "dest_manager/ecmp_data.h"
 #include "dest_manager/vrf_data.h"
-#include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 #include "reference/site/site.h"
+#include "zuskux/hai_dest_host.h"
+#include "zuskux/hai_dest_mpls.h"
+#include "zuskux/hai_dest_vlan.h"
 
 namespace reference {
+
+// The manager's part of a kind, beside its row in reference/hal/kinds.h: the alternative of
+// `Destination`, the adapter, and how the object is made.
 
 /// An object as the library's adapters take it. The alternatives are in the order of `HalKind`; the
 /// pointers are never null.
@@ -25,12 +32,35 @@ inline HalKind KindOf(const Destination& destination) {
   return static_cast<HalKind>(destination.index());
 }
 
-// The object that stands for a site's entry. A lim id becomes its 4 bytes in host byte order.
-Destination MakeDestination(const SiteVrf& vrf);
-Destination MakeDestination(const SiteVlan& vlan);
-Destination MakeDestination(const SiteHost& host);
-Destination MakeDestination(const SiteMpls& mpls);
-Destination MakeDestination(const SiteEcmp& ecmp);
+/// The library's adapter for an `Object` of the database, and its function that translates one. The
+/// adapters of VRFs and ECMP groups are of another shape; see adapters.cc.
+template <typename Object>
+struct AdapterOf;
+template <>
+struct AdapterOf<dest_mng::DbVlanObject> : dest_mng::HaiL3MplsEncapsulationVlan {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage;
+};
+template <>
+struct AdapterOf<dest_mng::DbHostObject> : dest_mng::HaiL3MplsEncapsulationHost {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage;
+};
+template <>
+struct AdapterOf<dest_mng::DbMplsObject> : dest_mng::HaiL3MplsEncapsulationMpls {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage;
+};
+
+// The object that a site's entry describes. A lim id becomes its 4 bytes in host byte order.
+dest_mng::VrfData MakeDestination(const SiteVrf& vrf);
+std::unique_ptr<dest_mng::DbVlanObject> MakeDestination(const SiteVlan& vlan);
+std::unique_ptr<dest_mng::DbHostObject> MakeDestination(const SiteHost& host);
+std::unique_ptr<dest_mng::DbMplsObject> MakeDestination(const SiteMpls& mpls);
+dest_mng::EcmpData MakeDestination(const SiteEcmp& ecmp);
+
+/// The kind of the objects that entries of a site describe.
+template <typename SiteEntry>
+HalKind KindOfEntry() {
+  return KindOf(Destination(decltype(MakeDestination(std::declval<SiteEntry>()))()));
+}
 
 /// Whether the adapters are given the same: equal records and equal attributes.
 bool SameContent(const Destination& a, const Destination& b);

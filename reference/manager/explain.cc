@@ -1,16 +1,9 @@
 #include "reference/manager/explain.h"
 
-#include <array>
-#include <charconv>
-#include <string_view>
-
 #include "reference/manager/report.h"
 
 namespace reference {
 namespace {
-
-constexpr std::array kKinds = {HalKind::kVrf, HalKind::kVlan, HalKind::kHost, HalKind::kEcmp,
-                               HalKind::kMpls};
 
 std::string Named(const Object& object) { return KeyText(object.key) + " \"" + object.name + '"'; }
 
@@ -44,19 +37,6 @@ std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
 }
 
 }  // namespace
-
-std::optional<ObjectKey> ParseObjectKey(const std::string& text) {
-  const std::size_t colon = text.find(':');
-  if (colon == std::string::npos) return std::nullopt;
-  std::uint32_t id = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data() + colon + 1, end, id);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  for (const HalKind kind : kKinds) {
-    if (text.compare(0, colon, HalKindName(kind)) == 0) return ObjectKey{kind, id};
-  }
-  return std::nullopt;
-}
 
 std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key) {
   const Object* object = database.Find(key);

@@ -8,9 +8,6 @@
 
 namespace reference {
 
-/// Reads "vlan:10"; nothing for anything else.
-std::optional<ObjectKey> ParseObjectKey(const std::string& text);
-
 /// Why an object stands as it does: a line for it and, when it failed because it lacks another, a
 /// line for each step down to the first cause. Nothing when the database has no such object.
 std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key);

@@ -19,8 +19,9 @@ namespace reference {
 namespace {
 
 std::size_t ObjectsOf(const Site& site) {
-  return site.vrfs.size() + site.vlans.size() + site.hosts.size() + site.mpls.size() +
-         site.ecmps.size();
+  std::size_t objects = 0;
+  ForEachList(site, [&objects](const auto& entries) { objects += entries.size(); });
+  return objects;
 }
 
 int Finish() {

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "reference/hal/hal_code.h"
-#include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 
 namespace reference {
 
@@ -16,8 +16,6 @@ struct HalResult {
   /// Why not, where it was no success.
   HalReturnCode code = kHalSuccess;
   std::uint32_t id = 0;
-  /// An MPLS destination's pass-through value, else 0.
-  std::uint32_t secondary_id = 0;
 };
 
 /// Where the controllers' handlers put what they are told. Called on the HAL's thread, which must

@@ -7,12 +7,10 @@
 #include <string_view>
 #include <utility>
 
-#include "reference/hal/hal_connection.h"
 #include "reference/hal/message_text.h"
 #include "reference/manager/adapters.h"
 #include "reference/manager/dest_database.h"
 #include "reference/manager/request_queue.h"
-#include "zuskux/hai.h"
 
 namespace reference {
 namespace {
@@ -22,33 +20,6 @@ constexpr std::array<std::string_view, 3> kChangeNames = {"install", "replace", 
 std::string_view ChangeName(PlannedChange change) {
   return kChangeNames.at(static_cast<std::size_t>(change));
 }
-
-/// The library's HAL client as long as it lives. Keeps the last request.
-class RequestKeeper : public HalConnection {
- public:
-  RequestKeeper() { dest_mng::Hai::GetInstance()->set_client(this); }
-  RequestKeeper(const RequestKeeper&) = delete;
-  RequestKeeper& operator=(const RequestKeeper&) = delete;
-  ~RequestKeeper() override { dest_mng::Hai::GetInstance()->set_client(nullptr); }
-
-  const HalRequest& request() const { return request_; }
-
-  void Start(HalReports /*reports*/) override {}
-  bool HasRoom() override { return true; }
-  HalConnectionCounters counters() const override { return {}; }
-  HalLatencies latencies() const override { return {}; }
-
- protected:
-  HalReturnCode Submit(HalRequest request) override {
-    request_ = std::move(request);
-    return kHalSuccess;
-  }
-  void SubmitBeginReinstall() override {}
-  void SubmitEndReinstall() override {}
-
- private:
-  HalRequest request_;
-};
 
 std::size_t Count(const Plan& plan, PlannedChange change) {
   return static_cast<std::size_t>(
@@ -63,7 +34,6 @@ void WriteMessage(const char* label, HalKind kind, const std::string& payload, s
 }  // namespace
 
 Plan MakePlan(const Site& site, const TableEntries& present) {
-  SetInterfaces(site.interfaces);
   DestDatabase database;
   RequestQueue queue;
   for (Object* const object : database.Replace(site).changed) queue.Add(object);
@@ -71,26 +41,24 @@ Plan MakePlan(const Site& site, const TableEntries& present) {
   Plan plan;
   TableEntries left = present;
   std::set<std::pair<HalKind, std::uint32_t>> named;
-  RequestKeeper keeper;
   while (!queue.empty()) {
     Object* const object = database.Find(queue.front());
     queue.Remove(object);
-    SendInstall(&object->content);
-    const HalRequest& request = keeper.request();
+    const HalMessage message = TranslateForHal(object->content);
     const HalKind kind = object->key.kind;
     // VRFs may share a numeric id, under which the HAL has them once.
-    if (!named.emplace(kind, request.id).second) continue;
-    const auto entry = left.find({kind, request.id});
+    if (!named.emplace(kind, message.id).second) continue;
+    const auto entry = left.find({kind, message.id});
     if (entry == left.end()) {
       plan.steps.push_back(
-          {PlannedChange::kInstall, kind, request.id, object->name, {}, request.payload});
+          {PlannedChange::kInstall, kind, message.id, object->name, {}, message.payload});
       continue;
     }
-    if (entry->second == request.payload) {
+    if (entry->second == message.payload) {
       ++plan.unchanged;
     } else {
-      plan.steps.push_back({PlannedChange::kReplace, kind, request.id, object->name, entry->second,
-                            request.payload});
+      plan.steps.push_back({PlannedChange::kReplace, kind, message.id, object->name, entry->second,
+                            message.payload});
     }
     left.erase(entry);
   }

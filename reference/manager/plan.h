@@ -37,8 +37,7 @@ struct Plan {
 };
 
 /// Translates the site's objects through the library, and compares the messages with what the HAL
-/// holds. Sends nothing: the library's HAL client is one that keeps the requests, meanwhile, and
-/// none afterwards. On the manager's thread, while there is no manager.
+/// holds. Sends nothing.
 Plan MakePlan(const Site& site, const TableEntries& present);
 
 /// Writes a line for each step with its messages below it, and the totals.

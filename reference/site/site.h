@@ -88,6 +88,16 @@ struct Site {
   std::vector<SiteEcmp> ecmps;
 };
 
+/// Calls the generic `use` with each list of objects: every member but the interfaces.
+template <typename Use>
+void ForEachList(const Site& site, Use use) {
+  use(site.vrfs);
+  use(site.vlans);
+  use(site.hosts);
+  use(site.ecmps);
+  use(site.mpls);
+}
+
 // Equal when every field is.
 bool operator==(const SiteInterface& a, const SiteInterface& b);
 bool operator==(const SiteVrf& a, const SiteVrf& b);

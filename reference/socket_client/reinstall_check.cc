@@ -49,13 +49,13 @@ void ReinstallCheck::Acknowledge(std::uint32_t reinstall, const HalRequest& requ
 std::string ReinstallCheck::End(std::uint32_t reinstall, const wire::TableSummary& summary) {
   if (reinstall != reinstall_) Clear();
   std::string differences;
-  for (std::size_t i = 0; i < kHalKinds; ++i) {
-    const std::string_view kind = HalKindName(static_cast<HalKind>(i));
-    const HalDigest here = DigestOf(hashes_.at(i));
-    const HalDigest there = DigestOf(summary, kind);
+  for (const HalKind kind : kAllHalKinds) {
+    const std::string_view name = HalKindName(kind);
+    const HalDigest here = DigestOf(hashes_.at(static_cast<std::size_t>(kind)));
+    const HalDigest there = DigestOf(summary, name);
     if (here == there) continue;
     if (!differences.empty()) differences += "; ";
-    differences += DifferenceText(kind, here, there);
+    differences += DifferenceText(name, here, there);
   }
   Clear();
   return differences;
@@ -68,10 +68,10 @@ void ReinstallCheck::Clear() {
 
 std::string SummaryText(const wire::TableSummary& summary) {
   std::string text;
-  for (std::size_t i = 0; i < kHalKinds; ++i) {
-    const std::string_view kind = HalKindName(static_cast<HalKind>(i));
+  for (const HalKind kind : kAllHalKinds) {
+    const std::string_view name = HalKindName(kind);
     if (!text.empty()) text += ", ";
-    text.append(kind).append(" ").append(std::to_string(DigestOf(summary, kind).count));
+    text.append(name).append(" ").append(std::to_string(DigestOf(summary, name).count));
   }
   return text + " (" + std::to_string(summary.removed()) + " removed)";
 }
