@@ -53,6 +53,6 @@ lint() {
     tidy "$@" -p "$root/build/lint"
   # What build files of their own would say.
   our_sources 'examples/*.cc' |
-    tidy "$@" -- -std=c++17 -Iexamples/host -Iinclude -Iplatform -Iplatform/zlog '-DZLOG_CONF=""' \
+    tidy "$@" -- -std=c++17 -Iinclude -Iplatform -Iplatform/zlog '-DZLOG_CONF=""' \
       -isystem "$schemas/hal_schema/generated" -isystem "$schemas/dest_manager/generated"
 }

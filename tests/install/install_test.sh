@@ -79,7 +79,7 @@ host() {
     "$work/host_trace" || fail 'the example host did not trace its request'
 }
 
-# Compiles the host's main with pkg-config's flags and links what step `host` compiled.
+# Compiles the host with pkg-config's flags, and links it with the definitions that step `host` compiled.
 pkg_config() {
   export PKG_CONFIG_PATH
   PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zuskux.pc)")
@@ -89,9 +89,9 @@ pkg_config() {
   for flag in "${libs[@]}"; do
     case $flag in -L*) rpath+=("-Wl,-rpath,${flag#-L}") ;; esac
   done
-  mapfile -t objects < <(find "$work/host" -name '*.o' ! -name main.cc.o)
-  "${CXX:-g++}" -std=c++17 -DZLOG_CONF='""' -I"$source/examples/host" "${cflags[@]}" \
-    "$source/examples/host/main.cc" "${objects[@]}" "${libs[@]}" "${rpath[@]}" -pthread \
+  mapfile -t objects < <(find "$work/host" -name '*.o' ! -name host.cc.o)
+  "${CXX:-g++}" -std=c++17 -DZLOG_CONF='""' "${cflags[@]}" \
+    "$source/examples/host/host.cc" "${objects[@]}" "${libs[@]}" "${rpath[@]}" -pthread \
     -o "$work/linked_host"
   "$work/linked_host" "$prefix/share/zuskux/zuskux.zlog.conf" >"$work/host_output" 2>"$work/host_trace"
   expect_equal "$here/host_output.txt" "$work/host_output" 'the host linked by pkg-config differs'
@@ -102,7 +102,7 @@ check_platform() {
   "$check" "$work/host/host" >"$work/complete" || fail "$(cat "$work/complete")"
   grep -qE '^0 of [1-9][0-9]* symbols are missing$' "$work/complete" || fail "$(cat "$work/complete")"
 
-  mapfile -t objects < <(find "$work/host" -name '*.o' ! -name handlers.cc.o)
+  mapfile -t objects < <(find "$work/host" -name '*.o' ! -name host.cc.o)
   "$check" "${objects[@]}" >"$work/without_handlers" || status=$?
   [ "$status" -eq 1 ] || fail "exit status $status where the handlers are missing"
   sed -nE 's/^missing +([^ ]+)  \(zuskux\/dest_controllers.h\)$/U \1/p' "$work/without_handlers" |
