@@ -22,6 +22,9 @@ ChosenHal::ChosenHal(const HalChoice& choice)
     options.path = *socket_;
     options.deadline = choice.deadline;
     options.log = choice.log;
+    options.program = "zuskux-manager " ZUSKUX_VERSION;
+    options.take_over = choice.take_over;
+    options.other_writer = choice.other_writer;
     connection_ = std::make_unique<SocketHal>(std::move(options));
     return;
   }

@@ -22,6 +22,9 @@ struct HalChoice {
   std::chrono::milliseconds deadline{0};
   /// Told the events of a socket's connection, on the connection's thread.
   std::function<void(const std::string& line)> log;
+  /// Of a HAL behind a socket: as in `SocketHalOptions`.
+  bool take_over = false;
+  std::function<void()> other_writer = nullptr;
 };
 
 /// The HAL that the operator chose, in the process or behind a socket. Used on the manager's

@@ -39,6 +39,8 @@ po::options_description Options() {
   add("log-config", text("FILE"), "log as this zlog configuration says");
   add("record", text("FILE"), "record all that goes to and comes from the HAL");
   add("hal", text("HAL")->default_value("embedded"), "embedded, or unix:PATH for a zuskux-hal");
+  add("take-over", "end the manager that programs the zuskux-hal");
+  add("stand-by", "with --stay: wait while another manager programs it");
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
   add("control", text("PATH"), "control socket of --stay and status");
@@ -95,10 +97,21 @@ std::optional<std::string> ReadHal(const po::variables_map& values) {
   return hal.substr(kUnixPrefix.size());
 }
 
+// What becomes of a HAL that two managers want to program.
+void ReadWriting(const po::variables_map& values, CommandLine* line) {
+  line->take_over = values.count("take-over") != 0;
+  line->stand_by = values.count("stand-by") != 0;
+  for (const char* const option : {"take-over", "stand-by"}) {
+    if (values.count(option) == 0 || line->hal_socket) continue;
+    throw UsageError(std::string("--") + option + " goes with --hal unix:PATH");
+  }
+  if (line->stand_by && !line->stay) throw UsageError("--stand-by goes with --stay; add --stay");
+}
+
 // What a plan would leave out of sight.
 void CheckPlan(const po::variables_map& values) {
-  for (const char* const option :
-       {"apply", "stay", "explain", "graph", "dump-hal", "record", "restart-hal-after"}) {
+  for (const char* const option : {"apply", "stay", "explain", "graph", "dump-hal", "record",
+                                   "restart-hal-after", "take-over", "stand-by"}) {
     if (values.count(option) == 0) continue;
     throw UsageError(std::string("--") + option + " does not go with --plan; leave it out");
   }
@@ -172,19 +185,18 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         Number(values, "restart-hal-after", std::numeric_limits<std::int64_t>::max()));
   }
   line.hal_socket = ReadHal(values);
+  ReadWriting(values, &line);
   line.deadline = std::chrono::seconds(Number(values, "deadline", kMaxDeadline));
   return line;
 }
 
 std::string HelpText() {
   std::ostringstream text;
-  text << "Usage: zuskux-manager SITE [options]\n"
-          "       zuskux-manager status [--control PATH] [--json]\n"
-          "Brings a HAL to what a site file describes and shows what became of each object,\n"
-          "or shows how a running manager stands.\n"
+  text << "Usage: zuskux-manager SITE [options]        brings a HAL to what a site describes\n"
+          "       zuskux-manager status [--control PATH] [--json]        shows how it stands\n"
        << Options()
-       << "\nExit status: 0 all in place, 3 some objects failed, 1 an error, 2 wrong usage,\n"
-          "5 the recording ended early.\n";
+       << "Exit status: 0 all in place, 1 an error, 2 wrong usage, 3 some objects failed,\n"
+          "4 another manager programs the HAL, 5 the recording ended early.\n";
   return text.str();
 }
 

@@ -33,6 +33,10 @@ struct CommandLine {
   /// Restart the HAL after so many results; 0 for not at all.
   std::uint64_t restart_hal_after = 0;
   bool stay = false;
+  /// End the work of a manager that programs the HAL already.
+  bool take_over = false;
+  /// Wait while another manager programs the HAL.
+  bool stand_by = false;
   /// Path of the control socket.
   std::string control;
   std::optional<std::string> record;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
@@ -49,7 +50,7 @@ class Run {
         manager_(&io_, {[this] { Settled(); }, [this] { Reinstalling(); },
                         [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
                         [this](std::uint64_t results) { GotResult(results); }}),
-        hal_(HalChoiceOf(line)) {
+        hal_(Choice()) {
     if (!line.record) return;
     recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION,
                       [](LogLevel level, const std::string& text) { Log().Write(level, text); });
@@ -69,10 +70,25 @@ class Run {
     io_.run();
     progress_.reset();
     status_server_.reset();
-    return Finish();
+    if (!other_writer_) return Finish();
+    Say("another client programs the HAL " + hal_.name() +
+        "; stop that one, or start with --take-over");
+    return kExitOtherWriter;
   }
 
  private:
+  HalChoice Choice() {
+    HalChoice choice = HalChoiceOf(line_);
+    if (line_.stand_by) return choice;
+    choice.other_writer = [this] {
+      boost::asio::post(io_, [this] {
+        other_writer_ = true;
+        io_.stop();
+      });
+    };
+    return choice;
+  }
+
   void ApplyNext() {
     Apply(sites_[applied_]);
     // Its objects are in the database now.
@@ -241,6 +257,8 @@ class Run {
   std::size_t applied_ = 0;
   std::size_t reinstalls_ = 0;
   bool restarting_ = false;
+  // Whether this manager ends because another one programs the HAL.
+  bool other_writer_ = false;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
   boost::asio::io_context io_;
@@ -278,7 +296,7 @@ std::optional<Site> ReadSiteOrSay(const std::string& path) {
 }
 
 HalChoice HalChoiceOf(const CommandLine& line) {
-  return {line.hal_socket, line.table_size, line.deadline, Say};
+  return {line.hal_socket, line.table_size, line.deadline, Say, line.take_over};
 }
 
 int RunManager(const CommandLine& line, std::vector<Site> sites) {

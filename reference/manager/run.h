@@ -15,6 +15,7 @@ namespace reference {
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
 inline constexpr int kExitIncomplete = 3;
+inline constexpr int kExitOtherWriter = 4;
 inline constexpr int kExitNotRecorded = 5;
 
 /// The program's standard error.

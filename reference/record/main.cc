@@ -86,6 +86,12 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
   }
   reference::SocketHalOptions options;
   options.path = name.substr(kUnixPrefix.size());
+  options.program = "zuskux-record " ZUSKUX_VERSION;
+  // The connection goes on trying for a while, and says so each time.
+  options.other_writer = [told = false]() mutable {
+    if (std::exchange(told, true)) return;
+    std::cerr << "zuskux-record: another client programs the HAL server; stop that one first\n";
+  };
   return std::make_unique<reference::SocketHal>(std::move(options));
 }
 

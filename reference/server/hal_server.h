@@ -44,9 +44,13 @@ struct HalServerOptions {
 /// which they arrive, answers each. Everything runs on the thread that runs the `io_context`, the
 /// destructor too.
 ///
-/// A reinstall is the last client's that began one: an end of somebody else, or without a begin,
-/// removes nothing and is answered like any. A client that goes away in its reinstall leaves it
-/// open: nothing is removed, and installs replace, until a client begins and ends another one.
+/// One client at a time, the writer, may send requests and reinstall marks. It is the first one
+/// that says in its hello that it writes, or does so; it stops being the writer when its connection
+/// ends. Others are refused, unless they take over. Who only reads is always welcome.
+///
+/// An end of a reinstall without a begin removes nothing and is answered like any. A writer that
+/// goes away in its reinstall leaves it open: nothing is removed, and installs replace, until the
+/// next writer begins and ends another one.
 class HalServer {
  public:
   /// Listens from now on. Throws `boost::system::system_error` when it cannot.

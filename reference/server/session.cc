@@ -1,6 +1,8 @@
 #include "reference/server/session.h"
 
 #include <google/protobuf/stubs/strutil.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
@@ -31,6 +33,14 @@ std::uint64_t NewGeneration() {
   std::random_device random;
   std::uniform_int_distribution<std::uint64_t> any(1);
   return any(random);
+}
+
+// The process that connected; 0 for one that this one cannot see.
+pid_t PeerOf(Session::Socket* socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  getsockopt(socket->native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+  return peer.pid;
 }
 
 std::string Escaped(const std::string& text) {
@@ -105,6 +115,7 @@ Session::Session(Socket socket, std::shared_ptr<ServerState> state, std::uint64_
     : socket_(std::move(socket)),
       state_(std::move(state)),
       number_(number),
+      pid_(PeerOf(&socket_)),
       fate_(fate),
       deadline_(socket_.get_executor()),
       read_timer_(socket_.get_executor()),
@@ -124,7 +135,7 @@ void Session::Close() {
   deadline_.cancel(ignored);
   read_timer_.cancel(ignored);
   late_timer_.cancel(ignored);
-  if (state_->reinstalling_session == number_) state_->reinstalling_session = 0;
+  if (state_->writer == number_) state_->writer = 0;
   state_->sessions.erase(number_);
 }
 
@@ -235,6 +246,10 @@ bool Session::HandleFrames() {
 void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
+  const bool writes =
+      IsRequest(type) || type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
+  // A client of minor version 0 does not say in its hello that it writes.
+  if (writes && !BecomeWriter(false)) return;
   if (IsRequest(type)) return OnRequest(frame);
 
   const std::string type_text = std::to_string(static_cast<int>(type));
@@ -271,18 +286,61 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
                   std::to_string(theirs.protocol_version()) + ", the server version " +
                   std::to_string(kProtocolVersion));
   }
+  program_ = Escaped(theirs.program());
+  if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
   deadline_.cancel();
-  state_->Log("client " + std::to_string(number_) + ": \"" + Escaped(theirs.program()) +
-              "\" connected");
+  state_->Log("client " + std::to_string(number_) + ": \"" + program_ + "\" connected");
 
   wire::Hello ours;
   ours.set_protocol_version(kProtocolVersion);
+  ours.set_protocol_minor_version(kProtocolMinorVersion);
   ours.set_program("zuskux-hal " ZUSKUX_VERSION);
   ours.set_generation(state_->generation);
   ours.set_table_capacity(state_->options.table_capacity);
   ours.set_max_payload(static_cast<std::uint32_t>(state_->options.max_payload));
   AppendMessage(FrameType::kHello, frame.header.sequence, ours);
+}
+
+bool Session::BecomeWriter(bool take_over) {
+  if (state_->writer == number_) return true;
+  if (state_->writer != 0) {
+    const std::shared_ptr<Session> writer = state_->sessions.at(state_->writer);
+    if (writer->PeerIsGone()) {
+      writer->LogAndClose("left");
+    } else if (take_over) {
+      const std::string reason = Name() + " has taken over";
+      state_->Log("client " + std::to_string(writer->number_) + ": " + reason +
+                  "; connection closed");
+      writer->SayGoodbye(GoodbyeReason::kTakenOver, reason);
+    } else {
+      RefuseBeside(*writer);
+      return false;
+    }
+  }
+  state_->writer = number_;
+  return true;
+}
+
+void Session::RefuseBeside(const Session& writer) {
+  ++state_->refused_connections;
+  const std::string reason =
+      writer.Name() + " programs this server, which has one writer at a time";
+  const std::string refusal = Name() + " refused: " + reason;
+  if (std::exchange(state_->last_writer_refusal, refusal) != refusal) {
+    state_->Log("client " + std::to_string(number_) + ": " + refusal);
+  }
+  SayGoodbye(GoodbyeReason::kOtherWriter, reason);
+}
+
+std::string Session::Name() const {
+  return '"' + program_ + "\" (pid " + (pid_ == 0 ? "unknown" : std::to_string(pid_)) + ')';
+}
+
+// A client that has been killed is gone before the server has read all that it sent.
+bool Session::PeerIsGone() {
+  pollfd peer{socket_.native_handle(), 0, 0};
+  return poll(&peer, 1, 0) == 1 && (peer.revents & POLLHUP) != 0;
 }
 
 void Session::OnRequest(const FrameSplitter::Frame& frame) {
@@ -322,16 +380,15 @@ void Session::OnBeginReinstall() {
   if (state_->options.faults != nullptr) state_->options.faults->OnBeginReinstall();
   if (state_->options.observer != nullptr) state_->options.observer->BeginReinstall();
   state_->tables.BeginReinstall();
-  state_->reinstalling_session = number_;
+  reinstalling_ = true;
 }
 
 void Session::OnEndReinstall(std::uint32_t sequence) {
   if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
   wire::TableSummary summary;
-  if (state_->reinstalling_session == number_) {
+  if (std::exchange(reinstalling_, false)) {
     const std::size_t before = EntryCount(state_->tables);
     state_->tables.EndReinstall();
-    state_->reinstalling_session = 0;
     summary.set_removed(before - EntryCount(state_->tables));
   }
   AddKinds(state_->tables, summary.mutable_kinds());
@@ -372,12 +429,17 @@ void Session::AppendMessage(FrameType type, std::uint32_t sequence,
 
 void Session::Refuse(const std::string& reason) {
   state_->Log("client " + std::to_string(number_) + ": " + reason + "; connection closed");
-  AppendFrame(FrameType::kGoodbye, 0, reason, &next_output_);
+  SayGoodbye(GoodbyeReason::kOther, reason);
+}
+
+void Session::SayGoodbye(GoodbyeReason reason, const std::string& text) {
+  AppendFrame(FrameType::kGoodbye, static_cast<std::uint32_t>(reason), text, &next_output_);
   CloseAfterWriting();
 }
 
 void Session::CloseAfterWriting() {
   closing_ = true;
+  if (state_->writer == number_) state_->writer = 0;
   StartDeadline(kCloseTimeout);
   Write();
 }

@@ -1,6 +1,8 @@
 #ifndef ZUSKUX_REFERENCE_SERVER_SESSION_H_
 #define ZUSKUX_REFERENCE_SERVER_SESSION_H_
 
+#include <sys/types.h>
+
 #include <array>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -43,8 +45,11 @@ struct ServerState {
   std::uint64_t requests = 0;
   std::uint64_t connections = 0;
   std::uint64_t refused_connections = 0;
-  /// The number of the session whose reinstall is open, 0 when none is.
-  std::uint64_t reinstalling_session = 0;
+  /// The number of the session that may change the tables, 0 while none may.
+  std::uint64_t writer = 0;
+  /// What the log said last of a client that was refused for the writer's sake: who is refused,
+  /// asks again.
+  std::string last_writer_refusal;
   /// By their numbers, which count from 1.
   std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions;
 };
@@ -92,6 +97,12 @@ class Session : public std::enable_shared_from_this<Session> {
   bool HandleFrames();
   void Handle(const FrameSplitter::Frame& frame);
   void OnHello(const FrameSplitter::Frame& frame);
+  // Whether this session is the writer now; if not, it has been refused.
+  bool BecomeWriter(bool take_over);
+  void RefuseBeside(const Session& writer);
+  // The name that the client gave itself, and its process.
+  std::string Name() const;
+  bool PeerIsGone();
   void OnRequest(const FrameSplitter::Frame& frame);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
@@ -105,6 +116,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
   // The conversation is not what it should be: says so to the log and to the client, and closes.
   void Refuse(const std::string& reason);
+  void SayGoodbye(GoodbyeReason reason, const std::string& text);
   // Closes when what waits has been written, or soon.
   void CloseAfterWriting();
   void LogAndClose(const std::string& event);
@@ -120,9 +132,13 @@ class Session : public std::enable_shared_from_this<Session> {
   Socket socket_;
   const std::shared_ptr<ServerState> state_;
   const std::uint64_t number_;
+  const pid_t pid_;
   const ServerFaults::ConnectionFate fate_;
 
   bool greeted_ = false;
+  std::string program_;
+  // Whether a reinstall that this session began is open.
+  bool reinstalling_ = false;
   bool closing_ = false;
   bool reading_ = false;
   bool writing_ = false;

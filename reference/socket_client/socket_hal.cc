@@ -47,10 +47,13 @@ std::string Hex(std::uint64_t number) {
   return text.str();
 }
 
-std::string HelloFrame() {
+std::string HelloFrame(const std::string& program, bool take_over) {
   wire::Hello hello;
   hello.set_protocol_version(kProtocolVersion);
-  hello.set_program("zuskux-manager " ZUSKUX_VERSION);
+  hello.set_protocol_minor_version(kProtocolMinorVersion);
+  hello.set_program(program);
+  hello.set_writes(true);
+  hello.set_take_over(take_over);
   std::string frame;
   AppendFrame(FrameType::kHello, 0, hello.SerializeAsString(), &frame);
   return frame;
@@ -71,6 +74,8 @@ struct Session {
   bool greeted = false;
   /// The server has said more than hello.
   bool useful = false;
+  /// The server has said goodbye for the sake of another client, which programs it.
+  bool other_writer = false;
   /// Since the last look at the heart.
   bool heard = false;
   bool heartbeat_unanswered = false;
@@ -123,6 +128,7 @@ class SocketHal::Connection {
 
   /// What is wrong with the frame; empty when nothing is.
   std::string OnFrame(const FrameSplitter::Frame& frame);
+  std::string OnGoodbye(const FrameSplitter::Frame& frame);
   std::string OnHello(std::string_view payload);
   std::string OnResult(const FrameSplitter::Frame& frame);
   std::string OnInSync(const FrameSplitter::Frame& frame);
@@ -157,6 +163,8 @@ class SocketHal::Connection {
   Clock::time_point read_at_;
   std::chrono::milliseconds pause_;
   std::string last_failure_;
+  // Whether the next hello asks to take over.
+  bool take_over_;
   std::vector<ConnectionQueue::Ended> ended_;
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
@@ -174,7 +182,8 @@ SocketHal::Connection::Connection(SocketHalOptions options)
       endpoint_(options_.path),
       client_queue_(options_),
       io_(1),
-      pause_(options_.reconnect_first) {}
+      pause_(options_.reconnect_first),
+      take_over_(options_.take_over) {}
 
 SocketHal::Connection::~Connection() {
   stopping_ = true;
@@ -240,7 +249,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
               std::min(options_.reconnect_absent, options_.reconnect_last));
     return;
   }
-  session->outgoing = HelloFrame();
+  session->outgoing = HelloFrame(options_.program, take_over_);
   WriteOutgoing(session, 0);
   Read(session);
   ScheduleHeartbeat(session);
@@ -253,6 +262,7 @@ void SocketHal::Connection::Reconnect(const std::string& reason,
   if (session_->useful) pause_ = options_.reconnect_first;
   ForbidHostWrites();
   const bool found = session_->greeted;
+  const bool other_writer = session_->other_writer;
   error_code ignored;
   session_->socket.close(ignored);
   session_.reset();
@@ -262,6 +272,7 @@ void SocketHal::Connection::Reconnect(const std::string& reason,
   LogFailure(reason);
   ReportEnded();
   if (found && !stopping_) reporter_.ServerLost();
+  if (other_writer && !stopping_ && options_.other_writer) options_.other_writer();
   ReportRoom();
 
   socket_watch_.Watch();
@@ -417,7 +428,7 @@ void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
 
 std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
-  if (type == FrameType::kGoodbye) return "HAL server says goodbye: " + Printable(frame.payload);
+  if (type == FrameType::kGoodbye) return OnGoodbye(frame);
   if (!session_->greeted) {
     if (type == FrameType::kHello) return OnHello(frame.payload);
     return "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
@@ -439,6 +450,13 @@ std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
   }
 }
 
+std::string SocketHal::Connection::OnGoodbye(const FrameSplitter::Frame& frame) {
+  const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
+  session_->other_writer =
+      reason == GoodbyeReason::kOtherWriter || reason == GoodbyeReason::kTakenOver;
+  return "HAL server says goodbye: " + Printable(frame.payload);
+}
+
 std::string SocketHal::Connection::OnHello(std::string_view payload) {
   wire::Hello hello;
   if (!hello.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
@@ -450,6 +468,8 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
            std::to_string(kProtocolVersion) + ": update the older one";
   }
   session_->greeted = true;
+  // Two clients that both took over again would go on for ever.
+  take_over_ = false;
   session_->heartbeats_missed = 0;
   last_failure_.clear();
   socket_watch_.Stop();

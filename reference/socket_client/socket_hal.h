@@ -36,6 +36,16 @@ struct SocketHalOptions {
   /// The longest pause after an attempt that found nobody listening. For a socket that appears
   /// unseen, because its folder could not be watched.
   std::chrono::milliseconds reconnect_absent{100};
+  /// What the client calls itself, for the server's log and for other clients: "zuskux-manager
+  /// 0.1.0".
+  std::string program = "HAL client";
+  /// At the first server that is found, ends the conversation of a client that programs it already.
+  /// Else the server refuses this one.
+  bool take_over = false;
+  /// Told that another client programs the server, or has taken over from this one, on the
+  /// connection's thread. The connection goes on trying, and takes its turn when the other one has
+  /// gone. May be empty.
+  std::function<void()> other_writer = nullptr;
   /// Number of the first request; 24 bits, which wrap. For tests.
   std::uint32_t first_sequence = 0;
   /// Told every connection event, one line each, on the connection's thread ("in sync after 120 ms:
@@ -60,6 +70,9 @@ struct SocketHalStatistics {
 /// none (`kHalNoServer`), or the request is refused (`kHalQueueFull`, `kHalTooLarge`). No report
 /// after the destructor returned. Queues and frames are bounded; whatever a server sends that is no
 /// valid conversation closes the connection, which then is made again.
+///
+/// The client is its server's writer: as long as it is connected, no other client changes the
+/// tables.
 ///
 /// Requests from before the outcome of the first attempt to connect wait for it. Each connection is
 /// a server found, also one to a server that kept running: what became of the requests in between

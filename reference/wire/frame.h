@@ -17,6 +17,7 @@ namespace reference {
 // frame in its highest byte and a sequence number in the other three.
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
+inline constexpr std::uint32_t kProtocolMinorVersion = 1;
 inline constexpr std::size_t kFrameHeaderSize = 8;
 inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
 inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
@@ -24,7 +25,8 @@ inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
 enum class FrameType : std::uint8_t {
   /// Both directions, first: payload `wire.Hello`.
   kHello = 1,
-  /// Server: the conversation ends; payload is one line of text for the operator.
+  /// Server: the conversation ends; payload is one line of text for the operator, the sequence a
+  /// `GoodbyeReason`.
   kGoodbye = 2,
   // The values of `HalOperation` (3 to 15): requests; the payload is the kind's message. New types
   // and new operations take values from 24.
@@ -46,6 +48,15 @@ enum class FrameType : std::uint8_t {
   kTableEntry = 22,
   /// Server: payload `wire.ServerStatus`.
   kTableEnd = 23,
+};
+
+/// Why a server says goodbye, where a client has to know.
+enum class GoodbyeReason : std::uint32_t {
+  kOther = 0,
+  /// Another client is the writer.
+  kOtherWriter = 1,
+  /// Another client has taken over as the writer.
+  kTakenOver = 2,
 };
 
 struct FrameHeader {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -156,6 +157,78 @@ TEST_F(ManagerAndServerTest, GivesUpWithoutAServer) {
   EXPECT_EQ(run.out, "");
   EXPECT_THAT(run.err, testing::EndsWith("zuskux-manager: no HAL server was found at unix:" +
                                          socket() + "; start one with zuskux-hal --socket PATH\n"));
+}
+
+/// A manager that stays, which has brought the server to a site of two VLANs, and others.
+class TwoManagersTest : public ManagerAndServerTest {
+ protected:
+  TwoManagersTest() {
+    first_ = std::make_unique<Process>(Staying(other_, control()));
+    EXPECT_TRUE(first_->WaitForError("in sync after"));
+    EXPECT_TRUE(first_->WaitForError("settled: "));
+  }
+
+  Words Staying(const std::string& site, const std::string& control) const {
+    return Manager({site, "--stay", "--control", control});
+  }
+  std::string Program(const Process& process) const {
+    return "\"zuskux-manager " ZUSKUX_VERSION "\" (pid " + std::to_string(process.id()) + ')';
+  }
+
+  const std::string other_ = files_.Write("other", kOtherSite);
+  const std::string site_ = files_.Write("site", kSite);
+  std::unique_ptr<Process> first_;
+};
+
+TEST_F(TwoManagersTest, TheSecondOneEndsAndNamesTheFirst) {
+  const auto before = Tables();
+  for (const Words& more : {Words{}, Words{"--stay", "--control", files_.File("second.sock")}}) {
+    const Outcome second = Execute(Manager(Words{site_} + more));
+    EXPECT_EQ(second.status, 4);
+    EXPECT_EQ(second.out, "");
+    EXPECT_EQ(second.err, "zuskux-manager: HAL server says goodbye: " + Program(*first_) +
+                              " programs this server, which has one writer at a time\n"
+                              "zuskux-manager: another client programs the HAL unix:" +
+                              socket() + "; stop that one, or start with --take-over\n");
+  }
+  EXPECT_EQ(Tables(), before);
+  EXPECT_EQ(Execute(Manager({other_, "--plan"})).out,
+            "0 to install, 0 to replace, 0 to remove, 3 unchanged\n");
+  EXPECT_TRUE(StatusJson()["settled"]);
+}
+
+TEST_F(TwoManagersTest, TheFirstOneEndsWhenTheSecondOneTakesOver) {
+  const Outcome second = Execute(Manager({site_, "--take-over"}));
+  EXPECT_EQ(second.status, 0);
+  EXPECT_THAT(second.err, HasSubstr("in sync after"));
+  EXPECT_EQ(first_->Wait(), 4);
+  EXPECT_THAT(first_->err(), HasSubstr(" has taken over\n"));
+  EXPECT_THAT(first_->err(),
+              testing::EndsWith("zuskux-manager: another client programs the HAL unix:" + socket() +
+                                "; stop that one, or start with --take-over\n"));
+  EXPECT_EQ(Tables()["vlan"]["count"], 3);
+  EXPECT_EQ(Tables()["vrf"]["count"], 0);
+}
+
+TEST_F(TwoManagersTest, TheSecondOneStandsByAndFollowsTheFirst) {
+  Process second(Staying(site_, files_.File("second.sock")) + Words{"--stand-by"});
+  ASSERT_TRUE(second.WaitForError("programs this server"));
+  EXPECT_EQ(Tables()["vlan"]["count"], 2);
+  first_->Signal(SIGTERM);
+  EXPECT_EQ(first_->Wait(), 0);
+  ASSERT_TRUE(second.WaitForError("in sync after"));
+  EXPECT_EQ(Tables()["vlan"]["count"], 3);
+}
+
+TEST_F(TwoManagersTest, AReplayIsRefused) {
+  const std::string recording = files_.File("recording");
+  ASSERT_EQ(Execute({ZUSKUX_MANAGER, site_, "--record", recording}).status, 0);
+  const auto before = Tables();
+  const Outcome replay = Execute({ZUSKUX_RECORD, "replay", recording, "--hal", "unix:" + socket()});
+  EXPECT_EQ(replay.status, 1);
+  EXPECT_THAT(replay.err, HasSubstr("zuskux-record: another client programs the HAL server; stop "
+                                    "that one first\n"));
+  EXPECT_EQ(Tables(), before);
 }
 
 TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {

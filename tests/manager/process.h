@@ -42,6 +42,8 @@ class Process {
   /// Waits for the end, not for ever; the exit status, or -1 for any other end.
   int Wait();
   void Signal(int signal) const;
+  /// Of the process.
+  pid_t id() const { return child_; }
   /// Waits, not for ever, until the program has written `text` to its standard error `times` times.
   bool WaitForError(const std::string& text, int times = 1) const;
 

@@ -209,23 +209,6 @@ TEST(HalServer, AReinstallThatDoesNotEndRemovesNothing) {
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 0U);
 }
 
-TEST(HalServer, OnlyTheLastBeginsClientEndsTheReinstall) {
-  TestServer server;
-  RawClient first(server.path());
-  first.Greet();
-  first.Send(FrameBytes(kInstallVlan, 1, VlanBytes(1)) + FrameBytes(kBegin, 2));
-  ASSERT_TRUE(first.Receive());
-  RawClient second(server.path());
-  second.Greet();
-  second.Send(FrameBytes(kBegin, 1) + FrameBytes(kInstallVlan, 2, VlanBytes(1)));
-  EXPECT_EQ(second.Receive(), Result(2, 0, 1));
-  first.Send(kEnd, 3);
-  const auto in_sync = first.Receive();
-  ASSERT_TRUE(in_sync);
-  EXPECT_EQ(Parse<wire::TableSummary>(in_sync->payload).removed(), 0U);
-  EXPECT_EQ(server.Tables().size(HalKind::kVlan), 1U);
-}
-
 TEST(HalServer, ShowsItsTables) {
   TestServer server;
   RawClient client(server.path());

@@ -69,9 +69,8 @@ void FakeServer::Accept() {
   splitter_ = std::make_unique<FrameSplitter>(std::size_t{1} << 24);
   const Frame frame = NextOfAny();
   EXPECT_EQ(frame.type, FrameType::kHello);
-  wire::Hello hello;
-  EXPECT_TRUE(hello.ParseFromString(frame.payload));
-  EXPECT_EQ(hello.protocol_version(), kProtocolVersion);
+  EXPECT_TRUE(hello_.ParseFromString(frame.payload));
+  EXPECT_EQ(hello_.protocol_version(), kProtocolVersion);
 }
 
 void FakeServer::Greet(std::uint32_t max_payload) {

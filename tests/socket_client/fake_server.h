@@ -67,6 +67,8 @@ class FakeServer {
     Greet();
   }
   void Close();
+  /// What the client has said in its hello.
+  const wire::Hello& hello() const { return hello_; }
 
   /// The next frame, heartbeats left out.
   Frame Next();
@@ -84,6 +86,7 @@ class FakeServer {
   SocketFolder folder_;
   int listener_ = -1;
   int client_ = -1;
+  wire::Hello hello_;
   std::unique_ptr<FrameSplitter> splitter_;
 };
 

@@ -75,6 +75,74 @@ class SocketHalTest : public testing::Test {
   std::unique_ptr<SocketHal> hal_;
 };
 
+class OneWriter : public SocketHalTest {
+ protected:
+  SocketHalOptions Options() {
+    SocketHalOptions options = SocketHalTest::Options();
+    options.program = "first 1.0";
+    options.other_writer = [this] { others_.Add("told"); };
+    return options;
+  }
+
+  Record others_;
+};
+
+TEST_F(OneWriter, SaysInItsHelloWhoItIsAndThatItWrites) {
+  StartConnected(Options());
+  EXPECT_EQ(server_.hello().program(), "first 1.0");
+  EXPECT_EQ(server_.hello().protocol_minor_version(), 1U);
+  EXPECT_TRUE(server_.hello().writes());
+  EXPECT_FALSE(server_.hello().take_over());
+}
+
+TEST_F(OneWriter, TakesOverFromTheFirstServersWriterOnly) {
+  SocketHalOptions options = Options();
+  options.take_over = true;
+  Start(options);
+  // The server goes away before it has answered.
+  server_.Accept();
+  EXPECT_TRUE(server_.hello().take_over());
+  server_.AcceptAndGreet();
+  EXPECT_TRUE(server_.hello().take_over());
+  reported_.Await(1);
+  server_.AcceptAndGreet();
+  EXPECT_FALSE(server_.hello().take_over());
+}
+
+TEST_F(OneWriter, IsToldOfTheOtherOneAndTakesItsTurnLater) {
+  Start(Options());
+  for (std::size_t attempt = 1; attempt <= 2; ++attempt) {
+    server_.Accept();
+    server_.SendFrame(FrameType::kGoodbye, 1, "other programs this server");
+    others_.Await(attempt);
+  }
+  server_.AcceptAndGreet();
+  EXPECT_THAT(reported_.Await(1), ElementsAre("found"));
+  EXPECT_THAT(others_.entries(), ElementsAre("told", "told"));
+  EXPECT_THAT(log_.entries(), ElementsAre("HAL server says goodbye: other programs this server",
+                                          StartsWith("connected to HAL server")));
+}
+
+TEST_F(OneWriter, StopsSendingWhenAnotherOneHasTakenOver) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  server_.Next();
+  server_.SendFrame(FrameType::kGoodbye, 2, "other has taken over");
+  EXPECT_TRUE(server_.AwaitClosed());
+  EXPECT_THAT(others_.Await(1), ElementsAre("told"));
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 100"));
+  EXPECT_EQ(InstallVlan(hal, 2), kHalNoServer);
+}
+
+TEST_F(OneWriter, IsNotToldOfAnotherOneByAGoodbyeForOtherReasons) {
+  StartConnected(Options());
+  for (const std::uint32_t reason : {0U, 3U, 257U}) {
+    server_.SendFrame(FrameType::kGoodbye, reason, "going down");
+    server_.AcceptAndGreet();
+  }
+  EXPECT_THAT(others_.entries(), IsEmpty());
+}
+
 /// Each request ends in one result.
 class PromiseOneResult : public SocketHalTest {};
 

@@ -1,0 +1,210 @@
+// The server has one client at a time that changes the tables.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "reference/server/hal_server.h"
+#include "tests/hal/messages.h"
+#include "tests/server/raw_client.h"
+#include "tests/server/test_server.h"
+#include "wire.pb.h"
+
+namespace reference {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr int kHello = 1;
+constexpr int kGoodbye = 2;
+constexpr int kInstallVlan = 5;
+constexpr int kBegin = 17;
+constexpr int kEnd = 18;
+constexpr int kInSync = 19;
+constexpr int kHeartbeat = 20;
+constexpr int kReadTables = 21;
+constexpr int kTableEnd = 23;
+
+constexpr std::uint32_t kOtherWriter = 1;
+constexpr std::uint32_t kTakenOver = 2;
+
+std::string WriterHello(const std::string& program, bool take_over = false) {
+  wire::Hello hello;
+  hello.set_protocol_version(1);
+  hello.set_protocol_minor_version(1);
+  hello.set_program(program);
+  hello.set_writes(true);
+  hello.set_take_over(take_over);
+  return FrameBytes(kHello, 0, hello.SerializeAsString());
+}
+
+std::string VlanBytes(std::uint32_t id) { return Vlan(id, 1500).SerializeAsString(); }
+
+std::string NameOf(const std::string& program) {
+  return '"' + program + "\" (pid " + std::to_string(getpid()) + ')';
+}
+
+std::string Refusal(const std::string& writer) {
+  return NameOf(writer) + " programs this server, which has one writer at a time";
+}
+
+int TypeOf(const std::optional<RawFrame>& frame) { return frame ? frame->type : -1; }
+
+std::uint64_t Removed(const std::optional<RawFrame>& in_sync) {
+  wire::TableSummary summary;
+  EXPECT_EQ(TypeOf(in_sync), kInSync);
+  EXPECT_TRUE(in_sync && summary.ParseFromString(in_sync->payload));
+  return summary.removed();
+}
+
+/// The first thing by which a client shows that it writes.
+struct Attempt {
+  const char* name;
+  std::string bytes;
+  // Frames that precede the refusal.
+  std::size_t answers;
+};
+
+class SecondWriterTest : public ::testing::TestWithParam<Attempt> {};
+
+TEST_P(SecondWriterTest, IsToldWhoTheFirstOneIsAndDoesNotDisturbItsReinstall) {
+  TestServer server;
+  RawClient first(server.path());
+  first.Send(WriterHello("first"));
+  ASSERT_EQ(TypeOf(first.Receive()), kHello);
+  first.Send(FrameBytes(kInstallVlan, 1, VlanBytes(1)) + FrameBytes(kInstallVlan, 2, VlanBytes(2)) +
+             FrameBytes(kBegin, 3) + FrameBytes(kInstallVlan, 4, VlanBytes(1)));
+  ASSERT_EQ(first.ReceiveFrames(3).size(), 3U);
+
+  RawClient second(server.path());
+  second.Send(GetParam().bytes);
+  EXPECT_EQ(second.ReceiveFrames(GetParam().answers).size(), GetParam().answers);
+  EXPECT_EQ(second.Receive(), (RawFrame{kGoodbye, kOtherWriter, Refusal("first")}));
+  EXPECT_TRUE(second.Ended());
+  EXPECT_EQ(server.Lines().back(), "client 2: " + NameOf("test") + " refused: " + Refusal("first"));
+
+  first.Send(kEnd, 5);
+  EXPECT_EQ(Removed(first.Receive()), 1U);
+  const auto entries = server.Tables().Entries(HalKind::kVlan);
+  EXPECT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries.count(1), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Attempts, SecondWriterTest,
+    ::testing::Values(Attempt{"ByItsHello", WriterHello("test"), 0},
+                      Attempt{"ByARequest",
+                              HelloBytes() + FrameBytes(kInstallVlan, 1, VlanBytes(9)), 1},
+                      Attempt{"ByABegin", HelloBytes() + FrameBytes(kBegin, 1), 1},
+                      Attempt{"ByAnEnd", HelloBytes() + FrameBytes(kEnd, 1), 1}),
+    [](const auto& tested) { return tested.param.name; });
+
+class OneWriterTest : public ::testing::Test {
+ protected:
+  // A client that the server has accepted as its writer.
+  std::unique_ptr<RawClient> Writer(const std::string& program, bool take_over = false) {
+    auto client = std::make_unique<RawClient>(server_.path());
+    client->Send(WriterHello(program, take_over));
+    EXPECT_EQ(TypeOf(client->Receive()), kHello);
+    return client;
+  }
+
+  TestServer server_;
+};
+
+TEST_F(OneWriterTest, WelcomesReaders) {
+  const auto writer = Writer("writer");
+  RawClient reader(server_.path());
+  ASSERT_TRUE(reader.Greet());
+  reader.Send(FrameBytes(kHeartbeat, 1) + FrameBytes(kReadTables, 2));
+  EXPECT_EQ(TypeOf(reader.Receive()), kHeartbeat);
+  EXPECT_EQ(TypeOf(reader.Receive()), kTableEnd);
+  writer->Send(kInstallVlan, 1, VlanBytes(1));
+  EXPECT_EQ(writer->Receive(), Result(1, 0, 1));
+}
+
+TEST_F(OneWriterTest, IsTakenOver) {
+  const auto first = Writer("first");
+  first->Send(FrameBytes(kInstallVlan, 1, VlanBytes(1)) + FrameBytes(kBegin, 2));
+  ASSERT_EQ(first->Receive(), Result(1, 0, 1));
+
+  const auto second = Writer("second", true);
+  EXPECT_EQ(first->Receive(),
+            (RawFrame{kGoodbye, kTakenOver, NameOf("second") + " has taken over"}));
+  EXPECT_TRUE(first->Ended());
+  // The reinstall that the first one began is not the second one's to end.
+  second->Send(FrameBytes(kEnd, 1));
+  EXPECT_EQ(Removed(second->Receive()), 0U);
+  second->Send(FrameBytes(kBegin, 2) + FrameBytes(kInstallVlan, 3, VlanBytes(3)) +
+               FrameBytes(kEnd, 4));
+  EXPECT_EQ(second->Receive(), Result(3, 0, 3));
+  EXPECT_EQ(Removed(second->Receive()), 1U);
+  EXPECT_THAT(server_.Lines(),
+              ElementsAre("client 1: \"first\" connected",
+                          "client 1: " + NameOf("second") + " has taken over; connection closed",
+                          "client 2: \"second\" connected"));
+}
+
+TEST_F(OneWriterTest, CarriesOutNothingThatComesAfterATakeOver) {
+  const auto first = Writer("first");
+  server_.Hold(std::chrono::milliseconds(100));
+  RawClient second(server_.path());
+  second.Send(WriterHello("second", true));
+  ASSERT_EQ(TypeOf(second.Receive()), kHello);
+  first->Send(kInstallVlan, 1, VlanBytes(1));
+  EXPECT_EQ(TypeOf(first->Receive()), kGoodbye);
+  EXPECT_TRUE(first->Ended());
+  EXPECT_EQ(server_.Tables().size(HalKind::kVlan), 0U);
+}
+
+TEST_F(OneWriterTest, NeedsNobodyToTakeOverFrom) {
+  const auto writer = Writer("writer", true);
+  writer->Send(kInstallVlan, 1, VlanBytes(1));
+  EXPECT_EQ(writer->Receive(), Result(1, 0, 1));
+}
+
+TEST_F(OneWriterTest, IsFollowedAtOnceWhenItEnds) {
+  auto first = Writer("first");
+  // More than one read takes, all of it still unread when the next one comes.
+  std::string requests;
+  while (requests.size() < 100'000) requests += FrameBytes(kInstallVlan, 1, VlanBytes(1));
+  server_.Hold(std::chrono::milliseconds(100));
+  ASSERT_TRUE(first->Send(requests));
+  first.reset();
+  const auto second = Writer("second");
+  second->Send(kInstallVlan, 1, VlanBytes(2));
+  EXPECT_EQ(second->Receive(), Result(1, 0, 2));
+}
+
+TEST_F(OneWriterTest, IsFollowedByOneThatWasRefusedBefore) {
+  auto first = Writer("first");
+  {
+    RawClient refused(server_.path());
+    refused.Send(WriterHello("second"));
+    EXPECT_EQ(TypeOf(refused.Receive()), kGoodbye);
+  }
+  first.reset();
+  Writer("second");
+}
+
+TEST_F(OneWriterTest, TheLogTellsOnceOfOneThatIsRefusedAgainAndAgain) {
+  const auto writer = Writer("writer");
+  for (const char* const program : {"one", "one", "one", "two"}) {
+    RawClient refused(server_.path());
+    refused.Send(WriterHello(program));
+    EXPECT_EQ(TypeOf(refused.Receive()), kGoodbye);
+    EXPECT_TRUE(refused.Ended());
+  }
+  EXPECT_THAT(server_.Lines(),
+              ElementsAre("client 1: \"writer\" connected",
+                          "client 2: " + NameOf("one") + " refused: " + Refusal("writer"),
+                          "client 5: " + NameOf("two") + " refused: " + Refusal("writer")));
+}
+
+}  // namespace
+}  // namespace reference
