@@ -192,8 +192,8 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
 
 std::string HelpText() {
   std::ostringstream text;
-  text << "Usage: zuskux-manager SITE [options]        brings a HAL to what a site describes\n"
-          "       zuskux-manager status [--control PATH] [--json]        shows how it stands\n"
+  text << "Usage: zuskux-manager SITE [options]       brings a HAL to what a site describes\n"
+          "       zuskux-manager status [--control PATH] [--json]       shows how it stands\n"
        << Options()
        << "Exit status: 0 all in place, 1 an error, 2 wrong usage, 3 some objects failed,\n"
           "4 another manager programs the HAL, 5 the recording ended early.\n";
