@@ -5,8 +5,8 @@
 
 #include "dest_manager/db_objects.h"
 #include "hai/attributes.h"
-#include "hai/hal_request.h"
 #include "hai/log.h"
+#include "hai/send_to_hal.h"
 #include "hai/table.h"
 
 namespace dest_mng {

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "dest_manager/db_objects.h"
-#include "hai/hal_request.h"
 #include "hai/log.h"
+#include "hai/send_to_hal.h"
 #include "hai/table.h"
 #include "zuskux/vlan_encapsulation_message.h"
 

@@ -1,5 +1,5 @@
-#ifndef ZUSKUX_HAI_HAL_REQUEST_H_
-#define ZUSKUX_HAI_HAL_REQUEST_H_
+#ifndef ZUSKUX_HAI_SEND_TO_HAL_H_
+#define ZUSKUX_HAI_SEND_TO_HAL_H_
 
 #include "hai/log.h"
 #include "hal_client/hal_l3_mpls_encapsulation_client.h"
@@ -7,12 +7,12 @@
 
 namespace dest_mng {
 
-using HalOperation =
+using ClientOperation =
     HalL3MplsEncapsulationReturnCode (HalL3MplsEncapsulationClient::*)(AppMessage*);
 
 /// Calls `operation` of the registered HAL client with `message`, or logs its absence at
 /// `no_client`.
-inline void SendToHal(HalOperation operation, AppMessage* message, const LogSite& no_client) {
+inline void SendToHal(ClientOperation operation, AppMessage* message, const LogSite& no_client) {
   if (Hai::GetInstance()->client() == nullptr) {
     Log(no_client, "There is no HAL client available");
     return;
@@ -22,4 +22,4 @@ inline void SendToHal(HalOperation operation, AppMessage* message, const LogSite
 
 }  // namespace dest_mng
 
-#endif  // ZUSKUX_HAI_HAL_REQUEST_H_
+#endif  // ZUSKUX_HAI_SEND_TO_HAL_H_
