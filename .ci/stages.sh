@@ -1,5 +1,5 @@
 # What .ci/run and .ci/nightly share: their stages. Sourced by bash with $root set to the project's
-# folder, after cmake/setup.sh.
+# folder, after scripts/setup.sh.
 
 # stage WHAT COMMAND [ARG...]: runs the command, and says how long it took. Where it fails, its log
 # follows and the run ends.

@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# What ./run and ./test promise about building, with a cmake that only writes down its calls.
+#
+#   setup_test.sh SOURCES
+set -euo pipefail
+
+sources=$(realpath "$1")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export work
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# Its build takes a while, writes what `ninja` would, and fails where $work/broken exists.
+mkdir "$work/bin"
+cat >"$work/bin/cmake" <<'CMAKE'
+#!/usr/bin/env bash
+if [ "$1" = --preset ]; then
+  echo "configured for $CALLER"
+  exit
+fi
+echo "begin $CALLER" >>"$work/calls"
+for done in 1 2 3; do
+  echo "[$done/3] Building for $CALLER"
+  sleep 0.2
+done
+echo "end $CALLER" >>"$work/calls"
+[ ! -e "$work/broken" ] || { echo "error for $CALLER"; exit 1; }
+CMAKE
+chmod +x "$work/bin/cmake"
+export PATH=$work/bin:$PATH
+
+# build CALLER [SETUP...]: builds in the tree $work/tree, after running SETUP.
+build() {
+  CALLER=$1 root=$work/tree bash -c '
+    set -euo pipefail
+    . "$1/scripts/setup.sh"
+    ${2:+eval "$2"}
+    build_preset release program' build "$sources" "${2-}"
+}
+
+mkdir "$work/tree"
+build one 2>"$work/one" & first=$!
+build two 2>"$work/two" & second=$!
+wait "$first"
+wait "$second"
+awk 'NR % 2 { begun = $2; if ($1 != "begin") exit 1 }
+     NR % 2 == 0 && ($1 != "end" || $2 != begun) { exit 1 }' "$work/calls" ||
+  fail "two builds at once: $(cat "$work/calls")"
+[ "$(wc -l <"$work/calls")" -eq 4 ] || fail "not both were built: $(cat "$work/calls")"
+cat "$work/one" "$work/two" | grep -qx "Waiting for another build in $work/tree/build/release" ||
+  fail 'nobody was told to wait'
+
+mkdir -p "$work/tree/build/release/bin"
+build three 2>"$work/three"
+[ ! -s "$work/three" ] || fail "a short build is not quiet: $(cat "$work/three")"
+build four PROGRESS_INTERVAL=0 2>"$work/four"
+[ "$(tail -n 1 "$work/four")" = '[3/3]' ] || fail "no progress: $(cat "$work/four")"
+
+touch "$work/broken"
+if build five 2>"$work/five"; then fail 'a broken build succeeds'; fi
+grep -qx 'error for five' "$work/five" || fail "no log of the broken build: $(cat "$work/five")"
+! grep -E 'one|two|three|four' "$work/five" || fail 'the log of an older build'
+
+# Somebody else, who may read the tree.
+if [ "$(id -u)" -eq 0 ]; then
+  chmod 755 "$work"
+  cp "$sources/scripts/setup.sh" "$work"
+  if CALLER=six root=$work/tree setpriv --reuid=65534 --regid=65534 --clear-groups bash -c '
+    set -euo pipefail
+    . "$1"
+    build_preset release program' build "$work/setup.sh" 2>"$work/six"; then
+    fail 'somebody else can build'
+  fi
+  [ "$(cat "$work/six")" = "Cannot write $work/tree/build, which belongs to root;\
+ build as that user, or in a clone of your own" ] ||
+    fail "what somebody else is told: $(cat "$work/six")"
+fi
+echo 'all as promised'
