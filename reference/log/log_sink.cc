@@ -15,6 +15,8 @@
 #include <mutex>
 #include <utility>
 
+#include "reference/text/printable.h"
+
 namespace reference {
 namespace {
 
@@ -225,12 +227,12 @@ void LogSink::ShowTimes() {
 
 void LogSink::Write(LogLevel level, std::string_view text) {
   const std::lock_guard lock(queue_->mutex);
-  queue_->AddLines(level, text, true);
+  queue_->AddLines(level, Printable(text), true);
 }
 
 void LogSink::WriteDiagnostic(LogLevel level, std::string_view text) {
   const std::lock_guard lock(queue_->mutex);
-  queue_->AddLines(level, text, false);
+  queue_->AddLines(level, Printable(text), false);
 }
 
 void LogSink::WriteRendered(LogLevel level, std::string_view lines) {
@@ -242,10 +244,10 @@ void LogSink::WriteRendered(LogLevel level, std::string_view lines) {
   }
 }
 
-void LogSink::ShowStatus(std::string status) {
+void LogSink::ShowStatus(std::string_view status) {
   if (columns() == 0) return;
   const std::lock_guard lock(queue_->mutex);
-  queue_->status = std::move(status);
+  queue_->status = Printable(status);
   queue_->status_changed = true;
   queue_->changed.notify_all();
 }

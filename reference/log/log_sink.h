@@ -48,7 +48,8 @@ class LogSink {
   /// From here on lines have a time and a level.
   void ShowTimes();
 
-  /// Writes `text`, which may have several lines.
+  /// Writes one line. What `text` has of others' names and messages needs no cleaning: it is made
+  /// printable here, newlines included.
   void Write(LogLevel level, std::string_view text);
 
   /// As `Write`, but a plain line is just `text`, for example "site.txtpb:3:1: unknown field".
@@ -59,7 +60,7 @@ class LogSink {
 
   /// On a terminal, shows `status` below the last line in place of the previous one, cut to the
   /// terminal's width; an empty one is removed. Elsewhere a no-op.
-  void ShowStatus(std::string status);
+  void ShowStatus(std::string_view status);
 
   /// Waits until what is queued has been written.
   void Flush();

@@ -1,11 +1,12 @@
 #include "reference/manager/explain.h"
 
 #include "reference/manager/report.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
 
-std::string Named(const Object& object) { return KeyText(object.key) + " \"" + object.name + '"'; }
+std::string Named(const Object& object) { return KeyText(object.key) + ' ' + Quote(object.name); }
 
 // Goes on after the name of the object.
 std::string Verdict(const Object& object) {

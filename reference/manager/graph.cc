@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "reference/manager/report.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -76,7 +77,7 @@ std::string_view FillOf(const Object& object) {
 
 std::string Quoted(std::string_view text) {
   std::string quoted = "\"";
-  for (const char character : text) {
+  for (const char character : Printable(text)) {
     if (character == '"' || character == '\\') quoted += '\\';
     quoted += character;
   }

@@ -14,6 +14,7 @@
 #include "reference/manager/plan.h"
 #include "reference/manager/run.h"
 #include "reference/manager/status.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -34,14 +35,14 @@ int Check(const std::string& path) {
   const auto site = ReadSiteOrSay(path);
   if (!site) return kExitFailed;
   const std::size_t objects = ObjectsOf(*site);
-  std::cout << path << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
+  std::cout << Printable(path) << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
   return Finish();
 }
 
 int ShowStatus(const CommandLine& line) {
   const std::string status = ReadStatus(line.control);
   if (line.json) {
-    std::cout << status;
+    WriteStatusAsJson(status, &std::cout);
   } else {
     WriteStatus(status, &std::cout);
   }

@@ -11,6 +11,8 @@
 #include "reference/manager/adapters.h"
 #include "reference/manager/dest_database.h"
 #include "reference/manager/request_queue.h"
+#include "reference/text/json_text.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -71,7 +73,7 @@ Plan MakePlan(const Site& site, const TableEntries& present) {
 void WritePlan(const Plan& plan, std::ostream* out) {
   for (const PlanStep& step : plan.steps) {
     *out << ChangeName(step.change) << "  " << HalKindName(step.kind) << ' ' << step.id;
-    if (!step.name.empty()) *out << "  " << step.name;
+    if (!step.name.empty()) *out << "  " << Printable(step.name);
     *out << '\n';
     const bool both = step.change == PlannedChange::kReplace;
     WriteMessage(both ? "from " : "", step.kind, step.present, out);
@@ -99,7 +101,7 @@ void WritePlanAsJson(const Plan& plan, std::ostream* out) {
                      {"replace", Count(plan, PlannedChange::kReplace)},
                      {"remove", Count(plan, PlannedChange::kRemove)},
                      {"unchanged", plan.unchanged}};
-  *out << json.dump(1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+  *out << JsonText(json, 1) << '\n';
 }
 
 }  // namespace reference

@@ -5,6 +5,8 @@
 #include <numeric>
 
 #include "reference/hal/hal_code.h"
+#include "reference/text/json_text.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -15,11 +17,6 @@ constexpr std::array<std::string_view, kStandings> kNames = {"pending", "install
 // The order of the summary.
 constexpr std::array kSummaryOrder = {Standing::kInstalled, Standing::kInactive, Standing::kSent,
                                       Standing::kRemoved,   Standing::kPending,  Standing::kFailed};
-
-// Names are UTF-8 at their source; anything else must not end the report.
-std::string Dump(const nlohmann::ordered_json& json) {
-  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
 
 // Characters, not bytes.
 std::size_t Width(std::string_view utf8) {
@@ -102,11 +99,11 @@ void WriteTable(const DestDatabase& database, std::ostream* out) {
   std::array<std::size_t, 4> widths = {4, 2, 4, 9};
   for (const auto& [key, object] : database.objects()) {
     widths[1] = std::max(widths[1], std::to_string(key.id).size());
-    widths[2] = std::max(widths[2], Width(object.name));
+    widths[2] = std::max(widths[2], Width(Printable(object.name)));
   }
   if (!database.objects().empty()) WriteRow(header, widths, out);
   for (const auto& [key, object] : database.objects()) {
-    WriteRow({std::string(HalKindName(key.kind)), std::to_string(key.id), object.name,
+    WriteRow({std::string(HalKindName(key.kind)), std::to_string(key.id), Printable(object.name),
               std::string(StandingName(StandingOf(object))), ReasonOf(object)},
              widths, out);
   }
@@ -124,7 +121,7 @@ void WriteJson(const DestDatabase& database, std::ostream* out) {
     entry["state"] = StandingName(StandingOf(object));
     entry["code"] = static_cast<std::uint32_t>(object.code);
     entry["reason"] = ReasonOf(object);
-    *out << separator << Dump(entry);
+    *out << separator << JsonText(entry, -1);
     separator = ",\n";
   }
   const Summary summary(database);
@@ -133,7 +130,7 @@ void WriteJson(const DestDatabase& database, std::ostream* out) {
   for (const Standing standing : kSummaryOrder) {
     totals[std::string(StandingName(standing))] = summary.count(standing);
   }
-  *out << "\n],\n\"summary\":" << Dump(totals) << "}\n";
+  *out << "\n],\n\"summary\":" << JsonText(totals, -1) << "}\n";
 }
 
 }  // namespace reference

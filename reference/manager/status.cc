@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "reference/manager/report.h"
+#include "reference/text/json_text.h"
+#include "reference/text/printable.h"
 #include "reference/wire/unix_listener.h"
 
 namespace reference {
@@ -84,6 +86,8 @@ std::string Upper(std::string text) {
   return text;
 }
 
+std::string Text(const Json& text) { return Printable(text.get<std::string>()); }
+
 std::string Number(const Json& number) { return std::to_string(number.get<std::uint64_t>()); }
 
 std::string Microseconds(const Json& nanoseconds) {
@@ -94,9 +98,10 @@ std::string Microseconds(const Json& nanoseconds) {
 
 void WriteObjects(const Json& objects, std::ostream* out) {
   std::vector<Cells> rows = {{"KIND"}};
-  for (const auto& [name, count] : objects.front().items()) rows[0].push_back(Upper(name));
+  for (const auto& [name, count] : objects.front().items())
+    rows[0].push_back(Upper(Printable(name)));
   for (const auto& [kind, standings] : objects.items()) {
-    rows.push_back({kind});
+    rows.push_back({Printable(kind)});
     for (const Json& count : standings) rows.back().push_back(Number(count));
   }
   WriteColumns(rows, out);
@@ -105,7 +110,7 @@ void WriteObjects(const Json& objects, std::ostream* out) {
 void WriteQueues(const Json& queues, std::ostream* out) {
   std::vector<Cells> rows = {{"QUEUE", "NOW", "PEAK"}};
   for (const auto& [name, depth] : queues.items()) {
-    rows.push_back({name, Number(depth.at("now")), Number(depth.at("peak"))});
+    rows.push_back({Printable(name), Number(depth.at("now")), Number(depth.at("peak"))});
   }
   WriteColumns(rows, out);
 }
@@ -113,11 +118,15 @@ void WriteQueues(const Json& queues, std::ostream* out) {
 void WriteStages(const Json& stages, std::ostream* out) {
   std::vector<Cells> rows = {{"STAGE", "COUNT", "P50 us", "P90 us", "P99 us", "MAX us"}};
   for (const auto& [name, stage] : stages.items()) {
-    rows.push_back({name, Number(stage.at("count")), Microseconds(stage.at("p50_ns")),
+    rows.push_back({Printable(name), Number(stage.at("count")), Microseconds(stage.at("p50_ns")),
                     Microseconds(stage.at("p90_ns")), Microseconds(stage.at("p99_ns")),
                     Microseconds(stage.at("max_ns"))});
   }
   WriteColumns(rows, out);
+}
+
+[[noreturn]] void ThrowNoStatus(const Json::exception& error) {
+  throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
 }
 
 }  // namespace
@@ -147,27 +156,34 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
   json["stages"] = {{"queue", StageAsJson(latencies.queue)},
                     {"wire", StageAsJson(latencies.wire)},
                     {"hal", StageAsJson(latencies.hal)}};
-  return json.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+  return JsonText(json, 1) + '\n';
 }
 
 void WriteStatus(const std::string& text, std::ostream* out) {
   try {
     const Json json = Json::parse(text);
     const Json& hal = json.at("hal");
-    *out << json.at("program").get<std::string>() << ", up " << std::fixed << std::setprecision(1)
+    *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
          << json.at("uptime_ms").get<double>() / 1000 << " s, "
          << (json.at("settled").get<bool>() ? "settled" : "at work") << '\n'
-         << "site " << json.at("site").get<std::string>() << '\n'
-         << "hal " << hal.at("name").get<std::string>() << ", restarts "
-         << Number(hal.at("restarts")) << ", requests " << Number(hal.at("requests"))
-         << ", results " << Number(hal.at("results")) << ", late results dropped "
-         << Number(hal.at("late_results_dropped")) << ", unfinished "
+         << "site " << Text(json.at("site")) << '\n'
+         << "hal " << Text(hal.at("name")) << ", restarts " << Number(hal.at("restarts"))
+         << ", requests " << Number(hal.at("requests")) << ", results " << Number(hal.at("results"))
+         << ", late results dropped " << Number(hal.at("late_results_dropped")) << ", unfinished "
          << Number(hal.at("unfinished")) << '\n';
     WriteObjects(json.at("objects"), out);
     WriteQueues(json.at("queues"), out);
     WriteStages(json.at("stages"), out);
   } catch (const Json::exception& error) {
-    throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
+    ThrowNoStatus(error);
+  }
+}
+
+void WriteStatusAsJson(const std::string& text, std::ostream* out) {
+  try {
+    *out << JsonText(Json::parse(text), 1) << '\n';
+  } catch (const Json::exception& error) {
+    ThrowNoStatus(error);
   }
 }
 

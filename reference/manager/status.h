@@ -29,6 +29,8 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
 /// Writes what `StatusAsJson` gave as tables. Throws `std::runtime_error` for a text that is none
 /// of its own.
 void WriteStatus(const std::string& text, std::ostream* out);
+/// The same as JSON.
+void WriteStatusAsJson(const std::string& text, std::ostream* out);
 
 /// The control socket of a running manager: whoever connects is sent its status, and the connection
 /// is closed. Nothing is read from it. Only the manager's user may connect.

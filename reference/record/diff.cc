@@ -6,6 +6,8 @@
 #include <set>
 #include <string>
 
+#include "reference/text/printable.h"
+
 namespace reference {
 namespace {
 
@@ -14,7 +16,7 @@ using Entries = std::map<std::uint32_t, std::string>;
 void PrintSide(const DiffSide& side, HalKind kind, const Entries& entries, std::uint32_t id,
                std::ostream* out) {
   const auto entry = entries.find(id);
-  *out << "  " << side.name << ": "
+  *out << "  " << Printable(side.name) << ": "
        << (entry == entries.end() ? "not installed" : side.schema->Text(kind, entry->second))
        << '\n';
 }

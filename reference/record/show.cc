@@ -1,6 +1,5 @@
 #include "reference/record/show.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <ctime>
@@ -12,6 +11,7 @@
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/record/wrapped_message.h"
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -101,11 +101,7 @@ std::string Line(const RecordedSchema& schema, const record::Entry& entry) {
   return {};
 }
 
-void Print(std::string line, std::ostream* out) {
-  const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-  std::replace_if(line.begin(), line.end(), is_control, '?');
-  *out << line << '\n';
-}
+void Print(const std::string& line, std::ostream* out) { *out << Printable(line) << '\n'; }
 
 void Define(const record::Interface& interface) {
   interface_ids::InterfaceTable::Global().Set(

@@ -1,7 +1,6 @@
 #include "reference/server/fault_plan.h"
 
 #include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/stubs/strutil.h>
 #include <google/protobuf/text_format.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include <utility>
 
 #include "fault.pb.h"
+#include "reference/text/printable.h"
 #include "reference/wire/frame.h"
 
 namespace reference {
@@ -283,10 +283,6 @@ class FaultPlan : public ServerFaults {
   Time paused_until_{};
 };
 
-std::string Quote(const std::string& text) {
-  return '"' + google::protobuf::strings::Utf8SafeCEscape(text) + '"';
-}
-
 // "a, b, c".
 std::string Join(const std::vector<std::string_view>& words) {
   std::string text;
@@ -457,7 +453,7 @@ std::string ExplainSyntaxError(std::string text) {
     fields.push_back(type->field(index)->name());
   }
   return (type == Fault::descriptor() ? "a fault has no field " : "a fault file has no field ") +
-         Quote(parts[2]) + "; use one of: " + Join(fields);
+         Quote(parts[2].str()) + "; use one of: " + Join(fields);
 }
 
 // Keeps the first error; those after it come of the parser's attempt to go on.
@@ -487,7 +483,7 @@ std::string FormatFaultError(const std::string& file, const FaultError& error) {
   for (const int number : {error.line, error.column}) {
     if (number != 0) text += std::to_string(number) + ':';
   }
-  return text + ' ' + error.text;
+  return Printable(text + ' ' + error.text);
 }
 
 PlanOrErrors ParseFaultPlan(const std::string& text, FaultPlanOptions options) {

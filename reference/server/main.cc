@@ -10,11 +10,9 @@
 #include <csignal>
 #include <cstdint>
 #include <exception>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <variant>
@@ -26,6 +24,7 @@
 #include "reference/server/hal_server.h"
 #include "reference/server/tables_command.h"
 #include "reference/socket_client/server_contents.h"
+#include "reference/text/hex.h"
 #include "reference/wire/unix_listener.h"
 
 namespace {
@@ -168,9 +167,7 @@ int Serve(const HalServerOptions& options) {
     SayError(error.what());
     return kFailed;
   }
-  std::ostringstream generation;
-  generation << "0x" << std::hex << std::setw(16) << std::setfill('0') << server->generation();
-  Say("listening on " + options.path + ", generation " + generation.str());
+  Say("listening on " + options.path + ", generation " + reference::Hex(server->generation()));
   signals.async_wait([&server, &io](const boost::system::error_code&, int) {
     server.reset();
     io.stop();

@@ -1,6 +1,5 @@
 #include "reference/server/session.h"
 
-#include <google/protobuf/stubs/strutil.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -13,6 +12,7 @@
 
 #include "reference/hal/request_observer.h"
 #include "reference/server/decode_request.h"
+#include "reference/text/printable.h"
 #include "reference/wire/send.h"
 
 namespace reference {
@@ -41,10 +41,6 @@ pid_t PeerOf(Session::Socket* socket) {
   socklen_t size = sizeof peer;
   getsockopt(socket->native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
   return peer.pid;
-}
-
-std::string Escaped(const std::string& text) {
-  return google::protobuf::strings::CHexEscape(text.substr(0, kMaxName));
 }
 
 void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::KindSummary>* out) {
@@ -286,11 +282,11 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
                   std::to_string(theirs.protocol_version()) + ", the server version " +
                   std::to_string(kProtocolVersion));
   }
-  program_ = Escaped(theirs.program());
+  program_ = Quote(theirs.program(), kMaxName);
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
   deadline_.cancel();
-  state_->Log("client " + std::to_string(number_) + ": \"" + program_ + "\" connected");
+  state_->Log("client " + std::to_string(number_) + ": " + program_ + " connected");
 
   wire::Hello ours;
   ours.set_protocol_version(kProtocolVersion);
@@ -334,7 +330,7 @@ void Session::RefuseBeside(const Session& writer) {
 }
 
 std::string Session::Name() const {
-  return '"' + program_ + "\" (pid " + (pid_ == 0 ? "unknown" : std::to_string(pid_)) + ')';
+  return program_ + " (pid " + (pid_ == 0 ? "unknown" : std::to_string(pid_)) + ')';
 }
 
 // A client that has been killed is gone before the server has read all that it sent.

@@ -136,6 +136,7 @@ class Session : public std::enable_shared_from_this<Session> {
   const ServerFaults::ConnectionFate fate_;
 
   bool greeted_ = false;
+  // In quotes, safe to show.
   std::string program_;
   // Whether a reinstall that this session began is open.
   bool reinstalling_ = false;

@@ -1,26 +1,16 @@
 #include "reference/server/tables_command.h"
 
-#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <string_view>
 
 #include "reference/hal/message_text.h"
-#include "reference/wire/printable.h"
+#include "reference/text/hex.h"
+#include "reference/text/json_text.h"
+#include "reference/text/printable.h"
 
 namespace reference {
-namespace {
-
-std::string Hex(std::uint64_t number) {
-  std::ostringstream text;
-  text << "0x" << std::hex << std::setw(16) << std::setfill('0') << number;
-  return text.str();
-}
-
-}  // namespace
-
 void PrintAsText(const ServerContents& contents, std::ostream& out) {
   const wire::ServerStatus& status = contents.status;
   out << "generation " << Hex(status.generation()) << ", up " << status.uptime_ms() << " ms, "
@@ -56,7 +46,7 @@ void PrintAsJson(const ServerContents& contents, std::ostream& out) {
     tables[std::string(HalKindName(key.first))]["entries"].push_back(
         {{"id", key.second}, {"message", MessageText(key.first, message)}});
   }
-  out << json.dump(2) << '\n';
+  out << JsonText(json, 2) << '\n';
 }
 
 }  // namespace reference

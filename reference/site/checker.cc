@@ -1,13 +1,13 @@
 #include "reference/site/checker.h"
 
 #include <google/protobuf/descriptor.h>
-#include <google/protobuf/stubs/strutil.h>
 
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
-#include <boost/locale/utf.hpp>
 #include <tuple>
 #include <utility>
+
+#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -21,24 +21,7 @@ Place FindPlace(const Entry::Places& places, const FieldDescriptor& field, int i
   return {location.line + 1, location.column + 1};
 }
 
-bool IsUtf8(const std::string& text) {
-  namespace utf = boost::locale::utf;
-  for (auto at = text.begin(); at != text.end();) {
-    if (!utf::is_valid_codepoint(utf::utf_traits<char>::decode(at, text.end()))) return false;
-  }
-  return true;
-}
-
-bool IsControl(char c) { return ('\0' <= c && c < ' ') || c == '\x7f'; }
-
 }  // namespace
-
-std::string Quote(std::string_view view) {
-  namespace strings = google::protobuf::strings;
-  const std::string text(view);
-  return '"' + (IsUtf8(text) ? strings::Utf8SafeCEscape(text) : google::protobuf::CEscape(text)) +
-         '"';
-}
 
 std::string Join(const std::vector<std::string_view>& words) {
   return boost::algorithm::join(std::vector<std::string>(words.begin(), words.end()), ", ");
@@ -164,9 +147,9 @@ void Checker::AddUnknownWord(const Entry& entry, int field, int index,
 }
 
 void Checker::CheckText(const Entry& entry, int field, Place place, const std::string& text) {
-  if (IsUtf8(text) && std::none_of(text.begin(), text.end(), IsControl)) return;
+  if (IsPrintable(text)) return;
   Add(place, entry.FieldName(field) + ' ' + Quote(text) +
-                 " is not plain text; write UTF-8 without control characters");
+                 " is not plain text; write UTF-8 without control or invisible characters");
 }
 
 }  // namespace reference

@@ -124,8 +124,6 @@ class Checker {
   std::vector<SiteError> errors_;
 };
 
-/// `view` in quotes, with what cannot be printed escaped.
-std::string Quote(std::string_view view);
 /// "a, b, c".
 std::string Join(const std::vector<std::string_view>& words);
 

@@ -16,6 +16,7 @@
 
 #include "reference/site/generate_site.h"
 #include "reference/site/site_writer.h"
+#include "reference/text/printable.h"
 
 namespace {
 
@@ -129,7 +130,7 @@ int Run(int argc, char** argv) {
     }
     arguments = ReadArguments(values);
   } catch (const std::exception& error) {
-    std::cerr << "zuskux-generate-site: " << error.what() << "; see --help\n";
+    std::cerr << "zuskux-generate-site: " << reference::Printable(error.what()) << "; see --help\n";
     return kBadUsage;
   }
 
@@ -138,8 +139,8 @@ int Run(int argc, char** argv) {
           reference::WriteSite(reference::GenerateSite(arguments.seed, arguments.objects)));
   } catch (const std::system_error& error) {
     const std::string target = arguments.output.empty() ? "standard output" : arguments.output;
-    std::cerr << "zuskux-generate-site: cannot write " << target << ": " << error.code().message()
-              << "; free space there or choose another place with -o\n";
+    std::cerr << "zuskux-generate-site: cannot write " << reference::Printable(target) << ": "
+              << error.code().message() << "; free space there or choose another place with -o\n";
     return kFailed;
   }
   return 0;
@@ -151,7 +152,8 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "zuskux-generate-site: " << error.what() << "; ask for fewer --objects\n";
+    std::cerr << "zuskux-generate-site: " << reference::Printable(error.what())
+              << "; ask for fewer --objects\n";
     return kFailed;
   }
 }

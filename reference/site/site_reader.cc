@@ -25,6 +25,7 @@
 
 #include "reference/site/checker.h"
 #include "reference/site/site_values.h"
+#include "reference/text/printable.h"
 #include "site.pb.h"
 
 namespace reference {
@@ -155,7 +156,7 @@ class Space {
               const char* owned_name) {
     numbers_.Report(checker, number, owned_number,
                     [](std::int64_t value) { return std::to_string(value); });
-    names_.Report(checker, "name", owned_name, Quote);
+    names_.Report(checker, "name", owned_name, [](std::string_view name) { return Quote(name); });
   }
 
  private:
@@ -480,7 +481,7 @@ std::string FormatSiteError(const std::string& file, const SiteError& error) {
   for (const int number : {error.line, error.column}) {
     if (number != 0) text += std::to_string(number) + ':';
   }
-  return text + ' ' + error.text;
+  return Printable(text + ' ' + error.text);
 }
 
 std::variant<Site, std::vector<SiteError>> ParseSite(const std::string& text) {

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <utility>
 
+#include "reference/text/printable.h"
 #include "reference/wire/frame.h"
-#include "reference/wire/printable.h"
 
 namespace reference {
 namespace {
@@ -21,6 +21,8 @@ using boost::asio::local::stream_protocol;
 
 // More than any server takes, with what precedes the message of an entry.
 constexpr std::size_t kMaxPayload = std::size_t{128} * 1024 * 1024;
+// How much of a text of the server a line shows, in bytes.
+constexpr std::size_t kMaxForeignText = 200;
 constexpr std::size_t kEntryHeaderSize = 5;
 
 using Clock = std::chrono::steady_clock;
@@ -60,7 +62,7 @@ class Conversation {
     }
     Count(*frame);
     if (frame->header.type == FrameType::kGoodbye) {
-      Fail("it says " + Printable(frame->payload));
+      Fail("it says " + Printable(frame->payload, kMaxForeignText));
     }
     for (const FrameType type : awaited) {
       if (frame->header.type == type) return *frame;

@@ -21,8 +21,9 @@
 #include "reference/socket_client/reinstall_check.h"
 #include "reference/socket_client/socket_watch.h"
 #include "reference/support/mutex.h"
+#include "reference/text/hex.h"
+#include "reference/text/printable.h"
 #include "reference/wire/frame.h"
-#include "reference/wire/printable.h"
 #include "reference/wire/send.h"
 #include "wire.pb.h"
 
@@ -35,17 +36,13 @@ using Protocol = asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
+// How much of a text of the server a line shows, in bytes.
+constexpr std::size_t kMaxForeignText = 200;
 constexpr int kMaxRepeatedReinstalls = 3;
 // Bounds the attempts when somebody makes the socket again and again.
 constexpr std::chrono::milliseconds kMinAttemptInterval{10};
 
 std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
-
-std::string Hex(std::uint64_t number) {
-  std::ostringstream text;
-  text << "0x" << std::hex << std::setw(16) << std::setfill('0') << number;
-  return text.str();
-}
 
 std::string HelloFrame(const std::string& program, bool take_over) {
   wire::Hello hello;
@@ -454,7 +451,7 @@ std::string SocketHal::Connection::OnGoodbye(const FrameSplitter::Frame& frame) 
   const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
   session_->other_writer =
       reason == GoodbyeReason::kOtherWriter || reason == GoodbyeReason::kTakenOver;
-  return "HAL server says goodbye: " + Printable(frame.payload);
+  return "HAL server says goodbye: " + Printable(frame.payload, kMaxForeignText);
 }
 
 std::string SocketHal::Connection::OnHello(std::string_view payload) {
@@ -474,7 +471,7 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   last_failure_.clear();
   socket_watch_.Stop();
   repeated_reinstalls_ = 0;
-  Log("connected to HAL server " + Printable(hello.program()) + ", generation " +
+  Log("connected to HAL server " + Printable(hello.program(), kMaxForeignText) + ", generation " +
       Hex(hello.generation()));
   queue_->ServerFound(hello.max_payload());
   ReportEnded();

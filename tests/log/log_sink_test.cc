@@ -111,12 +111,12 @@ TEST_F(LogSinkTest, PlainLinesHaveTheProgram) {
   {
     LogSink sink("program", To(pipe_.writer()));
     sink.Write(LogLevel::kError, "one");
-    sink.Write(LogLevel::kInfo, "two\nthree\n");
+    sink.Write(LogLevel::kInfo, "two\nthree\u009b");
     sink.WriteDiagnostic(LogLevel::kError, "file:1:2: wrong");
     sink.WriteRendered(LogLevel::kDebug, "rendered\n");
   }
   EXPECT_EQ(pipe_.ReadAll(),
-            "program: one\nprogram: two\nprogram: three\nfile:1:2: wrong\nrendered\n");
+            "program: one\nprogram: two\\nthree\\u009b\nfile:1:2: wrong\nrendered\n");
 }
 
 TEST_F(LogSinkTest, ShowsTimesAndLevelsWhenAskedTo) {
@@ -131,8 +131,7 @@ TEST_F(LogSinkTest, ShowsTimesAndLevelsWhenAskedTo) {
   }
   EXPECT_THAT(Lines(pipe_.ReadAll()),
               ElementsAre(MatchesRegex(kTime + std::string("ERROR program: one")),
-                          MatchesRegex(kTime + std::string("WARNING program: two")),
-                          MatchesRegex(kTime + std::string("WARNING program: three")),
+                          MatchesRegex(kTime + std::string(R"(WARNING program: two\\nthree)")),
                           MatchesRegex(kTime + std::string("INFO program: file:1:2: wrong")),
                           MatchesRegex(kTime + std::string("DEBUG program: four")), "rendered"));
 }
@@ -163,14 +162,14 @@ TEST_F(LogSinkTest, TheJournalGetsPriorities) {
     sink.Write(LogLevel::kError, "plain");
     sink.ShowTimes();
     sink.Write(LogLevel::kError, "one");
-    sink.Write(LogLevel::kWarning, "two\nthree\n");
+    sink.Write(LogLevel::kWarning, "two\nthree\u009b");
     sink.Write(LogLevel::kInfo, "four");
     sink.WriteDiagnostic(LogLevel::kError, "file:1:2: wrong");
     sink.WriteRendered(LogLevel::kDebug, "rendered\nmore\n");
   }
-  EXPECT_EQ(
-      pipe_.ReadAll(),
-      "<3>plain\n<3>one\n<4>two\n<4>three\n<6>four\n<3>file:1:2: wrong\n<7>rendered\n<7>more\n");
+  EXPECT_EQ(pipe_.ReadAll(),
+            "<3>plain\n<3>one\n<4>two\\nthree\\u009b\n<6>four\n<3>file:1:2: "
+            "wrong\n<7>rendered\n<7>more\n");
 }
 
 TEST_F(LogSinkTest, AStreamThatWasRedirectedIsNotTheJournal) {

@@ -1,6 +1,7 @@
 #include "reference/manager/report.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
+using ::testing::HasSubstr;
 
 /// A database in which vlan:11 found its table full, with what that causes, and an inactive tunnel.
 class ReportTest : public ::testing::Test {
@@ -99,9 +101,7 @@ TEST_F(ReportTest, Json) {
       "{\"objects\":[\n"
       R"({"kind":"vrf","id":1,"name":"vrf-1","state":"sent","code":0,"reason":""},)"
       "\n"
-      R"({"kind":"vlan","id":10,"name":")"
-      "c\xC3\xB4re"
-      R"( \"a\"","state":"installed","code":0,"reason":""},)"
+      R"({"kind":"vlan","id":10,"name":"c\u00f4re \"a\"","state":"installed","code":0,"reason":""},)"
       "\n"
       R"({"kind":"vlan","id":11,"name":"vlan-11","state":"failed","code":5,"reason":"table full"},)"
       "\n"
@@ -133,8 +133,22 @@ TEST_F(ReportTest, ExplainsDownToTheFirstCause) {
             "      it rides on vlan:11 \"vlan-11\", which failed: table full\n");
 }
 
+TEST_F(ReportTest, NamesControlNothing) {
+  Find(HalKind::kVlan, 11)->name = "a\x1b\u009b\u202e\xff";
+  const std::string shown = R"(a\x1b\u009b\u202e\xff)";
+  std::ostringstream table;
+  WriteTable(database_, &table);
+  EXPECT_THAT(table.str(), HasSubstr("  " + shown + "  "));
+  std::ostringstream json;
+  WriteJson(database_, &json);
+  EXPECT_THAT(json.str(), HasSubstr(R"("a\u001b\u009b\u202e\ufffd")"));
+  EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"" + shown + "\" failed: table full\n");
+  // Graphviz takes a doubled backslash for one.
+  EXPECT_THAT(GraphText(database_), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
+}
+
 TEST_F(ReportTest, ExplainsEveryStanding) {
-  EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \"a\"\" is installed\n");
+  EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \\\"a\\\"\" is installed\n");
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"vlan-11\" failed: table full\n");
   EXPECT_EQ(ExplainText(HalKind::kVrf, 1),
             "vrf:1 \"vrf-1\" was sent; the HAL reports no result for VRFs\n");

@@ -165,8 +165,9 @@ TEST_F(Show, RendersMessagesWithoutAnAddressOrContent) {
 }
 
 TEST_F(Show, KeepsEachEntryOnItsLine) {
-  EXPECT_EQ(Text(RecordingBytes(TestHeader(), {EventEntry("two\nlines\x1B[0m\x7F, \xC3\xA4")})),
-            std::string(kHead) + "0.000000000 ---- two?lines?[0m?, \xC3\xA4\n");
+  EXPECT_EQ(
+      Text(RecordingBytes(TestHeader(), {EventEntry("two\nlines\x1B[0m\x7F\xC2\x9B, \xC3\xA4")})),
+      std::string(kHead) + "0.000000000 ---- two\\nlines\\x1b[0m\\x7f\\u009b, \xC3\xA4\n");
 }
 
 // A message of VLAN destination 12 as written by a schema with a field more.

@@ -271,7 +271,7 @@ INSTANTIATE_TEST_SUITE_P(
             R"(bad IP address "192.0.2"; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")"},
         MistakeCase{
             "IpWithZeroByte", R"(host { id: 9 name: "x" interface: "eth0" ^ip: "::1\0002" })",
-            R"(bad IP address "::1\0002"; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")"},
+            R"(bad IP address "::1\x002"; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")"},
         MistakeCase{
             "IpEmpty", R"(host { id: 9 name: "x" interface: "eth0" ^ip: "" })",
             R"(bad IP address ""; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")"},
@@ -285,12 +285,19 @@ INSTANTIATE_TEST_SUITE_P(
             "mpls { id: 9 name: \"x\" interface: \"eth0\" capability: \"push\"\n"
             "  ^capability: \"pop\" }",
             R"(unknown capability "pop"; use one of: none, protection, swap, push, forward, vc-label)"},
-        MistakeCase{"NameWithControlCharacter", R"(ecmp { id: 9 ^name: "a\nb" })",
-                    R"(name "a\nb" is not plain text; write UTF-8 without control characters)"},
+        MistakeCase{
+            "NameWithControlCharacter", R"(ecmp { id: 9 ^name: "a\nb" })",
+            R"(name "a\nb" is not plain text; write UTF-8 without control or invisible characters)"},
+        MistakeCase{
+            "NameWithC1Control", R"(ecmp { id: 9 ^name: "a\302\2332Jb" })",
+            R"(name "a\u009b2Jb" is not plain text; write UTF-8 without control or invisible characters)"},
+        MistakeCase{
+            "NameThatReordersTheLine", "ecmp { id: 9 ^name: \"a\u202eb\" }",
+            R"(name "a\u202eb" is not plain text; write UTF-8 without control or invisible characters)"},
         MistakeCase{
             "ListValueNotUtf8",
             R"(vlan { id: 9 name: "x" interface: "eth0" list_value: "a" ^list_value: "\303" })",
-            R"(list_value "\303" is not plain text; write UTF-8 without control characters)"}),
+            R"(list_value "\xc3" is not plain text; write UTF-8 without control or invisible characters)"}),
     CaseName);
 
 INSTANTIATE_TEST_SUITE_P(
