@@ -86,6 +86,18 @@ std::vector<std::uint32_t> NonZero(std::uint32_t id) {
   return {id};
 }
 
+Layer LayerOfContent(const dest_mng::VrfData& /*vrf*/) { return Layer::kVrf; }
+
+Layer LayerOfContent(const VlanPointer& /*vlan*/) { return Layer::kVlan; }
+
+Layer LayerOfContent(const HostPointer& /*host*/) { return Layer::kHost; }
+
+Layer LayerOfContent(const dest_mng::EcmpData& /*ecmp*/) { return Layer::kEcmp; }
+
+Layer LayerOfContent(const MplsPointer& mpls) {
+  return mpls->HasVcLabel() ? Layer::kCircuit : Layer::kTunnel;
+}
+
 std::vector<std::uint32_t> References(const dest_mng::VrfData& /*vrf*/) { return {}; }
 
 std::vector<std::uint32_t> References(const VlanPointer& /*vlan*/) { return {}; }
@@ -182,6 +194,10 @@ bool IsVirtualCircuit(const Destination& destination) {
 }
 
 bool IsInactive(const Destination& destination) { return NeighborId(destination) == 0U; }
+
+Layer LayerOf(const Destination& destination) {
+  return std::visit([](const auto& content) { return LayerOfContent(content); }, destination);
+}
 
 std::vector<std::uint32_t> ReferencedIds(const Destination& destination) {
   return std::visit([](const auto& content) { return References(content); }, destination);

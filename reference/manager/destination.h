@@ -71,6 +71,12 @@ bool IsVirtualCircuit(const Destination& destination);
 /// An MPLS destination whose packets are dropped because it has no active neighbour.
 bool IsInactive(const Destination& destination);
 
+/// How far an object is from what refers to nothing: an object refers to objects of earlier layers
+/// only.
+enum class Layer : std::uint8_t { kVrf, kVlan, kHost, kTunnel, kCircuit, kEcmp };
+
+Layer LayerOf(const Destination& destination);
+
 /// Ids of the destinations that must be in the HAL before this one: a host's VLAN, the VLAN or
 /// tunnel under an MPLS destination, the members of an ECMP group in their order, each once.
 std::vector<std::uint32_t> ReferencedIds(const Destination& destination);

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -27,18 +28,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A column of the drawing: what rides on nothing further than the next ones.
-struct Layer {
+/// A column of the drawing, as the legend shows it. Objects of other layers have a column of their
+/// own and plain boxes.
+struct Column {
+  Layer layer;
   std::string_view name;
   std::string_view shape;
 };
-enum class LayerId { kEcmp, kCircuit, kTunnel, kHost, kVlan, kVrf };
-constexpr std::array<Layer, 6> kLayers = {{{"ecmp group", "hexagon"},
-                                           {"virtual circuit", "oval"},
-                                           {"mpls tunnel", "octagon"},
-                                           {"host", "box"},
-                                           {"vlan", "tab"},
-                                           {"vrf", "box3d"}}};
+constexpr std::array<Column, 6> kColumns = {{{Layer::kEcmp, "ecmp group", "hexagon"},
+                                             {Layer::kCircuit, "virtual circuit", "oval"},
+                                             {Layer::kTunnel, "mpls tunnel", "octagon"},
+                                             {Layer::kHost, "host", "box"},
+                                             {Layer::kVlan, "vlan", "tab"},
+                                             {Layer::kVrf, "vrf", "box3d"}}};
 
 struct Colour {
   Standing standing;
@@ -60,11 +62,11 @@ constexpr char kHead[] = R"(digraph destinations {
   edge [arrowsize=0.5, color="#707070"];
 )";
 
-LayerId LayerOf(const Object& object) {
-  static constexpr std::array<LayerId, kHalKinds> kOfKind = {
-      LayerId::kVrf, LayerId::kVlan, LayerId::kHost, LayerId::kEcmp, LayerId::kTunnel};
-  if (IsVirtualCircuit(object.content)) return LayerId::kCircuit;
-  return kOfKind.at(static_cast<std::size_t>(object.key.kind));
+std::string_view ShapeOf(Layer layer) {
+  for (const Column& column : kColumns) {
+    if (column.layer == layer) return column.shape;
+  }
+  return "box";
 }
 
 std::string_view FillOf(const Object& object) {
@@ -87,12 +89,12 @@ std::string Quoted(std::string_view text) {
 std::string NodeId(const ObjectKey& key) { return Quoted(KeyText(key)); }
 
 std::string Node(const Object& object) {
-  const auto& layer = kLayers.at(static_cast<std::size_t>(LayerOf(object)));
   // The line break of a label is written, not meant.
   std::string label = Quoted(object.name);
   label.insert(label.size() - 1, "\\n" + KeyText(object.key));
-  return NodeId(object.key) + " [label=" + label + ", shape=" + std::string(layer.shape) +
-         ", fillcolor=\"" + std::string(FillOf(object)) + "\"];\n";
+  return NodeId(object.key) + " [label=" + label +
+         ", shape=" + std::string(ShapeOf(LayerOf(object.content))) + ", fillcolor=\"" +
+         std::string(FillOf(object)) + "\"];\n";
 }
 
 std::string Edge(const Object& from, const Object* to, const char* attributes) {
@@ -110,9 +112,9 @@ std::string Legend() {
     text += LegendNode(std::string(StandingName(colour.standing)),
                        "shape=box, color=white, fillcolor=\"" + std::string(colour.fill) + '"');
   }
-  for (const Layer& layer : kLayers) {
-    text += LegendNode(std::string(layer.name),
-                       "shape=" + std::string(layer.shape) + ", fillcolor=white");
+  for (const Column& column : kColumns) {
+    text += LegendNode(std::string(column.name),
+                       "shape=" + std::string(column.shape) + ", fillcolor=white");
   }
   return text + "  }\n";
 }
@@ -146,11 +148,11 @@ class HostGroups {
   std::string Nodes() const {
     std::string text;
     for (const auto& [place, group] : groups_) {
-      const auto& layer = kLayers.at(static_cast<std::size_t>(LayerId::kHost));
       std::string label = Quoted(group.front()->name + " ... " + group.back()->name);
       label.insert(label.size() - 1, "\\n" + std::to_string(group.size()) + " hosts");
-      text += "    " + Id(group) + " [label=" + label + ", shape=" + std::string(layer.shape) +
-              ", peripheries=2, fillcolor=\"" + std::string(FillOf(*group.front())) + "\"];\n";
+      text += "    " + Id(group) + " [label=" + label +
+              ", shape=" + std::string(ShapeOf(Layer::kHost)) + ", peripheries=2, fillcolor=\"" +
+              std::string(FillOf(*group.front())) + "\"];\n";
     }
     return text;
   }
@@ -186,15 +188,16 @@ class HostGroups {
 };
 
 std::string Layers(const DestDatabase& database, const HostGroups& groups) {
-  std::array<std::string, kLayers.size()> nodes;
+  // From what nothing refers to, on the left, to what refers to nothing.
+  std::map<Layer, std::string, std::greater<>> nodes;
   for (const auto& [key, object] : database.objects()) {
     if (object.state == ObjectState::kRemoved || groups.Contains(key)) continue;
-    nodes.at(static_cast<std::size_t>(LayerOf(object))) += "    " + Node(object);
+    nodes[LayerOf(object.content)] += "    " + Node(object);
   }
-  nodes.at(static_cast<std::size_t>(LayerId::kHost)) += groups.Nodes();
+  nodes[Layer::kHost] += groups.Nodes();
   std::string text;
-  for (const std::string& layer : nodes) {
-    if (!layer.empty()) text += "  {\n    rank=same;\n" + layer + "  }\n";
+  for (const auto& [layer, drawn] : nodes) {
+    if (!drawn.empty()) text += "  {\n    rank=same;\n" + drawn + "  }\n";
   }
   return text;
 }
