@@ -147,6 +147,7 @@ void EmbeddedHal::Worker::Restart() {
 HalConnectionCounters EmbeddedHal::Worker::counters() const {
   const std::lock_guard lock(mutex_);
   HalConnectionCounters counters = counters_;
+  counters.connected = counters.servers_found != 0;
   counters.queued = queue_.size();
   counters.unfinished = queue_.size() + ended_.size() + (carrying_out_ ? 1 : 0);
   return counters;

@@ -49,6 +49,8 @@ struct HalConnectionCounters {
   std::uint64_t late_results = 0;
   /// Reports that the server was found; counted when they begin.
   std::uint64_t servers_found = 0;
+  /// Whether there is a server: one was found and has not been lost since.
+  bool connected = false;
   /// Requests and reinstall marks that wait to be sent, now and at most so far.
   std::size_t queued = 0;
   std::size_t queued_peak = 0;

@@ -8,6 +8,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iomanip>
@@ -32,6 +33,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kProgressInterval{100};
 constexpr std::chrono::seconds kServerPatience{5};
+constexpr std::chrono::milliseconds kServerCheckInterval{100};
 
 std::string Seconds(std::chrono::steady_clock::duration time) {
   std::ostringstream text;
@@ -63,7 +65,7 @@ class Run {
       CatchSignals();
       status_server_.emplace(&io_, line_.control, [this] { return Status(); });
     } else {
-      GiveUpWithoutServer();
+      EndWithoutServer();
     }
     ApplyNext();
     manager_.Start(hal_.connection());
@@ -108,13 +110,25 @@ class Run {
     }
   }
 
-  // Nobody would wait for a server that is not there, except who stays.
-  void GiveUpWithoutServer() {
-    server_timer_.expires_after(kServerPatience);
+  // Only a manager that stays waits longer for a server that is not there.
+  void EndWithoutServer() {
+    const HalConnectionCounters counters = hal_.connection()->counters();
+    // Not by the clock: while this thread is busy, nobody looks for the server.
+    checks_without_server_ = counters.connected ? 0 : checks_without_server_ + 1;
+    if (checks_without_server_ > kServerPatience / kServerCheckInterval) {
+      if (counters.servers_found == 0) {
+        throw std::runtime_error("no HAL server was found at " + hal_.name() +
+                                 "; start one with zuskux-hal --socket PATH");
+      }
+      throw std::runtime_error("the HAL server at " + hal_.name() +
+                               " was lost half-way and did not come back within " +
+                               std::to_string(kServerPatience.count()) +
+                               " s; start it again with zuskux-hal --socket PATH, then run this "
+                               "again");
+    }
+    server_timer_.expires_after(kServerCheckInterval);
     server_timer_.async_wait([this](const boost::system::error_code& error) {
-      if (error || hal_.connection()->counters().servers_found != 0) return;
-      throw std::runtime_error("no HAL server was found at " + hal_.name() +
-                               "; start one with zuskux-hal --socket PATH");
+      if (!error) EndWithoutServer();
     });
   }
 
@@ -267,6 +281,7 @@ class Run {
   boost::asio::signal_set signals_{io_};
   boost::asio::steady_timer progress_timer_{io_};
   boost::asio::steady_timer server_timer_{io_};
+  std::int64_t checks_without_server_ = 0;
   std::optional<StatusServer> status_server_;
   std::optional<Progress> progress_;
   std::size_t progress_total_ = 0;

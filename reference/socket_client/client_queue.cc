@@ -322,6 +322,7 @@ HalConnectionCounters ClientQueue::counters() const {
   const MutexLock lock(&mutex_);
   HalConnectionCounters counters = counters_;
   counters.results = results_.load(std::memory_order_relaxed);
+  counters.connected = server_ == Server::kFound;
   counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + ended_.size() +
                         (ended_reinstall_ ? 1 : 0);
   return counters;

@@ -348,6 +348,7 @@ TEST(EmbeddedHalRestartTest, EndsOutstandingRequestsAndThenFindsTheServer) {
   const HalConnectionCounters counters = hal.counters();
   EXPECT_EQ(counters.late_results, 1U) << "of VLAN 2";
   EXPECT_EQ(counters.servers_found, 2U);
+  EXPECT_TRUE(counters.connected);
   EXPECT_EQ(counters.results, 4U);
   EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), 0U);
   EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVrf), 0U);

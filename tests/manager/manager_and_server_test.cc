@@ -231,6 +231,28 @@ TEST_F(TwoManagersTest, AReplayIsRefused) {
   EXPECT_EQ(Tables(), before);
 }
 
+TEST_F(ManagerAndServerTest, EndsWhenTheServerVanishesHalfWay) {
+  StartServer({"--fault", files_.Write("faults", "fault { what: \"crash-after\" nth: 2 }")});
+  const Outcome run = Execute(Manager({files_.Write("site", kSite)}));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_THAT(run.err,
+              testing::EndsWith("zuskux-manager: the HAL server at unix:" + socket() +
+                                " was lost half-way and did not come back within 5 s; start it "
+                                "again with zuskux-hal --socket PATH, then run this again\n"));
+}
+
+TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
+  StartServer({"--fault", files_.Write("faults", "fault { what: \"crash-after\" nth: 2 }")});
+  Process manager(Manager({files_.Write("site", kSite)}));
+  ASSERT_TRUE(manager.WaitForError("HAL server lost"));
+  // Longer than the pause between two looks at the server.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  StartServer({});
+  EXPECT_EQ(manager.Wait(), 0);
+  EXPECT_EQ(Tables()["vlan"]["count"], 3);
+}
+
 TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
   const std::string site = files_.Write("site", kOtherSite);
   Process manager(Manager({site, "--stay", "--control", control()}));

@@ -202,6 +202,7 @@ TEST_F(PromiseOneResult, WithoutAServer) {
   EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess) << "it waits for the first attempt";
   hal_->Start(reported_.Reports());
   EXPECT_THAT(reported_.Await(1), ElementsAre("InstallVlan 1: 104"));
+  EXPECT_FALSE(hal_->counters().connected);
   EXPECT_EQ(InstallVlan(hal_.get(), 2), kHalNoServer);
   EXPECT_THAT(reported_.Await(2), ElementsAre("InstallVlan 1: 104", "InstallVlan 2: 104"));
   server_.Listen();
@@ -218,7 +219,9 @@ TEST_F(PromiseOneResult, WhenTheServerIsLost) {
   server_.Next();
   server_.Answer(server_.Next());
   EXPECT_EQ(reported_.Await(2).back(), "InstallVlan 2: 0");
+  EXPECT_TRUE(hal->counters().connected);
   server_.Close();
+  EXPECT_TRUE(Eventually([hal] { return !hal->counters().connected; }));
   server_.AcceptAndGreet();
   EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 2: 0", "InstallVlan 1: 100",
                                               "InstallVlan 3: 100", "found"));
