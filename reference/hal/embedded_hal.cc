@@ -5,11 +5,12 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "reference/support/mutex.h"
 
 namespace reference {
 
@@ -64,31 +65,31 @@ class EmbeddedHal::Worker {
   void CarryOutMark(const Task& task, std::uint64_t generation);
   void Report(const HalRequest& request, HalReturnCode code);
 
-  // On any thread, with `mutex_` held.
-  void Push(Task task);
-  void End(const HalRequest& request, HalReturnCode code);
-  bool RoomDue() const;
+  // On any thread.
+  void Push(Task task) ZUSKUX_REQUIRES(mutex_);
+  void End(const HalRequest& request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_);
+  bool HasWork() const ZUSKUX_REQUIRES(mutex_);
+  bool RoomDue() const ZUSKUX_REQUIRES(mutex_);
 
   const EmbeddedHalOptions options_;
   // Set before the thread starts.
   HalReporter reporter_;
 
-  mutable std::mutex tables_mutex_;
-  HalTables tables_;
+  mutable Mutex tables_mutex_;
+  HalTables tables_ ZUSKUX_GUARDED_BY(tables_mutex_);
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable wake_;
-  // Guarded by `mutex_`:
-  std::deque<Task> queue_;
-  std::vector<Ended> ended_;
-  bool server_found_due_ = true;
-  bool room_wanted_ = false;
-  bool stopping_ = false;
-  std::uint64_t generation_ = 0;
-  bool carrying_out_ = false;
-  HalConnectionCounters counters_;
-  LatencyHistogram queue_latency_;
-  LatencyHistogram hal_latency_;
+  std::deque<Task> queue_ ZUSKUX_GUARDED_BY(mutex_);
+  std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
+  bool server_found_due_ ZUSKUX_GUARDED_BY(mutex_) = true;
+  bool room_wanted_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  bool stopping_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  std::uint64_t generation_ ZUSKUX_GUARDED_BY(mutex_) = 0;
+  bool carrying_out_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  HalConnectionCounters counters_ ZUSKUX_GUARDED_BY(mutex_);
+  LatencyHistogram queue_latency_ ZUSKUX_GUARDED_BY(mutex_);
+  LatencyHistogram hal_latency_ ZUSKUX_GUARDED_BY(mutex_);
 
   std::thread thread_;
 };
@@ -98,7 +99,7 @@ EmbeddedHal::Worker::Worker(const EmbeddedHalOptions& options)
 
 EmbeddedHal::Worker::~Worker() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     stopping_ = true;
   }
   wake_.notify_one();
@@ -111,7 +112,7 @@ void EmbeddedHal::Worker::Start(HalReporter reporter) {
 }
 
 HalReturnCode EmbeddedHal::Worker::Submit(HalRequest request) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   ++counters_.requests;
   if (queue_.size() >= options_.queue_capacity) {
     End(request, kHalQueueFull);
@@ -122,19 +123,19 @@ HalReturnCode EmbeddedHal::Worker::Submit(HalRequest request) {
 }
 
 bool EmbeddedHal::Worker::HasRoom() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   if (queue_.size() < options_.queue_capacity) return true;
   room_wanted_ = true;
   return false;
 }
 
 void EmbeddedHal::Worker::PushMark(void (HalTables::*mark)()) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   Push({HalRequest(), mark});
 }
 
 void EmbeddedHal::Worker::Restart() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   ++generation_;
   for (const Task& task : queue_) {
     if (task.mark == nullptr) End(task.request, kHalServerLost);
@@ -145,7 +146,7 @@ void EmbeddedHal::Worker::Restart() {
 }
 
 HalConnectionCounters EmbeddedHal::Worker::counters() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   HalConnectionCounters counters = counters_;
   counters.connected = counters.servers_found != 0;
   counters.queued = queue_.size();
@@ -154,12 +155,12 @@ HalConnectionCounters EmbeddedHal::Worker::counters() const {
 }
 
 HalLatencies EmbeddedHal::Worker::latencies() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   return {queue_latency_.Summary(), {}, hal_latency_.Summary()};
 }
 
 HalTables EmbeddedHal::Worker::SnapshotTables() const {
-  const std::lock_guard lock(tables_mutex_);
+  const MutexLock lock(&tables_mutex_);
   return tables_;
 }
 
@@ -172,6 +173,10 @@ void EmbeddedHal::Worker::Push(Task task) {
 void EmbeddedHal::Worker::End(const HalRequest& request, HalReturnCode code) {
   ended_.push_back({WithoutPayload(request), code});
   wake_.notify_one();
+}
+
+bool EmbeddedHal::Worker::HasWork() const {
+  return stopping_ || !queue_.empty() || !ended_.empty() || server_found_due_ || RoomDue();
 }
 
 bool EmbeddedHal::Worker::RoomDue() const {
@@ -190,10 +195,8 @@ void EmbeddedHal::Worker::Run() {
 // Waits for something to do; nothing when the thread is to end. What ended and the server found are
 // taken in one step because a restart adds them in one.
 std::optional<EmbeddedHal::Worker::Reports> EmbeddedHal::Worker::NextReports() {
-  std::unique_lock lock(mutex_);
-  wake_.wait(lock, [this] {
-    return stopping_ || !queue_.empty() || !ended_.empty() || server_found_due_ || RoomDue();
-  });
+  const MutexLock lock(&mutex_);
+  while (!HasWork()) mutex_.Wait(&wake_);
   if (stopping_) return std::nullopt;
   Reports reports;
   reports.ended = std::exchange(ended_, {});
@@ -205,11 +208,11 @@ std::optional<EmbeddedHal::Worker::Reports> EmbeddedHal::Worker::NextReports() {
 
 void EmbeddedHal::Worker::ReportServerFound() {
   {
-    const std::lock_guard lock(tables_mutex_);
+    const MutexLock lock(&tables_mutex_);
     tables_.Clear();
   }
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     // After another restart there are requests that have not had their results; they come first.
     if (server_found_due_ || stopping_) return;
     ++counters_.servers_found;
@@ -221,7 +224,7 @@ void EmbeddedHal::Worker::CarryOutNextTask() {
   Task task;
   std::uint64_t generation = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     // Behind a restart the queue is the new server's, which has to be found first.
     if (queue_.empty() || server_found_due_ || stopping_) return;
     task = std::move(queue_.front());
@@ -234,18 +237,18 @@ void EmbeddedHal::Worker::CarryOutNextTask() {
   } else {
     CarryOutMark(task, generation);
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(&mutex_);
   carrying_out_ = false;
 }
 
 void EmbeddedHal::Worker::CarryOutMark(const Task& task, std::uint64_t generation) {
   {
-    const std::lock_guard lock(tables_mutex_);
+    const MutexLock lock(&tables_mutex_);
     (tables_.*task.mark)();
   }
   if (task.mark != &HalTables::EndReinstall) return;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     if (stopping_ || generation != generation_) return;
   }
   // The tables are the server's own: there is no other side that could differ.
@@ -258,11 +261,11 @@ void EmbeddedHal::Worker::CarryOut(const Task& task, std::uint64_t generation) {
   if (options_.before_apply) options_.before_apply(request);
   HalReturnCode code = kHalSuccess;
   {
-    const std::lock_guard lock(tables_mutex_);
+    const MutexLock lock(&tables_mutex_);
     code = tables_.Apply(request);
   }
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     queue_latency_.Add(taken - task.submitted);
     hal_latency_.Add(Clock::now() - taken);
     if (generation != generation_) {
@@ -275,7 +278,7 @@ void EmbeddedHal::Worker::CarryOut(const Task& task, std::uint64_t generation) {
 
 void EmbeddedHal::Worker::Report(const HalRequest& request, HalReturnCode code) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(&mutex_);
     if (stopping_) return;
     if (HasResult(request.operation)) ++counters_.results;
   }

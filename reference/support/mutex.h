@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_SUPPORT_MUTEX_H_
 #define ZUSKUX_REFERENCE_SUPPORT_MUTEX_H_
 
+#include <condition_variable>
 #include <mutex>
 
 // Annotations with which clang checks at compile time that locks are held where they have to be
@@ -20,8 +21,7 @@
 
 namespace reference {
 
-/// A `std::mutex` that clang can reason about. Locked with a `MutexLock`; a
-/// `std::condition_variable_any` waits on it.
+/// A `std::mutex` that clang can reason about. Locked with a `MutexLock`.
 class ZUSKUX_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
   Mutex() = default;
@@ -29,9 +29,16 @@ class ZUSKUX_THREAD_ANNOTATION(capability("mutex")) Mutex {
   Mutex& operator=(const Mutex&) = delete;
   ~Mutex() = default;
 
-  // Names of the standard library, for std::condition_variable_any.
-  void lock() ZUSKUX_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
-  void unlock() ZUSKUX_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  void Lock() ZUSKUX_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
+  void Unlock() ZUSKUX_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+
+  /// Waits on `condition`, with the mutex unlocked meanwhile. May return for no reason.
+  void Wait(std::condition_variable* condition) ZUSKUX_REQUIRES(this) {
+    std::unique_lock lock(mutex_, std::adopt_lock);
+    condition->wait(lock);
+    // The caller goes on holding it.
+    lock.release();
+  }
 
  private:
   std::mutex mutex_;
@@ -42,11 +49,11 @@ class ZUSKUX_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex* mutex) ZUSKUX_THREAD_ANNOTATION(acquire_capability(mutex))
       : mutex_(mutex) {
-    mutex_->lock();
+    mutex_->Lock();
   }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
-  ~MutexLock() ZUSKUX_THREAD_ANNOTATION(release_capability()) { mutex_->unlock(); }
+  ~MutexLock() ZUSKUX_THREAD_ANNOTATION(release_capability()) { mutex_->Unlock(); }
 
  private:
   Mutex* const mutex_;
