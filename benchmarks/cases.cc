@@ -2,7 +2,6 @@
 
 #include <zlog.h>
 
-#include <cstdarg>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -41,9 +40,9 @@ void operator delete(void* pointer, std::size_t /*size*/) noexcept { std::free(p
 
 // A log that drops its text, so that only what the library does for it counts.
 int zlog_level_enabled(zlog_category_t* /*category*/, const int /*level*/) { return traced; }
-void vzlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
-           const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
-           const char* /*format*/, va_list /*args*/) {}
+void zlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
+          const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
+          const char* /*format*/, ...) {}
 
 namespace bench {
 namespace {

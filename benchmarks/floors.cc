@@ -5,7 +5,6 @@
 #include <array>
 #include <boost/variant/get.hpp>
 #include <charconv>
-#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -134,14 +133,10 @@ class Notified : public msg_ctrl::MessageController {
 // Calls the handler as somebody does who does not know it.
 [[gnu::noinline]] void Notify(Notified* controller) { controller->Handle(); }
 
-[[gnu::format(printf, 1, 2)]] void LogEntryPoint(const char* format, ...) {
+void LogEntryPoint() {
   static constexpr char kFile[] = "src/hai/hai_callback";
   static constexpr char kFunction[] = "ResCallback";
-  va_list arguments;
-  va_start(arguments, format);
-  vzlog(g_trace, kFile, sizeof kFile - 1, kFunction, sizeof kFunction - 1, 1, 10, format,
-        arguments);
-  va_end(arguments);
+  zlog(g_trace, kFile, sizeof kFile - 1, kFunction, sizeof kFunction - 1, 1, 10, "Entry Point");
 }
 
 }  // namespace
@@ -331,7 +326,7 @@ std::string FloorRender(const encapsulation::VrfMessage& vrf) {
 }
 
 void FloorVlanResult(unsigned int db_id) {
-  LogEntryPoint("Entry Point");
+  LogEntryPoint();
   dest_mng::DestVlanMessage record;
   Notified controller(new Notice(&record));
   dynamic_cast<dest_mng::DestVlanMessage&>(*controller.message()->message()).set_db_id(db_id);
@@ -339,7 +334,7 @@ void FloorVlanResult(unsigned int db_id) {
 }
 
 void FloorHostResult(unsigned int db_id) {
-  LogEntryPoint("Entry Point");
+  LogEntryPoint();
   dest_mng::DestHostMessage record;
   Notified controller(new Notice(&record));
   dynamic_cast<dest_mng::DestHostMessage&>(*controller.message()->message()).set_db_id(db_id);
@@ -347,7 +342,7 @@ void FloorHostResult(unsigned int db_id) {
 }
 
 void FloorEcmpResult(unsigned int db_id) {
-  LogEntryPoint("Entry Point");
+  LogEntryPoint();
   dest_mng::DestEcmpRouteMessage record;
   record.set_db_id(db_id);
   Notified controller(new Notice(&record));
@@ -355,7 +350,7 @@ void FloorEcmpResult(unsigned int db_id) {
 }
 
 void FloorMplsResult(unsigned int db_id, unsigned int secondary_id) {
-  LogEntryPoint("Entry Point");
+  LogEntryPoint();
   dest_mng::DestMplsMessage record;
   Notified controller(new Notice(&record));
   dynamic_cast<dest_mng::DestMplsMessage&>(*controller.message()->message()).set_db_id(db_id);

@@ -54,7 +54,7 @@ void HaiDestClientCallback::InitEncapsulationModuleResCallback(ReturnCode /*code
 
 void HaiDestClientCallback::InstallVlanOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kInstallVlan, "Entry Point");
+  ZUSKUX_LOG(kInstallVlan, "Entry Point");
   DestVlanMessage record;
   MessageControllerVlan controller(new AppDestVlanMessage(&record));
   CarriedRecord<DestVlanMessage>(controller).set_db_id(db_id);
@@ -67,7 +67,7 @@ void HaiDestClientCallback::InstallVlanOutgoingEncapsulationResCallback(ReturnCo
 
 void HaiDestClientCallback::ReplaceVlanOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kReplaceVlan, "Entry Point");
+  ZUSKUX_LOG(kReplaceVlan, "Entry Point");
   DestVlanMessage record;
   MessageControllerVlan controller(new AppDestVlanMessage(&record));
   CarriedRecord<DestVlanMessage>(controller).set_db_id(db_id);
@@ -80,7 +80,7 @@ void HaiDestClientCallback::ReplaceVlanOutgoingEncapsulationResCallback(ReturnCo
 
 void HaiDestClientCallback::DestroyVlanOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kDestroyVlan, "Entry Point");
+  ZUSKUX_LOG(kDestroyVlan, "Entry Point");
   DestVlanMessage record;
   MessageControllerVlan controller(new AppDestVlanMessage(&record));
   CarriedRecord<DestVlanMessage>(controller).set_db_id(db_id);
@@ -93,7 +93,7 @@ void HaiDestClientCallback::DestroyVlanOutgoingEncapsulationResCallback(ReturnCo
 
 void HaiDestClientCallback::InstallHostOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kInstallHost, "Entry Point");
+  ZUSKUX_LOG(kInstallHost, "Entry Point");
   DestHostMessage record;
   MessageControllerHost controller(new AppDestHostMessage(&record));
   CarriedRecord<DestHostMessage>(controller).set_db_id(db_id);
@@ -106,7 +106,7 @@ void HaiDestClientCallback::InstallHostOutgoingEncapsulationResCallback(ReturnCo
 
 void HaiDestClientCallback::ReplaceHostOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kReplaceHost, "Entry Point");
+  ZUSKUX_LOG(kReplaceHost, "Entry Point");
   DestHostMessage record;
   MessageControllerHost controller(new AppDestHostMessage(&record));
   CarriedRecord<DestHostMessage>(controller).set_db_id(db_id);
@@ -119,7 +119,7 @@ void HaiDestClientCallback::ReplaceHostOutgoingEncapsulationResCallback(ReturnCo
 
 void HaiDestClientCallback::DestroyHostOutgoingEncapsulationResCallback(ReturnCode code,
                                                                         unsigned int db_id) {
-  Log(kDestroyHost, "Entry Point");
+  ZUSKUX_LOG(kDestroyHost, "Entry Point");
   DestHostMessage record;
   MessageControllerHost controller(new AppDestHostMessage(&record));
   CarriedRecord<DestHostMessage>(controller).set_db_id(db_id);
@@ -131,7 +131,7 @@ void HaiDestClientCallback::DestroyHostOutgoingEncapsulationResCallback(ReturnCo
 }
 
 void HaiDestClientCallback::InstallEcmpEncapResCallback(ReturnCode code, unsigned int db_id) {
-  Log(kInstallEcmp, "Entry Point");
+  ZUSKUX_LOG(kInstallEcmp, "Entry Point");
   DestEcmpRouteMessage record;
   // Unlike the other kinds, the record is filled before there is a controller.
   record.set_db_id(db_id);
@@ -144,7 +144,7 @@ void HaiDestClientCallback::InstallEcmpEncapResCallback(ReturnCode code, unsigne
 }
 
 void HaiDestClientCallback::DestroyEcmpEncapResCallback(ReturnCode code, unsigned int db_id) {
-  Log(kDestroyEcmp, "Entry Point");
+  ZUSKUX_LOG(kDestroyEcmp, "Entry Point");
   DestEcmpRouteMessage record;
   // Unlike the other kinds, the record is filled before there is a controller.
   record.set_db_id(db_id);
@@ -158,7 +158,7 @@ void HaiDestClientCallback::DestroyEcmpEncapResCallback(ReturnCode code, unsigne
 
 void HaiDestClientCallback::InstallMplsUnprotectedOutgoingEncapsulationResCallback(
     ReturnCode code, unsigned int db_id, unsigned int secondary_id) {
-  Log(kInstallMpls, "Entry Point");
+  ZUSKUX_LOG(kInstallMpls, "Entry Point");
   DestMplsMessage record;
   MessageControllerMpls controller(new AppDestMplsMessage(&record));
   CarriedRecord<DestMplsMessage>(controller).set_db_id(db_id);
@@ -172,7 +172,7 @@ void HaiDestClientCallback::InstallMplsUnprotectedOutgoingEncapsulationResCallba
 
 void HaiDestClientCallback::ReplaceMplsUnprotectedOutgoingEncapsulationResCallback(
     ReturnCode code, unsigned int db_id, unsigned int secondary_id) {
-  Log(kReplaceMpls, "Entry Point");
+  ZUSKUX_LOG(kReplaceMpls, "Entry Point");
   DestMplsMessage record;
   MessageControllerMpls controller(new AppDestMplsMessage(&record));
   CarriedRecord<DestMplsMessage>(controller).set_db_id(db_id);
@@ -186,7 +186,7 @@ void HaiDestClientCallback::ReplaceMplsUnprotectedOutgoingEncapsulationResCallba
 
 void HaiDestClientCallback::DestroyMplsUnprotectedOutgoingEncapsulationResCallback(
     ReturnCode code, unsigned int db_id, unsigned int secondary_id) {
-  Log(kDestroyMpls, "Entry Point");
+  ZUSKUX_LOG(kDestroyMpls, "Entry Point");
   DestMplsMessage record;
   MessageControllerMpls controller(new AppDestMplsMessage(&record));
   CarriedRecord<DestMplsMessage>(controller).set_db_id(db_id);
@@ -199,7 +199,7 @@ void HaiDestClientCallback::DestroyMplsUnprotectedOutgoingEncapsulationResCallba
 }
 
 void HaiDestClientCallback::HalServerFoundCallback(void* /*context*/) {
-  Log(kServerFound, "Entry Point");
+  ZUSKUX_LOG(kServerFound, "Entry Point");
 
   // Declared one after the other so that every controller outlives the last handler.
   VrfMessage vrf_record;

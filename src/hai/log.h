@@ -24,9 +24,13 @@ struct LogSite {
 /// Whether lines of the trace level are wanted. Ask before rendering what only a trace shows.
 inline bool TraceEnabled() { return zlog_level_enabled(g_trace, kTraceLevel) != 0; }
 
-/// Writes one line to the destination manager's log category, whether or not its level is wanted.
-__attribute__((format(printf, 2, 3))) void Log(const LogSite& site, const char* format, ...);
-
 }  // namespace dest_mng
+
+/// Writes one line to the destination manager's log category, whether or not its level is wanted:
+/// ZUSKUX_LOG(site, format, arguments...). A macro so that zlog gets the caller's format and
+/// arguments themselves, and the compiler checks the one against the other.
+#define ZUSKUX_LOG(site, ...)                                                   \
+  zlog(g_trace, (site).file.data(), (site).file.size(), (site).function.data(), \
+       (site).function.size(), (site).line, (site).level, __VA_ARGS__)
 
 #endif  // ZUSKUX_HAI_LOG_H_

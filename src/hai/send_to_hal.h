@@ -14,7 +14,7 @@ using ClientOperation =
 /// `no_client`.
 inline void SendToHal(ClientOperation operation, AppMessage* message, const LogSite& no_client) {
   if (Hai::GetInstance()->client() == nullptr) {
-    Log(no_client, "There is no HAL client available");
+    ZUSKUX_LOG(no_client, "There is no HAL client available");
     return;
   }
   (Hai::GetInstance()->client()->*operation)(message);

@@ -19,8 +19,9 @@ int HaiL3MplsEncapsulationVrf::InstallVrf(const VrfData& data) {
   VrfEncapsulationMessage message;
   message.encap()->set_vrf_id(data.vrf_id);
   if (TraceEnabled()) {
-    Log(kInstallTrace, "[TX ===>] hai:vrf:Install VRF=%u db_id=%u l3-ingress interface at HW",
-        data.vrf_id, data.db_id);
+    ZUSKUX_LOG(kInstallTrace,
+               "[TX ===>] hai:vrf:Install VRF=%u db_id=%u l3-ingress interface at HW", data.vrf_id,
+               data.db_id);
   }
   // Deliberately without a check for a missing client: one must be registered before any VRF.
   Hai::GetInstance()->client()->InstallVrfIngressInterface(&message);
@@ -31,8 +32,8 @@ int HaiL3MplsEncapsulationVrf::DestroyVrf(const VrfData& data) {
   VrfEncapsulationMessage message;
   message.encap()->set_vrf_id(data.vrf_id);
   if (TraceEnabled()) {
-    Log(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
-        data.vrf_id, data.db_id);
+    ZUSKUX_LOG(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
+               data.vrf_id, data.db_id);
   }
   // Deliberately without a check, as above.
   Hai::GetInstance()->client()->DestroyVrfIngressInterface(&message);

@@ -40,10 +40,14 @@ int zlog_level_enabled(zlog_category_t* /*category*/, const int level) {
   return level != 10 || trace_enabled ? 1 : 0;
 }
 
-void vzlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
-           const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
-           const char* format, va_list arguments) {
-  fuzz::Check(std::vsnprintf(nullptr, 0, format, arguments) > 0, "a line without a text");
+void zlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
+          const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
+          const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int size = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  fuzz::Check(size > 0, "a line without a text");
 }
 
 namespace {

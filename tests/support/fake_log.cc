@@ -50,19 +50,14 @@ int zlog_level_enabled(zlog_category_t* asked, const int level) {
   return asked == g_trace && (level != 10 || trace_on) ? 1 : 0;
 }
 
-void vzlog(zlog_category_t* given, const char* file, size_t filelen, const char* func,
-           size_t funclen, long line, int level, const char* format, va_list arguments) {
-  if (log_hook) return log_hook();
-  testing_support::AddEvent((given == g_trace ? "log " : "log to another category ") +
-                            std::to_string(level) + " " + std::string(file, filelen) + " " +
-                            std::string(func, funclen) + ":" + std::to_string(line) + " " +
-                            Format(format, arguments));
-}
-
 void zlog(zlog_category_t* given, const char* file, size_t filelen, const char* func,
           size_t funclen, long line, int level, const char* format, ...) {
+  if (log_hook) return log_hook();
   va_list arguments;
   va_start(arguments, format);
-  vzlog(given, file, filelen, func, funclen, line, level, format, arguments);
+  const std::string text = Format(format, arguments);
   va_end(arguments);
+  testing_support::AddEvent((given == g_trace ? "log " : "log to another category ") +
+                            std::to_string(level) + " " + std::string(file, filelen) + " " +
+                            std::string(func, funclen) + ":" + std::to_string(line) + " " + text);
 }

@@ -72,11 +72,14 @@ int zlog_level_enabled(zlog_category_t* /*category*/, const int level) {
   return level != 10 || testing_support::trace_on ? 1 : 0;
 }
 
-void vzlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
-           const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
-           const char* format, va_list arguments) {
+void zlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
+          const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
+          const char* format, ...) {
   std::array<char, 4096> line;
+  va_list arguments;
+  va_start(arguments, format);
   std::vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
   testing_support::Count(&testing_support::calls.log_lines);
 }
 

@@ -22,7 +22,7 @@ TEST_F(LogTest, HasTheLevelsOfTheLogFormat) {
 }
 
 TEST_F(LogTest, WritesTheSiteAndTheFormattedText) {
-  Log(kSite, "%s is %u of %d%%", "this", 4294967295U, -1);
+  ZUSKUX_LOG(kSite, "%s is %u of %d%%", "this", 4294967295U, -1);
 
   EXPECT_THAT(Events(),
               ElementsAre("log 12 src/some/file SomeFunction:123 this is 4294967295 of -1%"));
@@ -31,21 +31,22 @@ TEST_F(LogTest, WritesTheSiteAndTheFormattedText) {
 TEST_F(LogTest, WritesOnlyTheNamedPartOfTheSource) {
   constexpr std::string_view kNames = "src/some/file SomeFunction";
   constexpr LogSite kPart{kNames.substr(0, 8), kNames.substr(14, 4), 1, kTraceLevel};
-  Log(kPart, "text");
+  ZUSKUX_LOG(kPart, "text");
 
   EXPECT_THAT(Events(), ElementsAre("log 10 src/some Some:1 text"));
 }
 
 TEST_F(LogTest, WritesLongTextsWhole) {
   const std::string text(10000, 'x');
-  Log(kSite, "%s", text.c_str());
+  ZUSKUX_LOG(kSite, "%s", text.c_str());
 
   EXPECT_THAT(Events(), ElementsAre("log 12 src/some/file SomeFunction:123 " + text));
 }
 
 TEST_F(LogTest, WritesWithoutAskingForTheLevel) {
   SetTrace(false);
-  Log({"f", "g", 1, kTraceLevel}, "text");
+  constexpr LogSite kTraced{"f", "g", 1, kTraceLevel};
+  ZUSKUX_LOG(kTraced, "text");
 
   EXPECT_THAT(Events(), ElementsAre("log 10 f g:1 text"));
   EXPECT_EQ(LevelQueries(), 0);

@@ -25,12 +25,12 @@ void HaiL3MplsEncapsulationEcmp::InstallEcmp(const EcmpData& data) {
   message.encap()->set_db_id(data.db_id);
   for (const unsigned int member : members) message.encap()->add_members(member);
   if (TraceEnabled()) {
-    Log(kInstallTrace, "[TX ===>] hai:ecmp:Install ECMP=(db_id=%u)", data.db_id);
+    ZUSKUX_LOG(kInstallTrace, "[TX ===>] hai:ecmp:Install ECMP=(db_id=%u)", data.db_id);
   }
   if (Hai::GetInstance()->client() != nullptr) {
     Hai::GetInstance()->client()->InstallEcmpEncap(&message);
   } else {
-    Log(kInstallNoClient, "Hai has no HalL3MplsEncapsulationClient registered!!!");
+    ZUSKUX_LOG(kInstallNoClient, "Hai has no HalL3MplsEncapsulationClient registered!!!");
   }
 }
 
@@ -39,12 +39,12 @@ void HaiL3MplsEncapsulationEcmp::DestroyEcmp(const EcmpData& data) {
   EcmpEncapsulationMessage message;
   message.encap()->set_db_id(data.db_id);
   if (TraceEnabled()) {
-    Log(kDestroyTrace, "[TX ===>] hai:ecmp:Delete ECMP=(db_id=%u)", data.db_id);
+    ZUSKUX_LOG(kDestroyTrace, "[TX ===>] hai:ecmp:Delete ECMP=(db_id=%u)", data.db_id);
   }
   if (Hai::GetInstance()->client() != nullptr) {
     Hai::GetInstance()->client()->DestroyEcmpEncap(&message);
   } else {
-    Log(kDestroyNoClient, "Hai has no HalL3MplsEncapsulationClient registered!!!");
+    ZUSKUX_LOG(kDestroyNoClient, "Hai has no HalL3MplsEncapsulationClient registered!!!");
   }
 }
 

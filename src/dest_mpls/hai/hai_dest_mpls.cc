@@ -62,7 +62,7 @@ void HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage(
 
   if (ReadInteger(mpls, "host_dest_id") == 0) {
     if (TraceEnabled()) {
-      Log(kDropFlagTrace, "[TX ===>] hai:mpls:No neighbor active, turn on Drop Flag");
+      ZUSKUX_LOG(kDropFlagTrace, "[TX ===>] hai:mpls:No neighbor active, turn on Drop Flag");
     }
     message->set_flag(encapsulation::ACTION_DROP);
   }
@@ -78,7 +78,7 @@ MplsEncapsulationMessage HaiL3MplsEncapsulationMpls::TranslateMessage(void* obje
 int HaiL3MplsEncapsulationMpls::CreateDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
   if (TraceEnabled()) {
-    Log(kCreateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
+    ZUSKUX_LOG(kCreateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::InstallMplsUnprotectedOutgoingEncapsulation, &message,
             kCreateNoClient);
@@ -88,7 +88,7 @@ int HaiL3MplsEncapsulationMpls::CreateDestination(void* object) {
 int HaiL3MplsEncapsulationMpls::DeleteDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
   if (TraceEnabled()) {
-    Log(kDeleteTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
+    ZUSKUX_LOG(kDeleteTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::DestroyMplsUnprotectedOutgoingEncapsulation, &message,
             kDeleteNoClient);
@@ -98,7 +98,7 @@ int HaiL3MplsEncapsulationMpls::DeleteDestination(void* object) {
 int HaiL3MplsEncapsulationMpls::UpdateDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
   if (TraceEnabled()) {
-    Log(kUpdateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
+    ZUSKUX_LOG(kUpdateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::ReplaceMplsUnprotectedOutgoingEncapsulation, &message,
             kUpdateNoClient);

@@ -58,7 +58,7 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
   if (record.has_source_mac()) message->set_source_mac_address(record.source_mac());
 
   if (TraceEnabled()) {
-    Log(kRecordTrace, "Vlan Object message: %s", record.ShortDebugString().c_str());
+    ZUSKUX_LOG(kRecordTrace, "Vlan Object message: %s", record.ShortDebugString().c_str());
   }
 
   for (const int capability : record.capabilities()) {
@@ -77,8 +77,8 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
 int HaiL3MplsEncapsulationVlan::CreateDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
   if (TraceEnabled()) {
-    Log(kCreateTrace, "[TX ===>] hai:vlan:Installing VLAN destination at HW: msg=%s",
-        message.ToString(true).c_str());
+    ZUSKUX_LOG(kCreateTrace, "[TX ===>] hai:vlan:Installing VLAN destination at HW: msg=%s",
+               message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::InstallVlanOutgoingEncapsulation, &message,
             kCreateNoClient);
@@ -88,8 +88,8 @@ int HaiL3MplsEncapsulationVlan::CreateDestination(void* object) {
 int HaiL3MplsEncapsulationVlan::DeleteDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
   if (TraceEnabled()) {
-    Log(kDeleteTrace, "[TX ===>] hai:vlan:Delete VLAN destination at HW: msg=%s",
-        message.ToString(true).c_str());
+    ZUSKUX_LOG(kDeleteTrace, "[TX ===>] hai:vlan:Delete VLAN destination at HW: msg=%s",
+               message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::DestroyVlanOutgoingEncapsulation, &message,
             kDeleteNoClient);
@@ -99,8 +99,8 @@ int HaiL3MplsEncapsulationVlan::DeleteDestination(void* object) {
 int HaiL3MplsEncapsulationVlan::UpdateDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
   if (TraceEnabled()) {
-    Log(kUpdateTrace, "[TX ===>] hai:vlan:Replace VLAN destination at HW: msg=%s",
-        message.ToString(true).c_str());
+    ZUSKUX_LOG(kUpdateTrace, "[TX ===>] hai:vlan:Replace VLAN destination at HW: msg=%s",
+               message.ToString(true).c_str());
   }
   SendToHal(&HalL3MplsEncapsulationClient::ReplaceVlanOutgoingEncapsulation, &message,
             kUpdateNoClient);
