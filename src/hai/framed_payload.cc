@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+namespace dest_mng {
 namespace {
 
 constexpr std::size_t kLengthOffset = 4;
@@ -13,14 +14,19 @@ constexpr std::size_t kPayloadOffset = 8;
 
 }  // namespace
 
-bool ParseFramedPayload(const void* frame, google::protobuf::MessageLite* message) {
+std::string_view FramedPayload(const void* frame) {
   const auto* bytes = static_cast<const char*>(frame);
   std::uint32_t length = 0;
   std::memcpy(&length, bytes + kLengthOffset, sizeof length);
-  length = ntohl(length);
-  if (length > std::numeric_limits<int>::max()) {
+  return {bytes + kPayloadOffset, ntohl(length)};
+}
+
+bool ParsePayload(std::string_view payload, google::protobuf::MessageLite* message) {
+  if (payload.size() > std::numeric_limits<int>::max()) {
     message->Clear();
     return false;
   }
-  return message->ParseFromArray(bytes + kPayloadOffset, static_cast<int>(length));
+  return message->ParseFromArray(payload.data(), static_cast<int>(payload.size()));
 }
+
+}  // namespace dest_mng

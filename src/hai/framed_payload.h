@@ -3,9 +3,18 @@
 
 #include <google/protobuf/message_lite.h>
 
-/// Parses the payload of a frame into `message`: bytes 0 to 3 are not read, bytes 4 to 7 are the
-/// payload length (big-endian), the payload follows. Returns whether it parsed; a length that
-/// protobuf cannot take leaves `message` empty and the payload unread.
-bool ParseFramedPayload(const void* frame, google::protobuf::MessageLite* message);
+#include <string_view>
+
+namespace dest_mng {
+
+/// The payload of `frame`, in place: bytes 0 to 3 are not read, bytes 4 to 7 are the payload length
+/// (big-endian), the payload follows.
+std::string_view FramedPayload(const void* frame);
+
+/// Parses `payload` into `message` and returns whether it parsed; a length that protobuf cannot
+/// take leaves `message` empty and the payload unread.
+bool ParsePayload(std::string_view payload, google::protobuf::MessageLite* message);
+
+}  // namespace dest_mng
 
 #endif  // ZUSKUX_HAI_FRAMED_PAYLOAD_H_

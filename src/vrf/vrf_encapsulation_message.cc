@@ -8,7 +8,7 @@ VrfEncapsulationMessage::VrfEncapsulationMessage() : AppMessage(nullptr) { set_m
 VrfEncapsulationMessage::~VrfEncapsulationMessage() = default;
 
 bool VrfEncapsulationMessage::Unserialize(void* buffer) {
-  return ParseFramedPayload(buffer, &encap_);
+  return dest_mng::ParsePayload(dest_mng::FramedPayload(buffer), &encap_);
 }
 
 std::string VrfEncapsulationMessage::ToString(bool /*full*/) const {

@@ -10,6 +10,7 @@
 #include "tests/support/hai_test.h"
 #include "tests/support/mapped_memory.h"
 
+namespace dest_mng {
 namespace {
 
 using encapsulation::VlanMessage;
@@ -18,7 +19,7 @@ using testing_support::GuardedBytes;
 
 // Parses `frame` where every byte behind its end is out of reach.
 bool Parse(const std::string& frame, VlanMessage* message) {
-  return ParseFramedPayload(GuardedBytes(frame).data(), message);
+  return ParsePayload(FramedPayload(GuardedBytes(frame).data()), message);
 }
 
 VlanMessage Vlan12() {
@@ -68,7 +69,7 @@ TEST(FramedPayloadTest, ReadsTheLengthInNetworkByteOrder) {
     std::string frame = Frame(sent.SerializeAsString());
     VlanMessage message;
 
-    EXPECT_TRUE(ParseFramedPayload(frame.data(), &message));
+    EXPECT_TRUE(ParsePayload(FramedPayload(frame.data()), &message));
     EXPECT_EQ(message.SerializeAsString(), sent.SerializeAsString()) << size;
   }
 }
@@ -78,7 +79,7 @@ TEST(FramedPayloadTest, ParsesAtAnyAlignment) {
     const std::string buffer = std::string(shift, '!') + Frame(Vlan12().SerializeAsString());
     VlanMessage message;
 
-    EXPECT_TRUE(ParseFramedPayload(buffer.data() + shift, &message));
+    EXPECT_TRUE(ParsePayload(FramedPayload(buffer.data() + shift), &message));
     EXPECT_EQ(message.vlan_destination_id(), 12U);
   }
 }
@@ -93,7 +94,7 @@ TEST(FramedPayloadTest, DoesNotReadTheHeaderWord) {
   ASSERT_EQ(mprotect(mapping.pages(), page, PROT_NONE), 0);
   VlanMessage message;
 
-  EXPECT_TRUE(ParseFramedPayload(second_page - 4, &message));
+  EXPECT_TRUE(ParsePayload(FramedPayload(second_page - 4), &message));
   EXPECT_EQ(message.vlan_destination_id(), 12U);
 }
 
@@ -119,3 +120,4 @@ TEST(FramedPayloadTest, RefusesLengthsOfMoreThan31BitsUnread) {
 }
 
 }  // namespace
+}  // namespace dest_mng

@@ -258,6 +258,24 @@ TYPED_TEST(OwningPrintableTest, LeavesTheFirstOfTwoUnserializedMessages) {
   EXPECT_EQ(first->SerializeAsString(), Filled<typename TypeParam::Message>()->SerializeAsString());
 }
 
+template <typename K>
+class OwningPrintableDeathTest : public PrintableTest<K> {};
+
+TYPED_TEST_SUITE(OwningPrintableDeathTest, OwningKinds, KindNames);
+
+// With the length out of reach, and memory too: allocating first would throw.
+TYPED_TEST(OwningPrintableDeathTest, ReadsTheLengthBeforeItAllocates) {
+  typename TypeParam::Wrapper wrapper;
+  const GuardedBytes header_word("HEAD");
+
+  EXPECT_DEATH(
+      {
+        testing_support::FailAllocation(1);
+        wrapper.Unserialize(header_word.data());
+      },
+      "");
+}
+
 // The kinds that hold their message.
 
 template <typename K>

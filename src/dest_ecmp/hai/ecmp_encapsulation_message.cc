@@ -8,7 +8,7 @@ EcmpEncapsulationMessage::EcmpEncapsulationMessage() : AppMessage(nullptr) { set
 EcmpEncapsulationMessage::~EcmpEncapsulationMessage() = default;
 
 bool EcmpEncapsulationMessage::Unserialize(void* buffer) {
-  return ParseFramedPayload(buffer, &encap_);
+  return dest_mng::ParsePayload(dest_mng::FramedPayload(buffer), &encap_);
 }
 
 std::string EcmpEncapsulationMessage::ToString(bool full) const {

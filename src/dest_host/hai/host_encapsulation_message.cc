@@ -16,9 +16,10 @@ HostEncapsulationMessage::HostEncapsulationMessage(
 HostEncapsulationMessage::~HostEncapsulationMessage() { delete message(); }
 
 bool HostEncapsulationMessage::Unserialize(void* buffer) {
+  const std::string_view payload = dest_mng::FramedPayload(buffer);
   auto* parsed = new encapsulation::HostMessage;
   set_message(parsed);
-  return ParseFramedPayload(buffer, parsed);
+  return dest_mng::ParsePayload(payload, parsed);
 }
 
 std::string HostEncapsulationMessage::ToString(bool full) const {

@@ -29,9 +29,10 @@ MplsEncapsulationMessage::MplsEncapsulationMessage(
 MplsEncapsulationMessage::~MplsEncapsulationMessage() { delete message(); }
 
 bool MplsEncapsulationMessage::Unserialize(void* buffer) {
+  const std::string_view payload = dest_mng::FramedPayload(buffer);
   auto* parsed = new encapsulation::MplsMessage;
   set_message(parsed);
-  return ParseFramedPayload(buffer, parsed);
+  return dest_mng::ParsePayload(payload, parsed);
 }
 
 std::string MplsEncapsulationMessage::ToString(bool full) const {

@@ -1,6 +1,6 @@
 #include "zuskux/vlan_encapsulation_message.h"
 
-#include <utility>
+#include <string_view>
 
 #include "hai/framed_payload.h"
 #include "hai/rendering.h"
@@ -14,9 +14,10 @@ VlanEncapsulationMessage::VlanEncapsulationMessage(
 VlanEncapsulationMessage::~VlanEncapsulationMessage() { delete message(); }
 
 bool VlanEncapsulationMessage::Unserialize(void* buffer) {
+  const std::string_view payload = dest_mng::FramedPayload(buffer);
   auto* parsed = new encapsulation::VlanMessage;
   set_message(parsed);
-  return ParseFramedPayload(buffer, parsed);
+  return dest_mng::ParsePayload(payload, parsed);
 }
 
 std::string VlanEncapsulationMessage::ToString(bool full) const {
