@@ -110,7 +110,7 @@ class Cases {
       if constexpr (std::is_same_v<Message, encapsulation::VrfMessage>) {
         Keep(FloorRender(message));
       } else {
-        Keep(FloorRender(message, &wrapper));
+        Keep(FloorRender(message, wrapper));
       }
     });
     Add("render/" + kind + "/short-debug-string", [&message] { Keep(message.ShortDebugString()); });

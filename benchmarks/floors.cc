@@ -74,26 +74,26 @@ class Line {
   void PutDecimal(Integer value) {
     end_ = std::to_chars(end_, end_ + 20, value).ptr;
   }
-  void PutHex(std::uint64_t value, int digits) {
-    for (int place = digits - 1; place >= 0; --place) {
-      *end_++ = "0123456789ABCDEF"[value >> (4 * place) & 0xF];
-    }
+  template <typename T>
+  void PutHex(const HalL3MplsEncapsulationPrintable& printable, T value, std::size_t width) {
+    const std::string text = printable.ToHexString(value, width);
+    Put(text.data(), text.size());
   }
-  void PutLimId(const std::string& lim_id) {
+  void PutLimId(const HalL3MplsEncapsulationPrintable& printable, const std::string& lim_id) {
     std::uint32_t id = 0;
     std::memcpy(&id, lim_id.data(), lim_id.size() < 4 ? lim_id.size() : 4);
     std::uint8_t type = 0;
-    std::uint32_t index = 0;
+    std::uint32_t index;
     char name[64] = {};
     limid_to_type(id, &type);
     limid_to_ifindex(id, &index);
     limid_to_intfname(id, name, sizeof name, 0);
     Put(", lim id(name=");
     Put(name, std::strlen(name));
-    Put(", type=0x");
-    PutHex(type, 2);
-    Put(", value=0x");
-    PutHex(index & 0xFFFFFF, 6);
+    Put(", type=");
+    PutHex(printable, type, 2);
+    Put(", value=");
+    PutHex(printable, index & 0xFFFFFF, 6);
     Put(")");
   }
   void PutMac(const std::string& mac) {
@@ -216,14 +216,15 @@ void FloorVrf(const dest_mng::VrfData& vrf) {
   Registry::Instance()->client->InstallVrfIngressInterface(&carrier);
 }
 
-std::string FloorRender(const encapsulation::VlanMessage& vlan, const void* object) {
+std::string FloorRender(const encapsulation::VlanMessage& vlan,
+                        const HalL3MplsEncapsulationPrintable& printable) {
   Line line;
-  line.Put("VlanEncapsulationMessage(this=0x");
-  line.PutHex(reinterpret_cast<std::uintptr_t>(object), 16);
+  line.Put("VlanEncapsulationMessage(this=");
+  line.PutHex(printable, reinterpret_cast<unsigned long>(&printable), 16);
   line.Put("): VlanMessage(vlan destination id(");
   line.PutDecimal(vlan.vlan_destination_id());
   line.Put(")");
-  if (vlan.has_lim_id()) line.PutLimId(vlan.lim_id());
+  if (vlan.has_lim_id()) line.PutLimId(printable, vlan.lim_id());
   if (vlan.has_vrf()) line.Put(", vrf=");
   line.PutDecimal(vlan.vrf());
   if (vlan.mtu() != 0) line.Put(", mtu=");
@@ -234,18 +235,19 @@ std::string FloorRender(const encapsulation::VlanMessage& vlan, const void* obje
   return line.str();
 }
 
-std::string FloorRender(const encapsulation::HostMessage& host, const void* object) {
+std::string FloorRender(const encapsulation::HostMessage& host,
+                        const HalL3MplsEncapsulationPrintable& printable) {
   static constexpr std::array<std::string_view, 3> kLabels = {"None", "Drop Packet", "To CPU"};
   Line line;
-  line.Put("HostEncapsulationMessage(this=0x");
-  line.PutHex(reinterpret_cast<std::uintptr_t>(object), 16);
+  line.Put("HostEncapsulationMessage(this=");
+  line.PutHex(printable, reinterpret_cast<unsigned long>(&printable), 16);
   line.Put("): HostMessage(host destination id(");
   line.PutDecimal(host.dest_id());
   line.Put(")");
   if (host.has_vlan_dest_id()) line.Put(", vlan destination id(");
   line.PutDecimal(host.vlan_dest_id());
   line.Put(")");
-  if (host.has_lim_id()) line.PutLimId(host.lim_id());
+  if (host.has_lim_id()) line.PutLimId(printable, host.lim_id());
   const std::vector<int> flags(host.flags().begin(), host.flags().end());
   line.Put(", HAL Flags(");
   for (std::size_t place = 0; place < flags.size(); ++place) {
@@ -260,19 +262,20 @@ std::string FloorRender(const encapsulation::HostMessage& host, const void* obje
   return line.str();
 }
 
-std::string FloorRender(const encapsulation::MplsMessage& mpls, const void* object) {
+std::string FloorRender(const encapsulation::MplsMessage& mpls,
+                        const HalL3MplsEncapsulationPrintable& printable) {
   static constexpr std::array<std::string_view, 6> kNames = {"None",    "Protection", "Swap",
                                                              "Forward", "Push",       "VCLabel"};
   Line line;
-  line.Put("MplsEncapsulationMessage(this=0x");
-  line.PutHex(reinterpret_cast<std::uintptr_t>(object), 16);
+  line.Put("MplsEncapsulationMessage(this=");
+  line.PutHex(printable, reinterpret_cast<unsigned long>(&printable), 16);
   line.Put("): MplsMessage(mpls destination id(");
   line.PutDecimal(mpls.dest_id());
   line.Put(")");
   if (mpls.has_vlan_tunnel_dest_id()) line.Put(", vlan/tunnel destination id(");
   line.PutDecimal(mpls.vlan_tunnel_dest_id());
   line.Put(")");
-  if (mpls.has_lim_id()) line.PutLimId(mpls.lim_id());
+  if (mpls.has_lim_id()) line.PutLimId(printable, mpls.lim_id());
   if (mpls.has_dest_mac()) line.Put(", destination ");
   line.PutMac(mpls.dest_mac());
   line.Put(", labels(size=");
@@ -296,10 +299,11 @@ std::string FloorRender(const encapsulation::MplsMessage& mpls, const void* obje
   return line.str();
 }
 
-std::string FloorRender(const encapsulation::EcmpMessage& ecmp, const void* object) {
+std::string FloorRender(const encapsulation::EcmpMessage& ecmp,
+                        const HalL3MplsEncapsulationPrintable& printable) {
   Line line;
-  line.Put("EcmpEncapsulationMessage(this=0x");
-  line.PutHex(reinterpret_cast<std::uintptr_t>(object), 16);
+  line.Put("EcmpEncapsulationMessage(this=");
+  line.PutHex(printable, reinterpret_cast<unsigned long>(&printable), 16);
   line.Put("): EcmpMessage(destination id(");
   line.PutDecimal(ecmp.db_id());
   line.Put(")");

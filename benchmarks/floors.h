@@ -7,6 +7,7 @@
 #include "dest_manager/db_objects.h"
 #include "dest_manager/ecmp_data.h"
 #include "dest_manager/vrf_data.h"
+#include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 
 namespace bench {
 
@@ -21,11 +22,15 @@ void FloorVrf(const dest_mng::VrfData& vrf);
 
 // The least that the full rendering of each kind can cost: its text, put together in a buffer on
 // the stack with the platform's functions and lists that it must use, and one string of it.
-// `object` is the address that is shown.
-std::string FloorRender(const encapsulation::VlanMessage& vlan, const void* object);
-std::string FloorRender(const encapsulation::HostMessage& host, const void* object);
-std::string FloorRender(const encapsulation::MplsMessage& mpls, const void* object);
-std::string FloorRender(const encapsulation::EcmpMessage& ecmp, const void* object);
+// `printable` writes the hexadecimal numbers, and its address is shown.
+std::string FloorRender(const encapsulation::VlanMessage& vlan,
+                        const HalL3MplsEncapsulationPrintable& printable);
+std::string FloorRender(const encapsulation::HostMessage& host,
+                        const HalL3MplsEncapsulationPrintable& printable);
+std::string FloorRender(const encapsulation::MplsMessage& mpls,
+                        const HalL3MplsEncapsulationPrintable& printable);
+std::string FloorRender(const encapsulation::EcmpMessage& ecmp,
+                        const HalL3MplsEncapsulationPrintable& printable);
 std::string FloorRender(const encapsulation::VrfMessage& vrf);
 
 // The least that a result of each kind can cost: the log call, the record, one heap object, the

@@ -7,6 +7,7 @@
 #include "interface_ids/lim_id.h"
 #include "interface_ids/mac_addr.h"
 
+namespace dest_mng {
 namespace {
 
 constexpr std::size_t kNameSize = 64;
@@ -18,16 +19,16 @@ void CopyFirstBytes(const std::string& field, void* target, std::size_t size) {
 
 }  // namespace
 
-// Hexadecimal numbers are written as the printable base's ToHexString does, without its string.
-
-void AppendObject(std::string_view class_name, const void* object, Text* text) {
+void AppendObject(std::string_view class_name, const void* object,
+                  const HalL3MplsEncapsulationPrintable& printable, Text* text) {
   text->Append(class_name);
   text->Append("(this=");
-  text->AppendHexadecimal<16>(reinterpret_cast<std::uintptr_t>(object));
+  text->Append(printable.ToHexString(reinterpret_cast<unsigned long>(object), 16));
   text->Append(")");
 }
 
-void AppendLimId(const std::string& lim_id, Text* text) {
+void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
+                 Text* text) {
   std::uint32_t id = 0;
   CopyFirstBytes(lim_id, &id, sizeof id);
   std::uint8_t type = 0;
@@ -41,9 +42,9 @@ void AppendLimId(const std::string& lim_id, Text* text) {
   text->Append(", lim id(name=");
   text->Append({name.data(), strnlen(name.data(), name.size())});
   text->Append(", type=");
-  text->AppendHexadecimal<2>(type);
+  text->Append(printable.ToHexString(type, 2));
   text->Append(", value=");
-  text->AppendHexadecimal<6>(index);
+  text->Append(printable.ToHexString(index & 0xFFFFFF, 6));
   text->Append(")");
 }
 
@@ -54,3 +55,5 @@ void AppendMacAddress(const std::string& mac, Text* text) {
   text->Append(nettypes::MACAddr(bytes.data()).to_string());
   text->Append(")");
 }
+
+}  // namespace dest_mng

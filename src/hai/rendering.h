@@ -7,6 +7,9 @@
 #include <string_view>
 
 #include "hai/text.h"
+#include "hal_client/hal_l3_mpls_encapsulation_printable.h"
+
+namespace dest_mng {
 
 /// What a rendering shows of `carried`, the message under a wrapper: an absent one reads like an
 /// empty one.
@@ -15,14 +18,19 @@ const Message& MessageOrEmpty(const google::protobuf::Message* carried) {
   return carried == nullptr ? Message::default_instance() : static_cast<const Message&>(*carried);
 }
 
-/// Appends "<class_name>(this=<address>)", the start of a rendering. `object` is the whole wrapper.
-void AppendObject(std::string_view class_name, const void* object, Text* text);
+/// Appends "<class_name>(this=<address>)", the start of a rendering. `object` is the whole wrapper,
+/// `printable` its printable base, which writes the hexadecimal numbers.
+void AppendObject(std::string_view class_name, const void* object,
+                  const HalL3MplsEncapsulationPrintable& printable, Text* text);
 
 /// Appends the piece on a logical interface: its name, type and index as the platform knows them.
 /// The first 4 bytes of `lim_id` are its id in host byte order; bytes that it lacks read as 0.
-void AppendLimId(const std::string& lim_id, Text* text);
+void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
+                 Text* text);
 
 /// Appends "mac address(<address>)" with the first 6 bytes of `mac`; bytes that it lacks read as 0.
 void AppendMacAddress(const std::string& mac, Text* text);
+
+}  // namespace dest_mng
 
 #endif  // ZUSKUX_HAI_RENDERING_H_

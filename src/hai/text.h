@@ -4,9 +4,10 @@
 #include <array>
 #include <charconv>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
+
+namespace dest_mng {
 
 /// A line of text under construction, on the stack of the function that renders it. Lines of usual
 /// length are put together without an allocation; `str()` makes the one that the caller gets.
@@ -27,21 +28,6 @@ class Text {
     char* const begin = buffer_.data() + used_;
     used_ +=
         static_cast<std::size_t>(std::to_chars(begin, begin + kMaxNumberSize, number).ptr - begin);
-  }
-
-  /// Appends "0x" and `digits` upper-case hexadecimal digits of `number`.
-  template <std::size_t digits>
-  void AppendHexadecimal(std::uint64_t number) {
-    static_assert(digits + 2 <= kMaxNumberSize);
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    MakeRoom(kMaxNumberSize);
-    char* const begin = buffer_.data() + used_;
-    begin[0] = '0';
-    begin[1] = 'x';
-    for (std::size_t place = digits + 2; place > 2; --place, number >>= 4) {
-      begin[place - 1] = kDigits[number & 0xF];
-    }
-    used_ += digits + 2;
   }
 
   std::string str() const {
@@ -73,5 +59,7 @@ class Text {
   // What no longer fitted the buffer; it precedes the buffer's content.
   std::string head_;
 };
+
+}  // namespace dest_mng
 
 #endif  // ZUSKUX_HAI_TEXT_H_

@@ -12,7 +12,7 @@ bool VrfEncapsulationMessage::Unserialize(void* buffer) {
 }
 
 std::string VrfEncapsulationMessage::ToString(bool /*full*/) const {
-  Text text;
+  dest_mng::Text text;
   text.Append("VrfEncapsulationMessage(");
   if (encap_.has_vrf_id()) {
     text.Append("VRF id(");

@@ -334,6 +334,17 @@ TEST_F(HexTest, DropsHigherNibbles) {
   EXPECT_EQ(Hex<unsigned long>(0xFFFFFFFF00000001, 8), "0x00000001");
 }
 
+TEST_F(HexTest, AllocatesForTheAddressOnly) {
+  const EcmpEncapsulationMessage printable;
+  const std::size_t before = testing_support::AllocationCount();
+  EXPECT_EQ(printable.ToHexString<unsigned char>(0xAB, 2).size(), 4U);
+  EXPECT_EQ(printable.ToHexString<unsigned int>(0xABCDEF, 6).size(), 8U);
+  EXPECT_EQ(testing_support::AllocationCount(), before);
+
+  EXPECT_EQ(printable.ToHexString<unsigned long>(0xABCDEF, 16).size(), 18U);
+  EXPECT_EQ(testing_support::AllocationCount(), before + 1);
+}
+
 TEST_F(HexTest, WritesThePrefixOnlyForWidth0) { EXPECT_EQ(Hex<unsigned int>(0xFF, 0), "0x"); }
 
 }  // namespace

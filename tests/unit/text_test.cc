@@ -6,6 +6,7 @@
 
 #include "tests/support/hai_test.h"
 
+namespace dest_mng {
 namespace {
 
 using testing_support::AllocationCount;
@@ -121,19 +122,6 @@ TEST(TextTest, WritesDecimals) {
   EXPECT_EQ(text.str(), "0 7 10 4294967295 18446744073709551615 -9223372036854775808");
 }
 
-TEST(TextTest, WritesHexadecimals) {
-  Text text;
-  text.AppendHexadecimal<2>(0x0A);
-  text.Append(" ");
-  text.AppendHexadecimal<6>(0x12345678);
-  text.Append(" ");
-  text.AppendHexadecimal<16>(0);
-  text.Append(" ");
-  text.AppendHexadecimal<16>(0xFEDCBA9876543210);
-
-  EXPECT_EQ(text.str(), "0x0A 0x345678 0x0000000000000000 0xFEDCBA9876543210");
-}
-
 // Numbers that begin up to 24 places before the end of the buffer, and at it.
 TEST(TextTest, LosesNoDigitAtTheEndOfTheBuffer) {
   for (std::size_t first = kBuffer - 24; first <= kBuffer; ++first) {
@@ -142,13 +130,8 @@ TEST(TextTest, LosesNoDigitAtTheEndOfTheBuffer) {
     decimal.AppendDecimal(std::numeric_limits<std::uint64_t>::max());
     decimal.Append("end");
     EXPECT_EQ(decimal.str(), Letters(first) + "18446744073709551615end");
-
-    Text hexadecimal;
-    hexadecimal.Append(Letters(first));
-    hexadecimal.AppendHexadecimal<16>(0xFEDCBA9876543210);
-    hexadecimal.Append("end");
-    EXPECT_EQ(hexadecimal.str(), Letters(first) + "0xFEDCBA9876543210end");
   }
 }
 
 }  // namespace
+}  // namespace dest_mng

@@ -12,8 +12,8 @@ bool EcmpEncapsulationMessage::Unserialize(void* buffer) {
 }
 
 std::string EcmpEncapsulationMessage::ToString(bool full) const {
-  Text text;
-  AppendObject("EcmpEncapsulationMessage", this, &text);
+  dest_mng::Text text;
+  dest_mng::AppendObject("EcmpEncapsulationMessage", this, *this, &text);
   if (!full) return text.str();
 
   text.Append(": EcmpMessage(destination id(");

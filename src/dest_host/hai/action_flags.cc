@@ -2,7 +2,11 @@
 
 #include "hai/table.h"
 
-std::string_view ActionFlagLabel(ActionFlags flag) {
+namespace dest_mng {
+
+std::string_view ActionFlagLabel(::ActionFlags flag) {
   static constexpr std::array<std::string_view, 3> kLabels = {"None", "Drop Packet", "To CPU"};
-  return dest_mng::EntryOr(kLabels, flag, kLabels[kActionNone]);
+  return EntryOr(kLabels, flag, kLabels[kActionNone]);
 }
+
+}  // namespace dest_mng

@@ -12,7 +12,11 @@ enum ActionFlags : std::int32_t {
   kActionToCpu = 2,
 };
 
+namespace dest_mng {
+
 /// The words for `flag`; "None" for an unknown one.
-std::string_view ActionFlagLabel(ActionFlags flag);
+std::string_view ActionFlagLabel(::ActionFlags flag);
+
+}  // namespace dest_mng
 
 #endif  // ZUSKUX_DEST_HOST_HAI_ACTION_FLAGS_H_

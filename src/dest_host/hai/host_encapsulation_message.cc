@@ -23,11 +23,11 @@ bool HostEncapsulationMessage::Unserialize(void* buffer) {
 }
 
 std::string HostEncapsulationMessage::ToString(bool full) const {
-  Text text;
-  AppendObject("HostEncapsulationMessage", this, &text);
+  dest_mng::Text text;
+  dest_mng::AppendObject("HostEncapsulationMessage", this, *this, &text);
   if (!full) return text.str();
 
-  const auto& host = MessageOrEmpty<encapsulation::HostMessage>(message());
+  const auto& host = dest_mng::MessageOrEmpty<encapsulation::HostMessage>(message());
   text.Append(": HostMessage(host destination id(");
   text.AppendDecimal(host.dest_id());
   text.Append(")");
@@ -41,7 +41,7 @@ std::string HostEncapsulationMessage::ToString(bool full) const {
   }
 
   if (host.has_lim_id()) {
-    AppendLimId(host.lim_id(), &text);
+    dest_mng::AppendLimId(host.lim_id(), *this, &text);
   } else {
     text.Append(", lim id(Empty)");
   }
@@ -53,14 +53,14 @@ std::string HostEncapsulationMessage::ToString(bool full) const {
   std::string_view separator;
   for (const ActionFlags flag : flags) {
     text.Append(separator);
-    text.Append(ActionFlagLabel(flag));
+    text.Append(dest_mng::ActionFlagLabel(flag));
     separator = ", ";
   }
   text.Append(")");
 
   if (host.has_dest_mac()) {
     text.Append(", destination ");
-    AppendMacAddress(host.dest_mac(), &text);
+    dest_mng::AppendMacAddress(host.dest_mac(), &text);
   } else {
     text.Append(", destination mac address(Empty)");
   }

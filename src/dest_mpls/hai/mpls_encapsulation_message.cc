@@ -10,15 +10,17 @@
 #include "hai/table.h"
 #include "hal_client/hal_mpls_capabilities.h"
 
+namespace dest_mng {
 namespace {
 
 std::string_view CapabilityName(en_HalMplsCapabilities capability) {
   static constexpr std::array<std::string_view, 6> kNames = {"None",    "Protection", "Swap",
                                                              "Forward", "Push",       "VCLabel"};
-  return dest_mng::EntryOr(kNames, capability, std::string_view("Unknown"));
+  return EntryOr(kNames, capability, std::string_view("Unknown"));
 }
 
 }  // namespace
+}  // namespace dest_mng
 
 MplsEncapsulationMessage::MplsEncapsulationMessage() noexcept : AppMessage(nullptr) {}
 
@@ -36,11 +38,11 @@ bool MplsEncapsulationMessage::Unserialize(void* buffer) {
 }
 
 std::string MplsEncapsulationMessage::ToString(bool full) const {
-  Text text;
-  AppendObject("MplsEncapsulationMessage", this, &text);
+  dest_mng::Text text;
+  dest_mng::AppendObject("MplsEncapsulationMessage", this, *this, &text);
   if (!full) return text.str();
 
-  const auto& mpls = MessageOrEmpty<encapsulation::MplsMessage>(message());
+  const auto& mpls = dest_mng::MessageOrEmpty<encapsulation::MplsMessage>(message());
   text.Append(": MplsMessage(mpls destination id(");
   text.AppendDecimal(mpls.dest_id());
   text.Append(")");
@@ -54,14 +56,14 @@ std::string MplsEncapsulationMessage::ToString(bool full) const {
   }
 
   if (mpls.has_lim_id()) {
-    AppendLimId(mpls.lim_id(), &text);
+    dest_mng::AppendLimId(mpls.lim_id(), *this, &text);
   } else {
     text.Append(", lim id(Empty)");
   }
 
   if (mpls.has_dest_mac()) {
     text.Append(", destination ");
-    AppendMacAddress(mpls.dest_mac(), &text);
+    dest_mng::AppendMacAddress(mpls.dest_mac(), &text);
   } else {
     text.Append(", destination mac address(Empty)");
   }
@@ -84,14 +86,14 @@ std::string MplsEncapsulationMessage::ToString(bool full) const {
   std::string_view separator;
   for (const en_HalMplsCapabilities capability : capabilities) {
     text.Append(separator);
-    text.Append(CapabilityName(capability));
+    text.Append(dest_mng::CapabilityName(capability));
     separator = ", ";
   }
   text.Append(")");
 
   // One flag, hence "Flag", where a host destination has a list of "Flags". Absent reads as 0.
   text.Append(", HAL Flag(");
-  text.Append(ActionFlagLabel(static_cast<ActionFlags>(mpls.flag())));
+  text.Append(dest_mng::ActionFlagLabel(static_cast<ActionFlags>(mpls.flag())));
   text.Append("))");
   return text.str();
 }

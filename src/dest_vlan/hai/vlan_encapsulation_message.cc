@@ -21,17 +21,17 @@ bool VlanEncapsulationMessage::Unserialize(void* buffer) {
 }
 
 std::string VlanEncapsulationMessage::ToString(bool full) const {
-  Text text;
-  AppendObject("VlanEncapsulationMessage", this, &text);
+  dest_mng::Text text;
+  dest_mng::AppendObject("VlanEncapsulationMessage", this, *this, &text);
   if (!full) return text.str();
 
-  const auto& vlan = MessageOrEmpty<encapsulation::VlanMessage>(message());
+  const auto& vlan = dest_mng::MessageOrEmpty<encapsulation::VlanMessage>(message());
   text.Append(": VlanMessage(vlan destination id(");
   text.AppendDecimal(vlan.vlan_destination_id());
   text.Append(")");
 
   if (vlan.has_lim_id()) {
-    AppendLimId(vlan.lim_id(), &text);
+    dest_mng::AppendLimId(vlan.lim_id(), *this, &text);
   } else {
     text.Append(", lim id(Empty)");
   }
@@ -54,7 +54,7 @@ std::string VlanEncapsulationMessage::ToString(bool full) const {
   // The doubled "source" of the absent form is intended.
   text.Append(", source ");
   if (vlan.has_source_mac_address()) {
-    AppendMacAddress(vlan.source_mac_address(), &text);
+    dest_mng::AppendMacAddress(vlan.source_mac_address(), &text);
   } else {
     text.Append("source mac address(Empty)");
   }
