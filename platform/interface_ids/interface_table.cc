@@ -39,6 +39,7 @@ int limid_to_type(std::uint32_t lim_id, std::uint8_t* type) {
 }
 
 int limid_to_ifindex(std::uint32_t lim_id, std::uint32_t* ifindex) {
+  *ifindex = 0;
   const auto read = [ifindex](const Interface& interface) { *ifindex = interface.ifindex; };
   return InterfaceTable::Global().Look(lim_id, read) ? 0 : -1;
 }

@@ -32,7 +32,8 @@ void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintabl
   std::uint32_t id = 0;
   CopyFirstBytes(lim_id, &id, sizeof id);
   std::uint8_t type = 0;
-  std::uint32_t index = 0;
+  // Not preset, so that memory checkers show a limid_to_ifindex that does not write it.
+  std::uint32_t index;
   std::array<char, kNameSize> name{};
   // The results say whether the id is known; an unknown one shows what the functions left.
   limid_to_type(id, &type);

@@ -37,8 +37,7 @@ int limid_to_type(std::uint32_t lim_id, std::uint8_t* type) {
 
 int limid_to_ifindex(std::uint32_t lim_id, std::uint32_t* ifindex) {
   InterfaceIds().calls.push_back("limid_to_ifindex(" + Hex(lim_id) + ")");
-  if (!InterfaceIds().ifindex) return -1;
-  *ifindex = *InterfaceIds().ifindex;
+  *ifindex = InterfaceIds().ifindex;
   return 0;
 }
 

@@ -11,9 +11,9 @@ namespace testing_support {
 /// What the `limid_to_*` functions and `nettypes::MACAddr` of the tests answer, and what they were
 /// asked.
 struct FakeInterfaceIds {
-  // Answers; a function leaves its result untouched where there is none.
+  // Answers; a function leaves its result untouched where there is none. The index always is one.
   std::optional<std::uint8_t> type;
-  std::optional<std::uint32_t> ifindex;
+  std::uint32_t ifindex = 0;
   /// Written whole, up to the buffer's size: without a terminator when it is as long as the buffer.
   std::optional<std::string> name;
 

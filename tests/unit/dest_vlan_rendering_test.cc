@@ -52,7 +52,7 @@ class VlanRenderingTest : public testing_support::HaiTest {
   VlanEncapsulationMessage wrapper_;
 };
 
-void FillWorkedExample(VlanMessage* message) {
+void FillExample(VlanMessage* message) {
   message->set_vlan_destination_id(12);
   message->set_lim_id(LimId(0x01020304));
   message->set_vrf(5);
@@ -61,7 +61,7 @@ void FillWorkedExample(VlanMessage* message) {
 }
 
 TEST_F(VlanRenderingTest, ShowsEveryField) {
-  FillWorkedExample(message_);
+  FillExample(message_);
 
   EXPECT_EQ(wrapper_.ToString(true),
             "VlanEncapsulationMessage(this=" + Address(&wrapper_) +
@@ -78,7 +78,7 @@ TEST_F(VlanRenderingTest, ShowsAbsentFieldsAsEmpty) {
 
 TEST_F(VlanRenderingTest, ShowsItsOwnAddress) {
   auto message = std::make_unique<VlanMessage>();
-  FillWorkedExample(message.get());
+  FillExample(message.get());
   const testing_support::ObjectAt<VlanEncapsulationMessage> full(0x00007FFC1A2B3C40,
                                                                  std::move(message));
   ASSERT_NE(full.get(), nullptr) << "the address is taken in this process; run again";
@@ -106,7 +106,7 @@ TEST_F(VlanRenderingTest, ShowsItsOwnAddressWithNothingToShow) {
 TEST_F(VlanRenderingTest, ShowsNameAndAddressOnlyWhenShort) {
   const std::string expected = "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")";
   EXPECT_EQ(wrapper_.ToString(false), expected);
-  FillWorkedExample(message_);
+  FillExample(message_);
 
   EXPECT_EQ(wrapper_.ToString(false), expected);
   EXPECT_THAT(InterfaceIds().calls, IsEmpty());
@@ -114,7 +114,7 @@ TEST_F(VlanRenderingTest, ShowsNameAndAddressOnlyWhenShort) {
 
 TEST_F(VlanRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
   const HalL3MplsEncapsulationPrintable& printable = wrapper_;
-  FillWorkedExample(message_);
+  FillExample(message_);
 
   EXPECT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper_));
   EXPECT_EQ(printable.ToString(false), "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")");
@@ -252,7 +252,7 @@ struct InterfaceCase {
   const char* name;
   std::optional<std::string> interface_name;
   std::optional<std::uint8_t> type;
-  std::optional<std::uint32_t> ifindex;
+  std::uint32_t ifindex;
   std::string expected;
 };
 
@@ -272,7 +272,7 @@ TEST_P(VlanInterfaceTest, IsShown) {
 INSTANTIATE_TEST_SUITE_P(
     , VlanInterfaceTest,
     ::testing::Values(
-        InterfaceCase{"Unknown", {}, {}, {}, "lim id(name=, type=0x00, value=0x000000)"},
+        InterfaceCase{"Unknown", {}, {}, 0, "lim id(name=, type=0x00, value=0x000000)"},
         InterfaceCase{"WithoutType", "eth3", {}, 7, "lim id(name=eth3, type=0x00, value=0x000007)"},
         InterfaceCase{"WithoutName", {}, 2, 7, "lim id(name=, type=0x02, value=0x000007)"},
         InterfaceCase{"LargestType", "e", 0xFF, 0, "lim id(name=e, type=0xFF, value=0x000000)"},

@@ -10,12 +10,15 @@
 #include "interface_ids/mac_addr.h"
 
 // Fill in the three look-ups. `lim_id` is in host byte order. Each must return 0 and set its result
-// for an interface that it knows, else return -1 and leave the result untouched; without an answer
-// a rendering shows the interface as unknown.
+// for an interface that it knows, else return -1. A rendering then shows the type 0 and no name.
 
 int limid_to_type(std::uint32_t /*lim_id*/, std::uint8_t* /*type*/) { return -1; }
 
-int limid_to_ifindex(std::uint32_t /*lim_id*/, std::uint32_t* /*ifindex*/) { return -1; }
+// Must always write the index, also for an interface that it does not know.
+int limid_to_ifindex(std::uint32_t /*lim_id*/, std::uint32_t* ifindex) {
+  *ifindex = 0;
+  return -1;
+}
 
 // Must cut the name to `size` bytes and always terminate it; `flags` is 0.
 int limid_to_intfname(std::uint32_t /*lim_id*/, char* /*name*/, std::size_t /*size*/,
