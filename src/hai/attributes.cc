@@ -5,7 +5,7 @@
 namespace dest_mng {
 
 int ReadInteger(DbObject* object, const char* name) {
-  // Insert-on-miss is required: later readers find the empty attribute.
+  // Deliberately inserts a missing attribute: later readers find an empty one.
   const db::Attribute& attribute = object->attributes[name];
   return attribute.present ? boost::get<int>(attribute.value) : 0;
 }

@@ -94,7 +94,7 @@ struct Operation {
   std::string name;
   /// Whether it passed.
   std::function<bool(const Point&)> run;
-  /// How many allocations it is stated to lose when it fails there; empty for none.
+  /// How many allocations are lost when it fails there; empty for none.
   std::function<std::ptrdiff_t(const Point&)> lost{};
   /// Only with a HAL client.
   bool needs_client = false;
@@ -148,8 +148,8 @@ std::unique_ptr<DbMplsObject> NewTunnel() {
 
 EcmpData Group() { return {30, {20, 21, 22, 23, 24, 25, 26, 27, 28}}; }
 
-// What a message under construction has taken when the translation fails: it is stated to be lost
-// then, with all that it holds. Found with a message that the test owns.
+// What a message under construction has taken when the translation fails. No adapter owns the message
+// yet, so it is lost with all that it holds. Found with a message that the test owns.
 template <typename Message, typename NewObject, typename Translate>
 std::ptrdiff_t LostMessage(const Point& point, NewObject new_object, Translate translate) {
   const std::ptrdiff_t before = LiveAllocations();

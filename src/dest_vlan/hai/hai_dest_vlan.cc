@@ -66,7 +66,7 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
         TranslateVlanCapabilityToEncapCapability(static_cast<VlanCapabilities>(capability)));
   }
 
-  // Insert-on-miss is required: later readers find the empty list.
+  // Deliberately inserts a missing list: later readers find an empty one.
   for (const db::Attribute& value : vlan->attribute_lists[vlan->list_attribute_name].second) {
     if (!value.present) continue;
     const auto& text = boost::get<std::string>(value.value);
