@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "interface_ids/interface_table.h"
+#include "tests/support/fake_interface_ids.h"
 #include "zuskux/ecmp_encapsulation_message.h"
 #include "zuskux/host_encapsulation_message.h"
 #include "zuskux/mpls_encapsulation_message.h"
@@ -26,7 +26,7 @@ std::string Address(const void* object) {
 
 template <typename Wrapper, typename Message>
 void ExpectVendorNumbers(const std::string& name) {
-  interface_ids::InterfaceTable::Global().Set(0x61616161, {"eth3", 0xAB, 0xFF123456});
+  testing_support::InterfaceIds() = {0xAB, 0xFF123456, "eth3", {}};
   auto message = std::make_unique<Message>();
   message->set_lim_id("aaaa");
   const Wrapper wrapper(std::move(message));
