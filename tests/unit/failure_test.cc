@@ -148,8 +148,8 @@ std::unique_ptr<DbMplsObject> NewTunnel() {
 
 EcmpData Group() { return {30, {20, 21, 22, 23, 24, 25, 26, 27, 28}}; }
 
-// What a message under construction has taken when the translation fails. No adapter owns the message
-// yet, so it is lost with all that it holds. Found with a message that the test owns.
+// What a message under construction has taken when the translation fails. No adapter owns the
+// message yet, so it is lost with all that it holds. Found with a message that the test owns.
 template <typename Message, typename NewObject, typename Translate>
 std::ptrdiff_t LostMessage(const Point& point, NewObject new_object, Translate translate) {
   const std::ptrdiff_t before = LiveAllocations();
