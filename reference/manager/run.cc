@@ -304,8 +304,8 @@ std::optional<Site> ReadSiteOrSay(const std::string& path) {
   const Progress progress("reading " + path, &Log());
   auto result = ReadSiteFile(path);
   if (auto* const site = std::get_if<Site>(&result)) return std::move(*site);
-  for (const SiteError& error : std::get<std::vector<SiteError>>(result)) {
-    Log().WriteDiagnostic(LogLevel::kError, FormatSiteError(path, error));
+  for (const Diagnostic& mistake : std::get<std::vector<Diagnostic>>(result)) {
+    Log().WriteDiagnostic(LogLevel::kError, FormatDiagnostic(path, mistake));
   }
   return std::nullopt;
 }

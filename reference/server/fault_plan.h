@@ -1,12 +1,15 @@
 #ifndef ZUSKUX_REFERENCE_SERVER_FAULT_PLAN_H_
 #define ZUSKUX_REFERENCE_SERVER_FAULT_PLAN_H_
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <variant>
+#include <string_view>
 #include <vector>
 
+#include "reference/hal/kinds.h"
 #include "reference/server/server_faults.h"
 
 namespace reference {
@@ -21,25 +24,54 @@ struct FaultPlanOptions {
   std::function<void()> crash;
 };
 
-/// One mistake in a fault file: where it is, what is wrong and what to do about it.
-struct FaultError {
-  /// Counted from 1; 0 when the file as a whole is meant.
-  int line = 0;
-  int column = 0;
-  std::string text;
+/// What a fault does. fault.proto explains each.
+enum class FaultEffect {
+  kRefuse,
+  kCloseOnAccept,
+  kOneByteWrites,
+  kSlowReads,
+  kAnswer,
+  kTableFull,
+  kCloseBefore,
+  kCloseAfter,
+  kCrashBefore,
+  kCrashAfter,
+  kCutInHeader,
+  kCutInBody,
+  kDelay,
+  kReorder,
+  kDuplicate,
+  kSwallow,
+  kStray,
+  kPause,
+  kStall,
 };
 
-/// "<file>:<line>:<column>: <text>", without the numbers that are 0.
-std::string FormatFaultError(const std::string& file, const FaultError& error);
+/// What a fault happens to.
+enum class FaultScope { kConnection, kRequest };
 
-/// The faults that a text asks for, whose grammar is in fault.proto, or every mistake of the text.
-/// A syntax error stops the reading and is then the only one.
-std::variant<std::unique_ptr<ServerFaults>, std::vector<FaultError>> ParseFaultPlan(
-    const std::string& text, FaultPlanOptions options);
+/// One fault: what it does, to what and when. The names are those of fault.proto.
+struct FaultRule {
+  /// The effect's word, for the log. Static.
+  std::string_view what;
+  FaultEffect effect{};
+  FaultScope scope{};
+  std::optional<HalOperation> operation;
+  std::optional<HalKind> kind;
+  bool in_reinstall = false;
+  std::int64_t nth = 1;
+  std::int64_t times = 1;
+  std::int64_t one_in = 1;
+  std::int64_t ms = 0;
+  std::int64_t code = 0;
+  std::int64_t entries = 0;
+  std::int64_t window = 0;
+  std::int64_t bytes_per_second = 0;
+};
 
-/// The same of a file; a file that cannot be read is one error.
-std::variant<std::unique_ptr<ServerFaults>, std::vector<FaultError>> ReadFaultFile(
-    const std::string& path, FaultPlanOptions options);
+/// Faults that happen as `rules` say; equal seeds give equal choices.
+std::unique_ptr<ServerFaults> MakeFaultPlan(const std::vector<FaultRule>& rules, std::uint32_t seed,
+                                            FaultPlanOptions options);
 
 }  // namespace reference
 

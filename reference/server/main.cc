@@ -20,7 +20,7 @@
 
 #include "reference/log/log_sink.h"
 #include "reference/record/recorder.h"
-#include "reference/server/fault_plan.h"
+#include "reference/server/fault_file.h"
 #include "reference/server/hal_server.h"
 #include "reference/server/tables_command.h"
 #include "reference/socket_client/server_contents.h"
@@ -151,8 +151,8 @@ std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map&
   if (auto* const plan = std::get_if<std::unique_ptr<ServerFaults>>(&faults)) {
     return std::move(*plan);
   }
-  for (const auto& error : std::get<std::vector<reference::FaultError>>(faults)) {
-    SayError(FormatFaultError(path, error));
+  for (const auto& error : std::get<std::vector<reference::Diagnostic>>(faults)) {
+    SayError(FormatDiagnostic(path, error));
   }
   return std::nullopt;
 }

@@ -2,38 +2,19 @@
 
 #include <google/protobuf/descriptor.h>
 
-#include <algorithm>
-#include <boost/algorithm/string/join.hpp>
-#include <tuple>
-#include <utility>
-
 #include "reference/text/printable.h"
 
 namespace reference {
-namespace {
 
 using google::protobuf::FieldDescriptor;
 
-Place FindPlace(const Entry::Places& places, const FieldDescriptor& field, int index) {
-  // [a, b] is one place for all its values, and then there are fewer places than values.
-  auto location = places.GetLocation(&field, field.is_repeated() ? index : -1);
-  if (location.line < 0) location = places.GetLocation(&field, field.is_repeated() ? 0 : -1);
-  return {location.line + 1, location.column + 1};
-}
-
-}  // namespace
-
-std::string Join(const std::vector<std::string_view>& words) {
-  return boost::algorithm::join(std::vector<std::string>(words.begin(), words.end()), ", ");
-}
-
-Entry::Entry(const google::protobuf::Message& file, const Places* places,
+Entry::Entry(const google::protobuf::Message& file, const FieldPlaces* places,
              const FieldDescriptor& kind, int index)
     : message_(file.GetReflection()->GetRepeatedMessage(file, &kind, index)),
       reflection_(*message_.GetReflection()),
       kind_(kind),
       places_(places == nullptr ? nullptr : places->GetTreeForNested(&kind, index)) {
-  if (places != nullptr) place_ = FindPlace(*places, kind, index);
+  if (places != nullptr) place_ = reference::PlaceOf(*places, kind, index);
 }
 
 bool Entry::Has(int field) const { return reflection_.HasField(message_, Field(field)); }
@@ -54,7 +35,7 @@ const std::string& Entry::FieldName(int field) const { return Field(field)->name
 
 Place Entry::PlaceOf(int field, int index) const {
   if (places_ == nullptr) return place_;
-  const Place place = FindPlace(*places_, *Field(field), index);
+  const Place place = reference::PlaceOf(*places_, *Field(field), index);
   return place.line > 0 ? place : place_;
 }
 
@@ -64,17 +45,10 @@ std::string Entry::Describe() const {
   return text.empty() ? kind_.name() : kind_.name() + ' ' + Quote(text);
 }
 
-void Checker::Add(Place place, std::string text) {
-  errors_.push_back({place.line, place.column, std::move(text)});
-}
-
 std::optional<std::uint32_t> Checker::Number(const Entry& entry, int field, Range range) {
   if (!entry.Has(field)) return std::nullopt;
   const std::int64_t value = entry.Number(field);
-  if (!range.Contains(value)) {
-    Add(entry.PlaceOf(field), entry.FieldName(field) + ' ' + std::to_string(value) +
-                                  " is out of range; use " + std::to_string(range.first) + " to " +
-                                  std::to_string(range.last));
+  if (!mistakes_.CheckRange(entry.PlaceOf(field), entry.FieldName(field), value, range)) {
     return std::nullopt;
   }
   return static_cast<std::uint32_t>(value);
@@ -125,13 +99,6 @@ std::string Checker::IpAddress(const Entry& entry, int field) {
             R"(; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")");
   }
   return bytes.value_or("");
-}
-
-std::vector<SiteError> Checker::TakeErrors() {
-  std::stable_sort(errors_.begin(), errors_.end(), [](const SiteError& a, const SiteError& b) {
-    return std::tie(a.line, a.column) < std::tie(b.line, b.column);
-  });
-  return std::move(errors_);
 }
 
 void Checker::AddMissing(const Entry& entry, int field, const std::string& remedy) {

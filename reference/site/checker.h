@@ -2,36 +2,28 @@
 #define ZUSKUX_REFERENCE_SITE_CHECKER_H_
 
 #include <google/protobuf/message.h>
-#include <google/protobuf/text_format.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "reference/site/site_reader.h"
 #include "reference/site/site_values.h"
+#include "reference/text/diagnostics.h"
+#include "reference/text/text_file.h"
 
 namespace reference {
-
-/// A place in a site file, counted from 1; zeros while no places are recorded.
-struct Place {
-  int line = 0;
-  int column = 0;
-};
 
 /// One entry of a site file: its message and, if recorded, the places of its fields. Fields are
 /// named by their numbers. Refers to the file and to the places, which outlive it.
 class Entry {
  public:
-  using Places = google::protobuf::TextFormat::ParseInfoTree;
-
   /// The `index`-th entry of the kind `kind` in `file`. `places` are those of the file, or null.
-  Entry(const google::protobuf::Message& file, const Places* places,
+  Entry(const google::protobuf::Message& file, const FieldPlaces* places,
         const google::protobuf::FieldDescriptor& kind, int index);
 
   bool Has(int field) const;
@@ -55,16 +47,8 @@ class Entry {
   const google::protobuf::Message& message_;
   const google::protobuf::Reflection& reflection_;
   const google::protobuf::FieldDescriptor& kind_;
-  const Places* places_;
+  const FieldPlaces* places_;
   Place place_;
-};
-
-/// Both ends are allowed.
-struct Range {
-  std::int64_t first = 0;
-  std::int64_t last = std::numeric_limits<std::uint32_t>::max();
-
-  bool Contains(std::int64_t value) const { return first <= value && value <= last; }
 };
 
 inline constexpr Range kUint32;
@@ -74,7 +58,7 @@ inline constexpr Range kIds{1};
 /// with a value that stands for none, so that all mistakes come out of one reading.
 class Checker {
  public:
-  void Add(Place place, std::string text);
+  void Add(Place place, std::string text) { mistakes_.Add(place, std::move(text)); }
 
   std::optional<std::uint32_t> Number(const Entry& entry, int field, Range range = kUint32);
   std::uint32_t RequiredNumber(const Entry& entry, int field, Range range = kUint32);
@@ -102,9 +86,9 @@ class Checker {
     return values;
   }
 
-  bool HasErrors() const { return !errors_.empty(); }
+  bool HasMistakes() const { return !mistakes_.empty(); }
   /// In the order of their places.
-  std::vector<SiteError> TakeErrors();
+  std::vector<Diagnostic> TakeMistakes() { return mistakes_.Take(); }
 
  private:
   template <class Value, std::size_t size>
@@ -121,11 +105,8 @@ class Checker {
                       const std::vector<std::string_view>& words);
   void CheckText(const Entry& entry, int field, Place place, const std::string& text);
 
-  std::vector<SiteError> errors_;
+  Diagnostics mistakes_;
 };
-
-/// "a, b, c".
-std::string Join(const std::vector<std::string_view>& words);
 
 }  // namespace reference
 

@@ -1,24 +1,13 @@
 #include "reference/site/site_reader.h"
 
 #include <google/protobuf/arena.h>
-#include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-#include <google/protobuf/text_format.h>
 
 #include <algorithm>
 #include <array>
-#include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
-#include <boost/algorithm/string/trim.hpp>
-#include <cerrno>
-#include <cstdio>
 #include <initializer_list>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 #include <unordered_map>
 #include <utility>
@@ -26,18 +15,15 @@
 #include "reference/site/checker.h"
 #include "reference/site/site_values.h"
 #include "reference/text/printable.h"
+#include "reference/text/text_file.h"
 #include "site.pb.h"
 
 namespace reference {
 namespace {
 
-using google::protobuf::Descriptor;
-using google::protobuf::TextFormat;
-using google::protobuf::io::ColumnNumber;
-using google::protobuf::io::ErrorCollector;
-using google::protobuf::io::Tokenizer;
-using ReadResult = std::variant<Site, std::vector<SiteError>>;
-
+constexpr TextFileKind kSiteFile = {
+    "site file",
+    R"(write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })"};
 constexpr Range kTypes{0, std::numeric_limits<std::uint8_t>::max()};
 
 // What a name of the file can stand for.
@@ -168,10 +154,10 @@ class Space {
 // file has mistakes.
 class SiteReader {
  public:
-  SiteReader(const site::SiteFile& file, const Entry::Places* places)
+  SiteReader(const site::SiteFile& file, const FieldPlaces* places)
       : file_(file), places_(places) {}
 
-  ReadResult Read() {
+  SiteOrMistakes Read() {
     CollectNames();
     Site site;
     ReadAll<site::SiteFile::kInterfaceFieldNumber>(site.interfaces, &SiteReader::Interface);
@@ -180,7 +166,7 @@ class SiteReader {
     ReadAll<site::SiteFile::kHostFieldNumber>(site.hosts, &SiteReader::Host);
     ReadAll<site::SiteFile::kMplsFieldNumber>(site.mpls, &SiteReader::Mpls);
     ReadAll<site::SiteFile::kEcmpFieldNumber>(site.ecmps, &SiteReader::Ecmp);
-    if (checker_.HasErrors()) return checker_.TakeErrors();
+    if (checker_.HasMistakes()) return checker_.TakeMistakes();
     return site;
   }
 
@@ -387,122 +373,35 @@ class SiteReader {
   }
 
   const site::SiteFile& file_;
-  const Entry::Places* places_;
+  const FieldPlaces* places_;
   Checker checker_;
   Names interface_names_;
   Names destination_names_;
 };
 
-constexpr char kSyntaxRemedy[] =
-    R"(; write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })";
-
-// "vlan has no field "mtuu"" and the fields that it has, out of the parser's complaint: Message
-// type "site.Vlan" has no field named "mtuu". Nothing if it complains of something else.
-std::optional<std::string> DescribeUnknownField(const std::string& complaint) {
-  std::vector<std::string> parts;
-  boost::algorithm::split(parts, complaint, boost::algorithm::is_any_of("\""));
-  if (parts.size() != 5 || parts[2] != " has no field named ") return std::nullopt;
-  const Descriptor* outermost = site::SiteFile::descriptor();
-  const Descriptor* type = outermost->file()->pool()->FindMessageTypeByName(parts[1]);
-  std::vector<std::string_view> fields;
-  fields.reserve(static_cast<std::size_t>(type->field_count()));
-  for (int i = 0; i < type->field_count(); ++i) fields.push_back(type->field(i)->name());
-  return (type == outermost ? "a site file" : boost::algorithm::to_lower_copy(type->name())) +
-         " has no field " + Quote(parts[3]) + "; use one of: " + Join(fields);
-}
-
-// Keeps the first error; those after it come of the parser's attempt to go on.
-class SyntaxErrors : public ErrorCollector {
- public:
-  explicit SyntaxErrors(const std::string& text) : text_(text) {}
-
-  void AddError(int line, ColumnNumber column, const std::string& message) override {
-    if (!first_.empty()) return;
-    if (std::optional<std::string> unknown_field = DescribeUnknownField(message)) {
-      const Place place = PlaceBefore(line, column);
-      first_.push_back({place.line, place.column, *std::move(unknown_field)});
-    } else {
-      const auto is_full_stop = [](char c) { return c == '.'; };
-      first_.push_back(
-          {line + 1, column + 1,
-           "syntax error: " + boost::algorithm::trim_right_copy_if(message, is_full_stop) +
-               kSyntaxRemedy});
-    }
-  }
-
-  std::vector<SiteError> Take() { return std::move(first_); }
-
- private:
-  class NoErrors : public ErrorCollector {
-    void AddError(int /*line*/, ColumnNumber /*column*/, const std::string& /*text*/) override {}
-  };
-
-  // Of the token before the one at a place counted from 0: the parser reports an unknown field when
-  // it is past its name.
-  Place PlaceBefore(int line, ColumnNumber column) const {
-    google::protobuf::io::ArrayInputStream input(text_.data(), static_cast<int>(text_.size()));
-    NoErrors no_errors;
-    Tokenizer tokenizer(&input, &no_errors);
-    tokenizer.set_comment_style(Tokenizer::SH_COMMENT_STYLE);
-    do {
-      tokenizer.Next();
-    } while (std::tie(tokenizer.current().line, tokenizer.current().column) <
-                 std::tie(line, column) &&
-             tokenizer.current().type != Tokenizer::TYPE_END);
-    return {tokenizer.previous().line + 1, tokenizer.previous().column + 1};
-  }
-
-  const std::string& text_;
-  std::vector<SiteError> first_;
-};
-
 // Parses and reads; `places` may be null.
-ReadResult ReadText(const std::string& text, Entry::Places* places) {
+SiteOrMistakes ReadText(const std::string& text, FieldPlaces* places) {
   google::protobuf::Arena arena;
-  auto* file = google::protobuf::Arena::CreateMessage<site::SiteFile>(&arena);
-  SyntaxErrors syntax_errors(text);
-  TextFormat::Parser parser;
-  parser.RecordErrorsTo(&syntax_errors);
-  parser.WriteLocationsTo(places);
-  if (!parser.ParseFromString(text, file)) return syntax_errors.Take();
+  auto* const file = google::protobuf::Arena::CreateMessage<site::SiteFile>(&arena);
+  std::vector<Diagnostic> syntax_errors = ParseTextFile(text, kSiteFile, file, places);
+  if (!syntax_errors.empty()) return syntax_errors;
   return SiteReader(*file, places).Read();
-}
-
-std::vector<SiteError> FileError(int error) {
-  return {{0, 0,
-           "cannot read the file: " + std::generic_category().message(error) +
-               "; give the path of a readable site file"}};
 }
 
 }  // namespace
 
-std::string FormatSiteError(const std::string& file, const SiteError& error) {
-  std::string text = file + ':';
-  for (const int number : {error.line, error.column}) {
-    if (number != 0) text += std::to_string(number) + ':';
-  }
-  return Printable(text + ' ' + error.text);
-}
-
-std::variant<Site, std::vector<SiteError>> ParseSite(const std::string& text) {
+SiteOrMistakes ParseSite(const std::string& text) {
   // The places take several times the memory and time of all the rest, and only mistakes need them.
-  ReadResult site = ReadText(text, nullptr);
+  SiteOrMistakes site = ReadText(text, nullptr);
   if (std::holds_alternative<Site>(site)) return site;
-  Entry::Places places;
+  FieldPlaces places;
   return ReadText(text, &places);
 }
 
-std::variant<Site, std::vector<SiteError>> ReadSiteFile(const std::string& path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
-                                                             &std::fclose);
-  if (file == nullptr) return FileError(errno);
-  std::string text;
-  std::array<char, 1 << 16> block;
-  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
-    text.append(block.data(), size);
-  }
-  if (std::ferror(file.get()) != 0) return FileError(errno);
-  return ParseSite(text);
+SiteOrMistakes ReadSiteFile(const std::string& path) {
+  auto text = ReadTextFile(path, kSiteFile);
+  if (auto* const mistake = std::get_if<Diagnostic>(&text)) return std::vector{std::move(*mistake)};
+  return ParseSite(std::get<std::string>(text));
 }
 
 }  // namespace reference

@@ -6,26 +6,18 @@
 #include <vector>
 
 #include "reference/site/site.h"
+#include "reference/text/diagnostics.h"
 
 namespace reference {
 
-/// One mistake in a site file: where it is, what is wrong and what to do about it.
-struct SiteError {
-  /// Counted from 1; 0 when the file as a whole is meant.
-  int line = 0;
-  int column = 0;
-  std::string text;
-};
+/// A site, or the mistakes of its file in the order of their places.
+using SiteOrMistakes = std::variant<Site, std::vector<Diagnostic>>;
 
-/// "<file>:<line>:<column>: <text>", without the numbers that are 0.
-std::string FormatSiteError(const std::string& file, const SiteError& error);
+/// Reads the text of a site file. A syntax error ends the reading.
+SiteOrMistakes ParseSite(const std::string& text);
 
-/// Reads the text of a site file. Either the site, or every mistake of the text in the order of
-/// their places; a syntax error stops the reading and is then the only one.
-std::variant<Site, std::vector<SiteError>> ParseSite(const std::string& text);
-
-/// Reads a site file; a file that cannot be read is one error.
-std::variant<Site, std::vector<SiteError>> ReadSiteFile(const std::string& path);
+/// Reads a site file. A file that cannot be read is one mistake.
+SiteOrMistakes ReadSiteFile(const std::string& path);
 
 }  // namespace reference
 

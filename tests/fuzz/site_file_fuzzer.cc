@@ -4,7 +4,6 @@
 // Input: the text.
 
 #include <string>
-#include <tuple>
 #include <variant>
 #include <vector>
 
@@ -15,19 +14,17 @@
 namespace {
 
 using fuzz::Check;
+using reference::Diagnostic;
 using reference::ParseSite;
 using reference::Site;
-using reference::SiteError;
 
-void CheckErrors(const std::vector<SiteError>& errors) {
+void CheckErrors(const std::vector<Diagnostic>& errors) {
   Check(!errors.empty(), "neither a site nor a mistake");
-  const SiteError* earlier = nullptr;
-  for (const SiteError& error : errors) {
+  const Diagnostic* earlier = nullptr;
+  for (const Diagnostic& error : errors) {
     Check(!error.text.empty(), "a mistake without a text");
-    Check(error.line >= 0 && error.column >= 0, "a mistake at no place");
-    Check(earlier == nullptr ||
-              std::tie(earlier->line, earlier->column) <= std::tie(error.line, error.column),
-          "mistakes out of order");
+    Check(error.place.line >= 0 && error.place.column >= 0, "a mistake at no place");
+    Check(earlier == nullptr || !(error.place < earlier->place), "mistakes out of order");
     earlier = &error;
   }
 }
@@ -37,7 +34,7 @@ void CheckErrors(const std::vector<SiteError>& errors) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const auto result = ParseSite(std::string(input.Rest()));
-  if (const auto* const errors = std::get_if<std::vector<SiteError>>(&result)) {
+  if (const auto* const errors = std::get_if<std::vector<Diagnostic>>(&result)) {
     CheckErrors(*errors);
     return 0;
   }

@@ -17,7 +17,7 @@
 #include <variant>
 #include <vector>
 
-#include "reference/server/fault_plan.h"
+#include "reference/server/fault_file.h"
 #include "reference/server/hal_server.h"
 #include "tests/support/test_folder.h"
 
@@ -105,9 +105,9 @@ class TestServer {
       const std::lock_guard lock(mutex_);
       fault_lines_.push_back(line);
     };
-    auto plan = ParseFaultPlan(text, {log, [] {}});
-    if (auto* const errors = std::get_if<std::vector<FaultError>>(&plan)) {
-      ADD_FAILURE() << FormatFaultError("faults", errors->front());
+    auto plan = ParseFaultFile(text, {log, [] {}});
+    if (auto* const errors = std::get_if<std::vector<Diagnostic>>(&plan)) {
+      ADD_FAILURE() << FormatDiagnostic("faults", errors->front());
       std::abort();
     }
     return std::get<std::unique_ptr<ServerFaults>>(std::move(plan));

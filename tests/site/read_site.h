@@ -12,19 +12,17 @@
 
 namespace reference {
 
-using ReadResult = std::variant<Site, std::vector<SiteError>>;
-
 /// The mistakes of a result, one "<file>:<line>:<column>: <text>" a line; empty for a site.
-inline std::string Mistakes(const ReadResult& result, const std::string& file = "site.txtpb") {
+inline std::string Mistakes(const SiteOrMistakes& result, const std::string& file = "site.txtpb") {
   std::string lines;
-  if (const auto* errors = std::get_if<std::vector<SiteError>>(&result)) {
-    for (const SiteError& error : *errors) lines += FormatSiteError(file, error) + '\n';
+  if (const auto* errors = std::get_if<std::vector<Diagnostic>>(&result)) {
+    for (const Diagnostic& error : *errors) lines += FormatDiagnostic(file, error) + '\n';
   }
   return lines;
 }
 
 /// The site of a result; the test fails if there is none.
-inline Site SiteOf(ReadResult result) {
+inline Site SiteOf(SiteOrMistakes result) {
   EXPECT_EQ(Mistakes(result), "");
   Site* site = std::get_if<Site>(&result);
   return site == nullptr ? Site() : *site;

@@ -403,22 +403,22 @@ TEST(SiteReaderTest, WithoutCandidatesOnlyTheEntryToAddIsNamed) {
 
 TEST(SiteReaderTest, ASyntaxErrorIsReportedAlone) {
   const auto result = ParseSite("vlan { id: 0 }\nhost { id: 0 }\nmpls {{\nvlna {}\n");
-  const auto* errors = std::get_if<std::vector<SiteError>>(&result);
+  const auto* errors = std::get_if<std::vector<Diagnostic>>(&result);
   ASSERT_NE(errors, nullptr);
   ASSERT_EQ(errors->size(), 1U);
-  EXPECT_EQ(errors->front().line, 3);
-  EXPECT_EQ(errors->front().column, 7);
+  EXPECT_EQ(errors->front().place.line, 3);
+  EXPECT_EQ(errors->front().place.column, 7);
 }
 
 TEST(SiteReaderTest, EverySyntaxErrorHasAText) {
   for (const char* text : {"vlan {", "vlan }", "vlan { id: }", "vlan { name: \"a }", "\x01", "}",
                            "vlan { id: 1 id: 2 }", "vlan { id: 99999999999999999999 }"}) {
     const auto result = ParseSite(text);
-    const auto* errors = std::get_if<std::vector<SiteError>>(&result);
+    const auto* errors = std::get_if<std::vector<Diagnostic>>(&result);
     ASSERT_NE(errors, nullptr) << text;
     ASSERT_EQ(errors->size(), 1U) << text;
-    EXPECT_EQ(errors->front().line, 1) << text;
-    EXPECT_GT(errors->front().column, 0) << text;
+    EXPECT_EQ(errors->front().place.line, 1) << text;
+    EXPECT_GT(errors->front().place.column, 0) << text;
     EXPECT_NE(errors->front().text.find("; write "), std::string::npos) << errors->front().text;
   }
 }
@@ -456,12 +456,6 @@ ecmp { id: 9 name: "z" }
       R"(site.txtpb:2:8: id 9 is used twice, first at line 1; give every destination an id of its own
 site.txtpb:3:8: id 9 is used twice, first at line 1; give every destination an id of its own
 )");
-}
-
-TEST(FormatSiteErrorTest, LeavesOutTheNumbersThatAreZero) {
-  EXPECT_EQ(FormatSiteError("a.txtpb", {3, 7, "text"}), "a.txtpb:3:7: text");
-  EXPECT_EQ(FormatSiteError("a.txtpb", {3, 0, "text"}), "a.txtpb:3: text");
-  EXPECT_EQ(FormatSiteError("a.txtpb", {0, 0, "text"}), "a.txtpb: text");
 }
 
 TEST(ReadSiteFileTest, AMissingFileIsOneError) {

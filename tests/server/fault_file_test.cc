@@ -1,4 +1,4 @@
-#include "reference/server/fault_plan.h"
+#include "reference/server/fault_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,13 +16,13 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
-using Plan = std::variant<std::unique_ptr<ServerFaults>, std::vector<FaultError>>;
+using Plan = FaultsOrMistakes;
 
 std::vector<std::string> Errors(const Plan& plan) {
   std::vector<std::string> texts;
-  const auto* const errors = std::get_if<std::vector<FaultError>>(&plan);
+  const auto* const errors = std::get_if<std::vector<Diagnostic>>(&plan);
   if (errors == nullptr) return texts;
-  for (const FaultError& error : *errors) texts.push_back(FormatFaultError("f", error));
+  for (const Diagnostic& error : *errors) texts.push_back(FormatDiagnostic("f", error));
   return texts;
 }
 
@@ -36,7 +36,7 @@ struct BadFile {
 class BadFileTest : public ::testing::TestWithParam<BadFile> {};
 
 TEST_P(BadFileTest, NamesThePlaceAndTheRemedy) {
-  EXPECT_THAT(Errors(ParseFaultPlan(GetParam().text, {})),
+  EXPECT_THAT(Errors(ParseFaultFile(GetParam().text, {})),
               ElementsAre(StartsWith(GetParam().complaint)));
 }
 
@@ -69,32 +69,32 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"GreatSeed", "seed: 4294967296",
                 "f:1:1: seed 4294967296 is out of range; use 0 to 4294967295"},
         BadFile{"UnknownField", "fault { wat: 1 }",
-                "f:1:12: a fault has no field \"wat\"; use one of: what, of, in_reinstall, "},
+                "f:1:9: fault has no field \"wat\"; use one of: what, of, in_reinstall, "},
         BadFile{"UnknownOutermostField", "faults { }",
-                "f:1:8: a fault file has no field \"faults\"; use one of: seed, fault"},
+                "f:1:1: a fault file has no field \"faults\"; use one of: seed, fault"},
         BadFile{"Syntax", "fault { what: }", "f:1:15: syntax error: "}),
     [](const auto& tested) { return tested.param.name; });
 
-TEST(ParseFaultPlan, GivesEveryMistakeInOrder) {
-  EXPECT_THAT(Errors(ParseFaultPlan("fault { what: \"swallow\" ms: 1 nth: 0 }\nfault { }", {})),
+TEST(ParseFaultFile, GivesEveryMistakeInOrder) {
+  EXPECT_THAT(Errors(ParseFaultFile("fault { what: \"swallow\" ms: 1 nth: 0 }\nfault { }", {})),
               ElementsAre(StartsWith("f:1:25: ms"), StartsWith("f:1:31: nth"),
                           StartsWith("f:2:1: a fault has no what")));
 }
 
-TEST(ParseFaultPlan, TakesEveryWord) {
+TEST(ParseFaultFile, TakesEveryWord) {
   for (const std::string text :
        {"refuse\"", "close-on-accept\"", "one-byte-writes\"", "slow-reads\" bytes_per_second: 1",
         "answer\" code: 0", "table-full\" entries: 0", "close-before\"", "close-after\"",
         "crash-before\"", "crash-after\"", "cut-in-header\"", "cut-in-body\"", "delay\" ms: 0",
         "reorder\" window: 2 ms: 600000", "duplicate\"", "swallow\"", "stray\"", "pause\" ms: 1",
         "stall\" ms: 1"}) {
-    EXPECT_THAT(Errors(ParseFaultPlan("fault { what: \"" + text + " }", {})), ElementsAre())
+    EXPECT_THAT(Errors(ParseFaultFile("fault { what: \"" + text + " }", {})), ElementsAre())
         << text;
   }
 }
 
-TEST(ParseFaultPlan, TakesAnEmptyFile) {
-  auto plan = ParseFaultPlan("# nothing\n", {});
+TEST(ParseFaultFile, TakesAnEmptyFile) {
+  auto plan = ParseFaultFile("# nothing\n", {});
   ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ServerFaults>>(plan));
   auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);
   EXPECT_EQ(faults->OnAccept().entry, ServerFaults::ConnectionFate::Entry::kServe);
@@ -119,7 +119,7 @@ TEST(ReadFaultFile, NamesAFileThatItCannotRead) {
 
 TEST(FaultPlan, TellsWhatHappens) {
   std::vector<std::string> lines;
-  auto plan = ParseFaultPlan(
+  auto plan = ParseFaultFile(
       R"(fault { what: "swallow" of: "vlan" nth: 2 times: 2 } fault { what: "refuse" })",
       {[&lines](const std::string& line) { lines.push_back(line); }, {}});
   ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ServerFaults>>(plan));
@@ -134,7 +134,7 @@ TEST(FaultPlan, TellsWhatHappens) {
 }
 
 TEST(FaultPlanDeathTest, ACrashEndsTheProcess) {
-  auto plan = ParseFaultPlan("", {});
+  auto plan = ParseFaultFile("", {});
   auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);
   EXPECT_EXIT(faults->Crash(), ::testing::ExitedWithCode(kFaultCrashExitCode), "");
 }

@@ -1,0 +1,60 @@
+#ifndef ZUSKUX_REFERENCE_TEXT_DIAGNOSTICS_H_
+#define ZUSKUX_REFERENCE_TEXT_DIAGNOSTICS_H_
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace reference {
+
+/// A place in a text, counted from 1. Zeros mean the text as a whole.
+struct Place {
+  int line = 0;
+  int column = 0;
+};
+
+bool operator<(const Place& a, const Place& b);
+
+/// One mistake in a text that people write: where it is, what is wrong and what to do about it.
+struct Diagnostic {
+  Place place;
+  std::string text;
+};
+
+/// "<file>:<line>:<column>: <text>", without the numbers that are 0. Safe to show.
+std::string FormatDiagnostic(const std::string& file, const Diagnostic& diagnostic);
+
+/// Both ends are allowed.
+struct Range {
+  std::int64_t first = 0;
+  std::int64_t last = std::numeric_limits<std::uint32_t>::max();
+
+  bool Contains(std::int64_t value) const { return first <= value && value <= last; }
+};
+
+/// "mtu 70000 is out of range; use 0 to 65535".
+std::string OutOfRangeText(std::string_view name, std::int64_t value, Range range);
+
+/// "a, b, c".
+std::string Join(const std::vector<std::string_view>& words);
+
+/// Collects the mistakes of one text, so that one reading tells all of them.
+class Diagnostics {
+ public:
+  void Add(Place place, std::string text);
+  /// Adds a mistake and returns false when `value` is out of `range`.
+  bool CheckRange(Place place, std::string_view name, std::int64_t value, Range range);
+
+  bool empty() const { return diagnostics_.empty(); }
+  /// In the order of their places.
+  std::vector<Diagnostic> Take();
+
+ private:
+  std::vector<Diagnostic> diagnostics_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_TEXT_DIAGNOSTICS_H_
