@@ -274,11 +274,14 @@ int zlog_level_enabled(zlog_category_t* category, const int level) {
   return category != nullptr && level >= category->lowest_level && level <= kMaxLevel ? 1 : 0;
 }
 
-void vzlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
-           size_t funclen, long line, int level, const char* format, va_list args) {
+void zlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
+          size_t funclen, long line, int level, const char* format, ...) {
   if (zlog_level_enabled(category, level) == 0) return;
+  va_list args;
+  va_start(args, format);
   char* text = nullptr;
   const int length = vasprintf(&text, format, args);
+  va_end(args);
   if (length < 0) return;
   Record record{{},
                 "UNKNOWN",
@@ -301,12 +304,4 @@ void vzlog(zlog_category_t* category, const char* file, size_t filelen, const ch
     // What the output does not take is lost; there is nobody to tell.
     if (write(rule->fd, entry.data(), entry.size()) < 0) continue;
   }
-}
-
-void zlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
-          size_t funclen, long line, int level, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  vzlog(category, file, filelen, func, funclen, line, level, format, args);
-  va_end(args);
 }

@@ -7,7 +7,6 @@
 /// Every function may be called from any thread, but not from a signal handler.
 
 // NOLINTBEGIN(modernize-*, readability-*): C, with zlog's own signatures.
-#include <stdarg.h>
 #include <stddef.h>
 
 #define ZLOG_API __attribute__((visibility("default")))
@@ -40,11 +39,6 @@ ZLOG_API int zlog_level_enabled(zlog_category_t* category, const int level);
 ZLOG_API void zlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
                    size_t funclen, long line, int level, const char* format, ...)
     __attribute__((format(printf, 8, 9)));
-
-/// As `zlog`, with the arguments in `args`.
-ZLOG_API void vzlog(zlog_category_t* category, const char* file, size_t filelen, const char* func,
-                    size_t funclen, long line, int level, const char* format, va_list args)
-    __attribute__((format(printf, 8, 0)));
 
 #ifdef __cplusplus
 }
