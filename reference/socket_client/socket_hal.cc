@@ -256,6 +256,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
 // follows after a pause.
 void SocketHal::Connection::Reconnect(const std::string& reason,
                                       std::chrono::milliseconds longest_pause) {
+  socket_watch_.Watch();
   if (session_->useful) pause_ = options_.reconnect_first;
   ForbidHostWrites();
   const bool found = session_->greeted;
@@ -272,7 +273,6 @@ void SocketHal::Connection::Reconnect(const std::string& reason,
   if (other_writer && !stopping_ && options_.other_writer) options_.other_writer();
   ReportRoom();
 
-  socket_watch_.Watch();
   pause_ = std::min(pause_, longest_pause);
   ConnectAt(Clock::now() + pause_);
   pause_ = std::min(pause_ * 2, longest_pause);

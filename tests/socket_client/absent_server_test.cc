@@ -157,6 +157,24 @@ TEST_F(AbsentServerTest, ASocketThatAppearsEndsThePause) {
   EXPECT_THAT(reported_.Await(1), ElementsAre("found"));
 }
 
+TEST_F(AbsentServerTest, ASocketThatAppearsAgainAndAgainIsTriedEveryTenMillisecondsAtMost) {
+  constexpr int kTimes = 20;
+  SocketHalOptions options = Options();
+  options.reconnect_first = options.reconnect_last = options.reconnect_absent = kNever;
+  const auto begin = Clock::now();
+  Start(options);
+  for (std::size_t i = 1; i <= kTimes; ++i) {
+    server_.AcceptAndGreet();
+    server_.Close();
+    // It is found, then lost.
+    ASSERT_EQ(log_.Await(2 * i).size(), 2 * i);
+    const std::string other = server_.path() + ".old";
+    std::filesystem::rename(server_.path(), other);
+    std::filesystem::rename(other, server_.path());
+  }
+  EXPECT_GE(Clock::now() - begin, (kTimes - 1) * milliseconds(10));
+}
+
 TEST_F(AbsentServerTest, ASocketInAFolderThatIsNotWatchedIsFoundSoon) {
   const TestFolder files;
   const std::string folder = files.Path("folder");
