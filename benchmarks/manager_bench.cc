@@ -52,7 +52,7 @@ std::size_t ManagerPeak(const std::string& socket, std::size_t objects) {
   boost::asio::io_context io;
   const auto work = boost::asio::make_work_guard(io);
   reference::ManagerEvents events;
-  events.settled = [&io] { io.stop(); };
+  events.finished = [&io] { io.stop(); };
   reference::Manager manager(&io, events);
   reference::SocketHalOptions options;
   options.path = socket;

@@ -45,7 +45,9 @@ struct Replace {
 };
 
 struct Destroy {
-  void operator()(const VrfData& /*vrf*/) const {}
+  void operator()(const VrfData& vrf) const {
+    dest_mng::HaiL3MplsEncapsulationVrf().DestroyVrf(vrf);
+  }
   void operator()(const EcmpData& ecmp) const {
     dest_mng::HaiL3MplsEncapsulationEcmp().DestroyEcmp(ecmp);
   }
@@ -86,10 +88,6 @@ void SendInstall(Destination* destination) { std::visit(Install(), *destination)
 void SendReplace(Destination* destination) { std::visit(Replace(), *destination); }
 
 void SendDestroy(Destination* destination) { std::visit(Destroy(), *destination); }
-
-void SendDestroyVrf(const VrfData& vrf, std::uint32_t vrf_id) {
-  dest_mng::HaiL3MplsEncapsulationVrf().DestroyVrf({vrf_id, vrf.db_id});
-}
 
 HalMessage TranslateForHal(const Destination& destination) {
   return VisitKind(KindOf(destination), [&destination](auto row) -> HalMessage {

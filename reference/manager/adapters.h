@@ -22,11 +22,8 @@ void SendInstall(Destination* destination);
 /// Asks the HAL to replace it; an ECMP group is installed again, which replaces it. Not for a VRF.
 void SendReplace(Destination* destination);
 
-/// Asks the HAL to remove it. Not for a VRF.
+/// Asks the HAL to remove it.
 void SendDestroy(Destination* destination);
-
-/// Asks the HAL to remove a VRF that it has under `vrf_id`.
-void SendDestroyVrf(const dest_mng::VrfData& vrf, std::uint32_t vrf_id);
 
 /// What the HAL is sent of an object.
 struct HalMessage {

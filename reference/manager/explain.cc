@@ -18,7 +18,7 @@ std::string Verdict(const Object& object) {
     case Standing::kInactive:
       return "is installed but inactive: " + ReasonOf(object);
     case Standing::kSent:
-      return "was sent; the HAL reports no result for VRFs";
+      return "was sent; the HAL has taken it";
     case Standing::kFailed:
       return "failed: " + ReasonOf(object);
     case Standing::kRemoved:
@@ -30,7 +30,7 @@ std::string Verdict(const Object& object) {
 // The first destination that the object refers to and that the HAL does not hold; its id is 0 when
 // there is none.
 std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
-  if (object.state != ObjectState::kFailed || object.code != kHalMissingReference) return 0;
+  if (object.state() != ObjectState::kFailed || object.code != kHalMissingReference) return 0;
   for (const std::uint32_t id : ReferencedIds(object.content)) {
     if (!database.InHal(id)) return id;
   }

@@ -98,7 +98,7 @@ std::string Node(const Object& object) {
 }
 
 std::string Edge(const Object& from, const Object* to, const char* attributes) {
-  if (to == nullptr || to->state == ObjectState::kRemoved) return {};
+  if (to == nullptr || to->state() == ObjectState::kRemoved) return {};
   return "  " + NodeId(from.key) + " -> " + NodeId(to->key) + attributes + ";\n";
 }
 
@@ -128,7 +128,7 @@ class HostGroups {
   explicit HostGroups(const DestDatabase& database) {
     const std::set<std::uint32_t> referenced = Referenced(database);
     for (const auto& [key, object] : database.objects()) {
-      if (key.kind != HalKind::kHost || object.state == ObjectState::kRemoved) continue;
+      if (key.kind != HalKind::kHost || object.state() == ObjectState::kRemoved) continue;
       const auto vlans = ReferencedIds(object.content);
       if (vlans.size() != 1 || referenced.count(key.id) != 0) continue;
       groups_[{vlans.front(), StandingOf(object)}].push_back(&object);
@@ -175,7 +175,7 @@ class HostGroups {
   static std::set<std::uint32_t> Referenced(const DestDatabase& database) {
     std::set<std::uint32_t> ids;
     for (const auto& [key, object] : database.objects()) {
-      if (object.state == ObjectState::kRemoved) continue;
+      if (object.state() == ObjectState::kRemoved) continue;
       for (const std::uint32_t id : ReferencedIds(object.content)) ids.insert(id);
       if (const auto neighbor = NeighborId(object.content)) ids.insert(*neighbor);
     }
@@ -191,7 +191,7 @@ std::string Layers(const DestDatabase& database, const HostGroups& groups) {
   // From what nothing refers to, on the left, to what refers to nothing.
   std::map<Layer, std::string, std::greater<>> nodes;
   for (const auto& [key, object] : database.objects()) {
-    if (object.state == ObjectState::kRemoved || groups.Contains(key)) continue;
+    if (object.state() == ObjectState::kRemoved || groups.Contains(key)) continue;
     nodes[LayerOf(object.content)] += "    " + Node(object);
   }
   nodes[Layer::kHost] += groups.Nodes();
@@ -206,7 +206,8 @@ std::map<std::uint32_t, const Object*> VrfsByNumber(const DestDatabase& database
   std::map<std::uint32_t, const Object*> vrfs;
   for (const auto& [key, object] : database.objects()) {
     const auto* const vrf = std::get_if<dest_mng::VrfData>(&object.content);
-    if (vrf != nullptr && object.state != ObjectState::kRemoved) vrfs.emplace(vrf->vrf_id, &object);
+    if (vrf != nullptr && object.state() != ObjectState::kRemoved)
+      vrfs.emplace(vrf->vrf_id, &object);
   }
   return vrfs;
 }
@@ -215,7 +216,7 @@ std::string Edges(const DestDatabase& database, const HostGroups& groups) {
   const std::map<std::uint32_t, const Object*> vrfs = VrfsByNumber(database);
   std::string text = groups.Edges();
   for (const auto& [key, object] : database.objects()) {
-    if (object.state == ObjectState::kRemoved || groups.Contains(key)) continue;
+    if (object.state() == ObjectState::kRemoved || groups.Contains(key)) continue;
     for (const std::uint32_t id : ReferencedIds(object.content)) {
       text += Edge(object, database.FindReferenced(id), "");
     }

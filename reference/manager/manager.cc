@@ -18,11 +18,17 @@ constexpr int kSendBatch = 1024;
 // How often a request is sent that ends without a verdict on the object.
 constexpr std::uint8_t kMaxAttempts = 3;
 
-HalAction NextAction(const Object& object) {
-  if (!object.wanted) return HalAction::kDestroy;
-  const bool replace = object.presence == Presence::kPresent && !object.reinstall &&
-                       object.key.kind != HalKind::kEcmp;
-  return replace ? HalAction::kReplace : HalAction::kInstall;
+// What the HAL has to be asked for; nothing when an object need not be removed.
+std::optional<HalAction> NextAction(const Object& object) {
+  if (object.wanted) {
+    const bool install_replaces =
+        object.key.kind == HalKind::kVrf || object.key.kind == HalKind::kEcmp;
+    const bool replace =
+        object.presence == Presence::kPresent && !object.reinstall && !install_replaces;
+    return replace ? HalAction::kReplace : HalAction::kInstall;
+  }
+  if (object.presence == Presence::kAbsent) return std::nullopt;
+  return HalAction::kDestroy;
 }
 
 }  // namespace
@@ -42,16 +48,20 @@ void Manager::Start(HalConnection* hal) {
   dest_mng::Hai* const hai = dest_mng::Hai::GetInstance();
   hai->set_client(hal);
   hal->InitEncapsulationModule();
-  hal->Start({hai->hal_encap_callback(),
-              [] { dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr); },
-              [this] { Put(RoomNotice()); }});
+  HalReports reports;
+  reports.results = hai->hal_encap_callback();
+  reports.server_found = [] { dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr); };
+  reports.room = [this] { Put(RoomNotice()); };
+  reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
+    Put(VrfResult{request.id, ActionOf(request.operation), code});
+  };
+  reports.server_lost = [this] { Put(ServerLostNotice()); };
+  reports.reinstall_ended = [this](bool in_sync) { Put(ReinstallEndedNotice{in_sync}); };
+  hal->Start(std::move(reports));
 }
 
 void Manager::Apply(const Site& site) {
   SetInterfaces(site.interfaces);
-  wanted_vrf_ids_.clear();
-  for (const SiteVrf& vrf : site.vrfs) wanted_vrf_ids_.insert(vrf.vrf_id);
-
   const DestDatabase::Changes changes = database_.Replace(site);
   for (Object* const object : changes.changed) {
     object->attempts = 0;
@@ -64,7 +74,18 @@ void Manager::Apply(const Site& site) {
   Wake();
 }
 
-bool Manager::settled() const { return server_found_ && !reinstalling_ && remaining_ == 0; }
+bool Manager::finished() const {
+  return server_found_ && !reinstalling_ && remaining_ == 0 && in_sync_.has_value();
+}
+
+bool Manager::settled() const {
+  std::size_t failed = 0;
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    failed += database_.counts(static_cast<HalKind>(kind))
+                  .at(static_cast<std::size_t>(Standing::kFailed));
+  }
+  return finished() && in_sync() && failed == 0;
+}
 
 ManagerQueues Manager::queues() {
   const std::lock_guard lock(inbox_mutex_);
@@ -75,7 +96,7 @@ ManagerQueues Manager::queues() {
 
 void Manager::OnResult(const HalResult& result) { Put(result); }
 
-void Manager::OnReinstall(HalKind kind) { Put(kind); }
+void Manager::OnReinstall(HalKind kind) { Put(ReinstallNotice{kind}); }
 
 void Manager::Put(const Notification& notification) {
   bool first = false;
@@ -113,50 +134,53 @@ void Manager::Work() {
   }
   SendDue();
   if (reinstalling_ && server_found_ && remaining_ == 0) EndReinstall();
-  if (!busy_ || !settled()) return;
+  if (!busy_ || !finished()) return;
   busy_ = false;
-  if (events_.settled) events_.settled();
+  if (events_.finished) events_.finished();
 }
 
 void Manager::Handle(const HalResult& result) {
   ++results_;
-  Object* const object = database_.Find({result.kind, result.id});
+  Object* const object = database_.FindEntry({result.kind, result.id});
   if (object != nullptr && object->outstanding == result.action) {
-    // What is to be removed may be gone already.
-    const bool success =
-        result.success || (result.action == HalAction::kDestroy && result.code == kHalNotFound);
-    object->code = success ? kHalSuccess : result.code;
-    SetOutstanding(object, std::nullopt);
-    if (success) {
-      Succeeded(object, result.action);
-    } else {
-      Failed(object, result.action);
-    }
-    // What became due while the request was outstanding.
-    if (object->due) MarkDue(object);
+    EndRequest(object, result.action, result.success, result.code);
   }
   if (events_.results) events_.results(results_);
 }
 
+void Manager::Handle(const VrfResult& result) {
+  Object* const entry = database_.FindEntry({HalKind::kVrf, result.number});
+  if (entry == nullptr || entry->outstanding != result.action) return;
+  EndRequest(entry, result.action, result.code == kHalSuccess, result.code);
+}
+
 // The library asks for the kinds one after the other, VRFs first and MPLS destinations last.
-void Manager::Handle(HalKind reinstall) {
-  if (reinstall == HalKind::kVrf) BeginReinstall();
-  auto& objects = database_.objects();
-  for (auto entry = objects.lower_bound({reinstall, 0});
-       entry != objects.end() && entry->first.kind == reinstall; ++entry) {
-    MarkForReinstall(&entry->second);
-  }
-  if (reinstall == HalKind::kMpls) server_found_ = true;
+void Manager::Handle(const ReinstallNotice& notice) {
+  if (notice.kind == HalKind::kVrf) BeginReinstall();
+  database_.ForEachEntry(notice.kind, [this](Object* entry) { MarkForReinstall(entry); });
+  if (notice.kind == HalKind::kMpls) server_found_ = true;
+}
+
+// One that was sent before another begin says nothing of that one.
+void Manager::Handle(const ReinstallEndedNotice& notice) {
+  if (server_found_ && !reinstalling_) in_sync_ = notice.in_sync;
+}
+
+void Manager::Handle(const ServerLostNotice& /*notice*/) { LoseServer(); }
+
+// The reinstall that follows when it is found again finishes what is due.
+void Manager::LoseServer() {
+  server_found_ = false;
+  in_sync_.reset();
+  busy_ = true;
 }
 
 void Manager::BeginReinstall() {
-  server_found_ = false;
+  LoseServer();
   reinstalling_ = true;
-  busy_ = true;
   reinstalled_objects_ = 0;
   reinstall_start_ = std::chrono::steady_clock::now();
-  waiting_.clear();
-  for (auto& ids : without_room_) ids.clear();
+  waitlist_.Clear();
   hal_->BeginReinstall();
   if (events_.reinstalling) events_.reinstalling();
 }
@@ -173,12 +197,18 @@ void Manager::MarkForReinstall(Object* object) {
   // The result of a request that reached the new server already decides what is left to remove.
   if (object->outstanding) return;
   ClearDue(object);
-  object->state = ObjectState::kRemoved;
+  database_.SetState(object, ObjectState::kRemoved);
 }
 
+// With the end, the server removes what the site does not have. That may make room for what was
+// refused before.
 void Manager::EndReinstall() {
   hal_->EndReinstall();
   reinstalling_ = false;
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    while (RetryForRoom(static_cast<HalKind>(kind))) continue;
+  }
+  if (remaining_ != 0) PostWork();
   if (events_.reinstalled) {
     events_.reinstalled(reinstalled_objects_, std::chrono::steady_clock::now() - reinstall_start_);
   }
@@ -187,7 +217,7 @@ void Manager::EndReinstall() {
 void Manager::MarkDue(Object* object) {
   if (!object->due && !object->outstanding) ++remaining_;
   object->due = true;
-  object->state = ObjectState::kPending;
+  database_.SetState(object, ObjectState::kPending);
   if (object->outstanding) return;
   queue_.Add(object);
   due_peak_ = std::max(due_peak_, queue_.size());
@@ -215,15 +245,16 @@ void Manager::SendDue() {
       PostWork();
       return;
     }
-    Object* const object = database_.Find(queue_.front());
+    Object* const object = database_.FindEntry(queue_.front());
     if (!MayGoNext(*object)) return;
-    if (!NeedsRequest(*object)) {
+    const std::optional<HalAction> action = NextAction(*object);
+    if (!action) {
       ClearDue(object);
-      object->state = ObjectState::kRemoved;
+      database_.SetState(object, ObjectState::kRemoved);
       continue;
     }
     if (!hal_->HasRoom()) return;
-    Send(object);
+    Send(object, *action);
   }
 }
 
@@ -232,19 +263,7 @@ bool Manager::MayGoNext(const Object& object) const {
   return object.wanted || outstanding_installs_ == 0;
 }
 
-bool Manager::NeedsRequest(const Object& object) const {
-  if (object.wanted) return true;
-  if (object.presence == Presence::kAbsent) return false;
-  // VRFs may share a numeric id, under which the HAL has them once.
-  return object.key.kind != HalKind::kVrf || wanted_vrf_ids_.count(object.sent_vrf_id) == 0;
-}
-
-void Manager::Send(Object* object) {
-  if (object->key.kind == HalKind::kVrf) {
-    SendVrf(object);
-    return;
-  }
-  const HalAction action = NextAction(*object);
+void Manager::Send(Object* object, HalAction action) {
   ClearDue(object);
   object->reinstall = false;
   SetOutstanding(object, action);
@@ -261,38 +280,37 @@ void Manager::Send(Object* object) {
   }
 }
 
-// One request, after which a changed VRF is still due.
-void Manager::SendVrf(Object* object) {
-  const auto& vrf = std::get<dest_mng::VrfData>(object->content);
-  const bool moved = object->presence == Presence::kPresent && object->sent_vrf_id != vrf.vrf_id &&
-                     wanted_vrf_ids_.count(object->sent_vrf_id) == 0;
-  if (!object->wanted || moved) {
-    SendDestroyVrf(vrf, object->sent_vrf_id);
-    object->presence = Presence::kAbsent;
-    if (object->wanted) return;
-    ClearDue(object);
-    object->state = ObjectState::kRemoved;
-    return;
+void Manager::EndRequest(Object* object, HalAction action, bool success, HalReturnCode code) {
+  // What is to be removed may be gone already.
+  const bool done = success || (action == HalAction::kDestroy && code == kHalNotFound);
+  if (!done && IsHalCode(code)) ++refused_;
+  object->code = done ? kHalSuccess : code;
+  SetOutstanding(object, std::nullopt);
+  if (done) {
+    Succeeded(object, action);
+  } else {
+    Failed(object, action);
   }
-  ClearDue(object);
-  object->reinstall = false;
-  SendInstall(&object->content);
-  object->presence = Presence::kPresent;
-  object->sent_vrf_id = vrf.vrf_id;
-  object->state = ObjectState::kSent;
+  // What became due while the request was outstanding.
+  if (object->due) MarkDue(object);
 }
 
 void Manager::Succeeded(Object* object, HalAction action) {
   object->attempts = 0;
   if (action == HalAction::kDestroy) {
     object->presence = Presence::kAbsent;
-    object->state = ObjectState::kRemoved;
-    RetryAfterRemoval(object->key.kind);
+    database_.SetState(object, ObjectState::kRemoved);
+    // An entry less leaves room for one that was refused.
+    RetryForRoom(object->key.kind);
     return;
   }
   object->presence = Presence::kPresent;
-  object->state = ObjectState::kInstalled;
-  RetryDependentsOf(object->key.id);
+  if (object->key.kind == HalKind::kVrf) {
+    database_.SetState(object, ObjectState::kSent);
+  } else {
+    database_.SetState(object, ObjectState::kInstalled);
+    RetryDependentsOf(object->key.id);
+  }
 }
 
 void Manager::Failed(Object* object, HalAction action) {
@@ -300,9 +318,7 @@ void Manager::Failed(Object* object, HalAction action) {
   if (code == kHalQueueFull) {
     MarkDue(object);
   } else if (code == kHalServerLost || code == kHalNoServer) {
-    // The reinstall that follows sends it again.
-    server_found_ = false;
-    busy_ = true;
+    LoseServer();
     object->presence = Presence::kAbsent;
     MarkDue(object);
   } else if (code == kHalDeadline) {
@@ -319,10 +335,8 @@ void Manager::Failed(Object* object, HalAction action) {
   } else if (code == kHalMissingReference) {
     WaitForReferences(object);
   } else {
-    object->state = ObjectState::kFailed;
-    if (code == kHalTableFull) {
-      without_room_.at(static_cast<std::size_t>(object->key.kind)).insert(object->key.id);
-    }
+    database_.SetState(object, ObjectState::kFailed);
+    if (code == kHalTableFull) waitlist_.AddForRoom(object->key);
   }
 }
 
@@ -330,49 +344,49 @@ void Manager::RetryOrFail(Object* object) {
   if (++object->attempts < kMaxAttempts) {
     MarkDue(object);
   } else {
-    object->state = ObjectState::kFailed;
+    database_.SetState(object, ObjectState::kFailed);
   }
 }
 
 // It is sent again when the last missing one has been installed. When none is missing any more, the
 // refusal is out of date.
 void Manager::WaitForReferences(Object* object) {
-  bool missing = false;
-  for (const std::uint32_t id : ReferencedIds(object->content)) {
-    if (database_.InHal(id)) continue;
-    missing = true;
-    waiting_.emplace(id, object->key);
-  }
-  if (missing) {
-    object->state = ObjectState::kFailed;
+  if (AwaitsReferences(*object)) {
+    database_.SetState(object, ObjectState::kFailed);
   } else {
     RetryOrFail(object);
   }
 }
 
+// Puts the object on the waitlist for each destination that it refers to and that the HAL lacks;
+// whether there is one.
+bool Manager::AwaitsReferences(const Object& object) {
+  bool missing = false;
+  for (const std::uint32_t id : ReferencedIds(object.content)) {
+    if (database_.InHal(id)) continue;
+    missing = true;
+    waitlist_.AddForReference(id, object.key);
+  }
+  return missing;
+}
+
 void Manager::RetryDependentsOf(std::uint32_t id) {
-  for (auto entry = waiting_.lower_bound({id, {}}); entry != waiting_.end() && entry->first == id;
-       entry = waiting_.erase(entry)) {
-    Object* const object = database_.Find(entry->second);
-    if (object == nullptr || !object->wanted || object->state != ObjectState::kFailed) continue;
-    const std::vector<std::uint32_t> ids = ReferencedIds(object->content);
-    const bool complete = std::all_of(ids.begin(), ids.end(), [this](std::uint32_t reference) {
-      return database_.InHal(reference);
-    });
-    if (complete) MarkDue(object);
+  for (const ObjectKey& key : waitlist_.TakeForReference(id)) {
+    Object* const object = database_.FindEntry(key);
+    if (object == nullptr || !object->wanted || object->state() != ObjectState::kFailed) continue;
+    if (!AwaitsReferences(*object)) MarkDue(object);
   }
 }
 
-// An entry less leaves room for one that was refused.
-void Manager::RetryAfterRemoval(HalKind kind) {
-  auto& ids = without_room_.at(static_cast<std::size_t>(kind));
-  while (!ids.empty()) {
-    Object* const object = database_.Find({kind, *ids.begin()});
-    ids.erase(ids.begin());
-    if (object == nullptr || !object->wanted || object->state != ObjectState::kFailed) continue;
+// Sends one of the objects again that found the table full; whether there was one.
+bool Manager::RetryForRoom(HalKind kind) {
+  while (const auto key = waitlist_.TakeForRoom(kind)) {
+    Object* const object = database_.FindEntry(*key);
+    if (object == nullptr || !object->wanted || object->state() != ObjectState::kFailed) continue;
     MarkDue(object);
-    return;
+    return true;
   }
+  return false;
 }
 
 }  // namespace reference

@@ -1,15 +1,13 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_MANAGER_H_
 #define ZUSKUX_REFERENCE_MANAGER_MANAGER_H_
 
-#include <array>
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
-#include <set>
-#include <utility>
+#include <optional>
 #include <variant>
 #include <vector>
 
@@ -17,6 +15,7 @@
 #include "reference/manager/dest_database.h"
 #include "reference/manager/notification_sink.h"
 #include "reference/manager/request_queue.h"
+#include "reference/manager/waitlist.h"
 #include "reference/site/site.h"
 
 namespace reference {
@@ -24,9 +23,9 @@ namespace reference {
 /// What the manager reports to its host, on its own thread, when its work stands. The host may call
 /// the manager in it. Each may be empty.
 struct ManagerEvents {
-  /// Nothing is due or outstanding any more. Once after each `Apply` and each reinstall, together
-  /// when they overlap.
-  std::function<void()> settled;
+  /// The manager has finished: see `Manager::finished`. Once after each `Apply` and each reinstall,
+  /// together when they overlap.
+  std::function<void()> finished;
   /// A HAL server was found, which is given everything.
   std::function<void()> reinstalling;
   /// A reinstall of so many objects is done.
@@ -74,8 +73,22 @@ class Manager : private NotificationSink {
   /// `Start`.
   void Apply(const Site& site);
 
-  /// Whether the HAL has been brought to what the site wants, as far as it lets itself.
+  /// Whether there is nothing left to do: the server is there, each request has had its outcome,
+  /// and the last reinstall has ended. Some objects may have failed.
+  bool finished() const;
+
+  /// Whether the server is there and has said after the last reinstall that it holds what it
+  /// acknowledged.
+  bool in_sync() const { return server_found_ && in_sync_ == true; }
+
+  /// Whether the HAL holds what the site wants: finished, in sync, and no object has failed.
   bool settled() const;
+
+  /// Whether a server is there to be sent to.
+  bool connected() const { return server_found_; }
+
+  /// How many requests the HAL has refused so far; without removals of what was gone already.
+  std::uint64_t refused() const { return refused_; }
 
   /// Objects with a request that is due or outstanding.
   std::size_t remaining() const { return remaining_; }
@@ -85,8 +98,23 @@ class Manager : private NotificationSink {
   ManagerQueues queues();
 
  private:
+  /// The outcome of a VRF request, for which the library has no notification.
+  struct VrfResult {
+    std::uint32_t number = 0;
+    HalAction action = HalAction::kInstall;
+    HalReturnCode code = kHalSuccess;
+  };
+  /// All objects of the kind are to be installed again.
+  struct ReinstallNotice {
+    HalKind kind = HalKind::kVrf;
+  };
+  struct ReinstallEndedNotice {
+    bool in_sync = false;
+  };
+  struct ServerLostNotice {};
   struct RoomNotice {};
-  using Notification = std::variant<HalResult, HalKind, RoomNotice>;
+  using Notification = std::variant<HalResult, VrfResult, ReinstallNotice, ReinstallEndedNotice,
+                                    ServerLostNotice, RoomNotice>;
 
   // On the HAL's thread.
   void OnResult(const HalResult& result) override;
@@ -98,28 +126,32 @@ class Manager : private NotificationSink {
   void PostWork();
   void Work();
   void Handle(const HalResult& result);
-  void Handle(HalKind reinstall);
-  void Handle(RoomNotice /*room*/) {}
+  void Handle(const VrfResult& result);
+  void Handle(const ReinstallNotice& notice);
+  void Handle(const ReinstallEndedNotice& notice);
+  void Handle(const ServerLostNotice& notice);
+  void Handle(const RoomNotice& /*notice*/) {}
 
   void BeginReinstall();
   void MarkForReinstall(Object* object);
   void EndReinstall();
+  void LoseServer();
 
   void MarkDue(Object* object);
   void ClearDue(Object* object);
   void SetOutstanding(Object* object, std::optional<HalAction> action);
   void SendDue();
   bool MayGoNext(const Object& object) const;
-  bool NeedsRequest(const Object& object) const;
-  void Send(Object* object);
-  void SendVrf(Object* object);
+  void Send(Object* object, HalAction action);
 
+  void EndRequest(Object* object, HalAction action, bool success, HalReturnCode code);
   void Succeeded(Object* object, HalAction action);
   void Failed(Object* object, HalAction action);
   void RetryOrFail(Object* object);
   void WaitForReferences(Object* object);
+  bool AwaitsReferences(const Object& object);
   void RetryDependentsOf(std::uint32_t id);
-  void RetryAfterRemoval(HalKind kind);
+  bool RetryForRoom(HalKind kind);
 
   boost::asio::io_context* const io_;
   const ManagerEvents events_;
@@ -132,12 +164,7 @@ class Manager : private NotificationSink {
 
   DestDatabase database_;
   RequestQueue queue_;
-  // Numeric ids of the VRFs that the site has.
-  std::set<std::uint32_t> wanted_vrf_ids_;
-  // A destination's id that is missing in the HAL, and an object that was refused for that.
-  std::set<std::pair<std::uint32_t, ObjectKey>> waiting_;
-  // Objects that were refused because their table was full, by the table.
-  std::array<std::set<std::uint32_t>, kHalKinds> without_room_;
+  Waitlist waitlist_;
 
   std::size_t remaining_ = 0;
   std::size_t outstanding_installs_ = 0;
@@ -145,12 +172,15 @@ class Manager : private NotificationSink {
   std::size_t outstanding_peak_ = 0;
   std::size_t due_peak_ = 0;
   std::uint64_t results_ = 0;
+  std::uint64_t refused_ = 0;
   bool server_found_ = false;
   bool reinstalling_ = false;
+  // How the last reinstall ended; nothing before it has ended.
+  std::optional<bool> in_sync_;
   std::size_t reinstalled_objects_ = 0;
   std::chrono::steady_clock::time_point reinstall_start_;
   bool work_posted_ = false;
-  // Whether `settled` is still to be reported.
+  // Whether `finished` is still to be reported.
   bool busy_ = false;
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -42,14 +41,11 @@ Plan MakePlan(const Site& site, const TableEntries& present) {
 
   Plan plan;
   TableEntries left = present;
-  std::set<std::pair<HalKind, std::uint32_t>> named;
   while (!queue.empty()) {
-    Object* const object = database.Find(queue.front());
+    Object* const object = database.FindEntry(queue.front());
     queue.Remove(object);
     const HalMessage message = TranslateForHal(object->content);
     const HalKind kind = object->key.kind;
-    // VRFs may share a numeric id, under which the HAL has them once.
-    if (!named.emplace(kind, message.id).second) continue;
     const auto entry = left.find({kind, message.id});
     if (entry == left.end()) {
       plan.steps.push_back(

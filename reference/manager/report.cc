@@ -1,6 +1,7 @@
 #include "reference/manager/report.h"
 
 #include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 #include <numeric>
 
@@ -41,22 +42,6 @@ void WriteRow(const std::array<std::string, 5>& cells, const std::array<std::siz
 
 }  // namespace
 
-Standing StandingOf(const Object& object) {
-  switch (object.state) {
-    case ObjectState::kPending:
-      return Standing::kPending;
-    case ObjectState::kInstalled:
-      return IsInactive(object.content) ? Standing::kInactive : Standing::kInstalled;
-    case ObjectState::kSent:
-      return Standing::kSent;
-    case ObjectState::kFailed:
-      return Standing::kFailed;
-    case ObjectState::kRemoved:
-      break;
-  }
-  return Standing::kRemoved;
-}
-
 std::string_view StandingName(Standing standing) {
   return kNames.at(static_cast<std::size_t>(standing));
 }
@@ -73,8 +58,9 @@ std::string ReasonOf(const Object& object) {
 }
 
 Summary::Summary(const DestDatabase& database) {
-  for (const auto& [key, object] : database.objects()) {
-    ++counts_[static_cast<std::size_t>(StandingOf(object))];
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    const DestDatabase::StandingCounts& of_kind = database.counts(static_cast<HalKind>(kind));
+    for (std::size_t i = 0; i < kStandings; ++i) counts_[i] += of_kind[i];
   }
 }
 

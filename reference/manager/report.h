@@ -1,7 +1,6 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_REPORT_H_
 #define ZUSKUX_REFERENCE_MANAGER_REPORT_H_
 
-#include <array>
 #include <cstddef>
 #include <ostream>
 #include <string>
@@ -10,13 +9,6 @@
 #include "reference/manager/dest_database.h"
 
 namespace reference {
-
-/// How an object stands, as it is shown: its state, where an installed MPLS destination without an
-/// active neighbour is inactive.
-enum class Standing : std::uint8_t { kPending, kInstalled, kInactive, kSent, kFailed, kRemoved };
-inline constexpr std::size_t kStandings = 6;
-
-Standing StandingOf(const Object& object);
 
 /// "pending", "installed" and so on.
 std::string_view StandingName(Standing standing);
@@ -37,7 +29,7 @@ class Summary {
   std::string text() const;
 
  private:
-  std::array<std::size_t, kStandings> counts_{};
+  DestDatabase::StandingCounts counts_{};
 };
 
 /// Writes a line for each object, by kind and id, and the summary.

@@ -11,9 +11,9 @@
 namespace reference {
 
 /// The objects that a request can be sent for, in the order of sending: installs and updates in the
-/// order VRF, VLAN, host, ECMP, tunnel, virtual circuit; after them removals, where nothing is
-/// removed before what rides on it; by id within each. Used on the manager's thread only; O(log n)
-/// a step.
+/// order VRF, VLAN, host, tunnel, virtual circuit, ECMP group, so that nothing comes before what it
+/// refers to; then removals in the reverse order; by id within each. Used on the manager's thread
+/// only; O(log n) a step.
 class RequestQueue {
  public:
   /// Puts the object into its place; one that is queued moves there.

@@ -49,7 +49,7 @@ class Run {
   Run(const CommandLine& line, std::vector<Site> sites)
       : line_(line),
         sites_(std::move(sites)),
-        manager_(&io_, {[this] { Settled(); }, [this] { Reinstalling(); },
+        manager_(&io_, {[this] { Finished(); }, [this] { Reinstalling(); },
                         [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
                         [this](std::uint64_t results) { GotResult(results); }}),
         hal_(Choice()) {
@@ -139,17 +139,25 @@ class Run {
     return StatusAsJson(head, &manager_, *hal_.connection());
   }
 
-  void Settled() {
+  void Finished() {
     // The HAL that is in place is the one before the restart.
     if (restarting_) return;
     HideProgress();
     if (applied_ < sites_.size()) {
       ApplyNext();
     } else if (line_.stay) {
-      Say("settled: " + Summary(manager_.database()).text());
+      Say((manager_.settled() ? "settled: " : "NOT settled: ") + StandingText());
     } else {
       io_.stop();
     }
+  }
+
+  // The objects, and whether the HAL holds what it has acknowledged of them.
+  std::string StandingText() const {
+    const std::string text = Summary(manager_.database()).text();
+    if (manager_.in_sync()) return text;
+    return (manager_.connected() ? "not in sync with the HAL" : "no connection to the HAL") +
+           std::string("; ") + text;
   }
 
   void Reinstalling() {
@@ -250,7 +258,8 @@ class Run {
     }
     std::cout.flush();
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
-    if (!Summary(database).complete()) return kExitIncomplete;
+    if (!manager_.in_sync()) Say("NOT settled: " + StandingText());
+    if (!manager_.settled()) return kExitIncomplete;
     return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
 

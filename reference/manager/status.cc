@@ -32,20 +32,14 @@ constexpr std::chrono::seconds kTimeout{10};
 // After a client could not be accepted, for want of file descriptors for example.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
-using StandingCounts = std::array<std::size_t, kStandings>;
-
 Json ObjectsAsJson(const DestDatabase& database) {
-  std::array<StandingCounts, kHalKinds> counts{};
-  for (const auto& [key, object] : database.objects()) {
-    ++counts.at(static_cast<std::size_t>(key.kind))
-          .at(static_cast<std::size_t>(StandingOf(object)));
-  }
   Json kinds;
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    Json& standings = kinds[std::string(HalKindName(static_cast<HalKind>(kind)))];
+  for (std::size_t i = 0; i < kHalKinds; ++i) {
+    const auto kind = static_cast<HalKind>(i);
+    Json& standings = kinds[std::string(HalKindName(kind))];
     for (std::size_t standing = 0; standing < kStandings; ++standing) {
       const auto name = StandingName(static_cast<Standing>(standing));
-      standings[std::string(name)] = counts.at(kind).at(standing);
+      standings[std::string(name)] = database.counts(kind).at(standing);
     }
   }
   return kinds;
@@ -96,6 +90,13 @@ std::string Microseconds(const Json& nanoseconds) {
   return text.str();
 }
 
+const char* Condition(const Json& json) {
+  if (json.at("settled").get<bool>()) return "settled";
+  if (!json.at("connected").get<bool>()) return "no connection to the HAL";
+  if (!json.at("finished").get<bool>()) return "at work";
+  return json.at("in_sync").get<bool>() ? "some objects failed" : "NOT in sync with the HAL";
+}
+
 void WriteObjects(const Json& objects, std::ostream* out) {
   std::vector<Cells> rows = {{"KIND"}};
   for (const auto& [name, count] : objects.front().items())
@@ -140,6 +141,9 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
   json["uptime_ms"] = head.uptime.count();
   json["site"] = head.site;
   json["settled"] = manager->settled();
+  json["finished"] = manager->finished();
+  json["connected"] = manager->connected();
+  json["in_sync"] = manager->in_sync();
   json["objects"] = ObjectsAsJson(manager->database());
   json["queues"] = {{"due", DepthAsJson(queues.due)},
                     {"outstanding", DepthAsJson(queues.outstanding)},
@@ -151,6 +155,7 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
                  {"restarts", restarts},
                  {"requests", counters.requests},
                  {"results", counters.results},
+                 {"refused", manager->refused()},
                  {"late_results_dropped", counters.late_results},
                  {"unfinished", counters.unfinished}};
   json["stages"] = {{"queue", StageAsJson(latencies.queue)},
@@ -164,12 +169,12 @@ void WriteStatus(const std::string& text, std::ostream* out) {
     const Json json = Json::parse(text);
     const Json& hal = json.at("hal");
     *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
-         << json.at("uptime_ms").get<double>() / 1000 << " s, "
-         << (json.at("settled").get<bool>() ? "settled" : "at work") << '\n'
+         << json.at("uptime_ms").get<double>() / 1000 << " s, " << Condition(json) << '\n'
          << "site " << Text(json.at("site")) << '\n'
          << "hal " << Text(hal.at("name")) << ", restarts " << Number(hal.at("restarts"))
          << ", requests " << Number(hal.at("requests")) << ", results " << Number(hal.at("results"))
-         << ", late results dropped " << Number(hal.at("late_results_dropped")) << ", unfinished "
+         << ", refused " << Number(hal.at("refused")) << ", late results dropped "
+         << Number(hal.at("late_results_dropped")) << ", unfinished "
          << Number(hal.at("unfinished")) << '\n';
     WriteObjects(json.at("objects"), out);
     WriteQueues(json.at("queues"), out);

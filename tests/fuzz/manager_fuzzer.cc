@@ -61,8 +61,10 @@ class SteppedHal : public HalConnection {
       if (task.mark == nullptr) End(std::move(task.request), kHalServerLost);
     }
     queue_.clear();
-    found_ = false;
     if (forgets) tables_.Clear();
+    if (!std::exchange(found_, false)) return;
+    ReportEnded();
+    reports_.server_lost();
   }
 
   /// Everything that was sent to the server before has had its result.
@@ -85,12 +87,13 @@ class SteppedHal : public HalConnection {
     queue_.pop_front();
     if (task.mark != nullptr) {
       (tables_.*task.mark)();
+      if (task.mark == &HalTables::EndReinstall) reports_.reinstall_ended(true);
       return;
     }
     HalReturnCode code = kHalSuccess;
     if (applies) code = tables_.Apply(task.request);
     if (instead != nullptr) code = *instead;
-    if (HasResult(task.request.operation)) Report(task.request, code);
+    Report(task.request, code);
   }
 
   Tables Entries() const {
@@ -105,11 +108,9 @@ class SteppedHal : public HalConnection {
   void SubmitBeginReinstall() override { Mark(&HalTables::BeginReinstall); }
   void SubmitEndReinstall() override { Mark(&HalTables::EndReinstall); }
   HalReturnCode Submit(HalRequest request) override {
-    if (HasResult(request.operation)) {
-      ++requests_;
-      const bool first = under_way_.insert({KindOf(request.operation), request.id}).second;
-      Check(first, "two requests for an object at a time");
-    }
+    if (HasResult(request.operation)) ++requests_;
+    const bool first = under_way_.insert({KindOf(request.operation), request.id}).second;
+    Check(first, "two requests for an object at a time");
     if (!found_) {
       End(std::move(request), kHalNoServer);
       return kHalNoServer;
@@ -134,13 +135,17 @@ class SteppedHal : public HalConnection {
   }
 
   void End(HalRequest request, HalReturnCode code) {
-    if (HasResult(request.operation)) ended_.emplace_back(std::move(request), code);
+    ended_.emplace_back(std::move(request), code);
   }
 
   void Report(const HalRequest& request, HalReturnCode code) {
-    ++results_;
     Check(under_way_.erase({KindOf(request.operation), request.id}) == 1, "a second result");
-    ReportResult(reports_.results, request, code);
+    if (HasResult(request.operation)) {
+      ++results_;
+      ReportResult(reports_.results, request, code);
+    } else {
+      reports_.vrf_result(request, code);
+    }
     if (queue_.size() < room_ && std::exchange(room_wanted_, false)) reports_.room();
   }
 
@@ -180,7 +185,8 @@ class System {
       while (!hal_.idle()) hal_.CarryOut();
       Work();
     }
-    Check(manager_.settled(), "nothing is left to do and it is not settled");
+    Check(manager_.finished(), "nothing is left to do and it has not finished");
+    Check(manager_.in_sync(), "the reinstall has ended and it is not in sync");
     Check(hal_.requests() == hal_.results(), "a request without a result");
   }
 

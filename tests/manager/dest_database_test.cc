@@ -34,11 +34,12 @@ const Record& RecordOf(const DestDatabase& database, const ObjectKey& key) {
   return dynamic_cast<const Record&>(*record);
 }
 
+// The keys are those of the entries in the HAL: a VRF has its number there.
 TEST(DestDatabaseTest, EverythingOfAFirstSiteIsNew) {
   DestDatabase database;
   const auto changes = database.Replace(SiteOfAllKinds());
   EXPECT_THAT(Keys(changes.changed),
-              UnorderedElementsAre("vrf:1", "vlan:10", "vlan:11", "host:20", "host:21", "ecmp:30",
+              UnorderedElementsAre("vrf:7", "vlan:10", "vlan:11", "host:20", "host:21", "ecmp:30",
                                    "mpls:40", "mpls:41"));
   EXPECT_THAT(changes.dropped, IsEmpty());
 }
@@ -76,7 +77,7 @@ TEST_P(DestDatabaseChangeTest, TellsWhatChanges) {
 INSTANTIATE_TEST_SUITE_P(
     Changes, DestDatabaseChangeTest,
     ::testing::Values(
-        ChangeCase{"VrfNumber", [](Site* site) { site->vrfs[0].vrf_id = 8; }, {"vrf:1"}, {}},
+        ChangeCase{"VrfNumber", [](Site* site) { site->vrfs[0].vrf_id = 8; }, {"vrf:8"}, {"vrf:7"}},
         ChangeCase{"VrfName", [](Site* site) { site->vrfs[0].name = "red"; }, {}, {}},
         ChangeCase{"VlanName", [](Site* site) { site->vlans[0].name = "a"; }, {"vlan:10"}, {}},
         ChangeCase{"VlanLimId", [](Site* site) { site->vlans[0].lim_id = 9; }, {"vlan:10"}, {}},
@@ -106,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(
                      site->vrfs.clear();
                    },
                    {},
-                   {"vrf:1", "host:20", "host:21"}},
+                   {"host:20", "host:21", "vrf:7"}},
         ChangeCase{"IdOfAnotherKind",
                    [](Site* site) {
                      site->vlans.erase(site->vlans.begin());
@@ -131,7 +132,7 @@ TEST(DestDatabaseTest, ForgetsWhatWasRemoved) {
   DestDatabase database;
   database.Replace(SiteOfAllKinds());
   database.Replace(Site());
-  database.Find({HalKind::kVlan, 10})->state = ObjectState::kRemoved;
+  database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kRemoved);
   EXPECT_THAT(database.Replace(Site()).dropped, IsEmpty());
   EXPECT_EQ(database.Find({HalKind::kVlan, 10}), nullptr);
   EXPECT_NE(database.Find({HalKind::kVlan, 11}), nullptr);
@@ -141,7 +142,7 @@ TEST(DestDatabaseTest, ARemovalThatFailedIsDroppedAgain) {
   DestDatabase database;
   database.Replace(SiteOfAllKinds());
   database.Replace(Site());
-  database.Find({HalKind::kVlan, 10})->state = ObjectState::kFailed;
+  database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kFailed);
   EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vlan:10"));
 }
 

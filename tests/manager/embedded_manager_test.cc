@@ -74,7 +74,7 @@ class System {
   void Settle() {
     io_.restart();
     io_.run_for(kPatience);
-    ASSERT_TRUE(manager_.settled());
+    ASSERT_TRUE(manager_.finished());
   }
 
   void RestartAt(std::uint64_t results) {

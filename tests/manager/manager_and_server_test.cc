@@ -253,6 +253,17 @@ TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
   EXPECT_EQ(Tables()["vlan"]["count"], 3);
 }
 
+TEST_F(ManagerAndServerTest, EndsAndSaysThatItIsNotInSync) {
+  // The server says that it took the VRF, and does not have it.
+  StartServer({"--fault",
+               files_.Write("faults", R"(fault { what: "answer" of: "vrf" code: 0 times: 100 })")});
+  const std::string site = files_.Write("site", kOtherSite);
+  const Outcome once = Execute(Manager({site}));
+  EXPECT_EQ(once.status, 3) << once.err;
+  EXPECT_THAT(once.err, HasSubstr("giving up"));
+  EXPECT_THAT(once.err, HasSubstr("NOT settled: not in sync with the HAL; "));
+}
+
 TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
   const std::string site = files_.Write("site", kOtherSite);
   Process manager(Manager({site, "--stay", "--control", control()}));
@@ -272,7 +283,7 @@ TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
               MatchesRegex("zuskux-manager " ZUSKUX_VERSION ", up [0-9]+\\.[0-9] s, settled"));
   EXPECT_EQ(lines[1], "site " + site);
   EXPECT_EQ(lines[2], "hal unix:" + socket() +
-                          ", restarts 0, requests 4, results 2, late results dropped 0, "
+                          ", restarts 0, requests 3, results 2, refused 0, late results dropped 0, "
                           "unfinished 0");
   EXPECT_THAT(std::vector<std::string>(lines.begin() + 3, lines.begin() + 12),
               ContainerEq(std::vector<std::string>{
@@ -283,14 +294,14 @@ TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
                   "ecmp        0          0         0     0       0        0",
                   "mpls        0          0         0     0       0        0", "",
                   "QUEUE        NOW  PEAK"}));
-  EXPECT_EQ(lines[12], "due            0     4");
+  EXPECT_EQ(lines[12], "due            0     3");
   EXPECT_THAT(lines[17], MatchesRegex("STAGE +COUNT +P50 us +P90 us +P99 us +MAX us"));
-  EXPECT_THAT(lines[18], MatchesRegex("queue +4( +[0-9]+\\.[0-9]){4}"));
+  EXPECT_THAT(lines[18], MatchesRegex("queue +3( +[0-9]+\\.[0-9]){4}"));
 
   const auto json = StatusJson();
   EXPECT_EQ(json["objects"]["vlan"]["installed"], 2);
-  EXPECT_EQ(json["queues"]["due"], nlohmann::json({{"now", 0}, {"peak", 4}}));
-  EXPECT_EQ(json["stages"]["hal"]["count"], 4);
+  EXPECT_EQ(json["queues"]["due"], nlohmann::json({{"now", 0}, {"peak", 3}}));
+  EXPECT_EQ(json["stages"]["hal"]["count"], 3);
   EXPECT_GE(json["stages"]["hal"]["max_ns"], json["stages"]["hal"]["p50_ns"]);
 
   manager.Signal(SIGTERM);
@@ -379,7 +390,7 @@ TEST_F(ManagerAndServerTest, ARecordingReplaysWithoutDifference) {
       const Outcome replay = Execute({ZUSKUX_RECORD, "replay", file, "--hal", hal});
       EXPECT_EQ(replay.status, 0) << replay.err;
       EXPECT_EQ(replay.out,
-                "requests sent 79, not compared 2, not sent because the client had refused them "
+                "requests sent 76, not compared 2, not sent because the client had refused them "
                 "0, differences 0\n");
     }
   }

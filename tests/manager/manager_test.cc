@@ -24,7 +24,7 @@ class ManagerTest : public ::testing::Test {
  protected:
   ManagerTest()
       : manager_(&io_,
-                 {[this] { ++settled_; }, [this] { ++reinstalls_begun_; },
+                 {[this] { ++finished_; }, [this] { ++reinstalls_begun_; },
                   [this](std::size_t objects, auto /*time*/) { reinstalled_.push_back(objects); },
                   [this](std::uint64_t results) { results_ = results; }}) {
     manager_.Start(&hal_);
@@ -61,7 +61,7 @@ class ManagerTest : public ::testing::Test {
     AnswerAll();
     hal_.TakeLog();
     ASSERT_TRUE(manager_.settled());
-    settled_ = 0;
+    finished_ = 0;
     reinstalled_.clear();
   }
 
@@ -79,10 +79,13 @@ class ManagerTest : public ::testing::Test {
   void Work() {
     io_.restart();
     io_.poll();
+    hal_.EndReinstalls();
+    io_.restart();
+    io_.poll();
   }
 
   boost::asio::io_context io_;
-  int settled_ = 0;
+  int finished_ = 0;
   int reinstalls_begun_ = 0;
   std::vector<std::size_t> reinstalled_;
   std::uint64_t results_ = 0;
@@ -103,11 +106,11 @@ TEST_F(ManagerTest, InstallsInTheOrderOfDependence) {
   FindServer();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "install-vlan 10",
                                   "install-vlan 11", "install-host 20", "install-host 21",
-                                  "install-ecmp 30", "install-mpls 41", "install-mpls 40"));
-  EXPECT_EQ(settled_, 0);
+                                  "install-mpls 41", "install-mpls 40", "install-ecmp 30"));
+  EXPECT_EQ(finished_, 0);
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
   EXPECT_EQ(results_, 7U);
   EXPECT_EQ(manager_.remaining(), 0U);
   EXPECT_THAT(reinstalled_, ElementsAre(8U));
@@ -118,14 +121,14 @@ TEST_F(ManagerTest, AnEmptySiteSettles) {
   Apply(Site());
   FindServer();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 TEST_F(ManagerTest, ReportsAnApplyWithoutChangesAsSettled) {
   Install(SiteOfAllKinds());
   Apply(SiteOfAllKinds());
   EXPECT_THAT(Sent(), IsEmpty());
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 TEST_F(ManagerTest, SendsAnEcmpGroupAgainWhenItsLastMemberIsInstalled) {
@@ -158,7 +161,7 @@ TEST_F(ManagerTest, SendsWhatLackedADestinationAgainWhenThatIsRepaired) {
   Answer("install-vlan 10", kHalBadRequest);
   Answer("install-host 20", kHalMissingReference);
   Answer("install-ecmp 30", kHalMissingReference);
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
   EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
   Sent();
 
@@ -192,7 +195,7 @@ TEST_F(ManagerTest, DoesNotRepeatAPermanentError) {
   Sent();
   AnswerAll(kHalLabelOutOfRange);
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
-  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 1 sent, 7 failed");
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 8 failed");
   Apply(SiteOfAllKinds());
   EXPECT_THAT(Sent(), IsEmpty());
 }
@@ -213,10 +216,10 @@ TEST_F(ManagerTest, SendsALateChangeWhenTheResultIsIn) {
   encapsulation::VlanMessage message;
   ASSERT_TRUE(message.ParseFromString(hal_.last_payload()));
   EXPECT_EQ(message.mtu(), 1700U);
-  EXPECT_EQ(settled_, 0);
+  EXPECT_EQ(finished_, 0);
   Answer("replace-vlan 10");
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 TEST_F(ManagerTest, RemovesWhenTheResultOfTheInstallIsIn) {
@@ -265,7 +268,7 @@ TEST_F(ManagerTest, SendsExactlyWhatChanges) {
 
   Apply(first);
   AnswerAll();
-  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "install-ecmp 30", "install-mpls 40",
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "install-mpls 40", "install-ecmp 30",
                                   "destroy-host 22"));
   EXPECT_EQ(StandingText(HalKind::kHost, 22), "removed ");
   Apply(first);
@@ -334,7 +337,7 @@ TEST_F(ManagerTest, SendsAnyNumberOfRequests) {
   EXPECT_EQ(hal_.outstanding(), kVlans);
   AnswerAll();
   EXPECT_EQ(Summary(manager_.database()).text(), "5000 objects: 5000 installed");
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 TEST_F(ManagerTest, ARequestThatFoundTheQueueFullIsSentAgain) {
@@ -351,7 +354,7 @@ TEST_F(ManagerTest, ARequestThatFoundTheQueueFullIsSentAgain) {
   Answer("install-vlan 10");
   EXPECT_THAT(Sent(), ElementsAre("install-vlan 11"));
   Answer("install-vlan 11");
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 struct LossCase {
@@ -372,13 +375,13 @@ TEST_P(ManagerLossTest, WaitsForTheReinstallThatFollows) {
   site.hosts = {HostEntry(20, 10)};
   Apply(site);
   EXPECT_THAT(Sent(), IsEmpty());
-  EXPECT_EQ(settled_, 0);
+  EXPECT_EQ(finished_, 0);
   FindServer();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11",
                                   "install-host 20"));
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
   EXPECT_THAT(reinstalled_, ElementsAre(3U));
 }
 
@@ -392,11 +395,11 @@ TEST_F(ManagerTest, ReinstallsEverythingInTheFixedOrder) {
   FindServer();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "install-vlan 10",
                                   "install-vlan 11", "install-host 20", "install-host 21",
-                                  "install-ecmp 30", "install-mpls 41", "install-mpls 40"));
+                                  "install-mpls 41", "install-mpls 40", "install-ecmp 30"));
   Answer("install-ecmp 30", kHalMissingReference);
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("install-ecmp 30", "end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
   EXPECT_THAT(reinstalled_, ElementsAre(8U));
 }
 
@@ -415,7 +418,7 @@ TEST_F(ManagerTest, AnotherServerDuringAReinstallStartsItOver) {
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
   EXPECT_THAT(reinstalled_, ElementsAre(2U));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 // What is sent before the manager hears of the new server reaches that server ahead of the
@@ -457,7 +460,7 @@ TEST_F(ManagerTest, AChangeDuringAReinstallIsPartOfIt) {
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-host 20"));
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "end-reinstall"));
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
 }
 
 TEST_F(ManagerTest, WhatIsToBeRemovedVanishesInAReinstall) {
@@ -526,7 +529,7 @@ TEST_F(ManagerTest, ARemovalThatFailedIsShownAndTriedAgainByTheNextApply) {
   Apply(Site());
   AnswerAll(kHalBadRequest);
   EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
-  EXPECT_EQ(settled_, 1);
+  EXPECT_EQ(finished_, 1);
   Sent();
   Apply(Site());
   EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
@@ -543,8 +546,8 @@ TEST_F(ManagerTest, FailuresOfUpdatesAreShownForEveryKind) {
   site.mpls[1].label = 77;
   Apply(site);
   AnswerAll(kHalBadRequest);
-  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "replace-host 20", "install-ecmp 30",
-                                  "replace-mpls 41"));
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "replace-host 20", "replace-mpls 41",
+                                  "install-ecmp 30"));
   EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed bad request");
   EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed bad request");
   EXPECT_EQ(StandingText(HalKind::kEcmp, 30), "failed bad request");
@@ -566,21 +569,134 @@ TEST_F(ManagerTest, SentIsTheEndStateOfVrfs) {
   site.vrfs = {VrfEntry(1, 7)};
   Apply(site);
   FindServer();
-  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7", "end-reinstall"));
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vrf 7"));
+  EXPECT_EQ(StandingOf(HalKind::kVrf, 1), Standing::kPending);
+  Answer("install-vrf 7");
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
   EXPECT_EQ(StandingOf(HalKind::kVrf, 1), Standing::kSent);
   EXPECT_TRUE(Summary(manager_.database()).complete());
 }
 
-TEST_F(ManagerTest, AChangedVrfIsRemovedAndInstalled) {
+TEST_F(ManagerTest, AVrfWhoseNumberChangesIsInstalledAndRemoved) {
   Site site;
   site.vrfs = {VrfEntry(1, 7)};
   Install(site);
   site.vrfs[0].vrf_id = 8;
   Apply(site);
-  EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 7", "install-vrf 8"));
-  EXPECT_EQ(settled_, 1);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 8", "destroy-vrf 7"));
+  EXPECT_EQ(finished_, 1);
   Apply(Site());
   EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 8"));
+}
+
+TEST_F(ManagerTest, AVrfIsRefusedAndSentAgainAfterARemoval) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 10)};
+  Install(site);
+  site.vrfs = {VrfEntry(2, 20)};
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 20"));
+  Answer("install-vrf 20", kHalTableFull);
+  EXPECT_EQ(StandingText(HalKind::kVrf, 2), "failed table full");
+  EXPECT_EQ(manager_.refused(), 1U);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vrf 10"));
+  Answer("destroy-vrf 10");
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 20"));
+  Answer("install-vrf 20");
+  EXPECT_EQ(Summary(manager_.database()).text(), "2 objects: 1 sent, 1 removed");
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerTest, IsNotSettledWithAVrfThatWasRefused) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 10)};
+  Apply(site);
+  FindServer();
+  AnswerAll(kHalTableFull);
+  EXPECT_TRUE(manager_.finished());
+  EXPECT_FALSE(manager_.settled());
+}
+
+TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShown) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  Install(site);
+  site.vrfs[0].vrf_id = 8;
+  Apply(site);
+  Answer("install-vrf 8");
+  EXPECT_EQ(StandingOf(HalKind::kVrf, 1), Standing::kPending);
+  Answer("destroy-vrf 7", kHalBadRequest);
+  EXPECT_EQ(StandingText(HalKind::kVrf, 1), "failed bad request");
+  EXPECT_FALSE(manager_.settled());
+}
+
+TEST_F(ManagerTest, IsSettledOnlyWhileItIsInSyncWithAServer) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  EXPECT_TRUE(manager_.settled());
+  hal_.LoseServer();
+  Work();
+  EXPECT_FALSE(manager_.settled());
+  EXPECT_FALSE(manager_.connected());
+  hal_.SetInSync(false);
+  FindServer();
+  EXPECT_FALSE(manager_.finished());
+  AnswerAll();
+  EXPECT_TRUE(manager_.finished());
+  EXPECT_FALSE(manager_.settled());
+  EXPECT_EQ(finished_, 1);
+}
+
+TEST_F(ManagerTest, HasNotFinishedBeforeTheServerAnswersTheEndOfAReinstall) {
+  Apply(Site());
+  hal_.FindServer();
+  io_.restart();
+  io_.poll();
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "end-reinstall"));
+  EXPECT_FALSE(manager_.finished());
+  EXPECT_EQ(finished_, 0);
+  Work();
+  EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 1);
+}
+
+TEST_F(ManagerTest, AnIdThatMovesToAnotherKindMeetsAFullTable) {
+  Site site;
+  site.vlans = {VlanEntry(1), VlanEntry(2)};
+  site.hosts = {HostEntry(10, 2)};
+  Install(site);
+  site.vlans = {VlanEntry(2), VlanEntry(10)};
+  site.hosts = {HostEntry(20, 10)};
+  Apply(site);
+  Answer("install-vlan 10", kHalTableFull);
+  Answer("install-host 20", kHalMissingReference);
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10", "install-host 20", "destroy-host 10",
+                                  "destroy-vlan 1"));
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("install-vlan 10", "install-host 20"));
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerTest, CountsWhatStandsHow) {
+  Site site = SiteOfAllKinds();
+  Install(site);
+  site.mpls[1].neighbor = 0;
+  site.hosts.pop_back();
+  site.mpls[0].neighbor = 0;
+  Apply(site);
+  AnswerAll();
+  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
+    DestDatabase::StandingCounts counted{};
+    for (const auto& [key, object] : manager_.database().objects()) {
+      if (key.kind != static_cast<HalKind>(kind)) continue;
+      ++counted.at(static_cast<std::size_t>(reference::StandingOf(object)));
+    }
+    EXPECT_EQ(manager_.database().counts(static_cast<HalKind>(kind)), counted) << kind;
+  }
+  EXPECT_EQ(Summary(manager_.database()).text(),
+            "8 objects: 4 installed, 2 inactive, 1 sent, 1 removed");
 }
 
 TEST_F(ManagerTest, VrfsThatExchangeTheirNumbersStayInTheHal) {
@@ -589,7 +705,8 @@ TEST_F(ManagerTest, VrfsThatExchangeTheirNumbersStayInTheHal) {
   Install(site);
   std::swap(site.vrfs[0].vrf_id, site.vrfs[1].vrf_id);
   Apply(site);
-  EXPECT_THAT(Sent(), ElementsAre("install-vrf 8", "install-vrf 7"));
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(Summary(manager_.database()).text(), "2 objects: 2 sent");
 }
 
 TEST_F(ManagerTest, ANumberThatAnotherVrfHasStaysInTheHal) {
@@ -614,7 +731,7 @@ TEST_F(ManagerTest, VrfsTooAreSentOnlyWhileThereIsRoom) {
   hal_.SetRoom(1);
   hal_.ReportRoom();
   Work();
-  EXPECT_THAT(Sent(), ElementsAre("install-vrf 7", "end-reinstall"));
+  EXPECT_THAT(Sent(), ElementsAre("install-vrf 7"));
 }
 
 TEST_F(ManagerTest, GivesUpAfterThreeDeadlinesUntilTheNextReinstall) {

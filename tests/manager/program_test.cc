@@ -122,6 +122,40 @@ TEST(ManagerProgramTest, AppliesOneSiteAfterTheOther) {
   EXPECT_TRUE(Contains(dump(run.out), "ecmp:301 db_id: 301 members: "));
 }
 
+TEST(ManagerProgramTest, AnIdMayMoveToAnotherKindInFullTables) {
+  const ScratchDirectory files;
+  const std::string interface = "interface { name: \"eth0\" lim_id: 1 type: 1 ifindex: 1 }\n";
+  const std::string vlan = " interface: \"eth0\" }\n";
+  const std::string first = files.Write(
+      "first", interface + "vlan { id: 1 name: \"a\"" + vlan + "vlan { id: 2 name: \"b\"" + vlan +
+                   "host { id: 10 name: \"p\" interface: \"eth0\" vlan: \"b\" }\n");
+  const std::string second = files.Write(
+      "second", interface + "vlan { id: 2 name: \"b\"" + vlan + "vlan { id: 10 name: \"c\"" + vlan +
+                    "host { id: 20 name: \"q\" interface: \"eth0\" vlan: \"c\" }\n");
+  const Outcome run = RunManager({first, "--apply", second, "--table-size", "2"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Contains(run.out, "5 objects: 3 installed, 2 removed\n")) << run.out;
+}
+
+TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
+  const ScratchDirectory files;
+  const std::string red = "vrf { id: 1 name: \"red\" vrf_id: 10 }\n";
+  const std::string blue = "vrf { id: 2 name: \"blue\" vrf_id: 20 }\n";
+  const Outcome run = RunManager({files.Write("red", red), "--apply", files.Write("blue", blue),
+                                  "--table-size", "1", "--dump-hal", "-"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Contains(run.out, "vrf:20 vrf_id: 20")) << run.out;
+  EXPECT_TRUE(Contains(run.out, "2 objects: 1 sent, 1 removed\n")) << run.out;
+
+  const Outcome both = RunManager({files.Write("both", red + blue), "--table-size", "1"});
+  EXPECT_EQ(both.status, 3);
+  EXPECT_EQ(both.out,
+            "KIND  ID  NAME  STATE      REASON\n"
+            "vrf   1   red   sent\n"
+            "vrf   2   blue  failed     table full\n"
+            "2 objects: 1 sent, 1 failed\n");
+}
+
 TEST(ManagerProgramTest, ReportsEveryMistakeAndProgramsNothing) {
   const ScratchDirectory files;
   const std::string good = files.Write("good", kTwoVlans);

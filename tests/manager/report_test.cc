@@ -36,10 +36,10 @@ class ReportTest : public ::testing::Test {
     site.mpls.push_back(TunnelEntry(42, 10, 0));
     site.vlans[0].name = "c\xC3\xB4re \"a\"";
     site.vlans[0].vrf = 7;
-    database_.Replace(site);
-    for (auto& [key, object] : database_.objects()) {
-      object.state = key.kind == HalKind::kVrf ? ObjectState::kSent : ObjectState::kInstalled;
-      object.presence = Presence::kPresent;
+    for (Object* const entry : database_.Replace(site).changed) {
+      database_.SetState(
+          entry, entry->key.kind == HalKind::kVrf ? ObjectState::kSent : ObjectState::kInstalled);
+      entry->presence = Presence::kPresent;
     }
     Fail(HalKind::kVlan, 11, kHalTableFull);
     Fail(HalKind::kHost, 21, kHalMissingReference);
@@ -50,9 +50,9 @@ class ReportTest : public ::testing::Test {
 
   void Fail(HalKind kind, std::uint32_t id, HalReturnCode code) {
     Object* const object = database_.Find({kind, id});
-    object->state = ObjectState::kFailed;
     object->presence = Presence::kAbsent;
     object->code = code;
+    database_.SetState(object, ObjectState::kFailed);
   }
 
   Object* Find(HalKind kind, std::uint32_t id) { return database_.Find({kind, id}); }
@@ -92,8 +92,8 @@ TEST(EmptyReportTest, Table) {
 }
 
 TEST_F(ReportTest, Json) {
-  Find(HalKind::kHost, 20)->state = ObjectState::kRemoved;
-  Find(HalKind::kEcmp, 30)->state = ObjectState::kPending;
+  database_.SetState(Find(HalKind::kHost, 20), ObjectState::kRemoved);
+  database_.SetState(Find(HalKind::kEcmp, 30), ObjectState::kPending);
   std::ostringstream out;
   WriteJson(database_, &out);
   EXPECT_EQ(
@@ -150,14 +150,13 @@ TEST_F(ReportTest, NamesControlNothing) {
 TEST_F(ReportTest, ExplainsEveryStanding) {
   EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \\\"a\\\"\" is installed\n");
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"vlan-11\" failed: table full\n");
-  EXPECT_EQ(ExplainText(HalKind::kVrf, 1),
-            "vrf:1 \"vrf-1\" was sent; the HAL reports no result for VRFs\n");
+  EXPECT_EQ(ExplainText(HalKind::kVrf, 1), "vrf:1 \"vrf-1\" was sent; the HAL has taken it\n");
   EXPECT_EQ(ExplainText(HalKind::kMpls, 42),
             "mpls:42 \"tunnel-42\" is installed but inactive: no active neighbor: dropping\n");
-  Find(HalKind::kHost, 20)->state = ObjectState::kPending;
+  database_.SetState(Find(HalKind::kHost, 20), ObjectState::kPending);
   EXPECT_EQ(ExplainText(HalKind::kHost, 20),
             "host:20 \"host-20\" is pending: its request has not been settled\n");
-  Find(HalKind::kHost, 20)->state = ObjectState::kRemoved;
+  database_.SetState(Find(HalKind::kHost, 20), ObjectState::kRemoved);
   EXPECT_EQ(ExplainText(HalKind::kHost, 20), "host:20 \"host-20\" was removed\n");
   EXPECT_EQ(ExplainText(HalKind::kHost, 99), "no such object");
 }
@@ -193,7 +192,7 @@ TEST_F(ReportTest, GraphHasEveryObjectAndWhatItRidesOn) {
 }
 
 TEST_F(ReportTest, GraphLeavesOutWhatWasRemoved) {
-  Find(HalKind::kHost, 21)->state = ObjectState::kRemoved;
+  database_.SetState(Find(HalKind::kHost, 21), ObjectState::kRemoved);
   EXPECT_FALSE(Contains(GraphText(database_), "host:21"));
 }
 
@@ -201,10 +200,10 @@ TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
   Site site = SiteOfAllKinds();
   for (std::uint32_t id = 50; id < 55; ++id) site.hosts.push_back(HostEntry(id, 10));
   DestDatabase database;
-  database.Replace(site);
-  for (auto& [key, object] : database.objects()) object.state = ObjectState::kInstalled;
+  for (Object* const entry : database.Replace(site).changed)
+    database.SetState(entry, ObjectState::kInstalled);
   // Of the five hosts on VLAN 10, the failed one is not like the others.
-  database.Find({HalKind::kHost, 52})->state = ObjectState::kFailed;
+  database.SetState(database.FindEntry({HalKind::kHost, 52}), ObjectState::kFailed);
   const std::string text = GraphText(database);
   EXPECT_TRUE(Contains(text, R"("hosts from host:50" [label="host-50 ... host-54\n4 hosts", )"
                              R"(shape=box, peripheries=2, fillcolor="#b7e1b5"];)"))

@@ -23,7 +23,14 @@ bool ScriptedHal::HasRoom() {
 
 void ScriptedHal::SubmitBeginReinstall() { log_.emplace_back("begin-reinstall"); }
 
-void ScriptedHal::SubmitEndReinstall() { log_.emplace_back("end-reinstall"); }
+void ScriptedHal::SubmitEndReinstall() {
+  log_.emplace_back("end-reinstall");
+  end_sent_ = true;
+}
+
+void ScriptedHal::EndReinstalls() {
+  if (std::exchange(end_sent_, false)) reports_.reinstall_ended(in_sync_);
+}
 
 void ScriptedHal::FindServer() {
   EXPECT_TRUE(outstanding_.empty()) << "every request to the server before has had its result";
@@ -66,14 +73,18 @@ HalReturnCode ScriptedHal::Submit(HalRequest request) {
   }
   log_.push_back(Describe(request));
   last_payload_ = request.payload;
-  if (HasResult(request.operation)) outstanding_.push_back(std::move(request));
+  outstanding_.push_back(std::move(request));
   return kHalSuccess;
 }
 
 void ScriptedHal::AnswerAt(std::size_t place, HalReturnCode code) {
   const HalRequest request = outstanding_.at(place);
   outstanding_.erase(outstanding_.begin() + static_cast<std::ptrdiff_t>(place));
-  ReportResult(reports_.results, request, code);
+  if (HasResult(request.operation)) {
+    ReportResult(reports_.results, request, code);
+  } else {
+    reports_.vrf_result(request, code);
+  }
 }
 
 }  // namespace reference

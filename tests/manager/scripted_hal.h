@@ -20,6 +20,11 @@ class ScriptedHal : public HalConnection {
   HalConnectionCounters counters() const override { return {}; }
   HalLatencies latencies() const override { return {}; }
 
+  /// The server answers the end of a reinstall, if one was sent.
+  void EndReinstalls();
+  /// What it says of them from now on.
+  void SetInSync(bool in_sync) { in_sync_ = in_sync; }
+  void LoseServer() { reports_.server_lost(); }
   /// The server is found; all results of the one before have been given.
   void FindServer();
   /// Answers the oldest request that waits for its result.
@@ -53,6 +58,8 @@ class ScriptedHal : public HalConnection {
   std::deque<HalRequest> outstanding_;
   std::vector<std::string> log_;
   std::string last_payload_;
+  bool end_sent_ = false;
+  bool in_sync_ = true;
   std::size_t room_ = 1000;
   bool room_asked_ = false;
   bool room_wanted_ = false;

@@ -49,14 +49,14 @@ class SocketSystem {
     manager_.Start(&hal_);
   }
 
-  /// Runs until all is settled and in sync with the server that is there, and `killed` says that it
-  /// is the last one. Returns what that server holds.
+  /// Runs until the manager has finished and is in sync with the server that is there, and `killed`
+  /// says that it is the last one. Returns what that server holds.
   TableEntries Settle(const std::function<bool()>& killed) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < end) {
       io_.run_for(std::chrono::milliseconds(1));
       io_.restart();
-      if (!killed() || !manager_.settled() || hal_.counters().unfinished != 0) continue;
+      if (!killed() || !manager_.finished() || hal_.counters().unfinished != 0) continue;
       try {
         const ServerContents contents = ReadServerContents(socket_, "test");
         if (contents.status.generation() == in_sync_generation_) return contents.entries;
@@ -64,7 +64,7 @@ class SocketSystem {
         // It has just been killed, and not been missed yet.
       }
     }
-    ADD_FAILURE() << "never settled: " << Summary(manager_.database()).text();
+    ADD_FAILURE() << "never finished: " << Summary(manager_.database()).text();
     return {};
   }
 

@@ -1,0 +1,42 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_WAITLIST_H_
+#define ZUSKUX_REFERENCE_MANAGER_WAITLIST_H_
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "reference/manager/dest_database.h"
+
+namespace reference {
+
+/// The objects that the HAL refused because a destination that they refer to was missing, or
+/// because their table was full. It names them again when that may have changed. It does not know
+/// what became of them in between: an object that it names may be gone. Used on the manager's
+/// thread only.
+class Waitlist {
+ public:
+  /// `object` lacks the destination with that id. May be called for several ids.
+  void AddForReference(std::uint32_t id, const ObjectKey& object);
+  /// `object` found its table full.
+  void AddForRoom(const ObjectKey& object);
+
+  /// Removes and returns what lacks the destination.
+  std::vector<ObjectKey> TakeForReference(std::uint32_t id);
+  /// Removes and returns an object that waits for room in the table of its kind.
+  std::optional<ObjectKey> TakeForRoom(HalKind kind);
+
+  void Clear();
+
+ private:
+  // The id that is missing, and who lacks it.
+  std::set<std::pair<std::uint32_t, ObjectKey>> for_reference_;
+  // Ids by kind.
+  std::array<std::set<std::uint32_t>, kHalKinds> for_room_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_WAITLIST_H_

@@ -1,0 +1,64 @@
+#ifndef ZUSKUX_TESTS_MANAGER_TABLE_HAL_H_
+#define ZUSKUX_TESTS_MANAGER_TABLE_HAL_H_
+
+#include <array>
+#include <cstddef>
+#include <deque>
+#include <limits>
+
+#include "reference/hal/hal_connection.h"
+#include "reference/hal/hal_tables.h"
+
+namespace reference {
+
+using Capacities = std::array<std::size_t, kHalKinds>;
+
+/// A HAL on the test's thread: what is sent waits until the test has it carried out, in its order.
+class TableHal : public HalConnection {
+ public:
+  TableHal() { capacities_.fill(kUnlimited); }
+
+  void Start(HalReports reports) override;
+  bool HasRoom() override { return found_; }
+  HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
+
+  /// How many entries each table takes.
+  void SetCapacities(const Capacities& capacities) { capacities_ = capacities; }
+
+  void FindServer();
+  /// The server is gone, and its tables with it if it `forgets`. Everything that waits has ended.
+  void LoseServer(bool forgets);
+
+  /// Carries out `count` requests and marks, or those that there are; how many.
+  std::size_t CarryOut(std::size_t count);
+
+  const HalTables& tables() const { return tables_; }
+
+ protected:
+  HalReturnCode Submit(HalRequest request) override;
+  void SubmitBeginReinstall() override { queue_.push_back({{}, &HalTables::BeginReinstall}); }
+  void SubmitEndReinstall() override { queue_.push_back({{}, &HalTables::EndReinstall}); }
+
+ private:
+  static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+
+  struct Task {
+    HalRequest request;
+    /// Null for a request.
+    void (HalTables::*mark)() = nullptr;
+  };
+
+  HalReturnCode Apply(const HalRequest& request);
+  void Report(const HalRequest& request, HalReturnCode code);
+
+  HalReports reports_;
+  bool found_ = false;
+  Capacities capacities_{};
+  HalTables tables_{kUnlimited};
+  std::deque<Task> queue_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_MANAGER_TABLE_HAL_H_
