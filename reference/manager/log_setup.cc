@@ -1,8 +1,12 @@
 #include "reference/manager/log_setup.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 #include <zlog.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -54,21 +58,72 @@ class TemporaryFile {
   std::string path_ = std::filesystem::temp_directory_path() / "zuskux-log-XXXXXX";
 };
 
-}  // namespace
-
-void StartLogging(bool trace) {
-  std::string config(kConfig);
-  config += std::string(kCategory) + (trace ? ".TRACE" : ".HAL_ERROR") + " >stderr; line\n";
-  const TemporaryFile file(config);
-  StartConfiguredLogging(file.path());
-}
-
-void StartConfiguredLogging(const std::string& config_path) {
+void Start(const std::string& config_path) {
   if (zlog_init(config_path.c_str()) != 0) {
     throw std::runtime_error("cannot start logging with " + config_path +
                              "; correct the log configuration");
   }
   g_trace = zlog_get_category(kCategory);
+}
+
+// Where the format above has the level.
+bool IsError(std::string_view line) {
+  constexpr std::size_t kLevelAt = sizeof "2024-05-17 08:15:30.123456" - 1 + 1;
+  return line.size() > kLevelAt && line.substr(kLevelAt).rfind("HAL_ERROR", 0) == 0;
+}
+
+// Hands whole lines to `sink` until the pipe is closed.
+void Forward(int pipe, LogSink* sink) {
+  // Signals are for the program's own threads.
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+
+  std::array<char, std::size_t{64} * 1024> part{};
+  std::string text;
+  for (;;) {
+    const ssize_t size = read(pipe, part.data(), part.size());
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) break;
+    text.append(part.data(), static_cast<std::size_t>(size));
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;
+         begin = end + 1) {
+      const auto line = std::string_view(text).substr(begin, end + 1 - begin);
+      sink->WriteRendered(IsError(line) ? LogLevel::kError : LogLevel::kDebug, line);
+    }
+    text.erase(0, begin);
+  }
+}
+
+}  // namespace
+
+LibraryLog::LibraryLog(bool trace, LogSink* sink) {
+  if (pipe2(pipe_.data(), O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe to log to");
+  reader_ = std::thread(Forward, pipe_[0], sink);
+  try {
+    const TemporaryFile file(std::string(kConfig) + kCategory + (trace ? ".TRACE" : ".HAL_ERROR") +
+                             " \"/proc/self/fd/" + std::to_string(pipe_[1]) + "\"; line\n");
+    Start(file.path());
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+LibraryLog::LibraryLog(const std::string& config_path) { Start(config_path); }
+
+LibraryLog::~LibraryLog() {
+  g_trace = nullptr;
+  zlog_fini();
+  Close();
+}
+
+void LibraryLog::Close() {
+  if (!reader_.joinable()) return;
+  close(pipe_[1]);
+  reader_.join();
+  close(pipe_[0]);
 }
 
 }  // namespace reference

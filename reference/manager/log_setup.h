@@ -1,17 +1,38 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_LOG_SETUP_H_
 #define ZUSKUX_REFERENCE_MANAGER_LOG_SETUP_H_
 
+#include <array>
 #include <string>
+#include <thread>
+
+#include "reference/log/log_sink.h"
 
 namespace reference {
 
-/// Starts logging to stderr, with or without the trace lines, and opens the category that the
-/// library logs on. Throws std::runtime_error. Once, before the first request.
-void StartLogging(bool trace);
+/// The library's log, for the life of the object: starts zlog and opens the category that the
+/// library logs on. Made before the first request, and destroyed when nothing uses the library any
+/// more. One at a time.
+class LibraryLog {
+ public:
+  /// Logs to `sink`, which is not owned, with or without the trace lines. zlog writes to a pipe
+  /// that a thread of this object empties, so it never waits for who reads the sink. Throws
+  /// std::runtime_error.
+  LibraryLog(bool trace, LogSink* sink);
 
-/// Starts logging as the file says. Throws std::runtime_error, after zlog has named the mistake on
-/// stderr.
-void StartConfiguredLogging(const std::string& config_path);
+  /// Logs as the file says. Throws std::runtime_error, after zlog has named the mistake on stderr.
+  explicit LibraryLog(const std::string& config_path);
+
+  LibraryLog(const LibraryLog&) = delete;
+  LibraryLog& operator=(const LibraryLog&) = delete;
+  ~LibraryLog();
+
+ private:
+  void Close();
+
+  // The reader's and the writer's end; -1 without a pipe.
+  std::array<int, 2> pipe_ = {-1, -1};
+  std::thread reader_;
+};
 
 }  // namespace reference
 

@@ -73,10 +73,11 @@ int RunWithSites(const CommandLine& line) {
     }
   }
   if (!readable) return kExitFailed;
+  std::optional<LibraryLog> library_log;
   if (line.log_config) {
-    StartConfiguredLogging(*line.log_config);
+    library_log.emplace(*line.log_config);
   } else {
-    StartLogging(line.trace);
+    library_log.emplace(line.trace, &Log());
   }
   if (line.plan) return ShowPlan(line, sites.front());
   return RunManager(line, std::move(sites));

@@ -112,6 +112,19 @@ TEST_F(UnreadLogTest, TheManagerProgramsTheHal) {
             0);
 }
 
+// The trace is many times what a pipe takes.
+TEST_F(UnreadLogTest, TheManagerTracesAndProgramsTheHal) {
+  std::string site = "interface { name: \"eth0\" lim_id: 1 }\n";
+  for (int id = 1; id <= 500; ++id) {
+    site += "vlan { id: " + std::to_string(id) + " name: \"" + std::to_string(id) +
+            std::string(1000, 'n') + "\" interface: \"eth0\" mtu: 1500 }\n";
+  }
+  const Words words = {ZUSKUX_MANAGER, files_.Write("site", site), "--trace"};
+  EXPECT_EQ(Run(words, error_.writer()), 0);
+  error_.CloseReader();
+  EXPECT_EQ(Run(words, error_.writer()), 0);
+}
+
 TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {
   const std::string site = files_.Write("site", kSite);
   Process manager({ZUSKUX_MANAGER, site, "--stay", "--control", control()}, error_.writer());

@@ -1,11 +1,15 @@
 // zuskux-manager as its operator meets it: its output, its messages and its exit status.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -295,6 +299,30 @@ TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
     EXPECT_TRUE(Contains(run.err, "zuskux-manager: restarting the HAL\n"));
     EXPECT_TRUE(Contains(run.err, "zuskux-manager: reinstall finished: 500 objects in "));
   }
+}
+
+TEST(ManagerProgramTest, TheJournalReadsPriorities) {
+  const ScratchDirectory files;
+  const std::string log = files.Write("log", "");
+  const int file = open(log.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  struct stat status {};
+  ASSERT_EQ(fstat(file, &status), 0);
+  const std::string journal = std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino);
+  setenv("JOURNAL_STREAM", journal.c_str(), 1);
+  Process process(Command({files.Write("site", kTwoVlans), "--trace", "--explain", "host:1"}),
+                  file);
+  unsetenv("JOURNAL_STREAM");
+  EXPECT_EQ(process.Wait(), 2);
+  close(file);
+  int traced = 0;
+  std::istringstream lines(ReadText(log));
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line == "<3>there is no host:1; the table without --explain lists all") continue;
+    EXPECT_TRUE(std::regex_match(line, std::regex("<7>[0-9].* TRACE .*"))) << line;
+    ++traced;
+  }
+  EXPECT_GT(traced, 3);
 }
 
 // Files grow to 64 KiB at most, as on a disk that fills up.
