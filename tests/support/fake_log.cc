@@ -19,6 +19,7 @@ zlog_category_t category;
 bool trace_on = true;
 int level_queries = 0;
 std::function<void()> log_hook;
+std::function<int(int)> level_answer;
 
 std::string Format(const char* format, va_list arguments) {
   va_list again;
@@ -26,6 +27,28 @@ std::string Format(const char* format, va_list arguments) {
   std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, again)), '\0');
   va_end(again);
   std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  return text;
+}
+
+// The format and what it takes from `arguments`: texts and numbers, all that the library logs.
+std::string Raw(const char* format, va_list arguments) {
+  std::string text = format;
+  for (const char* at = format; *at != '\0'; ++at) {
+    if (*at != '%' || *++at == '%') continue;
+    switch (*at) {
+      case 's':
+        text += std::string(" <- ") + va_arg(arguments, const char*);
+        break;
+      case 'u':
+        text += " <- " + std::to_string(va_arg(arguments, unsigned int));
+        break;
+      case 'd':
+        text += " <- " + std::to_string(va_arg(arguments, int));
+        break;
+      default:
+        return text + " <- unexpected conversion %" + *at;
+    }
+  }
   return text;
 }
 
@@ -41,12 +64,20 @@ void SetTrace(bool on) {
 
 int LevelQueries() { return level_queries; }
 
+void SetLevelAnswer(std::function<int(int)> answer) { level_answer = std::move(answer); }
+
+std::vector<std::string>& RawRecords() {
+  static std::vector<std::string> records;
+  return records;
+}
+
 void SetLogHook(std::function<void()> hook) { log_hook = std::move(hook); }
 
 }  // namespace testing_support
 
 int zlog_level_enabled(zlog_category_t* asked, const int level) {
   ++level_queries;
+  if (level_answer) return level_answer(level);
   return asked == g_trace && (level != 10 || trace_on) ? 1 : 0;
 }
 
@@ -54,6 +85,9 @@ void zlog(zlog_category_t* given, const char* file, size_t filelen, const char* 
           size_t funclen, long line, int level, const char* format, ...) {
   if (log_hook) return log_hook();
   va_list arguments;
+  va_start(arguments, format);
+  testing_support::RawRecords().push_back(Raw(format, arguments));
+  va_end(arguments);
   va_start(arguments, format);
   const std::string text = Format(format, arguments);
   va_end(arguments);

@@ -2,6 +2,8 @@
 #define ZUSKUX_TESTS_SUPPORT_FAKE_LOG_H_
 
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -12,6 +14,13 @@ namespace testing_support {
 /// Whether `zlog_level_enabled` says that level 10 is on; every other level is. Also makes
 /// `g_trace` the category that is expected.
 void SetTrace(bool on);
+
+/// What `zlog_level_enabled` answers instead; null for what `SetTrace` says.
+void SetLevelAnswer(std::function<int(int level)> answer);
+
+/// Each record as the library gave it, unformatted: the format and the arguments, with " <- "
+/// before each of them.
+std::vector<std::string>& RawRecords();
 
 /// How often `zlog_level_enabled` was asked since the last `SetTrace`.
 int LevelQueries();

@@ -32,6 +32,7 @@ std::string Frame(std::string_view payload, std::uint32_t length) {
 
 std::ptrdiff_t LiveWithoutEvents() {
   std::vector<std::string>().swap(Events());
+  std::vector<std::string>().swap(RawRecords());
   return LiveAllocations();
 }
 
@@ -91,12 +92,14 @@ HaiTest::HaiTest() {
   dest_mng::Hai::GetInstance()->set_client(&client_);
   SetTrace(true);
   SetLogHook(nullptr);
+  SetLevelAnswer(nullptr);
   SetHandlerHook(nullptr);
   SetMessageHook(nullptr);
   SetConstructionHook(nullptr);
   WatchDeletion(nullptr);
   InterfaceIds() = FakeInterfaceIds{};
   Events().clear();
+  RawRecords().clear();
 }
 
 HaiTest::~HaiTest() { WithoutClient(); }
