@@ -8,6 +8,7 @@ PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
+MUTATION_PACKAGES=(ccache lld)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 
 # The sources are formatted as this version does it, which Debian 13 no longer has; other versions

@@ -8,7 +8,8 @@ TOKEN = re.compile(
       |(?P<raw>R"(?P<mark>[^(]*)\(.*?\)(?P=mark)")
       |(?P<text>"(?:[^"\\]|\\.)*")
       |(?P<char>'(?:[^'\\]|\\.)+')
-      |(?P<number>0[xX][0-9a-fA-F]+[uUlL]*|\d+[uUlL]*)
+      |(?P<number>0[xX][0-9a-fA-F']+[uUlL]*|\d[\d']*[uUlL]*(?![\d.]))
+      |(?P<real>\d[\d']*\.\d+(?:[eE][-+]?\d+)?[fFlL]?)
       |(?P<word>[A-Za-z_]\w*)
       |(?P<sign>->\*|\.\.\.|<<=|>>=|::|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||[-+*/%&|^]=|.)""",
     re.VERBOSE | re.DOTALL | re.MULTILINE,
@@ -30,8 +31,9 @@ class Token:
 
 @dataclass
 class Statement:
-    """The tokens `first` to `last`, both included. `kind` is block, if, loop, jump, declaration or
-    expression; an if has the bracketed `condition`, compound statements have `parts`."""
+    """The tokens `first` to `last`, both included. `kind` is block, if, loop, switch, try, jump,
+    declaration or expression; an if has the bracketed `condition`, compound statements have
+    `parts`."""
 
     kind: str
     first: int
@@ -77,6 +79,9 @@ class Source:
 
     def line(self, offset):
         return bisect.bisect_right(self._line_starts, offset)
+
+    def line_of(self, place):
+        return self.text.count("\n", 0, self.tokens[place].start) + 1
 
     def word(self, place):
         """The text of a token; nothing behind the ends."""
@@ -144,30 +149,57 @@ class Source:
 
     def _block(self, opening):
         block = Statement("block", opening, self.partner[opening])
-        place = opening + 1
+        place = self._behind_labels(opening + 1)
         while place < block.last:
             block.parts.append(self._statement(place))
-            place = block.parts[-1].last + 1
+            place = self._behind_labels(block.parts[-1].last + 1)
         return block
+
+    def _behind_labels(self, place):
+        while self.word(place) in ("case", "default"):
+            while self.word(place) != ":":
+                place += 1
+            place += 1
+        return place
 
     def _statement(self, first):
         text = self.word(first)
         if text == "{":
             return self._block(first)
-        if text in ("if", "for", "while"):
+        if text in ("if", "for", "while", "switch"):
             return self._compound(first)
-        last = first
-        while self.word(last) != ";":
-            last = self.partner.get(last, last) + 1
+        if text == "do":
+            body = self._statement(first + 1)
+            return Statement("loop", first, self._semicolon(body.last), parts=[body])
+        if text == "try":
+            return self._try(first)
+        last = self._semicolon(first)
         kind = "jump" if text in JUMPS else "expression"
         if kind == "expression" and self._is_declaration(first, last):
             kind = "declaration"
         return Statement(kind, first, last)
 
+    def _semicolon(self, first):
+        last = first
+        while self.word(last) != ";":
+            if not self.word(last):
+                raise ValueError(f"no end of the statement in line {self.line_of(first)}")
+            last = self.partner.get(last, last) + 1
+        return last
+
+    def _try(self, first):
+        statement = Statement("try", first, first, parts=[self._block(first + 1)])
+        statement.last = statement.parts[0].last
+        while self.word(statement.last + 1) == "catch":
+            statement.parts.append(self._block(self.partner[statement.last + 2] + 1))
+            statement.last = statement.parts[-1].last
+        return statement
+
     def _compound(self, first):
-        opening = first + 1
+        opening = first + (2 if self.word(first + 1) == "constexpr" else 1)
         body = self._statement(self.partner[opening] + 1)
-        statement = Statement("loop", first, body.last, parts=[body])
+        kind = "switch" if self.word(first) == "switch" else "loop"
+        statement = Statement(kind, first, body.last, parts=[body])
         if self.word(first) == "if":
             statement.kind = "if"
             statement.condition = (opening + 1, self.partner[opening] - 1)

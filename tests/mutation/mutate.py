@@ -1,30 +1,38 @@
 #!/usr/bin/env python3
-"""Changes the library one place at a time and lets the tests find out: mutation testing.
+"""Changes a source in one place at a time and lets the tests find out: mutation testing.
 
-  mutate.py [--count N] [--seed S] [--all] [--file PART] [--again] [--fresh]
-  mutate.py --report [--file PART]
-  mutate.py --list [--file PART]
+  mutate.py [--of SUBJECT] [--count N] [--seed S] [--all] [--file PART] [--again] [--fresh]
+            [--jobs N] [--minutes N]
+  mutate.py [--of SUBJECT] --report [--file PART]
+  mutate.py [--of SUBJECT] --list [--file PART]
 
-  --count N    how many mutants are chosen (500), from every file in proportion to its size
-  --seed S     which ones (1); the same seed chooses the same mutants
-  --all        all of them
-  --file PART  only those in files whose path contains PART
-  --again      tries those again that survived without an explanation
-  --fresh      forgets earlier results; without it, what has a result is not tried again
-  --report     only prints what the results so far say
-  --list       only prints the mutants
+  --of SUBJECT   library (the default) or reference: the HAL, its server and client, the wire and the
+                 manager's engine
+  --count N      how many mutants are chosen, from every file in proportion to its size (500 of the
+                 library, 600 of the reference system)
+  --seed S       which ones (1); the same seed chooses the same mutants
+  --all          all of them
+  --file PART    only those in files whose path contains PART
+  --again        tries those again that survived without an explanation
+  --fresh        forgets earlier results; without it, what has a result is not tried again
+  --jobs N       so many mutants at a time, each in a tree of its own (one for each processor)
+  --minutes N    begins no mutant after so long; run again to go on
+  --report       only prints what the results so far say
+  --list         only prints the mutants
 
 Each mutant is built (without optimisation; a warning does not save it) and the test programs that
-hold the library are run, the likely killers first, until one fails. A mutant is killed when a test
+hold the file are run, the likely killers first, until one fails. A mutant is killed when a test
 fails, crashes or takes too long; it survives when all pass. What the compiler rejects is not
-counted. All of that happens in a copy of the tree, build/mutation/tree; results are in
-build/mutation/results.jsonl. Survivors that no test can tell from the original are explained in
-tests/mutation/equivalent.txt.
+counted. All of that happens in copies of the tree under build/mutation/SUBJECT, where results.jsonl
+has the results; a run may be ended at any time and goes on from there. Survivors that no test can
+tell from the original are explained in tests/mutation/equivalent.txt.
 
-Exits with 1 when fewer than 95 % were killed or a survivor is not explained.
+Exits with 1 when too few were killed (95 % of the library's, 90 % of the reference system's) or a
+survivor is not explained, with 2 when some of the chosen were not tried.
 """
 import argparse
 import collections
+import concurrent.futures
 import hashlib
 import json
 import os
@@ -32,23 +40,60 @@ import pathlib
 import re
 import resource
 import shutil
+import signal
 import subprocess
 import sys
+import tempfile
+import threading
 import time
+from dataclasses import dataclass
 
-from mutations import mutations
+from mutations import OPERATORS, mutations
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-WORK = ROOT / "build" / "mutation"
-TREE = WORK / "tree"
-BUILD = WORK / "build"
-RESULTS = WORK / "results.jsonl"
 EXPLAINED = ROOT / "tests" / "mutation" / "equivalent.txt"
-SOURCES = ("src", "include/zuskux")
 OUTCOMES = ("killed", "survived", "does not compile")
-TARGET = 0.95
-TIME_LIMIT = 60  # seconds for a program that takes a fraction of one
 MEMORY_LIMIT = 4 << 30  # bytes
+FILE_LIMIT = 1 << 30  # bytes
+INCOMPLETE = 2
+
+
+@dataclass(frozen=True)
+class Subject:
+    """What is mutated: folders and files, the operators that say nothing about them, and what is
+    demanded."""
+
+    name: str
+    sources: tuple
+    left_out: frozenset
+    options: tuple
+    count: int
+    target: float
+
+    @property
+    def work(self):
+        return ROOT / "build" / "mutation" / self.name
+
+    @property
+    def results(self):
+        return self.work / "results.jsonl"
+
+
+SUBJECTS = {
+    subject.name: subject
+    for subject in (
+        Subject("library", ("src", "include/zuskux"), frozenset(),
+                ("-DZUSKUX_BUILD_REFERENCE=OFF",), 500, 0.95),
+        # Other words for the operator, and members in another order, are no mistakes there.
+        Subject("reference",
+                ("reference/hal", "reference/server", "reference/socket_client", "reference/wire",
+                 *(f"reference/manager/{name}" for name in
+                   ("adapters.cc", "adapters.h", "controllers.cc", "dest_database.cc",
+                    "dest_database.h", "destination.cc", "destination.h", "manager.cc",
+                    "manager.h", "request_queue.cc", "request_queue.h"))),
+                frozenset(("text", "layout")), (), 600, 0.90),
+    )
+}
 
 
 class Mutant:
@@ -78,13 +123,19 @@ def difference(old, new):
     return "\n".join([f"- {line}" for line in old] + [f"+ {line}" for line in new])
 
 
-def all_mutants(part):
-    files = sorted(path.relative_to(ROOT).as_posix() for source in SOURCES
-                   for path in (ROOT / source).rglob("*") if path.suffix in (".h", ".cc"))
-    for file in files:
+def files_of(subject):
+    for source in map(ROOT.joinpath, subject.sources):
+        for path in [source] if source.is_file() else source.rglob("*"):
+            if path.suffix in (".h", ".cc"):
+                yield path.relative_to(ROOT).as_posix()
+
+
+def all_mutants(subject, part):
+    for file in sorted(files_of(subject)):
         if part in file:
             text = (ROOT / file).read_text()
-            for mutation in mutations(text):
+            for mutation in mutations(text, [name for name in OPERATORS
+                                             if name not in subject.left_out]):
                 yield Mutant(file, text, mutation)
 
 
@@ -102,114 +153,186 @@ def choose(mutants, count, seed):
 
 
 class Results:
-    """What became of each mutant, on disk after each."""
+    """What became of each mutant, on disk after each. Used by all workers."""
 
-    def __init__(self):
+    def __init__(self, path):
+        self.path = path
         self.of = {}
-        if RESULTS.exists():
-            for line in RESULTS.read_text().splitlines():
-                result = json.loads(line)
+        self.lock = threading.Lock()
+        if path.exists():
+            for line in path.read_text().splitlines():
+                try:
+                    result = json.loads(line)
+                except json.JSONDecodeError:
+                    continue  # the line at which a run was ended
                 self.of[result["key"]] = result
+
+    def killers(self):
+        """How many mutants of a file a program has killed."""
+        return collections.Counter(
+            (result["file"], result["by"].split(":")[0]) for result in self.of.values()
+            if result["outcome"] == "killed")
 
     def add(self, mutant, outcome, by, seconds):
         result = {"key": mutant.key, "file": mutant.file, "line": mutant.mutation.line,
                   "operator": mutant.mutation.operator, "old": mutant.old, "new": mutant.new,
                   "outcome": outcome, "by": by, "seconds": round(seconds, 2)}
-        self.of[mutant.key] = result
-        with RESULTS.open("a") as file:
-            file.write(json.dumps(result) + "\n")
+        with self.lock:
+            self.of[mutant.key] = result
+            with self.path.open("a") as file:
+                file.write(json.dumps(result) + "\n")
 
 
 class Tree:
-    """A copy of the sources, built with the tests of the library."""
+    """A copy of the sources, in which the test programs are built as they are needed. Used by one
+    worker."""
 
-    def __init__(self):
+    def __init__(self, subject, number, killers):
+        self.subject = subject
+        self.folder = subject.work / str(number)
+        self.tree, self.build_folder = self.folder / "tree", self.folder / "build"
+        self.killers = killers
+        self.seconds = {}  # what each program takes, of those that were built
         self.copy()
-        environment = {name: value for name, value in os.environ.items()
-                       if not name.startswith("CMAKE_")}
-        run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-             "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
-             "-DCCACHE=OFF", "-DZUSKUX_BUILD_REFERENCE=OFF"], env=environment)
-        run(["cmake", "--build", BUILD])
-        self.programs = self.holding_the_library()
-        self.killers = collections.Counter()
-        for program in self.programs:
-            if failure := self.test(program):
-                sys.exit(f"{program} fails without a mutation: {failure}")
+        self.configure()
+        self.programs_of = self.find_programs()
 
     def copy(self):
         """Brings the copy up to date; what did not change keeps its time."""
         listed = run(["git", "-C", ROOT, "ls-files", "-z"]).split("\0")
         wanted = {file for file in listed if file and (ROOT / file).is_file()}
-        for path in TREE.rglob("*"):
-            if path.is_file() and path.relative_to(TREE).as_posix() not in wanted:
+        for path in self.tree.rglob("*"):
+            if path.is_file() and path.relative_to(self.tree).as_posix() not in wanted:
                 path.unlink()
         for file in wanted:
-            source, target = ROOT / file, TREE / file
+            source, target = ROOT / file, self.tree / file
             if not target.exists() or target.read_bytes() != source.read_bytes():
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copyfile(source, target)
                 shutil.copymode(source, target)
 
-    def holding_the_library(self):
-        """The test programs that link the library's objects or load the library."""
-        targets = run(["ninja", "-C", BUILD, "-t", "targets", "all"])
-        programs = re.findall(r"^bin/(\w+_test): CXX_EXECUTABLE", targets, re.MULTILINE)
-        return sorted(program for program in programs
-                      if "src/CMakeFiles/zuskux_core.dir"
-                      in run(["ninja", "-C", BUILD, "-t", "inputs", f"bin/{program}"]))
+    def configure(self):
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.startswith("CMAKE_")}
+        linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
+                  "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
+        run(["cmake", "-S", self.tree, "-B", self.build_folder, "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-w",
+             "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0", *linker, *self.subject.options], env=environment)
+
+    def find_programs(self):
+        """For each file the test programs that have it compiled in, or start one that has."""
+        users = collections.defaultdict(set)
+        for path in self.tree.rglob("*"):
+            if path.suffix in (".h", ".cc"):
+                for name in re.findall(r'^#include ["<](.+)[">]', path.read_text(), re.MULTILINE):
+                    for folder in ("", "include/"):
+                        users[folder + name].add(path.relative_to(self.tree).as_posix())
+        targets = run(["ninja", "-C", self.build_folder, "-t", "targets", "all"])
+        programs_of = collections.defaultdict(set)
+        for program in re.findall(r"^bin/(\w+_test): CXX_EXECUTABLE", targets, re.MULTILINE):
+            inputs = run(["ninja", "-C", self.build_folder, "-t", "inputs", f"bin/{program}"])
+            for file in inputs.splitlines():
+                if file.startswith(f"{self.tree}/"):
+                    programs_of[file[len(f"{self.tree}/") :]].add(program)
+        for file in files_of(self.subject):
+            including = [file]
+            for one in including:
+                including += [user for user in sorted(users[one]) if user not in including]
+                programs_of[file] = programs_of[file] | programs_of.get(one, set())
+        return programs_of
 
     def try_mutant(self, mutant):
         """What became of it, and which test that is owed to."""
-        target = TREE / mutant.file
-        target.write_text(mutant.mutation.apply(mutant.text))
+        target = self.tree / mutant.file
+        tried = set()
         try:
-            for program in self.in_order(mutant.file):
+            while program := next((program for program in self.in_order(mutant.file)
+                                   if program not in tried), None):
+                tried.add(program)
+                if program not in self.seconds:
+                    target.write_text(mutant.text)
+                    self.prepare(program)
+                if target.read_text() == mutant.text:
+                    target.write_text(mutant.mutation.apply(mutant.text))
                 if errors := self.build(program):
                     if re.search(r"tree/tests/.*static assertion failed", errors):
                         return "killed", f"{program}: static assertion"
                     return "does not compile", ""
-                if failure := self.test(program):
+                # Far more than it takes, for a busy machine.
+                if failure := self.test(program, 15 + 5 * self.seconds[program]):
                     self.killers[mutant.file, program] += 1
                     return "killed", f"{program}: {failure}"
             return "survived", ""
         finally:
             target.write_text(mutant.text)
 
+    def prepare(self, program):
+        """Builds a program without a mutation, and measures how long it takes."""
+        # What another tree has compiled is not compiled again.
+        if errors := self.build(program, {"CCACHE_DIR": str(self.subject.work / "ccache"),
+                                          "CCACHE_BASEDIR": str(self.folder),
+                                          "CCACHE_NOHASHDIR": "1"}):
+            raise RuntimeError(f"{program} does not build without a mutation: {errors}")
+        start = time.monotonic()
+        # Once more where a busy machine may be the reason.
+        if self.test(program, 600) and (failure := self.test(program, 600)):
+            raise RuntimeError(f"{program} fails without a mutation: {failure}")
+        self.seconds[program] = time.monotonic() - start
+
     def in_order(self, file):
-        """The programs, those that killed mutants of the file, or are named like it, first."""
+        """The programs: first those that killed mutants of the file, then those named like it, then
+        the quick ones."""
         words = set(re.findall(r"[a-z]+", file))
 
-        def likelihood(program):
-            return self.killers[file, program], len(words & set(program.split("_")))
+        def unlikelihood(program):
+            likeness = len(words & set(program.split("_")))
+            return (-self.killers[file, program], -likeness,
+                    self.seconds.get(program, float("inf")), program)
 
-        return sorted(self.programs, key=likelihood, reverse=True)
+        return sorted(self.programs_of[file], key=unlikelihood)
 
-    def build(self, program):
+    def build(self, program, environment=None):
         """What was wrong, or nothing."""
-        done = subprocess.run(["ninja", "-C", BUILD, f"bin/{program}"], stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, errors="replace", check=False)
+        done = subprocess.run(["ninja", "-C", self.build_folder, f"bin/{program}"],
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace",
+                              env={**os.environ, **(environment or {"CCACHE_DISABLE": "1"})},
+                              check=False)
         return done.stdout if done.returncode != 0 else ""
 
-    def test(self, program):
+    def test(self, program, time_limit):
         """The first failure of a test program, or nothing."""
-        try:
-            done = subprocess.run(
-                [BUILD / "bin" / program, "--gtest_fail_fast", "--gtest_color=no"], cwd=BUILD,
-                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=TIME_LIMIT,
-                preexec_fn=limit, errors="replace", check=False)
-        except subprocess.TimeoutExpired:
+        temporary = tempfile.mkdtemp(prefix="mutate-")
+        with open(self.folder / "output", "w+", errors="replace") as file:
+            process = subprocess.Popen(
+                [self.build_folder / "bin" / program, "--gtest_fail_fast", "--gtest_color=no"],
+                cwd=self.build_folder, env={**os.environ, "TMPDIR": temporary},
+                stdin=subprocess.DEVNULL, stdout=file, stderr=subprocess.STDOUT,
+                start_new_session=True)
+            try:
+                code = process.wait(time_limit)
+            except subprocess.TimeoutExpired:
+                code = None
+            end_group(process.pid)
+            process.wait()
+            file.seek(0)
+            output = file.read()
+        shutil.rmtree(temporary, ignore_errors=True)
+        if code is None:
             return "takes too long"
-        if done.returncode == 0:
+        if code == 0:
             return ""
-        failed = re.findall(r"^\[  FAILED  \] ([\w/.]+)", done.stdout, re.MULTILINE)
-        running = re.findall(r"^\[ RUN      \] ([\w/.]+)", done.stdout, re.MULTILINE)
-        return failed[0] if failed else f"{(running or ['?'])[-1]} ends with {done.returncode}"
+        failed = re.findall(r"^\[  FAILED  \] ([\w/.]+)", output, re.MULTILINE)
+        running = re.findall(r"^\[ RUN      \] ([\w/.]+)", output, re.MULTILINE)
+        return failed[0] if failed else f"{(running or ['?'])[-1]} ends with {code}"
 
 
-def limit():
-    resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, MEMORY_LIMIT))
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+def end_group(leader):
+    """Ends a test program and what it started."""
+    try:
+        os.killpg(leader, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
 
 
 def run(command, **options):
@@ -242,7 +365,7 @@ def explanations():
     return reasons
 
 
-def report(results):
+def report(results, target):
     """Prints the outcome by file and the survivors; whether the target is reached."""
     reasons = explanations()
     of_file = collections.defaultdict(collections.Counter)
@@ -268,49 +391,86 @@ def report(results):
     share = total["killed"] / compiled if compiled else 0
     print(f"\n{compiled} mutants: {total['killed']} killed ({100 * share:.1f} %), "
           f"{total['survived']} survived, {unexplained} of them not explained")
-    return share >= TARGET and unexplained == 0
+    return share >= target and unexplained == 0
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__, usage=argparse.SUPPRESS,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     hidden = {"help": argparse.SUPPRESS}
-    parser.add_argument("--count", type=int, default=500, **hidden)
+    parser.add_argument("--of", choices=SUBJECTS, default="library", **hidden)
+    parser.add_argument("--count", type=int, **hidden)
     parser.add_argument("--seed", default="1", **hidden)
     parser.add_argument("--file", default="", **hidden)
+    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)), **hidden)
+    parser.add_argument("--minutes", type=float, default=float("inf"), **hidden)
     for name in ("all", "again", "fresh", "report", "list"):
         parser.add_argument(f"--{name}", action="store_true", **hidden)
     return parser.parse_args()
 
 
+def try_all(subject, waiting, results, jobs, end):
+    """Tries the mutants until `end`, so many at a time."""
+    killers = results.killers()
+    trees = [Tree(subject, number, killers) for number in range(1, min(jobs, len(waiting)) + 1)]
+    numbered = iter(enumerate(waiting, 1))
+    lock = threading.Lock()
+
+    def work(tree):
+        while time.monotonic() < end:
+            with lock:
+                number, mutant = next(numbered, (0, None))
+            if mutant is None:
+                return
+            start = time.monotonic()
+            outcome, by = tree.try_mutant(mutant)
+            seconds = time.monotonic() - start
+            results.add(mutant, outcome, by, seconds)
+            print(f"{number}/{len(waiting)} {outcome} in {seconds:.1f} s: "
+                  f"{mutant.file}:{mutant.mutation.line} ({mutant.mutation.operator}) {by}",
+                  flush=True)
+
+    with concurrent.futures.ThreadPoolExecutor(len(trees)) as pool:
+        for done in [pool.submit(work, tree) for tree in trees]:
+            done.result()
+
+
 def main():
     options = parse_arguments()
-    mutants = list(all_mutants(options.file))
+    end = time.monotonic() + 60 * options.minutes
+    subject = SUBJECTS[options.of]
+    mutants = list(all_mutants(subject, options.file))
     if options.list:
         print("\n\n".join(map(str, mutants)))
         return 0
-    WORK.mkdir(parents=True, exist_ok=True)
+    subject.work.mkdir(parents=True, exist_ok=True)
     if options.fresh:
-        RESULTS.unlink(missing_ok=True)
-    results = Results()
+        subject.results.unlink(missing_ok=True)
+    results = Results(subject.results)
     if options.report:
-        return not report(results.of[mutant.key] for mutant in mutants if mutant.key in results.of)
+        return not report([results.of[mutant.key] for mutant in mutants
+                           if mutant.key in results.of], subject.target)
 
-    chosen = mutants if options.all else choose(mutants, options.count, options.seed)
+    count = options.count or subject.count
+    chosen = mutants if options.all else choose(mutants, count, options.seed)
     reasons = explanations() if options.again else {}
     waiting = [mutant for mutant in chosen if mutant.key not in results.of
                or options.again and results.of[mutant.key]["outcome"] == "survived"
                and mutant.explanation_key() not in reasons]
     os.nice(19)
+    resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, MEMORY_LIMIT))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_LIMIT, FILE_LIMIT))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     print(f"{len(chosen)} mutants chosen of {len(mutants)}, {len(waiting)} to try", flush=True)
-    tree = Tree() if waiting else None
-    for number, mutant in enumerate(waiting, 1):
-        start = time.monotonic()
-        outcome, by = tree.try_mutant(mutant)
-        results.add(mutant, outcome, by, time.monotonic() - start)
-        print(f"{number}/{len(waiting)} {outcome}: {mutant.file}:{mutant.mutation.line} "
-              f"({mutant.mutation.operator}) {by}", flush=True)
-    return not report([results.of[mutant.key] for mutant in chosen])
+    if waiting:
+        try_all(subject, waiting, results, options.jobs, end)
+    good = report([results.of[mutant.key] for mutant in chosen if mutant.key in results.of],
+                  subject.target)
+    untried = sum(mutant.key not in results.of for mutant in chosen)
+    if untried:
+        print(f"{untried} of {len(chosen)} not tried yet; run again to go on")
+        return INCOMPLETE
+    return not good
 
 
 if __name__ == "__main__":

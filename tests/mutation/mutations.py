@@ -32,12 +32,13 @@ class Mutation:
         return text[: self.start] + self.replacement + text[self.end :]
 
 
-def mutations(text):
+def mutations(text, operators=None):
+    """Those of the named operators, or of all."""
     source = Source(text)
     found = {}
     compiler_only = list(compiler_only_spans(source))
-    for name, operator in OPERATORS.items():
-        for start, end, replacement in operator(source):
+    for name in operators or OPERATORS:
+        for start, end, replacement in OPERATORS[name](source):
             if not any(first <= start < last for first, last in compiler_only):
                 mutation = Mutation(name, start, end, replacement, source.line(start))
                 found.setdefault(mutation.apply(text), mutation)
@@ -89,11 +90,13 @@ def constant(source):
     """A number one higher and one lower, a character the next one, true for false."""
     for token in source.tokens:
         if token.kind == "number" and not is_log_site(source, token):
-            value = int(token.text, 0)
-            form = "0x{:X}" if token.text.lower().startswith("0x") else "{}"
-            yield token.start, token.end, form.format(value + 1)
+            digits = token.text.rstrip("uUlL")
+            suffix = token.text[len(digits) :]
+            value = int(digits.replace("'", ""), 0)
+            form = "0x{:X}" if digits.lower().startswith("0x") else "{}"
+            yield token.start, token.end, form.format(value + 1) + suffix
             if value > 0:
-                yield token.start, token.end, form.format(value - 1)
+                yield token.start, token.end, form.format(value - 1) + suffix
     for token in source.tokens:
         if token.kind == "char" and len(token.text) == 3:
             yield token.start, token.end, f"'{chr(ord(token.text[1]) + 1)}'"

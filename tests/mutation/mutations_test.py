@@ -120,6 +120,39 @@ class MutationsTest(unittest.TestCase):
         self.check("layout", "class A { virtual int F() = 0; virtual int G() = 0; };",
                    "class A { virtual int G() = 0; virtual int F() = 0; };")
 
+    def test_numbers_keep_their_suffix(self):
+        self.check_body("constant", "a = 1'000U;", "a = 1001U;", "a = 999U;")
+        self.check_body("constant", "a = 0x1FUL;", "a = 0x1EUL;", "a = 0x20UL;")
+        self.check_body("constant", "a = 1.5;")
+
+    def test_statements_of_a_switch(self):
+        self.check_body("removal", "switch (a) { case A::kB: case 'c': G(); break; default: H(); }",
+                        "switch (a) { case A::kB: case 'c': ; break; default: H(); }",
+                        "switch (a) { case A::kB: case 'c': G(); ; default: H(); }",
+                        "switch (a) { case A::kB: case 'c': G(); break; default: ; }")
+
+    def test_statements_of_a_try(self):
+        self.check_body("removal", "try { F(); } catch (const E& e) { G(); } catch (...) { H(); }",
+                        "try { ; } catch (const E& e) { G(); } catch (...) { H(); }",
+                        "try { F(); } catch (const E& e) { ; } catch (...) { H(); }",
+                        "try { F(); } catch (const E& e) { G(); } catch (...) { ; }")
+
+    def test_statements_of_a_do_loop(self):
+        self.check_body("removal", "do { F(); } while (a); G();", "; G();",
+                        "do { ; } while (a); G();", "do { F(); } while (a); ;")
+
+    def test_a_constexpr_condition(self):
+        self.check_body("condition", "if constexpr (kA) F();", "if constexpr (!(kA)) F();",
+                        "if constexpr (false) F();", "if constexpr (true) F();")
+
+    def test_only_the_named_operators(self):
+        self.assertEqual({mutation.operator for mutation in mutations(body("a = 1;"), ["constant"])},
+                         {"constant"})
+
+    def test_an_unfinished_statement_is_an_error(self):
+        with self.assertRaisesRegex(ValueError, "line 2"):
+            mutations("void F() {\n  a = b\n}")
+
     def test_a_place_is_changed_in_each_way_once(self):
         results = [mutation.apply(body("if (a == 0) G(0, 1);"))
                    for mutation in mutations(body("if (a == 0) G(0, 1);"))]
