@@ -88,7 +88,7 @@ bool Manager::settled() const {
 }
 
 ManagerQueues Manager::queues() {
-  const std::lock_guard lock(inbox_mutex_);
+  const MutexLock lock(&inbox_mutex_);
   return {{queue_.size(), due_peak_},
           {outstanding_installs_ + outstanding_removals_, outstanding_peak_},
           {inbox_.size(), inbox_peak_}};
@@ -101,7 +101,7 @@ void Manager::OnReinstall(HalKind kind) { Put(ReinstallNotice{kind}); }
 void Manager::Put(const Notification& notification) {
   bool first = false;
   {
-    const std::lock_guard lock(inbox_mutex_);
+    const MutexLock lock(&inbox_mutex_);
     first = inbox_.empty();
     inbox_.push_back(notification);
     inbox_peak_ = std::max(inbox_peak_, inbox_.size());
@@ -126,7 +126,7 @@ void Manager::PostWork() {
 void Manager::Work() {
   std::vector<Notification> notifications;
   {
-    const std::lock_guard lock(inbox_mutex_);
+    const MutexLock lock(&inbox_mutex_);
     notifications.swap(inbox_);
   }
   for (const Notification& notification : notifications) {

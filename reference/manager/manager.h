@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <variant>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "reference/manager/request_queue.h"
 #include "reference/manager/waitlist.h"
 #include "reference/site/site.h"
+#include "reference/support/mutex.h"
 
 namespace reference {
 
@@ -157,10 +157,9 @@ class Manager : private NotificationSink {
   const ManagerEvents events_;
   HalConnection* hal_ = nullptr;
 
-  std::mutex inbox_mutex_;
-  // Guarded by `inbox_mutex_`.
-  std::vector<Notification> inbox_;
-  std::size_t inbox_peak_ = 0;
+  Mutex inbox_mutex_;
+  std::vector<Notification> inbox_ ZUSKUX_GUARDED_BY(inbox_mutex_);
+  std::size_t inbox_peak_ ZUSKUX_GUARDED_BY(inbox_mutex_) = 0;
 
   DestDatabase database_;
   RequestQueue queue_;
