@@ -1,6 +1,8 @@
 #include "reference/hal/hal_tables.h"
 
+#include <algorithm>
 #include <random>
+#include <utility>
 
 namespace reference {
 namespace {
@@ -65,12 +67,11 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   Table* const table = &this->table(Kind::kKind);
   if (action == HalAction::kDestroy) return Destroy(table, *id);
 
-  const auto entry = table->entries.find(*id);
-  const bool exists = entry != table->entries.end();
+  const Entry* const stored = table->Find(*id);
+  const bool exists = stored != nullptr;
   if (action == HalAction::kReplace && !exists) return kHalNotFound;
   if (action == HalAction::kInstall && exists) {
-    const Entry& stored = entry->second;
-    if (stored.payload == request.payload && MayStay(stored)) return kHalSuccess;
+    if (stored->payload == request.payload && MayStay(*stored)) return kHalSuccess;
     if (!reinstalling_ && !Kind::kInstallReplaces) return kHalExists;
   }
   if (!Kind::LabelsInRange(message)) return kHalLabelOutOfRange;
@@ -82,21 +83,20 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
 }
 
 HalReturnCode HalTables::Destroy(Table* table, std::uint32_t id) {
-  const auto entry = table->entries.find(id);
-  if (entry == table->entries.end()) return kHalNotFound;
-  table->sum -= EntryHash(id, entry->second.payload);
-  table->entries.erase(entry);
-  GiveMemoryBack(table);
+  const Entry* const entry = table->Find(id);
+  if (entry == nullptr) return kHalNotFound;
+  table->Remove(static_cast<std::size_t>(entry - table->entries.data()));
+  table->GiveMemoryBack();
   return kHalSuccess;
 }
 
 void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) const {
-  const auto [place, created] = table->entries.try_emplace(id);
-  Entry& entry = place.value();
-  if (!created) table->sum -= EntryHash(id, entry.payload);
-  entry.payload = payload;
+  const std::size_t before = table->entries.size();
+  Entry* const entry = table->FindOrAdd(id);
+  if (table->entries.size() == before) table->sum -= EntryHash(id, entry->payload);
+  entry->payload = payload;
   table->sum += EntryHash(id, payload);
-  if (reinstalling_) entry.named_in = reinstall_;
+  if (reinstalling_) entry->named_in = reinstall_;
 }
 
 void HalTables::BeginReinstall() {
@@ -107,23 +107,45 @@ void HalTables::BeginReinstall() {
 void HalTables::EndReinstall() {
   if (!reinstalling_) return;
   for (Table& table : tables_) {
-    for (auto entry = table.entries.begin(); entry != table.entries.end();) {
-      if (MayStay(entry->second)) {
-        ++entry;
-        continue;
-      }
-      table.sum -= EntryHash(entry->first, entry->second.payload);
-      entry = table.entries.erase(entry);
+    // Backwards: what moves into a gap has been looked at.
+    for (std::size_t place = table.entries.size(); place-- > 0;) {
+      if (!MayStay(table.entries[place])) table.Remove(place);
     }
-    GiveMemoryBack(&table);
+    table.GiveMemoryBack();
   }
   reinstalling_ = false;
 }
 
-// A walk through a table takes as long as the table has memory.
-void HalTables::GiveMemoryBack(Table* table) {
-  const std::size_t places = table->entries.bucket_count();
-  if (places > kSmallTable && table->entries.size() < places / kLeastUse) table->entries.rehash(0);
+const HalTables::Entry* HalTables::Table::Find(std::uint32_t id) const {
+  const auto place = places.find(id);
+  return place == places.end() ? nullptr : &entries[place->second];
+}
+
+HalTables::Entry* HalTables::Table::FindOrAdd(std::uint32_t id) {
+  const auto [place, added] = places.try_emplace(id, static_cast<std::uint32_t>(entries.size()));
+  if (!added) return &entries[place->second];
+  Entry& entry = entries.emplace_back();
+  entry.id = id;
+  return &entry;
+}
+
+void HalTables::Table::Remove(std::size_t place) {
+  Entry& removed = entries[place];
+  sum -= EntryHash(removed.id, removed.payload);
+  places.erase(removed.id);
+  if (place + 1 != entries.size()) {
+    removed = std::move(entries.back());
+    places[removed.id] = static_cast<std::uint32_t>(place);
+  }
+  entries.pop_back();
+}
+
+void HalTables::Table::GiveMemoryBack() {
+  const auto unused = [this](std::size_t reserved) {
+    return reserved > kSmallTable && entries.size() < reserved / kLeastUse;
+  };
+  if (unused(entries.capacity())) entries.shrink_to_fit();
+  if (unused(places.bucket_count())) places.rehash(0);
 }
 
 void HalTables::Clear() {
@@ -132,34 +154,48 @@ void HalTables::Clear() {
 }
 
 bool HalTables::Holds(HalKind kind, std::uint32_t id) const {
-  const auto entry = table(kind).entries.find(id);
-  return entry != table(kind).entries.end() && MayStay(entry->second);
+  const Entry* const entry = table(kind).Find(id);
+  return entry != nullptr && MayStay(*entry);
 }
 
 bool HalTables::Contains(HalKind kind, std::uint32_t id) const {
-  return table(kind).entries.contains(id);
+  return table(kind).places.contains(id);
 }
 
 std::size_t HalTables::size(HalKind kind) const { return table(kind).entries.size(); }
 
-std::size_t HalTables::reserved(HalKind kind) const { return table(kind).entries.bucket_count(); }
+std::size_t HalTables::reserved(HalKind kind) const {
+  return std::max(table(kind).entries.capacity(), table(kind).places.bucket_count());
+}
 
 HalDigest HalTables::digest(HalKind kind) const { return {size(kind), table(kind).sum}; }
 
 std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
   std::map<std::uint32_t, std::string> entries;
-  for (const auto& [id, entry] : table(kind).entries) entries.emplace(id, entry.payload);
+  for (const Entry& entry : table(kind).entries) entries.emplace(entry.id, entry.payload);
   return entries;
 }
 
 TableEntries HalTables::Entries() const {
   TableEntries entries;
   for (const HalKind kind : kAllHalKinds) {
-    for (const auto& [id, entry] : table(kind).entries) {
-      entries.emplace(std::pair(kind, id), entry.payload);
+    for (const Entry& entry : table(kind).entries) {
+      entries.emplace(std::pair(kind, entry.id), entry.payload);
     }
   }
   return entries;
+}
+
+std::optional<TableEntryView> HalTables::Next(TableCursor* cursor) const {
+  for (; cursor->kind < kHalKinds; *cursor = {cursor->kind + 1}) {
+    const auto kind = static_cast<HalKind>(cursor->kind);
+    const std::vector<Entry>& entries = table(kind).entries;
+    cursor->unread = std::min(cursor->unread, entries.size());
+    if (cursor->unread == 0) continue;
+    const Entry& entry = entries[--cursor->unread];
+    return TableEntryView{kind, entry.id, entry.payload};
+  }
+  return std::nullopt;
 }
 
 }  // namespace reference

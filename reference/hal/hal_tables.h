@@ -7,10 +7,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
@@ -38,6 +41,21 @@ std::uint64_t EntryHash(std::uint32_t id, std::string_view payload);
 
 /// Serialised messages, by kind and id.
 using TableEntries = std::map<std::pair<HalKind, std::uint32_t>, std::string>;
+
+/// A place in a reading of the tables. A new one is at the beginning. May be kept while the tables
+/// change.
+struct TableCursor {
+  std::size_t kind = 0;
+  /// So many entries of the kind, the first ones, are unread, if there are so many.
+  std::size_t unread = std::numeric_limits<std::size_t>::max();
+};
+
+/// An entry as it is read. The payload is valid until the tables change.
+struct TableEntryView {
+  HalKind kind{};
+  std::uint32_t id = 0;
+  std::string_view payload;
+};
 
 /// The forwarding tables behind a HAL server: what is installed, and the checks that hardware would
 /// make. Used by one thread at a time.
@@ -89,6 +107,13 @@ class HalTables {
   /// Those of all tables.
   TableEntries Entries() const;
 
+  /// The next entry, by kind, without order within a kind; nothing after the last one. The tables
+  /// may change between two calls. An entry that is there from the first call to the last one is
+  /// read at least once, with a payload that it had meanwhile; where it is read twice, the later
+  /// payload is the newer one. An entry that was not there all the time may be read or not. Each
+  /// call takes the same short time.
+  std::optional<TableEntryView> Next(TableCursor* cursor) const;
+
  private:
   // Half full, the map's own limit, takes more memory and finds no sooner.
   static constexpr float kMaxLoad = 0.8F;
@@ -104,16 +129,26 @@ class HalTables {
   };
 
   struct Entry {
+    std::uint32_t id = 0;
     std::string payload;
     // The last reinstall that has named it, 0 for none.
     std::uint64_t named_in = 0;
   };
 
   struct Table {
-    Table() { entries.max_load_factor(kMaxLoad); }
+    Table() { places.max_load_factor(kMaxLoad); }
 
-    // What collides lies side by side in memory.
-    tsl::robin_map<std::uint32_t, Entry, IdHash> entries;
+    const Entry* Find(std::uint32_t id) const;
+    /// The entry of that id, a new one where there is none.
+    Entry* FindOrAdd(std::uint32_t id);
+    void Remove(std::size_t place);
+    void GiveMemoryBack();
+
+    // Without gaps. New entries go to the end, and the last one moves into a gap: towards the
+    // beginning, so that a reading, which begins at the end, does not miss it.
+    std::vector<Entry> entries;
+    // Where an id's entry is. What collides lies side by side in memory.
+    tsl::robin_map<std::uint32_t, std::uint32_t, IdHash> places;
     // Of the entries' hashes.
     std::uint64_t sum = 0;
   };
@@ -121,9 +156,8 @@ class HalTables {
   template <typename Kind>
   HalReturnCode ApplyMessage(const HalRequest& request, const typename Kind::Message& message);
 
-  HalReturnCode Destroy(Table* table, std::uint32_t id);
+  static HalReturnCode Destroy(Table* table, std::uint32_t id);
   void Store(Table* table, std::uint32_t id, const std::string& payload) const;
-  static void GiveMemoryBack(Table* table);
   bool MayStay(const Entry& entry) const { return !reinstalling_ || entry.named_in == reinstall_; }
 
   Table& table(HalKind kind) { return tables_[static_cast<std::size_t>(kind)]; }

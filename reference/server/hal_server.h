@@ -26,9 +26,11 @@ struct HalServerOptions {
   std::size_t max_payload = kDefaultMaxPayload;
   /// Clients at a time; further ones are refused.
   std::size_t max_clients = 64;
-  /// Bytes of answers that may wait for a client that does not read, at most: reading from it
-  /// pauses.
+  /// While more bytes of answers than this wait for a client that does not read, it is not read
+  /// from.
   std::size_t max_unsent = std::size_t{1024} * 1024;
+  /// Readings of the tables at a time, at most; a client that asks for one more is refused.
+  std::size_t max_table_readings = 32;
   /// A client that has not said hello after so long is closed.
   std::chrono::milliseconds hello_timeout{5'000};
   /// Told every request, result, reinstall mark and line of the log. Not owned, outlives the

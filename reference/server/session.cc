@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/endian/conversion.hpp>
 #include <random>
@@ -25,6 +26,8 @@ using std::chrono::steady_clock;
 constexpr milliseconds kCloseTimeout{5'000};
 // How much of a client's name the log shows.
 constexpr std::size_t kMaxName = 64;
+// Bytes of table entries that a turn of a reading appends, or a little more.
+constexpr std::size_t kReadingStep = std::size_t{32} * 1024;
 constexpr std::size_t kMaxWrite = std::size_t{64} * 1024;
 // A sequence so far from the client's that it has none like it.
 constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
@@ -132,6 +135,7 @@ void Session::Close() {
   read_timer_.cancel(ignored);
   late_timer_.cancel(ignored);
   if (state_->writer == number_) state_->writer = 0;
+  EndTableReading();
   state_->sessions.erase(number_);
 }
 
@@ -175,16 +179,15 @@ void Session::OnReadEnd(const ErrorCode& error) {
 }
 
 void Session::Proceed() {
-  bool goes_on = true;
-  while (goes_on) {
-    const bool stopped = HandleFrames();
-    if (!socket_.is_open()) return;
-    Write();
-    if (!socket_.is_open()) return;
-    // The answers that stopped it may have gone at once.
-    goes_on = stopped && !writing_ && !closing_ && Unsent() <= state_->options.max_unsent;
+  HandleFrames();
+  if (!socket_.is_open()) return;
+  Write();
+  if (!socket_.is_open() || closing_) return;
+  if (table_reading_) {
+    if (output_.empty() && next_output_.empty()) AwaitTurn();
+  } else if (!reading_ && Unsent() <= state_->options.max_unsent) {
+    Read();
   }
-  if (!reading_ && !closing_ && Unsent() <= state_->options.max_unsent) Read();
 }
 
 void Session::Write() {
@@ -221,22 +224,17 @@ void Session::OnWritten(const ErrorCode& error) {
 
 std::size_t Session::Unsent() const { return output_.size() + next_output_.size() + late_.bytes(); }
 
-bool Session::HandleFrames() {
-  while (socket_.is_open() && !closing_) {
-    if (Unsent() > state_->options.max_unsent) return true;
-    if (table_reading_) {
-      ContinueTables();
-      continue;
-    }
+void Session::HandleFrames() {
+  // What follows a reading of the tables waits for its end.
+  while (socket_.is_open() && !closing_ && !table_reading_) {
     const auto frame = splitter_.Next();
     if (!frame) {
       if (!splitter_.error().empty()) Refuse(splitter_.error());
-      return false;
+      return;
     }
     unhandled_ -= frame->whole.size();
     Handle(*frame);
   }
-  return false;
 }
 
 void Session::Handle(const FrameSplitter::Frame& frame) {
@@ -264,7 +262,7 @@ void Session::Handle(const FrameSplitter::Frame& frame) {
   } else if (type == FrameType::kHeartbeat) {
     AppendFrame(type, frame.header.sequence, {}, &next_output_);
   } else {
-    table_reading_ = TableReading{frame.header.sequence};
+    StartTableReading(frame.header.sequence);
   }
 }
 
@@ -396,25 +394,59 @@ void Session::OnEndReinstall(std::uint32_t sequence) {
   SendLate(state_->options.faults->OnEndReinstall(), 0, std::move(answer));
 }
 
-void Session::ContinueTables() {
-  TableReading& reading = *table_reading_;
-  if (reading.entries.empty() && reading.next_kind == kHalKinds) {
-    AppendMessage(FrameType::kTableEnd, reading.sequence, state_->Status());
-    table_reading_.reset();
-    return;
+void Session::StartTableReading(std::uint32_t sequence) {
+  const std::size_t limit = state_->options.max_table_readings;
+  if (state_->table_readings >= limit) {
+    return Refuse("the tables are read by " + std::to_string(limit) +
+                  " clients already, which is the limit");
   }
-  if (reading.entries.empty()) {
-    reading.kind = static_cast<HalKind>(reading.next_kind++);
-    reading.entries = state_->tables.Entries(reading.kind);
-    return;
+  ++state_->table_readings;
+  table_reading_ = TableReading{sequence};
+}
+
+void Session::AwaitTurn() {
+  if (std::exchange(turn_awaited_, true)) return;
+  state_->turns.push_back(weak_from_this());
+  if (state_->turns.size() == 1) PostTurn(socket_.get_executor(), state_);
+}
+
+// Only one turn is posted at a time, so that all other events that are there come between two.
+void Session::PostTurn(const Socket::executor_type& executor,
+                       const std::shared_ptr<ServerState>& state) {
+  boost::asio::post(executor, [executor, state] {
+    if (const auto session = state->turns.front().lock()) session->TakeTurn();
+    state->turns.pop_front();
+    if (!state->turns.empty()) PostTurn(executor, state);
+  });
+}
+
+void Session::TakeTurn() {
+  turn_awaited_ = false;
+  // The connection may have ended since.
+  if (!table_reading_) return;
+  AppendEntries();
+  Proceed();
+}
+
+void Session::AppendEntries() {
+  while (next_output_.size() < kReadingStep) {
+    const auto entry = state_->tables.Next(&table_reading_->cursor);
+    if (!entry) {
+      AppendMessage(FrameType::kTableEnd, table_reading_->sequence, state_->Status());
+      return EndTableReading();
+    }
+    const std::uint32_t id = boost::endian::native_to_big(entry->id);
+    scratch_.assign(1, static_cast<char>(entry->kind));
+    scratch_.append(reinterpret_cast<const char*>(&id), sizeof id);
+    scratch_.append(entry->payload);
+    AppendFrame(FrameType::kTableEntry, table_reading_->sequence, scratch_, &next_output_);
   }
-  const auto entry = reading.entries.begin();
-  const std::uint32_t id = boost::endian::native_to_big(entry->first);
-  scratch_.assign(1, static_cast<char>(reading.kind));
-  scratch_.append(reinterpret_cast<const char*>(&id), sizeof id);
-  scratch_.append(entry->second);
-  AppendFrame(FrameType::kTableEntry, reading.sequence, scratch_, &next_output_);
-  reading.entries.erase(entry);
+}
+
+void Session::EndTableReading() {
+  if (!table_reading_) return;
+  table_reading_.reset();
+  --state_->table_readings;
 }
 
 void Session::AppendMessage(FrameType type, std::uint32_t sequence,
@@ -436,6 +468,7 @@ void Session::SayGoodbye(GoodbyeReason reason, const std::string& text) {
 void Session::CloseAfterWriting() {
   closing_ = true;
   if (state_->writer == number_) state_->writer = 0;
+  EndTableReading();
   StartDeadline(kCloseTimeout);
   Write();
 }

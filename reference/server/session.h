@@ -9,7 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,6 +45,10 @@ struct ServerState {
   std::uint64_t requests = 0;
   std::uint64_t connections = 0;
   std::uint64_t refused_connections = 0;
+  /// Readings of the tables that are being answered.
+  std::size_t table_readings = 0;
+  /// The sessions whose reading can go on, in turn; the first one's turn is posted.
+  std::deque<std::weak_ptr<Session>> turns;
   /// The number of the session that may change the tables, 0 while none may.
   std::uint64_t writer = 0;
   /// What the log said last of a client that was refused for the writer's sake: who is refused,
@@ -56,7 +60,9 @@ struct ServerState {
 
 /// The conversation with one client: hello, then requests in the order in which they come. All
 /// frames of a read are handled, then their answers written at once. While too many bytes of
-/// answers wait, the client is not read from. Owned by `ServerState` and by its handlers under way.
+/// answers wait, the client is not read from. Readings of the tables take turns, a step at a time,
+/// between what other clients want, and only as fast as their client reads. Owned by `ServerState`
+/// and by its handlers under way.
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
@@ -74,12 +80,10 @@ class Session : public std::enable_shared_from_this<Session> {
   void Close();
 
  private:
-  // A reading of the tables that is being answered; one table is copied at a time.
+  // A reading of the tables that is being answered.
   struct TableReading {
-    std::uint32_t sequence;
-    std::size_t next_kind = 0;
-    HalKind kind{};
-    std::map<std::uint32_t, std::string> entries{};
+    std::uint32_t sequence = 0;
+    TableCursor cursor{};
   };
 
   void Read();
@@ -93,8 +97,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // Bytes of answers that wait for the client.
   std::size_t Unsent() const;
 
-  // Whether it stopped because too many bytes of answers wait.
-  bool HandleFrames();
+  void HandleFrames();
   void Handle(const FrameSplitter::Frame& frame);
   void OnHello(const FrameSplitter::Frame& frame);
   // Whether this session is the writer now; if not, it has been refused.
@@ -106,7 +109,14 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnRequest(const FrameSplitter::Frame& frame);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
-  void ContinueTables();
+  void StartTableReading(std::uint32_t sequence);
+  // Asks for a turn of the reading, in which it goes on by a step.
+  void AwaitTurn();
+  static void PostTurn(const Socket::executor_type& executor,
+                       const std::shared_ptr<ServerState>& state);
+  void TakeTurn();
+  void AppendEntries();
+  void EndTableReading();
   void AppendMessage(FrameType type, std::uint32_t sequence,
                      const google::protobuf::MessageLite& message);
   void TellRequest();
@@ -155,6 +165,7 @@ class Session : public std::enable_shared_from_this<Session> {
   HalRequest request_;
   std::string scratch_;
   std::optional<TableReading> table_reading_;
+  bool turn_awaited_ = false;
 
   // Answers being written, and those that follow.
   std::string output_;

@@ -144,8 +144,8 @@ ServerContents ReadServerContents(const std::string& path, const std::string& pr
     }
     const std::uint32_t id =
         boost::endian::load_big_u32(reinterpret_cast<const unsigned char*>(payload.data()) + 1);
-    contents.entries.emplace(std::pair(static_cast<HalKind>(payload[0]), id),
-                             payload.substr(kEntryHeaderSize));
+    contents.entries.insert_or_assign(std::pair(static_cast<HalKind>(payload[0]), id),
+                                      payload.substr(kEntryHeaderSize));
   }
 }
 

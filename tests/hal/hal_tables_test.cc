@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <random>
 #include <set>
 #include <string>
 #include <utility>
@@ -473,6 +474,91 @@ TEST_F(HalTablesMemoryTest, IsGivenBackByTheEndOfAReinstall) {
 TEST_F(HalTablesMemoryTest, IsGivenBackByARestart) {
   tables_.Clear();
   EXPECT_LE(tables_.reserved(HalKind::kVlan), kSmall);
+}
+
+// The last payload that a reading gave for each entry.
+class Reading {
+ public:
+  explicit Reading(const HalTables* tables) : tables_(tables) {}
+
+  // False at the end.
+  bool Step() {
+    const auto entry = tables_->Next(&cursor_);
+    if (!entry) return false;
+    entries_[{entry->kind, entry->id}] = entry->payload;
+    return true;
+  }
+
+  const TableEntries& entries() const { return entries_; }
+
+ private:
+  const HalTables* tables_;
+  TableCursor cursor_;
+  TableEntries entries_;
+};
+
+TEST(HalTablesReadingTest, OfTablesThatStayGivesEachEntryOnce) {
+  HalTables tables(100);
+  Reading empty(&tables);
+  EXPECT_FALSE(empty.Step());
+  for (std::uint32_t id = 1; id <= 50; ++id) tables.Apply(Install(Vlan(id)));
+  tables.Apply(Install(Vrf(7)));
+  tables.Apply(Install(MplsOn(9, 5)));
+  Reading reading(&tables);
+  int steps = 0;
+  while (reading.Step()) ++steps;
+  EXPECT_EQ(steps, 52);
+  EXPECT_EQ(reading.entries(), tables.Entries());
+  EXPECT_FALSE(reading.Step());
+}
+
+TEST(HalTablesReadingTest, OfTablesThatChangeMissesNothingThatIsThereAllTheTime) {
+  constexpr std::uint32_t kIds = 3'000;
+  std::mt19937 random(5);
+  for (int round = 0; round < 50; ++round) {
+    SCOPED_TRACE(round);
+    HalTables tables(kIds);
+    // Those with even ids stay; of the others there are some.
+    for (std::uint32_t id = 1; id <= kIds; ++id) {
+      if (id % 2 == 0 || random() % 2 == 0) tables.Apply(Install(Vlan(id)));
+    }
+    Reading reading(&tables);
+    const auto changes = random() % 5;
+    for (std::uint32_t step = 0; reading.Step(); ++step) {
+      ASSERT_LE(step, 20 * kIds);
+      for (unsigned long change = 0; change < changes; ++change) {
+        const auto id = static_cast<std::uint32_t>(random() % kIds) | 1U;
+        if (random() % 2 == 0) {
+          tables.Apply(Install(Vlan(id)));
+        } else {
+          tables.Apply(Request(Operation::kDestroyVlan, Vlan(id)));
+        }
+      }
+      // Most of the table goes at once, with memory.
+      if (step == 500 && round % 3 == 0) {
+        for (std::uint32_t id = 1; id <= kIds; id += 2) {
+          tables.Apply(Request(Operation::kDestroyVlan, Vlan(id)));
+        }
+      }
+    }
+    for (std::uint32_t id = 2; id <= kIds; id += 2) {
+      ASSERT_EQ(reading.entries().count({HalKind::kVlan, id}), 1U) << id;
+    }
+  }
+}
+
+TEST(HalTablesReadingTest, GoesOnWhenAReinstallEndsMeanwhile) {
+  HalTables tables(1'000);
+  for (std::uint32_t id = 1; id <= 1'000; ++id) tables.Apply(Install(Vlan(id)));
+  Reading reading(&tables);
+  for (int step = 0; step < 300; ++step) ASSERT_TRUE(reading.Step());
+  tables.BeginReinstall();
+  for (std::uint32_t id = 1; id <= 1'000; id += 10) tables.Apply(Install(Vlan(id)));
+  tables.EndReinstall();
+  while (reading.Step()) continue;
+  for (const auto& [id, payload] : tables.Entries(HalKind::kVlan)) {
+    EXPECT_EQ(reading.entries().count({HalKind::kVlan, id}), 1U) << id;
+  }
 }
 
 TEST(HalDigestTest, HashIsTheSameInEveryBuild) {

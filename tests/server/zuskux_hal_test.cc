@@ -11,6 +11,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -58,6 +59,12 @@ class Process {
     waitpid(pid_, &status, 0);
     pid_ = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  /// The most memory that it has had so far, in KiB.
+  int PeakMemory() const {
+    const std::string status = Read("/proc/" + std::to_string(pid_) + "/status");
+    return std::stoi(status.substr(status.find("VmHWM:") + 6));
   }
 
   std::string Output() const { return Read(output_); }
@@ -287,6 +294,67 @@ TEST_F(TablesTest, AreShownAsJson) {
   EXPECT_EQ(
       json.at("tables").at("mpls"),
       nlohmann::json::parse(R"({"count": 0, "digest": "0x0000000000000000", "entries": []})"));
+}
+
+/// A server with tables of 100,000 entries, and how its memory grows from there.
+class ReadersMemoryTest : public ZuskuxHalTest {
+ protected:
+  ReadersMemoryTest()
+      : server_(OutputFolder(),
+                {"--socket", Path("hal.sock"), "--quiet", "--table-size", "200000"}) {
+    EXPECT_TRUE(server_.Says("listening on"));
+    writer_ = Client();
+    for (std::uint32_t id = 0x8000; id < 0x8000 + 100'000;) {
+      std::string requests;
+      for (int i = 0; i < 1'000; ++i, ++id) {
+        std::string vlan = "\x18";
+        vlan += static_cast<char>(0x80 | (id & 0x7F));
+        vlan += static_cast<char>(0x80 | (id >> 7 & 0x7F));
+        vlan += static_cast<char>(id >> 14);
+        requests += FrameBytes(5, id, vlan);
+      }
+      EXPECT_TRUE(writer_->Send(requests));
+      EXPECT_EQ(writer_->ReceiveFrames(1'000).back(), Result(id - 1, 0, id - 1));
+    }
+    before_ = server_.PeakMemory();
+  }
+
+  std::unique_ptr<RawClient> Client() {
+    auto client = std::make_unique<RawClient>(Path("hal.sock"));
+    EXPECT_TRUE(client->Greet());
+    return client;
+  }
+
+  // By how many KiB the memory has grown once the server has done all that it does at once.
+  int Growth() {
+    for (std::uint32_t beat = 0; beat < 20; ++beat) {
+      EXPECT_TRUE(writer_->Send(20, beat));
+      EXPECT_EQ(writer_->Receive(), (RawFrame{20, beat, ""}));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return server_.PeakMemory() - before_;
+  }
+
+  Process server_;
+  std::unique_ptr<RawClient> writer_;
+  int before_ = 0;
+};
+
+TEST_F(ReadersMemoryTest, TwentyReadersTakeAlmostNone) {
+  std::vector<std::unique_ptr<RawClient>> readers;
+  for (int i = 0; i < 20; ++i) {
+    readers.push_back(Client());
+    EXPECT_TRUE(readers.back()->Send(21, 1));
+  }
+  EXPECT_LT(Growth(), 10 * 1024);
+}
+
+TEST_F(ReadersMemoryTest, ReadingsInOneWriteTakeAlmostNone) {
+  const auto reader = Client();
+  std::string readings;
+  for (std::uint32_t reading = 0; reading < 6'000; ++reading) readings += FrameBytes(21, reading);
+  EXPECT_TRUE(reader->Send(readings));
+  EXPECT_LT(Growth(), 10 * 1024);
 }
 
 TEST_F(ZuskuxHalTest, TablesNeedAServer) {

@@ -1,0 +1,145 @@
+// Clients that read large tables, and the writer that is served meanwhile. With ZUSKUX_LONG_TESTS=1
+// in the environment the tables have 1,000,000 entries.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reference/server/hal_server.h"
+#include "reference/socket_client/server_contents.h"
+#include "tests/hal/messages.h"
+#include "tests/server/raw_client.h"
+#include "tests/server/test_server.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr int kGoodbye = 2;
+constexpr int kInstallVlan = 5;
+constexpr int kHeartbeat = 20;
+constexpr int kReadTables = 21;
+constexpr int kTableEntry = 22;
+constexpr int kTableEnd = 23;
+
+std::uint32_t EntryCount() {
+  return std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 1'000'000 : 50'000;
+}
+
+std::string VlanBytes(std::uint32_t id) { return Vlan(id, 1500).SerializeAsString(); }
+
+class ReadersTest : public ::testing::Test {
+ protected:
+  void Fill(std::uint32_t count) {
+    ASSERT_TRUE(writer_.Greet());
+    for (std::uint32_t id = 1; id <= count;) {
+      std::string requests;
+      const std::uint32_t end = std::min(id + 1'000, count + 1);
+      const std::size_t answers = end - id;
+      for (; id < end; ++id) requests += FrameBytes(kInstallVlan, id & 0xFFFFFF, VlanBytes(id));
+      ASSERT_TRUE(writer_.Send(requests));
+      ASSERT_EQ(writer_.ReceiveFrames(answers).size(), answers);
+    }
+  }
+
+  // How long an answer to the writer takes.
+  milliseconds HeartbeatTime() {
+    const auto start = steady_clock::now();
+    EXPECT_TRUE(writer_.Send(kHeartbeat, 1));
+    EXPECT_EQ(writer_.Receive(), (RawFrame{kHeartbeat, 1, ""}));
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+  }
+
+  // A client that asks for the tables and does not read them yet.
+  std::unique_ptr<RawClient> Reader() {
+    auto reader = std::make_unique<RawClient>(server_.path());
+    EXPECT_TRUE(reader->Greet());
+    EXPECT_TRUE(reader->Send(kReadTables, 1));
+    return reader;
+  }
+
+  static HalServerOptions Options() {
+    HalServerOptions options;
+    options.max_table_readings = 20;
+    return options;
+  }
+
+  TestServer server_{Options()};
+  RawClient writer_{server_.path()};
+};
+
+TEST_F(ReadersTest, DoNotKeepTheServerFromItsWriter) {
+  constexpr int kReaders = 20;
+  const std::uint32_t count = EntryCount();
+  Fill(count);
+  std::atomic<int> reading{kReaders};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < kReaders; ++i) {
+    readers.emplace_back([&] {
+      ReadLimits limits;
+      limits.time = std::chrono::minutes(10);
+      EXPECT_EQ(ReadServerContents(server_.path(), "reader", limits).entries.size(), count);
+      --reading;
+    });
+  }
+  const auto start = steady_clock::now();
+  milliseconds longest{0};
+  int heartbeats = 0;
+  while (reading != 0) {
+    longest = std::max(longest, HeartbeatTime());
+    ++heartbeats;
+  }
+  for (std::thread& reader : readers) reader.join();
+  // A client takes a server that is silent for 6 seconds for dead.
+  EXPECT_LT(longest, std::chrono::seconds(5));
+  EXPECT_GT(heartbeats, 10);
+  const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+  std::cout << kReaders << " readers of " << count << " entries: " << time.count() << " ms, "
+            << heartbeats << " heartbeats, the longest " << longest.count() << " ms\n";
+}
+
+TEST_F(ReadersTest, AreRefusedAboveTheLimit) {
+  Fill(50'000);
+  std::vector<std::unique_ptr<RawClient>> readers;
+  for (int i = 0; i < 20; ++i) {
+    readers.push_back(Reader());
+    EXPECT_EQ(readers.back()->ReceiveFrames(1).size(), 1U);
+  }
+  EXPECT_EQ(
+      Reader()->Receive(),
+      (RawFrame{kGoodbye, 0, "the tables are read by 20 clients already, which is the limit"}));
+  // One that ends, and one that leaves, make room.
+  EXPECT_EQ(readers.front()->ReceiveFrames(50'000).back().type, kTableEnd);
+  EXPECT_EQ(Reader()->ReceiveFrames(50'001).back().type, kTableEnd);
+  readers.pop_back();
+  EXPECT_EQ(Reader()->ReceiveFrames(50'001).back().type, kTableEnd);
+}
+
+TEST_F(ReadersTest, SeeTheChangesThatAreMadeWhileTheyRead) {
+  constexpr std::uint32_t kEntries = 20'000;
+  Fill(kEntries);
+  const auto reader = Reader();
+  ASSERT_EQ(reader->ReceiveFrames(100).size(), 100U);
+  // Far from the place that the reading has reached.
+  ASSERT_TRUE(writer_.Send(7, 1, Vlan(1, 9000).SerializeAsString()));
+  EXPECT_EQ(writer_.Receive(), Result(1, 0, 1));
+  const auto frames = reader->ReceiveFrames(kEntries - 99);
+  ASSERT_EQ(frames.size(), kEntries - 99);
+  EXPECT_EQ(frames.back().type, kTableEnd);
+  EXPECT_EQ(frames[frames.size() - 2],
+            (RawFrame{kTableEntry, 1, '\x01' + Big(1) + Vlan(1, 9000).SerializeAsString()}));
+}
+
+}  // namespace
+}  // namespace reference
