@@ -6,6 +6,7 @@
 
 #include "reference/socket_client/server_contents.h"
 #include "reference/socket_client/socket_hal.h"
+#include "reference/wire/hal_name.h"
 
 namespace reference {
 namespace {
@@ -16,7 +17,7 @@ constexpr std::chrono::milliseconds kPause{1};
 }  // namespace
 
 ChosenHal::ChosenHal(const HalChoice& choice)
-    : socket_(choice.socket), name_(socket_ ? "unix:" + *socket_ : "embedded") {
+    : socket_(choice.socket), name_(socket_ ? UnixHalName(*socket_) : std::string(kEmbeddedHal)) {
   if (socket_) {
     SocketHalOptions options;
     options.path = *socket_;

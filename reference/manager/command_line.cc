@@ -7,6 +7,7 @@
 
 #include "reference/manager/explain.h"
 #include "reference/manager/graph.h"
+#include "reference/wire/hal_name.h"
 #include "reference/wire/unix_listener.h"
 
 namespace reference {
@@ -19,7 +20,6 @@ constexpr std::int64_t kDefaultTableSize = 1 << 21;
 constexpr std::int64_t kDefaultDeadline = 30;
 constexpr std::int64_t kMaxDeadline = std::int64_t{24} * 60 * 60;
 constexpr unsigned kLineLength = 80;
-constexpr std::string_view kUnixPrefix = "unix:";
 
 po::options_description Options() {
   po::options_description options(kLineLength);
@@ -84,8 +84,9 @@ void CheckGraph(const std::string& path) {
 
 std::optional<std::string> ReadHal(const po::variables_map& values) {
   const auto& hal = values["hal"].as<std::string>();
-  if (hal == "embedded") return std::nullopt;
-  if (hal.rfind(kUnixPrefix, 0) != 0 || hal.size() == kUnixPrefix.size()) {
+  if (hal == kEmbeddedHal) return std::nullopt;
+  std::optional<std::string> path = UnixHalPath(hal);
+  if (!path) {
     throw UsageError("--hal " + hal + " is not known; use embedded or unix:PATH");
   }
   if (!values["table-size"].defaulted()) {
@@ -94,7 +95,7 @@ std::optional<std::string> ReadHal(const po::variables_map& values) {
   if (values.count("restart-hal-after") != 0) {
     throw UsageError("--restart-hal-after goes with --hal embedded; see zuskux-hal --fault");
   }
-  return hal.substr(kUnixPrefix.size());
+  return path;
 }
 
 // What becomes of a HAL that two managers want to program.

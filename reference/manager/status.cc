@@ -4,7 +4,6 @@
 #include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/system/system_error.hpp>
 #include <cstddef>
@@ -19,7 +18,6 @@
 #include "reference/manager/report.h"
 #include "reference/text/json_text.h"
 #include "reference/text/printable.h"
-#include "reference/wire/unix_listener.h"
 
 namespace reference {
 namespace {
@@ -29,8 +27,6 @@ using boost::asio::local::stream_protocol;
 using boost::system::error_code;
 
 constexpr std::chrono::seconds kTimeout{10};
-// After a client could not be accepted, for want of file descriptors for example.
-constexpr std::chrono::milliseconds kAcceptPause{100};
 
 Json ObjectsAsJson(const DestDatabase& database) {
   Json kinds;
@@ -130,6 +126,14 @@ void WriteStages(const Json& stages, std::ostream* out) {
   throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
 }
 
+// A status is shorter than what a socket takes, so that this ends whether or not it is read.
+void SendAndClose(ClientAcceptor::Socket socket, std::string status) {
+  auto shared = std::make_shared<std::pair<ClientAcceptor::Socket, std::string>>(std::move(socket),
+                                                                                 std::move(status));
+  boost::asio::async_write(shared->first, boost::asio::buffer(shared->second),
+                           [shared](const error_code&, std::size_t) {});
+}
+
 }  // namespace
 
 std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
@@ -192,58 +196,12 @@ void WriteStatusAsJson(const std::string& text, std::ostream* out) {
   }
 }
 
-class StatusServer::Impl : public std::enable_shared_from_this<Impl> {
- public:
-  Impl(boost::asio::io_context* io, const std::string& path, std::function<std::string()> status)
-      : listener_(std::make_unique<UnixListener>(io, path)),
-        retry_(*io),
-        status_(std::move(status)) {}
-
-  void Accept() {
-    listener_->acceptor().async_accept(
-        [self = shared_from_this()](const error_code& error, stream_protocol::socket socket) {
-          if (self->listener_ == nullptr) return;
-          if (error) return self->AcceptLater();
-          Send(std::move(socket), self->status_());
-          self->Accept();
-        });
-  }
-
-  void Stop() {
-    listener_.reset();
-    error_code ignored;
-    retry_.cancel(ignored);
-  }
-
- private:
-  void AcceptLater() {
-    retry_.expires_after(kAcceptPause);
-    retry_.async_wait([self = shared_from_this()](const error_code& error) {
-      if (!error && self->listener_ != nullptr) self->Accept();
-    });
-  }
-
-  // A status is shorter than what a socket takes, so that this ends whether or not it is read.
-  static void Send(stream_protocol::socket socket, std::string status) {
-    auto shared = std::make_shared<std::pair<stream_protocol::socket, std::string>>(
-        std::move(socket), std::move(status));
-    boost::asio::async_write(shared->first, boost::asio::buffer(shared->second),
-                             [shared](const error_code&, std::size_t) {});
-  }
-
-  // Null once the server has stopped.
-  std::unique_ptr<UnixListener> listener_;
-  boost::asio::steady_timer retry_;
-  const std::function<std::string()> status_;
-};
-
 StatusServer::StatusServer(boost::asio::io_context* io, const std::string& path,
-                           std::function<std::string()> status)
-    : impl_(std::make_shared<Impl>(io, path, std::move(status))) {
-  impl_->Accept();
-}
-
-StatusServer::~StatusServer() { impl_->Stop(); }
+                           const std::function<std::string()>& status)
+    : acceptor_(
+          io, path,
+          [status](ClientAcceptor::Socket socket) { SendAndClose(std::move(socket), status()); },
+          [](const error_code& /*error*/) {}) {}
 
 std::string ReadStatus(const std::string& path) {
   const auto fail = [&path](const std::string& what) {

@@ -4,12 +4,12 @@
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <ostream>
 #include <string>
 
 #include "reference/hal/hal_connection.h"
 #include "reference/manager/manager.h"
+#include "reference/wire/client_acceptor.h"
 
 namespace reference {
 
@@ -41,16 +41,14 @@ class StatusServer {
   /// `status` gives the text. Throws `boost::system::system_error`, with a text for the operator,
   /// when it cannot listen on `path`.
   StatusServer(boost::asio::io_context* io, const std::string& path,
-               std::function<std::string()> status);
+               const std::function<std::string()>& status);
   StatusServer(const StatusServer&) = delete;
   StatusServer& operator=(const StatusServer&) = delete;
   /// Removes the socket. Not inside `status`.
-  ~StatusServer();
+  ~StatusServer() = default;
 
  private:
-  class Impl;
-  // Shared with the handlers that are under way.
-  std::shared_ptr<Impl> impl_;
+  ClientAcceptor acceptor_;
 };
 
 /// The status of the manager that listens on `path`. Throws `std::runtime_error`, with a text for

@@ -8,9 +8,9 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -23,6 +23,7 @@
 #include "reference/record/show.h"
 #include "reference/record/steps.h"
 #include "reference/socket_client/socket_hal.h"
+#include "reference/wire/hal_name.h"
 
 namespace {
 
@@ -37,8 +38,6 @@ using reference::RecordingReader;
 constexpr int kFailed = 1;
 constexpr int kBadUsage = 2;
 constexpr int kDifferent = 3;
-
-constexpr std::string_view kUnixPrefix = "unix:";
 
 class UsageError : public std::invalid_argument {
  public:
@@ -78,14 +77,15 @@ int Show(const Arguments& arguments) {
 }
 
 std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
-  if (name == "embedded") {
+  if (name == reference::kEmbeddedHal) {
     return std::make_unique<reference::EmbeddedHal>(reference::EmbeddedHalOptions());
   }
-  if (name.rfind(kUnixPrefix, 0) != 0 || name.size() == kUnixPrefix.size()) {
+  std::optional<std::string> path = reference::UnixHalPath(name);
+  if (!path) {
     throw UsageError("--hal '" + name + "' is not a HAL; use --hal embedded or --hal unix:PATH");
   }
   reference::SocketHalOptions options;
-  options.path = name.substr(kUnixPrefix.size());
+  options.path = *std::move(path);
   options.program = "zuskux-record " ZUSKUX_VERSION;
   // The connection goes on trying for a while, and says so each time.
   options.other_writer = [told = false]() mutable {

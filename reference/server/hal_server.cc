@@ -1,80 +1,41 @@
 #include "reference/server/hal_server.h"
 
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <utility>
 
 #include "reference/server/server_faults.h"
 #include "reference/server/session.h"
-#include "reference/wire/unix_listener.h"
+#include "reference/wire/client_acceptor.h"
 
 namespace reference {
 
 /// Accepts clients and makes their sessions.
-class HalServer::Impl : public std::enable_shared_from_this<Impl> {
+class HalServer::Impl {
  public:
   Impl(boost::asio::io_context* io, HalServerOptions options)
-      : listener_(std::make_unique<UnixListener>(io, options.path)),
-        state_(std::make_shared<ServerState>(std::move(options))),
-        retry_(*io) {}
-
-  void Accept();
-  void Stop();
+      : state_(std::make_shared<ServerState>(std::move(options))),
+        acceptor_(
+            io, state_->options.path, [this](Session::Socket socket) { Admit(std::move(socket)); },
+            [this](const ErrorCode& error) {
+              state_->Log("cannot accept a client: " + error.message());
+            }) {}
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+  ~Impl() { state_->CloseSessions(); }
 
   const ServerState& state() const { return *state_; }
 
  private:
   using ErrorCode = boost::system::error_code;
 
-  void OnAccepted(const ErrorCode& error, Session::Socket socket);
-  void AcceptLater();
   void Admit(Session::Socket socket);
   void TurnAway(Session::Socket socket, const std::string& reason);
 
-  // Null once the server has stopped.
-  std::unique_ptr<UnixListener> listener_;
+  // Shared with the sessions.
   const std::shared_ptr<ServerState> state_;
-  boost::asio::steady_timer retry_;
   std::uint64_t last_number_ = 0;
+  ClientAcceptor acceptor_;
 };
-
-namespace {
-
-// After a client could not be accepted, for want of file descriptors for example.
-constexpr std::chrono::milliseconds kAcceptPause{100};
-
-}  // namespace
-
-void HalServer::Impl::Accept() {
-  listener_->acceptor().async_accept(
-      [self = shared_from_this()](const ErrorCode& error, Session::Socket socket) {
-        self->OnAccepted(error, std::move(socket));
-      });
-}
-
-void HalServer::Impl::Stop() {
-  listener_.reset();
-  ErrorCode ignored;
-  retry_.cancel(ignored);
-  state_->CloseSessions();
-}
-
-void HalServer::Impl::OnAccepted(const ErrorCode& error, Session::Socket socket) {
-  if (listener_ == nullptr) return;
-  if (error) {
-    state_->Log("cannot accept a client: " + error.message());
-    return AcceptLater();
-  }
-  Admit(std::move(socket));
-  Accept();
-}
-
-void HalServer::Impl::AcceptLater() {
-  retry_.expires_after(kAcceptPause);
-  retry_.async_wait([self = shared_from_this()](const ErrorCode& error) {
-    if (!error && self->listener_ != nullptr) self->Accept();
-  });
-}
 
 void HalServer::Impl::Admit(Session::Socket socket) {
   using Entry = ServerFaults::ConnectionFate::Entry;
@@ -106,11 +67,9 @@ void HalServer::Impl::TurnAway(Session::Socket socket, const std::string& reason
 }
 
 HalServer::HalServer(boost::asio::io_context* io, HalServerOptions options)
-    : impl_(std::make_shared<Impl>(io, std::move(options))) {
-  impl_->Accept();
-}
+    : impl_(std::make_unique<Impl>(io, std::move(options))) {}
 
-HalServer::~HalServer() { impl_->Stop(); }
+HalServer::~HalServer() = default;
 
 const HalTables& HalServer::tables() const { return impl_->state().tables; }
 

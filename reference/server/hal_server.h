@@ -67,8 +67,7 @@ class HalServer {
 
  private:
   class Impl;
-  // Shared with the handlers that are under way.
-  std::shared_ptr<Impl> impl_;
+  const std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace reference

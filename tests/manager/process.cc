@@ -17,8 +17,6 @@
 namespace reference {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::chrono::seconds kPatience{60};
 
 bool Until(const std::function<bool()>& condition) {
@@ -39,17 +37,6 @@ int Count(const std::string& text, const std::string& part) {
 }
 
 }  // namespace
-
-ScratchDirectory::ScratchDirectory() {
-  std::string name = fs::temp_directory_path() / "zuskux-test-XXXXXX";
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
-  path_ = name;
-}
-
-ScratchDirectory::~ScratchDirectory() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
 
 std::string ScratchDirectory::Write(const std::string& name, const std::string& text) const {
   std::ofstream(File(name)) << text;

@@ -3,27 +3,23 @@
 
 #include <sys/types.h>
 
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tests/support/test_folder.h"
 
 namespace reference {
 
 /// A directory of its own, removed at the end with what is in it.
 class ScratchDirectory {
  public:
-  ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-  ~ScratchDirectory();
-
-  std::string File(const std::string& name) const { return path_ / name; }
+  std::string File(const std::string& name) const { return folder_.Path(name); }
   /// Writes a file and returns its path.
   std::string Write(const std::string& name, const std::string& text) const;
 
  private:
-  std::filesystem::path path_;
+  TestFolder folder_;
 };
 
 std::string ReadText(const std::string& path);

@@ -215,15 +215,8 @@ TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
   EXPECT_TRUE(Contains(text, R"("host:20" -> "vlan:10";)"));
 }
 
-/// A directory that is removed with what is in it.
 class GraphFileTest : public ReportTest {
  protected:
-  GraphFileTest() {
-    std::string name = fs::temp_directory_path() / "zuskux-graph-XXXXXX";
-    directory_ = mkdtemp(name.data());
-  }
-  ~GraphFileTest() override { fs::remove_all(directory_); }
-
   std::string Read(const fs::path& path) const {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -234,7 +227,8 @@ class GraphFileTest : public ReportTest {
         std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
   }
 
-  fs::path directory_;
+  const TestFolder folder_;
+  const fs::path directory_ = folder_.Path("");
 };
 
 TEST_F(GraphFileTest, WritesDotText) {

@@ -13,8 +13,8 @@ namespace reference {
 namespace {
 
 EndState EndStateAfter(const std::function<void(RecordedSession*)>& act) {
-  const TemporaryFolder folder;
-  const std::string path = folder.File("recording");
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
   {
     RecordedSession session(path);
     act(&session);

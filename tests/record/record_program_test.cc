@@ -30,9 +30,9 @@ struct Ended {
 
 // Runs the program with `arguments`, as a shell reads them.
 Ended RunProgram(const std::string& arguments) {
-  const TemporaryFolder folder;
-  const std::string out = folder.File("out");
-  const std::string err = folder.File("err");
+  const TestFolder folder;
+  const std::string out = folder.Path("out");
+  const std::string err = folder.Path("err");
   const std::string command = ZUSKUX_RECORD " " + arguments + " >" + out + " 2>" + err;
   const int status = std::system(command.c_str());  // NOLINT(cert-env33-c, concurrency-mt-unsafe)
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
@@ -40,7 +40,7 @@ Ended RunProgram(const std::string& arguments) {
 
 class RecordProgram : public ::testing::Test {
  protected:
-  RecordProgram() : a_(folder_.File("a")), b_(folder_.File("b")) {
+  RecordProgram() : a_(folder_.Path("a")), b_(folder_.Path("b")) {
     {
       RecordedSession session(a_);
       session.Send(HalOperation::kInstallVlan, 1, Vlan(1));
@@ -52,16 +52,16 @@ class RecordProgram : public ::testing::Test {
     session.Send(HalOperation::kInstallEcmp, 6, Ecmp(6, {1}));
   }
 
-  TemporaryFolder folder_;
+  TestFolder folder_;
   // A recording without contradictions, and one with.
   std::string a_;
   std::string b_;
 };
 
 TEST_F(RecordProgram, ShowsARecording) {
-  WriteFile(folder_.File("c"),
+  WriteFile(folder_.Path("c"),
             RecordingBytes(TestHeader(), {EventEntry("one"), EventEntry("two")}));
-  const Ended ended = RunProgram("show " + folder_.File("c"));
+  const Ended ended = RunProgram("show " + folder_.Path("c"));
   EXPECT_EQ(ended.code, 0);
   EXPECT_EQ(ended.out,
             "recorded by test 1 from 2009-02-13T23:31:30.000000042Z\n"
@@ -72,11 +72,11 @@ TEST_F(RecordProgram, ShowsARecording) {
 
 TEST_F(RecordProgram, ShowsARecordingThatIsCut) {
   const std::string whole = RecordingBytes(TestHeader(), {EventEntry("one")});
-  WriteFile(folder_.File("c"), whole + "\x07...");
-  const Ended ended = RunProgram("show " + folder_.File("c"));
+  WriteFile(folder_.Path("c"), whole + "\x07...");
+  const Ended ended = RunProgram("show " + folder_.Path("c"));
   EXPECT_EQ(ended.code, 0);
   EXPECT_THAT(ended.out, EndsWith("---- one\n"));
-  EXPECT_EQ(ended.err, folder_.File("c") + ": byte " + std::to_string(whole.size()) +
+  EXPECT_EQ(ended.err, folder_.Path("c") + ": byte " + std::to_string(whole.size()) +
                            ": the last entry is not whole; the recording ends before it\n");
 }
 
@@ -126,7 +126,7 @@ class RunningServer {
 };
 
 TEST_F(RecordProgram, ReplaysToAServerWhateverItHolds) {
-  const std::string recording = folder_.File("c");
+  const std::string recording = folder_.Path("c");
   {
     RecordedSession session(recording);
     session.Send(HalOperation::kInstallVrf, 1, Vrf(1));
@@ -135,9 +135,9 @@ TEST_F(RecordProgram, ReplaysToAServerWhateverItHolds) {
     session.Send(HalOperation::kDestroyVlan, 2, Vlan(2));
     session.Send(HalOperation::kInstallVrf, 2, Vrf(2));
   }
-  const RunningServer server(folder_.File("socket"));
+  const RunningServer server(folder_.Path("socket"));
   for (const char* const round : {"an empty server", "a server that holds what was replayed"}) {
-    const Ended ended = RunProgram("replay " + recording + " --hal unix:" + folder_.File("socket"));
+    const Ended ended = RunProgram("replay " + recording + " --hal unix:" + folder_.Path("socket"));
     EXPECT_EQ(ended.code, 0) << round;
     EXPECT_EQ(ended.out,
               "requests sent 5, not compared 2, not sent because the client had refused them 0, "
@@ -148,7 +148,7 @@ TEST_F(RecordProgram, ReplaysToAServerWhateverItHolds) {
 }
 
 TEST_F(RecordProgram, EndsWith1WithoutAServer) {
-  const Ended ended = RunProgram("replay " + a_ + " --hal unix:" + folder_.File("socket"));
+  const Ended ended = RunProgram("replay " + a_ + " --hal unix:" + folder_.Path("socket"));
   EXPECT_EQ(ended.code, 1);
   EXPECT_EQ(ended.out, "");
   EXPECT_EQ(ended.err, "zuskux-record: no HAL server was found; start one with zuskux-hal\n");
@@ -170,13 +170,13 @@ TEST_F(RecordProgram, ComparesRecordings) {
 }
 
 TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
-  WriteFile(folder_.File("text"), "no recording \xFF");
+  WriteFile(folder_.Path("text"), "no recording \xFF");
   for (const std::string& command :
        {std::string("show "), std::string("replay --hal embedded "), "diff " + a_ + ' '}) {
-    const Ended ended = RunProgram(command + folder_.File("text"));
+    const Ended ended = RunProgram(command + folder_.Path("text"));
     EXPECT_EQ(ended.code, 1) << command;
     EXPECT_EQ(ended.out, "") << command;
-    EXPECT_EQ(ended.err, "zuskux-record: " + folder_.File("text") +
+    EXPECT_EQ(ended.err, "zuskux-record: " + folder_.Path("text") +
                              ": byte 0: this is no recording, or its header is not whole; name a "
                              "file that was written as a recording\n")
         << command;
@@ -184,7 +184,7 @@ TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
 }
 
 TEST_F(RecordProgram, EndsWith1WhenItsOutputIsLost) {
-  const std::string err = folder_.File("err");
+  const std::string err = folder_.Path("err");
   // The rest of the command line is a comment.
   const Ended ended = RunProgram("show " + a_ + " >/dev/full 2>" + err + " #");
   EXPECT_EQ(ended.code, 1);

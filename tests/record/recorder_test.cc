@@ -52,8 +52,8 @@ const void* Address(std::uintptr_t value) {
 }
 
 TEST(Recorder, WritesAllThatItIsTold) {
-  const TemporaryFolder folder;
-  const std::string path = folder.File("recording");
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
   {
     Recorder recorder(path, "test 1");
     recorder.ServerFound();
@@ -86,57 +86,57 @@ TEST(Recorder, WritesAllThatItIsTold) {
 }
 
 TEST(Recorder, StartsNow) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const auto now = [] {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
   };
   const auto before = now();
-  const Recorder recorder(folder.File("recording"), "test 1");
+  const Recorder recorder(folder.Path("recording"), "test 1");
   const auto after = now();
-  const RecordingReader recording(folder.File("recording"));
+  const RecordingReader recording(folder.Path("recording"));
   const auto start = static_cast<std::int64_t>(recording.header().start_time_ns());
   EXPECT_GE(start, before);
   EXPECT_LE(start, after);
 }
 
 TEST(Recorder, AnEventIsInTheFileAtOnceWithWhatPrecedesIt) {
-  const TemporaryFolder folder;
-  Recorder recorder(folder.File("recording"), "test 1");
+  const TestFolder folder;
+  Recorder recorder(folder.Path("recording"), "test 1");
   recorder.BeginReinstall();
   recorder.Event("lost");
-  EXPECT_THAT(ReadEntries(folder.File("recording")),
+  EXPECT_THAT(ReadEntries(folder.Path("recording")),
               ElementsAre("begin_reinstall { }", "event { line: \"lost\" }"));
 }
 
 TEST(Recorder, WhatIsWrittenIsSoonInTheFile) {
-  const TemporaryFolder folder;
-  Recorder recorder(folder.File("recording"), "test 1");
+  const TestFolder folder;
+  Recorder recorder(folder.Path("recording"), "test 1");
   for (const char* const round : {"first", "second"}) {
     SCOPED_TRACE(round);
-    const std::size_t before = ReadEntries(folder.File("recording")).size();
+    const std::size_t before = ReadEntries(folder.Path("recording")).size();
     recorder.BeginReinstall();
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (ReadEntries(folder.File("recording")).size() == before &&
+    while (ReadEntries(folder.Path("recording")).size() == before &&
            std::chrono::steady_clock::now() < end) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    EXPECT_EQ(ReadEntries(folder.File("recording")).size(), before + 1);
+    EXPECT_EQ(ReadEntries(folder.Path("recording")).size(), before + 1);
   }
 }
 
 TEST(Recorder, OnlyTheOwnerReadsARecording) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const mode_t before = ::umask(0);
-  { const Recorder recorder(folder.File("recording"), "test 1"); }
+  { const Recorder recorder(folder.Path("recording"), "test 1"); }
   ::umask(before);
   struct stat status {};
-  ASSERT_EQ(::stat(folder.File("recording").c_str(), &status), 0);
+  ASSERT_EQ(::stat(folder.Path("recording").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
 TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
-  const TemporaryFolder folder;
-  const std::string path = folder.File("recording");
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
   WriteFile(path, "kept");
   ASSERT_EQ(::symlink("/nonexistent", (path + ".1").c_str()), 0);
   std::vector<std::string> log;
@@ -156,24 +156,24 @@ TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
 }
 
 TEST(Recorder, NothingIsSaidOfANewFile) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   int lines = 0;
   {
-    const Recorder recorder(folder.File("new"), "test 1", [&](LogLevel, const auto&) { ++lines; });
+    const Recorder recorder(folder.Path("new"), "test 1", [&](LogLevel, const auto&) { ++lines; });
   }
   EXPECT_EQ(lines, 0);
 }
 
 TEST(Recorder, FinishesOnce) {
-  const TemporaryFolder folder;
-  Recorder recorder(folder.File("recording"), "test 1");
+  const TestFolder folder;
+  Recorder recorder(folder.Path("recording"), "test 1");
   recorder.BeginReinstall();
   EXPECT_TRUE(recorder.Finish());
   EXPECT_TRUE(recorder.Finish());
   const HalRequest request = {HalOperation::kInstallVrf, 1, 0, "p"};
   EXPECT_EQ(recorder.Request(request, nullptr), 1U);
   recorder.Event("late");
-  EXPECT_THAT(ReadEntries(folder.File("recording")), ElementsAre("begin_reinstall { }"));
+  EXPECT_THAT(ReadEntries(folder.Path("recording")), ElementsAre("begin_reinstall { }"));
 }
 
 TEST(Recorder, ThrowsWithThePathAndTheReason) {
@@ -218,8 +218,8 @@ class LimitedFileSize {
 };
 
 TEST(Recorder, StopsWithOneLineWhenTheFileCannotBeWritten) {
-  const TemporaryFolder folder;
-  const std::string path = folder.File("recording");
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
   const HalRequest request = {HalOperation::kInstallVrf, 1, 0, std::string(1000, 'p')};
   std::string log;
   {
@@ -246,55 +246,55 @@ TEST(Recorder, StopsWithOneLineWhenTheFileCannotBeWritten) {
 }
 
 TEST(Recorder, LeavesNoFileWhoseHeaderCannotBeWritten) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const LimitedFileSize limited(10);
-  EXPECT_THROW(Recorder(folder.File("recording"), "test 1"), boost::system::system_error);
-  EXPECT_FALSE(std::filesystem::exists(folder.File("recording")));
+  EXPECT_THROW(Recorder(folder.Path("recording"), "test 1"), boost::system::system_error);
+  EXPECT_FALSE(std::filesystem::exists(folder.Path("recording")));
 }
 
 // What fails last, in the writes of the end.
 TEST(Recorder, AnIncompleteEndIsNotACompleteRecording) {
-  const TemporaryFolder folder;
-  Recorder recorder(folder.File("recording"), "test 1");
-  const auto size = std::filesystem::file_size(folder.File("recording"));
+  const TestFolder folder;
+  Recorder recorder(folder.Path("recording"), "test 1");
+  const auto size = std::filesystem::file_size(folder.Path("recording"));
   const LimitedFileSize limited(size + 10);
   recorder.Request({HalOperation::kInstallVrf, 1, 0, std::string(1000, 'p')}, nullptr);
   EXPECT_FALSE(recorder.Finish());
 }
 
 TEST(Recorder, LeavesOutAPayloadThatIsTooLong) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::size_t limit = (1 << 20) - 1024;
   {
-    Recorder recorder(folder.File("recording"), "test 1");
+    Recorder recorder(folder.Path("recording"), "test 1");
     recorder.Request({HalOperation::kReplaceMpls, UINT32_MAX, UINT32_MAX, std::string(limit, 'p')},
                      Address(UINTPTR_MAX));
     recorder.Request({HalOperation::kInstallVlan, 1, 0, std::string(limit + 1, 'p')}, nullptr);
   }
-  const auto entries = ReadEntries(folder.File("recording"));
+  const auto entries = ReadEntries(folder.Path("recording"));
   ASSERT_EQ(entries.size(), 2U);
   EXPECT_THAT(entries[0], HasSubstr("payload: \"pppp"));
   EXPECT_EQ(entries[1], "request { number: 2 operation: 5 id: 1 omitted_payload_bytes: 1047553 }");
 }
 
 TEST(Recorder, CutsLongTexts) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   {
-    Recorder recorder(folder.File("recording"), "test 1");
+    Recorder recorder(folder.Path("recording"), "test 1");
     recorder.Event(std::string(65'536, 'e') + "cut");
     recorder.Interface(1, std::string(65'536, 'n') + "cut", 0, 0);
   }
-  EXPECT_THAT(ReadEntries(folder.File("recording")),
+  EXPECT_THAT(ReadEntries(folder.Path("recording")),
               ElementsAre("event { line: \"" + std::string(65'536, 'e') + "\" }",
                           "interface { lim_id: 1 name: \"" + std::string(65'536, 'n') + "\" }"));
 }
 
 TEST(Recorder, NumbersAndOrdersTheRequestsOfSeveralThreads) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   constexpr std::uint64_t kThreads = 4;
   constexpr std::uint64_t kRequests = 500;
   {
-    Recorder recorder(folder.File("recording"), "test 1");
+    Recorder recorder(folder.Path("recording"), "test 1");
     std::vector<std::thread> threads;
     for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
       threads.emplace_back([&recorder] {
@@ -306,7 +306,7 @@ TEST(Recorder, NumbersAndOrdersTheRequestsOfSeveralThreads) {
     }
     for (std::thread& thread : threads) thread.join();
   }
-  RecordingReader recording(folder.File("recording"));
+  RecordingReader recording(folder.Path("recording"));
   record::Entry entry;
   std::uint64_t requests = 0;
   std::set<std::uint64_t> results;

@@ -4,10 +4,8 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/util/delimited_message_util.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -15,7 +13,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -24,29 +21,9 @@
 #include "reference/record/recorded_schema.h"
 #include "reference/record/recorder.h"
 #include "reference/record/recording_reader.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
-
-/// A folder of the test's own, removed with what is in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder() : path_(::testing::TempDir() + "recordings-XXXXXX") {
-    if (::mkdtemp(path_.data()) == nullptr) {
-      throw std::system_error(errno, std::generic_category(), path_);
-    }
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string File(const std::string& name) const { return path_ + '/' + name; }
-
- private:
-  std::string path_;
-};
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -39,8 +39,8 @@ Outcome ReplayEmbedded(const std::vector<Step>& steps,
 }
 
 std::vector<Step> Record(const std::function<void(RecordedSession*)>& act) {
-  const TemporaryFolder folder;
-  const std::string path = folder.File("recording");
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
   {
     RecordedSession session(path);
     act(&session);

@@ -134,14 +134,14 @@ TEST_F(Show, RendersWhatTheRecordedMessageRendered) {
   const VlanEncapsulationMessage wrapper(std::move(message));
   const std::string rendering = wrapper.ToString(true);
 
-  const TemporaryFolder folder;
+  const TestFolder folder;
   {
-    Recorder recorder(folder.File("recording"), "test 1");
+    Recorder recorder(folder.Path("recording"), "test 1");
     recorder.Interface(3, "eth3", 2, 0x01000103);
     recorder.Request(MakeRequest(HalOperation::kInstallVlan, wrapper), &wrapper);
   }
   interface_ids::InterfaceTable::Global().Clear();
-  EXPECT_THAT(Text(ReadFile(folder.File("recording"))),
+  EXPECT_THAT(Text(ReadFile(folder.Path("recording"))),
               HasSubstr(" ===> #1 install-vlan " + rendering + "\n"));
 }
 

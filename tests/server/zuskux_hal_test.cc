@@ -20,6 +20,7 @@
 
 #include "tests/server/raw_client.h"
 #include "tests/support/log_text.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
 namespace {
@@ -94,14 +95,7 @@ class Process {
 
 class ZuskuxHalTest : public ::testing::Test {
  protected:
-  ZuskuxHalTest() {
-    std::string name = std::filesystem::temp_directory_path() / "zuskux-test-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    folder_ = name;
-  }
-  ~ZuskuxHalTest() override { std::filesystem::remove_all(folder_); }
-
-  std::string Path(const std::string& name) const { return folder_ + '/' + name; }
+  std::string Path(const std::string& name) const { return folder_.Path(name); }
 
   // A folder for the output of one process.
   std::string OutputFolder() {
@@ -122,7 +116,7 @@ class ZuskuxHalTest : public ::testing::Test {
     return {code, process.Output(), process.Error()};
   }
 
-  std::string folder_;
+  const TestFolder folder_;
   int outputs_ = 0;
 };
 

@@ -14,6 +14,7 @@
 #include "reference/site/generate_site.h"
 #include "reference/site/site_writer.h"
 #include "tests/site/read_site.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
 namespace {
@@ -33,14 +34,7 @@ class GenerateSiteProgramTest : public ::testing::Test {
     std::string err;
   };
 
-  GenerateSiteProgramTest() {
-    std::string path = fs::temp_directory_path() / "generate-site-XXXXXX";
-    EXPECT_NE(mkdtemp(path.data()), nullptr);
-    directory_ = path;
-    fs::create_directory(Target().parent_path());
-  }
-
-  ~GenerateSiteProgramTest() override { fs::remove_all(directory_); }
+  GenerateSiteProgramTest() { fs::create_directory(Target().parent_path()); }
 
   // In a directory of its own.
   fs::path Target() const { return directory_ / "sites" / "a.txtpb"; }
@@ -78,7 +72,8 @@ class GenerateSiteProgramTest : public ::testing::Test {
   }
 
  private:
-  fs::path directory_;
+  const TestFolder folder_;
+  const fs::path directory_ = folder_.Path("");
 };
 
 TEST_F(GenerateSiteProgramTest, WritesTheGeneratedSiteToStandardOutput) {

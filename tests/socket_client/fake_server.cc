@@ -26,17 +26,6 @@ bool AwaitReadable(int fd) {
 
 }  // namespace
 
-SocketFolder::SocketFolder() {
-  std::string folder = testing::TempDir() + "client-XXXXXX";
-  EXPECT_NE(mkdtemp(folder.data()), nullptr) << folder;
-  folder_ = folder;
-}
-
-SocketFolder::~SocketFolder() {
-  unlink(path().c_str());
-  rmdir(folder_.c_str());
-}
-
 FakeServer::FakeServer() { Listen(); }
 
 FakeServer::~FakeServer() {

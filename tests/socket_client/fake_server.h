@@ -10,6 +10,7 @@
 
 #include "reference/wire/frame.h"
 #include "tests/support/gate.h"
+#include "tests/support/test_folder.h"
 #include "wire.pb.h"
 
 namespace reference {
@@ -17,15 +18,10 @@ namespace reference {
 /// A folder for the socket, removed in the end.
 class SocketFolder {
  public:
-  SocketFolder();
-  SocketFolder(const SocketFolder&) = delete;
-  SocketFolder& operator=(const SocketFolder&) = delete;
-  ~SocketFolder();
-
-  std::string path() const { return folder_ + "/hal.sock"; }
+  std::string path() const { return folder_.Path("hal.sock"); }
 
  private:
-  std::string folder_;
+  TestFolder folder_;
 };
 
 /// A HAL server of which the test plays each step; one client at a time. Whatever does not come in
