@@ -81,7 +81,7 @@ TEST_F(ServerContentsTest, AnotherTypeOfFrameIsNoAnswer) {
 }
 
 TEST_F(ServerContentsTest, AGoodbyeIsPassedOn) {
-  EXPECT_EQ(MistakeOf(FrameType::kGoodbye, "enough\x1B"), Text("it says enough?"));
+  EXPECT_EQ(MistakeOf(FrameType::kGoodbye, "enough\x1B"), Text("it says enough\\x1b"));
 }
 
 TEST_F(ServerContentsTest, AStatusThatDoesNotParseIsNoAnswer) {

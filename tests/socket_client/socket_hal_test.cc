@@ -236,7 +236,7 @@ TEST_F(PromiseOneResult, WhenTheServerSaysGoodbye) {
   server_.Next();
   server_.SendFrame(FrameType::kGoodbye, 0, "going\ndown");
   EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 100"));
-  EXPECT_EQ(log_.AwaitStart("HAL server says"), "HAL server says goodbye: going?down");
+  EXPECT_EQ(log_.AwaitStart("HAL server says"), "HAL server says goodbye: going\\ndown");
 }
 
 TEST_F(PromiseOneResult, WhenTheServerStalls) {
