@@ -193,6 +193,22 @@ TEST_F(EcmpGroupTest, ManyMembersKeepTheirOrder) {
   EXPECT_EQ(sent, members);
 }
 
+// One at a time, a list grows in steps; its place taken in advance would be exact.
+TEST_F(EcmpGroupTest, MembersAreAddedOneAtATime) {
+  for (const std::size_t size : {std::size_t{9}, std::size_t{100}}) {
+    encapsulation::EcmpMessage by_hand;
+    for (std::size_t i = 0; i < size; ++i) by_hand.add_members(12);
+    int capacity = 0;
+    client_.on_request = [&](AppMessage* wrapper) {
+      capacity =
+          dynamic_cast<EcmpEncapsulationMessage&>(*wrapper).encap()->mutable_members()->Capacity();
+    };
+    adapter_.InstallEcmp(Group(std::vector<unsigned int>(size, 12)));
+
+    EXPECT_EQ(capacity, by_hand.mutable_members()->Capacity()) << size;
+  }
+}
+
 // The next hops are a list by value: taking it is an allocation.
 
 TEST_F(EcmpGroupTest, DestroyDoesNotTakeTheNextHops) {

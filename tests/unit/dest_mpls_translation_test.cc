@@ -200,7 +200,7 @@ TEST_F(MplsTranslationTest, VirtualCircuitWithoutATunnelHasZero) {
 TEST_F(MplsTranslationTest, VirtualCircuitNeverGainsAVlanDestId) {
   record().set_vc_label(300);
   object_.object.attributes.clear();
-  Translate();
+  EXPECT_EQ(Translate(), "vlan_tunnel_dest_id: 0 flag: ACTION_DROP");
   EXPECT_THAT(object_.object.attributes, ElementsAre(Key("host_dest_id")));
 }
 
@@ -368,6 +368,19 @@ class MplsNeighborTest : public MplsTranslationTest,
 
 TEST_P(MplsNeighborTest, DecidesTheDropFlagAndItsTrace) {
   ExpectTranslation();
+  if (GetParam().active) {
+    EXPECT_THAT(Events(), IsEmpty());
+  } else {
+    EXPECT_THAT(Events(), ElementsAre(kDropTrace));
+  }
+}
+
+TEST_P(MplsNeighborTest, DecidesTheDropFlagOfAVirtualCircuit) {
+  record().set_vc_label(300);
+  record().set_tunnel_dest_id(5);
+  object_.object.attributes.erase("vlan_dest_id");
+  ExpectTranslation();
+  EXPECT_EQ(object_.object.attributes.count("vlan_dest_id"), 0U);
   if (GetParam().active) {
     EXPECT_THAT(Events(), IsEmpty());
   } else {

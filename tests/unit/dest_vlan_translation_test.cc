@@ -1,6 +1,7 @@
 #include <boost/throw_exception.hpp>
 #include <boost/variant/get.hpp>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -323,6 +324,15 @@ TEST_F(VlanTranslationTest, TracesAfterTheScalars) {
   EXPECT_EQ(at_trace,
             R"(lim_id: "wxyz" source_mac_address: "abcdef" vlan_destination_id: 12 vrf: 5 )"
             "mtu: 1500");
+}
+
+TEST_F(VlanTranslationTest, LooksTheListUpAfterTheTrace) {
+  record().add_capabilities(VLAN_CAPABILITY_ROUTED);
+  testing_support::SetLogHook([] { throw std::runtime_error("log"); });
+
+  EXPECT_THROW(Translate(), std::runtime_error);
+  EXPECT_THAT(object_.object.attribute_lists, IsEmpty());
+  EXPECT_EQ(message_.capabilities_size(), 0);
 }
 
 TEST_F(VlanTranslationTest, IsSilentWithoutTrace) {
