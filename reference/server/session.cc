@@ -340,19 +340,30 @@ bool Session::PeerIsGone() {
 void Session::OnRequest(const FrameSplitter::Frame& frame) {
   ++state_->requests;
   const std::uint32_t sequence = frame.header.sequence;
-  if (state_->options.faults != nullptr) {
-    const bool decoded = DecodeRequest(frame, &request_);
-    TellRequest();
-    return ApplyWithFaults(sequence, decoded);
-  }
+  const bool decoded =
+      DecodeRequest(frame, &request_, [&](const auto& message) { CarryOut(sequence, &message); });
+  if (!decoded) CarryOut(sequence, nullptr);
+}
+
+void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* message) {
+  using End = ServerFaults::RequestFate::End;
+  TellRequest();
+  ServerFaults* const faults = state_->options.faults;
+  const auto fate =
+      faults == nullptr ? ServerFaults::RequestFate() : faults->OnRequest(request_, state_->tables);
+  if (fate.end == End::kCrashBefore) return state_->Crash();
+  if (fate.end == End::kCloseBefore) return CloseAfterWriting();
+
   HalReturnCode code = kHalBadRequest;
-  const bool decoded = DecodeRequest(frame, &request_, [&](const auto& message) {
-    TellRequest();
-    code = state_->tables.Apply(request_, message);
-  });
-  if (!decoded) TellRequest();
-  TellResult(code);
-  AppendResult(sequence, ResultOf(code), &next_output_);
+  if (fate.code) {
+    code = *fate.code;
+  } else if (message != nullptr) {
+    code = state_->tables.Apply(request_, *message);
+  }
+
+  if (fate.end == End::kCrashAfter) return state_->Crash();
+  if (fate.end == End::kCloseAfter) return CloseAfterWriting();
+  Answer(fate, sequence, code);
 }
 
 void Session::TellRequest() {
@@ -492,34 +503,19 @@ void Session::OnDeadline() {
   if (!greeted_) Refuse("no hello in time");
 }
 
-void Session::ApplyWithFaults(std::uint32_t sequence, bool decoded) {
-  using End = ServerFaults::RequestFate::End;
-  const auto fate = state_->options.faults->OnRequest(request_, state_->tables);
-  if (fate.end == End::kCrashBefore) return state_->Crash();
-  if (fate.end == End::kCloseBefore) return CloseAfterWriting();
-
-  HalReturnCode code = kHalBadRequest;
-  if (fate.code) {
-    code = *fate.code;
-  } else if (decoded) {
-    code = state_->tables.Apply(request_);
-  }
-
-  if (fate.end == End::kCrashAfter) return state_->Crash();
-  if (fate.end == End::kCloseAfter) return CloseAfterWriting();
-  Answer(fate, sequence, code);
-}
-
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
                      HalReturnCode code) {
   TellResult(code);
+  const ResultPayload result = ResultOf(code, fate.due);
+  const auto append = [&](std::string* out) {
+    for (int copy = 0; copy < fate.copies; ++copy) AppendResult(sequence, result, out);
+    if (fate.stray) AppendResult(sequence + kStrayDistance, result, out);
+  };
+  // Without faults always so.
+  if (fate.cut == 0 && fate.due <= read_at_ && late_.empty()) return append(&next_output_);
+
   std::string answer;
-  for (int copy = 0; copy < fate.copies; ++copy) {
-    AppendResult(sequence, ResultOf(code, fate.due), &answer);
-  }
-  if (fate.stray) {
-    AppendResult(sequence + kStrayDistance, ResultOf(code, fate.due), &answer);
-  }
+  append(&answer);
   if (fate.cut != 0) {
     next_output_.append(answer, 0, fate.cut);
     return CloseAfterWriting();

@@ -107,6 +107,9 @@ class Session : public std::enable_shared_from_this<Session> {
   std::string Name() const;
   bool PeerIsGone();
   void OnRequest(const FrameSplitter::Frame& frame);
+  // Carries out `request_`, as far as a fault lets it; `message` is null where it does not decode.
+  void CarryOut(std::uint32_t sequence, const google::protobuf::Message* message);
+  void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
   void StartTableReading(std::uint32_t sequence);
@@ -122,7 +125,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void TellRequest();
   void TellResult(HalReturnCode code) const;
   // The result of `request_`, which is sent at that time or now if that is past.
-  ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due = {}) const;
+  ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due) const;
 
   // The conversation is not what it should be: says so to the log and to the client, and closes.
   void Refuse(const std::string& reason);
@@ -134,8 +137,6 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnDeadline();
 
   // With faults only.
-  void ApplyWithFaults(std::uint32_t sequence, bool decoded);
-  void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer);
   void WaitForLate();
 
