@@ -50,7 +50,12 @@ void Manager::Start(HalConnection* hal) {
   hal->InitEncapsulationModule();
   HalReports reports;
   reports.results = hai->hal_encap_callback();
-  reports.server_found = [] { dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr); };
+  reports.server_found = [this] {
+    Put(ServerFoundNotice());
+    // Asks for the kinds one after the other.
+    dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr);
+    Put(EverythingAskedForNotice());
+  };
   reports.room = [this] { Put(RoomNotice()); };
   reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
     Put(VrfResult{request.id, ActionOf(request.operation), code});
@@ -80,9 +85,8 @@ bool Manager::finished() const {
 
 bool Manager::settled() const {
   std::size_t failed = 0;
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    failed += database_.counts(static_cast<HalKind>(kind))
-                  .at(static_cast<std::size_t>(Standing::kFailed));
+  for (const HalKind kind : kAllHalKinds) {
+    failed += database_.counts(kind).at(static_cast<std::size_t>(Standing::kFailed));
   }
   return finished() && in_sync() && failed == 0;
 }
@@ -154,12 +158,13 @@ void Manager::Handle(const VrfResult& result) {
   EndRequest(entry, result.action, result.code == kHalSuccess, result.code);
 }
 
-// The library asks for the kinds one after the other, VRFs first and MPLS destinations last.
+void Manager::Handle(const ServerFoundNotice& /*notice*/) { BeginReinstall(); }
+
 void Manager::Handle(const ReinstallNotice& notice) {
-  if (notice.kind == HalKind::kVrf) BeginReinstall();
   database_.ForEachEntry(notice.kind, [this](Object* entry) { MarkForReinstall(entry); });
-  if (notice.kind == HalKind::kMpls) server_found_ = true;
 }
+
+void Manager::Handle(const EverythingAskedForNotice& /*notice*/) { server_found_ = true; }
 
 // One that was sent before another begin says nothing of that one.
 void Manager::Handle(const ReinstallEndedNotice& notice) {
@@ -205,8 +210,8 @@ void Manager::MarkForReinstall(Object* object) {
 void Manager::EndReinstall() {
   hal_->EndReinstall();
   reinstalling_ = false;
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    while (RetryForRoom(static_cast<HalKind>(kind))) continue;
+  for (const HalKind kind : kAllHalKinds) {
+    while (RetryForRoom(kind)) continue;
   }
   if (remaining_ != 0) PostWork();
   if (events_.reinstalled) {

@@ -104,17 +104,21 @@ class Manager : private NotificationSink {
     HalAction action = HalAction::kInstall;
     HalReturnCode code = kHalSuccess;
   };
+  /// A server was found; a notice for each kind follows, and `EverythingAskedForNotice`.
+  struct ServerFoundNotice {};
   /// All objects of the kind are to be installed again.
   struct ReinstallNotice {
-    HalKind kind = HalKind::kVrf;
+    HalKind kind{};
   };
+  struct EverythingAskedForNotice {};
   struct ReinstallEndedNotice {
     bool in_sync = false;
   };
   struct ServerLostNotice {};
   struct RoomNotice {};
-  using Notification = std::variant<HalResult, VrfResult, ReinstallNotice, ReinstallEndedNotice,
-                                    ServerLostNotice, RoomNotice>;
+  using Notification =
+      std::variant<HalResult, VrfResult, ServerFoundNotice, ReinstallNotice,
+                   EverythingAskedForNotice, ReinstallEndedNotice, ServerLostNotice, RoomNotice>;
 
   // On the HAL's thread.
   void OnResult(const HalResult& result) override;
@@ -127,7 +131,9 @@ class Manager : private NotificationSink {
   void Work();
   void Handle(const HalResult& result);
   void Handle(const VrfResult& result);
+  void Handle(const ServerFoundNotice& notice);
   void Handle(const ReinstallNotice& notice);
+  void Handle(const EverythingAskedForNotice& notice);
   void Handle(const ReinstallEndedNotice& notice);
   void Handle(const ServerLostNotice& notice);
   void Handle(const RoomNotice& /*notice*/) {}

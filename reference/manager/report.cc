@@ -58,8 +58,8 @@ std::string ReasonOf(const Object& object) {
 }
 
 Summary::Summary(const DestDatabase& database) {
-  for (std::size_t kind = 0; kind < kHalKinds; ++kind) {
-    const DestDatabase::StandingCounts& of_kind = database.counts(static_cast<HalKind>(kind));
+  for (const HalKind kind : kAllHalKinds) {
+    const DestDatabase::StandingCounts& of_kind = database.counts(kind);
     for (std::size_t i = 0; i < kStandings; ++i) counts_[i] += of_kind[i];
   }
 }

@@ -1,14 +1,16 @@
 #include "reference/manager/request_queue.h"
 
+#include <limits>
+
 namespace reference {
 namespace {
 
-constexpr auto kLastLayer = static_cast<std::uint8_t>(Layer::kEcmp);
+constexpr std::uint8_t kLastRank = std::numeric_limits<std::uint8_t>::max();
 
 // By layer; removals come last, and in the reverse order.
 std::uint8_t RankOf(const Object& object) {
   const auto layer = static_cast<std::uint8_t>(LayerOf(object.content));
-  return object.wanted ? layer : static_cast<std::uint8_t>(2 * kLastLayer + 1 - layer);
+  return object.wanted ? layer : static_cast<std::uint8_t>(kLastRank - layer);
 }
 
 }  // namespace

@@ -30,8 +30,7 @@ constexpr std::chrono::seconds kTimeout{10};
 
 Json ObjectsAsJson(const DestDatabase& database) {
   Json kinds;
-  for (std::size_t i = 0; i < kHalKinds; ++i) {
-    const auto kind = static_cast<HalKind>(i);
+  for (const HalKind kind : kAllHalKinds) {
     Json& standings = kinds[std::string(HalKindName(kind))];
     for (std::size_t standing = 0; standing < kStandings; ++standing) {
       const auto name = StandingName(static_cast<Standing>(standing));

@@ -8,7 +8,7 @@
 #include <limits>
 #include <utility>
 
-#include "reference/hal/hal_request.h"
+#include "reference/hal/kinds.h"
 #include "reference/record/format.h"
 
 namespace reference {
@@ -37,8 +37,8 @@ std::unique_ptr<io::FileInputStream> OpenFile(const std::string& path) {
 }
 
 bool IsOperation(std::uint32_t value) {
-  return value >= static_cast<std::uint32_t>(HalOperation::kInstallVrf) &&
-         value <= static_cast<std::uint32_t>(HalOperation::kReplaceMpls);
+  return value <= std::numeric_limits<std::uint8_t>::max() &&
+         IsHalOperation(static_cast<std::uint8_t>(value));
 }
 
 // What is wrong with an entry that decoded; null if nothing is.

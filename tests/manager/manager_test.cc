@@ -12,7 +12,6 @@
 #include "reference/manager/report.h"
 #include "tests/manager/scripted_hal.h"
 #include "tests/manager/sites.h"
-#include "zuskux/hai_callback.h"
 
 namespace reference {
 namespace {
@@ -440,7 +439,7 @@ TEST_F(ManagerTest, ARequestThatReachedTheNewServerIsSentAgainAsAnInstall) {
   Apply(site);
   EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
   // The new server is found while that request is in its queue.
-  dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr);
+  hal_.FindServerWithRequestsInFlight();
   Work();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall"));
   Answer("replace-vlan 10");

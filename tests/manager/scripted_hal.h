@@ -27,6 +27,8 @@ class ScriptedHal : public HalConnection {
   void LoseServer() { reports_.server_lost(); }
   /// The server is found; all results of the one before have been given.
   void FindServer();
+  /// The same while requests are in flight, which the new server answers.
+  void FindServerWithRequestsInFlight() { reports_.server_found(); }
   /// Answers the oldest request that waits for its result.
   void Answer(HalReturnCode code = kHalSuccess);
   void AnswerAll(HalReturnCode code = kHalSuccess);
