@@ -1,6 +1,7 @@
 #include "zuskux/hai_callback.h"
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -13,7 +14,37 @@
 #include "zuskux/dest_app_messages.h"
 #include "zuskux/hai.h"
 
+namespace google::protobuf {
+class Arena;
+}  // namespace google::protobuf
+
 namespace dest_mng {
+namespace {
+
+// The records that the library made, in order.
+std::vector<const google::protobuf::Message*> made_records;
+
+}  // namespace
+
+// The constructors of the records are wrapped with the linker's --wrap: the library calls
+// Wrapped..., and Real... is the constructor itself.
+#define WRAP_CONSTRUCTOR(name, symbol)                                                 \
+  void Real##name(name*, google::protobuf::Arena*, bool) __asm__("__real_" symbol);    \
+  void Wrapped##name(name*, google::protobuf::Arena*, bool) __asm__("__wrap_" symbol); \
+  void Wrapped##name(name* self, google::protobuf::Arena* arena, bool owned) {         \
+    Real##name(self, arena, owned);                                                    \
+    made_records.push_back(self);                                                      \
+  }
+
+WRAP_CONSTRUCTOR(DestVlanMessage, "_ZN8dest_mng15DestVlanMessageC1EPN6google8protobuf5ArenaEb")
+WRAP_CONSTRUCTOR(DestHostMessage, "_ZN8dest_mng15DestHostMessageC1EPN6google8protobuf5ArenaEb")
+WRAP_CONSTRUCTOR(DestMplsMessage, "_ZN8dest_mng15DestMplsMessageC1EPN6google8protobuf5ArenaEb")
+WRAP_CONSTRUCTOR(DestEcmpRouteMessage,
+                 "_ZN8dest_mng20DestEcmpRouteMessageC1EPN6google8protobuf5ArenaEb")
+WRAP_CONSTRUCTOR(VrfMessage, "_ZN8dest_mng10VrfMessageC1EPN6google8protobuf5ArenaEb")
+
+#undef WRAP_CONSTRUCTOR
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -24,6 +55,7 @@ using testing_support::HandledMessage;
 using testing_support::LevelQueries;
 using testing_support::LiveWithoutEvents;
 using testing_support::MessageCalls;
+using testing_support::RawRecords;
 using testing_support::SetConstructionHook;
 using testing_support::SetHandlerHook;
 using testing_support::SetLogHook;
@@ -112,6 +144,11 @@ void WatchRecord(const char* event) {
   record->GetReflection()->SetString(record, name, std::string(100, 'n'));
   std::string unused;
   WatchDeletion(record->GetReflection()->GetStringReference(*record, name, &unused).data(), event);
+}
+
+// Expects `object` on the stack, between a local variable of a caller and one of a function called.
+void ExpectOnTheStack(const void* object, const void* outer, const void* inner) {
+  EXPECT_TRUE(std::less<>()(inner, object) && std::less<>()(object, outer));
 }
 
 class ResultTest : public testing_support::HaiTest,
@@ -230,9 +267,36 @@ TEST_P(ResultTest, DestroysEverythingOnceWhenTheHandlerThrows) {
 
 TEST_P(ResultTest, BuildsNothingWhenTheLogThrows) {
   SetLogHook([] { throw std::runtime_error("log"); });
+  made_records.clear();
 
   EXPECT_THROW(GetParam().Call(kSuccess, 5, 9), std::runtime_error);
+  EXPECT_THAT(made_records, IsEmpty());
   EXPECT_THAT(Events(), IsEmpty());
+}
+
+TEST_P(ResultTest, GivesTheLogAFormatWithoutArguments) {
+  GetParam().Call(kSuccess, 5, 9);
+
+  EXPECT_THAT(RawRecords(), ElementsAre("Entry Point"));
+}
+
+TEST_P(ResultTest, NeedsNoClient) {
+  WithoutClient();
+  GetParam().Call(kSuccess, 5, 9);
+
+  EXPECT_THAT(Events(), ElementsAreArray(Expected(GetParam().success, GetParam().Ids(5, 9))));
+}
+
+TEST_P(ResultTest, HasItsRecordOnTheStack) {
+  int outer = 0;
+  SetHandlerHook([&outer](const std::string&) {
+    const int inner = 0;
+    ExpectOnTheStack(HandledMessage()->message(), &outer, &inner);
+    ++outer;
+  });
+  GetParam().Call(kSuccess, 5, 9);
+
+  EXPECT_EQ(outer, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(, ResultTest, ::testing::ValuesIn(kOperations),
@@ -289,18 +353,6 @@ TEST_F(HaiCallbackTest, IgnoresTheResultOfTheInitialisation) {
 
   EXPECT_THAT(Events(), IsEmpty());
   EXPECT_EQ(LevelQueries(), 0);
-}
-
-TEST_F(HaiCallbackTest, NeedsNoClient) {
-  WithoutClient();
-  Hai::GetInstance()->hal_encap_callback()->InstallVlanOutgoingEncapsulationResCallback(kSuccess,
-                                                                                        5);
-  EXPECT_THAT(
-      Events(),
-      ElementsAre("log 10 src/hai/hai_callback InstallVlanOutgoingEncapsulationResCallback:23 "
-                  "Entry Point",
-                  "handler CreatedDestVlanSuccess AppDestVlanMessage db_id: 5",
-                  "AppMessage destroyed", "MessageController destroyed"));
 }
 
 // Server found.
@@ -404,6 +456,33 @@ TEST_F(ServerFoundTest, FitsTheFunctionTypeOfANotification) {
   notification(nullptr);
 
   EXPECT_THAT(Events(), ElementsAreArray(ServerFoundEvents(5)));
+}
+
+TEST_F(ServerFoundTest, BuildsNothingWhenTheLogThrows) {
+  SetLogHook([] { throw std::runtime_error("log"); });
+  made_records.clear();
+
+  EXPECT_THROW(Callback::HalServerFoundCallback(nullptr), std::runtime_error);
+  EXPECT_THAT(made_records, IsEmpty());
+  EXPECT_THAT(Events(), IsEmpty());
+}
+
+TEST_F(ServerFoundTest, GivesTheLogAFormatWithoutArguments) {
+  Callback::HalServerFoundCallback(nullptr);
+
+  EXPECT_THAT(RawRecords(), ElementsAre("Entry Point"));
+}
+
+TEST_F(ServerFoundTest, HasItsRecordsOnTheStack) {
+  int outer = 0;
+  SetHandlerHook([&outer](const std::string&) {
+    const int inner = 0;
+    ExpectOnTheStack(HandledMessage()->message(), &outer, &inner);
+    ++outer;
+  });
+  Callback::HalServerFoundCallback(nullptr);
+
+  EXPECT_EQ(outer, 5);
 }
 
 class ServerFoundThrowTest : public ServerFoundTest,

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "dest_host/hai/action_flags.h"
 #include "tests/support/hai_test.h"
 #include "tests/support/mapped_memory.h"
 #include "zuskux/host_encapsulation_message.h"
@@ -24,6 +25,8 @@ using ::testing::IsEmpty;
 using testing_support::Address;
 using testing_support::InterfaceIds;
 using testing_support::ObjectAt;
+
+static_assert(kActionNone == 0 && kActionDrop == 1 && kActionToCpu == 2);
 
 constexpr std::uintptr_t kExampleAddress = 0x55D0C8A41E20;
 constexpr char kTaken[] = "the address is taken in this process; run again";
@@ -271,6 +274,21 @@ INSTANTIATE_TEST_SUITE_P(Lists, HostFlagsTest,
                                                    {2, 1, 0, 2},
                                                    "HAL Flags(To CPU, Drop Packet, None, To CPU)"}),
                          [](const auto& test) { return test.param.name; });
+
+// The copy is the one allocation that a rendering with flags takes more.
+TEST_F(HostRenderingTest, FlagsAreCopiedAtOnce) {
+  const auto allocations = [](int flags) {
+    auto message = std::make_unique<HostMessage>();
+    for (int i = 0; i < flags; ++i) message->add_flags(encapsulation::ActionFlags{1});
+    const HostEncapsulationMessage wrapper(std::move(message));
+    const std::size_t before = testing_support::AllocationCount();
+    wrapper.ToString(true);
+    return testing_support::AllocationCount() - before;
+  };
+
+  EXPECT_EQ(allocations(1), allocations(0) + 1);
+  EXPECT_EQ(allocations(9), allocations(0) + 1);
+}
 
 TEST_F(HostRenderingTest, LongListOfFlagsIsShownWhole) {
   HostMessage message;

@@ -1,5 +1,6 @@
 #include "hai/log.h"
 
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -11,6 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using testing_support::Events;
 using testing_support::LevelQueries;
+using testing_support::SetLevelAnswer;
 using testing_support::SetTrace;
 using LogTest = testing_support::HaiTest;
 
@@ -50,6 +52,15 @@ TEST_F(LogTest, WritesWithoutAskingForTheLevel) {
 
   EXPECT_THAT(Events(), ElementsAre("log 10 f g:1 text"));
   EXPECT_EQ(LevelQueries(), 0);
+}
+
+TEST_F(LogTest, TakesEveryNumberBut0AsEnabled) {
+  for (const int answer : {1, 2, -1, 256, 0x10000, std::numeric_limits<int>::min()}) {
+    SetLevelAnswer([answer](int) { return answer; });
+    EXPECT_TRUE(TraceEnabled()) << answer;
+  }
+  SetLevelAnswer([](int) { return 0; });
+  EXPECT_FALSE(TraceEnabled());
 }
 
 TEST_F(LogTest, AsksForTheTraceLevelEachTime) {

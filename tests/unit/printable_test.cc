@@ -276,6 +276,51 @@ TYPED_TEST(OwningPrintableDeathTest, ReadsTheLengthBeforeItAllocates) {
       "");
 }
 
+// Fields that are shorter than what they hold.
+
+std::string* MacOf(encapsulation::VlanMessage* message) {
+  return message->mutable_source_mac_address();
+}
+template <typename Message>
+std::string* MacOf(Message* message) {
+  return message->mutable_dest_mac();
+}
+
+template <typename K>
+class ShortFieldTest : public PrintableTest<K> {};
+
+TYPED_TEST_SUITE(ShortFieldTest, OwningKinds, KindNames);
+
+TYPED_TEST(ShortFieldTest, ReadsAsPaddedWithZeros) {
+  auto message = std::make_unique<typename TypeParam::Message>();
+  message->set_lim_id(std::string(1, '\x61'));
+  *MacOf(message.get()) = std::string(2, '\x62');
+  const typename TypeParam::Wrapper wrapper(std::move(message));
+  wrapper.ToString(true);
+
+  EXPECT_THAT(
+      testing_support::InterfaceIds().calls,
+      ElementsAre("limid_to_type(0x00000061)", "limid_to_ifindex(0x00000061)",
+                  "limid_to_intfname(0x00000061, size 64, flags 0)", "MACAddr(62:62:00:00:00:00)"));
+}
+
+// A field that becomes shorter keeps its buffer, with the bytes of its old content.
+TYPED_TEST(ShortFieldTest, ShowsNothingOfItsOldContent) {
+  auto message = std::make_unique<typename TypeParam::Message>();
+  message->set_lim_id("\x71\x71\x71\x71");
+  *MacOf(message.get()) = "\x72\x72\x72\x72\x72\x72";
+  message->mutable_lim_id()->assign(1, '\x61');
+  MacOf(message.get())->assign(2, '\x62');
+  ASSERT_EQ(message->lim_id().data()[2], '\x71') << "the old content is gone anyway";
+  const typename TypeParam::Wrapper wrapper(std::move(message));
+  wrapper.ToString(true);
+
+  EXPECT_THAT(
+      testing_support::InterfaceIds().calls,
+      ElementsAre("limid_to_type(0x00000061)", "limid_to_ifindex(0x00000061)",
+                  "limid_to_intfname(0x00000061, size 64, flags 0)", "MACAddr(62:62:00:00:00:00)"));
+}
+
 // The kinds that hold their message.
 
 template <typename K>
