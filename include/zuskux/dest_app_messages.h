@@ -9,28 +9,28 @@
 
 namespace dest_mng {
 
-/// Carries a record of the destination manager to one of its controllers. The record is not owned:
-/// it lives on the stack of whoever notifies the controller. The message itself lives on the heap
-/// and belongs to the controller; both are used on the notifying thread only.
+/// Carries a record of the destination manager to one of its controllers. The message lives on the
+/// heap and the controller owns it. It does not own the record, which lives on the notifying
+/// thread's stack. Both are used on that thread only.
 ///
 /// The order of the virtual operations and of the members is part of the binary interface.
 class ZUSKUX_EXPORT AppDestMessage : public AppMessage {
  public:
-  /// Carries `record`, which stays the caller's.
+  /// Carries `record`; the caller keeps ownership.
   explicit AppDestMessage(google::protobuf::Message* record) noexcept : AppMessage(record) {}
   ~AppDestMessage() override;
 
-  /// Reads nothing and returns false: these messages are made in the process, never received.
+  /// Returns false without reading `buffer`: these messages never arrive from outside the process.
   bool Unserialize(void* buffer) override;
 
  private:
-  // Part of the layout that the framework expects; not used here.
+  // Unused; part of the layout that the framework expects.
   [[maybe_unused]] std::int32_t number_ = 0;
   std::string text_;
 };
 
-/// Carries a `DestVlanMessage`; as all the classes below, it exists so that the kind is known from
-/// the run-time type.
+/// Carries a `DestVlanMessage`. This class and those below exist so that the run-time type
+/// identifies the kind.
 class ZUSKUX_EXPORT AppDestVlanMessage : public AppDestMessage {
  public:
   using AppDestMessage::AppDestMessage;

@@ -6,23 +6,23 @@
 
 namespace dest_mng {
 
-// The controllers that results and reinstall requests are notified on. The library builds one on
-// its stack for each notification, around a heap application message that the controller owns,
-// calls one handler and destroys it, all on the thread on which the HAL client library reports.
+// The controllers that deliver results and reinstall requests. For each notification, the library
+// builds a controller on its stack around a heap application message, calls one handler and
+// destroys the controller, all on the thread on which the HAL client library reports. The
+// controller owns the message.
 //
-// The handlers are the host program's to define. The `...Success` and `...Error` handlers find the
-// ids of the result in the carried record, reached through `message()`; a `Reinstall...` handler is
-// given an empty record and is expected to program every object of its kind through the adapters.
-// An exception of a handler passes to the HAL client library.
+// The host program defines the handlers. `...Success` and `...Error` handlers find the ids of the
+// result in the carried record, which `message()` reaches. A `Reinstall...` handler gets an empty
+// record and must program every object of its kind through the adapters. An exception from a
+// handler propagates to the HAL client library.
 
-/// Notifications on VLAN destinations; carries an `AppDestVlanMessage`.
+/// Notifications for VLAN destinations; carries an `AppDestVlanMessage`.
 class ZUSKUX_EXPORT MessageControllerVlan : public msg_ctrl::MessageController {
  public:
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerVlan() override;
 
-  /// The HAL answered a request for a VLAN destination, whose ids are in the record.
-  /// @{
+  /// The HAL answered a request for the VLAN destination whose ids are in the record.
   void CreatedDestVlanSuccess();
   void CreatedDestVlanError();
   void UpdatedDestVlanSuccess();
@@ -31,18 +31,17 @@ class ZUSKUX_EXPORT MessageControllerVlan : public msg_ctrl::MessageController {
   void DeletedDestVlanError();
   /// @}
 
-  /// The HAL was found; every VLAN destination is to be installed.
+  /// The HAL server was found: install every VLAN destination.
   void ReinstallDestVlan();
 };
 
-/// Notifications on host destinations; carries an `AppDestHostMessage`.
+/// Notifications for host destinations; carries an `AppDestHostMessage`.
 class ZUSKUX_EXPORT MessageControllerHost : public msg_ctrl::MessageController {
  public:
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerHost() override;
 
-  /// The HAL answered a request for a host destination, whose ids are in the record.
-  /// @{
+  /// The HAL answered a request for the host destination whose ids are in the record.
   void CreatedDestHostSuccess();
   void CreatedDestHostError();
   void UpdatedDestHostSuccess();
@@ -51,36 +50,34 @@ class ZUSKUX_EXPORT MessageControllerHost : public msg_ctrl::MessageController {
   void DeletedDestHostError();
   /// @}
 
-  /// The HAL was found; every host destination is to be installed.
+  /// The HAL server was found: install every host destination.
   void ReinstallDestHost();
 };
 
-/// Notifications on ECMP groups, which have no update; carries an `AppDestEcmpMessage`.
+/// Notifications for ECMP groups, which have no update; carries an `AppDestEcmpMessage`.
 class ZUSKUX_EXPORT MessageControllerEcmp : public msg_ctrl::MessageController {
  public:
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerEcmp() override;
 
-  /// The HAL answered a request for an ECMP group, whose ids are in the record.
-  /// @{
+  /// The HAL answered a request for the ECMP group whose ids are in the record.
   void CreatedDestEcmpSuccess();
   void CreatedDestEcmpError();
   void DeletedDestEcmpSuccess();
   void DeletedDestEcmpError();
   /// @}
 
-  /// The HAL was found; every ECMP group is to be installed.
+  /// The HAL server was found: install every ECMP group.
   void ReinstallDestEcmp();
 };
 
-/// Notifications on MPLS destinations; carries an `AppDestMplsMessage`.
+/// Notifications for MPLS destinations; carries an `AppDestMplsMessage`.
 class ZUSKUX_EXPORT MessageControllerMpls : public msg_ctrl::MessageController {
  public:
   using msg_ctrl::MessageController::MessageController;
   ~MessageControllerMpls() override;
 
-  /// The HAL answered a request for an MPLS destination, whose ids are in the record.
-  /// @{
+  /// The HAL answered a request for the MPLS destination whose ids are in the record.
   void CreatedDestMplsSuccess();
   void CreatedDestMplsError();
   void UpdatedDestMplsSuccess();
@@ -89,17 +86,17 @@ class ZUSKUX_EXPORT MessageControllerMpls : public msg_ctrl::MessageController {
   void DeletedDestMplsError();
   /// @}
 
-  /// The HAL was found; every MPLS destination is to be installed.
+  /// The HAL server was found: install every MPLS destination.
   void ReinstallDestMpls();
 };
 
-/// Notifications on VRFs, whose requests have no result; carries an `AppVrfMessage`.
+/// Notifications for VRFs, whose requests have no result; carries an `AppVrfMessage`.
 class ZUSKUX_EXPORT VrfController : public msg_ctrl::MessageController {
  public:
   using msg_ctrl::MessageController::MessageController;
   ~VrfController() override;
 
-  /// The HAL was found; every VRF is to be installed.
+  /// The HAL server was found: install every VRF.
   void ReinstallVrf();
 };
 

@@ -8,8 +8,8 @@
 #include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 #include "zuskux/export.h"
 
-/// An ECMP group on its way to or from the HAL: holds one `encapsulation::EcmpMessage` by value,
-/// renders it and reads it from a received buffer.
+/// An ECMP group on its way to or from the HAL. Holds one `encapsulation::EcmpMessage` by value,
+/// renders it and parses it from a received buffer.
 ///
 /// The adapter makes one on its stack for each request. Used by one thread at a time.
 class ZUSKUX_EXPORT EcmpEncapsulationMessage : public AppMessage,
@@ -18,15 +18,15 @@ class ZUSKUX_EXPORT EcmpEncapsulationMessage : public AppMessage,
   EcmpEncapsulationMessage();
   ~EcmpEncapsulationMessage() override;
 
-  /// Parses a frame: a header word that is not read, the payload length (32 bits, big-endian), the
-  /// payload. `buffer` must hold the whole frame. Returns whether the payload parsed; what the
-  /// message held before is gone either way.
+  /// Parses a frame: an ignored header word, the payload length (32 bits, big-endian), the payload.
+  /// `buffer` must hold the whole frame. Returns whether the payload parsed. The previous content
+  /// is lost either way.
   bool Unserialize(void* buffer) override;
 
-  /// One line: the object's name and address, with `full` followed by the fields of the message.
+  /// One line: the object's name and address and, if `full`, the fields of the message.
   std::string ToString(bool full) const override;
 
-  /// The held message, which `message()` points at.
+  /// The message held here, which `message()` points to.
   encapsulation::EcmpMessage* encap() { return &encap_; }
 
  private:

@@ -6,12 +6,12 @@
 
 namespace dest_mng {
 
-/// Turns the results of the HAL into notifications on the destination manager's controllers: code 0
-/// calls the controller's success handler, any other code its error handler, with the ids of the
-/// result in the carried record.
+/// Turns the HAL's results into notifications to the destination manager's controllers. Code 0
+/// calls the controller's success handler, any other code its error handler. The carried record
+/// holds the ids of the result.
 ///
-/// Owned by `Hai`; the host program hands it to the HAL client library, which calls it on the
-/// thread of its choice. It has no data and takes no lock; exceptions of a handler pass to the
+/// Owned by `Hai`. The host program passes it to the HAL client library, which calls it on a thread
+/// of its choice. It has no data and takes no lock. An exception from a handler propagates to the
 /// caller.
 ///
 /// The order of the virtual operations is that of the interface.
@@ -20,7 +20,7 @@ class ZUSKUX_EXPORT HaiDestClientCallback : public HalL3MplsEncapsulationClientC
   HaiDestClientCallback();
   ~HaiDestClientCallback() override;
 
-  /// Does nothing.
+  /// No-op.
   void InitEncapsulationModuleResCallback(ReturnCode code) override;
 
   /// Notifies `MessageControllerVlan`.
@@ -53,9 +53,9 @@ class ZUSKUX_EXPORT HaiDestClientCallback : public HalL3MplsEncapsulationClientC
                                                               unsigned int secondary_id) override;
   /// @}
 
-  /// Asks every controller to reinstall all of its objects: VRF, VLAN, host, ECMP, MPLS. The host
-  /// program hands it to the HAL client library, to be called whenever the HAL server is found (at
-  /// start or after a restart). `context` is not used.
+  /// Asks every controller to reinstall all of its objects: VRF, VLAN, host, ECMP, MPLS, in this
+  /// order. The host program passes this function to the HAL client library, which must call it
+  /// whenever it finds the HAL server, at start or after a restart. `context` is ignored.
   static void HalServerFoundCallback(void* context);
 };
 

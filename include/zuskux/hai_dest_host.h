@@ -19,17 +19,17 @@ class ZUSKUX_EXPORT HaiL3MplsEncapsulationHost : public HaiL3MplsEncapsulation {
   int UpdateDestination(void* object) override;
   int DeleteDestination(void* object) override;
 
-  /// The translation of the `DbHostObject` at `object`, wrapped. Throws as
-  /// `TranslateHostObjectToEncapMessage` does; the message under construction is then lost.
+  /// Translates the `DbHostObject` at `object` and wraps the result. Throws as
+  /// `TranslateHostObjectToEncapMessage` does; the message under construction then leaks.
   HostEncapsulationMessage TranslateMessage(void* object);
 
-  /// Fills the empty `message` from the `DbHostObject` at `object`: its record and the attribute
-  /// "vlan_dest_id". Byte fields are copied whole, whatever their length. An object without the
-  /// attribute gains an empty one. Throws `boost::bad_get` when the attribute is present and not an
-  /// integer; `message` is then partly filled.
+  /// Fills the empty `message` from the record of the `DbHostObject` at `object` and its attribute
+  /// "vlan_dest_id". Copies byte fields whole, whatever their length. Adds an empty attribute if
+  /// the object lacks it. Throws `boost::bad_get` if the attribute is present but not an integer;
+  /// `message` is then partly filled.
   void TranslateHostObjectToEncapMessage(void* object, encapsulation::HostMessage* message);
 
-  /// The HAL's value for `flag`; 0 for a value it does not know.
+  /// The HAL's value for `flag`; 0 for an unknown value.
   encapsulation::ActionFlags TranslateActionFlagsToEncapFlags(ActionFlags flag);
 };
 

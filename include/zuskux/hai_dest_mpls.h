@@ -19,19 +19,19 @@ class ZUSKUX_EXPORT HaiL3MplsEncapsulationMpls : public HaiL3MplsEncapsulation {
   int UpdateDestination(void* object) override;
   int DeleteDestination(void* object) override;
 
-  /// The translation of the `DbMplsObject` at `object`, wrapped. Throws as
-  /// `TranslateMplsObjectToEncapMessage` does; the message under construction is then lost.
+  /// Translates the `DbMplsObject` at `object` and wraps the result. Throws as
+  /// `TranslateMplsObjectToEncapMessage` does; the message under construction then leaks.
   MplsEncapsulationMessage TranslateMessage(void* object);
 
-  /// Fills the empty `message` from the `DbMplsObject` at `object`: its record and the attributes
-  /// "vlan_dest_id" (not for a virtual circuit) and "host_dest_id". Without an active neighbour,
-  /// that is with "host_dest_id" 0, the message carries the drop flag. Byte fields are copied
-  /// whole, whatever their length. An object without an attribute that is read gains an empty one.
-  /// Throws `boost::bad_get` when such an attribute is present and not an integer; `message` is
-  /// then partly filled.
+  /// Fills the empty `message` from the record of the `DbMplsObject` at `object` and its attributes
+  /// "vlan_dest_id" (not for a virtual circuit) and "host_dest_id". A "host_dest_id" of 0 means
+  /// that there is no active neighbour; the message then carries the drop flag. Copies byte fields
+  /// whole, whatever their length. Adds an empty attribute for each one that it reads and the
+  /// object lacks. Throws `boost::bad_get` if such an attribute is present but not an integer;
+  /// `message` is then partly filled.
   void TranslateMplsObjectToEncapMessage(void* object, encapsulation::MplsMessage* message);
 
-  /// The HAL's value for `capability`; "Forward" for a value it does not know.
+  /// The HAL's value for `capability`; "Forward" for an unknown value.
   encapsulation::MplsCapabilities TranslateMplsCapabilityToEncapCapability(
       MplsCapabilities capability);
 };

@@ -19,12 +19,12 @@ class ZUSKUX_EXPORT HaiL3MplsEncapsulationVlan : public HaiL3MplsEncapsulation {
   int DeleteDestination(void* object) override;
 
   /// Fills the empty `message` from the `DbVlanObject` at `object`: scalars and capabilities from
-  /// its record, `list_values` from its list attribute. Byte fields are copied whole, whatever
-  /// their length. An object without the list attribute gains an empty one. Throws `boost::bad_get`
-  /// when a present value of the list is not a string; `message` is then partly filled.
+  /// its record, `list_values` from its list attribute. Copies byte fields whole, whatever their
+  /// length. Adds an empty list attribute if the object lacks it. Throws `boost::bad_get` if a
+  /// present value of the list is not a string; `message` is then partly filled.
   void TranslateVlanObjectToEncapMessage(void* object, encapsulation::VlanMessage* message);
 
-  /// The HAL's value for `capability`; 0 for a value it does not know.
+  /// The HAL's value for `capability`; 0 for an unknown value.
   encapsulation::VlanCapabilities TranslateVlanCapabilityToEncapCapability(
       VlanCapabilities capability);
 };

@@ -5,14 +5,14 @@
 
 namespace dest_mng {
 
-/// Adapter of one kind of destination: programs destination objects into the HAL.
+/// The adapter for one kind of destination: programs destination objects into the HAL.
 ///
-/// An adapter has no data; make one wherever it is needed. Operations run on the caller's thread
-/// and take no lock: no other thread may use the same object meanwhile.
+/// An adapter has no data; make one wherever you need it. Operations run on the caller's thread and
+/// take no lock, so no other thread may use the same object meanwhile.
 ///
 /// Each operation returns 0 whether or not the request was sent; its outcome arrives later at the
-/// callback object. It throws `boost::bad_get` when an attribute of the object holds another type
-/// than the translation reads, and lets the HAL client's exceptions pass.
+/// callback object. It throws `boost::bad_get` if an attribute of the object holds a type other
+/// than the one that the translation reads. Exceptions from the HAL client propagate.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class ZUSKUX_EXPORT HaiL3MplsEncapsulation {
@@ -22,14 +22,15 @@ class ZUSKUX_EXPORT HaiL3MplsEncapsulation {
   HaiL3MplsEncapsulation& operator=(const HaiL3MplsEncapsulation&) = delete;
   virtual ~HaiL3MplsEncapsulation();
 
-  /// Asks the HAL to install the destination. `object` points at exactly the kind's object class
-  /// and stays the caller's; reading an attribute that it lacks adds an empty one.
+  /// Asks the HAL to install the destination. `object` points to an object of exactly the kind's
+  /// class; the caller keeps ownership. Reading a missing attribute adds an empty one to the
+  /// object.
   virtual int CreateDestination(void* object) = 0;
 
-  /// Asks the HAL to replace the destination; `object` as for `CreateDestination`.
+  /// Asks the HAL to replace the destination. `object` is as for `CreateDestination`.
   virtual int UpdateDestination(void* object) = 0;
 
-  /// Asks the HAL to remove the destination; `object` as for `CreateDestination`. The request
+  /// Asks the HAL to remove the destination. `object` is as for `CreateDestination`. The request
   /// carries the whole translated destination.
   virtual int DeleteDestination(void* object) = 0;
 };

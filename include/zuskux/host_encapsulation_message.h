@@ -9,29 +9,29 @@
 #include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 #include "zuskux/export.h"
 
-/// A host destination on its way to or from the HAL: owns one heap `encapsulation::HostMessage`,
-/// renders it and reads it from a received buffer.
+/// A host destination on its way to or from the HAL. Owns one heap `encapsulation::HostMessage`,
+/// renders it and parses it from a received buffer.
 ///
-/// The adapters make one on their stack for each request; a receiver makes one without a message
+/// The adapters make one on their stack for each request. A receiver makes one without a message
 /// for each frame. Used by one thread at a time.
 class ZUSKUX_EXPORT HostEncapsulationMessage : public AppMessage,
                                                public HalL3MplsEncapsulationPrintable {
  public:
-  /// Carries no message until `Unserialize`; renders like an empty one.
+  /// Carries no message until `Unserialize`; until then it renders like an empty one.
   HostEncapsulationMessage() noexcept;
 
-  /// Carries `message`, and owns it.
+  /// Takes ownership of `message`.
   explicit HostEncapsulationMessage(std::unique_ptr<encapsulation::HostMessage> message) noexcept;
 
   /// Deletes the carried message.
   ~HostEncapsulationMessage() override;
 
-  /// Parses a frame: a header word that is not read, the payload length (32 bits, big-endian), the
-  /// payload. `buffer` must hold the whole frame. Returns whether the payload parsed; either way a
-  /// new message is carried. An earlier message is deliberately not deleted.
+  /// Parses a frame: an ignored header word, the payload length (32 bits, big-endian), the payload.
+  /// `buffer` must hold the whole frame. Returns whether the payload parsed; either way this
+  /// carries a new message. Deliberately does not delete the previous one.
   bool Unserialize(void* buffer) override;
 
-  /// One line: the object's name and address, with `full` followed by the fields of the message.
+  /// One line: the object's name and address and, if `full`, the fields of the message.
   std::string ToString(bool full) const override;
 };
 

@@ -9,29 +9,29 @@
 #include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 #include "zuskux/export.h"
 
-/// A MPLS destination on its way to or from the HAL: owns one heap `encapsulation::MplsMessage`,
-/// renders it and reads it from a received buffer.
+/// An MPLS destination on its way to or from the HAL. Owns one heap `encapsulation::MplsMessage`,
+/// renders it and parses it from a received buffer.
 ///
-/// The adapters make one on their stack for each request; a receiver makes one without a message
+/// The adapters make one on their stack for each request. A receiver makes one without a message
 /// for each frame. Used by one thread at a time.
 class ZUSKUX_EXPORT MplsEncapsulationMessage : public AppMessage,
                                                public HalL3MplsEncapsulationPrintable {
  public:
-  /// Carries no message until `Unserialize`; renders like an empty one.
+  /// Carries no message until `Unserialize`; until then it renders like an empty one.
   MplsEncapsulationMessage() noexcept;
 
-  /// Carries `message`, and owns it.
+  /// Takes ownership of `message`.
   explicit MplsEncapsulationMessage(std::unique_ptr<encapsulation::MplsMessage> message) noexcept;
 
   /// Deletes the carried message.
   ~MplsEncapsulationMessage() override;
 
-  /// Parses a frame: a header word that is not read, the payload length (32 bits, big-endian), the
-  /// payload. `buffer` must hold the whole frame. Returns whether the payload parsed; either way a
-  /// new message is carried. An earlier message is deliberately not deleted.
+  /// Parses a frame: an ignored header word, the payload length (32 bits, big-endian), the payload.
+  /// `buffer` must hold the whole frame. Returns whether the payload parsed; either way this
+  /// carries a new message. Deliberately does not delete the previous one.
   bool Unserialize(void* buffer) override;
 
-  /// One line: the object's name and address, with `full` followed by the fields of the message.
+  /// One line: the object's name and address and, if `full`, the fields of the message.
   std::string ToString(bool full) const override;
 };
 

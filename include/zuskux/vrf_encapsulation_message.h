@@ -8,8 +8,8 @@
 #include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 #include "zuskux/export.h"
 
-/// A VRF's layer-3 ingress interface on its way to or from the HAL: holds one
-/// `encapsulation::VrfMessage` by value, renders it and reads it from a received buffer.
+/// A VRF's layer-3 ingress interface on its way to or from the HAL. Holds one
+/// `encapsulation::VrfMessage` by value, renders it and parses it from a received buffer.
 ///
 /// The adapter makes one on its stack for each request. Used by one thread at a time.
 class ZUSKUX_EXPORT VrfEncapsulationMessage : public AppMessage,
@@ -18,15 +18,15 @@ class ZUSKUX_EXPORT VrfEncapsulationMessage : public AppMessage,
   VrfEncapsulationMessage();
   ~VrfEncapsulationMessage() override;
 
-  /// Parses a frame: a header word that is not read, the payload length (32 bits, big-endian), the
-  /// payload. `buffer` must hold the whole frame. Returns whether the payload parsed; what the
-  /// message held before is gone either way.
+  /// Parses a frame: an ignored header word, the payload length (32 bits, big-endian), the payload.
+  /// `buffer` must hold the whole frame. Returns whether the payload parsed. The previous content
+  /// is lost either way.
   bool Unserialize(void* buffer) override;
 
-  /// One line: the fields of the message. Deliberately without the address, whatever `full` says.
+  /// One line: the fields of the message, whatever `full` says. Deliberately omits the address.
   std::string ToString(bool full) const override;
 
-  /// The held message, which `message()` points at.
+  /// The message held here, which `message()` points to.
   encapsulation::VrfMessage* encap() { return &encap_; }
 
  private:

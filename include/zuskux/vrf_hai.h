@@ -6,12 +6,12 @@
 
 namespace dest_mng {
 
-/// Programs the layer-3 ingress interfaces of VRFs into the HAL. It has no data; make one wherever
-/// it is needed. Operations run on the caller's thread and keep nothing; exceptions of the HAL
-/// client pass. VRF requests have no outcome.
+/// Programs the layer-3 ingress interfaces of VRFs into the HAL. Has no data; make one wherever you
+/// need it. Operations run on the caller's thread and keep nothing. Exceptions from the HAL client
+/// propagate. VRF requests have no outcome.
 ///
-/// A HAL client must be registered before any VRF is programmed: unlike the other adapters, this
-/// one deliberately does not check.
+/// Register a HAL client before programming any VRF: unlike the other adapters, this one
+/// deliberately does not check for a missing client.
 class ZUSKUX_EXPORT HaiL3MplsEncapsulationVrf {
  public:
   /// Asks the HAL to install the VRF. Returns 0.

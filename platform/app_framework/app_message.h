@@ -5,11 +5,11 @@ namespace google::protobuf {
 class Message;
 }  // namespace google::protobuf
 
-/// The application framework's message base: an object that carries one protobuf message and can be
-/// filled from a received buffer.
+/// The application framework's message base: carries one protobuf message and can be filled from a
+/// received buffer.
 ///
-/// Whether the carried message is owned is each derived class's business; this class never deletes
-/// it. An object belongs to whoever made it and is used by one thread at a time.
+/// Each derived class decides whether it owns the carried message; this class never deletes it. An
+/// object belongs to its creator and is used by one thread at a time.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class __attribute__((visibility("default"))) AppMessage {
@@ -19,17 +19,17 @@ class __attribute__((visibility("default"))) AppMessage {
   virtual ~AppMessage();
 
   /// Fills the carried message from a received buffer, whose layout the derived class defines.
-  /// Returns whether the buffer was understood.
+  /// Returns whether the buffer was valid.
   virtual bool Unserialize(void* buffer) = 0;
 
-  /// The carried message, or null when there is none.
+  /// The carried message, or null if there is none.
   google::protobuf::Message* message() const { return message_; }
 
  protected:
   /// Carries `message`, or null for none.
   explicit AppMessage(google::protobuf::Message* message) noexcept : message_(message) {}
 
-  /// Replaces the pointer to the carried message; the earlier message is left as it stands.
+  /// Replaces the pointer to the carried message without touching the previous message.
   void set_message(google::protobuf::Message* message) noexcept { message_ = message; }
 
  private:

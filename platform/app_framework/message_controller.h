@@ -10,7 +10,7 @@ class Strategy;
 namespace msg_ctrl {
 
 /// The application framework's controller base: holds the application message that one of its
-/// handlers is going to work on.
+/// handlers will work on.
 ///
 /// A controller lives on the stack of the operation that builds it and is used on that thread only.
 ///
@@ -25,12 +25,12 @@ class __attribute__((visibility("default"))) MessageController {
   /// Deletes the application message.
   virtual ~MessageController();
 
-  /// `strategy` is not owned; null detaches.
+  /// Attaches `strategy`, which the caller keeps; null detaches.
   virtual void set_strategy(app_strategy::Strategy* strategy);
   /// The attached strategy, or null.
   virtual app_strategy::Strategy* strategy() const;
 
-  /// Executes the attached strategy; without one, does nothing.
+  /// Executes the attached strategy; a no-op without one.
   virtual void DoStrategy();
 
   /// The application message given at construction.

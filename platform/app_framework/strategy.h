@@ -3,8 +3,8 @@
 
 namespace app_strategy {
 
-/// A step that a host can attach to a message controller. Owned by whoever made it; it runs on the
-/// thread that calls `MessageController::DoStrategy`.
+/// A step that a host can attach to a message controller. Owned by its creator; runs on the thread
+/// that calls `MessageController::DoStrategy`.
 class __attribute__((visibility("default"))) Strategy {
  public:
   Strategy() = default;
@@ -12,7 +12,7 @@ class __attribute__((visibility("default"))) Strategy {
   Strategy& operator=(const Strategy&) = delete;
   virtual ~Strategy();
 
-  /// Does the step.
+  /// Runs the step.
   virtual void Execute() = 0;
 };
 

@@ -9,7 +9,8 @@
 
 namespace db {
 
-/// The declared type of an attribute. Enumerators are in the order of `Attribute`'s alternatives.
+/// The declared type of an attribute. The enumerators are in the order of `Attribute`'s
+/// alternatives.
 enum class AttributeType : std::int32_t {
   kInteger = 0,
   kString = 1,
@@ -27,14 +28,14 @@ class __attribute__((visibility("default"))) Attribute {
   /// One alternative for each declared type.
   using Value = boost::variant<int, std::string, std::uint64_t, Bytes>;
 
-  /// An empty attribute: not present, the integer 0.
+  /// An empty attribute: not present, holds the integer 0.
   Attribute() = default;
 
-  /// A present attribute.
+  /// A present attribute holding `initial`.
   explicit Attribute(Value initial) : value(std::move(initial)), present(true) {}
 
-  /// A present attribute of the alternative that the argument's type names. An unsigned 32-bit
-  /// number, such as an id, is an integer attribute with the same bits.
+  /// A present attribute of the alternative that the argument's type selects. An unsigned 32-bit
+  /// number, such as an id, becomes an integer attribute with the same bits.
   /// @{
   explicit Attribute(int integer) : Attribute(Value(integer)) {}
   explicit Attribute(std::uint32_t id) : Attribute(static_cast<int>(id)) {}
@@ -44,7 +45,7 @@ class __attribute__((visibility("default"))) Attribute {
   explicit Attribute(Bytes bytes) : Attribute(Value(std::move(bytes))) {}
   /// @}
 
-  /// A plain value: copied and moved whole.
+  /// A plain value: copied and moved as a whole.
   /// @{
   Attribute(const Attribute&) = default;
   Attribute& operator=(const Attribute&) = default;
@@ -53,7 +54,7 @@ class __attribute__((visibility("default"))) Attribute {
   /// @}
   virtual ~Attribute();
 
-  /// What the attribute holds; meaningless while it is not present.
+  /// The attribute's value; meaningless unless `present`.
   Value value;
   /// Whether the value has been set.
   bool present = false;

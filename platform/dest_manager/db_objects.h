@@ -13,10 +13,10 @@
 
 namespace dest_mng {
 
-/// What every destination of the object database consists of. The adapters are given its address as
-/// an untyped pointer made from exactly the kind's class (`DbVlanObject*` and so on).
+/// What every destination in the object database has. The adapters get its address as an untyped
+/// pointer, made from exactly the kind's class (`DbVlanObject*` and so on).
 ///
-/// Owned by the destination manager; used by one thread at a time: reading an attribute that does
+/// Owned by the destination manager. Used by one thread at a time: reading an attribute that does
 /// not exist adds it.
 ///
 /// The order of the members is part of the binary interface.
@@ -25,7 +25,7 @@ struct DbObject {
   std::map<std::string, std::pair<db::AttributeType, std::vector<db::Attribute>>> attribute_lists;
   /// The settings of the destination: the kind's `Dest...Message`. Never null in a finished object.
   std::unique_ptr<google::protobuf::Message> record;
-  /// Which entry of `attribute_lists` carries the destination's list of values.
+  /// The key in `attribute_lists` of the destination's list of values.
   std::string list_attribute_name;
   /// Attributes that are single values, by name.
   std::map<std::string, db::Attribute> attributes;
@@ -40,8 +40,8 @@ class DbHostObject : public DbObject {};
 /// An MPLS destination; its record is a `DestMplsMessage`.
 class __attribute__((visibility("default"))) DbMplsObject : public DbObject {
  public:
-  /// Whether it is a virtual circuit: one that carries a VC label and rides on a tunnel destination
-  /// instead of a VLAN destination.
+  /// Whether this is a virtual circuit: one that carries a VC label and rides on a tunnel
+  /// destination instead of a VLAN destination.
   bool HasVcLabel() const;
 };
 

@@ -6,7 +6,7 @@
 
 namespace dest_mng {
 
-/// An ECMP group: traffic is spread over several next-hop destinations. Owned by the destination
+/// An ECMP group: spreads traffic over several next-hop destinations. Owned by the destination
 /// manager.
 ///
 /// The position of `db_id` is part of the binary interface.

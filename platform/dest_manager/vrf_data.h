@@ -5,13 +5,13 @@
 
 namespace dest_mng {
 
-/// A VRF, as far as its layer-3 ingress interface needs it. Owned by the destination manager.
+/// The part of a VRF that its layer-3 ingress interface needs. Owned by the destination manager.
 ///
 /// The order of the members is part of the binary interface.
 struct VrfData {
-  /// The VRF's number, which the HAL knows it by.
+  /// The VRF's number, by which the HAL knows it.
   std::uint32_t vrf_id = 0;
-  /// Database id of the VRF object; only traced.
+  /// Database id of the VRF object; appears only in traces.
   std::uint32_t db_id = 0;
 };
 

@@ -9,11 +9,11 @@ class AppMessage;
 ///
 /// Each request takes the printable message of its kind (`VlanEncapsulationMessage` and so on),
 /// which lives only for the duration of the call: a client copies or serialises what it keeps. The
-/// return code says whether the request was accepted; its outcome arrives later, on the client
+/// return code says whether the request was accepted. Its outcome arrives later, on the client
 /// library's thread, at the `HalL3MplsEncapsulationClientCallbackItf`. VRF requests have no
 /// outcome.
 ///
-/// Requests come on the destination manager's thread. The client is owned by the host program.
+/// Requests arrive on the destination manager's thread. The host program owns the client.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
@@ -26,10 +26,10 @@ class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
   HalL3MplsEncapsulationClient& operator=(const HalL3MplsEncapsulationClient&) = delete;
   virtual ~HalL3MplsEncapsulationClient();
 
-  /// Called by the host program once, before any request.
+  /// The host program calls this once, before any request.
   virtual ReturnCode InitEncapsulationModule() = 0;
 
-  /// Installs or removes the VRF of a `VrfEncapsulationMessage`. There is no outcome.
+  /// Installs or removes the VRF of a `VrfEncapsulationMessage`. Has no outcome.
   /// @{
   virtual ReturnCode InstallVrfIngressInterface(AppMessage* vrf) = 0;
   virtual ReturnCode DestroyVrfIngressInterface(AppMessage* vrf) = 0;

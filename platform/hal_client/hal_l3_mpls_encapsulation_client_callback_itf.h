@@ -3,11 +3,11 @@
 
 #include "hal_client/hal_l3_mpls_encapsulation_return_code.h"
 
-/// What the HAL client library calls with the outcome of a request, on its own thread. The first id
-/// is the database id that the request carried; the second id of an MPLS result is the HAL client
-/// library's to define.
+/// The HAL client library calls this with the outcome of each request, on its own thread. The first
+/// id is the database id that the request carried. The HAL client library defines the second id of
+/// an MPLS result.
 ///
-/// Not owned by the HAL client library.
+/// The HAL client library does not own it.
 ///
 /// The order of the virtual operations is part of the binary interface: install, destroy, replace
 /// within each kind.

@@ -16,11 +16,11 @@ class __attribute__((visibility("default"))) HalL3MplsEncapsulationPrintable {
   HalL3MplsEncapsulationPrintable& operator=(const HalL3MplsEncapsulationPrintable&) = delete;
   virtual ~HalL3MplsEncapsulationPrintable() = default;
 
-  /// The rendering: the object's name and address only, or with `full` the carried message too.
+  /// One line: the object's name and address and, if `full`, the carried message too.
   virtual std::string ToString(bool full) const = 0;
 
   /// "0x" and exactly `width` upper-case hexadecimal digits: the lowest `width` nibbles of the
-  /// unsigned `value`, padded with zeros on the left; higher nibbles are dropped.
+  /// unsigned `value`, left-padded with zeros. Higher nibbles are dropped.
   template <typename T>
   std::string ToHexString(T value, std::size_t width) const {
     static const char* digits = "0123456789ABCDEF";

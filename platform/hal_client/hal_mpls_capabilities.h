@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// The HAL client library's MPLS capabilities. The fixed underlying type makes any value of the
+/// The HAL client library's MPLS capabilities. The fixed underlying type makes any value from the
 /// wire a defined one.
 enum en_HalMplsCapabilities : std::int32_t {
   HAL_MPLS_CAPABILITY_NONE = 0,

@@ -7,7 +7,7 @@
 namespace interface_ids {
 
 InterfaceTable& InterfaceTable::Global() {
-  // Never destroyed: the HAL client library's thread may still trace while the process exits.
+  // Never destroyed: the HAL client library's thread may still trace during process exit.
   static auto* const table = new InterfaceTable;
   return *table;
 }

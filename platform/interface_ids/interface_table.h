@@ -9,7 +9,7 @@
 
 namespace interface_ids {
 
-/// What the platform knows of one logical interface.
+/// What the platform knows about one logical interface.
 struct Interface {
   std::string name;
   std::uint8_t type = 0;
@@ -17,7 +17,7 @@ struct Interface {
 };
 
 /// The table behind `limid_to_type`, `limid_to_ifindex` and `limid_to_intfname`. The host fills the
-/// one instance that those functions read; every operation is safe on any thread.
+/// global instance, which those functions read. Every operation is thread-safe.
 class InterfaceTable {
  public:
   /// The table that the `limid_to_*` functions read.
@@ -26,14 +26,14 @@ class InterfaceTable {
   /// Adds or replaces the interface of `lim_id`.
   void Set(std::uint32_t lim_id, Interface interface);
 
-  /// Forgets every interface.
+  /// Removes every interface.
   void Clear();
 
   /// The interface of `lim_id`, if there is one.
   std::optional<Interface> Find(std::uint32_t lim_id) const;
 
-  /// Calls `read(const Interface&)` with the interface of `lim_id`, while nobody changes the table.
-  /// Returns whether there is one.
+  /// Calls `read(const Interface&)` with the interface of `lim_id`, under the table's lock. Returns
+  /// whether there is one.
   template <typename Read>
   bool Look(std::uint32_t lim_id, Read read) const {
     const std::lock_guard lock(mutex_);

@@ -60,7 +60,8 @@ constexpr Conversion kConversions[] = {
     {"n", [](const Record&) { return std::string("\n"); }},
 };
 
-/// Appends what `pattern` makes of `record` to `line`. False if the pattern has another conversion.
+/// Appends `record`, formatted by `pattern`, to `line`. False if the pattern has an unsupported
+/// conversion.
 bool Render(const char* pattern, const Record& record, std::string* line) {
   while (*pattern != '\0') {
     if (*pattern != '%') {
@@ -101,7 +102,7 @@ struct zlog_category_s {
 
 namespace {
 
-/// A loaded configuration, and the categories that were asked for since.
+/// A loaded configuration and the categories requested since.
 struct Log {
   Log() = default;
   Log(const Log&) = delete;
@@ -122,16 +123,16 @@ struct Log {
 /// Held while a record is written, so that records do not interleave.
 std::mutex g_mutex;
 
-/// Guarded by `g_mutex`, null outside `zlog_init` and `zlog_fini`. Never destroyed: threads may log
-/// while the process exits.
+/// Guarded by `g_mutex`; null before `zlog_init` and after `zlog_fini`. Never destroyed: threads
+/// may log during process exit.
 std::unique_ptr<Log>& g_log = *new std::unique_ptr<Log>;
 
-/// The longest line; zlog reads a much longer one in parts, even a comment.
+/// The longest line accepted. zlog itself splits much longer ones, even comments.
 constexpr std::size_t kMaxLine = 1000;
 using Word = char[kMaxLine + 1];
 
-// A section's line; false if it has another form. The last conversion of each finds what is too
-// much.
+// Each reads a line of its section; false if it has another form. The last conversion of each
+// format catches trailing text.
 
 bool ReadGlobal(const char* line, Log* /*log*/) { return std::strcmp(line, "buffer max = 0") == 0; }
 
@@ -163,7 +164,7 @@ bool ReadRule(const char* line, Log* log) {
   Word output;
   Word format;
   char rest[2];
-  // zlog gives the characters that an output cannot have here a meaning in paths.
+  // An output cannot contain these characters: zlog gives them a meaning in paths.
   if (std::sscanf(line, "%[A-Za-z0-9_].%[A-Z0-9_]%*[ \t]%[^%,;#];%*[ \t]%[A-Za-z0-9_]%1s", category,
                   level, output, format, rest) != 4 ||
       log->levels.count(level) == 0 || log->patterns.count(format) == 0) {
@@ -190,7 +191,7 @@ struct Section {
   const char* form;
 };
 
-// In the order in which a file has them.
+// In file order.
 constexpr Section kSections[] = {
     {"", [](const char*, Log*) { return false; }, "[rules] or another section above"},
     {"[global]", ReadGlobal, "buffer max = 0"},
@@ -301,7 +302,7 @@ void zlog(zlog_category_t* category, const char* file, size_t filelen, const cha
     if (level < rule->lowest_level) continue;
     std::string entry;
     Render(rule->pattern.c_str(), record, &entry);
-    // What the output does not take is lost; there is nobody to tell.
+    // What the output refuses is lost: there is nowhere to report it.
     if (write(rule->fd, entry.data(), entry.size()) < 0) continue;
   }
 }

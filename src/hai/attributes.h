@@ -5,8 +5,8 @@
 
 namespace dest_mng {
 
-/// The attribute `name` of `object` as an integer; 0 when it is missing or not present. A missing
-/// one is added, empty. Throws `boost::bad_get` when a present one is not an integer.
+/// The attribute `name` of `object` as an integer; 0 if it is missing or not present. Adds a
+/// missing one, empty. Throws `boost::bad_get` if a present one is not an integer.
 int ReadInteger(DbObject* object, const char* name);
 
 }  // namespace dest_mng

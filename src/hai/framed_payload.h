@@ -7,12 +7,12 @@
 
 namespace dest_mng {
 
-/// The payload of `frame`, in place: bytes 0 to 3 are not read, bytes 4 to 7 are the payload length
+/// The payload of `frame`, in place: bytes 0 to 3 are ignored, bytes 4 to 7 are the payload length
 /// (big-endian), the payload follows.
 std::string_view FramedPayload(const void* frame);
 
-/// Parses `payload` into `message` and returns whether it parsed; a length that protobuf cannot
-/// take leaves `message` empty and the payload unread.
+/// Parses `payload` into `message` and returns whether it parsed. A length that protobuf cannot
+/// handle leaves `message` empty and the payload unread.
 bool ParsePayload(std::string_view payload, google::protobuf::MessageLite* message);
 
 }  // namespace dest_mng

@@ -38,7 +38,7 @@ bool IsSuccess(HalL3MplsEncapsulationReturnCode code) {
   return code == HalL3MplsEncapsulationReturnCode{};
 }
 
-// The record that `controller` works on. Throws std::bad_cast when it is of another kind.
+// The record that `controller` works on. Throws `std::bad_cast` if it is of another kind.
 template <typename Record>
 Record& CarriedRecord(const msg_ctrl::MessageController& controller) {
   return dynamic_cast<Record&>(*controller.message()->message());
@@ -133,7 +133,7 @@ void HaiDestClientCallback::DestroyHostOutgoingEncapsulationResCallback(ReturnCo
 void HaiDestClientCallback::InstallEcmpEncapResCallback(ReturnCode code, unsigned int db_id) {
   ZUSKUX_LOG(kInstallEcmp, "Entry Point");
   DestEcmpRouteMessage record;
-  // Unlike the other kinds, the record is filled before there is a controller.
+  // Unlike for the other kinds, the record is filled before the controller exists.
   record.set_db_id(db_id);
   MessageControllerEcmp controller(new AppDestEcmpMessage(&record));
   if (IsSuccess(code)) {
@@ -146,7 +146,7 @@ void HaiDestClientCallback::InstallEcmpEncapResCallback(ReturnCode code, unsigne
 void HaiDestClientCallback::DestroyEcmpEncapResCallback(ReturnCode code, unsigned int db_id) {
   ZUSKUX_LOG(kDestroyEcmp, "Entry Point");
   DestEcmpRouteMessage record;
-  // Unlike the other kinds, the record is filled before there is a controller.
+  // Unlike for the other kinds, the record is filled before the controller exists.
   record.set_db_id(db_id);
   MessageControllerEcmp controller(new AppDestEcmpMessage(&record));
   if (IsSuccess(code)) {
@@ -201,7 +201,7 @@ void HaiDestClientCallback::DestroyMplsUnprotectedOutgoingEncapsulationResCallba
 void HaiDestClientCallback::HalServerFoundCallback(void* /*context*/) {
   ZUSKUX_LOG(kServerFound, "Entry Point");
 
-  // Declared one after the other so that every controller outlives the last handler.
+  // Declared in this order so that every controller outlives the last handler.
   VrfMessage vrf_record;
   VrfController vrf(new AppVrfMessage(&vrf_record));
   vrf.ReinstallVrf();

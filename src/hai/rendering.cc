@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kNameSize = 64;
 
-// The bytes that `field` stores, at most `size`, are copied to `target`.
+// Copies the stored bytes of `field`, at most `size`, to `target`.
 void CopyFirstBytes(const std::string& field, void* target, std::size_t size) {
   std::memcpy(target, field.data(), field.size() < size ? field.size() : size);
 }
@@ -32,10 +32,11 @@ void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintabl
   std::uint32_t id = 0;
   CopyFirstBytes(lim_id, &id, sizeof id);
   std::uint8_t type = 0;
-  // Not preset, so that memory checkers show a limid_to_ifindex that does not write it.
+  // Not initialised, so that memory checkers catch a limid_to_ifindex that does not write it.
   std::uint32_t index;
   std::array<char, kNameSize> name{};
-  // The results say whether the id is known; an unknown one shows what the functions left.
+  // The return values, which say whether the id is known, are ignored: for an unknown id, the
+  // rendering shows whatever the functions left.
   limid_to_type(id, &type);
   limid_to_ifindex(id, &index);
   limid_to_intfname(id, name.data(), name.size(), 0);

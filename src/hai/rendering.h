@@ -11,24 +11,23 @@
 
 namespace dest_mng {
 
-/// What a rendering shows of `carried`, the message under a wrapper: an absent one reads like an
-/// empty one.
+/// The message under a wrapper, as a rendering shows it: a missing one reads like an empty one.
 template <typename Message>
 const Message& MessageOrEmpty(const google::protobuf::Message* carried) {
   return carried == nullptr ? Message::default_instance() : static_cast<const Message&>(*carried);
 }
 
-/// Appends "<class_name>(this=<address>)", the start of a rendering. `object` is the whole wrapper,
-/// `printable` its printable base, which writes the hexadecimal numbers.
+/// Appends "<class_name>(this=<address>)", the start of a rendering. `object` is the whole wrapper.
+/// `printable` is its printable base, which formats the hexadecimal numbers.
 void AppendObject(std::string_view class_name, const void* object,
                   const HalL3MplsEncapsulationPrintable& printable, Text* text);
 
-/// Appends the piece on a logical interface: its name, type and index as the platform knows them.
-/// The first 4 bytes of `lim_id` are its id in host byte order; bytes that it lacks read as 0.
+/// Appends the part about a logical interface: its name, type and index as the platform knows them.
+/// The first 4 bytes of `lim_id` are the id in host byte order; missing bytes read as 0.
 void AppendLimId(const std::string& lim_id, const HalL3MplsEncapsulationPrintable& printable,
                  Text* text);
 
-/// Appends "mac address(<address>)" with the first 6 bytes of `mac`; bytes that it lacks read as 0.
+/// Appends "mac address(<address>)" with the first 6 bytes of `mac`; missing bytes read as 0.
 void AppendMacAddress(const std::string& mac, Text* text);
 
 }  // namespace dest_mng

@@ -10,7 +10,7 @@ namespace dest_mng {
 using ClientOperation =
     HalL3MplsEncapsulationReturnCode (HalL3MplsEncapsulationClient::*)(AppMessage*);
 
-/// Calls `operation` of the registered HAL client with `message`, or logs its absence at
+/// Calls `operation` of the registered HAL client with `message`. Without a client, logs that at
 /// `no_client`.
 inline void SendToHal(ClientOperation operation, AppMessage* message, const LogSite& no_client) {
   if (Hai::GetInstance()->client() == nullptr) {

@@ -6,7 +6,7 @@
 
 namespace dest_mng {
 
-/// The entry of `table` at `value`, or `fallback` for a value outside it.
+/// The entry of `table` at `value`, or `fallback` if `value` is out of range.
 template <typename T, std::size_t N>
 constexpr T EntryOr(const std::array<T, N>& table, int value, T fallback) {
   const auto index = static_cast<unsigned int>(value);

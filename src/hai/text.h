@@ -9,8 +9,8 @@
 
 namespace dest_mng {
 
-/// A line of text under construction, on the stack of the function that renders it. Lines of usual
-/// length are put together without an allocation; `str()` makes the one that the caller gets.
+/// A line of text under construction, on the stack of the function that renders it. Building a line
+/// of the usual length does not allocate; only `str()` does, for the result.
 class Text {
  public:
   void Append(std::string_view piece) {
@@ -36,14 +36,14 @@ class Text {
   }
 
  private:
-  // Of a 64-bit number in decimal.
+  // Digits and sign of a 64-bit number in decimal.
   static constexpr std::size_t kMaxNumberSize = 20;
 
   void MakeRoom(std::size_t size) {
     if (size > buffer_.size() - used_) EmptyBuffer();
   }
 
-  // Out of line, so that appending a short piece stays a few instructions.
+  // Out of line, so that appending a short piece takes only a few instructions.
   [[gnu::noinline]] void EmptyBuffer() {
     head_.append(buffer_.data(), used_);
     used_ = 0;
@@ -56,7 +56,7 @@ class Text {
 
   std::array<char, 512> buffer_;
   std::size_t used_ = 0;
-  // What no longer fitted the buffer; it precedes the buffer's content.
+  // What did not fit into the buffer; it precedes the buffer's content.
   std::string head_;
 };
 

@@ -23,7 +23,7 @@ int HaiL3MplsEncapsulationVrf::InstallVrf(const VrfData& data) {
                "[TX ===>] hai:vrf:Install VRF=%u db_id=%u l3-ingress interface at HW", data.vrf_id,
                data.db_id);
   }
-  // Deliberately without a check for a missing client: one must be registered before any VRF.
+  // Deliberately does not check for a missing client: one must be registered before any VRF.
   Hai::GetInstance()->client()->InstallVrfIngressInterface(&message);
   return 0;
 }
@@ -35,7 +35,7 @@ int HaiL3MplsEncapsulationVrf::DestroyVrf(const VrfData& data) {
     ZUSKUX_LOG(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
                data.vrf_id, data.db_id);
   }
-  // Deliberately without a check, as above.
+  // Deliberately does not check, as above.
   Hai::GetInstance()->client()->DestroyVrfIngressInterface(&message);
   return 0;
 }

@@ -19,7 +19,7 @@ std::string EcmpEncapsulationMessage::ToString(bool full) const {
   text.Append(": EcmpMessage(destination id(");
   text.AppendDecimal(encap_.db_id());
   text.Append(")");
-  // Deliberately without an "Empty" form, unlike the fields of the other kinds.
+  // Deliberately has no "Empty" form, unlike the fields of the other kinds.
   if (encap_.members_size() != 0) {
     text.Append(" EcmpMembers[ ");
     for (const std::uint32_t member : encap_.members()) {

@@ -35,7 +35,7 @@ void HaiL3MplsEncapsulationEcmp::InstallEcmp(const EcmpData& data) {
 }
 
 void HaiL3MplsEncapsulationEcmp::DestroyEcmp(const EcmpData& data) {
-  // Deliberately without the members, unlike the install.
+  // Deliberately omits the members, unlike the install.
   EcmpEncapsulationMessage message;
   message.encap()->set_db_id(data.db_id);
   if (TraceEnabled()) {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
-/// What is done to a packet, as renderings show it; shared by host and MPLS destinations. The fixed
-/// underlying type makes any value of the wire a defined one.
+/// What happens to a packet, as renderings show it; shared by host and MPLS destinations. The fixed
+/// underlying type makes any value from the wire a defined one.
 enum ActionFlags : std::int32_t {
   kActionNone = 0,
   kActionDrop = 1,
@@ -14,7 +14,7 @@ enum ActionFlags : std::int32_t {
 
 namespace dest_mng {
 
-/// The words for `flag`; "None" for an unknown one.
+/// The text for `flag`; "None" for an unknown one.
 std::string_view ActionFlagLabel(::ActionFlags flag);
 
 }  // namespace dest_mng

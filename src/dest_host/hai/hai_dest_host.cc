@@ -43,7 +43,7 @@ void HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage(
   if (record.has_dest_id()) message->set_dest_id(record.dest_id());
   if (record.has_lim_id()) message->set_lim_id(record.lim_id());
   if (record.has_dest_mac()) message->set_dest_mac(record.dest_mac());
-  // Deliberately unset for 0, unlike the MPLS destination's; and read twice.
+  // Deliberately unset for 0, unlike in the MPLS destination, and deliberately read twice.
   if (ReadInteger(host, "vlan_dest_id") != 0) {
     message->set_vlan_dest_id(static_cast<std::uint32_t>(ReadInteger(host, "vlan_dest_id")));
   }
@@ -59,12 +59,12 @@ void HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage(
 
 HostEncapsulationMessage HaiL3MplsEncapsulationHost::TranslateMessage(void* object) {
   auto* message = new encapsulation::HostMessage;
-  // Deliberately unowned so far: when the translation throws, the message is not freed.
+  // Deliberately unowned until the translation returns: if it throws, the message leaks.
   TranslateHostObjectToEncapMessage(object, message);
   return HostEncapsulationMessage(std::unique_ptr<encapsulation::HostMessage>(message));
 }
 
-// Unlike those of VLAN and MPLS destinations, the traces deliberately show no rendering.
+// Deliberately, these traces show no rendering, unlike those of VLAN and MPLS destinations.
 
 int HaiL3MplsEncapsulationHost::CreateDestination(void* object) {
   HostEncapsulationMessage message = TranslateMessage(object);

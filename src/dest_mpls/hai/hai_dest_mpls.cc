@@ -30,7 +30,7 @@ HaiL3MplsEncapsulationMpls::~HaiL3MplsEncapsulationMpls() = default;
 
 encapsulation::MplsCapabilities
 HaiL3MplsEncapsulationMpls::TranslateMplsCapabilityToEncapCapability(MplsCapabilities capability) {
-  // Deliberately: 3 and 4 change places, and 0 and every unknown value become 3.
+  // Deliberate: 3 and 4 are swapped, and 0 and every unknown value become 3.
   static constexpr std::array kCapabilities = {
       encapsulation::MPLS_CAPABILITY_FORWARD, encapsulation::MPLS_CAPABILITY_PROTECTION,
       encapsulation::MPLS_CAPABILITY_SWAP,    encapsulation::MPLS_CAPABILITY_PUSH,
@@ -44,7 +44,7 @@ void HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage(
   const auto& record = static_cast<const DestMplsMessage&>(*mpls->record);
 
   if (record.has_mpls_dest_id()) message->set_dest_id(record.mpls_dest_id());
-  // Deliberately always set, also to 0, unlike the host destination's.
+  // Deliberately always set, even to 0, unlike in the host destination.
   message->set_vlan_tunnel_dest_id(
       mpls->HasVcLabel() ? record.tunnel_dest_id()
                          : static_cast<std::uint32_t>(ReadInteger(mpls, "vlan_dest_id")));
@@ -70,7 +70,7 @@ void HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage(
 
 MplsEncapsulationMessage HaiL3MplsEncapsulationMpls::TranslateMessage(void* object) {
   auto* message = new encapsulation::MplsMessage;
-  // Deliberately unowned so far: when the translation throws, the message is not freed.
+  // Deliberately unowned until the translation returns: if it throws, the message leaks.
   TranslateMplsObjectToEncapMessage(object, message);
   return MplsEncapsulationMessage(std::unique_ptr<encapsulation::MplsMessage>(message));
 }

@@ -91,7 +91,7 @@ std::string MplsEncapsulationMessage::ToString(bool full) const {
   }
   text.Append(")");
 
-  // One flag, hence "Flag", where a host destination has a list of "Flags". Absent reads as 0.
+  // A single flag, hence "Flag"; a host destination has a list of "Flags". Absent reads as 0.
   text.Append(", HAL Flag(");
   text.Append(dest_mng::ActionFlagLabel(static_cast<ActionFlags>(mpls.flag())));
   text.Append("))");

@@ -27,7 +27,7 @@ constexpr LogSite kUpdateNoClient{kFile, "UpdateDestination", 127, kErrorLevel};
 std::unique_ptr<encapsulation::VlanMessage> TranslateToNewVlanMessage(
     HaiL3MplsEncapsulationVlan* adapter, void* object) {
   auto* message = new encapsulation::VlanMessage;
-  // Deliberately unowned so far: when the translation throws, the message is not freed.
+  // Deliberately unowned until the translation returns: if it throws, the message leaks.
   adapter->TranslateVlanObjectToEncapMessage(object, message);
   return std::unique_ptr<encapsulation::VlanMessage>(message);
 }
@@ -51,7 +51,7 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
   const auto& record = static_cast<const DestVlanMessage&>(*vlan->record);
 
   if (record.has_vlan_dest_id()) message->set_vlan_destination_id(record.vlan_dest_id());
-  // Deliberately without a presence test: the HAL is always given a lim id, if only an empty one.
+  // Deliberately no presence test: the HAL always gets a lim id, even if it is empty.
   message->set_lim_id(record.lim_id());
   if (record.has_vrf()) message->set_vrf(record.vrf());
   if (record.has_mtu()) message->set_mtu(record.mtu());
@@ -66,7 +66,7 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
         TranslateVlanCapabilityToEncapCapability(static_cast<VlanCapabilities>(capability)));
   }
 
-  // Deliberately inserts a missing list: later readers find an empty one.
+  // Deliberately inserts a missing list, so that later readers find an empty one.
   for (const db::Attribute& value : vlan->attribute_lists[vlan->list_attribute_name].second) {
     if (!value.present) continue;
     const auto& text = boost::get<std::string>(value.value);

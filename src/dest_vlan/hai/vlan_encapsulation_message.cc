@@ -43,7 +43,7 @@ std::string VlanEncapsulationMessage::ToString(bool full) const {
     text.Append(", vrf=Empty");
   }
 
-  // Deliberately by value, unlike the VRF: a present MTU of 0 reads as an absent one.
+  // Deliberately tests the value, unlike the VRF: a present MTU of 0 reads as absent.
   if (vlan.mtu() != 0) {
     text.Append(", mtu=");
     text.AppendDecimal(vlan.mtu());
@@ -51,7 +51,7 @@ std::string VlanEncapsulationMessage::ToString(bool full) const {
     text.Append(", mtu=Empty");
   }
 
-  // The doubled "source" of the absent form is intended.
+  // The doubled "source" of the absent form is deliberate.
   text.Append(", source ");
   if (vlan.has_source_mac_address()) {
     dest_mng::AppendMacAddress(vlan.source_mac_address(), &text);
