@@ -1,14 +1,15 @@
-# What .ci/run and .ci/nightly share: their stages. Sourced by bash with $root set to the project's
-# folder, after scripts/setup.sh.
+# The stages that .ci/run and .ci/nightly share. Sourced by bash after scripts/setup.sh, with $root
+# set to the project's folder.
 
-# stage WHAT COMMAND [ARG...]: runs the command, and says how long it took. Where it fails, its log
-# follows and the run ends.
+# stage NAME COMMAND [ARG...]: runs the command and prints how long it took. On failure, prints its
+# log and ends the run.
 stage() {
   local what=$1 log=$root/build/stage.log begin=$SECONDS status
   shift
   mkdir -p "$root/build"
   printf '== %s\n' "$what"
-  # Neither part of a condition nor ended by its failure: that would change what `set -e` does in it.
+  # `set -e` must work inside, so the subshell must not be part of a condition; `set +e` keeps its
+  # failure from ending this shell.
   set +e
   (
     set -e
@@ -24,7 +25,7 @@ stage() {
   printf '   %d min %d s\n' $(((SECONDS - begin) / 60)) $(((SECONDS - begin) % 60))
 }
 
-# test_preset PRESET: builds everything and runs every test, the seeds of the fuzzers among them.
+# test_preset PRESET: builds everything and runs every test, including the fuzzers' seeds.
 test_preset() {
   build_preset "$1" all
   ctest --preset "$1" --no-tests=error -j "$(nproc)"
@@ -40,18 +41,18 @@ test_folders() {
   done
 }
 
-# tidy ARG... <SOURCES: clang-tidy on each; arguments behind "--" are the compiler's.
+# tidy ARG... <SOURCES: runs clang-tidy on each source. Arguments after "--" go to the compiler.
 tidy() { xargs -P "$(nproc)" -I SOURCE clang-tidy-14 --quiet SOURCE "$@"; }
 
-# lint ARG...: clang-tidy on everything but the tests and the peers of ./bench --peers, which need
-# packages.
+# lint ARG...: runs clang-tidy on everything except the tests and the peers of ./bench --peers,
+# which need extra packages.
 lint() {
   local schemas=$root/build/lint/platform
-  # For the headers that are generated from them.
+  # Generates the headers that the sources include.
   build_preset lint platform_hal_schema platform_dest_mng_schema zuskux_{fault,record,site,wire}_schema
   our_sources {src,platform,reference,benchmarks}/'*.cc' ':!*_peer.cc' |
     tidy "$@" -p "$root/build/lint"
-  # What build files of their own would say.
+  # No build of ours compiles these, so the compiler's arguments are given here.
   our_sources 'examples/*.cc' |
     tidy "$@" -- -std=c++17 -Iinclude -Iplatform -Iplatform/zlog '-DZLOG_CONF=""' \
       -isystem "$schemas/hal_schema/generated" -isystem "$schemas/dest_manager/generated"

@@ -26,7 +26,7 @@ import report
 TIMEOUT = 600
 
 
-# Requests without an answer at most, as the socket client has it, and smaller ones.
+# The socket client's limit on unanswered requests, and smaller ones.
 WINDOW = 4096
 SMALL_WINDOWS = [1, 4, 16, 64, 256]
 

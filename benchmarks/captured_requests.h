@@ -8,12 +8,12 @@
 
 namespace bench {
 
-/// How many requests may be without an answer; when half of them are answered, more are sent. What
-/// the socket client does, and all that it is compared with.
+/// The maximum number of requests in flight. Once half of them have been answered, more are sent.
+/// The socket client does this, and so do all the transports that it is compared with.
 inline constexpr std::size_t kWindow = 4096;
 
-/// What the library sends for the objects of `MakeDestinations(objects)`, in the order of
-/// `ForEach`.
+/// The requests that the library sends for the objects of `MakeDestinations(objects)`, in the order
+/// of `ForEach`.
 std::vector<reference::HalRequest> CaptureRequests(std::size_t objects);
 
 }  // namespace bench

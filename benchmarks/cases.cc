@@ -29,7 +29,7 @@ int traced = 0;
 
 }  // namespace
 
-// Counting allocations takes replacing these.
+// Replaced in order to count allocations.
 void* operator new(std::size_t size) {
   ++allocations;
   if (void* const pointer = std::malloc(size)) return pointer;
@@ -38,7 +38,7 @@ void* operator new(std::size_t size) {
 void operator delete(void* pointer) noexcept { std::free(pointer); }
 void operator delete(void* pointer, std::size_t /*size*/) noexcept { std::free(pointer); }
 
-// A log that drops its text, so that only what the library does for it counts.
+// A log that drops its text, so that only the library's share of logging counts.
 int zlog_level_enabled(zlog_category_t* /*category*/, const int /*level*/) { return traced; }
 void zlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
           const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,
@@ -49,7 +49,7 @@ namespace {
 
 using dest_mng::Hai;
 
-// Makes the compiler believe that `value` is used.
+// Keeps the compiler from optimising `value` away.
 template <typename T>
 void Keep(const T& value) {
   asm volatile("" : : "r"(&value) : "memory");
@@ -81,7 +81,7 @@ class Cases {
     cases_.push_back({std::move(name), with_trace, std::move(run)});
   }
 
-  // A request without and with trace, and its floor.
+  // A request with tracing off and on, and its floor.
   void AddRequest(const std::string& kind, const std::function<void()>& library,
                   const std::function<void()>& floor) {
     Add("request/" + kind + "/library", library);

@@ -8,26 +8,25 @@
 
 namespace bench {
 
-/// One operation to measure, named GROUP/KIND/WHO: "request/vlan/library" next to
+/// One operation to measure, named GROUP/KIND/SUBJECT: "request/vlan/library" is compared with
 /// "request/vlan/floor".
 struct Case {
   std::string name;
-  /// Whether level 10 is on while it runs.
+  /// Whether the trace level (10) is enabled while it runs.
   bool traced = false;
   std::function<void()> run;
 };
 
-/// What the benchmarks of the library run: its operations, each next to the least that it could
-/// cost, on one typical object of each kind and with a HAL client that does nothing. The first
-/// case, "empty", does nothing: what it costs is the call of a case. The cases live as long as the
-/// program; they are run on one thread.
+/// The cases of the library's benchmarks: each of its operations and a hand-written lower bound
+/// (floor) for it, on one typical object of each kind and with a HAL client that does nothing. The
+/// first case, "empty", does nothing, so it measures the overhead of calling a case. The cases live
+/// until the program ends and run on one thread.
 const std::vector<Case>& AllCases();
 
-/// Makes the log as `one` wants it, and runs it a few times, so that what is only done once is
-/// done.
+/// Sets up the log for `one` and runs it a few times, so that one-time work is not measured.
 void Prepare(const Case& one);
 
-/// Allocations with `operator new` so far.
+/// Number of allocations with `operator new` so far.
 std::size_t Allocations();
 
 }  // namespace bench

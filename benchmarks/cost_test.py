@@ -10,14 +10,15 @@ import sys
 
 import costs
 
-# Of the floor's instructions.
+# As a multiple of the floor's instructions.
 LIMITS = {"request": 1.10, "render": 1.25, "result": 1.15}
-# Its floor is so small that the calls into the message's constructor and destructor, which the
-# library exports, weigh more.
+# Its floor is so small that the calls of the message's exported constructor and destructor weigh
+# more.
 SPECIAL_LIMITS = {"request/vrf": 1.25}
 CASES = {"request": 5, "render": 5, "result": 11}
-# A rendering makes its text, the platform's text of the address (of more characters than a string
-# keeps without one; not for VRFs) and of the MAC, and a host's or an MPLS destination's list.
+# A rendering allocates its text, the platform's text of the address (except for VRFs; it is too
+# long for the string's own buffer), that of the MAC address, and the list of a host or an MPLS
+# destination.
 ALLOCATIONS = {
     "request/vlan": 6, "request/host": 4, "request/mpls": 5, "request/ecmp": 3, "request/vrf": 0,
     "render/vlan": 3, "render/host": 4, "render/mpls": 4, "render/ecmp": 2, "render/vrf": 1}

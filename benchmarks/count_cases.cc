@@ -1,8 +1,9 @@
-// Runs every case under valgrind's callgrind, which writes what each takes as a part of its own:
+// Runs every case under valgrind's callgrind, which dumps the cost of each case separately:
 //
-//   valgrind --tool=callgrind --callgrind-out-file=FILE --combine-dumps=yes count_cases
+//     valgrind --tool=callgrind --callgrind-out-file=FILE --combine-dumps=yes count_cases
 //
-// The parts are named by their cases, for kRuns runs. Prints the allocations of one run of each.
+// Each dump has the name of its case and covers kRuns runs. Prints the allocations of one run of
+// each case.
 
 #include <valgrind/callgrind.h>
 

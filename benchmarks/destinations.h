@@ -10,14 +10,14 @@
 
 namespace bench {
 
-/// The objects of a generated site as the library's adapters take them, by kind; tunnels stand
-/// before what rides on them.
+/// The objects of a generated site as the library's adapters take them, by kind. Tunnels come
+/// before the circuits that ride on them.
 using Destinations = std::array<std::vector<reference::Destination>, reference::kHalKinds>;
 
-/// The same ones for the same number.
+/// Deterministic: the same objects for the same number.
 Destinations MakeDestinations(std::size_t objects);
 
-/// Calls `function(Destination*)` on each, none before what it refers to.
+/// Calls `function(Destination*)` for each object, after all the objects that it refers to.
 template <typename Function>
 void ForEach(Destinations* destinations, Function function) {
   using reference::HalKind;

@@ -24,7 +24,7 @@
 namespace bench {
 namespace {
 
-// The least that a client can be given: what both its interfaces ask for.
+// The smallest message that a client accepts: implements just its two interfaces.
 class Carrier final : public AppMessage, public HalL3MplsEncapsulationPrintable {
  public:
   explicit Carrier(google::protobuf::Message* message) : AppMessage(message) {}
@@ -32,7 +32,7 @@ class Carrier final : public AppMessage, public HalL3MplsEncapsulationPrintable 
   std::string ToString(bool /*full*/) const override { return {}; }
 };
 
-// The least registry: one object, made on first use, behind one function for every kind.
+// The smallest registry: one object, made on first use, behind one function for every kind.
 struct Registry {
   [[gnu::noinline]] static Registry* Instance() {
     static Registry instance;
@@ -43,7 +43,7 @@ struct Registry {
   HalL3MplsEncapsulationClient* client;
 };
 
-// Hands over `message` as a client that may be missing, or be replaced between two looks, asks for.
+// Sends `message` through a client that may be missing, or replaced between two look-ups.
 template <typename Operation>
 void Send(Operation operation, google::protobuf::Message* message) {
   Carrier carrier(message);
@@ -58,7 +58,7 @@ int Integer(dest_mng::DbObject* object, const char* name) {
   return attribute.present ? boost::get<int>(attribute.value) : 0;
 }
 
-// A buffer on the stack that text is put into by hand; no text of these benchmarks is longer.
+// A stack buffer that the benchmarks append to by hand; no text of theirs is longer.
 class Line {
  public:
   template <std::size_t N>
@@ -112,7 +112,7 @@ class Line {
   char* end_ = buffer_.data();
 };
 
-// The least message to a controller, with the members that the framework expects.
+// The smallest message to a controller, with the members that the framework expects.
 class Notice final : public AppMessage {
  public:
   explicit Notice(google::protobuf::Message* record) : AppMessage(record) {}
@@ -123,14 +123,14 @@ class Notice final : public AppMessage {
   std::string text_;
 };
 
-// The least controller, around the framework's own.
+// The smallest controller, around the framework's own.
 class Notified : public msg_ctrl::MessageController {
  public:
   using MessageController::MessageController;
   virtual void Handle() {}
 };
 
-// Calls the handler as somebody does who does not know it.
+// Not inlined, so that the handler is called as an unknown one.
 [[gnu::noinline]] void Notify(Notified* controller) { controller->Handle(); }
 
 void LogEntryPoint() {
@@ -212,7 +212,7 @@ void FloorVrf(const dest_mng::VrfData& vrf) {
   message.set_vrf_id(vrf.vrf_id);
   if (Traced()) return;
   Carrier carrier(&message);
-  // Without a check: a VRF's client is never missing.
+  // No check: a VRF's client is never missing.
   Registry::Instance()->client->InstallVrfIngressInterface(&carrier);
 }
 

@@ -11,18 +11,18 @@
 
 namespace bench {
 
-// The least that a request of each kind can cost: the message that must be sent, built by hand with
-// the look-ups that must be made, one level check, one call of the registered client, which is
-// `IdleClient()`, and nothing else.
+// A lower bound for a request of each kind: builds the required message by hand with the required
+// look-ups, checks the level once, calls the registered client, which is `IdleClient()`, once, and
+// does nothing else.
 void FloorVlan(dest_mng::DbVlanObject* vlan);
 void FloorHost(dest_mng::DbHostObject* host);
 void FloorMpls(dest_mng::DbMplsObject* mpls);
 void FloorEcmp(const dest_mng::EcmpData& ecmp);
 void FloorVrf(const dest_mng::VrfData& vrf);
 
-// The least that the full rendering of each kind can cost: its text, put together in a buffer on
-// the stack with the platform's functions and lists that it must use, and one string of it.
-// `printable` writes the hexadecimal numbers, and its address is shown.
+// A lower bound for the full rendering of each kind: builds the text in a stack buffer with the
+// platform functions and lists that it must use, and makes one string of it. `printable` formats
+// the hexadecimal numbers, and its address appears in the text.
 std::string FloorRender(const encapsulation::VlanMessage& vlan,
                         const HalL3MplsEncapsulationPrintable& printable);
 std::string FloorRender(const encapsulation::HostMessage& host,
@@ -33,8 +33,8 @@ std::string FloorRender(const encapsulation::EcmpMessage& ecmp,
                         const HalL3MplsEncapsulationPrintable& printable);
 std::string FloorRender(const encapsulation::VrfMessage& vrf);
 
-// The least that a result of each kind can cost: the log call, the record, one heap object, the
-// framework's controller, the look-ups through it that must be made, one virtual call.
+// A lower bound for a result of each kind: the log call, the record, one heap object, the
+// framework's controller, the required look-ups through it, one virtual call.
 void FloorVlanResult(unsigned int db_id);
 void FloorHostResult(unsigned int db_id);
 void FloorEcmpResult(unsigned int db_id);

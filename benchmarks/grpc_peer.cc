@@ -1,8 +1,8 @@
-// The library's requests, and a result for each, through a gRPC bidirectional stream.
+// The library's requests, and a result for each, over a gRPC bidirectional stream.
 //
-//   grpc_peer serve SOCKET
-//   grpc_peer send SOCKET OBJECTS BATCH     BATCH requests to a message; prints nanoseconds a
-//                                           request
+//     grpc_peer serve SOCKET
+//     grpc_peer send SOCKET OBJECTS BATCH     sends BATCH requests per message; prints nanoseconds
+//                                             per request
 
 #include <grpcpp/grpcpp.h>
 
@@ -70,10 +70,10 @@ std::vector<peer::Requests> Messages(std::size_t objects, std::size_t batch) {
   return messages;
 }
 
-/// How many requests are without an answer; keeps the window.
+/// Counts the requests in flight and enforces the window.
 class Outstanding {
  public:
-  /// Waits where the window is full until half of it is answered.
+  /// If the window is full, blocks until half of it has been answered.
   void Add(std::size_t requests) {
     std::unique_lock lock(mutex_);
     if (count_ + requests > bench::kWindow) {

@@ -1,4 +1,4 @@
-// The handlers of a host program that does nothing with its notifications.
+// The handlers of a host program that ignores its notifications.
 
 #include "zuskux/dest_controllers.h"
 

@@ -1,4 +1,4 @@
-// Time and allocations of every case; takes the options of Google Benchmark.
+// Measures time and allocations of every case; takes Google Benchmark's options.
 
 #include <benchmark/benchmark.h>
 

@@ -1,8 +1,8 @@
-// What the reference manager holds for its objects.
+// How much memory the reference manager needs per object.
 //
-//   manager_bench SOCKET OBJECTS     brings the server that listens there to a generated site, and
-//                                    prints bytes an object: what the process grew by at its peak
-//                                    ("peak"), and what the objects alone take ("records")
+//     manager_bench SOCKET OBJECTS     installs a generated site in the server on SOCKET and prints
+//                                      bytes per object: the growth of the process at its peak
+//                                      ("peak"), and the objects alone ("records")
 
 #include <malloc.h>
 
@@ -22,7 +22,7 @@
 
 namespace {
 
-// Of this process, from the kernel.
+// For this process, from the kernel.
 std::size_t Kibibytes(const std::string& field) {
   std::ifstream status("/proc/self/status");
   std::string name;
@@ -46,7 +46,7 @@ std::size_t RecordBytes(std::size_t objects) {
 
 std::size_t ManagerPeak(const std::string& socket, std::size_t objects) {
   malloc_trim(0);
-  std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts over
+  std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak
   const std::size_t before = Kibibytes("VmRSS");
 
   boost::asio::io_context io;

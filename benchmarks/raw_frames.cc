@@ -1,10 +1,10 @@
-// The least that a request and its result over a socket can cost: the same frames, made before the
-// clock starts, to a server that looks at nothing but their length. Both ends poll before they
-// read, as whoever has several clients, or deadlines, has to.
+// A lower bound for a request and its result over a socket: the same frames, prepared before the
+// clock starts, to a server that looks only at their length. Both ends poll before they read, as
+// any program with several clients or with deadlines must.
 //
-//   raw_frames serve SOCKET                   serves one client
-//   raw_frames send SOCKET OBJECTS WINDOW     prints nanoseconds a request; WINDOW of them are
-//                                             without an answer at most
+//     raw_frames serve SOCKET                   serves one client
+//     raw_frames send SOCKET OBJECTS WINDOW     at most WINDOW requests in flight; prints
+//                                               nanoseconds per request
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -32,7 +32,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
-// Header, code, two ids and a time.
+// Header, code, two ids and a duration.
 constexpr std::size_t kResultSize = reference::kFrameHeaderSize + 16;
 
 std::size_t Check(ssize_t result, const char* what) {
@@ -48,7 +48,7 @@ sockaddr_un Address(std::string_view path) {
   return address;
 }
 
-/// Waits for something to read, and reads what is there.
+/// Waits for input and reads what is there.
 std::size_t ReadSome(int socket, char* data, std::size_t size) {
   pollfd readable{socket, POLLIN, 0};
   Check(poll(&readable, 1, -1), "poll");
@@ -100,7 +100,7 @@ void Serve(const char* path) {
 
 void Send(const char* path, std::size_t objects, std::size_t window) {
   std::string frames;
-  // Where each ends.
+  // Where each frame ends.
   std::vector<std::size_t> ends;
   for (const reference::HalRequest& request : bench::CaptureRequests(objects)) {
     reference::AppendFrame(static_cast<reference::FrameType>(request.operation), 0, request.payload,

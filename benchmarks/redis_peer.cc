@@ -1,11 +1,11 @@
 // The library's requests, and a result for each, through a Redis server on a Unix socket.
 //
-//   redis_peer serve list|table SOCKET             takes requests and answers them, until killed
-//   redis_peer send list|table SOCKET OBJECTS      prints nanoseconds a request
+//     redis_peer serve list|table SOCKET             takes requests and answers them, until killed
+//     redis_peer send list|table SOCKET OBJECTS      prints nanoseconds per request
 //
-// list: a list of requests and one of results. table: a hash for each object, a set of those that
-// wait, and the same for the answers; a list of marks wakes the other side. Commands go in
-// pipelines.
+// list: a list of requests and one of results. table: a hash for each object and a set of the
+// pending ones, and the same for the answers; pushing a mark onto a list wakes the other side.
+// Commands are pipelined.
 
 #include <hiredis/hiredis.h>
 
@@ -28,10 +28,10 @@ using Clock = std::chrono::steady_clock;
 using Reply = std::unique_ptr<redisReply, void (*)(void*)>;
 
 constexpr char kTaken[] = "4096";
-// Code, two ids and a time, as on the HAL's own socket.
+// Code, two ids and a duration, as on the HAL's own socket.
 constexpr std::size_t kResultSize = 16;
 
-/// A connection whose commands wait until they are read.
+/// A connection that pipelines its commands: they go out when a reply is read.
 class Redis {
  public:
   explicit Redis(const char* path) : context_(redisConnectUnix(path), redisFree) {
@@ -78,7 +78,7 @@ class Redis {
 
 std::string_view TextOf(const redisReply& reply) { return {reply.str, reply.len}; }
 
-// Waits until the list holds something, and takes it.
+// Blocks until the list holds something, then takes all of it.
 std::vector<std::string> TakeList(Redis* redis, std::string_view list) {
   const Reply reply = redis->Call({"BLMPOP", "0", "1", list, "LEFT", "COUNT", kTaken});
   const redisReply& entries = *reply->element[1];
@@ -89,7 +89,7 @@ std::vector<std::string> TakeList(Redis* redis, std::string_view list) {
   return taken;
 }
 
-// Waits for a mark in `marks`, and takes the keys in `set`.
+// Blocks until there is a mark in `marks`, then takes the keys in `set`.
 std::vector<std::string> TakeSet(Redis* redis, std::string_view marks, std::string_view set) {
   TakeList(redis, marks);
   const Reply reply = redis->Call({"SPOP", set, kTaken});
@@ -110,9 +110,9 @@ class Transport {
   /// Sends requests `begin` to `end`.
   virtual void Send(const std::vector<reference::HalRequest>& requests, std::size_t begin,
                     std::size_t end) = 0;
-  /// Waits for results; how many came.
+  /// Blocks until results arrive; returns how many did.
   virtual std::size_t TakeResults() = 0;
-  /// Waits for requests and answers them.
+  /// Blocks until requests arrive and answers them.
   virtual void Answer() = 0;
 
  protected:

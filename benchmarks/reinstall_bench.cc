@@ -1,8 +1,7 @@
-// What a reinstall takes: the HAL server is found, and everything goes through the library again.
+// The cost of a reinstall: the HAL server is found, and everything goes through the library again.
 //
-//   reinstall_bench OBJECTS     prints CPU nanoseconds an object: of the library, and of its
-//                               floor, a walk over the same objects that calls a function that
-//                               does nothing
+//     reinstall_bench OBJECTS     prints CPU nanoseconds per object: for the library, and for its
+//                                 floor, a walk over the same objects that calls an empty function
 
 #include <cstddef>
 #include <cstdlib>
@@ -21,14 +20,14 @@ namespace {
 using reference::Destination;
 using reference::HalKind;
 
-// Small sites are reinstalled often enough for the clock.
+// Small sites are reinstalled repeatedly, so that the clock can measure them.
 constexpr std::size_t kLeastObjects = 200'000;
 
 [[gnu::noinline]] void Nothing(Destination* destination) {
   asm volatile("" : : "r"(destination) : "memory");
 }
 
-/// A manager that does no more than it is asked for.
+/// A manager that only does what it is asked to.
 class Walker : public reference::NotificationSink {
  public:
   explicit Walker(std::size_t objects) : destinations_(bench::MakeDestinations(objects)) {

@@ -1,11 +1,11 @@
 // Requests over a socket to a HAL server, and their results back.
 //
-//   socket_bench SOCKET OBJECTS WINDOW client      installs that many objects with the server that
-//                                                  listens there, WINDOW of them without an answer
-//                                                  at most; prints nanoseconds a request. Ready
-//                                                  messages go to the HAL client.
-//   socket_bench SOCKET OBJECTS WINDOW library     the same, but objects go to the library, which
-//                                                  makes the messages and takes the results
+//     socket_bench SOCKET OBJECTS WINDOW client      installs OBJECTS objects in the server on
+//                                                    SOCKET, at most WINDOW requests in flight;
+//                                                    prints nanoseconds per request. The HAL client
+//                                                    gets prepared messages.
+//     socket_bench SOCKET OBJECTS WINDOW library     the same, but the library gets objects, makes
+//                                                    the messages and takes the results
 
 #include <array>
 #include <chrono>
@@ -38,15 +38,15 @@ using reference::SocketHal;
 
 constexpr std::size_t IndexOf(HalKind kind) { return static_cast<std::size_t>(kind); }
 
-/// Sends requests as fast as the HAL takes them, in the reports that the server was found and that
-/// there is room: what is measured has no other thread.
+/// Sends requests as fast as the HAL takes them, from within the reports that the server was found
+/// and that there is room, so that the measurement involves no other thread.
 class Sender {
  public:
-  /// `send` makes the request of that place.
+  /// `send` makes the request at that place.
   Sender(std::size_t requests, std::size_t results, std::function<void(std::size_t place)> send)
       : requests_(requests), unanswered_(results), send_(std::move(send)) {}
 
-  /// From the first request to the last result; 0 when there were failures.
+  /// From the first request to the last result; 0 if there were failures.
   Nanoseconds Run(SocketHal* hal, HalL3MplsEncapsulationClientCallbackItf* results) {
     hal_ = hal;
     const auto found = [this] {
@@ -74,7 +74,7 @@ class Sender {
   }
 
   SocketHal* hal_ = nullptr;
-  // On the connection's thread, until the end:
+  // On the connection's thread, until the run ends:
   const std::size_t requests_;
   std::size_t next_ = 0;
   std::size_t unanswered_;
@@ -101,7 +101,7 @@ class ClientResults : public reference::HalCallbackBase {
   }
 };
 
-/// The results as the library's controllers hear of them.
+/// The results as they reach the library's controllers.
 class LibraryResults : public reference::NotificationSink {
  public:
   Sender* sender = nullptr;
@@ -139,7 +139,7 @@ Nanoseconds MeasureLibrary(SocketHal* hal, std::size_t objects) {
   bench::Destinations destinations = bench::MakeDestinations(objects);
   std::vector<reference::Destination*> ready;
   bench::ForEach(&destinations, [&ready](auto* destination) { ready.push_back(destination); });
-  // The requests of VRFs have no result.
+  // VRF requests have no result.
   const std::size_t results = ready.size() - destinations[IndexOf(HalKind::kVrf)].size();
 
   LibraryResults library_results;

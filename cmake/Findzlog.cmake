@@ -1,4 +1,5 @@
-# Finds the system's zlog, as zlog::zlog. Goes with the installed package where that was built with it.
+# Finds the system's zlog as zlog::zlog. Installed with the package if the library was built with
+# that zlog.
 find_path(ZLOG_INCLUDE_DIR zlog.h DOC "Folder of the system's zlog.h")
 find_library(ZLOG_LIBRARY zlog DOC "The system's zlog library")
 mark_as_advanced(ZLOG_INCLUDE_DIR ZLOG_LIBRARY)

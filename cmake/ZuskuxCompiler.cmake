@@ -1,6 +1,6 @@
 # Compiler settings: warnings, sanitizers, and the assertions that every build keeps.
 
-# NDEBUG is defined in no build: the assertions in the schemas' generated setters and in the variant
+# No build defines NDEBUG: the assertions in the schemas' generated setters and in the variant
 # library are part of the library's behaviour.
 foreach(config IN ITEMS RELEASE RELWITHDEBINFO MINSIZEREL)
   string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${config} "${CMAKE_CXX_FLAGS_${config}}")
@@ -23,13 +23,14 @@ if(ZUSKUX_SANITIZERS)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZUSKUX_SANITIZERS})
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-    # The instrumentation hides initialisations from the one; Asio's fences are beyond the other.
+    # Instrumentation causes false -Wmaybe-uninitialized warnings, and GCC's -Wtsan rejects Asio's
+    # fences.
     target_compile_options(zuskux_warnings INTERFACE -Wno-maybe-uninitialized -Wno-tsan)
   endif()
 endif()
 
-# What ships is hardened; tests/system/hardening_test.sh looks at the result. Sanitizers check more,
-# and do not go with it. Position-independent code is set for the whole project.
+# What ships is hardened; tests/system/hardening_test.sh checks the result. Sanitizers check more
+# and do not combine with hardening. Position-independent code is set for the whole project.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 if(NOT ZUSKUX_SANITIZERS)
@@ -38,7 +39,8 @@ if(NOT ZUSKUX_SANITIZERS)
   add_link_options($<$<NOT:$<CONFIG:Debug>>:LINKER:-z,relro,-z,now,-z,noexecstack>)
 endif()
 
-# Libraries are found from where a program lies, so that files do not tell where they were built.
+# Programs find libraries relative to their own location, so that no file reveals where it was
+# built.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 find_program(CCACHE ccache)

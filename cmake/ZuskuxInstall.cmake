@@ -1,6 +1,6 @@
-# What is installed, in three components: `runtime` (the shared libraries), `development` (headers,
-# schemas, CMake package, pkg-config file) and `tools` (the programs of the reference system).
-# Everything stays together wherever the prefix is moved.
+# Installation, in three components: `runtime` (the shared libraries), `development` (headers,
+# schemas, CMake package, pkg-config file) and `tools` (the programs of the reference system). The
+# prefix is relocatable.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -12,16 +12,16 @@ set(ZUSKUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/zuskux)
 set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
 set(ZUSKUX_INSTALL_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux)
 
-# Libraries outside the usual places, the system's zlog for one, are found by what is installed too.
+# Lets installed files, too, find libraries outside the usual places, such as the system's zlog.
 set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 
-# Relative path from one folder below the prefix to another.
+# Sets `result` to the relative path from one folder below the prefix to another.
 function(zuskux_path_between from to result)
   cmake_path(RELATIVE_PATH to BASE_DIRECTORY ${from} OUTPUT_VARIABLE path)
   set(${result} ${path} PARENT_SCOPE)
 endfunction()
 
-# platform_<name> becomes zuskux::<name>.
+# Exports platform_<name> as zuskux::<name>.
 function(zuskux_export target)
   string(REGEX REPLACE "^(platform|zuskux)_" "" name ${target})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
@@ -45,8 +45,8 @@ function(zuskux_install_program target)
   install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endfunction()
 
-# zuskux_install_platform_folder(<folder> EXCEPT <header>...): the headers that the library was built
-# with, those in subfolders too.
+# zuskux_install_platform_folder(<folder> EXCEPT <header>...): installs the headers that the library
+# was built with, including those in subfolders.
 function(zuskux_install_platform_folder folder)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" EXCEPT)
   zuskux_install_interface(platform_${folder})
@@ -71,7 +71,7 @@ function(zuskux_install_schema target proto header)
   install(FILES ${proto} DESTINATION ${ZUSKUX_INSTALL_DATA}/proto COMPONENT development)
 endfunction()
 
-# find_package(zuskux) and pkg-config.
+# Installs the files for find_package(zuskux) and pkg-config.
 function(zuskux_install_package_files)
   set(folder ${CMAKE_BINARY_DIR}/install)
   set(zlog_is_ours OFF)
@@ -108,7 +108,7 @@ function(zuskux_install_package_files)
   install(FILES ${folder}/zuskux.pc DESTINATION ${pkgconfig} COMPONENT development)
 endfunction()
 
-# zuskux-check-platform, which finds the library next to itself.
+# Installs zuskux-check-platform, which finds the library relative to itself.
 function(zuskux_install_platform_check)
   zuskux_path_between(${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR} libraries)
   set(library_from_programs ${libraries}/$<TARGET_SONAME_FILE_NAME:zuskux>)
@@ -120,7 +120,8 @@ function(zuskux_install_platform_check)
   install(PROGRAMS ${script} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
 endfunction()
 
-# The pages, and the examples that they tell of, placed as in the tree: their links stay right.
+# Installs the documents and the examples that they mention, laid out as in the tree, so that their
+# links keep working.
 function(zuskux_install_documents)
   install(DIRECTORY docs DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS} COMPONENT development
           FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN reference EXCLUDE)
@@ -138,7 +139,7 @@ function(zuskux_install_man_page program component)
   install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 endfunction()
 
-# One file completes all programs; bash looks it up by the program's name.
+# One file completes all programs; bash looks it up by program name.
 function(zuskux_install_completion first)
   set(folder ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES packaging/completion.bash DESTINATION ${folder} RENAME ${first} COMPONENT tools)
@@ -150,7 +151,7 @@ function(zuskux_install_completion first)
   endforeach()
 endfunction()
 
-# What is not installed where it is defined.
+# Installs what is not installed where it is defined.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
   zuskux_install_interface(zuskux_headers)

@@ -1,4 +1,4 @@
-# Debian packages, one for each installed component: libzuskux0, libzuskux-dev, zuskux-tools. ./package
+# Debian packages, one per installed component: libzuskux0, libzuskux-dev, zuskux-tools. ./package
 # builds them.
 
 set(CPACK_GENERATOR DEB)
@@ -60,7 +60,7 @@ This package holds a destination manager and a HAL server to try the
 library with, a tool for recordings of HAL requests, a generator of site
 files and example sites.")
 
-# What Debian asks of every package. Its date is the one that the build is told.
+# The files that Debian requires of every package. Their date is SOURCE_DATE_EPOCH.
 function(zuskux_debian_documents)
   set(folder ${CMAKE_BINARY_DIR}/install/debian)
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)

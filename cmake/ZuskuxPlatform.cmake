@@ -1,16 +1,16 @@
-# The platform: what the host program and the vendor provide, a folder each.
+# The platform: what the host program and the vendor provide, one folder each.
 #
-# Each folder defines `platform::<folder>`, the interface headers, which is all that the library sees,
-# and a stand-in with the definitions, which goes into host programs. Headers are included as
-# "<folder>/<header>.h". A header or schema that a vendor's folder lacks is taken from platform/.
+# Each folder defines `platform::<folder>`, the interface headers, which are all that the library
+# sees, and a stand-in with the definitions, which goes into host programs. Headers are included as
+# "<folder>/<header>.h". A header or schema that a vendor's folder lacks comes from platform/.
 
-# Where headers are looked for, the vendor's first.
+# Where to look for headers, the vendor's first.
 set(ZUSKUX_PLATFORM_ROOTS ${ZUSKUX_PLATFORM_DIR} ${CMAKE_SOURCE_DIR}/platform)
 
-# The folders that a vendor may replace.
+# The folders that a vendor can replace.
 set(ZUSKUX_VENDOR_FOLDERS app_framework hal_schema hal_client interface_ids dest_manager)
 
-# Stops for a ZUSKUX_PLATFORM_DIR that would silently be left out, as a whole or in part.
+# Fails if ZUSKUX_PLATFORM_DIR, or a part of it, would silently be ignored.
 function(zuskux_check_vendor_platform)
   if(NOT ZUSKUX_PLATFORM_DIR)
     return()
@@ -42,7 +42,7 @@ function(zuskux_check_vendor_platform)
   endif()
 endfunction()
 
-# Takes the folder from ZUSKUX_PLATFORM_DIR where it has one of that name, else from platform/.
+# Adds the folder from ZUSKUX_PLATFORM_DIR if there is one of that name, else from platform/.
 function(zuskux_add_platform_folder folder)
   set(path ${CMAKE_SOURCE_DIR}/platform/${folder})
   if(folder IN_LIST ZUSKUX_VENDOR_FOLDERS AND EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
@@ -52,11 +52,11 @@ function(zuskux_add_platform_folder folder)
   add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
 endfunction()
 
-# zuskux_platform_requires(<package> [VERSION <version>] [PKG_CONFIG <module>]): finds a CMake package
-# whose imported targets a folder's DEPENDS names. find_package(zuskux) finds it again, and zuskux.pc
-# requires <module>, so that host programs build with it too.
+# zuskux_platform_requires(<package> [VERSION <version>] [PKG_CONFIG <module>]): finds a CMake
+# package whose imported targets a folder's DEPENDS names. find_package(zuskux) finds it again and
+# zuskux.pc requires <module>, so that host programs build with it too.
 #
-# A macro, because find_package sets variables for whoever calls it.
+# A macro, because find_package sets variables for its caller.
 macro(zuskux_platform_requires package)
   cmake_parse_arguments(ZUSKUX_REQUIRES "" "VERSION;PKG_CONFIG" "" ${ARGN})
   set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
@@ -69,8 +69,8 @@ macro(zuskux_platform_requires package)
   endif()
 endmacro()
 
-# zuskux_platform_interface(<folder> [DEPENDS <target>...] [STANDIN_HEADERS <header>...]): headers of the
-# stand-in are not installed.
+# zuskux_platform_interface(<folder> [DEPENDS <target>...] [STANDIN_HEADERS <header>...]): defines
+# the interface of the folder. The stand-in's headers are not installed.
 function(zuskux_platform_interface folder)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "DEPENDS;STANDIN_HEADERS")
   add_library(platform_${folder} INTERFACE)
@@ -82,7 +82,7 @@ function(zuskux_platform_interface folder)
   zuskux_install_platform_folder(${folder} EXCEPT ${ARG_STANDIN_HEADERS})
 endfunction()
 
-# zuskux_platform_standin(<folder> <source>...): the definitions.
+# zuskux_platform_standin(<folder> <source>...): defines the stand-in.
 function(zuskux_platform_standin folder)
   add_library(platform_${folder}_standin OBJECT ${ARGN})
   target_link_libraries(platform_${folder}_standin PUBLIC platform_${folder}
@@ -90,8 +90,8 @@ function(zuskux_platform_standin folder)
   set_property(GLOBAL APPEND PROPERTY ZUSKUX_STANDINS platform_${folder}_standin)
 endfunction()
 
-# zuskux_platform_schema(<target> <file>.proto): one shared library lib<file>.so, because a process
-# must hold one copy of a schema only. Defines platform::<target>.
+# zuskux_platform_schema(<target> <file>.proto): defines platform::<target> as a shared library
+# lib<file>.so, because a process must hold only one copy of a schema.
 function(zuskux_platform_schema target proto)
   cmake_path(GET proto STEM name)
   set(folder ${CMAKE_CURRENT_SOURCE_DIR})
@@ -117,8 +117,8 @@ function(zuskux_platform_schema target proto)
   zuskux_install_schema(platform_${target} ${folder}/${proto} ${generated}/${name}.pb.h)
 endfunction()
 
-# zuskux_bundle_objects(<interface target> <object library>...): whoever links the target gets the
-# objects, and what they require, also at a distance.
+# zuskux_bundle_objects(<interface target> <object library>...): linking the target, directly or
+# indirectly, links the objects and what they require.
 function(zuskux_bundle_objects target)
   foreach(objects IN LISTS ARGN)
     target_sources(${target} INTERFACE $<TARGET_OBJECTS:${objects}>)

@@ -1,5 +1,5 @@
-# Completion of zuskux-manager, zuskux-hal, zuskux-record and zuskux-generate-site: the options are those
-# that the program's --help lists.
+# Completion for zuskux-manager, zuskux-hal, zuskux-record and zuskux-generate-site: offers the
+# options that the program's --help lists.
 
 _zuskux() {
   local program=$1 word=$2 previous=$3

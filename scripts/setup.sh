@@ -1,5 +1,5 @@
-# What ./run, ./test, ./package, ./bench and .ci/ share: the packages that are needed, and building a
-# preset. Sourced by bash with $root set to the project's folder.
+# What ./run, ./test, ./package, ./bench and .ci/ share: installing packages and building a preset.
+# Sourced by bash with $root set to the project's folder.
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz)
@@ -11,12 +11,12 @@ CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
 MUTATION_PACKAGES=(ccache lld)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 
-# The sources are formatted as this version does it, which Debian 13 no longer has; other versions
-# format some lines in other ways.
+# The sources are formatted with this version; other versions format some lines differently. Debian
+# 13 does not have it.
 FORMATTER=clang-format-14
 [ "$(. /etc/os-release && echo "$ID ${VERSION_ID-}")" = 'debian 13' ] || TEST_PACKAGES+=("$FORMATTER")
 
-# install_packages PACKAGE...: installs what is missing of them.
+# install_packages PACKAGE...: installs those that are missing.
 install_packages() {
   local missing=() package
   for package in "$@"; do
@@ -40,9 +40,9 @@ install_packages() {
     apt "${missing[@]}" >&2
 }
 
-# build_preset PRESET TARGET...: configures build/PRESET (again each time, since packages may have been
-# installed in between) and brings the targets up to date. Quiet when nothing is to be done. Builds of
-# the same folder wait for each other.
+# build_preset PRESET TARGET...: configures build/PRESET (every time, since packages may have been
+# installed in between) and builds the targets. Silent if everything is up to date. Builds in the
+# same folder wait for each other.
 build_preset() {
   local preset=$1 path
   local folder=$root/build/$preset log=$root/build/$preset.log lock=$root/build/$preset.lock
@@ -68,17 +68,17 @@ build_preset() {
   ) 9>"$lock" || exit 1
 }
 
-# show_progress <LOG: shows how far a build is, [DONE/ALL]: on a terminal at once, else every
-# $PROGRESS_INTERVAL seconds.
+# show_progress <LOG: shows the progress of a build, [DONE/ALL]: immediately on a terminal, else
+# every $PROGRESS_INTERVAL seconds.
 PROGRESS_INTERVAL=10
 show_progress() {
   local line='' progress='' shown=$SECONDS status=0
   while [ "$status" -eq 0 ]; do
-    # A line may come in two parts when the time is up.
+    # A timeout may split a line in two.
     local part=''
     IFS= read -r -t 1 part && status=0 || status=$?
     line+=$part
-    # Above 128 the time is up, else it is the end.
+    # A status above 128 is a timeout; any other is the end of the input.
     [ "$status" -gt 128 ] && status=0 || {
       [[ $line =~ ^\[[0-9]+/[0-9]+\] ]] && progress=${BASH_REMATCH[0]}
       line=''
@@ -95,10 +95,10 @@ show_progress() {
   [ -z "$progress" ] || [ ! -t 2 ] || printf '\r\033[K' >&2
 }
 
-# our_sources GLOB...: the sources under version control that match.
+# our_sources GLOB...: the matching sources under version control.
 our_sources() { (cd "$root" && git ls-files -- "$@"); }
 
-# check_format: fails where clang-format would change something.
+# check_format: fails if clang-format would change anything.
 check_format() {
   local files
   if ! command -v "$FORMATTER" >/dev/null; then

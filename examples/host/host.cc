@@ -1,10 +1,9 @@
 // The smallest host program: a destination manager with four objects, on the platform definitions
-// of
-// ../vendor_platform and a HAL that answers every request with success. It installs the objects
-// when the HAL server is found, and ends when all requests have been answered.
+// in ../vendor_platform, and a HAL that answers every request with success. It installs the objects
+// when the HAL server is found and exits when every request has been answered.
 //
-// A control plane already has objects, controllers with their handlers, and a HAL client. What it
-// adds to use zuskux is in main().
+// A control plane already has objects, controllers with handlers, and a HAL client. main() shows
+// what it adds to use zuskux.
 
 #include <google/protobuf/message.h>
 
@@ -50,7 +49,7 @@ class Queue {
     put_.notify_one();
   }
 
-  /// The oldest value; waits for one.
+  /// Removes and returns the oldest value; blocks until there is one.
   T Take() {
     std::unique_lock lock(mutex_);
     put_.wait(lock, [this] { return !values_.empty(); });
@@ -65,8 +64,8 @@ class Queue {
   std::deque<T> values_;
 };
 
-// The handlers of the controllers. They run on the HAL's thread and only pass their call on to the
-// main thread.
+// The controllers' handlers. They run on the HAL's thread and only pass the call on to the main
+// thread.
 
 struct Event {
   std::string handler;
@@ -122,22 +121,22 @@ void VrfController::ReinstallVrf() { Post("ReinstallVrf", *this); }
 
 namespace {
 
-/// A HAL client without a HAL: prints every request, and reports success on a thread of its own
-/// once the request has returned.
+/// A HAL client without a HAL: prints every request and, once the request has returned, reports
+/// success on its own thread.
 class AnsweringHal : public HalL3MplsEncapsulationClient {
  public:
   using Results = HalL3MplsEncapsulationClientCallbackItf;
 
-  /// `results` is not owned; it outlives this object.
+  /// `results` is not owned and must outlive this object.
   explicit AnsweringHal(Results* results) : results_(results) {}
 
-  /// Delivers the reports that are left, then returns.
+  /// Delivers the remaining reports, then returns.
   ~AnsweringHal() override {
     reports_.Put(nullptr);
     thread_.join();
   }
 
-  /// There is one server, and it is found at once.
+  /// There is one server, which is found at once.
   void OnServerFound(void (*report)(void* context)) {
     reports_.Put([report] { report(nullptr); });
   }
@@ -210,7 +209,7 @@ class AnsweringHal : public HalL3MplsEncapsulationClient {
   }
 
  private:
-  // The message is gone when the request has returned: a real client serialises it here.
+  // The message is gone once the request has returned: a real client serialises it here.
   template <typename Message>
   const Message& Show(const char* operation, const AppMessage& request) {
     const auto& message = static_cast<const Message&>(*request.message());
@@ -238,7 +237,7 @@ std::string LimId(std::uint32_t id) {
   return bytes;
 }
 
-// Six bytes in the order of transmission. Zeros are bytes like any other.
+// Six bytes in transmission order. Zero bytes are not special.
 std::string Mac(const std::array<std::uint8_t, 6>& bytes) { return {bytes.begin(), bytes.end()}; }
 
 dest_mng::DbVlanObject Uplink() {

@@ -4,7 +4,7 @@
 #include "app_framework/message_controller.h"
 #include "app_framework/strategy.h"
 
-// Must leave the carried message alone: the derived classes own it or do not.
+// Must not delete the carried message: the derived classes decide whether they own it.
 AppMessage::~AppMessage() = default;
 
 namespace app_strategy {
@@ -15,13 +15,14 @@ Strategy::~Strategy() = default;
 
 namespace msg_ctrl {
 
-// Must take ownership of `message`, which was allocated with `new`. Must not use it yet, nor throw.
+// Must take ownership of `message`, which was allocated with `new`. Must neither use it yet nor
+// throw.
 MessageController::MessageController(AppMessage* message) noexcept : message_(message) {}
 
-// Must delete the message, exactly once.
+// Must delete the message exactly once.
 MessageController::~MessageController() { delete message_; }
 
-// Fill in where your framework attaches strategies; the library never calls these three.
+// Fill these in if your framework attaches strategies; the library never calls them.
 void MessageController::set_strategy(app_strategy::Strategy* strategy) { strategy_ = strategy; }
 
 app_strategy::Strategy* MessageController::strategy() const { return strategy_; }
@@ -30,8 +31,8 @@ void MessageController::DoStrategy() {
   if (strategy_ != nullptr) strategy_->Execute();
 }
 
-// Must return the very message of the constructor: the library fills its record through it. May
-// throw; the exception reaches the HAL client's call of the result operation.
+// Must return the message passed to the constructor: the library fills its record through it. May
+// throw; the exception propagates to the HAL client's call of the result operation.
 AppMessage* MessageController::message() const { return message_; }
 
 }  // namespace msg_ctrl
