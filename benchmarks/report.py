@@ -114,7 +114,7 @@ def carrier_rows(figures):
 
 
 def windows(figures):
-    """From one request at a time to as many as the socket client has under way."""
+    """From one request at a time to as many as the socket client keeps in flight."""
     for window in figures.windows():
         yield window, f"socket/{window}"
     yield 4096, "socket"
@@ -142,28 +142,28 @@ def target_rows(figures):
         return [what, f"at least {target:g}", f"{value:.2f}",
                 "reached" if value >= target else "missed"]
 
-    yield greatest("request, of the floor's instructions", 1.10,
+    yield greatest("request: instructions, relative to the floor", 1.10,
                    ratios("request", KINDS, "floor", "instructions"))
-    yield greatest("rendering in full, of the floor's instructions", 1.30,
+    yield greatest("full rendering: instructions, relative to the floor", 1.30,
                    ratios("render", KINDS, "floor", "instructions"))
-    yield greatest("rendering in full, of the time of `ShortDebugString`", 0.20,
+    yield greatest("full rendering: time, relative to `ShortDebugString`", 0.20,
                    ratios("render", KINDS, "short-debug-string", "ns"))
-    yield greatest("result, of the floor's instructions", 1.15,
+    yield greatest("result: instructions, relative to the floor", 1.15,
                    ratios("result", figures.operations(), "floor", "instructions"))
     sizes = figures.reinstalled()
-    yield greatest(f"reinstall, time an object, of that at {sizes[0]:,}", 1.20,
+    yield greatest(f"reinstall: time per object, relative to {sizes[0]:,}", 1.20,
                    [(figures.ratio(f"reinstall/{sizes[-1]}/library",
                                    f"reinstall/{sizes[0]}/library", "ns"), f"{sizes[-1]:,}")])
     for window, case in windows(figures):
-        yield at_least(f"request to result, of the rate of raw frames, window of {window}", 0.8,
+        yield at_least(f"request to result: rate, relative to raw frames, window of {window}", 0.8,
                        figures.ratio(case + "/floor", case + "/client", "ns"))
     if "peer/redis-list/ns" in figures:
-        yield at_least("request to result, of the rate of the Redis list", 8,
+        yield at_least("request to result: rate, relative to the Redis list", 8,
                        figures.ratio("peer/redis-list", "socket/client", "ns"))
-        yield at_least("request to result, of the rate of the gRPC stream, one to a message", 20,
+        yield at_least("request to result: rate, relative to the gRPC stream, one to a message", 20,
                        figures.ratio("peer/grpc-1", "socket/client", "ns"))
     share = figures.median("memory/manager/bytes") - figures.median("memory/records/bytes")
-    yield ["manager, bytes an object above its records", "at most 1,024", f"{share:,.0f}",
+    yield ["manager: bytes per object above its records", "at most 1,024", f"{share:,.0f}",
            "reached" if share <= 1024 else "missed"]
 
 
@@ -181,23 +181,25 @@ def tables(result):
     for title, header, rows in [
             ("Targets", ["what", "target", "reached", ""], target_rows(figures)),
             ("Request, tracing off", COST_HEADER, cost_rows(figures, "request", KINDS)),
-            ("Request, traced, the text dropped", ["", "instructions", "ns", "allocations"],
+            ("Request, traced, output discarded", ["", "instructions", "ns", "allocations"],
              traced_rows(figures)),
-            ("Rendering in full", COST_HEADER, cost_rows(figures, "render", KINDS)),
-            ("Rendering, next to `ShortDebugString` of the same message",
+            ("Full rendering", COST_HEADER, cost_rows(figures, "render", KINDS)),
+            ("Rendering, compared with `ShortDebugString` of the same message",
              ["", "full, ns", "`ShortDebugString`, ns", "time", "instructions",
               "its allocations", "short, ns", "allocations"], rendering_rows(figures)),
             ("Result", COST_HEADER, cost_rows(figures, "result", figures.operations())),
-            ("Reinstall", ["objects", "ns an object", "of the first", "floor, ns"],
+            ("Reinstall", ["objects", "ns per object", "relative to the first", "floor, ns"],
              reinstall_rows(figures)),
             ("Request to result through another process",
-             ["", "ns a request", "requests a second", "times zuskux"], carrier_rows(figures)),
-            ("Request to result, by how many may be without an answer",
-             ["window", "HAL client and server, ns a request", "with the library, ns",
-              "raw frames, ns", "client and server, of their rate"], window_rows(figures)),
-            ("Memory at the peak", ["", "bytes an object"],
+             ["", "ns per request", "requests per second", "relative to zuskux"],
+             carrier_rows(figures)),
+            ("Request to result, by window",
+             ["window", "HAL client and server, ns per request", "with the library, ns",
+              "raw frames, ns", "client and server, rate relative to raw frames"],
+             window_rows(figures)),
+            ("Peak memory", ["", "bytes per object"],
              [[name, figures.spread(f"memory/{case}/bytes")]
-              for name, case in [("manager", "manager"), ("of it the objects' own records",
+              for name, case in [("manager", "manager"), ("of which the objects' records",
                                                           "records"), ("HAL server", "server")]])]:
         parts.append(f"### {title}\n\n{table(header, rows)}")
     return "\n\n".join(parts) + "\n"
@@ -226,9 +228,9 @@ def picture(measured):
                   for name in names]
     rates = [(name, 1e9 / figures.median(case + "/ns")) for name, case in carriers(figures)]
     highest = math.log10(max(rate for _, rate in rates))
-    upper, y = bars("Instructions, as a multiple of the least that it could take", costs,
+    upper, y = bars("Instructions, as a multiple of the floor", costs,
                     lambda ratio: f"{ratio:.2f}", lambda ratio: ratio / 2, 10)
-    lower, height = bars("Requests a second, each with its result, through another process; "
+    lower, height = bars("Requests per second, each with its result, through another process; "
                          "logarithmic, from 1,000", rates, lambda rate: f"{rate:,.0f}",
                          lambda rate: (math.log10(rate) - 3) / (highest - 3), y)
     style = ("text{font:12px sans-serif;fill:#222} .title{font-weight:bold} rect{fill:#4878a8} "
