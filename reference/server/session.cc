@@ -8,7 +8,9 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/endian/conversion.hpp>
+#include <optional>
 #include <random>
+#include <string>
 #include <utility>
 
 #include "reference/hal/request_observer.h"
@@ -60,6 +62,19 @@ std::size_t EntryCount(const HalTables& tables) {
   std::size_t count = 0;
   for (const HalKind kind : kAllHalKinds) count += tables.size(kind);
   return count;
+}
+
+// What makes a frame no part of a valid conversation after the hello.
+std::optional<std::string> MistakeIn(const FrameSplitter::Frame& frame) {
+  const FrameType type = frame.header.type;
+  if (IsRequest(type)) return std::nullopt;
+  if (type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
+      type != FrameType::kHeartbeat && type != FrameType::kReadTables) {
+    return "unexpected frame of type " + std::to_string(static_cast<int>(type));
+  }
+  if (frame.payload.empty()) return std::nullopt;
+  return "frame of type " + std::to_string(static_cast<int>(type)) + " with a payload of " +
+         std::to_string(frame.payload.size()) + " bytes, which has none";
 }
 
 }  // namespace
@@ -240,22 +255,13 @@ void Session::HandleFrames() {
 void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
-  const bool writes =
-      IsRequest(type) || type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
+  if (const auto mistake = MistakeIn(frame)) return Refuse(*mistake);
+  const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
   // A client of minor version 0 does not say in its hello that it writes.
-  if (writes && !BecomeWriter(false)) return;
-  if (IsRequest(type)) return OnRequest(frame);
-
-  const std::string type_text = std::to_string(static_cast<int>(type));
-  if (type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
-      type != FrameType::kHeartbeat && type != FrameType::kReadTables) {
-    return Refuse("unexpected frame of type " + type_text);
-  }
-  if (!frame.payload.empty()) {
-    return Refuse("frame of type " + type_text + " with a payload of " +
-                  std::to_string(frame.payload.size()) + " bytes, which has none");
-  }
-  if (type == FrameType::kBeginReinstall) {
+  if ((IsRequest(type) || marks) && !BecomeWriter(false)) return;
+  if (IsRequest(type)) {
+    OnRequest(frame);
+  } else if (type == FrameType::kBeginReinstall) {
     OnBeginReinstall();
   } else if (type == FrameType::kEndReinstall) {
     OnEndReinstall(frame.header.sequence);

@@ -71,6 +71,7 @@ TEST(ObserverTest, IsToldByTheClientAndByTheServer) {
   Observed at_client;
   SocketHalOptions options;
   options.path = server.path();
+  options.program = "observed program";
   {
     SocketHal hal(options);
     hal.Observe(&at_client);
@@ -85,7 +86,7 @@ TEST(ObserverTest, IsToldByTheClientAndByTheServer) {
                                               "#3 install-vlan 5", "#3 install-vlan 5: 3"));
   EXPECT_THAT(at_server.wrappers(), testing::Each(nullptr));
   EXPECT_THAT(at_client.lines().front(), StartsWith("event connected to HAL server zuskux-hal"));
-  EXPECT_THAT(at_server.lines()[1], StartsWith("event client 1: \"zuskux-manager"));
+  EXPECT_THAT(at_server.lines()[1], StartsWith("event client 1: \"observed program\""));
 }
 
 TEST(LatencyTest, OfTheEmbeddedHalHasNoWire) {
