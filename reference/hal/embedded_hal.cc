@@ -14,8 +14,8 @@
 
 namespace reference {
 
-/// The queue between the threads, the server's thread and its tables. No lock is held while
-/// anything of the host is called.
+/// The queue between the threads, and the server's thread with its tables. Never calls the host
+/// while holding a lock.
 class EmbeddedHal::Worker {
  public:
   explicit Worker(const EmbeddedHalOptions& options);
@@ -35,7 +35,7 @@ class EmbeddedHal::Worker {
  private:
   using Clock = std::chrono::steady_clock;
 
-  /// A request, or a mark: the begin or the end of a reinstall.
+  /// A request or a mark: the begin or the end of a reinstall.
   struct Task {
     HalRequest request;
     /// Null for a request.
@@ -43,20 +43,20 @@ class EmbeddedHal::Worker {
     Clock::time_point submitted = Clock::now();
   };
 
-  /// A request that ended without the server's doing, without its payload.
+  /// A request that ended without reaching the server; without its payload.
   struct Ended {
     HalRequest request;
     HalReturnCode code = kHalSuccess;
   };
 
-  /// What there is to report before the next task, in the order of the members.
+  /// The reports due before the next task, in the order of the members.
   struct Reports {
     std::vector<Ended> ended;
     bool server_found = false;
     bool room = false;
   };
 
-  // On the server's thread, without a lock.
+  // Runs on the server's thread, which holds no lock.
   void Run();
   std::optional<Reports> NextReports();
   void ReportServerFound();
@@ -65,7 +65,7 @@ class EmbeddedHal::Worker {
   void CarryOutMark(const Task& task, std::uint64_t generation);
   void Report(const HalRequest& request, HalReturnCode code);
 
-  // On any thread.
+  // Called on any thread.
   void Push(Task task) ZUSKUX_REQUIRES(mutex_);
   void End(const HalRequest& request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_);
   bool HasWork() const ZUSKUX_REQUIRES(mutex_);
@@ -192,8 +192,8 @@ void EmbeddedHal::Worker::Run() {
   }
 }
 
-// Waits for something to do; nothing when the thread is to end. What ended and the server found are
-// taken in one step because a restart adds them in one.
+// Waits for something to do; returns nothing when the thread must end. Takes the ended requests and
+// the server-found report in one step, because a restart adds them in one.
 std::optional<EmbeddedHal::Worker::Reports> EmbeddedHal::Worker::NextReports() {
   const MutexLock lock(&mutex_);
   while (!HasWork()) mutex_.Wait(&wake_);
@@ -213,7 +213,7 @@ void EmbeddedHal::Worker::ReportServerFound() {
   }
   {
     const MutexLock lock(&mutex_);
-    // After another restart there are requests that have not had their results; they come first.
+    // Another restart may have ended requests whose results are still due; those come first.
     if (server_found_due_ || stopping_) return;
     ++counters_.servers_found;
   }
@@ -225,7 +225,7 @@ void EmbeddedHal::Worker::CarryOutNextTask() {
   std::uint64_t generation = 0;
   {
     const MutexLock lock(&mutex_);
-    // Behind a restart the queue is the new server's, which has to be found first.
+    // After a restart, the queue belongs to the new server, which must be reported as found first.
     if (queue_.empty() || server_found_due_ || stopping_) return;
     task = std::move(queue_.front());
     queue_.pop_front();
@@ -251,7 +251,7 @@ void EmbeddedHal::Worker::CarryOutMark(const Task& task, std::uint64_t generatio
     const MutexLock lock(&mutex_);
     if (stopping_ || generation != generation_) return;
   }
-  // The tables are the server's own: there is no other side that could differ.
+  // The server's tables are the only copy, so nothing can differ.
   reporter_.ReinstallEnded(true);
 }
 

@@ -12,33 +12,33 @@
 namespace reference {
 
 struct EmbeddedHalOptions {
-  /// Entries that each table takes.
+  /// Maximum number of entries in each table.
   std::size_t table_capacity = 1 << 21;
-  /// Requests that wait at most; further ones end with `kHalQueueFull`. At least 1.
+  /// Maximum number of queued requests, at least 1; further ones end with `kHalQueueFull`.
   std::size_t queue_capacity = 4096;
-  /// For tests and demonstrations: called on the server's thread before each request is applied, so
-  /// that the server can be slowed down or held inside a request. No lock is held.
+  /// For tests and demonstrations: called on the server's thread, without a lock, before each
+  /// request is applied, in order to slow the server down or block it inside a request.
   std::function<void(const HalRequest&)> before_apply;
 };
 
-/// A HAL client and its server within the process: requests are copied in the caller's thread and
-/// applied to tables in a thread of the HAL's own, which also reports. Owned by the host program.
+/// A HAL client with its server in the same process. Copies requests on the caller's thread. The
+/// HAL's own thread applies them to tables and reports. Owned by the host program.
 class EmbeddedHal : public HalConnection {
  public:
   explicit EmbeddedHal(const EmbeddedHalOptions& options);
-  /// Stops the thread; requests that wait are dropped without a result. Not inside a report.
+  /// Stops the thread and drops queued requests without a result. Do not call inside a report.
   ~EmbeddedHal() override;
 
   void Start(HalReports reports) override;
-  /// After false, `room` is reported when half of the queue is free.
+  /// After returning false, reports `room` once half of the queue is free.
   bool HasRoom() override;
   HalConnectionCounters counters() const override;
   HalLatencies latencies() const override;
 
-  /// Restarts the server: the outstanding requests end with `kHalServerLost`, what the old server
-  /// still answers is dropped and counted, the tables are emptied and the server is found again.
-  /// What is sent after this call goes to the new server. Restarts in quick succession may end in
-  /// one report of the server found. Callable on any thread, before `Start` and inside a report
+  /// Restarts the server. The outstanding requests end with `kHalServerLost`, late answers of the
+  /// old server are dropped and counted, the tables are emptied, and the server is reported as
+  /// found again. Requests sent after this call go to the new server. Several restarts in quick
+  /// succession may share one report. Callable on any thread, before `Start` and inside a report
   /// too.
   void Restart();
 

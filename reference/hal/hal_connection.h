@@ -15,65 +15,66 @@
 
 namespace reference {
 
-/// Where a connection reports to. Everything here is called on the connection's own thread, one
-/// call at a time, never inside a request, and not after the connection's destructor returned.
-/// Requests and the other calls of the connection are allowed inside, its destruction is not.
-/// Nothing here throws.
+/// The callbacks of a connection. The connection calls them on its own thread, one at a time, never
+/// inside a request, and never after its destructor has returned. A callback may send requests and
+/// call the connection, but must not destroy it. Callbacks must not throw.
 struct HalReports {
-  /// Takes the results. Not owned; outlives the connection.
+  /// Receives the results. Not owned; must outlive the connection.
   HalCallback* results = nullptr;
-  /// The HAL server was found, at the start or after a restart: it holds nothing, or nothing that
-  /// can be relied on. Every request sent to an earlier server has had its result; one that was
-  /// sent after that server was lost goes to the one just found, behind this report. May be empty.
+  /// The HAL server was found, at start or after a restart. It holds nothing, or nothing that can
+  /// be relied on. Every request sent to an earlier server has had its result. Requests sent after
+  /// that server was lost go to the new one, after this report. May be empty.
   std::function<void()> server_found;
-  /// There is room again after `HasRoom` returned false. Once, however often it did. May be empty.
+  /// There is room again after `HasRoom` returned false; reported once, no matter how often it did.
+  /// May be empty.
   std::function<void()> room;
   /// The outcome of a VRF request, which has no result operation: the server's code, or the
-  /// client's where the request did not reach a server. Once for each request, except for one that
-  /// a newer request for the same VRF superseded while there was no server. May be empty.
+  /// client's if the request did not reach a server. Reported once per request, except for a
+  /// request that a newer one for the same VRF superseded while there was no server. May be empty.
   std::function<void(const HalRequest& request, HalReturnCode code)> vrf_result = nullptr;
-  /// The server that was found is gone, and what was sent to it has had its result. Not reported by
-  /// a connection that finds the next server at once. May be empty.
+  /// The server is gone, and every request sent to it has had its result. A connection that finds
+  /// the next server immediately does not report this. May be empty.
   std::function<void()> server_lost = nullptr;
-  /// The server has carried out the end of a reinstall, and its tables are what it acknowledged, or
-  /// are not and the connection will not ask for another reinstall. May be empty.
+  /// The server has carried out the end of a reinstall. `in_sync` is true if its tables match what
+  /// it acknowledged. It is false if they do not and the connection will not ask for another
+  /// reinstall. May be empty.
   std::function<void(bool in_sync)> reinstall_ended = nullptr;
 };
 
 struct HalConnectionCounters {
-  /// All requests, VRF and refused ones included.
+  /// All requests, including VRF requests and refused ones.
   std::uint64_t requests = 0;
-  /// Results delivered, whatever their code; counted when their delivery begins.
+  /// Results delivered, whatever their code; counted when the delivery begins.
   std::uint64_t results = 0;
-  /// Results of an earlier server generation that arrived late and were not delivered.
+  /// Late results of an earlier server generation, which were not delivered.
   std::uint64_t late_results = 0;
-  /// Reports that the server was found; counted when they begin.
+  /// Server-found reports; counted when the report begins.
   std::uint64_t servers_found = 0;
-  /// Whether there is a server: one was found and has not been lost since.
+  /// Whether a server was found and has not been lost since.
   bool connected = false;
-  /// Requests and reinstall marks that wait to be sent, now and at most so far.
+  /// Requests and reinstall marks waiting to be sent: now, and the maximum so far.
   std::size_t queued = 0;
   std::size_t queued_peak = 0;
-  /// Requests and reinstall marks that wait, are on their way or are being carried out; also what
-  /// ended without the server and has not been reported yet.
+  /// Requests and reinstall marks that are queued, in flight or being carried out, plus those that
+  /// ended without the server and have not been reported yet.
   std::size_t unfinished = 0;
 };
 
-/// Reports to a connection's observer, null for none, and then to its host. For connections, on the
-/// thread that reports.
+/// Reports first to a connection's observer, if there is one, and then to its host. Used by
+/// connections, on the thread that reports.
 class HalReporter {
  public:
   HalReporter() = default;
   HalReporter(HalReports reports, RequestObserver* observer)
       : reports_(std::move(reports)), observer_(observer) {}
 
-  /// Calls the result operation, or `vrf_result`, of which the observer hears nothing.
+  /// Calls the result operation or `vrf_result`; the observer does not see the latter.
   void Result(const HalRequest& request, HalReturnCode code) const;
   void ServerFound() const;
   void ServerLost() const;
   void ReinstallEnded(bool in_sync) const;
   void Room() const;
-  /// For the observer alone.
+  /// Reports to the observer only.
   void Event(std::string_view line) const;
 
  private:
@@ -81,50 +82,49 @@ class HalReporter {
   RequestObserver* observer_ = nullptr;
 };
 
-/// A HAL client of the reference system: what every client of the library is, plus what its host
-/// needs around the requests. Requests come on the manager's thread only, and so do the calls below
-/// unless they say otherwise.
+/// A HAL client of the reference system: the library's client interface, plus what its host needs
+/// around the requests. Requests, and the calls below unless they say otherwise, come from the
+/// manager's thread only.
 ///
-/// Every request of an operation that has a result ends in exactly one, also when it was refused,
-/// the server went away or did not answer.
+/// Every request of an operation that has a result ends in exactly one result, even if the request
+/// is refused, the server goes away or does not answer.
 class HalConnection : public HalClientBase {
  public:
-  /// Has `observer` told all that goes over the connection. Before `Start` and before the first
-  /// request. Not owned, outlives the connection.
+  /// Makes `observer` see all traffic on the connection. Call before `Start` and before the first
+  /// request. Not owned; must outlive the connection.
   void Observe(RequestObserver* observer) { observer_ = observer; }
 
-  /// Starts reporting; the first report is that the server was found. Called once. Requests may
-  /// come earlier; they wait.
+  /// Starts reporting, first that the server was found. Call once. Earlier requests wait.
   virtual void Start(HalReports reports) = 0;
 
-  /// Whether a request would be taken now. After `false`, `HalReports::room` follows.
+  /// Whether a request would be accepted now. After `false`, `HalReports::room` follows.
   virtual bool HasRoom() = 0;
 
-  // The two below keep their place among the requests. They are never refused, and are lost with
-  // the server that they were sent to.
+  // The two marks below keep their place among the requests. They are never refused, and are lost
+  // with the server that they were sent to.
 
   /// Opens a reinstall: until `EndReinstall`, an install replaces what the server holds.
   void BeginReinstall();
 
-  /// Closes a reinstall: the server removes what no install or replace since `BeginReinstall`
-  /// named. `HalReports::reinstall_ended` follows, or another report that the server was found.
+  /// Closes a reinstall: the server removes everything that no install or replace since
+  /// `BeginReinstall` named. `HalReports::reinstall_ended` follows, or another server-found report.
   void EndReinstall();
 
   // Both callable on any thread.
   virtual HalConnectionCounters counters() const = 0;
   virtual HalLatencies latencies() const = 0;
 
-  /// Succeeds without asking the server, and has no result.
+  /// Succeeds without asking the server; has no result.
   ReturnCode InitEncapsulationModule() final;
 
  protected:
-  /// Takes the request, or refuses it: success, or the code that its result will carry. Either way
-  /// the result is reported later, never inside this call.
+  /// Accepts or refuses the request: returns success, or the code that its result will carry.
+  /// Either way the result is reported later, never inside this call.
   virtual HalReturnCode Submit(HalRequest request) = 0;
   virtual void SubmitBeginReinstall() = 0;
   virtual void SubmitEndReinstall() = 0;
 
-  /// Null for none.
+  /// Null if there is none.
   RequestObserver* observer() const { return observer_; }
 
  private:
@@ -134,13 +134,13 @@ class HalConnection : public HalClientBase {
   RequestObserver* observer_ = nullptr;
 };
 
-/// The code of the result that is being reported on this thread, success outside of a report. The
-/// notifications of the controllers do not carry it; their handlers, which run inside the report,
-/// read it here.
+/// The code of the result being reported on this thread; success outside of a report. The
+/// controllers' notifications do not carry the code, so their handlers, which run inside the
+/// report, read it here.
 HalReturnCode ReportedCode();
 
-/// Makes `code` the reported one on this thread for its lifetime, then again the one before. Around
-/// each call of a result operation, as `ReportResult` does.
+/// Makes `code` the reported one on this thread for its lifetime, then restores the previous one.
+/// Wraps each call of a result operation, as in `ReportResult`.
 class ScopedReportedCode {
  public:
   explicit ScopedReportedCode(HalReturnCode code);

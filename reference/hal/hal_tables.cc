@@ -7,13 +7,13 @@
 namespace reference {
 namespace {
 
-// A table keeps its memory up to this size, and while an eighth of it is used.
+// A table does not release memory up to this size, nor while an eighth of it is in use.
 constexpr std::size_t kSmallTable = 1024;
 constexpr std::size_t kLeastUse = 8;
 
 std::uint64_t AddByte(std::uint64_t fnv, std::uint8_t byte) { return (fnv ^ byte) * 0x100000001B3; }
 
-// The last step of splitmix64: each bit of the result depends on all bits.
+// The last step of splitmix64: each bit of the result depends on every bit of the input.
 std::uint64_t Mixed(std::uint64_t bits) {
   bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
   bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
@@ -107,7 +107,7 @@ void HalTables::BeginReinstall() {
 void HalTables::EndReinstall() {
   if (!reinstalling_) return;
   for (Table& table : tables_) {
-    // Backwards: what moves into a gap has been looked at.
+    // Backwards: the entry that moves into a gap has already been looked at.
     for (std::size_t place = table.entries.size(); place-- > 0;) {
       if (!MayStay(table.entries[place])) table.Remove(place);
     }

@@ -15,7 +15,7 @@ static_assert(RowsAreInOrder(), "a row's place in `Kinds` is its value in `HalKi
 
 constexpr std::uint8_t kNone = std::numeric_limits<std::uint8_t>::max();
 
-// For each value of a byte the place of the operation in `kAllHalOperations`.
+// For each byte value, the position of the operation in `kAllHalOperations`.
 using Places = std::array<std::uint8_t, std::numeric_limits<std::uint8_t>::max() + 1>;
 
 constexpr Places PlacesOfOperations() {

@@ -24,24 +24,25 @@ namespace reference {
 
 // The kinds of objects that a HAL keeps, and the requests for them. Each kind is a row: a struct
 // with its constants, types and functions. HAL, client, server, wire and recordings are written
-// once for all rows, with `VisitKind` where a row's types matter and `TraitsOf` where an
-// operation's do. (The manager's part of a kind is in reference/manager/destination.h.)
+// once for all rows. They use `VisitKind` if a row's types matter and `TraitsOf` if an operation's
+// traits do. (The manager's part of a kind is in reference/manager/destination.h.)
 //
 // To add a kind, all in this file:
 //   1. Append it to `HalKind`, and its operations to `HalOperation`. The values of operations are
-//      the types of their frames: take free ones (see `FrameType`).
+//      the types of their frames: pick free ones (see `FrameType`).
 //   2. Write its row below the others, with the members that `VlanKind` explains, and append the
-//      row to `Kinds`. What the row leaves out comes from `KindDefaults`.
+//      row to `Kinds`. `KindDefaults` provides what the row leaves out.
 //   3. Override its requests in `HalClientBase` and its results in `HalCallbackBase`.
-// The compiler complains about what is missing.
+// The compiler complains about anything missing.
 
-/// The kinds; the HAL has a table for each. Recordings and frames carry the values.
+/// The kinds; the HAL has a table for each. Recordings and frames contain these values.
 enum class HalKind : std::uint8_t { kVrf, kVlan, kHost, kEcmp, kMpls };
 
 /// What an operation does to an object.
 enum class HalAction : std::uint8_t { kInstall, kDestroy, kReplace };
 
-/// The requests, in the order of the client's operations. Recordings and frames carry the values.
+/// The requests, in the order of the client's operations. Recordings and frames contain these
+/// values.
 enum class HalOperation : std::uint8_t {
   kInstallVrf = 3,
   kDestroyVrf = 4,
@@ -58,7 +59,7 @@ enum class HalOperation : std::uint8_t {
   kReplaceMpls = 15,
 };
 
-/// The ids that a request carries and its result brings back.
+/// The ids that a request carries and its result returns.
 struct ResultIds {
   /// The id under which the HAL keeps the object.
   std::uint32_t id = 0;
@@ -75,9 +76,9 @@ struct OperationTraits {
   HalKind kind{};
   HalAction action{};
   std::string_view name;
-  /// What the library calls.
+  /// The operation that the library calls.
   HalReturnCode (HalClient::*request)(AppMessage* wrapper) = nullptr;
-  /// Calls the result operation; null for an operation without a result.
+  /// Calls the result operation; null if the operation has no result.
   void (*report)(HalCallback* callback, HalReturnCode code, const ResultIds& ids) = nullptr;
 };
 
@@ -93,14 +94,14 @@ void Report(HalCallback* callback, HalReturnCode code, const ResultIds& ids) {
   (callback->*result)(code, ids.id, ids.secondary_id);
 }
 
-/// The id of a destination, of which 0 is none.
+/// The id of a destination; 0 means none.
 inline std::optional<std::uint32_t> DestinationId(std::uint32_t id) {
   return id == 0 ? std::nullopt : std::optional(id);
 }
 
-/// What holds for a kind whose row does not say otherwise.
+/// The defaults for a kind whose row does not override them.
 struct KindDefaults {
-  /// Whether an install replaces what is there. Otherwise it fails, outside of a reinstall.
+  /// Whether an install replaces an existing entry. Otherwise it fails, except within a reinstall.
   static constexpr bool kInstallReplaces = false;
 
   /// The second id of a result.
@@ -115,8 +116,8 @@ struct KindDefaults {
     return true;
   }
 
-  /// Whether all that the message refers to is installed. `holds(kind, id)` tells whether the HAL
-  /// holds a usable entry.
+  /// Whether everything that the message refers to is installed. `holds(kind, id)` returns whether
+  /// the HAL holds a usable entry.
   template <typename Message, typename Holds>
   static bool ReferencesExist(const Message& /*message*/, const Holds& /*holds*/) {
     return true;
@@ -148,9 +149,9 @@ struct VrfKind : KindDefaults {
 
 struct VlanKind : KindDefaults {
   static constexpr HalKind kKind = HalKind::kVlan;
-  /// What people call it: on command lines, in tables, in frames.
+  /// The name for people: on command lines, in tables, in frames.
   static constexpr std::string_view kName = "vlan";
-  /// What the HAL is sent.
+  /// The message sent to the HAL.
   using Message = encapsulation::VlanMessage;
   /// The library's printable message, which carries it.
   using Wrapper = VlanEncapsulationMessage;
@@ -167,7 +168,7 @@ struct VlanKind : KindDefaults {
        Report<&HalCallback::ReplaceVlanOutgoingEncapsulationResCallback>},
   }};
 
-  /// The id under which the HAL keeps the object; nothing when the message carries none.
+  /// The id under which the HAL keeps the object; nothing if the message carries none.
   static std::optional<std::uint32_t> Id(const Message& vlan) {
     return DestinationId(vlan.vlan_destination_id());
   }
@@ -219,7 +220,7 @@ struct EcmpKind : KindDefaults {
     return DestinationId(ecmp.db_id());
   }
 
-  // An empty group and repeated members are fine.
+  // An empty group and repeated members are valid.
   template <typename Holds>
   static bool ReferencesExist(const Message& ecmp, const Holds& holds) {
     return std::all_of(ecmp.members().begin(), ecmp.members().end(), [&holds](std::uint32_t id) {
@@ -284,20 +285,20 @@ auto CallWithRow(HalKind kind, Function& function, std::index_sequence<place...>
   return kCalls.at(static_cast<std::size_t>(kind))(function);
 }
 
-/// Calls the generic `function` with the row of `kind`, and returns what it returns:
+/// Calls the generic `function` with the row of `kind` and returns its result:
 ///
 ///     VisitKind(kind, [&](auto row) {
 ///       typename decltype(row)::Message message;
 ///       ...
 ///     });
 ///
-/// Throws `std::out_of_range` for a value that is no `HalKind`.
+/// Throws `std::out_of_range` if the value is not a `HalKind`.
 template <typename Function>
 auto VisitKind(HalKind kind, Function function) {
   return CallWithRow(kind, function, std::make_index_sequence<kHalKinds>());
 }
 
-/// "vrf", "vlan" and so on. Throws `std::out_of_range` for a value that is no `HalKind`.
+/// "vrf", "vlan" and so on. Throws `std::out_of_range` if the value is not a `HalKind`.
 inline std::string_view HalKindName(HalKind kind) {
   return VisitKind(kind, [](auto row) { return row.kName; });
 }
@@ -316,10 +317,10 @@ constexpr auto OperationsOf(std::tuple<Row...> /*rows*/) {
 /// All operations, in the order of the rows.
 inline constexpr auto kAllHalOperations = OperationsOf(Kinds());
 
-/// Whether the value is that of a `HalOperation`.
+/// Whether the value is a `HalOperation`.
 bool IsHalOperation(std::uint8_t value);
 
-// Each of the functions below throws `std::out_of_range` for a value that is no `HalOperation`.
+// Each of the functions below throws `std::out_of_range` if the value is not a `HalOperation`.
 
 const OperationTraits& TraitsOf(HalOperation operation);
 
@@ -330,10 +331,10 @@ inline HalKind KindOf(HalOperation operation) { return TraitsOf(operation).kind;
 
 inline HalAction ActionOf(HalOperation operation) { return TraitsOf(operation).action; }
 
-/// Whether the operation ends in a result.
+/// Whether the operation has a result.
 inline bool HasResult(HalOperation operation) { return TraitsOf(operation).report != nullptr; }
 
-/// A HAL client that gets all requests through one function.
+/// A HAL client that receives all requests through one function.
 class HalClientBase : public HalClient {
  public:
   ReturnCode InstallVrfIngressInterface(AppMessage* vrf) final {
@@ -381,15 +382,15 @@ class HalClientBase : public HalClient {
   }
 
  private:
-  /// `wrapper` is the operation's `Wrapper`. It lives as long as the call.
+  /// `wrapper` is the operation's `Wrapper`; valid during the call only.
   virtual ReturnCode OnRequest(HalOperation operation, AppMessage* wrapper) = 0;
 };
 
-/// A receiver of results that gets all of them through one function, on the thread on which they
-/// are reported.
+/// A receiver of results that gets all of them through one function, on the thread that reports
+/// them.
 class HalCallbackBase : public HalCallback {
  public:
-  // No HAL client of the reference system reports it.
+  // No HAL client of the reference system reports this.
   void InitEncapsulationModuleResCallback(ReturnCode /*code*/) final {}
 
   void InstallVlanOutgoingEncapsulationResCallback(ReturnCode code, unsigned int id) final {

@@ -11,8 +11,8 @@ unsigned BitWidth(std::uint64_t value) {
 
 }  // namespace
 
-// Values below 2 * 2^kSubBits have a bucket each; above, a bucket is the position of the highest
-// bit and the kSubBits bits after it.
+// Values below 2 * 2^kSubBits have one bucket each. Above that, the position of the highest bit and
+// the kSubBits bits after it select the bucket.
 std::size_t LatencyHistogram::BucketOf(std::uint64_t value) {
   const unsigned width = BitWidth(value);
   if (width <= kSubBits + 1) return value;

@@ -8,7 +8,7 @@
 
 namespace reference {
 
-/// How long a stage took. The percentiles are at most an eighth too high, `max` is exact.
+/// The duration of a stage. Percentiles are at most an eighth too high; `max` is exact.
 struct StageLatency {
   std::uint64_t count = 0;
   std::chrono::nanoseconds p50{0};
@@ -17,18 +17,18 @@ struct StageLatency {
   std::chrono::nanoseconds max{0};
 };
 
-/// The way of a request, stage by stage. VRF requests count where the client hears of their end.
+/// The stages of a request. A VRF request counts when the client learns that it has ended.
 struct HalLatencies {
-  /// From the request call until the HAL's side, or the socket, had taken the request.
+  /// From the request call until the HAL's side, or the socket, has taken the request.
   StageLatency queue;
-  /// From then until the result had come, without the HAL's own time. Nothing for a HAL in the same
+  /// From then until the result arrives, minus the HAL's own time. Empty for a HAL in the same
   /// process.
   StageLatency wire;
-  /// In the HAL: until the request was carried out.
+  /// In the HAL, until the request has been carried out.
   StageLatency hal;
 };
 
-/// Counts durations in buckets of fixed number: eight for each power of two nanoseconds. Used by
+/// Counts durations in a fixed number of buckets: eight for each power of two nanoseconds. Used by
 /// one thread at a time.
 class LatencyHistogram {
  public:

@@ -8,11 +8,11 @@
 
 namespace reference {
 
-/// What a serialised message of the kind says, on one line: "db_id: 10 mtu: 1500". What precedes
-/// the place where it does not decode, if it does not.
+/// A serialised message of the kind as one line of text: "db_id: 10 mtu: 1500". If it does not
+/// decode, the text of the part before the error.
 std::string MessageText(HalKind kind, const std::string& payload);
 
-/// Writes a line for each entry, its kind, id and decoded message, by kind and id.
+/// Writes one line per entry, with its kind, id and decoded message, by kind and id.
 void DumpEntries(const TableEntries& entries, std::ostream* out);
 
 }  // namespace reference

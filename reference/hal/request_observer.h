@@ -8,9 +8,9 @@
 
 namespace reference {
 
-/// Told what a HAL connection or a HAL server is asked and answers. Those hold a pointer to one,
-/// null for none, and do not own it. Called on any of their threads, several at a time too; never
-/// throws.
+/// Sees every request to a HAL connection or a HAL server and every answer. They hold a pointer to
+/// one, null for none, and do not own it. Called on any of their threads, possibly several at once;
+/// must not throw.
 class RequestObserver {
  public:
   RequestObserver() = default;
@@ -19,21 +19,22 @@ class RequestObserver {
   virtual ~RequestObserver() = default;
 
   /// A request, before it is sent or refused. `wrapper` is the address of the printable message
-  /// that carried it, null where there was none; it is not read. Returns the request's number for
-  /// `Result`, never 0.
+  /// that carried it, or null; it is not dereferenced. Returns the request's number for `Result`,
+  /// never 0.
   virtual std::uint64_t Request(const HalRequest& request, const void* wrapper) = 0;
 
   /// The result of the request with that number, before it is reported. Does not read the payload.
   virtual void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code) = 0;
 
-  /// The marks of a reinstall, in their place among the requests.
+  /// The marks of a reinstall, in order with the requests.
   virtual void BeginReinstall() = 0;
   virtual void EndReinstall() = 0;
 
-  /// The HAL server was found, before it is reported. Of a server: it begins, with empty tables.
+  /// The HAL server was found; called before that is reported. For a server: it starts, with empty
+  /// tables.
   virtual void ServerFound() = 0;
 
-  /// Something worth a line for the operator, without a line break.
+  /// An event worth a line for the operator, without a line break.
   virtual void Event(std::string_view line) = 0;
 };
 

@@ -49,13 +49,13 @@ bool ClientQueue::Fits(std::size_t payload_size) const {
   return bytes == 0 || bytes + kFrameHeaderSize + payload_size <= max_bytes_;
 }
 
-// So that a frame fits into an empty queue. Without a server its limit is not known.
+// Chosen so that a frame fits into an empty queue. Without a server, its limit is unknown.
 std::size_t ClientQueue::MaxPayload() const {
   const std::size_t own = max_bytes_ < kFrameHeaderSize ? 0 : max_bytes_ - kFrameHeaderSize;
   return server_ == Server::kFound ? std::min(own, server_max_payload_) : own;
 }
 
-// Whether a request of any size would be taken, or refused for another reason than a full queue.
+// Whether a request of any size would be accepted, or refused for a reason other than a full queue.
 bool ClientQueue::RoomNow() const {
   const std::size_t largest = std::min(MaxPayload(), server_max_payload_);
   return ended_.size() < max_entries_ && Fits(largest) &&
@@ -147,7 +147,7 @@ void ClientQueue::End(const HalRequest& request, HalReturnCode code) {
   ended_.push_back({WithoutPayload(request), code});
 }
 
-// While something is being written, its end looks after what came meanwhile.
+// During a write there is nothing to do: its completion handles whatever arrives meanwhile.
 bool ClientQueue::HasWork() const {
   return !ended_.empty() || (!frames_.empty() && !writing_) || deadlines_to_watch_;
 }
@@ -159,7 +159,7 @@ bool ClientQueue::WakeFor(bool work) {
   return true;
 }
 
-// The write of the host's thread may have made the room that somebody waits for.
+// The host thread's write may have made the room that the host waits for.
 bool ClientQueue::RequestWake() {
   const MutexLock lock(&mutex_);
   return WakeFor(HasWork() || room_wanted_);
@@ -240,7 +240,7 @@ bool ClientQueue::TakeFrames(std::string* frames) {
   writing_bytes_ = frames->size();
   writing_counted_ = std::exchange(frames_counted_, 0);
   writing_up_to_ = outstanding_.added();
-  // One that carries a heartbeat alone does not count.
+  // A write that carries only a heartbeat does not count.
   if (writing_counted_ != 0) ++writes_;
   return true;
 }
@@ -267,8 +267,8 @@ std::optional<OutstandingRequest> ClientQueue::TakeAnswered(std::uint32_t sequen
     ++counters_.late_results;
     return std::nullopt;
   }
-  // The answer may be here before the end of the write that carried the request, which then has
-  // left the queue all the same.
+  // The answer may arrive before the write that carried the request completes. The request has left
+  // the queue all the same.
   if (!answered->written && writing_counted_ > 0) {
     --writing_counted_;
     --counters_.queued;

@@ -20,9 +20,9 @@
 
 namespace reference {
 
-/// What stands between the host's thread and the connection's: requests on their way to the server,
-/// and what ended without it. Each thread has an interface of its own. Owned by the connection;
-/// calls nothing of the host.
+/// Connects the host's thread with the connection's: holds requests on their way to the server, and
+/// those that ended without it. Each thread has its own interface. Owned by the connection; never
+/// calls the host.
 class ClientQueue : private HostQueue, private ConnectionQueue {
  public:
   explicit ClientQueue(const SocketHalOptions& options);
@@ -60,13 +60,13 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   void CountServerFound() override;
 
   enum class Server {
-    /// The first attempt to connect is not over.
+    /// The first attempt to connect has not ended.
     kUnknown,
     kNone,
     kFound,
   };
 
-  /// A request, or a mark, from before there was a server.
+  /// A request or a mark from before there was a server.
   struct Early {
     HalRequest request;
     std::optional<FrameType> mark;
@@ -100,25 +100,25 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::size_t outstanding_vrf_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
 
-  // Frames that wait, and how many of them are requests and marks.
+  // Frames waiting to be written, and how many of them are requests and marks.
   std::string frames_ ZUSKUX_GUARDED_BY(mutex_);
   std::size_t frames_counted_ ZUSKUX_GUARDED_BY(mutex_) = 0;
-  // What is being written meanwhile.
+  // The part that is being written.
   bool writing_ ZUSKUX_GUARDED_BY(mutex_) = false;
   std::size_t writing_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::size_t writing_counted_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint64_t writing_up_to_ ZUSKUX_GUARDED_BY(mutex_) = 0;
 
   bool wake_pending_ ZUSKUX_GUARDED_BY(mutex_) = false;
-  // Whether the connection looks at the deadlines some time without being woken up, and has to be
-  // woken up for that.
+  // Whether the connection checks the deadlines at some time without a wake-up. If not, the first
+  // deadline needs one.
   bool deadlines_watched_ ZUSKUX_GUARDED_BY(mutex_) = false;
   bool deadlines_to_watch_ ZUSKUX_GUARDED_BY(mutex_) = false;
   bool room_wanted_ ZUSKUX_GUARDED_BY(mutex_) = false;
 
   std::uint32_t mark_sequence_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint32_t reinstalls_ ZUSKUX_GUARDED_BY(mutex_) = 0;
-  // Of the reinstall that is open with this server; number 0 when there is none.
+  // The reinstall that is open with this server; number 0 if there is none.
   EndedReinstall open_reinstall_ ZUSKUX_GUARDED_BY(mutex_);
   std::optional<EndedReinstall> ended_reinstall_ ZUSKUX_GUARDED_BY(mutex_);
 

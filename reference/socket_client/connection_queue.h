@@ -14,8 +14,8 @@
 
 namespace reference {
 
-/// The connection's side of a `ClientQueue`: frames go to the server, answers come back, and what
-/// ended is collected to be reported. Called on the connection's thread.
+/// The connection's side of a `ClientQueue`: frames go to the server, answers come back, and ended
+/// requests are collected for reporting. Called on the connection's thread.
 class ConnectionQueue {
  public:
   using Clock = std::chrono::steady_clock;
@@ -26,10 +26,10 @@ class ConnectionQueue {
     HalReturnCode code{};
   };
 
-  /// A reinstall that was ended by the frame of that sequence.
+  /// A reinstall, ended by the frame with that sequence.
   struct EndedReinstall {
     std::uint32_t sequence = 0;
-    /// 0 when it was not begun with this server.
+    /// 0 if it did not begin with this server.
     std::uint32_t number = 0;
     Clock::time_point begin;
   };
@@ -39,47 +39,49 @@ class ConnectionQueue {
   ConnectionQueue& operator=(const ConnectionQueue&) = delete;
   virtual ~ConnectionQueue() = default;
 
-  /// There is a server, which takes payloads of that size: queues what waited for it.
+  /// A server was found that accepts payloads of that size: queues what waited for it.
   virtual void ServerFound(std::size_t max_payload) = 0;
-  /// There is no server any more, or still none: everything outstanding ends, except VRF requests,
+  /// The server was lost, or there is still none: everything outstanding ends, except VRF requests,
   /// which are kept for the next server.
   virtual void ServerLost() = 0;
 
-  /// The thread is awake and will look at the queue: no wake-ups until `AllowWakeUps`.
+  /// The thread is awake and will check the queue: no wake-ups until `AllowWakeUps`.
   virtual void SuppressWakeUps() = 0;
-  /// What comes from now on asks for a wake-up again. Returns whether `EndOverdue` has to be
-  /// called, because there is a first deadline to watch.
+  /// Requests from now on ask for a wake-up again. Returns whether to call `EndOverdue`, because
+  /// there is a first deadline to watch.
   virtual bool AllowWakeUps() = 0;
 
   /// As on the host's side.
   virtual bool TakeFrames(std::string* frames) = 0;
   virtual void ConfirmWritten() = 0;
-  /// Appends a heartbeat to the frames that wait.
+  /// Appends a heartbeat to the waiting frames.
   virtual void AddHeartbeat() = 0;
 
-  /// Takes out the request that a result belongs to; `now` is when it came, `hal_time` how long the
-  /// server had the request. Nothing for a result that belongs to none, after counting it as late.
+  /// Removes and returns the request that a result belongs to. `now` is when the result arrived,
+  /// `hal_time` how long the server had the request. If the result belongs to no request, counts it
+  /// as late and returns nothing.
   virtual std::optional<OutstandingRequest> TakeAnswered(std::uint32_t sequence,
                                                          Clock::time_point now,
                                                          std::chrono::nanoseconds hal_time) = 0;
-  /// Takes out the reinstall whose end has that sequence; nothing for one that nobody waits for,
-  /// after counting it as late.
+  /// Removes and returns the reinstall whose end has that sequence. If there is none, counts the
+  /// answer as late and returns nothing.
   virtual std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) = 0;
-  /// Ends every request that is overdue. Returns when to call this again; nothing when a request
-  /// that comes later will ask for a wake-up, to have its deadline watched.
+  /// Ends every overdue request. Returns when to call this again, or nothing if the next request
+  /// will ask for a wake-up to have its deadline watched.
   virtual std::optional<Clock::time_point> EndOverdue(Clock::time_point now) = 0;
-  /// A VRF request that the server must have lost, without its payload: its deadline has passed,
-  /// and a request sent after it has been answered. Its place would never be free again.
+  /// Returns a VRF request, without its payload, that the server must have lost: its deadline has
+  /// passed, and a later request has been answered. Its place would never become free again.
   virtual std::optional<HalRequest> FindLostVrf(Clock::time_point now) = 0;
 
-  /// Replaces `ended` by what has ended since the last call.
+  /// Replaces `ended` with the requests that have ended since the last call.
   virtual void TakeEnded(std::vector<Ended>* ended) = 0;
-  /// Whether to report room to the host; true once after each `HasRoom` that was false.
+  /// Whether to report room to the host; true once after one or more `HasRoom` calls returned
+  /// false.
   virtual bool TakeRoomReport() = 0;
 
-  /// Counts a result whose report begins.
+  /// Counts a result whose report is about to begin.
   virtual void CountResult() = 0;
-  /// Counts a report that the server was found.
+  /// Counts a server-found report.
   virtual void CountServerFound() = 0;
 };
 

@@ -9,7 +9,7 @@
 namespace reference {
 
 /// Memory for one asynchronous operation at a time, so that a loop of reads or writes does not
-/// allocate. What does not fit comes from the heap. Used on the thread of the operations.
+/// allocate. Larger operations fall back to the heap. Used on the thread of the operations.
 class HandlerMemory {
  public:
   HandlerMemory() = default;
@@ -35,7 +35,7 @@ class HandlerMemory {
   bool in_use_ = false;
 };
 
-/// The allocator that an operation finds at its handler.
+/// The allocator that an operation obtains from its handler.
 template <typename T>
 class HandlerAllocator {
  public:
@@ -63,8 +63,8 @@ bool operator!=(const HandlerAllocator<T>& a, const HandlerAllocator<Other>& b) 
   return !(a == b);
 }
 
-/// A handler whose operation lives in `memory`, which outlives it: for that the handler itself may
-/// own who owns the memory.
+/// A handler whose operation lives in `memory`. The memory must outlive the operation; the handler
+/// can ensure that by owning the object that contains it.
 template <typename Handler>
 class HandlerIn {
  public:

@@ -14,11 +14,11 @@ namespace reference {
 /// The host's side of a `ClientQueue`: requests go in. Called on the thread that sends requests;
 /// the counters on any thread.
 ///
-/// What returns "whether to wake the connection" leaves that to the caller, who posts one wake-up
-/// to the connection's thread.
+/// Operations that return whether to wake the connection leave the waking to the caller, who posts
+/// one wake-up to the connection's thread.
 class HostQueue {
  public:
-  /// What the caller does after `Submit`.
+  /// What the caller must do after `Submit`.
   enum class Next {
     kNothing,
     kWakeConnection,
@@ -44,13 +44,13 @@ class HostQueue {
   /// Whether a request of any size would be queued. After false, the connection reports room.
   virtual bool HasRoom() = 0;
 
-  /// Replaces `frames` by all that waits to be written. False when nothing waits, or while frames
-  /// that either side took are still being written.
+  /// Replaces `frames` with everything waiting to be written. False if nothing waits, or while
+  /// frames that either side took are still being written.
   virtual bool TakeFrames(std::string* frames) = 0;
-  /// The frames that were taken last have been written.
+  /// Confirms that the frames taken last have been written.
   virtual void ConfirmWritten() = 0;
-  /// After a write: whether to wake the connection, for what arrived meanwhile or for the room that
-  /// the write made.
+  /// Called after a write. Returns whether to wake the connection, for anything that arrived
+  /// meanwhile or for the room that the write made.
   virtual bool RequestWake() = 0;
 
   virtual HalConnectionCounters counters() const = 0;

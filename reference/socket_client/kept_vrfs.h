@@ -11,7 +11,7 @@
 
 namespace reference {
 
-/// VRF requests that wait for a server, in their order; of each VRF the newest. Used by one thread
+/// VRF requests that wait for a server, in order; only the newest for each VRF. Used by one thread
 /// at a time.
 class KeptVrfs {
  public:
@@ -20,15 +20,15 @@ class KeptVrfs {
   std::size_t bytes() const { return bytes_; }
   bool Contains(std::uint32_t id) const { return places_.count(id) != 0; }
 
-  /// Keeps the request instead of an older one for the same VRF.
+  /// Keeps the request, replacing an older one for the same VRF.
   void Keep(HalRequest request);
 
-  /// Hands over all of them, oldest first, and forgets them.
+  /// Passes all of them on, oldest first, and forgets them.
   void Release(const std::function<void(const HalRequest& request)>& take);
 
  private:
   std::map<std::uint64_t, HalRequest> requests_;
-  // Where the request for a VRF id is.
+  // The place of the request for each VRF id.
   std::unordered_map<std::uint32_t, std::uint64_t> places_;
   std::uint64_t next_place_ = 0;
   std::size_t bytes_ = 0;

@@ -11,28 +11,28 @@
 
 namespace reference {
 
-/// A request that was handed to the connection and has not been answered.
+/// A request that was passed to the connection and has not been answered.
 struct OutstandingRequest {
-  /// Without the payload, except of VRFs, which may have to be sent again.
+  /// Without the payload, except for VRFs, which may have to be sent again.
   HalRequest request;
   std::chrono::steady_clock::time_point submitted;
   /// When the socket had taken it.
   std::optional<std::chrono::steady_clock::time_point> written;
-  /// The reinstall that it is part of, 0 for none, and its entry's hash there.
+  /// The reinstall that it is part of, 0 for none, and the hash of its entry.
   std::uint32_t reinstall = 0;
   std::uint64_t hash = 0;
-  /// Its result was delivered when its time was up.
+  /// Its deadline passed, and that result was delivered.
   bool expired = false;
 
   bool ResultIsDue() const { return !expired && HasResult(request.operation); }
 };
 
-/// The requests on their way, in the order in which they were sent: a ring in which a request's
-/// place is its sequence number. So no number is given twice at a time, and nothing is allocated.
+/// The requests in flight, in the order in which they were sent: a ring in which a request's place
+/// is its sequence number. So all sequence numbers in use differ, and nothing is allocated.
 ///
-/// A place is free again when it and all before it are answered. What is expired in front of an
-/// answered request does not wait for its answer any more. What cannot expire does, and holds up
-/// all behind it.
+/// A place becomes free once it and all before it are answered. An expired request in front of an
+/// answered one stops waiting for its answer. A request that cannot expire keeps waiting and holds
+/// up everything behind it.
 ///
 /// Used by one thread at a time.
 class OutstandingRequests {
@@ -40,34 +40,34 @@ class OutstandingRequests {
   /// `capacity` is from 1 to 2^23.
   OutstandingRequests(std::size_t capacity, std::uint32_t first_sequence);
 
-  /// How many are not answered.
+  /// Number of unanswered requests.
   std::size_t size() const { return size_; }
-  /// How many places are not free.
+  /// Number of places in use.
   std::size_t places() const { return tail_ - head_; }
   bool full() const { return places() == slots_.size(); }
 
-  /// Adds a request behind the others and returns its sequence number. Not when full.
+  /// Appends a request and returns its sequence number. Do not call when full.
   std::uint32_t Add(OutstandingRequest request);
 
-  /// Takes out the request of that number; nothing when there is none.
+  /// Removes and returns the request with that number; nothing if there is none.
   std::optional<OutstandingRequest> Take(std::uint32_t sequence);
 
-  /// Everything that is outstanding up to now was written at that time.
+  /// Records that everything outstanding, up to that count of added requests, was written at `now`.
   void MarkWritten(std::uint64_t up_to, std::chrono::steady_clock::time_point now);
-  /// How many were added so far, for `MarkWritten`.
+  /// How many requests were added so far, for `MarkWritten`.
   std::uint64_t added() const { return tail_; }
 
-  /// The oldest request that can still expire: it has a result, which was not delivered; null when
-  /// there is none. Valid until something else is called.
+  /// The oldest request that can still expire: it has a result operation, and no result was
+  /// delivered. Null if there is none. Valid until the next call of another function.
   const OutstandingRequest* OldestUnexpired();
-  /// Marks the one that `OldestUnexpired` returned.
+  /// Marks the request that `OldestUnexpired` returned as expired.
   void ExpireOldest();
 
-  /// The oldest request, when one that was sent after it has been answered and it cannot expire;
-  /// else null. Valid until something else is called.
+  /// The oldest request, if it cannot expire and a later one has been answered; else null. Valid
+  /// until the next call of another function.
   const OutstandingRequest* OldestOvertaken();
 
-  /// Takes out all, in order.
+  /// Removes and returns all requests, in order.
   std::vector<OutstandingRequest> TakeAll();
 
  private:
@@ -76,7 +76,7 @@ class OutstandingRequests {
   }
   void ForgetExpiredBefore(std::uint64_t place);
 
-  // Empty where a request was answered before one in front of it.
+  // Empty if the request was answered before one in front of it.
   std::vector<std::optional<OutstandingRequest>> slots_;
   const std::uint32_t first_sequence_;
   // Places count all requests ever added.
@@ -86,7 +86,7 @@ class OutstandingRequests {
   // No place in front of it holds a request that can expire.
   std::uint64_t unexpired_ = 0;
   std::size_t size_ = 0;
-  // Whether `ForgetExpiredBefore` may have something to do.
+  // Number of expired requests; if 0, `ForgetExpiredBefore` is a no-op.
   std::size_t expired_ = 0;
 };
 

@@ -11,17 +11,17 @@
 
 namespace reference {
 
-/// What a server acknowledged within a reinstall, and the VRFs that it was asked for, to be
-/// compared with the summary of its tables at the end. Holds a hash for each entry, between the
-/// first acknowledgement and the end. Used by one thread at a time.
+/// What a server acknowledged within a reinstall, and the VRFs sent to it, for comparison with the
+/// summary of its tables at the end. Holds a hash per entry from the first acknowledgement to the
+/// end. Used by one thread at a time.
 class ReinstallCheck {
  public:
-  /// A request of reinstall number `reinstall`, which is not 0, succeeded, or was one of a VRF; a
-  /// higher number starts over. `hash` is the entry's `EntryHash`.
+  /// Records a request of reinstall number `reinstall`, which is not 0: one that succeeded, or one
+  /// for a VRF. A higher number starts over. `hash` is the entry's `EntryHash`.
   void Acknowledge(std::uint32_t reinstall, const HalRequest& request, std::uint64_t hash);
 
-  /// Where reinstall `reinstall` and the server differ: "vlan 8 here, 7 there; host 40 with other
-  /// content"; empty when they do not. Forgets the reinstall.
+  /// The differences between reinstall `reinstall` and the server: "vlan 8 here, 7 there; host 40
+  /// with other content". Empty if there are none. Forgets the reinstall.
   std::string End(std::uint32_t reinstall, const wire::TableSummary& summary);
 
   /// Forgets everything.
@@ -29,7 +29,7 @@ class ReinstallCheck {
 
  private:
   std::uint32_t reinstall_ = 0;
-  // For each kind, hashes by id.
+  // For each kind, the hashes by id.
   std::array<std::unordered_map<std::uint32_t, std::uint64_t>, kHalKinds> hashes_;
 };
 

@@ -19,9 +19,9 @@ namespace {
 
 using boost::asio::local::stream_protocol;
 
-// More than any server takes, with what precedes the message of an entry.
+// More than any server sends, including what precedes the message of an entry.
 constexpr std::size_t kMaxPayload = std::size_t{128} * 1024 * 1024;
-// How much of a text of the server a line shows, in bytes.
+// The maximum length, in bytes, of a server's text in a log line.
 constexpr std::size_t kMaxForeignText = 200;
 constexpr std::size_t kEntryHeaderSize = 5;
 
@@ -39,7 +39,7 @@ class Conversation {
     try {
       stream_.connect(stream_protocol::endpoint(path));
     } catch (const boost::system::system_error& error) {
-      // The address does not hold every path.
+      // A socket address cannot hold every path.
       Fail("cannot connect: " + error.code().message());
     }
     if (!stream_) Fail("cannot connect: " + stream_.error().message());
@@ -51,7 +51,7 @@ class Conversation {
     stream_.write(frame.data(), static_cast<std::streamsize>(frame.size())).flush();
   }
 
-  // The next frame, which has to be of a type that is awaited. Valid until the next call.
+  // Returns the next frame, which must be of an expected type. Valid until the next call.
   FrameSplitter::Frame Receive(std::initializer_list<FrameType> awaited) {
     stream_.expires_after(limits_.silence);
     auto frame = splitter_.Next();
@@ -100,7 +100,7 @@ class Conversation {
   }
 
   void ReadSome() {
-    // Waits for one byte, then takes what came with it.
+    // Blocks for one byte, then takes everything that arrived with it.
     if (stream_.peek() == std::char_traits<char>::eof()) {
       const bool closed = stream_.error() == boost::asio::error::eof || !stream_.error();
       Fail(closed ? "it closed the connection" : "no answer: " + stream_.error().message());

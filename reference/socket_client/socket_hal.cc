@@ -36,10 +36,10 @@ using Protocol = asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
-// How much of a text of the server a line shows, in bytes.
+// The maximum length, in bytes, of a server's text in a log line.
 constexpr std::size_t kMaxForeignText = 200;
 constexpr int kMaxRepeatedReinstalls = 3;
-// Bounds the attempts when somebody makes the socket again and again.
+// Limits the rate of attempts if the socket is recreated again and again.
 constexpr std::chrono::milliseconds kMinAttemptInterval{10};
 
 std::string Text(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
@@ -56,8 +56,8 @@ std::string HelloFrame(const std::string& program, bool take_over) {
   return frame;
 }
 
-/// One connection, or an attempt at one. Shared by the operations under way, which so find their
-/// buffers when the connection has been given up.
+/// One connection, or an attempt at one. Shared with its operations in flight, so that their
+/// buffers outlive a dropped connection.
 struct Session {
   explicit Session(asio::io_context* io) : socket(*io), splitter(kDefaultMaxPayload) {}
 
@@ -69,11 +69,11 @@ struct Session {
   std::string outgoing;
   bool writing = false;
   bool greeted = false;
-  /// The server has said more than hello.
+  /// The server has sent more than its hello.
   bool useful = false;
-  /// The server has said goodbye for the sake of another client, which programs it.
+  /// The server said goodbye because another client programs it.
   bool other_writer = false;
-  /// Since the last look at the heart.
+  /// Since the last heartbeat check.
   bool heard = false;
   bool heartbeat_unanswered = false;
   int heartbeats_missed = 0;
@@ -82,7 +82,7 @@ using SessionPtr = std::shared_ptr<Session>;
 
 }  // namespace
 
-/// The thread and what runs on it. Everything but the first two groups is called on that thread.
+/// The thread and what runs on it. Called on that thread, except for the first two groups.
 class SocketHal::Connection {
  public:
   explicit Connection(SocketHalOptions options);
@@ -123,7 +123,7 @@ class SocketHal::Connection {
   void ScheduleHeartbeat(const SessionPtr& session);
   void CheckHeartbeat(const SessionPtr& session);
 
-  /// What is wrong with the frame; empty when nothing is.
+  /// Returns what is wrong with the frame; empty if it is valid.
   std::string OnFrame(const FrameSplitter::Frame& frame);
   std::string OnGoodbye(const FrameSplitter::Frame& frame);
   std::string OnHello(std::string_view payload);
@@ -152,7 +152,7 @@ class SocketHal::Connection {
   asio::steady_timer heart_timer_{io_};
   asio::steady_timer deadline_timer_{io_};
   SocketWatch socket_watch_{&io_, options_.path, [this] { OnSocketAppeared(); }};
-  // Null while there is a pause before the next attempt.
+  // Null during the pause before the next attempt.
   SessionPtr session_;
   // When the last attempt to connect began.
   Clock::time_point attempted_;
@@ -160,14 +160,14 @@ class SocketHal::Connection {
   Clock::time_point read_at_;
   std::chrono::milliseconds pause_;
   std::string last_failure_;
-  // Whether the next hello asks to take over.
+  // Whether the next hello requests a takeover.
   bool take_over_;
   std::vector<ConnectionQueue::Ended> ended_;
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
 
   Mutex host_mutex_;
-  // What the host's thread may write to, null for none, and what it writes.
+  // The session that the host's thread may write to, null for none, and what it writes.
   SessionPtr host_session_ ZUSKUX_GUARDED_BY(host_mutex_);
   std::string host_outgoing_ ZUSKUX_GUARDED_BY(host_mutex_);
 
@@ -204,7 +204,7 @@ HalReturnCode SocketHal::Connection::Submit(const HalRequest& request) {
   return code;
 }
 
-// To wake the connection's thread for a single request would take longer than to write it.
+// Waking the connection's thread for a single request would take longer than writing it.
 void SocketHal::Connection::WriteAtOnce() {
   const MutexLock lock(&host_mutex_);
   if (host_session_ == nullptr || !host_queue_->TakeFrames(&host_outgoing_)) return;
@@ -231,7 +231,7 @@ void SocketHal::Connection::OnWake() {
 }
 
 void SocketHal::Connection::Connect() {
-  // Before the attempt, so that a socket made after it is noticed.
+  // Watch before connecting, so that a socket created after the attempt is noticed.
   socket_watch_.Watch();
   attempted_ = Clock::now();
   session_ = std::make_shared<Session>(&io_);
@@ -252,7 +252,7 @@ void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_c
   ScheduleHeartbeat(session);
 }
 
-// Ends the connection, or the attempt at one, and everything that depends on it; the next attempt
+// Ends the connection, or the attempt at one, and everything that depends on it. The next attempt
 // follows after a pause.
 void SocketHal::Connection::Reconnect(const std::string& reason,
                                       std::chrono::milliseconds longest_pause) {
@@ -281,7 +281,7 @@ void SocketHal::Connection::Reconnect(const std::string& reason,
 void SocketHal::Connection::ConnectAt(Clock::time_point time) {
   reconnect_timer_.expires_at(time);
   reconnect_timer_.async_wait([this](const error_code& error) {
-    // One that was due already could not be cancelled.
+    // A timer that has already expired can no longer be cancelled.
     if (!error && session_ == nullptr) Connect();
   });
 }
@@ -314,7 +314,7 @@ void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& 
   if (session == session_) Read(session);
 }
 
-// What was read, and what follows from it.
+// Handles the bytes that were read and what follows from them.
 void SocketHal::Connection::HandleBytes(const SessionPtr& session, std::size_t size) {
   read_at_ = Clock::now();
   session->heard = true;
@@ -342,7 +342,7 @@ void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
   }
 }
 
-// What the host's thread began to write.
+// Completes a write that the host's thread began.
 void SocketHal::Connection::WriteRest(const SessionPtr& session, std::string rest) {
   if (session != session_) return;
   session->outgoing = std::move(rest);
@@ -355,7 +355,8 @@ void SocketHal::Connection::WriteOutgoing(const SessionPtr& session, std::size_t
       session->socket, asio::buffer(session->outgoing) + begin,
       HandlerIn(&session->write_memory, [this, session](const error_code& error, std::size_t) {
         session->writing = false;
-        // After an error there may be something left to read; the end of that tells.
+        // After an error there may still be something to read; the end of the stream reports the
+        // loss.
         if (session == session_ && !error) OnWritten(session);
       }));
 }
@@ -465,7 +466,7 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
            std::to_string(kProtocolVersion) + ": update the older one";
   }
   session_->greeted = true;
-  // Two clients that both took over again would go on for ever.
+  // Otherwise, two clients would take over from each other forever.
   take_over_ = false;
   session_->heartbeats_missed = 0;
   last_failure_.clear();
@@ -506,7 +507,7 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
         " refused: " + MakeErrorCode(result->code).message());
   }
-  // A VRF that was refused is missed at the end, so that the reinstall is repeated for it.
+  // A refused VRF is missing from the summary at the end, so the reinstall is repeated for it.
   if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
     reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
   }

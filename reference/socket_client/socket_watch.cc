@@ -25,7 +25,7 @@ SocketWatch::SocketWatch(boost::asio::io_context* io, const std::string& path,
 void SocketWatch::Watch() {
   if (!inotify_.is_open()) Open();
   if (!inotify_.is_open()) return;
-  // The same folder again gives the same watch.
+  // Adding the same folder again returns the same watch.
   const int watch =
       inotify_add_watch(inotify_.native_handle(), folder_.c_str(), IN_CREATE | IN_MOVED_TO);
   if (watch != watch_) Stop();
@@ -33,7 +33,7 @@ void SocketWatch::Watch() {
 }
 
 void SocketWatch::Stop() {
-  // Fails when the folder is gone, and its watch with it.
+  // Fails if the folder, and with it the watch, is gone.
   if (watch_ != -1) inotify_rm_watch(inotify_.native_handle(), watch_);
   watch_ = -1;
 }
@@ -60,7 +60,7 @@ bool SocketWatch::Appeared(std::size_t size) const {
     inotify_event event{};
     std::memcpy(&event, events_.data() + at, sizeof event);
     const char* const name = events_.data() + at + sizeof event;
-    // After an overflow nobody knows what happened.
+    // After an overflow, any event may have been missed.
     if ((event.mask & IN_Q_OVERFLOW) != 0) return true;
     if (event.len != 0 && file_name_ == name) return true;
     at += sizeof event + event.len;

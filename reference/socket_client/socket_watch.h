@@ -19,15 +19,15 @@ namespace reference {
 /// Owned by the connection and used on its thread, which runs the `io_context`.
 class SocketWatch {
  public:
-  /// `appeared` is called on the thread that runs `io`, whenever a file of that path was made,
-  /// linked or renamed to while watching; possibly more than once for one file. The file need not
-  /// be a socket that listens already.
+  /// Calls `appeared` on the thread that runs `io` whenever a file of that path is created, linked
+  /// or renamed to while watching, possibly more than once per file. The file need not be a
+  /// listening socket yet.
   SocketWatch(boost::asio::io_context* io, const std::string& path, std::function<void()> appeared);
 
-  /// Watches the folder that is now at the path's parent. Called again, follows a folder that was
-  /// replaced or made since.
+  /// Watches the path's parent folder. Call again to follow a folder that was created or replaced
+  /// since.
   void Watch();
-  /// Stops watching: what happens in the folder costs nothing from now on.
+  /// Stops watching: events in the folder cost nothing from now on.
   void Stop();
 
  private:
@@ -39,7 +39,7 @@ class SocketWatch {
   const std::string file_name_;
   const std::function<void()> appeared_;
   boost::asio::posix::stream_descriptor inotify_;
-  // -1 while nothing is watched.
+  // -1 if nothing is watched.
   int watch_ = -1;
   alignas(inotify_event) std::array<char, 4096> events_{};
 };

@@ -10,10 +10,10 @@
 
 namespace reference {
 
-/// Accepts every client that connects to a Unix socket. After one that could not be accepted, for
-/// want of file descriptors for example, it pauses and goes on.
+/// Accepts every client that connects to a Unix socket. If accepting fails, for example for lack of
+/// file descriptors, it pauses and tries again.
 ///
-/// Owned by a server, on the thread that runs the `io_context`, like its callbacks.
+/// Owned by a server and used on the thread that runs the `io_context`, as are its callbacks.
 class ClientAcceptor {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
@@ -25,7 +25,7 @@ class ClientAcceptor {
                  Failed failed);
   ClientAcceptor(const ClientAcceptor&) = delete;
   ClientAcceptor& operator=(const ClientAcceptor&) = delete;
-  /// Removes the socket; no callback is called any more. Not inside a callback.
+  /// Removes the socket. No callback follows. Do not call inside a callback.
   ~ClientAcceptor();
 
  private:

@@ -28,7 +28,7 @@ FileLock::FileLock(const std::string& path)
 }
 
 FileLock::~FileLock() {
-  // A child that was forked and has not called exec yet shares the lock; closing would leave it
+  // A forked child that has not called exec yet shares the lock; closing the file would leave it
   // held.
   flock(file_, LOCK_UN);
   close(file_);

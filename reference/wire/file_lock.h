@@ -5,13 +5,13 @@
 
 namespace reference {
 
-/// An exclusive lock among processes, held from construction to destruction or the end of the
-/// process. The empty lock file (0600) stays: to remove it would let two holders lock two files of
-/// the same name.
+/// An exclusive lock between processes, held from construction until destruction or the end of the
+/// process. The empty lock file (0600) stays: if it were removed, two holders could lock two files
+/// of the same name.
 class FileLock {
  public:
-  /// Does not wait. Throws `boost::system::system_error`: `EWOULDBLOCK` while somebody else holds
-  /// the lock, or what kept the file from being opened.
+  /// Does not block. Throws `boost::system::system_error`: `EWOULDBLOCK` if the lock is held, else
+  /// the reason why the file could not be opened.
   explicit FileLock(const std::string& path);
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;

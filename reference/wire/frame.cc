@@ -16,7 +16,7 @@ constexpr int kTypeShift = 24;
 constexpr std::size_t kNumberSize = 4;
 constexpr std::size_t kResultSize = 4 * kNumberSize;
 
-// Whether it is one of `FrameType`, whose other values are requests.
+// Whether it is a value of `FrameType` itself; all other valid types are requests.
 constexpr bool IsOwnType(std::uint8_t type) {
   switch (static_cast<FrameType>(type)) {
     case FrameType::kHello:
@@ -54,7 +54,7 @@ Header MakeHeader(FrameType type, std::uint32_t sequence, std::size_t payload_si
   return {native_to_big(word), native_to_big(static_cast<std::uint32_t>(payload_size))};
 }
 
-// Appends big-endian numbers at a time.
+// Appends big-endian numbers.
 template <std::size_t N>
 void AppendNumbers(const std::array<std::uint32_t, N>& numbers, std::string* out) {
   out->append(reinterpret_cast<const char*>(numbers.data()), sizeof numbers);
@@ -97,8 +97,7 @@ FrameSplitter::FrameSplitter(std::size_t max_payload) : max_payload_(max_payload
 
 void FrameSplitter::Feed(std::string_view bytes) {
   if (!error_.empty()) return;
-  // What is left is less than a frame once `Next` gave nothing, so that each byte moves once at
-  // most.
+  // Once `Next` returns nothing, less than a frame is left, so each byte moves at most once.
   buffer_.erase(0, consumed_);
   consumed_ = 0;
   buffer_.append(bytes);

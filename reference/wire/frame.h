@@ -12,9 +12,9 @@
 
 namespace reference {
 
-// Frames between HAL client and HAL server, in both directions: 4 bytes header word, 4 bytes
-// payload length, payload. All numbers are big-endian. The header word carries the type of the
-// frame in its highest byte and a sequence number in the other three.
+// The frames between HAL client and HAL server, in both directions: a 4-byte header word, a 4-byte
+// payload length and the payload. All numbers are big-endian. The header word holds the frame type
+// in its highest byte and a sequence number in the other three.
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
 inline constexpr std::uint32_t kProtocolMinorVersion = 1;
@@ -23,34 +23,35 @@ inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
 inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
 
 enum class FrameType : std::uint8_t {
-  /// Both directions, first: payload `wire.Hello`.
+  /// Both sides, first: payload `wire.Hello`.
   kHello = 1,
-  /// Server: the conversation ends; payload is one line of text for the operator, the sequence a
-  /// `GoodbyeReason`.
+  /// Server: ends the conversation. The payload is one line of text for the operator, the sequence
+  /// a `GoodbyeReason`.
   kGoodbye = 2,
   // The values of `HalOperation` (3 to 15): requests; the payload is the kind's message. New types
   // and new operations take values from 24.
-  /// Server: payload is code, id, secondary id and how long the server had the request, in
-  /// nanoseconds, at most 2^32 - 1 (4 bytes each); the sequence is the request's. VRF requests are
-  /// answered too.
+  /// Server: the payload is the code, the id, the secondary id, and how long the server had the
+  /// request, in nanoseconds, at most 2^32 - 1 (4 bytes each). The sequence is the request's. VRF
+  /// requests are answered too.
   kResult = 16,
   /// Client; no payload.
   kBeginReinstall = 17,
   /// Client; no payload.
   kEndReinstall = 18,
-  /// Server, answers `kEndReinstall` with its sequence: payload `wire.TableSummary`.
+  /// Server: answers `kEndReinstall` with the same sequence. Payload `wire.TableSummary`.
   kInSync = 19,
-  /// Client, answered by the server with the same frame: the other side lives. No payload.
+  /// Client: asks for a sign of life; the server answers with the same frame. No payload.
   kHeartbeat = 20,
-  /// Client; no payload. Answered by `kTableEntry` frames and one `kTableEnd`, with its sequence.
+  /// Client: no payload. The server answers with `kTableEntry` frames and one `kTableEnd`, with the
+  /// same sequence.
   kReadTables = 21,
-  /// Server: payload is the kind (1 byte), the id (4 bytes) and the stored message.
+  /// Server: the payload is the kind (1 byte), the id (4 bytes) and the stored message.
   kTableEntry = 22,
   /// Server: payload `wire.ServerStatus`.
   kTableEnd = 23,
 };
 
-/// Why a server says goodbye, where a client has to know.
+/// Why a server says goodbye, if the client needs to know.
 enum class GoodbyeReason : std::uint32_t {
   kOther = 0,
   /// Another client is the writer.
@@ -70,7 +71,7 @@ bool IsFrameType(std::uint8_t type);
 /// Whether frames of the type are requests.
 bool IsRequest(FrameType type);
 
-/// Appends header and payload to `out`. `sequence` is cut to 24 bits.
+/// Appends header and payload to `out`. `sequence` is truncated to 24 bits.
 void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payload,
                  std::string* out);
 
@@ -78,18 +79,18 @@ struct ResultPayload {
   HalReturnCode code{};
   std::uint32_t id = 0;
   std::uint32_t secondary_id = 0;
-  /// Not negative.
+  /// Never negative.
   std::chrono::nanoseconds hal_time{0};
 };
 
 /// Appends a `kResult` frame.
 void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out);
 
-/// The payload of a `kResult` frame; nothing when it has another size.
+/// Parses the payload of a `kResult` frame; nothing if its size is wrong.
 std::optional<ResultPayload> ParseResult(std::string_view payload);
 
-/// Cuts a byte stream into frames, without copying them. Memory stays bounded by the longest frame
-/// that is allowed, because the length is checked before anything is kept.
+/// Splits a byte stream into frames without copying them. The longest allowed frame bounds the
+/// memory, because the length is checked before anything is stored.
 ///
 ///     splitter.Feed(bytes);                      // what a read returned
 ///     while (auto frame = splitter.Next()) ...   // views, valid until the next Feed
@@ -106,7 +107,7 @@ class FrameSplitter {
   explicit FrameSplitter(std::size_t max_payload);
 
   void Feed(std::string_view bytes);
-  /// The next whole frame; nothing when more bytes are needed or after an error.
+  /// The next whole frame; nothing if more bytes are needed, or after an error.
   std::optional<Frame> Next();
   /// What made the stream invalid; empty while it is valid.
   const std::string& error() const { return error_; }

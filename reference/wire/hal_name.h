@@ -7,7 +7,7 @@
 
 namespace reference {
 
-/// The HAL of the program itself.
+/// The name of the HAL in the program itself.
 inline constexpr std::string_view kEmbeddedHal = "embedded";
 
 /// "unix:PATH", the name of the HAL whose server listens on `path`.

@@ -6,8 +6,8 @@
 
 namespace reference {
 
-/// Sends what the stream socket takes without waiting, and returns how many bytes that was. After
-/// an error 0: the next operation on the socket has it again.
+/// Sends what the stream socket accepts without blocking and returns the number of bytes. Returns 0
+/// after an error; the next operation on the socket will fail with it.
 std::size_t SendAtOnce(int socket, std::string_view bytes);
 
 }  // namespace reference

@@ -16,7 +16,7 @@ namespace {
 using boost::asio::local::stream_protocol;
 using boost::system::error_code;
 
-// The address holds a terminating zero too.
+// The address must hold a terminating zero too.
 constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
 constexpr mode_t kFolderMode = S_IRWXU;
 constexpr mode_t kSocketMode = S_IRUSR | S_IWUSR;
@@ -40,8 +40,8 @@ void CheckPath(const std::string& path) {
 
 bool IsTrusted(uid_t owner) { return owner == geteuid() || owner == 0; }
 
-// Whoever owns the link to a folder, or may rename what is in the folder, can put another socket in
-// the place of ours.
+// The owner of a symbolic link to the folder, or anyone who may rename files in it, can replace our
+// socket.
 void CheckFolder(const std::string& folder) {
   struct stat found {};
   if (lstat(folder.c_str(), &found) != 0) return;
@@ -84,8 +84,8 @@ UnixListener::~UnixListener() {
   }
 }
 
-// Between `bind` and `listen` a socket looks stale, and two that both find a stale one would remove
-// each other's.
+// Between `bind` and `listen` a socket looks stale. Two servers that both find a stale socket would
+// remove each other's.
 void UnixListener::Lock() {
   const std::string file = path_ + ".lock";
   try {
@@ -102,7 +102,7 @@ void UnixListener::RemoveStaleSocket() {
   if (!S_ISSOCK(found.st_mode)) {
     Fail(EEXIST, path_ + " exists and is no socket; remove it or choose another path");
   }
-  // Without waiting, because a server that is too busy to accept lives too.
+  // Non-blocking, because a server too busy to accept is alive too.
   stream_protocol::socket probe(acceptor_.get_executor());
   probe.open();
   probe.non_blocking(true);

@@ -13,19 +13,19 @@
 
 namespace reference {
 
-/// Listens on a Unix socket that only this user may connect to. Used on one thread.
+/// Listens on a Unix socket to which only this user may connect. Used on one thread.
 class UnixListener {
  public:
   using Acceptor = boost::asio::local::stream_protocol::acceptor;
 
-  /// Makes the socket's folder (0700) when it is missing, and the socket (0600); replaces a socket
-  /// that nobody listens on. Holds the lock file `path`.lock, so that of several that start at once
-  /// exactly one listens. Throws `boost::system::system_error`, with a text for the operator; also
-  /// for a folder in which another user could replace the socket.
+  /// Creates the socket (0600), and its folder (0700) if it is missing; replaces a socket on which
+  /// nobody listens. Holds the lock file `path`.lock, so that exactly one of several servers that
+  /// start at once listens. Throws `boost::system::system_error`, with a text for the operator;
+  /// also for a folder in which another user could replace the socket.
   UnixListener(boost::asio::io_context* io, std::string path);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;
-  /// Removes the socket, unless another one has taken its place.
+  /// Removes the socket unless another one has replaced it.
   ~UnixListener();
 
   Acceptor& acceptor() { return acceptor_; }
@@ -39,14 +39,13 @@ class UnixListener {
   // Held until the socket is closed.
   std::optional<FileLock> lock_;
   Acceptor acceptor_;
-  // Which file the socket is.
+  // Identifies the socket's file.
   dev_t device_ = 0;
   ino_t inode_ = 0;
 };
 
-/// Where a program's socket is when nobody says otherwise: `name` in the folder "zuskux" of the
-/// user's runtime folder ($XDG_RUNTIME_DIR, if it is an absolute path), else in
-/// "/tmp/zuskux-<uid>".
+/// The default path of a program's socket: `name` in the folder "zuskux" of the user's runtime
+/// folder ($XDG_RUNTIME_DIR, if it is an absolute path), else in "/tmp/zuskux-<uid>".
 std::string DefaultSocketPath(std::string_view name);
 
 }  // namespace reference
