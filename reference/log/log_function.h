@@ -6,11 +6,11 @@
 
 namespace reference {
 
-/// How much a line matters to the operator: kError asks for action, kWarning may, kInfo does not,
-/// kDebug is for whoever looks for a mistake.
+/// How much a line matters to the operator: kError needs action, kWarning may need it, kInfo does
+/// not, and kDebug is for debugging.
 enum class LogLevel { kError, kWarning, kInfo, kDebug };
 
-/// Where a part of a program logs. Called on any thread; may be empty.
+/// The log of a part of a program. Called on any thread; may be empty.
 using LogFunction = std::function<void(LogLevel level, const std::string& line)>;
 
 }  // namespace reference

@@ -20,7 +20,7 @@
 namespace reference {
 namespace {
 
-// Back to the start of the line, which is erased.
+// Returns to the start of the line and erases it.
 constexpr char kWipe[] = "\r\x1b[K";
 constexpr std::size_t kDefaultColumns = 80;
 
@@ -46,7 +46,7 @@ std::string LocalTime() {
   return std::string(text.data(), size).append(6 - microseconds.size(), '0') + microseconds;
 }
 
-// Whether `fd` is the stream that JOURNAL_STREAM names. A redirected one is not.
+// Whether `fd` is the stream that JOURNAL_STREAM identifies; a redirected one is not.
 bool IsJournal(int fd) {
   const char* const journal = std::getenv("JOURNAL_STREAM");
   struct stat status {};
@@ -71,14 +71,14 @@ std::string_view CutToWidth(std::string_view text, std::size_t columns) {
   return text.substr(0, end);
 }
 
-// False when the rest cannot be written. Waits for room as long as it takes.
+// Blocks until everything is written; false if the rest cannot be written.
 bool WriteAll(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(fd, text.data(), text.size());
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno == EAGAIN) {
-      // The stream may be shared with a program that made it non-blocking.
+      // Another program that shares the stream may have made it non-blocking.
       pollfd room = {fd, POLLOUT, 0};
       poll(&room, 1, -1);
     } else if (errno != EINTR) {
@@ -95,7 +95,7 @@ void IgnoreWriteSignals() {
   std::signal(SIGXFSZ, SIG_IGN);
 }
 
-/// What waits to be written, shared with the thread that writes it.
+/// The text waiting to be written, shared with the thread that writes it.
 struct LogSink::Queue {
   Queue(std::string name, const Options& options)
       : program(std::move(name)),
@@ -103,7 +103,7 @@ struct LogSink::Queue {
         max_bytes(options.max_queued_bytes),
         journal(IsJournal(options.fd)) {}
 
-  // The operations below are called with `mutex` held.
+  // Call the operations below with `mutex` held.
 
   std::string StartOfLine(LogLevel level, bool named) const {
     if (journal) return JournalPrefix(level);
@@ -111,20 +111,20 @@ struct LogSink::Queue {
     return named ? program + ": " : "";
   }
 
-  // Says how many lines are missing at this place.
+  // Appends a note of how many lines are missing at this place.
   void NoteDropped() {
     if (dropped == 0) return;
     text += StartOfLine(LogLevel::kWarning, true) + std::to_string(dropped) +
             (dropped == 1 ? " line was" : " lines were") +
             " dropped here: standard error was not read in time\n";
-    // Still missing if this cannot be written either.
+    // If the note cannot be written either, it still counts these lines.
     lines += std::exchange(dropped, 0);
   }
 
   void Add(std::string_view more) {
     const auto count = static_cast<std::uint64_t>(std::count(more.begin(), more.end(), '\n'));
     if (text.empty()) NoteDropped();
-    // The first dropped line begins a gap, which ends when the queue has been taken.
+    // The first dropped line begins a gap, which ends once the queue has been taken.
     if (dropped != 0 || text.size() + more.size() > max_bytes) {
       dropped += count;
       return;
@@ -169,7 +169,7 @@ struct LogSink::Queue {
 };
 
 void LogSink::Queue::Run() {
-  // Signals are for the program's own threads, and a reader that has gone is no reason to end.
+  // The program's own threads handle signals, and a reader that went away must not end the program.
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, nullptr);

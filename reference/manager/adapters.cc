@@ -57,7 +57,7 @@ struct Destroy {
   }
 };
 
-// The adapters of these two fill the message only on its way to the HAL.
+// The adapters for these two kinds fill the message only while sending it.
 
 void Translate(const VrfData& vrf, encapsulation::VrfMessage* message) {
   message->set_vrf_id(vrf.vrf_id);

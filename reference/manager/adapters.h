@@ -10,30 +10,30 @@
 
 namespace reference {
 
-/// Gives the platform what it is to know of the interfaces, instead of what it knew. Before the
-/// requests that name them.
+/// Replaces what the platform knows about the interfaces. Call before the requests that name them.
 void SetInterfaces(const std::vector<SiteInterface>& interfaces);
 
-// One call of the library's adapter for the kind of `destination` each. A HAL client is registered.
+// Each of these calls the library's adapter for the kind of `destination`. A HAL client must be
+// registered.
 
 /// Asks the HAL to install it.
 void SendInstall(Destination* destination);
 
-/// Asks the HAL to replace it; an ECMP group is installed again, which replaces it. Not for a VRF.
+/// Asks the HAL to replace it. An ECMP group is installed again, which replaces it. Not for VRFs.
 void SendReplace(Destination* destination);
 
 /// Asks the HAL to remove it.
 void SendDestroy(Destination* destination);
 
-/// What the HAL is sent of an object.
+/// The message that the HAL gets for an object.
 struct HalMessage {
-  /// The id under which the HAL keeps the object: the numeric one of a VRF.
+  /// The id under which the HAL keeps the object; for a VRF, its number.
   std::uint32_t id = 0;
   /// The serialised message.
   std::string payload;
 };
 
-/// The message of an install. Nothing is sent or traced, and there need be no HAL client.
+/// The message that an install would send. Sends and traces nothing, and needs no HAL client.
 HalMessage TranslateForHal(const Destination& destination);
 
 }  // namespace reference

@@ -14,24 +14,23 @@
 namespace reference {
 
 struct HalChoice {
-  /// Path of the server's socket; nothing for the HAL in the process.
+  /// Path of the server's socket; nothing for the embedded HAL.
   std::optional<std::string> socket;
-  /// Entries of each table of the HAL in the process.
+  /// Maximum number of entries in each table of the embedded HAL.
   std::size_t table_size = 0;
-  /// A request that the server has not answered after so long ends with `kHalDeadline`.
+  /// A request that the server has not answered within this time ends with `kHalDeadline`.
   std::chrono::milliseconds deadline{0};
-  /// Told the events of a socket's connection, on the connection's thread.
+  /// Called with the events of a socket's connection, on the connection's thread.
   std::function<void(const std::string& line)> log;
-  /// Of a HAL behind a socket: as in `SocketHalOptions`.
+  /// For a HAL behind a socket: as in `SocketHalOptions`.
   bool take_over = false;
   std::function<void()> other_writer = nullptr;
 };
 
-/// The HAL that the operator chose, in the process or behind a socket. Used on the manager's
-/// thread.
+/// The HAL that the operator chose, embedded or behind a socket. Used on the manager's thread.
 class ChosenHal {
  public:
-  /// Throws `boost::system::system_error` for a path that is too long.
+  /// Throws `boost::system::system_error` if the path is too long.
   explicit ChosenHal(const HalChoice& choice);
 
   HalConnection* connection() { return connection_.get(); }
@@ -41,11 +40,11 @@ class ChosenHal {
   /// "embedded" or "unix:PATH".
   const std::string& name() const { return name_; }
 
-  /// Waits until everything that was sent has been carried out, also what has no result. Throws
-  /// `std::runtime_error` when that takes too long.
+  /// Blocks until every request has been carried out, including those without a result. Throws
+  /// `std::runtime_error` if that takes too long.
   void AwaitEnd() const;
 
-  /// What the HAL holds. Throws `std::runtime_error` where it cannot be read.
+  /// The HAL's contents. Throws `std::runtime_error` if they cannot be read.
   TableEntries ReadTables() const;
 
  private:

@@ -98,7 +98,7 @@ std::optional<std::string> ReadHal(const po::variables_map& values) {
   return path;
 }
 
-// What becomes of a HAL that two managers want to program.
+// What to do about another manager that programs the same HAL.
 void ReadWriting(const po::variables_map& values, CommandLine* line) {
   line->take_over = values.count("take-over") != 0;
   line->stand_by = values.count("stand-by") != 0;
@@ -109,7 +109,7 @@ void ReadWriting(const po::variables_map& values, CommandLine* line) {
   if (line->stand_by && !line->stay) throw UsageError("--stand-by goes with --stay; add --stay");
 }
 
-// What a plan would leave out of sight.
+// Rejects options that have no effect on a plan.
 void CheckPlan(const po::variables_map& values) {
   for (const char* const option : {"apply", "stay", "explain", "graph", "dump-hal", "record",
                                    "restart-hal-after", "take-over", "stand-by"}) {

@@ -13,27 +13,27 @@
 
 namespace reference {
 
-/// What the command line asks for.
+/// The parsed command line.
 struct CommandLine {
   /// Show the status of a running manager.
   bool status = false;
-  /// The site and those to apply after it.
+  /// The site, and those to apply after it.
   std::vector<std::string> sites;
-  /// Only read this one.
+  /// Only check this site file.
   std::optional<std::string> check;
   bool help = false;
   bool version = false;
 
   bool trace = false;
   std::optional<std::string> log_config;
-  /// Path of the HAL server's socket; nothing for the HAL in the process.
+  /// Path of the HAL server's socket; nothing for the embedded HAL.
   std::optional<std::string> hal_socket;
   std::chrono::milliseconds deadline{0};
   std::size_t table_size = 0;
-  /// Restart the HAL after so many results; 0 for not at all.
+  /// Restart the HAL after this many results; 0 for never.
   std::uint64_t restart_hal_after = 0;
   bool stay = false;
-  /// End the work of a manager that programs the HAL already.
+  /// Take over from a manager that already programs the HAL.
   bool take_over = false;
   /// Wait while another manager programs the HAL.
   bool stand_by = false;
@@ -50,7 +50,7 @@ struct CommandLine {
   std::optional<std::string> dump_hal;
 };
 
-/// A command line that cannot be followed; says what to write instead.
+/// An invalid command line; the text says what to write instead.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

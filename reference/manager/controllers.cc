@@ -1,5 +1,5 @@
-// The handlers of the library's controllers. They run on the HAL's thread and only pass on what
-// they are told.
+// The handlers of the library's controllers. They run on the HAL's thread and only forward the
+// notifications.
 
 #include "zuskux/dest_controllers.h"
 
@@ -15,14 +15,14 @@
 namespace reference {
 namespace {
 
-// What the name of a result's handler says.
+// The outcome that a handler's name states.
 constexpr bool kSuccess = true;
 constexpr bool kError = false;
 
 std::mutex sink_mutex;
 NotificationSink* sink = nullptr;
 
-/// Passes on the results of one kind, which come in a `Record`.
+/// Forwards the results of one kind, which arrive in a `Record`.
 template <HalKind kind, typename Record>
 void PassResult(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
   const auto& record = dynamic_cast<const Record&>(*controller.message()->message());

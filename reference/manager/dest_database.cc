@@ -12,7 +12,7 @@ namespace {
 // The kinds that other destinations refer to.
 constexpr std::array kReferencedKinds = {HalKind::kHost, HalKind::kMpls, HalKind::kVlan};
 
-// What a list of a site holds.
+// The type of the entries in a site's list.
 template <typename Entries>
 using EntryOf = typename std::decay_t<Entries>::value_type;
 
@@ -80,7 +80,7 @@ DestDatabase::Changes DestDatabase::Replace(const Site& site) {
   return changes;
 }
 
-// A removal that failed is tried again.
+// A failed removal is tried again.
 void DestDatabase::Drop(Object* entry, Changes* changes) {
   if (entry->wanted || entry->state() == ObjectState::kFailed) changes->dropped.push_back(entry);
   entry->wanted = false;
@@ -182,7 +182,8 @@ void DestDatabase::SetState(Object* entry, ObjectState state) {
   for (const std::uint32_t id : vrfs) UpdateVrf(Find({HalKind::kVrf, id}));
 }
 
-// A VRF stands as the entry of its number does, unless that of a number that it had is still there.
+// A VRF has the state of its number's entry, unless the entry of an earlier number of its still
+// exists.
 void DestDatabase::UpdateVrf(Object* vrf) {
   const std::uint32_t own_number = std::get<dest_mng::VrfData>(vrf->content).vrf_id;
   ObjectState state = ObjectState::kRemoved;

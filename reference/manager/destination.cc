@@ -29,7 +29,7 @@ std::string LimIdBytes(std::uint32_t lim_id) {
 
 std::string MacBytes(const Mac& mac) { return {mac.begin(), mac.end()}; }
 
-// Attributes are signed; the adapters turn the number back.
+// Attributes are signed; the adapters convert the number back.
 db::Attribute IdAttribute(std::uint32_t id) { return db::Attribute(static_cast<int>(id)); }
 
 std::uint32_t ReadId(const dest_mng::DbObject& object, const char* name) {

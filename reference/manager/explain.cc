@@ -8,7 +8,7 @@ namespace {
 
 std::string Named(const Object& object) { return KeyText(object.key) + ' ' + Quote(object.name); }
 
-// Goes on after the name of the object.
+// Continues the sentence that starts with the object's name.
 std::string Verdict(const Object& object) {
   switch (StandingOf(object)) {
     case Standing::kPending:
@@ -27,7 +27,7 @@ std::string Verdict(const Object& object) {
   return "was removed";
 }
 
-// The first destination that the object refers to and that the HAL does not hold; its id is 0 when
+// The id of the first destination that the object refers to and that the HAL does not hold; 0 if
 // there is none.
 std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
   if (object.state() != ObjectState::kFailed || object.code != kHalMissingReference) return 0;

@@ -8,8 +8,8 @@
 
 namespace reference {
 
-/// Why an object stands as it does: a line for it and, when it failed because it lacks another, a
-/// line for each step down to the first cause. Nothing when the database has no such object.
+/// Explains an object's state in one line. If the object failed because another one is missing,
+/// adds a line for each step down to the first cause. Nothing if the database has no such object.
 std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key);
 
 }  // namespace reference

@@ -28,8 +28,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A column of the drawing, as the legend shows it. Objects of other layers have a column of their
-/// own and plain boxes.
+/// A column of the drawing, as the legend shows it. Objects of other layers have their own column
+/// and plain boxes.
 struct Column {
   Layer layer;
   std::string_view name;
@@ -89,7 +89,7 @@ std::string Quoted(std::string_view text) {
 std::string NodeId(const ObjectKey& key) { return Quoted(KeyText(key)); }
 
 std::string Node(const Object& object) {
-  // The line break of a label is written, not meant.
+  // Labels need a literal "\n", so it must not be escaped.
   std::string label = Quoted(object.name);
   label.insert(label.size() - 1, "\\n" + KeyText(object.key));
   return NodeId(object.key) + " [label=" + label +
@@ -119,8 +119,8 @@ std::string Legend() {
   return text + "  }\n";
 }
 
-/// Hosts that nothing refers to and that ride on the same VLAN in the same state: drawn as one node
-/// where there are many of them, since only their number tells something.
+/// Hosts that nothing refers to, grouped by VLAN and state. A large group is drawn as one node,
+/// since only its size is of interest.
 class HostGroups {
  public:
   using Group = std::vector<const Object*>;
@@ -182,13 +182,13 @@ class HostGroups {
     return ids;
   }
 
-  // By the VLAN and the state.
+  // By VLAN and state.
   std::map<std::pair<std::uint32_t, Standing>, Group> groups_;
   std::set<std::uint32_t> members_;
 };
 
 std::string Layers(const DestDatabase& database, const HostGroups& groups) {
-  // From what nothing refers to, on the left, to what refers to nothing.
+  // From objects that nothing refers to, on the left, to objects that refer to nothing.
   std::map<Layer, std::string, std::greater<>> nodes;
   for (const auto& [key, object] : database.objects()) {
     if (object.state() == ObjectState::kRemoved || groups.Contains(key)) continue;
@@ -243,7 +243,7 @@ void WriteText(const std::string& path, const std::string& text) {
   if (!file) ThrowCannotWrite(path, errno);
 }
 
-// The exit status of `dot`; throws when there is none.
+// Returns the exit status of `dot`; throws if there is none.
 int RunDot(const std::string& input, const std::string& output) {
   std::array<std::string, 5> words = {"dot", "-Tsvg", "-o", output, input};
   std::array<char*, 6> arguments{};
@@ -263,7 +263,7 @@ int RunDot(const std::string& input, const std::string& output) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
 }
 
-/// A name beside a file for its next version, which is removed unless it was moved into place.
+/// A temporary file beside a file, for its next version. Removed unless moved into place.
 class NextVersion {
  public:
   explicit NextVersion(const std::string& path, const char* suffix)

@@ -7,15 +7,14 @@
 
 namespace reference {
 
-/// Whether `WriteGraph` can write to a file of this name: "....svg", "....dot" or "....gv".
+/// Whether `WriteGraph` accepts the file name: "....svg", "....dot" or "....gv".
 bool IsGraphFileName(const std::string& path);
 
-/// The objects and what they ride on in the DOT language, with a legend. Removed objects are left
-/// out.
+/// The objects and their dependencies in the DOT language, with a legend. Omits removed objects.
 std::string GraphText(const DestDatabase& database);
 
-/// Writes the graph: DOT text as it is, an SVG drawing with Graphviz' `dot`. Throws
-/// std::runtime_error that says what to do; what was at `path` then stays.
+/// Writes the graph: the DOT text itself, or an SVG drawing made with Graphviz' `dot`. Throws
+/// `std::runtime_error` with the remedy; the previous file at `path` then stays.
 void WriteGraph(const DestDatabase& database, const std::string& path);
 
 }  // namespace reference

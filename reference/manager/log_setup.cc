@@ -20,7 +20,7 @@ namespace {
 
 constexpr char kCategory[] = "zuskux";
 
-// The levels are those that the library logs with; without a limit no line is cut off.
+// The levels are those that the library logs at. No buffer limit, so no line is truncated.
 constexpr std::string_view kConfig = R"([global]
 buffer max = 0
 
@@ -34,7 +34,7 @@ line = "%d(%F %T).%us %-9V %F:%L %U: %m%n"
 [rules]
 )";
 
-/// A file in the directory for temporary files, removed again.
+/// A file in the temporary directory, removed on destruction.
 class TemporaryFile {
  public:
   explicit TemporaryFile(std::string_view text) {
@@ -66,15 +66,15 @@ void Start(const std::string& config_path) {
   g_trace = zlog_get_category(kCategory);
 }
 
-// Where the format above has the level.
+// Looks where the format above puts the level.
 bool IsError(std::string_view line) {
   constexpr std::size_t kLevelAt = sizeof "2024-05-17 08:15:30.123456" - 1 + 1;
   return line.size() > kLevelAt && line.substr(kLevelAt).rfind("HAL_ERROR", 0) == 0;
 }
 
-// Hands whole lines to `sink` until the pipe is closed.
+// Forwards whole lines to `sink` until the pipe is closed.
 void Forward(int pipe, LogSink* sink) {
-  // Signals are for the program's own threads.
+  // The program's own threads handle signals.
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, nullptr);

@@ -9,17 +9,18 @@
 
 namespace reference {
 
-/// The library's log, for the life of the object: starts zlog and opens the category that the
-/// library logs on. Made before the first request, and destroyed when nothing uses the library any
-/// more. One at a time.
+/// The library's log for the lifetime of the object: starts zlog and opens the category that the
+/// library logs to. Create it before the first request and destroy it after the library's last use.
+/// One at a time.
 class LibraryLog {
  public:
   /// Logs to `sink`, which is not owned, with or without the trace lines. zlog writes to a pipe
-  /// that a thread of this object empties, so it never waits for who reads the sink. Throws
-  /// std::runtime_error.
+  /// that a thread of this object drains, so a slow reader of the sink never blocks it. Throws
+  /// `std::runtime_error`.
   LibraryLog(bool trace, LogSink* sink);
 
-  /// Logs as the file says. Throws std::runtime_error, after zlog has named the mistake on stderr.
+  /// Logs as the configuration file says. Throws `std::runtime_error` after zlog has named the
+  /// mistake on stderr.
   explicit LibraryLog(const std::string& config_path);
 
   LibraryLog(const LibraryLog&) = delete;

@@ -1,4 +1,5 @@
-// zuskux-manager: the reference destination manager; with "status", shows how a running one stands.
+// zuskux-manager: the reference destination manager. With "status", shows the status of a running
+// one.
 
 #include <cstdlib>
 #include <exception>
@@ -60,7 +61,7 @@ int ShowPlan(const CommandLine& line, const Site& site) {
 }
 
 int RunWithSites(const CommandLine& line) {
-  // A plan is an answer to a command, as is what --check finds.
+  // A plan is the answer to a command, like the findings of --check.
   if (!line.plan) Log().ShowTimes();
   std::vector<Site> sites;
   bool readable = true;

@@ -12,13 +12,13 @@
 namespace reference {
 namespace {
 
-// How many requests are sent before results are looked at again, of which there may be as many.
+// How many requests are sent before the manager handles results again.
 constexpr int kSendBatch = 1024;
 
-// How often a request is sent that ends without a verdict on the object.
+// How often to send a request that ends without a verdict on the object.
 constexpr std::uint8_t kMaxAttempts = 3;
 
-// What the HAL has to be asked for; nothing when an object need not be removed.
+// The next request for the object; nothing if it need not be removed.
 std::optional<HalAction> NextAction(const Object& object) {
   if (object.wanted) {
     const bool install_replaces =
@@ -52,7 +52,7 @@ void Manager::Start(HalConnection* hal) {
   reports.results = hai->hal_encap_callback();
   reports.server_found = [this] {
     Put(ServerFoundNotice());
-    // Asks for the kinds one after the other.
+    // Requests the kinds one after the other.
     dest_mng::HaiDestClientCallback::HalServerFoundCallback(nullptr);
     Put(EverythingAskedForNotice());
   };
@@ -113,7 +113,7 @@ void Manager::Put(const Notification& notification) {
   if (first) boost::asio::post(*io_, [this] { Work(); });
 }
 
-// The host hears of what follows only after its own call has returned.
+// The host gets the events that follow only after its own call has returned.
 void Manager::Wake() {
   busy_ = true;
   PostWork();
@@ -166,14 +166,14 @@ void Manager::Handle(const ReinstallNotice& notice) {
 
 void Manager::Handle(const EverythingAskedForNotice& /*notice*/) { server_found_ = true; }
 
-// One that was sent before another begin says nothing of that one.
+// A result from before the latest begin says nothing about that reinstall.
 void Manager::Handle(const ReinstallEndedNotice& notice) {
   if (server_found_ && !reinstalling_) in_sync_ = notice.in_sync;
 }
 
 void Manager::Handle(const ServerLostNotice& /*notice*/) { LoseServer(); }
 
-// The reinstall that follows when it is found again finishes what is due.
+// The reinstall that follows the next server-found report does whatever is due.
 void Manager::LoseServer() {
   server_found_ = false;
   in_sync_.reset();
@@ -199,14 +199,14 @@ void Manager::MarkForReinstall(Object* object) {
     MarkDue(object);
     return;
   }
-  // The result of a request that reached the new server already decides what is left to remove.
+  // Its request reached the new server, so the result decides what is left to remove.
   if (object->outstanding) return;
   ClearDue(object);
   database_.SetState(object, ObjectState::kRemoved);
 }
 
-// With the end, the server removes what the site does not have. That may make room for what was
-// refused before.
+// At the end, the server removes what the site does not have. That may make room for refused
+// objects.
 void Manager::EndReinstall() {
   hal_->EndReinstall();
   reinstalling_ = false;
@@ -263,7 +263,7 @@ void Manager::SendDue() {
   }
 }
 
-// Nothing is removed while something may still have to be moved away from it.
+// Nothing is removed while other objects may still have to be moved off it.
 bool Manager::MayGoNext(const Object& object) const {
   return object.wanted || outstanding_installs_ == 0;
 }
@@ -286,7 +286,7 @@ void Manager::Send(Object* object, HalAction action) {
 }
 
 void Manager::EndRequest(Object* object, HalAction action, bool success, HalReturnCode code) {
-  // What is to be removed may be gone already.
+  // An object to be removed may be gone already.
   const bool done = success || (action == HalAction::kDestroy && code == kHalNotFound);
   if (!done && IsHalCode(code)) ++refused_;
   object->code = done ? kHalSuccess : code;
@@ -296,7 +296,7 @@ void Manager::EndRequest(Object* object, HalAction action, bool success, HalRetu
   } else {
     Failed(object, action);
   }
-  // What became due while the request was outstanding.
+  // Queue what became due while the request was in flight.
   if (object->due) MarkDue(object);
 }
 
@@ -305,7 +305,7 @@ void Manager::Succeeded(Object* object, HalAction action) {
   if (action == HalAction::kDestroy) {
     object->presence = Presence::kAbsent;
     database_.SetState(object, ObjectState::kRemoved);
-    // An entry less leaves room for one that was refused.
+    // A removed entry leaves room for a refused one.
     RetryForRoom(object->key.kind);
     return;
   }
@@ -353,8 +353,8 @@ void Manager::RetryOrFail(Object* object) {
   }
 }
 
-// It is sent again when the last missing one has been installed. When none is missing any more, the
-// refusal is out of date.
+// It is sent again once the last missing reference is installed. If none is missing any more, the
+// refusal is stale.
 void Manager::WaitForReferences(Object* object) {
   if (AwaitsReferences(*object)) {
     database_.SetState(object, ObjectState::kFailed);
@@ -363,8 +363,8 @@ void Manager::WaitForReferences(Object* object) {
   }
 }
 
-// Puts the object on the waitlist for each destination that it refers to and that the HAL lacks;
-// whether there is one.
+// Puts the object on the waitlist for each destination that it refers to and that the HAL lacks.
+// Returns whether there is one.
 bool Manager::AwaitsReferences(const Object& object) {
   bool missing = false;
   for (const std::uint32_t id : ReferencedIds(object.content)) {
@@ -383,7 +383,7 @@ void Manager::RetryDependentsOf(std::uint32_t id) {
   }
 }
 
-// Sends one of the objects again that found the table full; whether there was one.
+// Resends one of the objects that found the table full. Returns whether there was one.
 bool Manager::RetryForRoom(HalKind kind) {
   while (const auto key = waitlist_.TakeForRoom(kind)) {
     Object* const object = database_.FindEntry(*key);

@@ -20,21 +20,21 @@
 
 namespace reference {
 
-/// What the manager reports to its host, on its own thread, when its work stands. The host may call
-/// the manager in it. Each may be empty.
+/// What the manager reports to its host, on the manager's thread, between its own steps. The
+/// callbacks may call the manager. Each may be empty.
 struct ManagerEvents {
-  /// The manager has finished: see `Manager::finished`. Once after each `Apply` and each reinstall,
-  /// together when they overlap.
+  /// The manager has finished; see `Manager::finished`. Called once after each `Apply` and each
+  /// reinstall, or once for several that overlap.
   std::function<void()> finished;
-  /// A HAL server was found, which is given everything.
+  /// A HAL server was found; everything will be sent to it.
   std::function<void()> reinstalling;
-  /// A reinstall of so many objects is done.
+  /// A reinstall of `objects` objects is complete.
   std::function<void(std::size_t objects, std::chrono::steady_clock::duration time)> reinstalled;
-  /// So many results have come so far.
+  /// The total number of results so far.
   std::function<void(std::uint64_t results)> results;
 };
 
-/// How many wait, now and at most so far.
+/// A queue's length: now, and the maximum so far.
 struct QueueDepth {
   std::size_t now = 0;
   std::size_t peak = 0;
@@ -43,54 +43,54 @@ struct QueueDepth {
 struct ManagerQueues {
   /// Objects whose next request can be sent.
   QueueDepth due;
-  /// Objects whose result is awaited.
+  /// Objects with a request in flight.
   QueueDepth outstanding;
-  /// What the HAL has reported and has not been looked at.
+  /// Reports from the HAL that are not handled yet.
   QueueDepth inbox;
 };
 
-/// The destination manager: brings the HAL to what the site wants, whatever it held before, through
-/// the library's adapters.
+/// The destination manager: makes the HAL hold what the site wants, whatever it held before,
+/// through the library's adapters.
 ///
-/// All of it happens on the thread that runs the io_context, which is the manager's thread: `Apply`
-/// and the other operations are called there, and what the HAL reports on its own thread is only
-/// put into an inbox, which is worked off there.
+/// Everything runs on the manager's thread, the one that runs the io_context: call `Apply` and the
+/// other operations there. Reports that the HAL makes on its own thread only go into an inbox,
+/// which the manager's thread drains.
 ///
-/// An object has at most one request outstanding; what changes meanwhile is sent when its result is
-/// in. Requests are sent while the HAL has room. There is one manager in a process.
+/// An object has at most one request in flight; changes in the meantime are sent after its result.
+/// The manager sends requests while the HAL has room. There is one manager per process.
 class Manager : private NotificationSink {
  public:
-  /// `io` outlives the manager and is not run after its end.
+  /// `io` must outlive the manager and must not run after the manager's end.
   Manager(boost::asio::io_context* io, ManagerEvents events);
-  /// The HAL is gone by then.
+  /// Destroy the HAL first.
   ~Manager() override;
 
-  /// Registers `hal` with the library and starts it. Nothing is sent before it reports its server
-  /// found. Called once; not owned, ends before the manager.
+  /// Registers `hal` with the library and starts it. Sends nothing before `hal` reports that it
+  /// found its server. Call once. `hal` is not owned and must be destroyed before the manager.
   void Start(HalConnection* hal);
 
-  /// Makes `site` what is wanted, and sends exactly what that changes. May be called before
-  /// `Start`.
+  /// Makes `site` the wanted state and sends exactly the changes. May be called before `Start`.
   void Apply(const Site& site);
 
-  /// Whether there is nothing left to do: the server is there, each request has had its outcome,
-  /// and the last reinstall has ended. Some objects may have failed.
+  /// Whether nothing is left to do: the server was found, every request has had its outcome, and
+  /// the last reinstall has ended. Some objects may have failed.
   bool finished() const;
 
-  /// Whether the server is there and has said after the last reinstall that it holds what it
+  /// Whether the server was found and, after the last reinstall, confirmed that it holds what it
   /// acknowledged.
   bool in_sync() const { return server_found_ && in_sync_ == true; }
 
   /// Whether the HAL holds what the site wants: finished, in sync, and no object has failed.
   bool settled() const;
 
-  /// Whether a server is there to be sent to.
+  /// Whether there is a server to send to.
   bool connected() const { return server_found_; }
 
-  /// How many requests the HAL has refused so far; without removals of what was gone already.
+  /// Number of requests that the HAL has refused so far, not counting removals of entries that were
+  /// already gone.
   std::uint64_t refused() const { return refused_; }
 
-  /// Objects with a request that is due or outstanding.
+  /// Number of objects with a request that is due or outstanding.
   std::size_t remaining() const { return remaining_; }
 
   const DestDatabase& database() const { return database_; }
@@ -104,9 +104,9 @@ class Manager : private NotificationSink {
     HalAction action = HalAction::kInstall;
     HalReturnCode code = kHalSuccess;
   };
-  /// A server was found; a notice for each kind follows, and `EverythingAskedForNotice`.
+  /// A server was found. A notice for each kind follows, then `EverythingAskedForNotice`.
   struct ServerFoundNotice {};
-  /// All objects of the kind are to be installed again.
+  /// Install all objects of the kind again.
   struct ReinstallNotice {
     HalKind kind{};
   };
@@ -180,7 +180,7 @@ class Manager : private NotificationSink {
   std::uint64_t refused_ = 0;
   bool server_found_ = false;
   bool reinstalling_ = false;
-  // How the last reinstall ended; nothing before it has ended.
+  // Result of the last reinstall; nothing until one has ended.
   std::optional<bool> in_sync_;
   std::size_t reinstalled_objects_ = 0;
   std::chrono::steady_clock::time_point reinstall_start_;

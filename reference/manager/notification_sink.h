@@ -8,18 +8,18 @@
 
 namespace reference {
 
-/// The outcome of a request, as a controller's handler is told.
+/// The outcome of a request, as a controller's handler receives it.
 struct HalResult {
   HalKind kind = HalKind::kVlan;
   HalAction action = HalAction::kInstall;
   bool success = true;
-  /// Why not, where it was no success.
+  /// The reason for a failure.
   HalReturnCode code = kHalSuccess;
   std::uint32_t id = 0;
 };
 
-/// Where the controllers' handlers put what they are told. Called on the HAL's thread, which must
-/// not be kept.
+/// Receives what the controllers' handlers forward. Called on the HAL's thread, which it must not
+/// block.
 class NotificationSink {
  public:
   NotificationSink() = default;
@@ -28,12 +28,12 @@ class NotificationSink {
   virtual ~NotificationSink() = default;
 
   virtual void OnResult(const HalResult& result) = 0;
-  /// All objects of the kind are to be installed again.
+  /// Install all objects of the kind again.
   virtual void OnReinstall(HalKind kind) = 0;
 };
 
-/// Registers the one sink of the process; null unregisters, after which the old one is not called
-/// any more. Without a sink, notifications are dropped. Not owned. Callable on any thread.
+/// Registers the process's only sink. Null unregisters; after that returns, the old sink is not
+/// called any more. Without a sink, notifications are dropped. Not owned. Callable on any thread.
 void SetNotificationSink(NotificationSink* sink);
 
 }  // namespace reference

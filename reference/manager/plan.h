@@ -18,32 +18,32 @@ enum class PlannedChange : std::uint8_t { kInstall, kReplace, kRemove };
 struct PlanStep {
   PlannedChange change = PlannedChange::kInstall;
   HalKind kind = HalKind::kVrf;
-  /// The id under which the HAL has it: the numeric one of a VRF.
+  /// The id under which the HAL keeps it; for a VRF, its number.
   std::uint32_t id = 0;
-  /// Empty for what is removed.
+  /// Empty for a removal.
   std::string name;
-  /// Serialised messages: what the HAL holds, and what it is to hold. Empty for none.
+  /// Serialised messages: what the HAL holds now, and what it would hold. Empty for none.
   std::string present;
   std::string wanted;
 };
 
-/// What bringing a HAL to a site changes.
+/// The changes that would bring a HAL to a site.
 struct Plan {
-  /// In the order of sending; what is removed comes last, by kind and id.
+  /// In sending order; removals come last, by kind and id.
   std::vector<PlanStep> steps;
-  /// Entries that are as the site wants them. They are sent too: a manager that finds a HAL
+  /// Entries that already are as the site wants them. They are sent too: a manager that finds a HAL
   /// reinstalls everything.
   std::size_t unchanged = 0;
 };
 
-/// Translates the site's objects through the library, and compares the messages with what the HAL
+/// Translates the site's objects through the library and compares the messages with what the HAL
 /// holds. Sends nothing.
 Plan MakePlan(const Site& site, const TableEntries& present);
 
-/// Writes a line for each step with its messages below it, and the totals.
+/// Writes a line for each step with its messages below it, then the totals.
 void WritePlan(const Plan& plan, std::ostream* out);
 
-/// Writes the same for programs: an object with "steps" and "summary".
+/// Writes the same as JSON: an object with "steps" and "summary".
 void WritePlanAsJson(const Plan& plan, std::ostream* out);
 
 }  // namespace reference

@@ -31,7 +31,7 @@ std::string ProgressBar(const std::string& what, const ProgressState& state, std
   std::string percent = std::to_string(done * 100 / state.total);
   percent.insert(0, 3 - percent.size(), ' ');
   const std::string figures = percent + "% " + Rate(state);
-  // The brackets, and the spaces around them.
+  // The brackets and the spaces around them.
   const std::size_t others = what.size() + 4 + figures.size();
   if (columns < others + kMinBarWidth) return what + ' ' + figures;
   const std::size_t width = std::min(kMaxBarWidth, columns - others);

@@ -12,21 +12,20 @@
 
 namespace reference {
 
-/// How far a piece of work is.
+/// How far a task has got.
 struct ProgressState {
-  /// Nothing is known of the amount while `total` is 0.
+  /// While `total` is 0, the amount of work is unknown.
   std::size_t done = 0;
   std::size_t total = 0;
   std::chrono::milliseconds elapsed{0};
 };
 
 /// "installing [#####               ]  25% 1000 objects/s", in at most `columns` characters: the
-/// bar gets shorter, then there is none. "reading big.txtpb: 4 s" without a total.
+/// bar shrinks, then disappears. Without a total: "reading big.txtpb: 4 s".
 std::string ProgressBar(const std::string& what, const ProgressState& state, std::size_t columns);
 
-/// Shows on a terminal how far a long piece of work is, elsewhere nothing. Work of less than a
-/// second shows nothing either. Works on a thread of its own from construction to destruction;
-/// `Set` may be called on any thread.
+/// Shows the progress of a long task, on a terminal only and not during its first second. Runs on
+/// its own thread from construction to destruction. `Set` may be called on any thread.
 class Progress {
  public:
   /// `log` is not owned.

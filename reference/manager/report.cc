@@ -81,7 +81,7 @@ std::string Summary::text() const {
 
 void WriteTable(const DestDatabase& database, std::ostream* out) {
   const std::array<std::string, 5> header = {"KIND", "ID", "NAME", "STATE", "REASON"};
-  // Kinds and states are never wider than these.
+  // The minimum widths fit every kind and state.
   std::array<std::size_t, 4> widths = {4, 2, 4, 9};
   for (const auto& [key, object] : database.objects()) {
     widths[1] = std::max(widths[1], std::to_string(key.id).size());

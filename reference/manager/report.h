@@ -13,10 +13,10 @@ namespace reference {
 /// "pending", "installed" and so on.
 std::string_view StandingName(Standing standing);
 
-/// Why the object stands as it does; empty where there is nothing to say.
+/// The reason for the object's state; empty if there is none to give.
 std::string ReasonOf(const Object& object);
 
-/// How many objects stand how.
+/// Counts objects by `Standing`.
 class Summary {
  public:
   explicit Summary(const DestDatabase& database);
@@ -32,10 +32,10 @@ class Summary {
   DestDatabase::StandingCounts counts_{};
 };
 
-/// Writes a line for each object, by kind and id, and the summary.
+/// Writes a line for each object, by kind and id, then the summary.
 void WriteTable(const DestDatabase& database, std::ostream* out);
 
-/// Writes the same for programs: an object with "objects" and "summary", a line for each entry.
+/// Writes the same as JSON: an object with "objects" and "summary", one line per entry.
 void WriteJson(const DestDatabase& database, std::ostream* out);
 
 }  // namespace reference

@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::uint8_t kLastRank = std::numeric_limits<std::uint8_t>::max();
 
-// By layer; removals come last, and in the reverse order.
+// By layer. Removals come last, in reverse order.
 std::uint8_t RankOf(const Object& object) {
   const auto layer = static_cast<std::uint8_t>(LayerOf(object.content));
   return object.wanted ? layer : static_cast<std::uint8_t>(kLastRank - layer);

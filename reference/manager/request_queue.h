@@ -10,20 +10,20 @@
 
 namespace reference {
 
-/// The objects that a request can be sent for, in the order of sending: installs and updates in the
-/// order VRF, VLAN, host, tunnel, virtual circuit, ECMP group, so that nothing comes before what it
-/// refers to; then removals in the reverse order; by id within each. Used on the manager's thread
-/// only; O(log n) a step.
+/// The objects whose request can be sent, in sending order. Installs and updates come first, in the
+/// order VRF, VLAN, host, tunnel, virtual circuit, ECMP group, so that nothing precedes what it
+/// refers to. Removals follow in the reverse order. Within each, the order is by id. Used on the
+/// manager's thread only; each operation is O(log n).
 class RequestQueue {
  public:
-  /// Puts the object into its place; one that is queued moves there.
+  /// Adds the object, or moves it if it is already queued.
   void Add(Object* object);
-  /// Takes the object out, if it is queued.
+  /// Removes the object if it is queued.
   void Remove(Object* object);
 
   bool empty() const { return entries_.empty(); }
   std::size_t size() const { return entries_.size(); }
-  /// The object that comes first. Not for an empty queue.
+  /// The first object. Do not call on an empty queue.
   ObjectKey front() const { return entries_.begin()->second; }
 
  private:

@@ -45,7 +45,7 @@ std::string Seconds(std::chrono::steady_clock::duration time) {
 /// One run of the manager with its HAL, on the calling thread.
 class Run {
  public:
-  /// `sites` are those of the command line, in their order.
+  /// `sites` are those of the command line, in order.
   Run(const CommandLine& line, std::vector<Site> sites)
       : line_(line),
         sites_(std::move(sites)),
@@ -93,7 +93,7 @@ class Run {
 
   void ApplyNext() {
     Apply(sites_[applied_]);
-    // Its objects are in the database now.
+    // The database has its objects now.
     sites_[applied_++] = Site();
   }
 
@@ -110,10 +110,10 @@ class Run {
     }
   }
 
-  // Only a manager that stays waits longer for a server that is not there.
+  // Only a manager that stays keeps waiting for a server.
   void EndWithoutServer() {
     const HalConnectionCounters counters = hal_.connection()->counters();
-    // Not by the clock: while this thread is busy, nobody looks for the server.
+    // Counts checks instead of time: while this thread is busy, nobody looks for the server.
     checks_without_server_ = counters.connected ? 0 : checks_without_server_ + 1;
     if (checks_without_server_ > kServerPatience / kServerCheckInterval) {
       if (counters.servers_found == 0) {
@@ -140,7 +140,7 @@ class Run {
   }
 
   void Finished() {
-    // The HAL that is in place is the one before the restart.
+    // The current HAL is still the one from before the restart.
     if (restarting_) return;
     HideProgress();
     if (applied_ < sites_.size()) {
@@ -152,7 +152,7 @@ class Run {
     }
   }
 
-  // The objects, and whether the HAL holds what it has acknowledged of them.
+  // The objects' states, and whether the HAL holds what it has acknowledged of them.
   std::string StandingText() const {
     const std::string text = Summary(manager_.database()).text();
     if (manager_.in_sync()) return text;
@@ -193,7 +193,7 @@ class Run {
   }
 
   void UpdateProgress() {
-    // A reinstall may add to what there was to do.
+    // A reinstall may add work.
     progress_total_ = std::max(progress_total_, manager_.remaining());
     progress_->Set(progress_total_ - manager_.remaining(), progress_total_);
     progress_timer_.expires_after(kProgressInterval);
@@ -239,7 +239,7 @@ class Run {
 
   int Finish() {
     const DestDatabase& database = manager_.database();
-    // A manager that was ended may have left anything undone.
+    // A manager that was stopped may have left anything unfinished.
     if (!line_.stay) hal_.AwaitEnd();
     if (line_.dump_hal) Dump();
     if (line_.graph) WriteGraph(database, *line_.graph);
@@ -280,7 +280,7 @@ class Run {
   std::size_t applied_ = 0;
   std::size_t reinstalls_ = 0;
   bool restarting_ = false;
-  // Whether this manager ends because another one programs the HAL.
+  // Whether this manager exits because another one programs the HAL.
   bool other_writer_ = false;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
@@ -295,7 +295,7 @@ class Run {
   std::optional<Progress> progress_;
   std::size_t progress_total_ = 0;
   Manager manager_;
-  // Outlives the HAL, which ends before the manager.
+  // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;
   ChosenHal hal_;
 };

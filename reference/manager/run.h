@@ -24,15 +24,16 @@ LogSink& Log();
 /// Logs a line of level kInfo.
 void Say(const std::string& text);
 
-/// The site of a file; nothing after every mistake in it has been shown on standard error.
+/// Reads the site of a file. If it has mistakes, shows all of them on standard error and returns
+/// nothing.
 std::optional<Site> ReadSiteOrSay(const std::string& path);
 
 HalChoice HalChoiceOf(const CommandLine& line);
 
-/// Runs a manager with its HAL on the calling thread until all is settled, or until a signal ends
-/// it, and shows what became of the objects. `sites` are those of the command line, in their order.
-/// Returns the exit status; throws `std::exception` for what cannot be done, with a text for the
-/// operator.
+/// Runs a manager with its HAL on the calling thread until everything is settled or a signal ends
+/// it, and shows the final state of the objects. `sites` are those of the command line, in order.
+/// Returns the exit status. Throws `std::exception`, with a text for the operator, for what cannot
+/// be done.
 int RunManager(const CommandLine& line, std::vector<Site> sites);
 
 }  // namespace reference

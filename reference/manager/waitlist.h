@@ -13,9 +13,8 @@
 namespace reference {
 
 /// The objects that the HAL refused because a destination that they refer to was missing, or
-/// because their table was full. It names them again when that may have changed. It does not know
-/// what became of them in between: an object that it names may be gone. Used on the manager's
-/// thread only.
+/// because their table was full. Returns them when that may have changed. It does not track them in
+/// between: a returned object may be gone. Used on the manager's thread only.
 class Waitlist {
  public:
   /// `object` lacks the destination with that id. May be called for several ids.
@@ -23,15 +22,15 @@ class Waitlist {
   /// `object` found its table full.
   void AddForRoom(const ObjectKey& object);
 
-  /// Removes and returns what lacks the destination.
+  /// Removes and returns the objects that lack the destination.
   std::vector<ObjectKey> TakeForReference(std::uint32_t id);
-  /// Removes and returns an object that waits for room in the table of its kind.
+  /// Removes and returns an object that waits for room in its kind's table.
   std::optional<ObjectKey> TakeForRoom(HalKind kind);
 
   void Clear();
 
  private:
-  // The id that is missing, and who lacks it.
+  // A missing id, and an object that lacks it.
   std::set<std::pair<std::uint32_t, ObjectKey>> for_reference_;
   // Ids by kind.
   std::array<std::set<std::uint32_t>, kHalKinds> for_room_;

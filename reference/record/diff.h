@@ -14,25 +14,25 @@ namespace reference {
 /// What a HAL holds at the end of a recording.
 struct EndState {
   HalTables tables;
-  /// Requests that had succeeded but do not on these tables: the recording does not start with an
-  /// empty HAL, or messages are missing in it.
+  /// Requests that succeeded when recorded but fail on these tables: the recording does not start
+  /// with an empty HAL, or messages are missing from it.
   std::size_t not_applied = 0;
 };
 
-/// Carries out the requests that had succeeded, and those of VRFs, which have no result, on empty
-/// tables of any size; a server that is found empties them.
+/// Applies the requests that had succeeded, and VRF requests, which have no result, to empty tables
+/// of unlimited size. A server-found entry empties the tables.
 EndState ComputeEndState(const std::vector<Step>& steps);
 
-/// One of the two sides of a comparison. Nothing is owned.
+/// One side of a comparison. Owns nothing.
 struct DiffSide {
-  /// What the side is called in the output.
+  /// The side's name in the output.
   const char* name;
   const HalTables* tables;
   const RecordedSchema* schema;
 };
 
-/// Prints what differs, by kind and id, messages in protobuf's text form. Returns the number of
-/// entries that differ.
+/// Prints the differences by kind and id, with messages in protobuf's text form. Returns the number
+/// of entries that differ.
 std::size_t PrintDiff(const DiffSide& a, const DiffSide& b, std::ostream* out);
 
 }  // namespace reference

@@ -7,11 +7,11 @@
 
 namespace reference {
 
-/// What the header of a recording says of its format; see record.proto.
+/// The format that the header of a recording states; see record.proto.
 inline constexpr std::string_view kRecordingFormat = "zuskux recording";
 inline constexpr std::uint32_t kRecordingFormatVersion = 1;
 
-/// Bytes of a record at most, its length prefix not counted.
+/// Maximum size of a record in bytes, excluding its length prefix.
 inline constexpr std::size_t kMaxRecordSize = std::size_t{1} << 20;
 
 }  // namespace reference

@@ -1,4 +1,4 @@
-// zuskux-record: shows, replays and compares recordings of what a HAL was asked.
+// zuskux-record: shows, replays and compares recordings of the requests to a HAL.
 
 #include <google/protobuf/stubs/logging.h>
 
@@ -46,7 +46,7 @@ class UsageError : public std::invalid_argument {
 
 struct Arguments {
   std::vector<std::string> files;
-  // Of replay; empty if it was not given.
+  // For replay; empty if not given.
   std::string hal;
 };
 
@@ -60,7 +60,7 @@ LogSink& Log() {
   return sink;
 }
 
-// Said once for a recording that was read to its end.
+// Printed once for a recording that was read to its end.
 void TellCut(const RecordingReader& recording) {
   if (!recording.cut_at()) return;
   Log().WriteDiagnostic(LogLevel::kWarning,
@@ -87,7 +87,7 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
   reference::SocketHalOptions options;
   options.path = *std::move(path);
   options.program = "zuskux-record " ZUSKUX_VERSION;
-  // The connection goes on trying for a while, and says so each time.
+  // The connection keeps trying for a while and calls this each time.
   options.other_writer = [told = false]() mutable {
     if (std::exchange(told, true)) return;
     std::cerr << "zuskux-record: another client programs the HAL server; stop that one first\n";
@@ -220,7 +220,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // What does not decode is told in a line of our own.
+  // Our own line reports what does not decode.
   google::protobuf::SetLogHandler(nullptr);
   try {
     return Run(argc, argv);

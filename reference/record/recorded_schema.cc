@@ -81,7 +81,7 @@ bool RecordedSchema::IsUnderstood(HalKind kind, const std::string& payload) cons
   const auto recorded = Decode(kind, payload);
   const std::unique_ptr<pb::Message> built(Prototype(kind).New());
   if (recorded == nullptr || !built->ParsePartialFromString(payload)) return false;
-  // A value of an enumeration that only the recording's schema has ends among the unknown fields.
+  // An enumeration value that only the recording's schema has ends up among the unknown fields.
   if (!built->GetReflection()->GetUnknownFields(*built).empty()) return false;
 
   std::vector<const pb::FieldDescriptor*> fields;

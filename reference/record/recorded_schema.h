@@ -12,33 +12,33 @@
 
 namespace reference {
 
-/// The schema of the HAL's messages that this program was built with: its files, each behind those
+/// The schema of the HAL's messages that this program was built with: its files, each after those
 /// that it imports.
 google::protobuf::FileDescriptorSet BuiltInSchema();
 
-/// The schema of the HAL's messages that a recording carries; it may be an older or a newer one
-/// than this program's. Used by one thread at a time.
+/// The schema of the HAL's messages in a recording, which may be older or newer than this
+/// program's. Used by one thread at a time.
 class RecordedSchema {
  public:
-  /// Throws `std::invalid_argument`, which says what is wrong, for files that are no valid schema.
+  /// Throws `std::invalid_argument`, with the reason, if the files are not a valid schema.
   explicit RecordedSchema(const google::protobuf::FileDescriptorSet& files);
 
   /// Whether it is the schema of this program.
   bool built_in() const { return built_in_; }
 
-  /// Whether this program's schema says the same as this one about all that `payload` carries.
+  /// Whether this program's schema agrees with this one about everything that `payload` carries.
   bool IsUnderstood(HalKind kind, const std::string& payload) const;
 
-  /// The message in protobuf's text form, by this schema: "VlanMessage{vlan_destination_id: 12}".
+  /// The message in protobuf's text form, in this schema: "VlanMessage{vlan_destination_id: 12}".
   std::string Text(HalKind kind, const std::string& payload) const;
 
  private:
-  // Null for a payload that does not decode.
+  // Null if the payload does not decode.
   std::unique_ptr<google::protobuf::Message> Decode(HalKind kind, const std::string& payload) const;
 
   bool built_in_;
   google::protobuf::DescriptorPool pool_;
-  // Makes the prototypes that it is asked for.
+  // Creates the requested prototypes.
   mutable google::protobuf::DynamicMessageFactory factory_;
 };
 

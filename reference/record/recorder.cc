@@ -25,11 +25,11 @@ using Clock = std::chrono::steady_clock;
 namespace io = google::protobuf::io;
 
 constexpr int kBlockSize = 64 * 1024;
-// Of the files with the same name, the highest.
+// The highest number that is appended to a file name.
 constexpr int kMaxNumber = 9999;
 constexpr std::chrono::seconds kFlushPeriod(1);
 constexpr std::size_t kMaxTextSize = std::size_t{64} * 1024;
-// Leaves room in a record for the other fields of a request.
+// Leaves room in a record for a request's other fields.
 constexpr std::size_t kMaxPayloadSize = kMaxRecordSize - 1024;
 
 boost::system::system_error CannotRecord(const std::string& path, int error) {
@@ -41,8 +41,8 @@ struct NewFile {
   int fd;
 };
 
-// Makes a file where there was none: `wanted`, or the same with the first number that is free.
-// Nobody else writes to it, and nothing that is there is lost.
+// Creates a new file: `wanted`, or `wanted` with the first free number. Never shares or overwrites
+// an existing file.
 NewFile CreateFile(const std::string& wanted) {
   struct stat status {};
   if (::lstat(wanted.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
@@ -84,7 +84,7 @@ class Recorder::Writer {
   Writer& operator=(const Writer&) = delete;
   ~Writer();
 
-  /// Calls `fill` with an empty entry, which gets its time, and writes it.
+  /// Calls `fill` with an entry that has only its time, then writes the entry.
   template <typename Fill>
   void Write(Fill fill) {
     const std::lock_guard lock(mutex_);
@@ -95,16 +95,16 @@ class Recorder::Writer {
 
   std::uint64_t NextNumber() { return ++last_number_; }
 
-  /// What was written goes to the file now.
+  /// Writes the buffered entries to the file.
   void Flush();
 
-  /// Closes the file; false if something could not be written.
+  /// Closes the file; false if anything could not be written.
   bool Finish();
 
  private:
   void RunFlusher();
 
-  // With `mutex_` held:
+  // Call with `mutex_` held:
   void WriteEntry();
   void FlushBuffer();
   void Stop();

@@ -19,7 +19,7 @@ namespace io = google::protobuf::io;
 constexpr const char* kNameRecording = "name a file that was written as a recording";
 constexpr const char* kRecordAgain = "record again";
 
-// Of the last byte that a length can have.
+// The shift of the last byte that a length can have.
 constexpr int kMaxLengthShift = 28;
 
 RecordingError CannotRead(const std::string& name, int error) {
@@ -41,7 +41,7 @@ bool IsOperation(std::uint32_t value) {
          IsHalOperation(static_cast<std::uint8_t>(value));
 }
 
-// What is wrong with an entry that decoded; null if nothing is.
+// What is wrong with an entry that decoded; null if it is valid.
 const char* Fault(const record::Entry& entry) {
   constexpr const char* kNoOperation = "an entry with an operation that does not exist";
   switch (entry.what_case()) {

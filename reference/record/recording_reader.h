@@ -15,15 +15,15 @@
 
 namespace reference {
 
-/// A file that is no valid recording, or cannot be read. The text names the file, the place in it
+/// A file that is not a valid recording or cannot be read. The text names the file, the place in it
 /// and the remedy.
 class RecordingError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Reads a recording from its beginning, one entry in memory at a time. Used by one thread at a
-/// time.
+/// Reads a recording from its beginning, with one entry in memory at a time. Used by one thread at
+/// a time.
 ///
 ///     RecordingReader recording(path);
 ///     record::Entry entry;
@@ -34,7 +34,7 @@ class RecordingReader {
   /// Opens the file and reads its header. Throws `RecordingError`.
   explicit RecordingReader(const std::string& path);
 
-  /// Reads from `input`, which is called `name` in errors. Throws `RecordingError`.
+  /// Reads from `input`; errors call it `name`. Throws `RecordingError`.
   RecordingReader(std::string name,
                   std::unique_ptr<google::protobuf::io::ZeroCopyInputStream> input);
 
@@ -42,35 +42,35 @@ class RecordingReader {
   const record::Header& header() const { return header_; }
   const RecordedSchema& schema() const { return *schema_; }
 
-  /// Reads the next entry; false at the end. An entry that is read is one of those that
-  /// record.proto names, with a valid operation where it has one. Throws `RecordingError`.
+  /// Reads the next entry; false at the end. The entry is one of those that record.proto defines,
+  /// and its operation, if it has one, is valid. Throws `RecordingError`.
   bool Next(record::Entry* entry);
 
-  /// After `Next` returned false: the offset in bytes of a last entry that is not whole.
+  /// After `Next` returned false: the byte offset of an incomplete last entry, if there is one.
   std::optional<std::uint64_t> cut_at() const { return cut_at_; }
 
-  /// An error at the record that was read last.
+  /// An error at the last record read.
   RecordingError Error(const std::string& what) const;
 
  private:
   RecordingReader(std::string name, std::unique_ptr<google::protobuf::io::FileInputStream> file);
 
-  // How reading a record ended.
+  // The outcome of reading a record.
   enum class Read { kWhole, kEnd, kCut, kBadLength };
 
   // Reads the next record into `bytes_`.
   Read ReadRecord();
-  // `end`, unless the input ended because it could not be read; then throws.
+  // Returns `end`. Throws instead if the input ended because it could not be read.
   Read ReadEnd(Read end) const;
   void ReadHeader();
 
   std::string name_;
   std::unique_ptr<google::protobuf::io::ZeroCopyInputStream> input_;
-  // `input_` when it is a file, which can fail.
+  // `input_` if it is a file; reading that can fail.
   const google::protobuf::io::FileInputStream* file_ = nullptr;
   record::Header header_;
   std::unique_ptr<RecordedSchema> schema_;
-  // Where the record that was read last begins.
+  // Where the last record read begins.
   std::uint64_t offset_ = 0;
   std::string bytes_;
   std::optional<std::uint64_t> cut_at_;

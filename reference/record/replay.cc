@@ -13,7 +13,7 @@
 namespace reference {
 namespace {
 
-/// Waits for what a connection reports.
+/// Waits for a connection's reports.
 class Reports : public HalCallbackBase {
  public:
   explicit Reports(const ReplayOptions& options) : options_(options) {}
@@ -22,17 +22,17 @@ class Reports : public HalCallbackBase {
     return {this, [this] { Note(&Reports::server_found_); }, [this] { Note(&Reports::room_); }};
   }
 
-  // Each returns whether it came in time, once for each report.
+  // Each returns whether the report arrived in time; one call per report.
   bool AwaitServer() { return Await(&Reports::server_found_, options_.server_patience); }
   bool AwaitRoom() { return Await(&Reports::room_, options_.answer_patience); }
 
-  /// Whether a server was found since `AwaitServer`.
+  /// Whether another server was found since `AwaitServer`.
   bool FoundAnotherServer() {
     const std::lock_guard lock(mutex_);
     return server_found_;
   }
 
-  /// The code of the next result; nothing when it did not come in time.
+  /// The code of the next result; nothing if it did not arrive in time.
   std::optional<HalReturnCode> AwaitResult() {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, options_.answer_patience, [this] { return result_.has_value(); });
@@ -67,12 +67,12 @@ class Reports : public HalCallbackBase {
   std::optional<HalReturnCode> result_;
 };
 
-// The recorded client never handed the request to a server.
+// Whether the recorded client refused the request without sending it.
 bool WasRefused(const Step& step) {
   return step.code == kHalQueueFull || step.code == kHalTooLarge || step.code == kHalNoServer;
 }
 
-// The recorded code is a server's answer.
+// Whether the recorded code is a server's answer.
 bool WasAnswered(const Step& step) {
   return step.code && step.code != kHalServerLost && step.code != kHalDeadline;
 }
@@ -111,7 +111,8 @@ class Sender {
     }
   }
 
-  /// Waits until nothing waits to be sent: the last requests may be those of VRFs, or marks.
+  /// Waits until the queue is empty: the last requests may be VRF requests or marks, which have no
+  /// result.
   void Finish(std::chrono::milliseconds patience) {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (hal_->counters().queued != 0) {
@@ -147,7 +148,7 @@ class Sender {
       if (!reports_->AwaitRoom()) throw ReplayError(NameOf(step) + ": the HAL takes no request");
     }
     ++report_.sent;
-    // A refusal has a result too.
+    // A refused request has a result too.
     (hal_->*TraitsOf(step.request.operation).request)(message);
   }
 
@@ -182,7 +183,7 @@ class Sender {
 ReplayReport Replay(const std::vector<Step>& steps, std::unique_ptr<HalConnection> hal,
                     const ReplayOptions& options, std::ostream* out) {
   Reports reports(options);
-  // Reports until it is destroyed, which is before `reports` is.
+  // Destroyed before `reports`, to which it reports until then.
   const std::unique_ptr<HalConnection> connection = std::move(hal);
   connection->Start(reports.reports());
   if (!reports.AwaitServer()) {

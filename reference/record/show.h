@@ -7,13 +7,13 @@
 
 namespace reference {
 
-/// Prints the rest of a recording, a line for each entry: seconds since its start, direction
-/// ("===>" to the HAL, "<===" from it, "----" neither), what it is. A request shows the printable
-/// message's own rendering, or protobuf's text form by the recording's schema where this program's
+/// Prints the rest of a recording, one line per entry: seconds since its start, direction ("===>"
+/// to the HAL, "<===" from it, "----" neither), and the entry. A request shows the printable
+/// message's own rendering, or protobuf's text form in the recording's schema if this program's
 /// schema does not know all of the message. Control characters appear as '?'.
 ///
-/// Puts the recorded interfaces into the process's interface table. Throws `RecordingError`, with
-/// what precedes the damage printed.
+/// Puts the recorded interfaces into the process's interface table. If the recording is damaged,
+/// prints what precedes the damage, then throws `RecordingError`.
 void ShowRecording(RecordingReader* recording, std::ostream* out);
 
 }  // namespace reference

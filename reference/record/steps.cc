@@ -21,7 +21,7 @@ Step MakeStep(record::Request* recorded) {
   return step;
 }
 
-/// Collects steps and puts those behind a server that belong there.
+/// Collects steps and moves those that belong after a server-found step.
 class StepCollector {
  public:
   void Add(Step::Kind kind) {
@@ -58,7 +58,7 @@ class StepCollector {
  private:
   struct Placed {
     Step step;
-    // The entry's place, or that of the server that it is put behind and true.
+    // The entry's place, or that of the server-found entry that it must follow, and true.
     std::pair<std::size_t, bool> order;
   };
 
@@ -66,7 +66,7 @@ class StepCollector {
 
   std::vector<Placed> placed_;
   std::unordered_map<std::uint64_t, std::size_t> place_of_;
-  // The place of the last server found.
+  // The place of the last server-found entry.
   std::size_t server_ = 0;
 };
 

@@ -10,23 +10,24 @@
 
 namespace reference {
 
-/// One thing that a recorded HAL server went through.
+/// One step in the life of a recorded HAL server.
 struct Step {
   enum class Kind { kServerFound, kBeginReinstall, kEndReinstall, kRequest };
   Kind kind = Kind::kRequest;
 
-  // Of a request:
+  // For a request:
   std::uint64_t number = 0;
   HalRequest request;
-  /// Unset when the recording has no result of it: for a VRF, or because it ends before.
+  /// Unset if the recording has no result for it: a VRF request, or the recording ends before the
+  /// result.
   std::optional<HalReturnCode> code;
   /// The payload was too long to be recorded and is missing.
   bool payload_omitted = false;
 };
 
-/// The rest of a recording in the order in which the server took it. This is the order of the
-/// entries, except that a request that was on its way when a server was found and had its result
-/// afterwards went to that server. Throws `RecordingError`.
+/// Reads the rest of a recording in the order in which the server took the requests. That is the
+/// order of the entries, with one exception: a request that was in flight when a server was found,
+/// and had its result after that, went to that server. Throws `RecordingError`.
 std::vector<Step> ReadSteps(RecordingReader* recording);
 
 }  // namespace reference

@@ -7,7 +7,7 @@
 namespace reference {
 
 WrappedMessage WrapMessage(HalKind kind, const std::string& payload) {
-  // The type in the frame is not looked at.
+  // `Unserialize` ignores the frame type.
   std::string frame;
   AppendFrame(FrameType{}, 0, payload, &frame);
   return VisitKind(kind, [&frame](auto row) -> WrappedMessage {

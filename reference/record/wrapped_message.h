@@ -14,7 +14,7 @@ namespace reference {
 
 /// A recorded message in the printable message of its kind.
 struct WrappedMessage {
-  /// Null for a payload that does not decode.
+  /// Null if the payload does not decode.
   std::unique_ptr<AppMessage> message;
   /// `*message`.
   const HalL3MplsEncapsulationPrintable* printable = nullptr;
@@ -22,8 +22,8 @@ struct WrappedMessage {
 
 WrappedMessage WrapMessage(HalKind kind, const std::string& payload);
 
-/// The printable message's own rendering, which is whole, but with `address` for its address;
-/// "unknown" for none.
+/// The printable message's own full rendering, but with `address` as its address; "unknown" if
+/// there is none.
 std::string Render(const WrappedMessage& wrapped, std::optional<std::uint64_t> address);
 
 }  // namespace reference

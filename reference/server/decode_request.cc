@@ -10,9 +10,9 @@ bool DecodeRequest(const FrameSplitter::Frame& frame, HalRequest* request,
   request->payload = frame.payload;
   return VisitKind(KindOf(request->operation), [&](auto row) {
     using Kind = decltype(row);
-    // A fresh one for each frame: a wrapper does not delete what an earlier frame left in it.
+    // A new wrapper for each frame, because a wrapper does not delete an earlier frame's message.
     typename Kind::Wrapper wrapper;
-    // The wrapper only reads the frame.
+    // The wrapper does not modify the frame.
     if (!wrapper.Unserialize(const_cast<char*>(frame.whole.data()))) return false;
     const auto& message = static_cast<const typename Kind::Message&>(*wrapper.message());
     request->id = Kind::Id(message).value_or(0);

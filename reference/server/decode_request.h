@@ -10,10 +10,9 @@
 
 namespace reference {
 
-/// Fills `request` from a request frame, which the wrapper of its kind reads. The payload is kept
-/// as it came, so that both sides hash the same bytes. Returns whether the wrapper understood it;
-/// if not, both ids are 0. `use`, which may be empty, is called with the message that it
-/// understood.
+/// Fills `request` from a request frame, which its kind's wrapper parses. Keeps the payload byte
+/// for byte, so that both sides compute the same hash. Returns whether the wrapper could parse it;
+/// if not, both ids are 0. Calls `use`, which may be empty, with the parsed message.
 bool DecodeRequest(const FrameSplitter::Frame& frame, HalRequest* request,
                    const std::function<void(const google::protobuf::Message&)>& use = {});
 

@@ -9,7 +9,7 @@
 
 namespace reference {
 
-/// Accepts clients and makes their sessions.
+/// Accepts clients and creates their sessions.
 class HalServer::Impl {
  public:
   Impl(boost::asio::io_context* io, HalServerOptions options)
@@ -60,7 +60,7 @@ void HalServer::Impl::TurnAway(Session::Socket socket, const std::string& reason
   state_->Log("client " + std::to_string(last_number_) + ": refused, " + reason);
   std::string goodbye;
   AppendFrame(FrameType::kGoodbye, 0, reason, &goodbye);
-  // A new socket has room for it; if not, the client sees the end only.
+  // A new socket has room for this. If not, the client sees only the end of the connection.
   ErrorCode ignored;
   socket.non_blocking(true, ignored);
   socket.write_some(boost::asio::buffer(goodbye), ignored);

@@ -18,44 +18,45 @@ class RequestObserver;
 class ServerFaults;
 
 struct HalServerOptions {
-  /// Path of the Unix socket; made with permissions 0600, in a folder that is made when it is
-  /// missing. A socket that no server listens on is
-  /// replaced.
+  /// Path of the Unix socket. It is created with permissions 0600, and its folder if missing. A
+  /// socket on which no server listens is replaced.
   std::string path;
   std::size_t table_capacity = std::size_t{1} << 21;
   std::size_t max_payload = kDefaultMaxPayload;
-  /// Clients at a time; further ones are refused.
+  /// Maximum number of clients at a time; further ones are refused.
   std::size_t max_clients = 64;
-  /// While more bytes of answers than this wait for a client that does not read, it is not read
-  /// from.
+  /// While more answer bytes than this wait for a client that does not read, the server does not
+  /// read from that client.
   std::size_t max_unsent = std::size_t{1024} * 1024;
-  /// Readings of the tables at a time, at most; a client that asks for one more is refused.
+  /// Maximum number of table readings at a time; the server refuses a client that asks for one
+  /// more.
   std::size_t max_table_readings = 32;
-  /// A client that has not said hello after so long is closed.
+  /// The server closes a client that has not said hello after this time.
   std::chrono::milliseconds hello_timeout{5'000};
-  /// Told every request, result, reinstall mark and line of the log. Not owned, outlives the
-  /// server; null for none.
+  /// Sees every request, result, reinstall mark and log line. Not owned, must outlive the server;
+  /// may be null.
   RequestObserver* observer = nullptr;
-  /// Makes the server misbehave. Not owned, outlives the server; null for a server that works.
+  /// Makes the server misbehave. Not owned, must outlive the server; null for no faults.
   ServerFaults* faults = nullptr;
-  /// Told every connection event, one line each. May be empty.
+  /// Called with every connection event, one line each. May be empty.
   std::function<void(const std::string& line)> log;
 };
 
-/// A HAL server on a Unix stream socket: holds the tables, carries out requests in the order in
-/// which they arrive, answers each. Everything runs on the thread that runs the `io_context`, the
-/// destructor too.
+/// A HAL server on a Unix stream socket: holds the tables, carries out requests in the order of
+/// arrival, and answers each. Everything, including the destructor, runs on the thread that runs
+/// the `io_context`.
 ///
-/// One client at a time, the writer, may send requests and reinstall marks. It is the first one
-/// that says in its hello that it writes, or does so; it stops being the writer when its connection
-/// ends. Others are refused, unless they take over. Who only reads is always welcome.
+/// One client at a time, the writer, may send requests and reinstall marks. The first client that
+/// announces writing in its hello, or sends one of these, becomes the writer and stays it until its
+/// connection ends. Other writers are refused unless they take over. Clients that only read are
+/// always admitted.
 ///
-/// An end of a reinstall without a begin removes nothing and is answered like any. A writer that
-/// goes away in its reinstall leaves it open: nothing is removed, and installs replace, until the
-/// next writer begins and ends another one.
+/// The end of a reinstall without a begin removes nothing and is answered as usual. If the writer
+/// goes away within its reinstall, the reinstall stays open: nothing is removed, and installs
+/// replace, until the next writer begins and ends another one.
 class HalServer {
  public:
-  /// Listens from now on. Throws `boost::system::system_error` when it cannot.
+  /// Listens from now on. Throws `boost::system::system_error` if that fails.
   HalServer(boost::asio::io_context* io, HalServerOptions options);
   HalServer(const HalServer&) = delete;
   HalServer& operator=(const HalServer&) = delete;

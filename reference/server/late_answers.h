@@ -11,19 +11,19 @@
 
 namespace reference {
 
-/// The answers to a client that a fault keeps back. Used on the server's thread.
+/// The answers to a client that a fault delays. Used on the server's thread.
 class LateAnswers {
  public:
   using Time = ServerFaults::Time;
 
   void Add(Time due, std::uint32_t rank, std::string answer);
-  /// Appends what is due at `now` to `out`: by time, then rank, then order of arrival.
+  /// Appends the answers due at `now` to `out`, ordered by time, then rank, then arrival.
   void TakeDue(Time now, std::string* out);
 
   bool empty() const { return answers_.empty(); }
-  /// When the first one is due; there is one.
+  /// When the first answer is due. Do not call if there is none.
   Time next() const { return answers_.begin()->first.first; }
-  /// Size of all that is kept.
+  /// Size of all delayed answers.
   std::size_t bytes() const { return bytes_; }
 
  private:

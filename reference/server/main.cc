@@ -1,4 +1,4 @@
-// zuskux-hal: the HAL server; with "tables", shows what a running one holds.
+// zuskux-hal: the HAL server. With "tables", shows what a running one holds.
 
 #include <google/protobuf/stubs/logging.h>
 #include <unistd.h>
@@ -56,7 +56,7 @@ po::options_description Options() {
   const auto table_size = static_cast<std::int64_t>(defaults.table_capacity);
   const auto max_payload = static_cast<std::int64_t>(defaults.max_payload);
   po::options_description options("Options");
-  // The numbers are read wide and signed, so that -1 is not taken for a great number.
+  // The numbers are parsed as wide signed values, so that -1 does not become a huge number.
   options.add_options()                                                             //
       ("socket", po::value<std::string>()->value_name("PATH"),                      //
        "the server's socket (missing: zuskux/hal.sock\nunder $XDG_RUNTIME_DIR, "    //
@@ -103,7 +103,7 @@ bool IsTablesCommand(const po::variables_map& values) {
   return true;
 }
 
-// An option that the other command has is not one of this.
+// Rejects options of the other command.
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
       tables_command
@@ -140,7 +140,7 @@ void Say(const std::string& line) { Log().Write(LogLevel::kInfo, line); }
 
 void SayError(const std::string& line) { Log().Write(LogLevel::kError, line); }
 
-// Null without --fault; nothing when the file has mistakes, which have been told then.
+// Null without --fault. Nothing if the file has mistakes, which have been reported by then.
 std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map& values) {
   if (values.count("fault") == 0) return std::unique_ptr<ServerFaults>();
   const auto& path = values["fault"].as<std::string>();
@@ -223,7 +223,7 @@ int Run(const po::variables_map& values) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // What a client sends is told about by the server, not by the parser.
+  // The server, not the parser, reports what a client sends.
   google::protobuf::SetLogHandler(nullptr);
   try {
     return Run(ParseCommandLine(argc, argv));

@@ -12,38 +12,38 @@
 
 namespace reference {
 
-/// What a server asks before it does its work, so that it can be made to misbehave. Called on the
+/// The server consults this before it acts, so that faults can make it misbehave. Called on the
 /// server's thread.
 class ServerFaults {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// What becomes of a new connection.
+  /// What happens to a new connection.
   struct ConnectionFate {
     enum class Entry { kServe, kRefuse, kClose };
     Entry entry = Entry::kServe;
     bool one_byte_writes = false;
-    /// How fast the client is read from; 0 for as fast as it sends.
+    /// How fast the server reads from the client; 0 for no limit.
     std::size_t read_bytes_per_second = 0;
   };
 
-  /// What becomes of a request and of its result.
+  /// What happens to a request and its result.
   struct RequestFate {
     enum class End { kNone, kCloseBefore, kCloseAfter, kCrashBefore, kCrashAfter };
-    /// Whether the connection or the server ends before or after the request is applied, without a
-    /// result.
+    /// Whether the connection or the server ends, without a result, before or after the request is
+    /// applied.
     End end = End::kNone;
-    /// Answered instead of applying the request.
+    /// Sent as the result instead of applying the request.
     std::optional<HalReturnCode> code;
     /// How often the result is sent.
     int copies = 1;
-    /// Whether a result with a sequence that nobody used follows.
+    /// Whether another result follows, with a sequence that nobody used.
     bool stray = false;
-    /// The result is sent at this time, at once if it is past. Those of one time go in the order of
-    /// their ranks.
+    /// When to send the result; immediately if in the past. Results due at the same time go in the
+    /// order of their ranks.
     Time due{};
     std::uint32_t rank = 0;
-    /// So many bytes of the result are sent, then the connection is closed; 0 for all of it.
+    /// After how many bytes of the result the server closes the connection; 0 to send all of it.
     std::size_t cut = 0;
   };
 
@@ -52,10 +52,10 @@ class ServerFaults {
   virtual ConnectionFate OnAccept() = 0;
   virtual RequestFate OnRequest(const HalRequest& request, const HalTables& tables) = 0;
   virtual void OnBeginReinstall() = 0;
-  /// Gives the time at which the end of the reinstall is answered.
+  /// Returns when to answer the end of the reinstall.
   virtual Time OnEndReinstall() = 0;
-  /// Ends the process. Where it returns instead, the server does what a restart would do: it closes
-  /// every connection and goes on with empty tables and another generation.
+  /// Ends the process. If it returns instead, the server does what a restart would do: it closes
+  /// every connection and continues with empty tables and a new generation.
   virtual void Crash() = 0;
 };
 

@@ -24,14 +24,14 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// How long a client may take to read the last of its answers.
+// How long a client has for reading the last of its answers.
 constexpr milliseconds kCloseTimeout{5'000};
-// How much of a client's name the log shows.
+// The maximum length of a client's name in the log.
 constexpr std::size_t kMaxName = 64;
-// Bytes of table entries that a turn of a reading appends, or a little more.
+// How many bytes of table entries a turn of a reading appends; the last entry may exceed it.
 constexpr std::size_t kReadingStep = std::size_t{32} * 1024;
 constexpr std::size_t kMaxWrite = std::size_t{64} * 1024;
-// A sequence so far from the client's that it has none like it.
+// So far from the client's sequence numbers that none of them matches.
 constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
 
 std::uint64_t NewGeneration() {
@@ -40,7 +40,7 @@ std::uint64_t NewGeneration() {
   return any(random);
 }
 
-// The process that connected; 0 for one that this one cannot see.
+// The id of the connected process; 0 for one that this process cannot see.
 pid_t PeerOf(Session::Socket* socket) {
   ucred peer{};
   socklen_t size = sizeof peer;
@@ -105,7 +105,7 @@ void ServerState::Log(const std::string& line) const {
 }
 
 void ServerState::CloseSessions() const {
-  // Closing a session takes it out.
+  // Closing a session removes it.
   while (!sessions.empty()) {
     const std::shared_ptr<Session> session = sessions.begin()->second;
     session->Close();
@@ -212,7 +212,7 @@ void Session::Write() {
     return;
   }
   output_.swap(next_output_);
-  // More than may wait takes turns with the answers to other clients.
+  // Larger output takes turns with the answers to other clients.
   const bool at_once = !fate_.one_byte_writes && output_.size() <= state_->options.max_unsent;
   const std::size_t sent = at_once ? SendAtOnce(socket_.native_handle(), output_) : 0;
   if (sent == output_.size()) {
@@ -240,7 +240,7 @@ void Session::OnWritten(const ErrorCode& error) {
 std::size_t Session::Unsent() const { return output_.size() + next_output_.size() + late_.bytes(); }
 
 void Session::HandleFrames() {
-  // What follows a reading of the tables waits for its end.
+  // Frames after a table reading wait for its end.
   while (socket_.is_open() && !closing_ && !table_reading_) {
     const auto frame = splitter_.Next();
     if (!frame) {
@@ -257,7 +257,7 @@ void Session::Handle(const FrameSplitter::Frame& frame) {
   if (!greeted_) return OnHello(frame);
   if (const auto mistake = MistakeIn(frame)) return Refuse(*mistake);
   const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
-  // A client of minor version 0 does not say in its hello that it writes.
+  // A client of minor version 0 does not announce in its hello that it writes.
   if ((IsRequest(type) || marks) && !BecomeWriter(false)) return;
   if (IsRequest(type)) {
     OnRequest(frame);
@@ -337,7 +337,7 @@ std::string Session::Name() const {
   return program_ + " (pid " + (pid_ == 0 ? "unknown" : std::to_string(pid_)) + ')';
 }
 
-// A client that has been killed is gone before the server has read all that it sent.
+// A killed client goes away before the server has read everything that it sent.
 bool Session::PeerIsGone() {
   pollfd peer{socket_.native_handle(), 0, 0};
   return poll(&peer, 1, 0) == 1 && (peer.revents & POLLHUP) != 0;
@@ -427,7 +427,7 @@ void Session::AwaitTurn() {
   if (state_->turns.size() == 1) PostTurn(socket_.get_executor(), state_);
 }
 
-// Only one turn is posted at a time, so that all other events that are there come between two.
+// Only one turn is posted at a time, so that all other pending events run between two turns.
 void Session::PostTurn(const Socket::executor_type& executor,
                        const std::shared_ptr<ServerState>& state) {
   boost::asio::post(executor, [executor, state] {
@@ -503,7 +503,7 @@ void Session::StartDeadline(milliseconds time) {
 }
 
 void Session::OnDeadline() {
-  // It may have been met, or put off, while this call was under way.
+  // The deadline may have been met or moved since this handler was queued.
   if (!socket_.is_open() || deadline_.expiry() > steady_clock::now()) return;
   if (closing_) return Close();
   if (!greeted_) Refuse("no hello in time");
@@ -517,7 +517,7 @@ void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequen
     for (int copy = 0; copy < fate.copies; ++copy) AppendResult(sequence, result, out);
     if (fate.stray) AppendResult(sequence + kStrayDistance, result, out);
   };
-  // Without faults always so.
+  // Always the case without faults.
   if (fate.cut == 0 && fate.due <= read_at_ && late_.empty()) return append(&next_output_);
 
   std::string answer;
@@ -531,7 +531,8 @@ void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequen
 
 void Session::SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer) {
   late_.Add(due, rank, std::move(answer));
-  // What is due goes through there too, because it may not overtake what has been due for longer.
+  // Due answers also go through the queue, because they must not overtake those that have been due
+  // for longer.
   late_.TakeDue(steady_clock::now(), &next_output_);
   WaitForLate();
 }

@@ -27,7 +27,7 @@ namespace reference {
 
 class Session;
 
-/// What the sessions of a server share. Used on the server's thread.
+/// The state that a server's sessions share. Used on the server's thread.
 struct ServerState {
   explicit ServerState(HalServerOptions server_options);
 
@@ -35,7 +35,7 @@ struct ServerState {
   void Log(const std::string& line) const;
   /// Closes every session.
   void CloseSessions() const;
-  /// Does what a restart of the process would do; in some cases it is one.
+  /// Does what a restart of the process would do, or really ends the process.
   void Crash();
 
   const HalServerOptions options;
@@ -45,30 +45,30 @@ struct ServerState {
   std::uint64_t requests = 0;
   std::uint64_t connections = 0;
   std::uint64_t refused_connections = 0;
-  /// Readings of the tables that are being answered.
+  /// Number of table readings in progress.
   std::size_t table_readings = 0;
-  /// The sessions whose reading can go on, in turn; the first one's turn is posted.
+  /// The sessions whose reading can continue, in turn; the first one's turn is posted.
   std::deque<std::weak_ptr<Session>> turns;
-  /// The number of the session that may change the tables, 0 while none may.
+  /// The number of the session that may change the tables; 0 if none may.
   std::uint64_t writer = 0;
-  /// What the log said last of a client that was refused for the writer's sake: who is refused,
-  /// asks again.
+  /// The last log line about a client refused because of the writer. Kept because refused clients
+  /// ask again.
   std::string last_writer_refusal;
-  /// By their numbers, which count from 1.
+  /// By session number, counted from 1.
   std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions;
 };
 
-/// The conversation with one client: hello, then requests in the order in which they come. All
-/// frames of a read are handled, then their answers written at once. While too many bytes of
-/// answers wait, the client is not read from. Readings of the tables take turns, a step at a time,
-/// between what other clients want, and only as fast as their client reads. Owned by `ServerState`
-/// and by its handlers under way.
+/// The conversation with one client: hello, then requests in order of arrival. Handles all frames
+/// of a read, then writes their answers in one go. Applies back-pressure: while too many answer
+/// bytes wait, it does not read from the client. Table readings proceed in turns, a step at a time,
+/// interleaved with other clients' requests and no faster than their client reads. Owned by
+/// `ServerState` and by its handlers in flight.
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
   using ErrorCode = boost::system::error_code;
 
-  /// `state` outlives the session's last handler, because the session keeps it.
+  /// The session keeps `state` alive, so `state` outlives the session's last handler.
   Session(Socket socket, std::shared_ptr<ServerState> state, std::uint64_t number,
           const ServerFaults::ConnectionFate& fate);
   Session(const Session&) = delete;
@@ -76,11 +76,11 @@ class Session : public std::enable_shared_from_this<Session> {
   ~Session();
 
   void Start();
-  /// Closes the connection at once. Nothing is handled or logged afterwards.
+  /// Closes the connection immediately. Nothing is handled or logged afterwards.
   void Close();
 
  private:
-  // A reading of the tables that is being answered.
+  // A table reading in progress.
   struct TableReading {
     std::uint32_t sequence = 0;
     TableCursor cursor{};
@@ -90,30 +90,31 @@ class Session : public std::enable_shared_from_this<Session> {
   void ReadSome();
   void OnRead(const ErrorCode& error, std::size_t size);
   void OnReadEnd(const ErrorCode& error);
-  // Handles what has been read, writes the answers and reads on, each as far as it may.
+  // Handles what has been read, writes the answers and continues reading, each as far as possible.
   void Proceed();
   void Write();
   void OnWritten(const ErrorCode& error);
-  // Bytes of answers that wait for the client.
+  // Number of answer bytes waiting for the client.
   std::size_t Unsent() const;
 
   void HandleFrames();
   void Handle(const FrameSplitter::Frame& frame);
   void OnHello(const FrameSplitter::Frame& frame);
-  // Whether this session is the writer now; if not, it has been refused.
+  // Tries to become the writer. Returns whether this session is the writer now; if not, it has been
+  // refused.
   bool BecomeWriter(bool take_over);
   void RefuseBeside(const Session& writer);
-  // The name that the client gave itself, and its process.
+  // The client's name for itself, and its process.
   std::string Name() const;
   bool PeerIsGone();
   void OnRequest(const FrameSplitter::Frame& frame);
-  // Carries out `request_`, as far as a fault lets it; `message` is null where it does not decode.
+  // Carries out `request_`, as far as a fault lets it; `message` is null if it did not decode.
   void CarryOut(std::uint32_t sequence, const google::protobuf::Message* message);
   void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
   void StartTableReading(std::uint32_t sequence);
-  // Asks for a turn of the reading, in which it goes on by a step.
+  // Queues for the reading's next turn, which continues it by a step.
   void AwaitTurn();
   static void PostTurn(const Socket::executor_type& executor,
                        const std::shared_ptr<ServerState>& state);
@@ -124,19 +125,19 @@ class Session : public std::enable_shared_from_this<Session> {
                      const google::protobuf::MessageLite& message);
   void TellRequest();
   void TellResult(HalReturnCode code) const;
-  // The result of `request_`, which is sent at that time or now if that is past.
+  // The result of `request_`, sent at `due`, or now if that is past.
   ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due) const;
 
-  // The conversation is not what it should be: says so to the log and to the client, and closes.
+  // Rejects an invalid conversation: tells the log and the client, and closes.
   void Refuse(const std::string& reason);
   void SayGoodbye(GoodbyeReason reason, const std::string& text);
-  // Closes when what waits has been written, or soon.
+  // Closes once the waiting answers have been written, or after a short timeout.
   void CloseAfterWriting();
   void LogAndClose(const std::string& event);
   void StartDeadline(std::chrono::milliseconds time);
   void OnDeadline();
 
-  // With faults only.
+  // Only used with faults.
   void SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer);
   void WaitForLate();
 
@@ -147,7 +148,7 @@ class Session : public std::enable_shared_from_this<Session> {
   const ServerFaults::ConnectionFate fate_;
 
   bool greeted_ = false;
-  // In quotes, safe to show.
+  // In quotes and safe to print.
   std::string program_;
   // Whether a reinstall that this session began is open.
   bool reinstalling_ = false;
@@ -160,9 +161,9 @@ class Session : public std::enable_shared_from_this<Session> {
   std::array<char, std::size_t{64} * 1024> input_;
   FrameSplitter splitter_;
   ServerFaults::Time read_at_{};
-  // Bytes that were read and are not part of a handled frame.
+  // Bytes read that do not belong to a handled frame yet.
   std::size_t unhandled_ = 0;
-  // Kept for their memory.
+  // A member so that its memory is reused.
   HalRequest request_;
   std::string scratch_;
   std::optional<TableReading> table_reading_;

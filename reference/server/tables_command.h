@@ -7,10 +7,10 @@
 
 namespace reference {
 
-/// One line for the server, one for the tables, then one for each entry, by kind and id.
+/// Prints one line for the server, one for the tables, then one for each entry, by kind and id.
 void PrintAsText(const ServerContents& contents, std::ostream& out);
 
-/// The same as one JSON object.
+/// Prints the same as one JSON object.
 void PrintAsJson(const ServerContents& contents, std::ostream& out);
 
 }  // namespace reference

@@ -4,24 +4,24 @@
 #include <condition_variable>
 #include <mutex>
 
-// Annotations with which clang checks at compile time that locks are held where they have to be
-// (-Wthread-safety, an error in the clang builds). Other compilers see nothing of them.
+// Annotations from which clang checks at compile time that the required locks are held
+// (-Wthread-safety, an error in the clang builds). Other compilers ignore them.
 #ifdef __clang__
 #define ZUSKUX_THREAD_ANNOTATION(attribute) __attribute__((attribute))
 #else
 #define ZUSKUX_THREAD_ANNOTATION(attribute)
 #endif
 
-/// A member that is only used while `mutex` is held.
+/// A member that may only be used while `mutex` is held.
 #define ZUSKUX_GUARDED_BY(mutex) ZUSKUX_THREAD_ANNOTATION(guarded_by(mutex))
-/// A function that is only called while `mutex` is held.
+/// A function that may only be called while `mutex` is held.
 #define ZUSKUX_REQUIRES(mutex) ZUSKUX_THREAD_ANNOTATION(requires_capability(mutex))
-/// A function that locks `mutex`, and so is not called while it is held.
+/// A function that locks `mutex`, so it must not be called while `mutex` is held.
 #define ZUSKUX_EXCLUDES(mutex) ZUSKUX_THREAD_ANNOTATION(locks_excluded(mutex))
 
 namespace reference {
 
-/// A `std::mutex` that clang can reason about. Locked with a `MutexLock`.
+/// A `std::mutex` that clang can reason about. Lock it with a `MutexLock`.
 class ZUSKUX_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
   Mutex() = default;
@@ -32,11 +32,11 @@ class ZUSKUX_THREAD_ANNOTATION(capability("mutex")) Mutex {
   void Lock() ZUSKUX_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
   void Unlock() ZUSKUX_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
 
-  /// Waits on `condition`, with the mutex unlocked meanwhile. May return for no reason.
+  /// Waits on `condition` with the mutex unlocked meanwhile. Wake-ups may be spurious.
   void Wait(std::condition_variable* condition) ZUSKUX_REQUIRES(this) {
     std::unique_lock lock(mutex_, std::adopt_lock);
     condition->wait(lock);
-    // The caller goes on holding it.
+    // The caller keeps holding it.
     lock.release();
   }
 
