@@ -14,7 +14,7 @@ import pathlib
 import re
 import sys
 
-# The areas, by their folders, and what must be reached of their lines and branches.
+# The areas by folder, and the line and branch coverage that each must reach.
 AREAS = {
     "library": (("src/", "include/"), 1.00, 0.98),
     "reference": (("reference/",), 0.95, 0.88),
@@ -57,7 +57,7 @@ def read_lines(root, path):
         text = (root / file["file"]).read_text().splitlines()
         for line in file["lines"]:
             number = line["line_number"]
-            # Code of a header may be noted at its line there, in the file that includes it.
+            # gcovr may note a header's code at its line number in the file that includes it.
             if not line["gcovr/noncode"] and not NO_CODE.match(text[number - 1]):
                 counts[file["file"], number] = line["count"]
     return counts

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks what the bash completion offers for each program, against the program's --help.
+# Checks that the bash completion offers each program the options in its --help.
 #
-#   completion_test.sh COMPLETION PROGRAM...
+#     completion_test.sh COMPLETION PROGRAM...
 set -euo pipefail
 
 . "$1"
@@ -12,7 +12,7 @@ fail() {
   exit 1
 }
 
-# offered PROGRAM WORD...: what is offered for the last word.
+# offered PROGRAM WORD...: prints what is offered for the last word.
 offered() {
   COMP_WORDS=("$@")
   COMP_CWORD=$(($# - 1))
@@ -33,7 +33,7 @@ for program in "$@"; do
     zuskux-record) commands=$'diff\nreplay\nshow' ;;
     *) commands='' ;;
   esac
-  cd / # No file here begins like a command.
+  cd / # No file name here looks like a command.
   for command in $commands; do
     offered "$program" "${command:0:2}" | grep -qx "$command" || fail "$name does not offer $command"
   done

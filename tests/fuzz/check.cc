@@ -7,7 +7,7 @@
 
 namespace {
 
-// Protobuf says on stderr what is wrong with a message; there are millions of them.
+// Protobuf would print millions of parse errors on stderr.
 [[maybe_unused]] google::protobuf::LogHandler* const previous =
     google::protobuf::SetLogHandler(nullptr);
 

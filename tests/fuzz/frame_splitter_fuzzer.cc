@@ -1,5 +1,5 @@
-// Any byte stream through the frame splitter: the frames are those of the stream, however it is cut
-// into reads, and no bytes of it are lost, kept too long or made up.
+// Any byte stream through the frame splitter: it returns exactly the stream's frames, however the
+// reads cut the stream. It never loses or invents bytes and never keeps them too long.
 //
 // Input: the longest payload (1 byte, times 4), the size of the reads (1 byte), the stream.
 
@@ -17,7 +17,7 @@ using fuzz::Check;
 using reference::FrameSplitter;
 using reference::kFrameHeaderSize;
 
-// What a stream consists of.
+// The contents of a stream.
 struct Frames {
   std::vector<std::string> whole;
   bool valid = true;
@@ -31,7 +31,7 @@ std::uint32_t NumberAt(std::string_view bytes, std::size_t place) {
   return boost::endian::load_big_u32(reinterpret_cast<const unsigned char*>(bytes.data()) + place);
 }
 
-// By the rules of the protocol, all at once.
+// Parses the whole stream at once, by the rules of the protocol.
 Frames Expected(std::string_view stream, std::size_t max_payload) {
   Frames frames;
   while (stream.size() >= kFrameHeaderSize) {
@@ -60,7 +60,7 @@ Frames Split(std::string_view stream, std::size_t max_payload, std::size_t read_
   FrameSplitter splitter(max_payload);
   Frames frames;
   while (!stream.empty()) {
-    // In memory of its own size, which is gone before the next read.
+    // An exact-size copy, freed before the next read.
     const std::string read(stream.substr(0, read_size));
     stream.remove_prefix(read.size());
     splitter.Feed(read);

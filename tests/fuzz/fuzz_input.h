@@ -8,8 +8,8 @@
 
 namespace fuzz {
 
-/// The bytes of one input, taken from the front. What is asked for beyond their end reads as 0 and
-/// as empty, so that every input means something.
+/// The bytes of one input, consumed from the front. Beyond the end, numbers read as 0 and texts as
+/// empty, so every input is meaningful.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size)
@@ -33,7 +33,7 @@ class Input {
     return number;
   }
 
-  /// A length of one byte and so many bytes.
+  /// A one-byte length, followed by that many bytes.
   std::string Text() { return std::string(Take(Byte())); }
 
   std::string_view Take(std::size_t size) {
@@ -48,7 +48,7 @@ class Input {
   std::string_view rest_;
 };
 
-/// Ends the process, as a finding, unless `condition` holds.
+/// Aborts the process, as a finding, unless `condition` holds.
 void Check(bool condition, const char* what);
 
 }  // namespace fuzz

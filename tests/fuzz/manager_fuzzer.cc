@@ -1,8 +1,8 @@
 // Plays any sequence of site changes, requests, results, refusals, restarts and disconnects against
 // the manager and the library. Every request ends in one notification, no object has two requests
-// under way, and when the HAL has come back its tables are those of a run that nothing disturbed.
+// in flight, and once the HAL has come back, its tables equal those of an undisturbed run.
 //
-// Input: steps, a byte each, some with bytes of their own; see `Play`.
+// Input: steps, one byte each, some followed by operands; see `Play`.
 
 #include <algorithm>
 #include <array>
@@ -33,7 +33,7 @@ constexpr int kMaxSteps = 300;
 constexpr int kMaxRounds = 1000;
 constexpr std::size_t kAmpleRoom = 1000;
 
-// A HAL that does what it is told to on the caller's thread.
+// A HAL that carries out its requests on demand, on the caller's thread.
 class SteppedHal : public HalConnection {
  public:
   void Start(HalReports reports) override { reports_ = std::move(reports); }
@@ -55,7 +55,7 @@ class SteppedHal : public HalConnection {
     if (queue_.size() < room_ && std::exchange(room_wanted_, false)) reports_.room();
   }
 
-  /// The server ends the conversation, or itself, which forgets the tables.
+  /// Loses the server. If it `forgets`, it has restarted with empty tables.
   void Lose(bool forgets) {
     for (Task& task : queue_) {
       if (task.mark == nullptr) End(std::move(task.request), kHalServerLost);
@@ -67,7 +67,7 @@ class SteppedHal : public HalConnection {
     reports_.server_lost();
   }
 
-  /// Everything that was sent to the server before has had its result.
+  /// Every request sent to the previous server has had its result.
   void Find() {
     ReportEnded();
     found_ = true;
@@ -78,7 +78,7 @@ class SteppedHal : public HalConnection {
     for (auto& [request, code] : std::exchange(ended_, {})) Report(request, code);
   }
 
-  /// Carries out what was sent first and reports it, or what is to be said instead of its result.
+  /// Carries out the oldest request and reports its result, or another one instead.
   void CarryOut() { CarryOut(nullptr, true); }
   void CarryOut(const HalReturnCode* instead, bool applies) {
     ReportEnded();
@@ -161,7 +161,7 @@ class SteppedHal : public HalConnection {
   std::uint64_t results_ = 0;
 };
 
-/// The manager and its HAL. There is one at a time.
+/// The manager and its HAL. Only one exists at a time.
 class System {
  public:
   System() { manager_.Start(&hal_); }
@@ -169,14 +169,14 @@ class System {
   SteppedHal& hal() { return hal_; }
   void Apply(const Site& site) { manager_.Apply(site); }
 
-  /// The manager does what it can; it has been notified of every result that there was, once.
+  /// Lets the manager do everything it can. Then every result has been notified exactly once.
   void Work() {
     io_.restart();
     io_.poll();
     Check(notified_ == hal_.results(), "results and notifications differ in number");
   }
 
-  /// The HAL does what it should until nothing is left to do.
+  /// Lets the HAL work normally until nothing is left to do.
   void Settle() {
     hal_.SetRoom(kAmpleRoom);
     Work();
@@ -197,7 +197,7 @@ class System {
   SteppedHal hal_;
 };
 
-// Sites of few objects, so that changes meet. An id may be of another kind from site to site.
+// Sites of few objects, so that changes collide. An id may be of a different kind in each site.
 
 constexpr std::uint32_t kIds = 8;
 
@@ -210,7 +210,7 @@ Entry Named(std::uint32_t id, Input* input) {
   return entry;
 }
 
-// One of `entries`' ids; 0 when there is none.
+// The id of one of `entries`; 0 if there are none.
 template <typename Entry>
 std::uint32_t OneOf(const std::vector<Entry>& entries, Input* input) {
   const std::size_t choice = input->Byte();
@@ -235,7 +235,7 @@ void AddMpls(std::uint32_t id, Input* input, Site* site) {
   std::copy_if(site->mpls.begin(), site->mpls.end(), std::back_inserter(tunnels),
                [](const SiteMpls& other) { return !other.vc_label; });
   const bool circuit = input->Bool() && !tunnels.empty();
-  // The HAL refuses the last of them.
+  // The HAL refuses the last of these.
   static constexpr std::array<std::uint32_t, 4> kLabels = {16, 17, 18, 1U << 20};
   mpls.label = kLabels.at(input->Byte() & 3U);
   mpls.neighbor = OneOf(site->hosts, input);
@@ -259,7 +259,7 @@ void AddEcmp(std::uint32_t id, Input* input, Site* site) {
   site->ecmps.push_back(std::move(ecmp));
 }
 
-// A site as a file could describe it: what an object refers to is there.
+// A site that a file could describe: every object that it refers to exists.
 Site SiteOf(Input* input) {
   Site site;
   for (std::uint32_t id = 1; id <= 3; ++id) {
@@ -321,7 +321,7 @@ Site Play(Input* input, System* system) {
         break;
       }
       case 9:
-        // It was done, but the answer came too late.
+        // The request was carried out, but its answer came too late.
         hal.CarryOut(&kHalDeadline, true);
         break;
       case 10:
@@ -350,7 +350,7 @@ void Run(Input* input) {
     System system;
     const bool forgets = input->Bool();
     site = Play(input, &system);
-    // It goes a last time, and this time it comes back to stay.
+    // One last disconnect; after this the server stays.
     system.hal().Lose(forgets);
     system.hal().Find();
     system.Settle();

@@ -1,8 +1,9 @@
-// Any bytes as a recording: read, shown and put in order without more than the reader's own error.
+// Any bytes as a recording: reading, showing and ordering it fails only with the reader's own
+// error.
 //
-// Input: flags (1 byte), the recording: bit 0 puts a valid header before it, bits 1 and 2 choose
-// what is done with it. The schema in that header takes longer than the rest of an input, so that
-// it is there only where it is used, to show messages; and with bit 3 not even there.
+// Input: flags (1 byte), the recording. Bit 0 puts a valid header before it; bits 1 and 2 choose
+// what to do with it. Parsing that header's schema takes longer than the rest of an input, so the
+// header has it only for showing messages, and not even then if bit 3 is set.
 
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/util/delimited_message_util.h>

@@ -1,8 +1,8 @@
-// The rendering of any message of every kind: all labels are there in their order, the short form
-// is the beginning of the long one, and what the platform knows of interfaces changes nothing else.
+// The rendering of any message of every kind: all labels appear in order, the short form is a
+// prefix of the long one, and the platform's knowledge of interfaces changes nothing else.
 //
 // Input: the kind (1 byte), an interface (lim id, type, index, name), the serialised message, which
-// may be cut or wrong: what parsed of it is rendered.
+// may be truncated or invalid: the part that parsed is rendered.
 
 #include <initializer_list>
 #include <memory>
@@ -26,8 +26,8 @@ using Labels = std::initializer_list<std::string_view>;
 constexpr std::string_view kThis = "(this=0x";
 constexpr std::size_t kAddressDigits = 16;
 
-// Searches `labels` one behind the other; nothing in between is looked at, because the name of an
-// interface can be any text.
+// Searches for `labels` one after the other. Ignores what lies between them, because an interface
+// name can be any text.
 bool InOrder(std::string_view text, Labels labels) {
   for (const std::string_view label : labels) {
     const std::size_t place = text.find(label);
@@ -40,7 +40,7 @@ bool InOrder(std::string_view text, Labels labels) {
 template <typename Message>
 std::unique_ptr<Message> Parse(std::string_view bytes) {
   auto message = std::make_unique<Message>();
-  // What parsed until the first mistake stays.
+  // Keeps what parsed up to the first mistake.
   static_cast<void>(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
   return message;
 }

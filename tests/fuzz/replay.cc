@@ -1,5 +1,5 @@
-// Runs a target on the inputs in the folders that are named, once each: what every build can do,
-// where libFuzzer needs clang.
+// Runs a target once on each input in the given folders. Works in every build, while libFuzzer
+// needs clang.
 
 #include <algorithm>
 #include <cstdio>

@@ -1,9 +1,9 @@
-// A client that sends any bytes to the HAL server's side of a connection: what it is answered is a
-// valid stream in which every request has its one result, and nothing of the session is left when
-// the client has gone.
+// A client that sends any bytes to the HAL server's side of a connection. The answers are a valid
+// stream in which every request has exactly one result, and nothing of the session is left once the
+// client has gone.
 //
-// Input: flags (1 byte), the bytes: bit 0 puts a valid hello before them, bits 1 to 3 choose into
-// how many writes the client cuts it all.
+// Input: flags (1 byte), the bytes. Bit 0 puts a valid hello before them; bits 1 to 3 choose into
+// how many writes the client splits it all.
 
 #include <algorithm>
 #include <array>
@@ -52,10 +52,10 @@ std::string Hello() {
   return frame;
 }
 
-// How often the client may expect a result, by sequence.
+// How many results the client may expect, by sequence.
 using Results = std::map<std::uint32_t, int>;
 
-// The requests of what the client sent, until its first mistake or end.
+// The requests in what the client sent, up to its first mistake or the end.
 Results Requests(std::string_view sent) {
   Results results;
   FrameSplitter splitter(kMaxPayload);
@@ -73,7 +73,7 @@ Results Requests(std::string_view sent) {
   return results;
 }
 
-// What the server answers.
+// The server's answers.
 class Answers {
  public:
   void Take(std::string_view bytes) {
@@ -101,7 +101,7 @@ class Answers {
   bool refused_ = false;
 };
 
-// The server, kept from input to input: making it is what would take the time.
+// The server, kept across inputs: creating it would dominate the run time.
 struct Server {
   boost::asio::io_context io{1};
   const std::shared_ptr<ServerState> state = std::make_shared<ServerState>(Options());
@@ -134,7 +134,7 @@ class Conversation {
     while (Work()) continue;
   }
 
-  // Closes the client's side; whether the session ends with it.
+  // Closes the client's side. Returns whether the session ends with it.
   bool End() {
     client_.close();
     while (Poll() != 0) continue;

@@ -1,5 +1,5 @@
-// Any text as a site file: either mistakes, in order and each with a text, or a site that, written
-// and read again, is the same.
+// Any text as a site file: it yields either mistakes, in order and each with a text, or a site that
+// survives writing and reading unchanged.
 //
 // Input: the text.
 

@@ -1,13 +1,13 @@
-// A server that sends any bytes to the HAL client: every request that the client took ends in one
-// result, whatever the server says and wherever it stops; what the client says is a valid stream;
-// what it logs is printable; and it comes back for the next conversation.
+// A server that sends any bytes to the HAL client. Every request that the client accepted ends in
+// one result, whatever the server sends and wherever it stops. The client sends a valid stream,
+// logs only printable text, and comes back for the next conversation.
 //
-// The client is kept from input to input, because making its thread takes longer than a
-// conversation. What a kept client numbers from where it stands, an input numbers from 0.
+// The client is kept across inputs, because creating its thread takes longer than a conversation.
+// Inputs therefore number requests from 0, relative to the kept client's own numbers.
 //
-// Input: flags (1 byte), the bytes: bit 0 puts a valid hello before them, bits 1 to 3 are the
-// number of requests that the client makes when it has found the server; when bits 4 to 7 are all
-// set, a new client makes as many before it starts.
+// Input: flags (1 byte), the bytes. Bit 0 puts a valid hello before them; bits 1 to 3 are the
+// number of requests that the client makes once it has found the server. If bits 4 to 7 are all
+// set, a new client makes that many requests before it starts.
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -48,10 +48,10 @@ using Protocol = asio::local::stream_protocol;
 constexpr std::chrono::seconds kPatience{10};
 constexpr std::chrono::hours kNever{1};
 
-// Takes the results of ECMP groups, the only ones that are asked for.
+// Receives the results of ECMP groups; only these are requested.
 class Results : public HalL3MplsEncapsulationClientCallbackItf {
  public:
-  // Waits for `count` results. How often each id had one, since the call before.
+  // Waits for `count` results. Returns how many each id had since the previous call.
   std::map<unsigned int, int> Take(std::size_t count) {
     std::unique_lock lock(mutex_);
     arrived_.wait_for(lock, kPatience, [&] { return count_ >= count; });
@@ -112,7 +112,7 @@ reference::SocketHalOptions Options(const std::string& path) {
   reference::SocketHalOptions options;
   options.path = path;
   options.queue_entries = 16;
-  // The next conversation at once, and no clock.
+  // Reconnect immediately, and disable all timeouts.
   options.reconnect_first = std::chrono::milliseconds(0);
   options.reconnect_last = std::chrono::milliseconds(0);
   options.heartbeat = kNever;
@@ -134,7 +134,7 @@ std::string Hello() {
   return frame;
 }
 
-// Calls a function of the system again when the fuzzer's clock interrupted it.
+// Retries a system call that the fuzzer's timer interrupted.
 template <typename Function>
 auto Retry(Function function) {
   auto result = function();
@@ -142,7 +142,7 @@ auto Retry(Function function) {
   return result;
 }
 
-// Where a client connects to: a name that needs no file, and no time without an end.
+// The client's peer: an abstract address, which needs no file, and bounded waits.
 class Listener {
  public:
   Listener() { LimitWaiting(acceptor_.native_handle()); }
@@ -175,7 +175,7 @@ class Listener {
   Protocol::acceptor acceptor_{io_, Protocol::endpoint(path_)};
 };
 
-// What the client says in one conversation.
+// What the client sends in one conversation.
 class Said {
  public:
   void Take(std::string_view bytes) {
@@ -192,20 +192,20 @@ class Said {
   bool greeted_ = false;
 };
 
-// The client and the server it talks to, one conversation after the other.
+// The client and its server, one conversation after the other.
 class Client {
  public:
-  // A client that makes so many requests before it starts.
+  // Creates a client that makes `early_requests` requests before it starts.
   explicit Client(unsigned int early_requests) : hal_(Options(listener_.path())) {
     requests_ = early_requests;
     if (early_requests > 0) MakeRequests();
-    // They are numbered when a server is found.
+    // Requests get their numbers when a server is found.
     requests_sent_ = 0;
     hal_.Start({&results_, [this] { OnServerFound(); }, {}});
     socket_ = std::make_unique<Protocol::socket>(listener_.Accept());
   }
 
-  // Sends all of `bytes`, and waits until the client has ended the conversation and begun the next.
+  // Sends all of `bytes` and waits until the client has ended the conversation and begun the next.
   void Converse(std::string bytes, unsigned int requests) {
     requests_ = requests;
     Renumber(&bytes);
@@ -235,7 +235,7 @@ class Client {
     hal_.EndReinstall();
   }
 
-  // Numbers the answers in `bytes` from where the client stands.
+  // Renumbers the answers in `bytes`, relative to the client's present number.
   void Renumber(std::string* bytes) const {
     std::size_t place = 0;
     while (bytes->size() - place >= reference::kFrameHeaderSize) {
@@ -280,11 +280,11 @@ class Client {
   Results results_;
   std::atomic<unsigned int> requests_ = 0;
   std::atomic<unsigned int> last_id_ = 0;
-  // That the client has numbered.
+  // How many the client has numbered.
   std::atomic<std::uint32_t> requests_sent_ = 0;
   std::atomic<std::uint32_t> marks_sent_ = 0;
   std::unique_ptr<Protocol::socket> socket_;
-  // Last, because it ends first.
+  // Last, because it must be destroyed first.
   reference::SocketHal hal_;
 };
 

@@ -1,7 +1,7 @@
-// The translation of any destination object: it throws exactly where an attribute that it reads
-// holds another type, and otherwise the HAL is sent what the object says.
+// The translation of any destination object: it throws exactly if an attribute that it reads holds
+// another type; otherwise the HAL receives what the object says.
 //
-// Input: the kind and whether traces are on (1 byte), then what the kind's function reads.
+// Input: the kind and whether tracing is on (1 byte), then what the kind's function reads.
 
 #include <zlog.h>
 
@@ -35,7 +35,7 @@ bool trace_enabled = false;
 
 }  // namespace
 
-// Instead of the logging library's: formats every line and forgets it.
+// Replaces the logging library: formats every line and drops it.
 int zlog_level_enabled(zlog_category_t* /*category*/, const int level) {
   return level != 10 || trace_enabled ? 1 : 0;
 }
@@ -118,7 +118,7 @@ db::Attribute AttributeOf(Input* input) {
   return attribute;
 }
 
-// What reading an attribute as an integer gives; nothing where it throws.
+// The attribute, read as an integer; nothing if that throws.
 std::optional<int> Integer(const dest_mng::DbObject& object, const char* name) {
   const auto found = object.attributes.find(name);
   if (found == object.attributes.end() || !found->second.present) return 0;
@@ -133,7 +133,7 @@ void AddAttributes(Input* input, std::initializer_list<const char*> names,
   }
 }
 
-// Whether `translate` returned; it may throw nothing but a wrong type.
+// Whether `translate` returned. The only exception it may throw is that of a wrong type.
 template <typename Translate>
 bool Returns(Translate translate) {
   try {
@@ -144,7 +144,7 @@ bool Returns(Translate translate) {
   }
 }
 
-// The three operations of an adapter send `expected`.
+// Checks that all three operations of an adapter send `expected`.
 template <typename Adapter>
 void CheckOperations(Adapter* adapter, void* object, reference::HalOperation install,
                      reference::HalOperation destroy, reference::HalOperation replace,
@@ -160,7 +160,7 @@ void CheckOperations(Adapter* adapter, void* object, reference::HalOperation ins
 int MappedVlanCapability(int value) { return value == 1 ? 1 : 0; }
 int MappedFlag(int value) { return value == 1 || value == 2 ? value : 0; }
 
-// 3 and 4 change places; what is unknown, and 0, forwards.
+// 3 and 4 are swapped; 0 and unknown values become "Forward".
 int MappedMplsCapability(int value) {
   switch (value) {
     case 1:
@@ -293,7 +293,7 @@ void RunMpls(Input* input) {
   }
   AddAttributes(input, {"vlan_dest_id", "host_dest_id"}, &object);
 
-  // A virtual circuit rides on its tunnel; its "vlan_dest_id" is not even looked at.
+  // A virtual circuit rides on its tunnel; its "vlan_dest_id" is not even read.
   const bool circuit = (present & 64) != 0;
   const std::optional<int> vlan = circuit ? std::optional(static_cast<int>(record.tunnel_dest_id()))
                                           : Integer(object, "vlan_dest_id");

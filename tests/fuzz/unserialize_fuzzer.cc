@@ -1,5 +1,5 @@
-// `Unserialize` of every wrapper on any frame: takes what protobuf takes, reads nothing behind the
-// frame, and can be done again.
+// `Unserialize` of every wrapper on any frame: accepts exactly what protobuf accepts, reads nothing
+// beyond the frame, and can be repeated.
 //
 // Input: the wrapper's kind (1 byte), the frame.
 
@@ -28,8 +28,8 @@ constexpr std::uint32_t kLargest = std::numeric_limits<std::int32_t>::max();
 // A frame in memory of exactly its size.
 class Frame {
  public:
-  // The caller of `Unserialize` has the whole frame: a length beyond the end is cut to what there
-  // is. One that protobuf cannot take stays.
+  // The caller of `Unserialize` provides the whole frame, so a length beyond the end is clamped to
+  // the available bytes. A length that protobuf cannot handle is kept.
   explicit Frame(std::string_view bytes) : size_(bytes.size()), bytes_(new char[bytes.size()]) {
     bytes.copy(bytes_.get(), size_);
     if (length() <= kLargest && length() > size_ - kPayloadOffset) {

@@ -1,4 +1,4 @@
-/// The HAL within the process: its threads, results, queue and restarts.
+/// The embedded HAL: its threads, results, queue and restarts.
 
 #include "reference/hal/embedded_hal.h"
 
@@ -30,7 +30,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// Holds the server inside the request of one id.
+/// Blocks the server inside the request for one id.
 class Hold {
  public:
   explicit Hold(std::uint32_t id) : id_(id) {}
@@ -51,7 +51,7 @@ class Hold {
   Gate released_;
 };
 
-/// Everything that is reported, in order, as text: "found", "room", "InstallVlan 5: 0".
+/// Records all reports, in order, as text: "found", "room", "InstallVlan 5: 0".
 class Reported {
  public:
   Reported() : results_([this](const Result& result) { AddResult(result); }) {}
@@ -60,8 +60,8 @@ class Reported {
     return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
   }
 
-  /// The same, and what has no result operation: "install-vrf 5: 0", "lost", "in sync",
-  /// "not in sync".
+  /// The same, plus reports without a result operation: "install-vrf 5: 0", "lost", "in sync", "not
+  /// in sync".
   HalReports AllReports() {
     HalReports reports = Reports();
     reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
@@ -81,7 +81,7 @@ class Reported {
     return events_;
   }
 
-  /// The events when there are `count`, or those that came in time.
+  /// Waits for `count` events and returns them, or those that arrived in time.
   std::vector<std::string> Await(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kPatience, [this, count] { return events_.size() >= count; });
@@ -169,7 +169,7 @@ TEST(EmbeddedHalTest, ReportsOnOneThreadOfItsOwn) {
   EXPECT_THAT(threads, testing::Each(threads[0]));
 }
 
-// `Reported` fails on a report inside another.
+// `Reported` fails if a report runs inside another.
 TEST(EmbeddedHalTest, ReportsNothingInsideARequestThatIsSentInsideAReport) {
   Reported reported;
   EmbeddedHalOptions options;
@@ -321,7 +321,7 @@ TEST(EmbeddedHalReinstallTest, IsNotRefusedByAFullQueue) {
   InstallVlan(&hal, 2);
   hal.BeginReinstall();
   hal.EndReinstall();
-  // Room for one is there when the queue is empty, so the report follows the end of the reinstall.
+  // There is room for one once the queue is empty, so the report follows the end of the reinstall.
   EXPECT_FALSE(hal.HasRoom());
   hold.Release();
   EXPECT_THAT(reported.Await(4),
@@ -466,7 +466,7 @@ TEST(EmbeddedHalRestartTest, InsideAResult) {
   EXPECT_EQ(hal.counters().late_results, 0U);
 }
 
-// The server of the first restart is lost before it is reported; what went to it ends first.
+// The first restart's server is lost before it is reported; requests sent to it end first.
 TEST(EmbeddedHalRestartTest, InsideTheResultOfALostRequest) {
   Hold hold(1);
   Reported reported;
@@ -533,7 +533,7 @@ TEST_P(EmbeddedHalManyRestartsTest, LeaveOneResultForEachRequest) {
 
   std::thread restarter([&hal, &reported] {
     std::minstd_rand random(GetParam());
-    // Never more than what is reported in the end: at most 40 for each restart.
+    // Bounds the restarts by the reports: at most 40 for each.
     std::size_t events = 0;
     for (std::uint64_t restart = 0; restart < kRestarts; ++restart) {
       events += std::uniform_int_distribution<std::size_t>(1, 40)(random);

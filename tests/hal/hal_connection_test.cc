@@ -1,4 +1,4 @@
-/// What every connection shares: the requests, and the code that is being reported.
+/// What all connections share: the requests, and the code being reported.
 
 #include "reference/hal/hal_connection.h"
 
@@ -23,7 +23,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Keeps the operation and the id of what is submitted, and refuses it with a code of its own.
+/// Keeps the operation and the id of each request, and refuses it with its own code.
 class SubmittedRequests : public HalConnection {
  public:
   static constexpr HalReturnCode kRefusal{1234};

@@ -398,8 +398,8 @@ IdSet Multiples(std::uint32_t of, std::uint32_t count) {
   return ids;
 }
 
-// Where a table has as many places as one of these numbers and looks at the remainder, all of its
-// multiples are sought in one place.
+// If a table's size is one of these numbers and it takes the remainder, all of the number's
+// multiples land in one place.
 IdSet MultiplesOfPrimes() {
   IdSet ids;
   for (const std::uint32_t prime :
@@ -476,7 +476,7 @@ TEST_F(HalTablesMemoryTest, IsGivenBackByARestart) {
   EXPECT_LE(tables_.reserved(HalKind::kVlan), kSmall);
 }
 
-// The last payload that a reading gave for each entry.
+// The payload that a reading returned last for each entry.
 class Reading {
  public:
   explicit Reading(const HalTables* tables) : tables_(tables) {}
@@ -518,7 +518,7 @@ TEST(HalTablesReadingTest, OfTablesThatChangeMissesNothingThatIsThereAllTheTime)
   for (int round = 0; round < 50; ++round) {
     SCOPED_TRACE(round);
     HalTables tables(kIds);
-    // Those with even ids stay; of the others there are some.
+    // Entries with even ids stay throughout; about half of the others exist at first.
     for (std::uint32_t id = 1; id <= kIds; ++id) {
       if (id % 2 == 0 || random() % 2 == 0) tables.Apply(Install(Vlan(id)));
     }
@@ -534,7 +534,7 @@ TEST(HalTablesReadingTest, OfTablesThatChangeMissesNothingThatIsThereAllTheTime)
           tables.Apply(Request(Operation::kDestroyVlan, Vlan(id)));
         }
       }
-      // Most of the table goes at once, with memory.
+      // Removes most of the table at once, and with it memory.
       if (step == 500 && round % 3 == 0) {
         for (std::uint32_t id = 1; id <= kIds; id += 2) {
           tables.Apply(Request(Operation::kDestroyVlan, Vlan(id)));
@@ -562,7 +562,7 @@ TEST(HalTablesReadingTest, GoesOnWhenAReinstallEndsMeanwhile) {
 }
 
 TEST(HalDigestTest, HashIsTheSameInEveryBuild) {
-  // Worked out apart from this code from the definitions of FNV-1a and splitmix64.
+  // Computed independently of this code, from the definitions of FNV-1a and splitmix64.
   EXPECT_EQ(EntryHash(0, ""), 0xACA6D6B54BE3ED05);
   EXPECT_EQ(EntryHash(1, ""), 0xDE9C7B03A9C84FC0);
   EXPECT_EQ(EntryHash(0x01020304, "\x08\x01"), 0xA32A9DF04DF70B5E);
@@ -598,7 +598,7 @@ TEST(HalDigestTest, ChangesWithEachChangeAndComesBack) {
 }
 
 TEST(HalDigestTest, TellsExchangedContentsApart) {
-  // The same ids and the same payloads but for which belongs to which.
+  // The same ids and payloads, paired differently.
   EXPECT_NE(EntryHash(1, "a") + EntryHash(2, "b"), EntryHash(1, "b") + EntryHash(2, "a"));
 }
 

@@ -1,4 +1,5 @@
-/// The table of kinds: rows, operations, and the two bases that have one function for all of them.
+/// The table of kinds: rows, operations, and the two bases that route all of them through one
+/// function.
 
 #include "reference/hal/kinds.h"
 

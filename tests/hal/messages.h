@@ -8,7 +8,7 @@
 
 namespace reference {
 
-// Messages of each kind with what the tests vary.
+// Messages of each kind; the parameters are what the tests vary.
 
 inline encapsulation::VrfMessage Vrf(std::uint32_t id) {
   encapsulation::VrfMessage vrf;
@@ -16,7 +16,7 @@ inline encapsulation::VrfMessage Vrf(std::uint32_t id) {
   return vrf;
 }
 
-/// Two VLANs of one id with different `mtu` differ in content.
+/// Two VLANs with the same id and a different `mtu` differ in content.
 inline encapsulation::VlanMessage Vlan(std::uint32_t id, std::uint32_t mtu = 1500) {
   encapsulation::VlanMessage vlan;
   vlan.set_vlan_destination_id(id);

@@ -11,7 +11,7 @@
 
 namespace reference {
 
-/// Keeps what it is told as lines: "#1 install-vlan 5", "#1 install-vlan 5: 0", "begin", "end",
+/// Records what it observes as lines: "#1 install-vlan 5", "#1 install-vlan 5: 0", "begin", "end",
 /// "found", "event ...".
 class Observed : public RequestObserver {
  public:
@@ -33,7 +33,7 @@ class Observed : public RequestObserver {
     const std::lock_guard lock(mutex_);
     return lines_;
   }
-  /// What carried the requests, in their order.
+  /// The wrappers that carried the requests, in order.
   std::vector<const void*> wrappers() const {
     const std::lock_guard lock(mutex_);
     return wrappers_;

@@ -21,7 +21,7 @@ struct Result {
   std::uint32_t code = 0;
   std::uint32_t id = 0;
   std::uint32_t secondary_id = 0;
-  /// What `ReportedCode` said inside the call.
+  /// What `ReportedCode` returned inside the call.
   std::uint32_t reported = 0;
 };
 
@@ -35,7 +35,7 @@ inline std::ostream& operator<<(std::ostream& out, const Result& result) {
              << " secondary_id=" << result.secondary_id << " reported=" << result.reported;
 }
 
-/// Hands every result to a function, on the thread it comes on.
+/// Passes every result to a function, on the reporting thread.
 class RecordingResults : public HalL3MplsEncapsulationClientCallbackItf {
  public:
   explicit RecordingResults(std::function<void(const Result&)> record)

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Tests what `cmake --install` puts into a prefix, after moving that prefix.
 #
-#   install_test.sh STEP SOURCE_DIR BUILD_DIR
+#     install_test.sh STEP SOURCE_DIR BUILD_DIR
 #
-# Steps: install (first), files, programs, host (before the ones below), pkg_config, check_platform.
-# `install_test.sh files SOURCE_DIR BUILD_DIR --accept` makes the present files the expected ones.
+# Steps: install (first), files, programs, host (before the following ones), pkg_config,
+# check_platform. `install_test.sh files SOURCE_DIR BUILD_DIR --accept` accepts the installed files
+# as the expected ones.
 set -euo pipefail
 export LC_ALL=C
 
@@ -36,8 +37,8 @@ install() {
   mv "$work/first" "$prefix"
 }
 
-# "COMPONENT FILE" for every installed file but the pages and examples. What differs with the system's
-# zlog is left out.
+# "COMPONENT FILE" for every installed file except the documents and examples. Omits what differs
+# with the system's zlog.
 installed_files() {
   {
     sed 's/^/runtime /' "$work/after_runtime"
@@ -79,7 +80,8 @@ host() {
     "$work/host_trace" || fail 'the example host did not trace its request'
 }
 
-# Compiles the host with pkg-config's flags, and links it with the definitions that step `host` compiled.
+# Compiles the host with pkg-config's flags and links it with the definitions that step `host`
+# compiled.
 pkg_config() {
   export PKG_CONFIG_PATH
   PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zuskux.pc)")
@@ -111,7 +113,7 @@ check_platform() {
     "$source/tests/system/symbols_left_undefined.txt" | sort >"$work/expected_missing"
   expect_equal "$work/expected_missing" "$work/missing" 'other symbols than the handlers are missing'
 
-  # Nothing else offers this symbol.
+  # Nothing else defines this symbol.
   cat >"$work/hidden.cc" <<'END'
 __attribute__((visibility("hidden"))) int limid_to_type(unsigned, unsigned char*) { return -1; }
 END

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the library with a vendor's platform, as examples/vendor_platform/README.md tells vendors to:
-# the skeleton, to which a header in a subfolder and a package of the vendor's own are added. Then
-# installs it and builds a host program with it.
+# Builds the library with a vendor's platform, as examples/vendor_platform/README.md describes: the
+# skeleton, plus a header in a subfolder and a package of the vendor. Then installs it and builds a
+# host program with it.
 #
-#   vendor_platform_test.sh SOURCE_DIR BUILD_DIR
+#     vendor_platform_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
 export LC_ALL=C
 
@@ -27,7 +27,7 @@ configure() {
     -DZUSKUX_BUILD_TESTS=OFF -DCMAKE_PREFIX_PATH="$package" "$@") >"$work/log" 2>&1
 }
 
-# refuses FOLDER TEXT: the configuration fails and says TEXT.
+# refuses FOLDER TEXT: checks that the configuration fails with TEXT.
 refuses() {
   if configure -DZUSKUX_PLATFORM_DIR="$1"; then fail "$1 is accepted"; fi
   # CMake wraps its messages.
@@ -41,7 +41,7 @@ refuses "$work/empty" 'has none of these folders: app_framework, hal_schema, hal
 refuses "$work/mistyped" 'hal_cleint replaces nothing'
 refuses "$work/bare" 'hal_client has no CMakeLists.txt'
 
-# A package of the vendor's: an imported target with headers of its own.
+# The vendor's package: an imported target with headers.
 mkdir -p "$package/include/vendor_ids" "$package/lib/cmake/vendor_ids" "$package/lib/pkgconfig"
 echo 'using VendorIndex = unsigned int;' >"$package/include/vendor_ids/index.h"
 cat >"$package/lib/cmake/vendor_ids/vendor_ids-config.cmake" <<'END'
@@ -75,7 +75,7 @@ for folder in app_framework dest_manager hal_client interface_ids; do
 done
 cmake --build "$build" >"$work/log" || fail "$(cat "$work/log")"
 
-# The skeleton defines everything but the handlers, which belong to the host program.
+# The skeleton defines everything except the handlers, which belong to the host program.
 mapfile -t objects < <(find "$build/platform" -path '*_standin.dir/*' -name '*.o')
 "$check" --library "$build/lib/libzuskux.so" "${objects[@]}" >"$work/report" || true
 sed -nE 's/^(missing|hidden) +([^ ].*)  \([^()]*\)$/U \2/p' "$work/report" | sort >"$work/missing"
@@ -83,7 +83,7 @@ grep -E '^U dest_mng::(MessageController|VrfController)' \
   "$source/tests/system/symbols_left_undefined.txt" | sort >"$work/handlers"
 diff -u --label 'the handlers' --label 'what the skeleton lacks' "$work/handlers" "$work/missing"
 
-# Installed, the package brings the vendor's headers and finds the vendor's package.
+# The installed package includes the vendor's headers and finds the vendor's package.
 for component in runtime development; do
   cmake --install "$build" --prefix "$prefix" --component "$component" >"$work/log"
 done

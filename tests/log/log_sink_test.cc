@@ -30,7 +30,7 @@ using ::testing::MatchesRegex;
 
 constexpr char kTime[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} ";
 
-// Nothing ends so.
+// No text ends like this.
 const std::string kNever(1, '\0');  // NOLINT(cert-err58-cpp)
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -57,7 +57,7 @@ class Pipe {
   void CloseReader() { Close(&ends_[0]); }
   void CloseWriter() { Close(&ends_[1]); }
 
-  /// What comes until `end`, or until the writer closes.
+  /// Reads until `end`, or until the writer closes.
   std::string ReadUntil(const std::string& end) const {
     std::string text;
     while (text.size() < end.size() ||
@@ -70,7 +70,7 @@ class Pipe {
     return text;
   }
 
-  /// What was written by a sink that has ended.
+  /// What a sink wrote that has since been destroyed.
   std::string ReadAll() {
     CloseWriter();
     return ReadUntil(kNever);
@@ -186,7 +186,7 @@ TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
   std::future<std::string> read;
   {
     LogSink sink("program", options);
-    // On a thread, so that a sink that blocks fails and does not hang.
+    // On another thread, so that a sink that blocks fails the test instead of hanging it.
     auto written = std::async(std::launch::async, [&sink] {
       for (int i = 0; i < kLines; ++i) sink.Write(LogLevel::kInfo, "line " + std::to_string(i));
     });
@@ -195,7 +195,7 @@ TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
   }
   pipe_.CloseWriter();
 
-  // Each line is there, or counted in its place.
+  // Each line either arrived or is counted where it is missing.
   int next = 0;
   int dropped = 0;
   for (const std::string& line : Lines(read.get())) {
@@ -230,7 +230,7 @@ TEST_F(LogSinkTest, WhatCouldNotBeWrittenIsToldLater) {
     LogSink sink("program", To(full));
     sink.Write(LogLevel::kInfo, "lost");
     std::this_thread::sleep_for(milliseconds(100));
-    // There is room again.
+    // Makes room again.
     ASSERT_EQ(dup2(pipe_.writer(), full), full);
     sink.Write(LogLevel::kInfo, "kept");
   }

@@ -1,4 +1,4 @@
-// The programs when nobody reads their standard error: the work goes on, and ends as it should.
+// The programs when nobody reads their standard error: they keep working and exit as usual.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -27,7 +27,7 @@ constexpr char kSite[] =
     "interface { name: \"eth0\" lim_id: 1 }\n"
     "vlan { id: 10 name: \"a\" interface: \"eth0\" mtu: 1500 }\n";
 
-/// A pipe without room: whoever writes to it waits.
+/// A full pipe: writers to it block.
 class FullPipe {
  public:
   FullPipe() {
@@ -67,12 +67,12 @@ class UnreadLogTest : public ::testing::Test {
   std::string socket() const { return files_.File("hal.sock"); }
   std::string control() const { return files_.File("manager.sock"); }
 
-  /// Bounded, unlike the program if it is stuck.
+  /// Bounded, even if the program is stuck.
   int Run(const Words& words, int error) const { return Process(words, error).Wait(); }
 
   int ShowTables() const { return Process({ZUSKUX_HAL, "tables", "--socket", socket()}).Wait(); }
 
-  // Each connection is a line, two when it has greeted.
+  // Each connection logs one line, or two if it has said hello.
   void Connect(int times) const {
     for (int i = 0; i < times; ++i) ASSERT_TRUE(RawClient(socket()).Greet()) << i;
   }
@@ -112,7 +112,7 @@ TEST_F(UnreadLogTest, TheManagerProgramsTheHal) {
             0);
 }
 
-// The trace is many times what a pipe takes.
+// The trace is many times the size of a pipe.
 TEST_F(UnreadLogTest, TheManagerTracesAndProgramsTheHal) {
   std::string site = "interface { name: \"eth0\" lim_id: 1 }\n";
   for (int id = 1; id <= 500; ++id) {

@@ -1,4 +1,4 @@
-/// The library's adapters, as the manager calls them.
+/// The library's adapters, called as the manager calls them.
 
 #include "reference/manager/adapters.h"
 
@@ -16,7 +16,7 @@
 namespace reference {
 namespace {
 
-/// The library's HAL client as long as it lives. Keeps the last request.
+/// Registers itself as the library's HAL client for its lifetime. Keeps the last request.
 class LastRequest : public HalClientBase {
  public:
   LastRequest() { dest_mng::Hai::GetInstance()->set_client(this); }

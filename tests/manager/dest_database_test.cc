@@ -34,7 +34,7 @@ const Record& RecordOf(const DestDatabase& database, const ObjectKey& key) {
   return dynamic_cast<const Record&>(*record);
 }
 
-// The keys are those of the entries in the HAL: a VRF has its number there.
+// The keys are those of the HAL's entries: a VRF's key has its number.
 TEST(DestDatabaseTest, EverythingOfAFirstSiteIsNew) {
   DestDatabase database;
   const auto changes = database.Replace(SiteOfAllKinds());

@@ -1,4 +1,4 @@
-// The manager with the embedded HAL: what the tables hold in the end.
+// The manager with the embedded HAL: the final contents of the tables.
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ constexpr std::chrono::seconds kPatience{60};
 
 using Tables = std::vector<std::map<std::uint32_t, std::string>>;
 
-/// The one manager of the moment and its HAL; `Settle` runs them on the test's thread.
+/// The manager, one at a time, and its HAL. `Settle` runs them on the test's thread.
 class System {
  public:
   explicit System(const EmbeddedHalOptions& options = {}, std::set<std::uint64_t> restarts = {})
@@ -51,7 +51,7 @@ class System {
     Settle();
   }
 
-  // By kind. Compared without being printed: they are long.
+  // By kind. Never printed on a mismatch: the tables are long.
   Tables ReadTables() {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (hal_.counters().unfinished != 0 && std::chrono::steady_clock::now() < end) {
@@ -189,7 +189,7 @@ TEST(EmbeddedManagerTest, RestartsAtAnyPointChangeNothing) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     std::set<std::uint64_t> restarts;
-    // Every result counts, those of requests that were lost too; there are this many at least.
+    // Counts every result, including those of lost requests; there are at least this many.
     while (restarts.size() < kRestarts) restarts.insert(1 + random() % (kObjects * 9 / 10));
     EmbeddedHalOptions options;
     options.queue_capacity = 64;

@@ -1,6 +1,7 @@
-// The manager with a server that misbehaves in every way that a fault file can say. What the client
-// promises: every request ends in exactly one result (OneResult), and once the server works again
-// it holds what it would hold without the fault, nothing missing, stale or doubled (SameTables).
+// The manager with a server that misbehaves in every way that a fault file can describe. The client
+// promises that every request ends in exactly one result (OneResult). It also promises that, once
+// the server works again, the server holds what it would hold without the fault: nothing missing,
+// stale or duplicated (SameTables).
 
 #include <gtest/gtest.h>
 
@@ -131,12 +132,12 @@ TEST_P(FaultyServerTest, SameTablesAndOneResult) {
 class AnswerTest : public testing::TestWithParam<std::uint32_t> {};
 
 INSTANTIATE_TEST_SUITE_P(Codes, AnswerTest, testing::Range(0U, 13U));
-// Those of the client itself, and one that nobody knows.
+// The client's own codes, and an unknown one.
 INSTANTIATE_TEST_SUITE_P(ClientCodes, AnswerTest, testing::Range(99U, 106U));
 INSTANTIATE_TEST_SUITE_P(LastCode, AnswerTest, testing::Values(0xFFFFFFFFU));
 
-// Whatever the code, the manager comes to rest, and what it says of its objects is true: it is
-// complete if and only if the tables are.
+// Whatever the code, the manager finishes, and its report is true: complete if and only if the
+// tables are.
 TEST_P(AnswerTest, OneResultAndATrueReport) {
   const TableEntries expected = UndisturbedTables();
   TestServer server(
@@ -145,13 +146,13 @@ TEST_P(AnswerTest, OneResultAndATrueReport) {
   SocketSystem system(Options(server.path()), &counter);
   system.Start(GenerateSite(kSeed, kObjects));
   const TableEntries tables = system.Settle([] { return true; });
-  // The fault's success is a lie that nobody can see through but the comparison of the tables,
-  // which makes the manager reinstall.
+  // Only the comparison of the tables can reveal the fault's false success; it makes the manager
+  // reinstall.
   EXPECT_EQ(system.complete(), tables == expected);
   counter.ExpectOneEach();
 }
 
-// Nobody is told of it but by the end of the reinstall, which is then repeated.
+// Only the end of the reinstall reveals the loss; the reinstall is then repeated.
 TEST_P(AnswerTest, AVrfIsNotLost) {
   const TableEntries expected = UndisturbedTables();
   TestServer server("fault { what: \"answer\" of: \"vrf\" code: " + std::to_string(GetParam()) +
@@ -196,11 +197,11 @@ TEST(SlowReadsTest, SameTablesAndOneResult) {
   counter.ExpectOneEach();
 }
 
-// A pause is no death: heartbeats are answered.
+// A paused server is not dead: it answers heartbeats.
 TEST(PauseTest, ASlowServerIsNotTakenForADeadOne) {
   TestServer server(R"(fault { what: "pause" ms: 1500 nth: 20 })");
   SocketHalOptions options = Options(server.path());
-  // It is silent for longer than a dead one may be.
+  // The silence exceeds the limit for a dead server.
   options.heartbeat = milliseconds(200);
   options.deadline = std::chrono::seconds(30);
   SocketSystem system(options, nullptr);
@@ -210,7 +211,7 @@ TEST(PauseTest, ASlowServerIsNotTakenForADeadOne) {
   EXPECT_EQ(system.hal().counters().servers_found, 1U);
 }
 
-// The manager keeps what a full queue refused, and sends it when there is room.
+// The manager keeps what a full queue refused and sends it once there is room.
 TEST(FullQueueTest, NoObjectIsLost) {
   const TableEntries expected = UndisturbedTables();
   TestServer server;
@@ -224,7 +225,8 @@ TEST(FullQueueTest, NoObjectIsLost) {
   counter.ExpectOneEach();
 }
 
-// A VRF has no result that its deadline could end. Without its answer the queue is full soon.
+// A VRF request has no result that a deadline could end. Without an answer, it soon fills the
+// queue.
 TEST(LostVrfTest, NoObjectIsLost) {
   const TableEntries expected = UndisturbedTables();
   TestServer server(R"(fault { what: "swallow" of: "vrf" })");
@@ -238,7 +240,7 @@ TEST(LostVrfTest, NoObjectIsLost) {
   counter.ExpectOneEach();
 }
 
-// Ends connection and manager while results come in, at ever other moments.
+// Destroys connection and manager while results arrive, at a different moment each time.
 TEST(ManagerEndTest, WithResultsInFlight) {
   TestServer server;
   const Site site = GenerateSite(kSeed, 60);

@@ -10,7 +10,7 @@
 
 namespace reference {
 
-/// A zuskux-hal that is started again, without its first options, whenever it ends.
+/// A zuskux-hal that is restarted, without its first options, whenever it ends.
 class KeptServer {
  public:
   /// `program` is zuskux-hal's path.
@@ -19,13 +19,13 @@ class KeptServer {
   KeptServer& operator=(const KeptServer&) = delete;
   ~KeptServer();
 
-  /// Ends the process with SIGKILL; false when it was ended before and is not yet started again.
+  /// Kills the process with SIGKILL; false if it has ended and has not been restarted yet.
   bool Kill();
-  /// How often it was started so far.
+  /// How often it has been started so far.
   int starts() const;
 
  private:
-  // Both with `mutex_` held.
+  // Call both with `mutex_` held.
   void Start(const std::vector<std::string>& options);
   bool Signal();
   void Keep();

@@ -1,8 +1,8 @@
-// The server is killed at any time: in the end its tables are those of an undisturbed run, nothing
-// missing, stale or doubled.
+// The server is killed at any time. In the end, its tables equal those of an undisturbed run:
+// nothing missing, stale or duplicated.
 //
-// With ZUSKUX_LONG_TESTS=1 in the environment each test takes its long form: every frame instead of
-// a few, and 10,000 objects.
+// With ZUSKUX_LONG_TESTS=1 in the environment, each test takes its long form: every frame instead
+// of a few, and 10,000 objects.
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ constexpr std::size_t kScriptObjects = 200;
 
 bool LongTests() { return std::getenv("ZUSKUX_LONG_TESTS") != nullptr; }
 
-/// Calls a function at the nth frame that is handed to the connection, marks included.
+/// Calls a function at the nth frame passed to the connection, counting marks.
 class AtFrame : public RequestObserver {
  public:
   AtFrame(std::uint64_t nth, std::function<void()> function)
@@ -51,7 +51,7 @@ class AtFrame : public RequestObserver {
 
   const std::uint64_t nth_;
   const std::function<void()> function_;
-  // One thread sends.
+  // Only one thread sends.
   std::uint64_t frames_ = 0;
 };
 
@@ -76,7 +76,7 @@ class KilledServerTest : public testing::Test {
     return tables;
   }
 
-  // Tables are compared without being printed: they are long.
+  // Compares tables without printing them: they are long.
   void ExpectSame(const TableEntries& tables, const TableEntries& expected) const {
     EXPECT_EQ(tables.size(), expected.size());
     EXPECT_TRUE(tables == expected);
@@ -89,7 +89,7 @@ TEST_F(KilledServerTest, AtEachFrameThatIsHandedOver) {
   const Site site = GenerateSite(kSeed, kScriptObjects);
   const TableEntries expected = TablesOf(site);
   ASSERT_FALSE(expected.empty());
-  // Begin and end of the reinstall are frames too.
+  // The begin and the end of the reinstall are frames too.
   for (std::uint64_t frame = 1; frame <= kScriptObjects + 2; frame += LongTests() ? 1U : 25U) {
     SCOPED_TRACE(frame);
     const auto server = StartServer();
@@ -127,7 +127,7 @@ TEST_P(KilledServerByFaultTest, AtEachRequestThatItCarriesOut) {
   }
 }
 
-// Each time a new install, which is killed once on its way and once more in the reinstall.
+// Starts a new install each time; the server is killed once during it and again in the reinstall.
 TEST_F(KilledServerTest, AtRandomPointsAndAgainInTheReinstall) {
   const std::size_t objects = LongTests() ? 10'000 : 2'000;
   const int points = LongTests() ? 200 : 5;
@@ -166,8 +166,8 @@ TEST_F(KilledServerTest, AgainAndAgain) {
     next = results + 1 + random() % (2 * objects);
   });
   system.Start(site);
-  // Results come only while something is installed, so a restart that is not followed by a kill is
-  // ended by one.
+  // Results arrive only while something is being installed, so any restart without a following kill
+  // is ended by one.
   while (kills < wanted) {
     system.Settle([] { return true; });
     if (kills < wanted && server->Kill()) ++kills;

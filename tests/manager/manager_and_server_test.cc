@@ -1,4 +1,4 @@
-// zuskux-manager with zuskux-hal, as their operator meets them.
+// zuskux-manager with zuskux-hal, as an operator uses them.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-// The first two VLANs differ in the second site; the VRF and the host are new there.
+// The first two VLANs differ in the second site, which adds the VRF and the host.
 constexpr char kSite[] =
     "interface { name: \"eth0\" lim_id: 1 }\n"
     "vlan { id: 10 name: \"a\" interface: \"eth0\" mtu: 1500 }\n"
@@ -63,7 +63,7 @@ constexpr char kOtherSite[] =
     "vlan { id: 11 name: \"b\" interface: \"eth0\" mtu: 9000 }\n"
     "vlan { id: 12 name: \"c\" interface: \"eth0\" mtu: 1500 }\n";
 
-/// A server and the words that a manager is started with. The files of a test are in `files`.
+/// A server, and the command line that starts a manager. A test's files are in `files`.
 class ManagerAndServerTest : public testing::Test {
  protected:
   ManagerAndServerTest() { StartServer({}); }
@@ -159,7 +159,7 @@ TEST_F(ManagerAndServerTest, GivesUpWithoutAServer) {
                                          socket() + "; start one with zuskux-hal --socket PATH\n"));
 }
 
-/// A manager that stays, which has brought the server to a site of two VLANs, and others.
+/// A manager that stays and has brought the server to a site of two VLANs, and other managers.
 class TwoManagersTest : public ManagerAndServerTest {
  protected:
   TwoManagersTest() {
@@ -246,7 +246,7 @@ TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
   StartServer({"--fault", files_.Write("faults", "fault { what: \"crash-after\" nth: 2 }")});
   Process manager(Manager({files_.Write("site", kSite)}));
   ASSERT_TRUE(manager.WaitForError("HAL server lost"));
-  // Longer than the pause between two looks at the server.
+  // Longer than the interval at which the manager looks for the server.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   StartServer({});
   EXPECT_EQ(manager.Wait(), 0);
@@ -254,7 +254,7 @@ TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
 }
 
 TEST_F(ManagerAndServerTest, EndsAndSaysThatItIsNotInSync) {
-  // The server says that it took the VRF, and does not have it.
+  // The server reports success for the VRF but does not have it.
   StartServer({"--fault",
                files_.Write("faults", R"(fault { what: "answer" of: "vrf" code: 0 times: 100 })")});
   const std::string site = files_.Write("site", kOtherSite);
@@ -355,7 +355,7 @@ TEST_F(ManagerAndServerTest, ARequestThatIsNotAnsweredEndsWithItsDeadline) {
   EXPECT_EQ(Tables()["vlan"]["count"], 3);
 }
 
-// What `show` says of the requests is what the trace said.
+// The requests' renderings in `show` equal those of the trace.
 std::vector<std::string> Renderings(const std::string& text, const std::string& wrapper) {
   std::vector<std::string> renderings;
   for (const std::string& line : Lines(text)) {
@@ -377,7 +377,7 @@ TEST_F(ManagerAndServerTest, ARecordingReplaysWithoutDifference) {
 
   const Outcome show = Execute({ZUSKUX_RECORD, "show", recording});
   EXPECT_EQ(show.status, 0);
-  // Of the others the library traces no rendering of the message.
+  // For the other kinds, the library traces no rendering of the message.
   for (const char* const wrapper : {"VlanEncapsulationMessage", "MplsEncapsulationMessage"}) {
     const auto traced = Renderings(run.err, wrapper);
     EXPECT_GE(traced.size(), 8U);

@@ -44,7 +44,7 @@ class ManagerTest : public ::testing::Test {
     Work();
   }
 
-  // Answers until nothing is sent any more; `code` for every request.
+  // Answers every request with `code` until the manager sends no more.
   void AnswerAll(HalReturnCode code = kHalSuccess) {
     for (int round = 0; hal_.outstanding() != 0; ++round) {
       ASSERT_LT(round, 100) << "it sends again and again";
@@ -53,7 +53,7 @@ class ManagerTest : public ::testing::Test {
     }
   }
 
-  // A HAL that holds all of `site`.
+  // Makes the HAL hold all of `site`.
   void Install(const Site& site) {
     manager_.Apply(site);
     FindServer();
@@ -229,7 +229,7 @@ TEST_F(ManagerTest, RemovesWhenTheResultOfTheInstallIsIn) {
   Apply(Site());
   Sent();
   Answer("install-vlan 10");
-  // The other one may still be about to move away from what is removed.
+  // The other object may still have to be moved off the one being removed.
   EXPECT_THAT(Sent(), IsEmpty());
   Answer("install-vlan 11", kHalTableFull);
   EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
@@ -420,7 +420,7 @@ TEST_F(ManagerTest, AnotherServerDuringAReinstallStartsItOver) {
   EXPECT_EQ(finished_, 1);
 }
 
-// What is sent before the manager hears of the new server reaches that server ahead of the
+// A request sent before the manager learns of the new server reaches that server ahead of the
 // reinstall.
 TEST_F(ManagerTest, ARequestThatReachedTheNewServerIsSentAgainAsAnInstall) {
   Site site;
@@ -429,7 +429,7 @@ TEST_F(ManagerTest, ARequestThatReachedTheNewServerIsSentAgainAsAnInstall) {
   hal_.FindServer();
   site.vlans[0].mtu = 9000;
   manager_.Apply(site);
-  // Both are worked off in one go: the reinstall first.
+  // The manager handles both in one go, the reinstall first.
   Work();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10"));
   AnswerAll();

@@ -11,7 +11,7 @@
 
 namespace reference {
 
-/// A directory of its own, removed at the end with what is in it.
+/// A scratch directory, removed with its contents on destruction.
 class ScratchDirectory {
  public:
   std::string File(const std::string& name) const { return folder_.Path(name); }
@@ -24,7 +24,7 @@ class ScratchDirectory {
 
 std::string ReadText(const std::string& path);
 
-/// A program under test and its output, which goes to files; killed at the end if it still runs.
+/// A program under test, with its output in files. Killed on destruction if it still runs.
 class Process {
  public:
   /// The first word is the program's path.
@@ -35,12 +35,13 @@ class Process {
   Process& operator=(const Process&) = delete;
   ~Process();
 
-  /// Waits for the end, not for ever; the exit status, or -1 for any other end.
+  /// Waits for the end, but not forever. Returns the exit status, or -1 for any other end.
   int Wait();
   void Signal(int signal) const;
-  /// Of the process.
+  /// The process id.
   pid_t id() const { return child_; }
-  /// Waits, not for ever, until the program has written `text` to its standard error `times` times.
+  /// Waits, but not forever, until the program has written `text` to its standard error `times`
+  /// times.
   bool WaitForError(const std::string& text, int times = 1) const;
 
   std::string out() const { return ReadText(files_.File("out")); }

@@ -1,4 +1,4 @@
-// zuskux-manager as its operator meets it: its output, its messages and its exit status.
+// zuskux-manager as an operator sees it: its output, its messages and its exit status.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -325,7 +325,7 @@ TEST(ManagerProgramTest, TheJournalReadsPriorities) {
   EXPECT_GT(traced, 3);
 }
 
-// Files grow to 64 KiB at most, as on a disk that fills up.
+// Limits files to 64 KiB, as on a disk that fills up.
 TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
   const ScratchDirectory files;
   const std::string recording = files.File("recording");

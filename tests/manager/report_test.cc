@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using ::testing::HasSubstr;
 
-/// A database in which vlan:11 found its table full, with what that causes, and an inactive tunnel.
+/// A database in which vlan:11 found its table full, with the consequences, and an inactive tunnel.
 class ReportTest : public ::testing::Test {
  protected:
   ReportTest() {
@@ -143,7 +143,7 @@ TEST_F(ReportTest, NamesControlNothing) {
   WriteJson(database_, &json);
   EXPECT_THAT(json.str(), HasSubstr(R"("a\u001b\u009b\u202e\ufffd")"));
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"" + shown + "\" failed: table full\n");
-  // Graphviz takes a doubled backslash for one.
+  // Graphviz reads a doubled backslash as one.
   EXPECT_THAT(GraphText(database_), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
 }
 
@@ -202,7 +202,7 @@ TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
   DestDatabase database;
   for (Object* const entry : database.Replace(site).changed)
     database.SetState(entry, ObjectState::kInstalled);
-  // Of the five hosts on VLAN 10, the failed one is not like the others.
+  // Of the five hosts on VLAN 10, the failed one is not grouped with the others.
   database.SetState(database.FindEntry({HalKind::kHost, 52}), ObjectState::kFailed);
   const std::string text = GraphText(database);
   EXPECT_TRUE(Contains(text, R"("hosts from host:50" [label="host-50 ... host-54\n4 hosts", )"
@@ -211,7 +211,7 @@ TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
   EXPECT_TRUE(Contains(text, R"("hosts from host:50" -> "vlan:10";)"));
   EXPECT_FALSE(Contains(text, R"("host:51")"));
   EXPECT_TRUE(Contains(text, R"("host:52" -> "vlan:10";)"));
-  // A member of a group is shown however many there are.
+  // A group's member is always shown, however many hosts there are.
   EXPECT_TRUE(Contains(text, R"("host:20" -> "vlan:10";)"));
 }
 
@@ -258,7 +258,7 @@ TEST_F(GraphFileTest, LeavesTheFileWhenDotIsMissing) {
   EXPECT_EQ(FileCount(), 1U);
 }
 
-// A `dot` of the test's own: what it is given, and what becomes of its answer.
+// A fake `dot`: checks its input and what happens to its output.
 TEST_F(GraphFileTest, DrawsWithDot) {
   const fs::path path = directory_ / "a.svg";
   const fs::path bin = directory_ / "bin";

@@ -11,8 +11,8 @@
 
 namespace reference {
 
-/// A HAL on the test's thread: keeps what is sent until the test answers it. Fails the test when a
-/// request comes without room having been asked for, or for an object whose result is outstanding.
+/// A HAL on the test's thread: keeps each request until the test answers it. Fails the test if a
+/// request arrives without a prior check for room, or for an object with a request in flight.
 class ScriptedHal : public HalConnection {
  public:
   void Start(HalReports reports) override;
@@ -20,29 +20,30 @@ class ScriptedHal : public HalConnection {
   HalConnectionCounters counters() const override { return {}; }
   HalLatencies latencies() const override { return {}; }
 
-  /// The server answers the end of a reinstall, if one was sent.
+  /// Answers the end of a reinstall, if one was sent.
   void EndReinstalls();
-  /// What it says of them from now on.
+  /// Sets what those answers report from now on.
   void SetInSync(bool in_sync) { in_sync_ = in_sync; }
   void LoseServer() { reports_.server_lost(); }
-  /// The server is found; all results of the one before have been given.
+  /// Finds the server; every result of the previous server has been delivered.
   void FindServer();
-  /// The same while requests are in flight, which the new server answers.
+  /// The same while requests are in flight; the new server answers them.
   void FindServerWithRequestsInFlight() { reports_.server_found(); }
-  /// Answers the oldest request that waits for its result.
+  /// Answers the oldest request in flight.
   void Answer(HalReturnCode code = kHalSuccess);
   void AnswerAll(HalReturnCode code = kHalSuccess);
-  /// Answers the request "install-vlan 10", which waits for its result.
+  /// Answers the request in flight with that text, for example "install-vlan 10".
   void Answer(const std::string& request, HalReturnCode code);
-  /// A result that nothing was sent for.
+  /// Reports a result that belongs to no request.
   void Report(HalOperation operation, std::uint32_t id, HalReturnCode code);
 
-  /// How many requests wait for a result at most.
+  /// Limits how many requests may be in flight.
   void SetRoom(std::size_t room) { room_ = room; }
-  /// Tells that there is room again, if that is awaited.
+  /// Reports that there is room again, if the manager waits for that.
   void ReportRoom();
 
-  /// What was sent since the last call, in order: "install-vlan 10", "begin-reinstall" and so on.
+  /// Returns what was sent since the previous call, in order: "install-vlan 10", "begin-reinstall"
+  /// and so on.
   std::vector<std::string> TakeLog();
   std::size_t outstanding() const { return outstanding_.size(); }
   /// The last message sent.

@@ -1,5 +1,5 @@
-// Whatever sites come one after the other, and whenever: in the end the HAL holds what the last one
-// alone gives, although its tables have no entry to spare.
+// Whatever the sequence of sites and its timing, the HAL finally holds what the last site alone
+// would give, although its tables have no entry to spare.
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t kAll = 1'000'000;
 
-/// The manager of the moment and its HAL, on the test's thread.
+/// The manager, one at a time, and its HAL, on the test's thread.
 class System {
  public:
   explicit System(const Site& site) : manager_(&io_, {}) {
@@ -34,13 +34,13 @@ class System {
   TableHal& hal() { return hal_; }
   Manager& manager() { return manager_; }
 
-  /// The HAL carries out `steps` requests, and the manager reacts to each result at once or later.
+  /// The HAL carries out `steps` requests. The manager reacts to each result immediately or later.
   void Run(std::size_t steps) {
     Work();
     hal_.CarryOut(steps);
   }
 
-  /// Until nothing is left to do.
+  /// Runs until nothing is left to do.
   void Finish() {
     for (int round = 0; round < 100; ++round) {
       Work();
@@ -87,7 +87,7 @@ Capacities LargerOf(Capacities a, const Capacities& b) {
   return a;
 }
 
-/// Random sites over few ids, each of which may be of another kind from site to site.
+/// Random sites over few ids, each of which may be of a different kind in each site.
 class Sites {
  public:
   explicit Sites(std::uint32_t seed) : random_(seed) {}
@@ -145,7 +145,7 @@ class Sites {
     return entries[Below(static_cast<std::uint32_t>(entries.size()))].id;
   }
 
-  // 0, for none, too.
+  // May be 0, for none.
   std::uint32_t Neighbor(const Site& site) {
     return site.hosts.empty() || Below(3) == 0 ? 0 : OneOf(site.hosts);
   }
@@ -170,7 +170,7 @@ constexpr std::uint32_t kSequencesEach = 1000;
 
 INSTANTIATE_TEST_SUITE_P(TenThousand, SiteSequenceTest, testing::Range(0U, 10U));
 
-// Each site has been installed when the next one comes.
+// Each site is installed before the next one arrives.
 TEST_P(SiteSequenceTest, OneAfterTheOther) {
   for (std::uint32_t i = 0; i < kSequencesEach; ++i) {
     const std::uint32_t seed = GetParam() * kSequencesEach + i;
@@ -195,7 +195,8 @@ TEST_P(SiteSequenceTest, OneAfterTheOther) {
   }
 }
 
-// They come at any moment, and so do the ends of connections, with servers that forget or do not.
+// Sites arrive at any moment. Connections end at any moment too, with servers that forget their
+// tables or keep them.
 TEST_P(SiteSequenceTest, AtAnyMoment) {
   for (std::uint32_t i = 0; i < kSequencesEach; ++i) {
     const std::uint32_t seed = GetParam() * kSequencesEach + i;
@@ -231,7 +232,7 @@ TEST_P(SiteSequenceTest, AtAnyMoment) {
 
 TEST(CleanInstallTest, HasNoRefusal) { TablesOf(GenerateSite(3, 1000)); }
 
-// Its table was full of entries that the site does not have, which go when the reinstall ends.
+// Its table was full of entries that the site does not have; the end of the reinstall removes them.
 TEST(ReinstallRoomTest, ComesWithTheEndOfTheReinstall) {
   Site site;
   site.vrfs = {VrfEntry(1, 7)};

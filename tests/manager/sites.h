@@ -9,7 +9,7 @@
 
 namespace reference {
 
-// Entries of sites with what the tests vary; a name is made of kind and id.
+// Entries of sites; the parameters are what the tests vary. A name is made of kind and id.
 
 inline SiteVrf VrfEntry(std::uint32_t id, std::uint32_t vrf_id) {
   return {id, "vrf-" + std::to_string(id), vrf_id};

@@ -19,14 +19,14 @@
 
 namespace reference {
 
-/// A manager with its connection to the server on `socket`.
+/// A manager connected to the server on `socket`.
 class SocketSystem {
  public:
   SocketSystem(const std::string& socket, RequestObserver* observer,
                std::function<void(std::uint64_t)> on_results = {})
       : SocketSystem(OptionsFor(socket), observer, std::move(on_results)) {}
 
-  /// The log of `options` is replaced.
+  /// Replaces the log of `options`.
   SocketSystem(SocketHalOptions options, RequestObserver* observer,
                std::function<void(std::uint64_t)> on_results = {})
       : socket_(options.path),
@@ -49,8 +49,8 @@ class SocketSystem {
     manager_.Start(&hal_);
   }
 
-  /// Runs until the manager has finished and is in sync with the server that is there, and `killed`
-  /// says that it is the last one. Returns what that server holds.
+  /// Runs until the manager has finished and is in sync with the present server, and `killed` says
+  /// that no server will be killed any more. Returns what that server holds.
   TableEntries Settle(const std::function<bool()>& killed) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < end) {
@@ -61,20 +61,20 @@ class SocketSystem {
         const ServerContents contents = ReadServerContents(socket_, "test");
         if (contents.status.generation() == in_sync_generation_) return contents.entries;
       } catch (const std::runtime_error&) {
-        // It has just been killed, and not been missed yet.
+        // The server has just been killed, and the loss has not been noticed yet.
       }
     }
     ADD_FAILURE() << "never finished: " << Summary(manager_.database()).text();
     return {};
   }
 
-  /// Runs for a while, whatever comes of it.
+  /// Runs for a while, whatever happens.
   void RunFor(std::chrono::milliseconds time) {
     io_.run_for(time);
     io_.restart();
   }
 
-  /// How often the tables were not those that were asked for.
+  /// How often the tables differed from the requested ones.
   int not_in_sync() const { return not_in_sync_; }
   const SocketHal& hal() const { return hal_; }
   const DestDatabase& database() const { return manager_.database(); }
@@ -96,13 +96,13 @@ class SocketSystem {
   }
 
   const std::string socket_;
-  // Of the server that is connected. Used on the connection's thread.
+  // The connected server's. Used on the connection's thread.
   std::uint64_t generation_ = 0;
   std::atomic<std::uint64_t> in_sync_generation_ = 0;
   std::atomic<int> not_in_sync_ = 0;
   boost::asio::io_context io_;
   Manager manager_;
-  // Ends before the manager.
+  // Destroyed before the manager.
   SocketHal hal_;
 };
 

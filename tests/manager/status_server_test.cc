@@ -1,4 +1,4 @@
-// The control socket where the system fails it, and who asks a manager that is not there.
+// The control socket when the system runs out of resources, and a client that finds no manager.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ using ::testing::ThrowsMessage;
 
 class StatusServerTest : public ::testing::Test {
  protected:
-  // Until the server has tried for the second time.
+  // Runs until the server has tried for the second time.
   void RunWithoutFileDescriptors() {
     const RefusedAccepts accepts;
     while (accepts.count() < 2 && io_.run_one_for(seconds(10)) != 0) continue;

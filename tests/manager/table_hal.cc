@@ -50,7 +50,7 @@ HalReturnCode TableHal::Apply(const HalRequest& request) {
   const bool grows =
       ActionOf(request.operation) == HalAction::kInstall && !tables_.Contains(kind, request.id);
   if (!full || !grows) return tables_.Apply(request);
-  // What else is wrong with the request is told first, as the tables themselves would.
+  // Other mistakes in the request take precedence, as in the tables themselves.
   HalTables roomy = tables_;
   const HalReturnCode code = roomy.Apply(request);
   return code == kHalSuccess ? kHalTableFull : code;

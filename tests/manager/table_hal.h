@@ -13,7 +13,7 @@ namespace reference {
 
 using Capacities = std::array<std::size_t, kHalKinds>;
 
-/// A HAL on the test's thread: what is sent waits until the test has it carried out, in its order.
+/// A HAL on the test's thread: queues requests until the test has them carried out, in order.
 class TableHal : public HalConnection {
  public:
   TableHal() { capacities_.fill(kUnlimited); }
@@ -23,14 +23,14 @@ class TableHal : public HalConnection {
   HalConnectionCounters counters() const override { return {}; }
   HalLatencies latencies() const override { return {}; }
 
-  /// How many entries each table takes.
+  /// The capacity of each table.
   void SetCapacities(const Capacities& capacities) { capacities_ = capacities; }
 
   void FindServer();
-  /// The server is gone, and its tables with it if it `forgets`. Everything that waits has ended.
+  /// Loses the server, and its tables too if it `forgets`. Everything that waits has ended.
   void LoseServer(bool forgets);
 
-  /// Carries out `count` requests and marks, or those that there are; how many.
+  /// Carries out up to `count` requests and marks. Returns how many.
   std::size_t CarryOut(std::size_t count);
 
   const HalTables& tables() const { return tables_; }

@@ -15,7 +15,7 @@ TOKEN = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 BRACKETS = {"(": ")", "[": "]", "{": "}"}
-# What stands before the brace of a function's body.
+# What can precede the brace of a function's body.
 BEFORE_BODY = {")", "const", "noexcept", "override"}
 ACCESS = {"public", "protected", "private"}
 JUMPS = {"return", "break", "continue", "throw"}

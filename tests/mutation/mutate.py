@@ -84,7 +84,8 @@ SUBJECTS = {
     for subject in (
         Subject("library", ("src", "include/zuskux"), frozenset(),
                 ("-DZUSKUX_BUILD_REFERENCE=OFF",), 500, 0.95),
-        # Other words for the operator, and members in another order, are no mistakes there.
+        # Spelling the texts for operators differently, or reordering members, is not a mistake
+        # here.
         Subject("reference",
                 ("reference/hal", "reference/server", "reference/socket_client", "reference/wire",
                  *(f"reference/manager/{name}" for name in
@@ -259,7 +260,7 @@ class Tree:
                     if re.search(r"tree/tests/.*static assertion failed", errors):
                         return "killed", f"{program}: static assertion"
                     return "does not compile", ""
-                # Far more than it takes, for a busy machine.
+                # Far more than it needs, for a busy machine.
                 if failure := self.test(program, 15 + 5 * self.seconds[program]):
                     self.killers[mutant.file, program] += 1
                     return "killed", f"{program}: {failure}"
@@ -269,13 +270,13 @@ class Tree:
 
     def prepare(self, program):
         """Builds a program without a mutation, and measures how long it takes."""
-        # What another tree has compiled is not compiled again.
+        # Reuses what another tree has compiled.
         if errors := self.build(program, {"CCACHE_DIR": str(self.subject.work / "ccache"),
                                           "CCACHE_BASEDIR": str(self.folder),
                                           "CCACHE_NOHASHDIR": "1"}):
             raise RuntimeError(f"{program} does not build without a mutation: {errors}")
         start = time.monotonic()
-        # Once more where a busy machine may be the reason.
+        # Retries once, in case a busy machine is the reason.
         if self.test(program, 600) and (failure := self.test(program, 600)):
             raise RuntimeError(f"{program} fails without a mutation: {failure}")
         self.seconds[program] = time.monotonic() - start

@@ -14,7 +14,7 @@ COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], "
                ">=": [">", "<"]}
 ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "&": "|", "|": "&", "&&": "||", "||": "&&",
               "+=": "-=", "-=": "+=", "<<=": ">>=", ">>=": "<<=", "++": "--", "--": "++"}
-# Names that are easily taken for each other, as parts of a name.
+# Parts of names that are easily confused with each other.
 RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
            ("Success", "Error"), ("TraceLevel", "ErrorLevel"), ("db_id", "secondary_id", "vrf_id"),
            ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]

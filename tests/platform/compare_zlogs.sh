@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
-# What the stand-in reads, zlog reads in the same way: both write the same as the same configurations
-# say.
+# Checks that zlog reads everything that the stand-in reads, in the same way: given the same
+# configuration, both write the same.
 #
-#   compare_zlogs.sh SAMPLES CONFIG STANDIN ZLOG
+#     compare_zlogs.sh SAMPLES CONFIG STANDIN ZLOG
 #
-# SAMPLES is the program zlog_samples, CONFIG the configuration that ships, STANDIN and ZLOG the folders
-# of the two libraries.
+# SAMPLES is the program zlog_samples, CONFIG the configuration that ships, STANDIN and ZLOG the
+# folders of the two libraries.
 set -euo pipefail
 
 samples=$1 shipped=$2 standin=$3 zlog=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# run LIBRARY FOLDER: leaves in FOLDER what was written there, without the times, which stand between two Ts.
+# run LIBRARY FOLDER: leaves in FOLDER what the library wrote, without the times, which are enclosed
+# in two Ts.
 run() {
   mkdir "$work/$2"
   (
@@ -28,7 +29,7 @@ run() {
   )
 }
 
-# compare NAME LINES: takes a configuration from standard input; its outputs have that many lines.
+# compare NAME LINES: reads a configuration from standard input; its outputs must have LINES lines.
 compare() {
   cat >"$work/config"
   rm -rf "$work/standin" "$work/zlog"

@@ -1,4 +1,4 @@
-// The stand-in of the interface ids: what it answers on lim ids that it knows and does not know.
+// The stand-in for the interface ids: its answers for known and unknown lim ids.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ class InterfaceIdsTest : public ::testing::Test {
   InterfaceIdsTest() { InterfaceTable::Global().Set(7, {"eth3", 2, 0x01000103}); }
   ~InterfaceIdsTest() override { InterfaceTable::Global().Clear(); }
 
-  // What the caller had there before.
+  // The caller's previous value.
   std::uint8_t type_ = 0xAA;
   std::uint32_t ifindex_ = 0xAAAAAAAA;
   std::array<char, 64> name_ = {"before"};

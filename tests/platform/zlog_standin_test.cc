@@ -44,7 +44,7 @@ class ZlogStandinTest : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  /// What a failing `zlog_init(path)` says.
+  /// The error message of `zlog_init(path)`.
   static std::string InitError(const std::string& path) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(zlog_init(path.c_str()), -1);
@@ -195,7 +195,7 @@ TEST_F(ZlogStandinTest, FilesAreClosed) {
 }
 
 TEST_F(ZlogStandinTest, RecordsOfManyThreadsStayWholeInAPipe) {
-  // A pipe takes records of this size in several steps.
+  // A pipe takes several writes to accept records of this size.
   const auto text = [](int thread) {
     return std::string(100'000, static_cast<char>('a' + thread));
   };

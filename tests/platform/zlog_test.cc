@@ -1,4 +1,4 @@
-/// What zlog does for this system, whichever library stands behind `zlog.h`.
+/// What this system needs of zlog, whichever library provides `zlog.h`.
 
 #include <gtest/gtest.h>
 #include <zlog.h>
@@ -46,7 +46,7 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-/// Sets the process's time zone while it lives.
+/// Sets the process's time zone for its lifetime.
 class TimeZone {
  public:
   explicit TimeZone(const char* name) {
@@ -67,7 +67,7 @@ class TimeZone {
 
 /// The local time as `%d(%F %T)` shows it.
 std::string LocalTime() {
-  // The clock that the log reads; that of `std::time` lags behind it.
+  // The clock that the log reads; `std::time` lags behind it.
   const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   std::tm local{};
   localtime_r(&now, &local);
@@ -75,7 +75,7 @@ std::string LocalTime() {
   return {text, std::strftime(text, sizeof text, "%F %T", &local)};
 }
 
-/// Runs each test in a folder of its own, with the library not initialised.
+/// Runs each test in its own folder, with the library not initialised.
 class ZlogTest : public testing::Test {
  protected:
   ~ZlogTest() override { zlog_fini(); }
@@ -85,7 +85,7 @@ class ZlogTest : public testing::Test {
     return folder_.Path("zlog.conf");
   }
 
-  /// A configuration that writes records of `zuskux` from `level` on to the file "log".
+  /// A configuration that writes the records of `zuskux` from `level` up to the file "log".
   std::string LogConfig(const std::string& pattern, const std::string& level = "DEBUG") const {
     return WriteConfig("[global]\nbuffer max = 0\n[levels]\nTRACE = 10\nHAL_ERROR = 12\n" +
                        ("[formats]\nf = \"" + pattern + "\"\n") + "[rules]\nzuskux." + level +

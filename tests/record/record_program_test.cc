@@ -1,4 +1,4 @@
-// The program zuskux-record as its users meet it.
+// zuskux-record as its users see it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ struct Ended {
   std::string err;
 };
 
-// Runs the program with `arguments`, as a shell reads them.
+// Runs the program with `arguments`, as a shell parses them.
 Ended RunProgram(const std::string& arguments) {
   const TestFolder folder;
   const std::string out = folder.Path("out");
@@ -53,7 +53,7 @@ class RecordProgram : public ::testing::Test {
   }
 
   TestFolder folder_;
-  // A recording without contradictions, and one with.
+  // A recording without contradictions, and one with contradictions.
   std::string a_;
   std::string b_;
 };
@@ -96,7 +96,7 @@ TEST_F(RecordProgram, ReplaysARecording) {
             "differences 1\n");
 }
 
-// A HAL server on a thread of its own.
+// A HAL server on its own thread.
 class RunningServer {
  public:
   explicit RunningServer(const std::string& path) : server_(MakeServer(&io_, path)) {
@@ -185,7 +185,7 @@ TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
 
 TEST_F(RecordProgram, EndsWith1WhenItsOutputIsLost) {
   const std::string err = folder_.Path("err");
-  // The rest of the command line is a comment.
+  // The trailing # makes the rest of the command line a comment.
   const Ended ended = RunProgram("show " + a_ + " >/dev/full 2>" + err + " #");
   EXPECT_EQ(ended.code, 1);
   EXPECT_EQ(ReadFile(err), "zuskux-record: standard output: No space left on device\n");

@@ -28,7 +28,7 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-// Without their times, which go up.
+// Without the times, which must not decrease.
 std::vector<std::string> ReadEntries(RecordingReader* recording) {
   std::vector<std::string> entries;
   std::uint64_t previous = 0;
@@ -142,7 +142,7 @@ TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
   std::vector<std::string> log;
   const LogFunction note = [&log](LogLevel, const std::string& line) { log.push_back(line); };
   {
-    // Each of two writers has a file of its own.
+    // Each of two writers gets its own file.
     Recorder first(path, "test 1", note);
     Recorder second(path, "test 2", note);
     first.Event("first");
@@ -197,7 +197,7 @@ TEST(Recorder, ThrowsWithThePathAndTheReason) {
   }
 }
 
-// Files of the process grow to `size` bytes at most while the object lives.
+// Limits the process's files to `size` bytes for the object's lifetime.
 class LimitedFileSize {
  public:
   explicit LimitedFileSize(rlim_t size) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
@@ -252,7 +252,7 @@ TEST(Recorder, LeavesNoFileWhoseHeaderCannotBeWritten) {
   EXPECT_FALSE(std::filesystem::exists(folder.Path("recording")));
 }
 
-// What fails last, in the writes of the end.
+// Only the final writes fail.
 TEST(Recorder, AnIncompleteEndIsNotACompleteRecording) {
   const TestFolder folder;
   Recorder recorder(folder.Path("recording"), "test 1");

@@ -32,7 +32,7 @@ std::vector<record::Entry> SampleEntries() {
   return entries;
 }
 
-// How many entries there are to the end.
+// Number of entries up to the end.
 std::size_t Count(RecordingReader* recording) {
   std::size_t count = 0;
   record::Entry entry;
@@ -72,7 +72,7 @@ TEST(RecordingReader, ReadsUpToAnEntryThatIsCut) {
       EXPECT_THAT(ErrorIn(bytes), StartsWith("test: byte 0: "));
       continue;
     }
-    // Whole entries, and where the last of them ends.
+    // Number of whole entries, and where the last of them ends.
     std::size_t count = 0;
     std::size_t end = header_size;
     while (count < entries.size() && end + Delimited(entries[count]).size() <= size) {
@@ -104,7 +104,7 @@ TEST(RecordingReader, ReadsOrRefusesDamagedRecordings) {
   int refused = 0;
   for (int round = 0; round < 10'000; ++round) {
     std::string bytes = whole;
-    // Every second time behind the header, which is longer than the rest.
+    // Every second round damages only what follows the header, which is longer than the rest.
     const std::size_t first = round % 2 == 0 ? 0 : header_size;
     for (auto damages = 1 + random() % 3; damages > 0; --damages) {
       bytes[first + random() % (bytes.size() - first)] = static_cast<char>(random());

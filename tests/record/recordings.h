@@ -34,7 +34,7 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-/// A record as it is in the file.
+/// A record as the file contains it.
 inline std::string Delimited(const google::protobuf::Message& message) {
   std::ostringstream bytes;
   google::protobuf::util::SerializeDelimitedToOstream(message, &bytes);
@@ -93,13 +93,13 @@ inline std::string RecordingBytes(const record::Header& header,
   return bytes;
 }
 
-/// Reads `bytes`, which outlive it, as a recording called "test".
+/// Reads `bytes`, which must outlive it, as a recording named "test".
 inline RecordingReader ReaderOf(const std::string& bytes) {
   return {"test", std::make_unique<google::protobuf::io::ArrayInputStream>(
                       bytes.data(), static_cast<int>(bytes.size()))};
 }
 
-/// The text of the error that `read` ends with; empty if it does not.
+/// The text of the error that `read` throws; empty if it does not throw.
 template <typename Read>
 std::string ErrorOf(Read read) {
   try {
@@ -110,7 +110,7 @@ std::string ErrorOf(Read read) {
   return {};
 }
 
-/// Records what a client does with tables of a HAL.
+/// Records a client's session with a HAL's tables.
 class RecordedSession {
  public:
   explicit RecordedSession(const std::string& path) : recorder_(path, "test 1") {
@@ -119,7 +119,7 @@ class RecordedSession {
 
   Recorder& recorder() { return recorder_; }
 
-  /// Its result is what the tables say.
+  /// Sends a request; the tables give its result.
   void Send(HalOperation operation, std::uint32_t id, const google::protobuf::Message& message) {
     const HalRequest request = {operation, id, 0, message.SerializeAsString()};
     const std::uint64_t number = recorder_.Request(request, nullptr);
@@ -127,7 +127,7 @@ class RecordedSession {
     if (HasResult(operation)) recorder_.Result(number, request, code);
   }
 
-  /// A request with a given result, which does not reach the tables.
+  /// Records a request with the given result, without applying it to the tables.
   void Fail(HalOperation operation, std::uint32_t id, const google::protobuf::Message& message,
             HalReturnCode code) {
     const HalRequest request = {operation, id, 0, message.SerializeAsString()};

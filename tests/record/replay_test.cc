@@ -49,8 +49,8 @@ std::vector<Step> Record(const std::function<void(RecordedSession*)>& act) {
   return ReadSteps(&recording);
 }
 
-// Every kind, every action, answers of all codes that tables without limits give, a reinstall that
-// removes something and a restart.
+// Covers every kind, every action, all codes that unlimited tables can answer, a reinstall that
+// removes something, and a restart.
 void ActRichly(RecordedSession* session) {
   session->BeginReinstall();
   session->Send(HalOperation::kInstallVrf, 5, Vrf(5));
@@ -183,7 +183,7 @@ TEST(Replay, WaitsForRoom) {
   EXPECT_GE(applied, 99) << "the last one may be on its way";
 }
 
-/// A HAL whose server is found or not, and does not answer.
+/// A HAL that never answers, and whose server may or may not be found.
 class SilentHal : public HalConnection {
  public:
   explicit SilentHal(bool found, bool room) : found_(found), room_(room) {}

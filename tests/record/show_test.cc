@@ -170,7 +170,7 @@ TEST_F(Show, KeepsEachEntryOnItsLine) {
       std::string(kHead) + "0.000000000 ---- two\\nlines\\x1b[0m\\x7f\\u009b, \xC3\xA4\n");
 }
 
-// A message of VLAN destination 12 as written by a schema with a field more.
+// A message of VLAN destination 12, written by a schema with one more field.
 encapsulation::VlanMessage VlanWithColour() {
   encapsulation::VlanMessage vlan;
   vlan.set_vlan_destination_id(12);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# What ./run and ./test promise about building, with a cmake that only writes down its calls.
+# Checks what ./run and ./test promise about building, with a fake cmake that only records its
+# calls.
 #
-#   setup_test.sh SOURCES
+#     setup_test.sh SOURCES
 set -euo pipefail
 
 sources=$(realpath "$1")
@@ -14,7 +15,7 @@ fail() {
   exit 1
 }
 
-# Its build takes a while, writes what `ninja` would, and fails where $work/broken exists.
+# The fake build takes a while, writes ninja's output, and fails if $work/broken exists.
 mkdir "$work/bin"
 cat >"$work/bin/cmake" <<'CMAKE'
 #!/usr/bin/env bash
@@ -65,7 +66,7 @@ if build five 2>"$work/five"; then fail 'a broken build succeeds'; fi
 grep -qx 'error for five' "$work/five" || fail "no log of the broken build: $(cat "$work/five")"
 ! grep -E 'one|two|three|four' "$work/five" || fail 'the log of an older build'
 
-# Somebody else, who may read the tree.
+# Another user, who may read the tree.
 if [ "$(id -u)" -eq 0 ]; then
   chmod 755 "$work"
   cp "$sources/scripts/setup.sh" "$work"

@@ -15,7 +15,7 @@ namespace {
 struct Decoded {
   bool understood;
   HalRequest request;
-  /// What the message was used for, as text.
+  /// The use of the message, as text.
   std::vector<std::string> used;
 };
 
@@ -24,7 +24,7 @@ Decoded Decode(HalOperation operation, const std::string& payload) {
   AppendFrame(static_cast<FrameType>(operation), 7, payload, &bytes);
   FrameSplitter splitter(kDefaultMaxPayload);
   splitter.Feed(bytes);
-  // What an earlier request left is no part of this one.
+  // Nothing of an earlier request remains.
   Decoded decoded{false, {HalOperation::kInstallVrf, 98, 99, "earlier"}, {}};
   decoded.understood =
       DecodeRequest(*splitter.Next(), &decoded.request, [&decoded](const auto& message) {
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"Mpls", HalOperation::kReplaceMpls, MplsWithPassThrough().SerializeAsString(), 9,
              0xFFFFFFFF},
         Case{"Empty", HalOperation::kInstallVlan, "", 0, 0},
-        // An encoding that nobody would choose: the id twice, a field that nobody knows.
+        // An unusual but valid encoding: the id twice, and an unknown field.
         Case{"Unusual", HalOperation::kInstallVlan, std::string("\x18\x04\x18\x05\xA0\x06\x01"), 5,
              0}),
     [](const auto& tested) { return tested.param.name; });

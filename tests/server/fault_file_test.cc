@@ -29,7 +29,7 @@ std::vector<std::string> Errors(const Plan& plan) {
 struct BadFile {
   const char* name;
   const char* text;
-  // How the only complaint begins.
+  // How the only diagnostic begins.
   const char* complaint;
 };
 

@@ -63,7 +63,7 @@ std::string Counts(const Kinds& kinds) {
   return text;
 }
 
-// A client that is no part of what is tested goes on being served.
+// A client that takes no part in the test and must still be served.
 class Bystander {
  public:
   explicit Bystander(const std::string& path) : client_(path) {
@@ -114,7 +114,7 @@ TEST(HalServer, AnswersAConversation) {
   ASSERT_TRUE(client.Greet());
   encapsulation::MplsMessage mpls = MplsOn(9, 5);
   mpls.set_pass_through_value(77);
-  // All at once: the answers keep the order.
+  // Sent all at once; the answers keep the order.
   client.Send(FrameBytes(kInstallVrf, 1, Vrf(7).SerializeAsString()) +
               FrameBytes(kInstallVlan, 2, VlanBytes(5)) +
               FrameBytes(kInstallHost, 3, HostOn(6, 4).SerializeAsString()) +
@@ -146,7 +146,7 @@ TEST(HalServer, KeepsThePayloadAsItCame) {
   TestServer server;
   RawClient client(server.path());
   client.Greet();
-  // The id after the other field: not as this schema would be written.
+  // The id comes after the other field, in an order that this schema would not write.
   const std::string payload = "\x28\x64\x18\x05";
   client.Send(kInstallVlan, 1, payload);
   EXPECT_EQ(client.Receive(), Result(1, 0, 5));
@@ -193,7 +193,7 @@ TEST(HalServer, AReinstallThatDoesNotEndRemovesNothing) {
   server.WaitForLines(2);
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 2U);
 
-  // An end without a begin of one's own is not the missing one.
+  // An end without the client's own begin does not end the open reinstall.
   RawClient other(server.path());
   other.Greet();
   other.Send(kEnd, 5);
@@ -304,12 +304,12 @@ TEST(HalServer, ClosesAClientThatSaysNoHello) {
   bystander.ExpectServed();
 }
 
-// Streams that are no conversation, and what the server says to them.
+// Invalid streams, and how the server answers them.
 struct BadStream {
   const char* name;
   std::string bytes;
   const char* reason;
-  // Frames before the goodbye.
+  // Number of frames before the goodbye.
   std::size_t answers = 0;
 };
 
@@ -330,7 +330,7 @@ TEST_P(BadStreamTest, EndsInOneLineAndAGoodbyeAndLeavesOthersAlone) {
   std::vector<std::string> lines = server.Lines();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), "client 2: " + std::string(GetParam().reason) + "; connection closed");
-  // Those before it tell of the hellos.
+  // The earlier lines report the hellos.
   lines.pop_back();
   EXPECT_THAT(lines, ::testing::Each(HasSubstr("connected")));
 }
@@ -409,7 +409,7 @@ TEST(HalServer, RandomStreamsHarmNobody) {
     SCOPED_TRACE(round);
     std::string bytes(random() % 200, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
-    // Most begin well, to get further: a hello, and the header of a request.
+    // Most streams begin validly, to get further: with a hello and a request's header.
     if (round % 4 != 0) {
       bytes = WithHello(FrameBytes(3 + static_cast<int>(random() % 13), 1, bytes)) + bytes;
     }
@@ -437,7 +437,7 @@ TEST(HalServer, PausesReadingFromAClientThatDoesNotRead) {
     requests += FrameBytes(kInstallVlan, sequence, VlanBytes(1));
   }
   const std::size_t taken = client.SendWhileTaken(requests, milliseconds(200));
-  // The sockets' buffers hold some hundred kilobytes, the server little more.
+  // The sockets' buffers hold a few hundred kilobytes, and the server little more.
   EXPECT_LT(taken, requests.size() / 2);
   bystander.ExpectServed();
 
@@ -461,7 +461,7 @@ TEST(HalServer, AnswersReadingsOfTheTablesOneAfterAnother) {
     client.Send(kInstallVlan, id, VlanBytes(id));
     ASSERT_TRUE(client.Receive());
   }
-  // Their answers are far more than may wait.
+  // The answers to these far exceed the limit on waiting bytes.
   std::string readings;
   for (std::uint32_t sequence = 0; sequence < 1'000; ++sequence) {
     readings += FrameBytes(kReadTables, sequence);

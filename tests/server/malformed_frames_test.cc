@@ -1,9 +1,8 @@
-// Frames that are no part of a conversation, each with one mistake, thousands of them: every one
-// ends in its line of the log, its goodbye and the end of its connection, others are served
-// meanwhile, and nothing of it stays.
+// Thousands of invalid frames, with one mistake each. Every one ends in its log line, its goodbye
+// and the end of its connection; other clients are still served, and nothing leaks.
 //
-// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000. Then the headers of good frames
-// take each value in each byte, else some.
+// With ZUSKUX_LONG_TESTS=1 in the environment, there are 100,000 frames, and the headers of valid
+// frames take every value in every byte, instead of some.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,12 +32,12 @@ constexpr std::uint32_t kLimit = 65536;
 constexpr std::uint32_t kLastType = 23;
 constexpr std::uint32_t kLongestSize = 0xFFFFFFFF;
 
-// What a client sends, whether after a hello, and what is said about it.
+// What a client sends, whether after a hello, and the resulting complaint.
 struct Malformed {
   bool greeted = false;
   std::string bytes;
   std::string reason;
-  // The client stops in the middle of the frame, and there is nothing to say to it.
+  // The client stops in the middle of the frame, so there is nothing to answer.
   bool cut = false;
 };
 
@@ -89,11 +88,11 @@ class MalformedFrames {
     return Big(type << 24 | From(0, 0xFFFFFF)) + Big(size);
   }
 
-  // A number that does not end.
+  // A varint that does not end.
   std::string Undecodable() { return std::string(From(1, 9), '\xFF'); }
 
   Malformed UnknownType() {
-    // Behind the last one, and 0.
+    // Above the last type, and 0.
     const std::uint32_t type = From(kLastType, 0xFF) + 1;
     return {From(0, 1) == 1, Header(type & 0xFF, From(0, kLongestSize)) + Bytes(0, 20),
             "unknown frame type " + std::to_string(type & 0xFF)};
@@ -140,7 +139,7 @@ class MalformedFrames {
   std::mt19937 random_{11};
 };
 
-// Sends it as client `number`, which has exactly the fate that it should.
+// Sends it as client `number` and checks the outcome.
 void ExpectFate(const Malformed& malformed, int number, TestServer* server) {
   RawClient client(server->path());
   const std::string name = "client " + std::to_string(number) + ": ";
@@ -179,19 +178,19 @@ TEST(ServerMalformedFramesTest, EachEndsItsConnectionAloneAndLeavesNothing) {
     bystander.Send(20, 2);
     ASSERT_EQ(bystander.Receive(), (RawFrame{20, 2, ""}));
     ASSERT_EQ(server.Tables().size(HalKind::kVlan), 1U);
-    // What a connection leaves behind is the same after the first hundred and after all of them.
+    // A connection leaves the same behind after the first hundred as after all of them.
     if (frame == 100) live = testing_support::LiveAllocations();
     ASSERT_LE(testing_support::LiveAllocations(), live + 100);
   }
 }
 
-// One of each type that a client sends. Requests refer to nothing.
+// One frame of each type that a client sends. The requests refer to nothing.
 std::vector<std::string> GoodFrames() {
   std::vector<std::string> frames = {HelloBytes()};
   const std::string messages[] = {Vrf(1).SerializeAsString(), Vlan(2).SerializeAsString(),
                                   Host(3).SerializeAsString(), Ecmp(4, {}).SerializeAsString(),
                                   MplsOn(5, 0).SerializeAsString()};
-  // Two of VRFs, three of VLANs and hosts, two of ECMP groups, three of MPLS destinations.
+  // Two for VRFs, three for VLANs and hosts, two for ECMP groups, three for MPLS destinations.
   constexpr std::size_t kMessages[] = {0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 4, 4, 4};
   for (std::size_t i = 0; i < std::size(kMessages); ++i) {
     frames.push_back(FrameBytes(static_cast<int>(i) + 3, 1, messages[kMessages[i]]));
@@ -200,12 +199,12 @@ std::vector<std::string> GoodFrames() {
   return frames;
 }
 
-/// Clients that end whatever they sent, next to one that is served all the time.
+/// Clients that finish sending, whatever they sent, beside one that must be served all the time.
 class ServerChangedFramesTest : public testing::Test {
  protected:
   ServerChangedFramesTest() { EXPECT_TRUE(bystander_.Greet()); }
 
-  // Whatever it is: the connection ends, which takes one line, and the bystander is served.
+  // Whatever the bytes: the connection ends, one line is logged, and the bystander is served.
   void ExpectOneLine(const std::string& bytes, bool greeted) {
     ++number_;
     const std::string name = "client " + std::to_string(number_) + ": ";
@@ -230,7 +229,7 @@ class ServerChangedFramesTest : public testing::Test {
 
   TestServer server_;
   RawClient bystander_{server_.path()};
-  // Of the last client.
+  // The last client's number.
   int number_ = 1;
 };
 
@@ -265,7 +264,7 @@ TEST_F(ServerChangedFramesTest, RandomBytes) {
   for (int round = 0; round < rounds; ++round) {
     std::string bytes(random() % 300 + 1, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
-    // Half of them begin with a type that there is.
+    // Half of the rounds begin with a valid type.
     if (round % 4 < 2) bytes[0] = static_cast<char>(random() % 23 + 1);
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(ExpectOneLine(bytes, round % 2 == 0));

@@ -1,4 +1,4 @@
-// The server has one client at a time that changes the tables.
+// At most one client at a time changes the server's tables.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -62,11 +62,11 @@ std::uint64_t Removed(const std::optional<RawFrame>& in_sync) {
   return summary.removed();
 }
 
-/// The first thing by which a client shows that it writes.
+/// The first thing that marks a client as a writer.
 struct Attempt {
   const char* name;
   std::string bytes;
-  // Frames that precede the refusal.
+  // Number of frames before the refusal.
   std::size_t answers;
 };
 
@@ -137,7 +137,7 @@ TEST_F(OneWriterTest, IsTakenOver) {
   EXPECT_EQ(first->Receive(),
             (RawFrame{kGoodbye, kTakenOver, NameOf("second") + " has taken over"}));
   EXPECT_TRUE(first->Ended());
-  // The reinstall that the first one began is not the second one's to end.
+  // The second writer cannot end the first one's reinstall.
   second->Send(FrameBytes(kEnd, 1));
   EXPECT_EQ(Removed(second->Receive()), 0U);
   second->Send(FrameBytes(kBegin, 2) + FrameBytes(kInstallVlan, 3, VlanBytes(3)) +
@@ -170,8 +170,8 @@ TEST_F(OneWriterTest, NeedsNobodyToTakeOverFrom) {
 
 TEST_F(OneWriterTest, IsFollowedAtOnceWhenItEnds) {
   auto first = Writer("first");
-  // As much as the socket takes, several reads of the server, is unread when the next one comes;
-  // frames without an answer, which would fail.
+  // As much as the socket accepts, several reads of the server, is still unread when the next
+  // writer comes. The frames have no answers, since sending one would fail.
   std::string marks;
   while (marks.size() < 1'000'000) marks += FrameBytes(kBegin, 1);
   server_.Hold(std::chrono::milliseconds(300));

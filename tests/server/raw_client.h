@@ -19,13 +19,13 @@
 
 namespace reference {
 
-/// A frame as it was received, or is to be. Written without the code under test.
+/// A frame, received or expected. Written without the code under test.
 struct RawFrame {
   int type = 0;
   std::uint32_t sequence = 0;
   std::string payload;
-  /// Of a result: how long the server had the request. Not part of `payload` there, and not
-  /// compared.
+  /// For a result: how long the server had the request. Excluded from `payload` and from
+  /// comparisons.
   std::uint32_t hal_ns = 0;
 };
 
@@ -53,17 +53,17 @@ inline std::string FrameBytes(int type, std::uint32_t sequence, std::string_view
 /// A client's hello of protocol version 1, from the program "test".
 inline std::string HelloBytes() { return FrameBytes(1, 0, "\x08\x01\x12\x04test"); }
 
-/// The frame of a result, as it is compared.
+/// A result frame as compared.
 inline RawFrame Result(std::uint32_t sequence, std::uint32_t code, std::uint32_t id,
                        std::uint32_t secondary_id = 0) {
   return {16, sequence, Big(code) + Big(id) + Big(secondary_id)};
 }
 
-/// A client that sends whatever bytes a test wants, and waits for the answers, on the test's
-/// thread. Every wait ends after 5 seconds.
+/// A client that sends any bytes and waits for the answers, on the test's thread. Every wait ends
+/// after 5 seconds.
 class RawClient {
  public:
-  /// Connects, or throws std::runtime_error.
+  /// Connects; throws std::runtime_error on failure.
   explicit RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -77,7 +77,7 @@ class RawClient {
   RawClient& operator=(const RawClient&) = delete;
   ~RawClient() { close(socket_); }
 
-  /// Sends all bytes. Returns whether the server took them within 5 seconds.
+  /// Sends all bytes. Returns whether the server accepted them within 5 seconds.
   bool Send(std::string_view bytes) {
     while (!bytes.empty()) {
       const std::size_t sent = SendSome(bytes, kTimeout);
@@ -87,8 +87,8 @@ class RawClient {
     return true;
   }
 
-  /// Sends until everything is sent or the server takes nothing for `patience`. Returns the bytes
-  /// sent.
+  /// Sends until everything is sent or the server accepts nothing for `patience`. Returns the
+  /// number of bytes sent.
   std::size_t SendWhileTaken(std::string_view bytes, std::chrono::milliseconds patience) {
     std::size_t total = 0;
     while (total < bytes.size()) {
@@ -103,13 +103,13 @@ class RawClient {
     return Send(FrameBytes(type, sequence, payload));
   }
 
-  /// Says hello. Returns the server's frame.
+  /// Sends a hello. Returns the server's frame.
   std::optional<RawFrame> Greet() {
     Send(HelloBytes());
     return Receive();
   }
 
-  /// The next frame; nothing when the connection ended or no whole frame came.
+  /// The next frame; nothing if the connection ended or no whole frame arrived.
   std::optional<RawFrame> Receive() {
     const std::string header = ReceiveBytes(8);
     if (header.size() < 8) return std::nullopt;
@@ -126,7 +126,7 @@ class RawClient {
     return frame;
   }
 
-  /// The next frames, fewer when they do not come.
+  /// The next frames; fewer if they do not arrive.
   std::vector<RawFrame> ReceiveFrames(std::size_t count) {
     std::vector<RawFrame> frames;
     while (frames.size() < count) {
@@ -137,7 +137,7 @@ class RawClient {
     return frames;
   }
 
-  /// The next bytes, fewer when they do not come.
+  /// The next bytes; fewer if they do not arrive.
   std::string ReceiveBytes(std::size_t size) {
     std::string bytes;
     while (bytes.size() < size) {
@@ -150,16 +150,16 @@ class RawClient {
     return bytes;
   }
 
-  /// Whether something, or the end, can be received within the time.
+  /// Whether data, or the end, arrives within the time.
   bool IsReadable(std::chrono::milliseconds time) { return WaitFor(POLLIN, time); }
 
-  /// Whether the next that comes is the end of the connection.
+  /// Whether the connection ends without any more data.
   bool Ended() {
     char byte = 0;
     return WaitFor(POLLIN, kTimeout) && recv(socket_, &byte, 1, 0) <= 0;
   }
 
-  /// Tells the server that nothing more is sent.
+  /// Shuts down the sending side.
   void EndSending() { shutdown(socket_, SHUT_WR); }
 
  private:

@@ -1,5 +1,5 @@
-// Clients that read large tables, and the writer that is served meanwhile. With ZUSKUX_LONG_TESTS=1
-// in the environment the tables have 1,000,000 entries.
+// Clients that read large tables, and a writer that is served meanwhile. With ZUSKUX_LONG_TESTS=1
+// in the environment, the tables have 1,000,000 entries.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -53,7 +53,7 @@ class ReadersTest : public ::testing::Test {
     }
   }
 
-  // How long an answer to the writer takes.
+  // How long the server takes to answer the writer.
   milliseconds HeartbeatTime() {
     const auto start = steady_clock::now();
     EXPECT_TRUE(writer_.Send(kHeartbeat, 1));
@@ -61,7 +61,7 @@ class ReadersTest : public ::testing::Test {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
   }
 
-  // A client that asks for the tables and does not read them yet.
+  // A client that asks for the tables but does not read them yet.
   std::unique_ptr<RawClient> Reader() {
     auto reader = std::make_unique<RawClient>(server_.path());
     EXPECT_TRUE(reader->Greet());
@@ -101,7 +101,7 @@ TEST_F(ReadersTest, DoNotKeepTheServerFromItsWriter) {
     ++heartbeats;
   }
   for (std::thread& reader : readers) reader.join();
-  // A client takes a server that is silent for 6 seconds for dead.
+  // A client considers a server dead after 6 seconds of silence.
   EXPECT_LT(longest, std::chrono::seconds(5));
   EXPECT_GT(heartbeats, 10);
   const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
@@ -119,7 +119,7 @@ TEST_F(ReadersTest, AreRefusedAboveTheLimit) {
   EXPECT_EQ(
       Reader()->Receive(),
       (RawFrame{kGoodbye, 0, "the tables are read by 20 clients already, which is the limit"}));
-  // One that ends, and one that leaves, make room.
+  // A reading that ends, and a reader that leaves, make room.
   EXPECT_EQ(readers.front()->ReceiveFrames(50'000).back().type, kTableEnd);
   EXPECT_EQ(Reader()->ReceiveFrames(50'001).back().type, kTableEnd);
   readers.pop_back();
@@ -131,7 +131,7 @@ TEST_F(ReadersTest, SeeTheChangesThatAreMadeWhileTheyRead) {
   Fill(kEntries);
   const auto reader = Reader();
   ASSERT_EQ(reader->ReceiveFrames(100).size(), 100U);
-  // Far from the place that the reading has reached.
+  // Far from where the reading is.
   ASSERT_TRUE(writer_.Send(7, 1, Vlan(1, 9000).SerializeAsString()));
   EXPECT_EQ(writer_.Receive(), Result(1, 0, 1));
   const auto frames = reader->ReceiveFrames(kEntries - 99);

@@ -31,7 +31,7 @@ constexpr int kHeartbeat = 20;
 
 const RawFrame kBeat{kHeartbeat, 99, ""};
 
-// Installs of VLANs whose ids are their sequences.
+// Installs of VLANs; each id is also the sequence.
 std::string Installs(std::uint32_t first, std::uint32_t last) {
   std::string bytes;
   for (std::uint32_t id = first; id <= last; ++id) {
@@ -40,15 +40,15 @@ std::string Installs(std::uint32_t first, std::uint32_t last) {
   return bytes;
 }
 
-// Successes of those.
+// The successes of those installs.
 std::vector<RawFrame> Successes(std::uint32_t first, std::uint32_t last) {
   std::vector<RawFrame> frames;
   for (std::uint32_t id = first; id <= last; ++id) frames.push_back(Result(id, 0, id));
   return frames;
 }
 
-// Sends `bytes` behind a hello, and returns all answers but the one to the hello, until the one to
-// a heartbeat behind `bytes`, or the end.
+// Sends a hello, `bytes` and a heartbeat. Returns all answers between those to the hello and to the
+// heartbeat, or up to the end.
 std::vector<RawFrame> Converse(RawClient* client, const std::string& bytes) {
   EXPECT_TRUE(client->Greet());
   client->Send(bytes + FrameBytes(kHeartbeat, 99));
@@ -131,7 +131,7 @@ TEST(ServerFaults, CrashesAndStartsAgainEmpty) {
       const std::uint64_t generation = server.Generation();
       RawClient client(server.path());
       client.Greet();
-      // One at a time: what a crash does to earlier answers is nobody's to say.
+      // One at a time: it is undefined whether earlier answers survive a crash.
       if (count == 0) {
         client.Send(Installs(1, 1));
         EXPECT_EQ(client.Receive(), Result(1, 0, 1));
@@ -154,7 +154,7 @@ TEST(ServerFaults, CrashesInAReinstall) {
     client.Greet();
     client.Send(FrameBytes(kBegin, 1) + Installs(1, 1));
     EXPECT_EQ(client.Receive(), Result(1, 0, 1));
-    // A new beginning counts anew.
+    // A new begin restarts the count.
     client.Send(FrameBytes(kBegin, 2) + Installs(2, 2));
     EXPECT_EQ(client.Receive(), Result(2, 0, 2));
     client.Send(Installs(3, 3));
@@ -273,7 +273,7 @@ TEST(ServerFaults, StallsHeartbeatsToo) {
   other.Greet();
   const auto start = steady_clock::now();
   client.Send(Installs(1, 1));
-  // Behind the stall, once it has begun.
+  // After the stall has begun.
   std::this_thread::sleep_for(milliseconds(50));
   other.Send(kHeartbeat, 99);
   EXPECT_EQ(other.Receive(), kBeat);
@@ -281,12 +281,12 @@ TEST(ServerFaults, StallsHeartbeatsToo) {
   EXPECT_EQ(client.Receive(), Result(1, 0, 1));
 }
 
-// The socket takes what is not late at once, so that nothing else makes the server go on.
+// The socket accepts answers that are not delayed immediately, so nothing else wakes the server.
 TEST(ServerFaults, WhatIsLateKeepsNothingWaitingThatWasRead) {
   constexpr std::uint32_t kLate = 40;
   constexpr std::uint32_t kHosts = 200;
   HalServerOptions options;
-  // Room for what is late and hardly more.
+  // Little more than the room for the delayed answers.
   options.max_unsent = 1000;
   TestServer server(R"(fault { what: "delay" of: "vlan" ms: 600000 times: 40 })", options);
   RawClient client(server.path());

@@ -23,12 +23,12 @@
 
 namespace reference {
 
-/// A HAL server in a thread of its own, in the test's process, until the end of the test.
+/// A HAL server on its own thread in the test's process, until the end of the test.
 class TestServer {
  public:
   TestServer() : TestServer(HalServerOptions()) {}
 
-  /// Path and log of `options` are replaced.
+  /// Replaces path and log of `options`.
   explicit TestServer(HalServerOptions options) {
     options.path = path();
     options.log = [this](const std::string& line) { AddLine(line); };
@@ -36,7 +36,7 @@ class TestServer {
     thread_ = std::thread([this] { io_.run(); });
   }
 
-  /// With the faults of a fault file; a crash restarts the server within the process.
+  /// Uses the faults of a fault file; a crash restarts the server within the process.
   explicit TestServer(const std::string& faults, HalServerOptions options = {})
       : TestServer(std::move(options), ParseFaults(faults)) {}
 
@@ -46,7 +46,7 @@ class TestServer {
 
   std::string path() const { return folder_.Path("hal.sock"); }
 
-  /// What the server holds, between two of its steps.
+  /// A copy of the server's tables, taken between two of its steps.
   HalTables Tables() {
     return Call([this] { return server_->tables(); });
   }
@@ -55,7 +55,7 @@ class TestServer {
     return Call([this] { return server_->generation(); });
   }
 
-  /// Keeps the server's thread from doing anything for `time`; returns at once.
+  /// Blocks the server's thread for `time`; returns immediately.
   void Hold(std::chrono::milliseconds time) {
     boost::asio::post(io_, [time] { std::this_thread::sleep_for(time); });
   }
@@ -73,19 +73,19 @@ class TestServer {
     return lines_;
   }
 
-  /// What the faults that struck so far say.
+  /// The log lines of the faults so far.
   std::vector<std::string> FaultLines() {
     const std::lock_guard lock(mutex_);
     return fault_lines_;
   }
 
-  /// The lines of the log since the call before.
+  /// The lines of the log since the previous call.
   std::vector<std::string> TakeLines() {
     const std::lock_guard lock(mutex_);
     return std::exchange(lines_, {});
   }
 
-  /// Waits until the log has so many lines, for 5 seconds at most. Returns the lines.
+  /// Waits, 5 seconds at most, until the log has `count` lines. Returns the lines.
   std::vector<std::string> WaitForLines(std::size_t count) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (Lines().size() < count && std::chrono::steady_clock::now() < end) {

@@ -30,7 +30,7 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-/// zuskux-hal with its output in files. Killed at the end if it has not ended.
+/// zuskux-hal with its output in files. Killed on destruction if it still runs.
 class Process {
  public:
   Process(const std::string& folder, const std::vector<std::string>& arguments)
@@ -54,7 +54,7 @@ class Process {
 
   void Signal(int signal) const { kill(pid_, signal); }
 
-  /// Waits for the end. Returns the exit code, -1 after a signal.
+  /// Waits for the end. Returns the exit code; -1 after a signal.
   int Wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
@@ -62,7 +62,7 @@ class Process {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  /// The most memory that it has had so far, in KiB.
+  /// The peak memory so far, in KiB.
   int PeakMemory() const {
     const std::string status = Read("/proc/" + std::to_string(pid_) + "/status");
     return std::stoi(status.substr(status.find("VmHWM:") + 6));
@@ -72,7 +72,7 @@ class Process {
   /// Without times and levels.
   std::string Error() const { return WithoutTimes(Read(error_)); }
 
-  /// Waits, 5 seconds at most, until standard error has `text`.
+  /// Waits, 5 seconds at most, until standard error contains `text`.
   bool Says(const std::string& text) const {
     for (int count = 0; count < 500; ++count) {
       if (Error().find(text) != std::string::npos) return true;
@@ -290,7 +290,7 @@ TEST_F(TablesTest, AreShownAsJson) {
       nlohmann::json::parse(R"({"count": 0, "digest": "0x0000000000000000", "entries": []})"));
 }
 
-/// A server with tables of 100,000 entries, and how its memory grows from there.
+/// A server with tables of 100,000 entries; measures how its memory grows from there.
 class ReadersMemoryTest : public ZuskuxHalTest {
  protected:
   ReadersMemoryTest()
@@ -319,7 +319,8 @@ class ReadersMemoryTest : public ZuskuxHalTest {
     return client;
   }
 
-  // By how many KiB the memory has grown once the server has done all that it does at once.
+  // How many KiB the memory has grown once the server has done everything that it can do without
+  // waiting.
   int Growth() {
     for (std::uint32_t beat = 0; beat < 20; ++beat) {
       EXPECT_TRUE(writer_->Send(20, beat));

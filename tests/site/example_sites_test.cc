@@ -68,7 +68,7 @@ TEST(ExampleSitesTest, TwoUplinksAfterADayOfChanges) {
   EXPECT_NE(Find(before.vlans, "uplink-a").source_mac, Find(after.vlans, "uplink-a").source_mac);
   EXPECT_EQ(Find(after.mpls, "vc-initech").tunnel, Find(after.mpls, "lsp-a").id);
 
-  // The changes that the file lists, and no others.
+  // Only the changes that the file lists.
   Site expected = before;
   expected.vlans[0].source_mac = Mac{0x02, 0, 0, 0, 0xaa, 0x11};
   expected.vlans.pop_back();

@@ -36,7 +36,7 @@ class GenerateSiteProgramTest : public ::testing::Test {
 
   GenerateSiteProgramTest() { fs::create_directory(Target().parent_path()); }
 
-  // In a directory of its own.
+  // In its own directory.
   fs::path Target() const { return directory_ / "sites" / "a.txtpb"; }
 
   Result Run(std::vector<std::string> arguments) {
@@ -65,7 +65,7 @@ class GenerateSiteProgramTest : public ::testing::Test {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err)};
   }
 
-  // What the target's directory holds.
+  // The number of files in the target's directory.
   std::size_t CountFiles() const {
     const fs::directory_iterator files(Target().parent_path());
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
@@ -185,7 +185,7 @@ TEST_F(GenerateSiteProgramTest, AFailureOfStandardOutputIsAnError) {
             "space there or choose another place with -o\n");
 }
 
-// The limit on a file's size, of a few KiB here, stands for a disk that is full.
+// The limit on a file's size, a few KiB here, simulates a full disk.
 TEST_F(GenerateSiteProgramTest, AFailureHalfwayLeavesNoNewFileAndTheOldOne) {
   const std::vector<std::string> command = {
       "/bin/sh", "-c", R"(trap '' XFSZ; ulimit -f 8; exec "$0" --objects 1000 -o "$1")",

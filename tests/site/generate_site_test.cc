@@ -72,7 +72,7 @@ TEST(GenerateSiteTest, GroupsHaveUpToEightMembersOfHostsAndMpls) {
       EXPECT_EQ(hosts.count(member) + mpls.count(member), 1U) << ecmp.name;
     }
   }
-  // 1300 groups; 65 are empty on average, and six standard deviations are 47.
+  // 1300 groups: 65 are empty on average, and six standard deviations are 47.
   EXPECT_GE(empty, 18U);
   EXPECT_LE(empty, 112U);
   EXPECT_GT(full, 0U);

@@ -12,7 +12,7 @@
 
 namespace reference {
 
-/// The mistakes of a result, one "<file>:<line>:<column>: <text>" a line; empty for a site.
+/// The mistakes of a result, one "<file>:<line>:<column>: <text>" per line; empty for a site.
 inline std::string Mistakes(const SiteOrMistakes& result, const std::string& file = "site.txtpb") {
   std::string lines;
   if (const auto* errors = std::get_if<std::vector<Diagnostic>>(&result)) {

@@ -155,7 +155,7 @@ TEST(SiteReaderTest, InterfaceNumbersMayBeMissing) {
 
 struct MistakeCase {
   const char* name;
-  // Follows kSite. ^ marks the place of the mistake and is taken out.
+  // Follows kSite. ^ marks the place of the mistake and is removed.
   const char* text;
   const char* mistake;
 };

@@ -42,7 +42,7 @@ void Touch(const std::string& path) { const std::ofstream file(path); }
 
 class SocketWatchTest : public testing::Test {
  protected:
-  /// Handles what has happened in the folder so far; how often the file appeared.
+  /// Handles the folder's events so far. Returns how often the file appeared.
   int Appeared() {
     io_.restart();
     while (io_.poll() != 0) {
@@ -204,7 +204,7 @@ class GrownPauseTest : public AbsentServerTest {
     return options;
   }
 
-  /// Fails when the pause goes on from where it was.
+  /// Fails if the pause continues from where it was.
   void ExpectAttemptSoon() {
     const auto begin = Clock::now();
     server_.AcceptAndGreet();
@@ -245,7 +245,7 @@ TEST_F(GrownPauseTest, StartsOverWhenASocketAppearsThatDoesNotListenYet) {
   server_.StopListening();
   Start(GrowingOptions());
   log_.AwaitStart("no HAL server");
-  // There is no line for each attempt.
+  // Not every attempt logs a line.
   std::this_thread::sleep_for(kGrown - kFirst / 2);
   server_.BindAt(server_.path());
   const std::string refused = "no HAL server at " + server_.path() + ": Connection refused";
@@ -254,8 +254,8 @@ TEST_F(GrownPauseTest, StartsOverWhenASocketAppearsThatDoesNotListenYet) {
   ExpectAttemptSoon();
 }
 
-/// A server, and a client that installs `entries` VLANs whenever it finds the server. The server
-/// runs on the thread of the test.
+/// A server on the test's thread, and a client that installs `entries` VLANs whenever it finds the
+/// server.
 class Pair {
  public:
   Pair(boost::asio::io_context* io, std::uint32_t entries)
@@ -263,7 +263,7 @@ class Pair {
     Listen();
     SocketHalOptions options;
     options.path = folder_.path();
-    // Besides the VLANs, begin and end.
+    // The VLANs, plus the begin and the end.
     options.queue_entries = entries + 2;
     options.log = [this](const std::string& line) {
       if (line.rfind("in sync", 0) == 0) in_sync_at_ = Clock::now();
@@ -274,7 +274,7 @@ class Pair {
 
   bool InSync() const { return in_sync_at_.load() != Clock::time_point(); }
 
-  /// Takes the server away for that long.
+  /// Stops the server for that long.
   void Restart(milliseconds away) {
     in_sync_at_ = Clock::time_point();
     server_.reset();
@@ -284,7 +284,7 @@ class Pair {
     });
   }
 
-  /// From when the server was back to when it was in sync.
+  /// From the server's return until it was in sync.
   milliseconds TimeToSync() const {
     return std::chrono::duration_cast<milliseconds>(in_sync_at_.load() - listening_at_);
   }
@@ -347,7 +347,7 @@ TEST(RestartsTest, AreInSyncSoonHoweverLongTheServerWasAway) {
   std::cout << restarts << " restarts, away up to " << longest.count() << " ms, " << entries
             << " entries: in sync after p50 " << median.count() << " ms, p99 and max "
             << worst.count() << " ms\n";
-  // The short form runs beside other tests.
+  // The short form runs in parallel with other tests.
   EXPECT_LT(long_form ? worst : median, milliseconds(300));
 }
 

@@ -1,4 +1,4 @@
-/// What the client remembers: requests on their way, kept VRFs, reinstalls.
+/// The client's state: requests in flight, kept VRFs, reinstalls.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -203,7 +203,7 @@ TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {
     return host.Submit({HalOperation::kInstallVlan, 1, 0, std::string(50, 'v')});
   };
   EXPECT_EQ(submit().next, HostQueue::Next::kWriteNow);
-  // So that nothing else is a reason.
+  // Rules out other reasons.
   connection.EndOverdue(ConnectionQueue::Clock::now());
   std::string frames;
   ASSERT_TRUE(connection.TakeFrames(&frames));
@@ -288,7 +288,7 @@ TEST(KeptVrfsTest, TheNewestOfEachInOrder) {
   EXPECT_FALSE(kept.Contains(1));
 }
 
-/// Summary of tables; what is not named in `tables` is empty.
+/// A summary of the tables; those not named in `tables` are empty.
 wire::TableSummary Summary(const HalTables& tables) {
   wire::TableSummary summary;
   for (std::size_t i = 0; i < kHalKinds; ++i) {
@@ -302,7 +302,7 @@ wire::TableSummary Summary(const HalTables& tables) {
 }
 
 HalRequest Vrf(HalOperation operation, std::uint32_t id, std::uint32_t encoded_size = 2) {
-  // Field 1, a number; of VRF messages the id.
+  // Field 1, a number; in VRF messages, the id.
   std::string payload = {'\x08', static_cast<char>(id)};
   while (payload.size() < encoded_size) payload += payload.substr(0, 2);
   return {operation, id, 0, payload};

@@ -15,7 +15,7 @@
 
 namespace reference {
 
-/// A folder for the socket, removed in the end.
+/// A folder for the socket, removed on destruction.
 class SocketFolder {
  public:
   std::string path() const { return folder_.Path("hal.sock"); }
@@ -24,8 +24,8 @@ class SocketFolder {
   TestFolder folder_;
 };
 
-/// A HAL server of which the test plays each step; one client at a time. Whatever does not come in
-/// time fails the test.
+/// A HAL server whose every step the test plays; one client at a time. Anything that does not
+/// arrive in time fails the test.
 class FakeServer {
  public:
   struct Frame {
@@ -43,39 +43,39 @@ class FakeServer {
   std::string path() const { return folder_.path(); }
 
   void Listen() { ListenAt(path()); }
-  /// Listens at another path, for the test to move.
+  /// Listens at another path, so that the test can move the socket.
   void ListenAt(const std::string& path) {
     BindAt(path);
     StartListening();
   }
-  /// The two steps of it: until the second, a client is refused.
+  /// The two steps of listening: until the second, clients are refused.
   void BindAt(const std::string& path);
   void StartListening() const;
   /// Nobody can connect until `Listen`.
   void StopListening();
 
-  /// Takes the next client, instead of the one before, and reads its hello.
+  /// Accepts the next client, replacing the previous one, and reads its hello.
   void Accept();
-  /// Says a valid hello.
+  /// Sends a valid hello.
   void Greet(std::uint32_t max_payload = kDefaultMaxPayload);
   void AcceptAndGreet() {
     Accept();
     Greet();
   }
   void Close();
-  /// What the client has said in its hello.
+  /// The client's hello.
   const wire::Hello& hello() const { return hello_; }
 
-  /// The next frame, heartbeats left out.
+  /// The next frame, skipping heartbeats.
   Frame Next();
-  /// The next frame, whatever it is.
+  /// The next frame of any type.
   Frame NextOfAny();
   /// Sends a result for the request.
   void Answer(const Frame& request, std::uint32_t code = 0);
-  /// Sends bytes; false when the client has closed the connection.
+  /// Sends bytes; false if the client has closed the connection.
   bool Send(std::string_view bytes) const;
   void SendFrame(FrameType type, std::uint32_t sequence, std::string_view payload) const;
-  /// Waits until the client has closed the connection; whatever it sent before is dropped.
+  /// Waits until the client has closed the connection; drops whatever it sent before.
   bool AwaitClosed();
 
  private:
@@ -90,7 +90,7 @@ class FakeServer {
 std::string HelloFrame(std::uint32_t version = kProtocolVersion,
                        std::uint32_t max_payload = kDefaultMaxPayload);
 
-/// The id that a request of the tests carries.
+/// The id in one of the tests' requests.
 std::uint32_t IdIn(const FakeServer::Frame& request);
 
 }  // namespace reference

@@ -1,5 +1,5 @@
-/// What a server sends that is no valid conversation closes the connection, with one line in the
-/// log, and the client connects again.
+/// Anything invalid from a server closes the connection with one line in the log, and the client
+/// reconnects.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ namespace {
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
-/// A server's part of a conversation: what comes instead of hello, or after it.
+/// A server's part of a conversation: what it sends instead of a hello, or after it.
 struct Conversation {
   std::string name;
   bool greeted = false;
@@ -100,7 +100,7 @@ TEST_P(PromiseAnyBytes, CloseTheConnectionWithOneLineAndConnectAgain) {
     server.Greet();
     reported.Await(1);
   }
-  // The outcome does not depend on how the bytes are cut.
+  // The outcome does not depend on how the bytes are split.
   for (const char byte : GetParam().bytes) server.Send({&byte, 1});
   EXPECT_TRUE(server.AwaitClosed());
   server.AcceptAndGreet();

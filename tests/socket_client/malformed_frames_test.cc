@@ -1,9 +1,8 @@
-// Frames that are no part of a conversation, each with one mistake, thousands of them: every one
-// ends in its line of the log and the end of its connection, the request that was under way has its
-// result, the client connects again, and nothing of it stays.
+// Thousands of invalid frames, with one mistake each. Every one ends in its log line and the end of
+// its connection. The request in flight has its result, the client reconnects, and nothing leaks.
 //
-// With ZUSKUX_LONG_TESTS=1 in the environment there are 100,000. Then the headers of good frames
-// take each value in each byte, else some.
+// With ZUSKUX_LONG_TESTS=1 in the environment, there are 100,000 frames, and the headers of valid
+// frames take every value in every byte, instead of some.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,7 +42,7 @@ std::string Big(std::uint32_t number) {
   return bytes;
 }
 
-// What a server sends, whether after a hello, and what is said about it.
+// What a server sends, whether after a hello, and the resulting complaint.
 struct Malformed {
   bool greeted = false;
   std::string bytes;
@@ -54,7 +53,7 @@ struct Malformed {
 
 class MalformedFrames {
  public:
-  /// `sequence` is that of the request that the client makes once it is greeted.
+  /// `sequence` is that of the request that the client makes after the hello.
   Malformed Next(std::uint32_t sequence) {
     switch (From(0, 11)) {
       case 0:
@@ -106,11 +105,11 @@ class MalformedFrames {
     return Header(type, static_cast<std::uint32_t>(payload.size())) + payload;
   }
 
-  // A number that does not end.
+  // A varint that does not end.
   std::string Undecodable() { return std::string(From(1, 9), '\xFF'); }
 
   Malformed UnknownType() {
-    // Behind the last one, and 0.
+    // Above the last type, and 0.
     const std::uint32_t type = (From(kLastType, 0xFF) + 1) & 0xFF;
     return {
         From(0, 1) == 1, Header(type, From(0, kLongestSize)) + Bytes(0, 20),
@@ -168,7 +167,7 @@ class MalformedFrames {
   std::mt19937 random_{11};
 };
 
-/// What a client reports and logs. Whenever it finds a server it makes a request.
+/// A client's reports and log. It makes a request whenever it finds a server.
 class WatchedClient {
  public:
   explicit WatchedClient(const std::string& path)
@@ -177,7 +176,7 @@ class WatchedClient {
     hal_.Start({&results_, [this] { InstallVlan(&hal_, kVlan); }, {}});
   }
 
-  /// The lines of the log, and the results, since the call before.
+  /// The log lines, or the results, since the previous call.
   std::vector<std::string> TakeLines() { return Take(&lines_); }
   std::vector<std::string> TakeResults() { return Take(&reports_); }
 
@@ -210,7 +209,7 @@ class WatchedClient {
   std::vector<std::string> lines_;
   std::vector<std::string> reports_;
   RecordingResults results_;
-  // Last, because it ends first.
+  // Last, because it must be destroyed first.
   SocketHal hal_;
 };
 
@@ -218,7 +217,7 @@ class ClientMalformedFramesTest : public testing::Test {
  protected:
   void SetUp() override { server_.Accept(); }
 
-  // Sends it on the connection that waits. When the next one waits, it has had its fate.
+  // Sends it on the waiting connection. The outcome is known once the next connection waits.
   void ExpectFate(const Malformed& malformed) {
     std::vector<std::string> lines;
     if (malformed.greeted) {
@@ -229,13 +228,13 @@ class ClientMalformedFramesTest : public testing::Test {
     }
     ASSERT_TRUE(server_.Send(malformed.bytes));
     if (malformed.cut) {
-      // Unread, the request would make the end a reset.
+      // If the request stayed unread, the end would be a reset.
       server_.Next();
       server_.Close();
     } else {
       ASSERT_TRUE(server_.AwaitClosed());
     }
-    // The same failure again and again is told once.
+    // A repeated failure is logged once.
     if (malformed.line != last_line_) lines.push_back(malformed.line);
     last_line_ = malformed.line;
 
@@ -249,7 +248,7 @@ class ClientMalformedFramesTest : public testing::Test {
   FakeServer server_;
   WatchedClient client_{server_.path()};
   std::string last_line_;
-  // That the client has numbered.
+  // How many the client has numbered.
   std::uint32_t requests_ = 0;
 };
 
@@ -260,7 +259,7 @@ TEST_F(ClientMalformedFramesTest, EachEndsItsConnectionAndLeavesNothing) {
   for (int frame = 1; frame <= frames; ++frame) {
     SCOPED_TRACE(frame);
     ASSERT_NO_FATAL_FAILURE(ExpectFate(malformed.Next(requests_)));
-    // What a connection leaves behind is the same after the first hundred and after all of them.
+    // A connection leaves the same behind after the first hundred as after all of them.
     if (frame == 100) live = testing_support::LiveAllocations();
     if (frame < 100) continue;
     ASSERT_LE(testing_support::LiveAllocations(), live + 100);
@@ -274,7 +273,7 @@ TEST_F(ClientMalformedFramesTest, EachEndsItsConnectionAndLeavesNothing) {
   }));
 }
 
-// One of each type that a server sends; the result is that of the first request.
+// One frame of each type that a server sends; the result is that of the first request.
 std::vector<std::string> GoodFrames() {
   const auto frame = [](std::uint32_t type, const std::string& payload) {
     return Big(type << 24) + Big(static_cast<std::uint32_t>(payload.size())) + payload;
@@ -283,12 +282,12 @@ std::vector<std::string> GoodFrames() {
           frame(19, "\x0A\x06\x0A\x04vlan"), frame(20, "")};
 }
 
-/// Servers that end after whatever they sent.
+/// Servers that close the connection, whatever they sent.
 class ClientChangedFramesTest : public testing::Test {
  protected:
   void SetUp() override { server_.Accept(); }
 
-  // Whatever it is: the connection ends, which takes one line, and the request has one result.
+  // Whatever the bytes: the connection ends, one line is logged, and the request has one result.
   void ExpectOneLineAndOneResult(const std::string& bytes) {
     server_.Greet();
     server_.Next();
@@ -333,7 +332,7 @@ TEST_F(ClientChangedFramesTest, RandomBytes) {
   for (int round = 0; round < rounds; ++round) {
     std::string bytes(random() % 300 + 1, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
-    // Half of them begin with a type that there is.
+    // Half of the rounds begin with a valid type.
     if (round % 2 == 0) bytes[0] = static_cast<char>(random() % 23 + 1);
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(ExpectOneLineAndOneResult(bytes));

@@ -1,4 +1,4 @@
-/// What a connection, and a server, tell their observers and say about themselves.
+/// What a connection and a server report to their observers, and their counters.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,8 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-/// Sends a VLAN twice, the second time another one, in a reinstall, and a VRF; waits for the ends.
+/// In a reinstall, sends a VLAN twice, the second time with other content, and a VRF; waits for the
+/// ends.
 std::vector<const void*> Converse(HalConnection* hal) {
   Reported reported;
   hal->Start(reported.Reports());
@@ -41,7 +42,7 @@ std::vector<const void*> Converse(HalConnection* hal) {
   return {sent.begin(), sent.end()};
 }
 
-// Without the events, whose texts are tested where they are made.
+// Without the events, whose texts are tested elsewhere.
 std::vector<std::string> Traffic(const Observed& observed) {
   std::vector<std::string> lines;
   for (const std::string& line : observed.lines()) {
@@ -103,7 +104,7 @@ TEST(LatencyTest, OfTheEmbeddedHalHasNoWire) {
   EXPECT_GE(latencies.hal.p50, std::chrono::milliseconds(2));
 }
 
-// The HAL's own time is its delay; the wire has the rest.
+// The HAL's own time is its delay; the wire takes the rest.
 TEST(LatencyTest, OfTheSocketTellsTheHalFromTheWire) {
   TestServer server(R"(fault { what: "delay" ms: 20 times: 3 })");
   SocketHalOptions options;

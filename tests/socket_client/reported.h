@@ -26,7 +26,7 @@
 
 namespace reference {
 
-/// Waits, within bounds, for what nothing reports.
+/// Waits, within bounds, for a condition that nothing reports.
 inline bool Eventually(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
   while (!condition()) {
@@ -36,7 +36,7 @@ inline bool Eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-/// Lines or events in order, to be waited for.
+/// Lines or events in order, to wait for.
 class Record {
  public:
   void Add(const std::string& entry) {
@@ -50,14 +50,14 @@ class Record {
     return entries_;
   }
 
-  /// The entries when there are `count`, or those that came in time.
+  /// Waits for `count` entries and returns them, or those that arrived in time.
   std::vector<std::string> Await(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kPatience, [this, count] { return entries_.size() >= count; });
     return entries_;
   }
 
-  /// Waits for an entry that starts so, and returns it; empty when none came in time.
+  /// Waits for an entry that begins with `start` and returns it; empty if none arrived in time.
   std::string AwaitStart(const std::string& start) {
     std::unique_lock lock(mutex_);
     const auto find = [this, &start] {
@@ -76,7 +76,7 @@ class Record {
   std::vector<std::string> entries_;
 };
 
-/// Everything that a connection reports: "found", "room", "InstallVlan 5: 0".
+/// Records everything that a connection reports: "found", "room", "InstallVlan 5: 0".
 class Reported {
  public:
   Reported() : results_([this](const Result& result) { AddResult(result); }) {}
@@ -85,8 +85,8 @@ class Reported {
     return {&results_, [this] { Add("found"); }, [this] { Add("room"); }};
   }
 
-  /// The same, and what has no result operation: "install-vrf 5: 0", "lost", "in sync",
-  /// "not in sync".
+  /// The same, plus reports without a result operation: "install-vrf 5: 0", "lost", "in sync", "not
+  /// in sync".
   HalReports AllReports() {
     HalReports reports = Reports();
     reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {

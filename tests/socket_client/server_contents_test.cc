@@ -1,4 +1,4 @@
-/// Reading what a server holds: answers that are none.
+/// Reading a server's contents: invalid answers.
 
 #include "reference/socket_client/server_contents.h"
 
@@ -21,7 +21,7 @@ using std::string_literals::operator""s;
 
 class ServerContentsTest : public testing::Test {
  protected:
-  // Reads while `serve` plays the server; what was wrong, or nothing.
+  // Reads while `serve` plays the server. Returns the error, or nothing.
   std::string Mistake(const std::function<void()>& serve, const ReadLimits& limits = {}) {
     auto reading = std::async(std::launch::async, [this, limits]() -> std::string {
       try {
@@ -36,7 +36,7 @@ class ServerContentsTest : public testing::Test {
     return reading.get();
   }
 
-  // What is wrong with an answer of that type and payload to the question for the tables.
+  // The error for an answer of that type and payload to a request for the tables.
   std::string MistakeOf(FrameType type, const std::string& payload) {
     return Mistake([&] {
       server_.Greet();
@@ -45,8 +45,8 @@ class ServerContentsTest : public testing::Test {
     });
   }
 
-  // What is wrong when the answer is `sent` table entries, `interval` apart, and then the end, if
-  // it comes to that.
+  // The error for an answer of `sent` table entries, `interval` apart, and then the end, if it gets
+  // that far.
   std::string MistakeOfEntries(std::uint32_t sent, const ReadLimits& limits,
                                std::chrono::milliseconds interval = {}) {
     return Mistake(

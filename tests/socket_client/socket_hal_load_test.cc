@@ -29,7 +29,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// A server on a thread of its own.
+/// A server on its own thread.
 class RunningServer {
  public:
   explicit RunningServer(const std::string& path, ServerFaults* faults = nullptr) {
@@ -104,7 +104,7 @@ class CountedResults {
   }
 
   std::atomic<int> found = 0;
-  /// Whether a result was other than success; every VLAN is new.
+  /// Whether any result was a failure; every VLAN is new.
   std::atomic<bool> lost = false;
 
  private:
@@ -116,7 +116,7 @@ class CountedResults {
   std::uint64_t total_ = 0;
 };
 
-/// Ends connections and servers, answers twice or for nobody, at random.
+/// Ends connections and servers, duplicates results and invents some, at random.
 class RandomFaults : public ServerFaults {
  public:
   ConnectionFate OnAccept() override {
@@ -216,7 +216,7 @@ TEST(PromiseOneResult, WhenTheServerIsRestarted) {
   EXPECT_EQ(results.found, static_cast<int>(kRestarts) + 1);
 }
 
-// Of the connection's thread; a request itself is allocated by who sends it.
+// On the connection's thread only; the sending thread allocates the request itself.
 TEST(PromiseBounded, NothingIsAllocatedForAFrame) {
   constexpr std::uint32_t kBatch = 100;
   const SocketFolder folder;
@@ -258,7 +258,7 @@ TEST(PromiseNoReportAfterTheEnd, WithResultsInFlight) {
     unanswered += 100 - total;
     std::this_thread::yield();
     EXPECT_EQ(results.total(), total);
-    // A report that came later would use what is gone here.
+    // A later report would use objects that are destroyed here.
   }
   EXPECT_GT(unanswered, 0U) << "no result was in flight";
 }

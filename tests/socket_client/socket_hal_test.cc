@@ -38,7 +38,7 @@ class SocketHalTest : public testing::Test {
     return options;
   }
 
-  /// Starts a client without a server that answers it.
+  /// Starts a client without a server that answers.
   SocketHal* Start(const SocketHalOptions& options) {
     hal_ = std::make_unique<SocketHal>(options);
     hal_->Start(reported_.Reports());
@@ -53,7 +53,7 @@ class SocketHalTest : public testing::Test {
     return hal;
   }
 
-  /// Handles everything that the server has sent before.
+  /// Waits until everything that the server sent so far has been handled.
   void Settle(std::uint32_t id) {
     const std::size_t before = reported_.events().size();
     EXPECT_EQ(InstallVlan(hal_.get(), id), kHalSuccess);
@@ -61,7 +61,7 @@ class SocketHalTest : public testing::Test {
     EXPECT_EQ(reported_.Await(before + 1).back(), "InstallVlan " + std::to_string(id) + ": 0");
   }
 
-  /// Holds the thread that reports until `released_`.
+  /// Blocks the reporting thread until `released_`.
   void HoldThread() {
     held_.Open();
     released_.Pass();
@@ -99,7 +99,7 @@ TEST_F(OneWriter, TakesOverFromTheFirstServersWriterOnly) {
   SocketHalOptions options = Options();
   options.take_over = true;
   Start(options);
-  // The server goes away before it has answered.
+  // The server goes away before it answers.
   server_.Accept();
   EXPECT_TRUE(server_.hello().take_over());
   server_.AcceptAndGreet();
@@ -143,7 +143,7 @@ TEST_F(OneWriter, IsNotToldOfAnotherOneByAGoodbyeForOtherReasons) {
   EXPECT_THAT(others_.entries(), IsEmpty());
 }
 
-/// Each request ends in one result.
+/// Each request ends in exactly one result.
 class PromiseOneResult : public SocketHalTest {};
 
 TEST_F(PromiseOneResult, WithTheServersCode) {
@@ -163,7 +163,7 @@ TEST_F(PromiseOneResult, WithTheServersCode) {
   EXPECT_EQ(hal->counters().servers_found, 1U);
 }
 
-// `Reported` fails on a report inside another.
+// `Reported` fails if a report runs inside another.
 TEST_F(PromiseOneResult, NeverInsideARequestThatIsSentInsideAReport) {
   SocketHalOptions options = Options();
   options.queue_entries = 1;
@@ -344,7 +344,7 @@ TEST_F(PromiseOneResult, SequencesWrap) {
                                               "InstallVlan 3: 0", "InstallVlan 4: 0"));
 }
 
-/// VRF requests have no result, but are not lost.
+/// VRF requests have no result, but are never lost.
 class PromiseVrfsAreKept : public SocketHalTest {};
 
 TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
@@ -450,7 +450,7 @@ TEST_F(PromiseVrfsAreKept, InBounds) {
   EXPECT_THAT(reported_.events(), IsEmpty());
 }
 
-/// Queues are bounded, writes coalesced, and a slow server is not a dead one.
+/// Queues are bounded, writes are coalesced, and a slow server does not count as dead.
 class PromiseBounded : public SocketHalTest {};
 
 TEST_F(PromiseBounded, InEntries) {
@@ -483,10 +483,10 @@ TEST_F(PromiseBounded, InBytes) {
   SocketHal* const hal = Start(options);
   server_.Accept();
   server_.Greet(100);
-  // The thread is inside the report that the server was found and writes nothing.
+  // The thread is inside the server-found report and writes nothing.
   held_.Pass();
   const std::size_t frame = kFrameHeaderSize + Vlan(1).SerializeAsString().size();
-  // Without a write the bytes decide, in frames of one size.
+  // Without a write, the limit in bytes decides; all frames have the same size.
   std::size_t taken = 0;
   while (InstallVlan(hal, 1) == kHalSuccess) ++taken;
   EXPECT_GE(taken, kBytes / frame - 1);
@@ -554,12 +554,12 @@ TEST_F(PromiseBounded, RequestsOneAtATimeNeedNoWakeUpEach) {
   const SocketHalStatistics before = hal->statistics();
   for (std::uint32_t id = 2; id <= 20; ++id) Settle(id);
   const SocketHalStatistics after = hal->statistics();
-  // One is due when the thread, late, found no deadline to watch any more.
+  // One wake-up is due if the thread, running late, finds no deadline left to watch.
   EXPECT_LT(after.wake_ups - before.wake_ups, 19U);
   EXPECT_EQ(after.writes - before.writes, 19U);
 }
 
-/// A request that the socket does not take at once.
+/// A request that the socket does not accept in one go.
 class PromiseBoundedLargeRequest : public PromiseBounded {
  protected:
   void SetUp() override {
@@ -651,7 +651,7 @@ TEST_F(PromiseBounded, AServerWithoutAHelloIsDropped) {
   EXPECT_EQ(log_.AwaitStart("HAL server lost"), "HAL server lost: no hello for 20 ms");
 }
 
-/// No report after the destructor returned.
+/// No report after the destructor has returned.
 class PromiseNoReportAfterTheEnd : public SocketHalTest {};
 
 TEST_F(PromiseNoReportAfterTheEnd, WhatWaitsHasNoResult) {

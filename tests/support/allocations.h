@@ -5,7 +5,7 @@
 
 namespace testing_support {
 
-// Linking this replaces the global `operator new` and `operator delete` of the test program.
+// Linking this replaces the test program's global `operator new` and `operator delete`.
 
 /// Allocations made with `operator new` by this thread so far.
 std::size_t AllocationCount();
@@ -13,12 +13,12 @@ std::size_t AllocationCount();
 /// Allocations of the whole program that have not been deleted.
 std::ptrdiff_t LiveAllocations();
 
-/// Makes the `n`-th allocation of this thread from now throw `std::bad_alloc` (1 is the next one);
-/// with `all_after`, every one from there on. 0 stops that.
+/// Makes the `n`-th allocation of this thread from now on throw `std::bad_alloc` (1 is the next
+/// one); with `all_after`, also every later one. 0 stops that.
 void FailAllocation(std::size_t n, bool all_after = false);
 
-/// Adds `event` when `operator delete` is given `pointer`; once. Several pointers can be watched at
-/// a time; null forgets them all.
+/// Adds `event`, once, when `operator delete` gets `pointer`. Several pointers can be watched at a
+/// time; null forgets them all.
 void WatchDeletion(const void* pointer, const char* event = "message freed");
 
 }  // namespace testing_support

@@ -16,7 +16,7 @@ namespace testing_support {
 ///     "message freed", "AppMessage destroyed", "MessageController destroyed"
 std::vector<std::string>& Events();
 
-/// Appends one event. Safe on any thread.
+/// Appends one event. Thread-safe.
 void AddEvent(std::string event);
 
 }  // namespace testing_support

@@ -7,17 +7,17 @@ class AppMessage;
 
 namespace testing_support {
 
-// Stands in for the application framework: the destruction of every `AppMessage` and of every
-// `MessageController` is an event.
+// A fake application framework: the destruction of each `AppMessage` and each `MessageController`
+// is an event.
 
-/// How often `MessageController::message()` was called so far.
+/// The number of calls of `MessageController::message()` so far.
 int MessageCalls();
 
-/// What `MessageController::message()` returns, given what it would; null for just that. For looks
-/// at the message between two calls, and for controllers that answer with another message.
+/// Replaces the result of `MessageController::message()`, given the real one; null restores it.
+/// Lets tests inspect the message between two calls, and return another message.
 void SetMessageHook(std::function<AppMessage*(AppMessage* message)> hook);
 
-/// Called with the message of every controller that is being built; null for nothing.
+/// Called with the message of every controller under construction; null for none.
 void SetConstructionHook(std::function<void(const AppMessage& message)> hook);
 
 }  // namespace testing_support

@@ -10,13 +10,13 @@
 namespace testing_support {
 
 /// Records every request as an event: the operation, the run-time type of the wrapper and the
-/// carried message. A wrapper of another kind than the operation's fails the test. It answers every
-/// request with an error code, which nobody may heed.
+/// carried message. Fails the test if the wrapper does not fit the operation. Answers every request
+/// with an error code, which callers must ignore.
 class FakeHalClient : public HalL3MplsEncapsulationClient {
  public:
   ~FakeHalClient() override;
 
-  /// Called within every request, after it was recorded; for clients that look closer or throw.
+  /// Called within every request, after recording it; for tests that inspect the wrapper or throw.
   std::function<void(AppMessage* wrapper)> on_request;
 
   ReturnCode InitEncapsulationModule() override;

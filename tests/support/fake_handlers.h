@@ -8,14 +8,13 @@ class AppMessage;
 
 namespace testing_support {
 
-// Stands in for the destination manager's handlers: every call is an event, with the run-time type
-// of the application message and the carried record.
+// Fake handlers of the destination manager: each call is an event, with the run-time type of the
+// application message and the carried record.
 
-/// Called within every handler, after it was recorded, with the handler's name; null for nothing.
+/// Called with the handler's name within every handler, after recording the call; null for none.
 void SetHandlerHook(std::function<void(const std::string& handler)> hook);
 
-/// How often the library had called `MessageController::message()` when the last handler began,
-/// counted from the handler before.
+/// The number of calls of `MessageController::message()` between the last two handlers.
 int MessageCallsBeforeHandler();
 
 /// The application message of the last handler's controller.

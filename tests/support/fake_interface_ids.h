@@ -8,13 +8,12 @@
 
 namespace testing_support {
 
-/// What the `limid_to_*` functions and `nettypes::MACAddr` of the tests answer, and what they were
-/// asked.
+/// The answers of the tests' `limid_to_*` functions and `nettypes::MACAddr`, and the calls of them.
 struct FakeInterfaceIds {
-  // Answers; a function leaves its result untouched where there is none. The index always is one.
+  // The answers. Without one, a function leaves its result untouched; the index always has one.
   std::optional<std::uint8_t> type;
   std::uint32_t ifindex = 0;
-  /// Written whole, up to the buffer's size: without a terminator when it is as long as the buffer.
+  /// Written whole, up to the buffer's size: without a terminator if it is as long as the buffer.
   std::optional<std::string> name;
 
   /// Calls so far, for example "limid_to_intfname(0x01000001, size 64, flags 0)" and

@@ -10,7 +10,7 @@
 #include "dest_manager/trace.h"
 #include "tests/support/events.h"
 
-// The category is only compared, never looked into.
+// The category is only compared, never dereferenced.
 struct zlog_category_s {};
 
 namespace {
@@ -30,7 +30,7 @@ std::string Format(const char* format, va_list arguments) {
   return text;
 }
 
-// The format and what it takes from `arguments`: texts and numbers, all that the library logs.
+// The format and its arguments: texts and numbers, the only ones that the library logs.
 std::string Raw(const char* format, va_list arguments) {
   std::string text = format;
   for (const char* at = format; *at != '\0'; ++at) {

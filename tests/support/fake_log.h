@@ -7,25 +7,25 @@
 
 namespace testing_support {
 
-// Stands in for zlog at its functions: every record becomes an event, whatever its level, because
-// the library is expected to ask `zlog_level_enabled` itself where it must. A record for another
-// category than `g_trace` begins "log to another category".
+// A fake zlog: every record becomes an event, whatever its level, because the library itself must
+// call `zlog_level_enabled` where necessary. A record for a category other than `g_trace` begins
+// "log to another category".
 
-/// Whether `zlog_level_enabled` says that level 10 is on; every other level is. Also makes
-/// `g_trace` the category that is expected.
+/// Whether `zlog_level_enabled` reports level 10 as enabled; every other level is. Also makes
+/// `g_trace` the expected category.
 void SetTrace(bool on);
 
-/// What `zlog_level_enabled` answers instead; null for what `SetTrace` says.
+/// Replaces the answer of `zlog_level_enabled`; null restores that of `SetTrace`.
 void SetLevelAnswer(std::function<int(int level)> answer);
 
-/// Each record as the library gave it, unformatted: the format and the arguments, with " <- "
-/// before each of them.
+/// Each record as the library passed it, unformatted: the format and the arguments, each preceded
+/// by " <- ".
 std::vector<std::string>& RawRecords();
 
-/// How often `zlog_level_enabled` was asked since the last `SetTrace`.
+/// The number of `zlog_level_enabled` calls since the last `SetTrace`.
 int LevelQueries();
 
-/// Called instead of recording, with every record, while it is set; for sinks that throw.
+/// While set, called for every record instead of recording it; for sinks that throw.
 void SetLogHook(std::function<void()> hook);
 
 }  // namespace testing_support

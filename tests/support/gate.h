@@ -9,7 +9,7 @@
 
 namespace reference {
 
-/// Bounds every wait; only a failing test gets there.
+/// Bounds every wait; only a failing test reaches it.
 inline constexpr std::chrono::seconds kPatience(30);
 
 /// Lets threads pass once opened.

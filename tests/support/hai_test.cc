@@ -61,8 +61,8 @@ void SetEveryField(google::protobuf::Message* message) {
   }
 }
 
-// The first use of a schema and of an exception allocates what the libraries below keep; tests that
-// count allocations start after that, also when they run alone.
+// The first use of a schema or an exception allocates memory that the libraries keep. Tests that
+// count allocations start after that, even when they run alone.
 void WarmUp() {
   static const bool done = [] {
     for (const google::protobuf::Message* const message :

@@ -24,7 +24,7 @@
 
 namespace testing_support {
 
-/// A destination object with an empty record of its kind, and that record typed.
+/// A destination object with an empty record of its kind, and that record with its type.
 template <typename Object, typename Record>
 struct TestObject {
   TestObject() { object.record = std::make_unique<Record>(); }
@@ -49,18 +49,18 @@ struct ClassNames {
   }
 };
 
-/// "0x" and the 16 upper-case digits of an address, made without the code under test.
+/// "0x" and the 16 upper-case digits of an address, formatted without the code under test.
 std::string Address(const void* object);
 
-/// A frame as `Unserialize` reads it: header word, payload length (big-endian), payload. `length`
-/// replaces the payload's own where it is given.
+/// A frame as `Unserialize` reads it: header word, payload length (big-endian), payload. `length`,
+/// if given, replaces the payload's own.
 std::string Frame(std::string_view payload);
 std::string Frame(std::string_view payload, std::uint32_t length);
 
-/// Allocations that are alive, without those of the events, which are forgotten.
+/// The number of live allocations, not counting the events, which this forgets.
 std::ptrdiff_t LiveWithoutEvents();
 
-/// The library among fakes: a registered HAL client, tracing on, an empty list of events.
+/// The library with fakes around it: a registered HAL client, tracing on, an empty list of events.
 class HaiTest : public ::testing::Test {
  protected:
   HaiTest();

@@ -16,7 +16,7 @@ std::size_t PageSize() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 Mapping::Mapping(std::uintptr_t address, std::size_t size)
     : pages_(nullptr), size_(address % PageSize() + size) {
   const std::uintptr_t page = address - address % PageSize();
-  // The kernel decides whether the address is a place.
+  // The kernel decides whether the address is available.
   void* wanted = reinterpret_cast<void*>(page);  // NOLINT(performance-no-int-to-ptr)
   void* given = mmap(wanted, size_, PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS | (page == 0 ? 0 : MAP_FIXED_NOREPLACE), -1, 0);

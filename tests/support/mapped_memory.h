@@ -12,13 +12,13 @@ namespace testing_support {
 /// Pages mapped for the lifetime of this object.
 class Mapping {
  public:
-  /// `size` bytes, readable and writable, that contain `address` (anywhere when 0).
+  /// Maps `size` bytes, readable and writable, that contain `address` (anywhere if 0).
   Mapping(std::uintptr_t address, std::size_t size);
   Mapping(const Mapping&) = delete;
   Mapping& operator=(const Mapping&) = delete;
   ~Mapping();
 
-  /// The first page; null when the address is taken in this process.
+  /// The first page; null if the address is in use in this process.
   char* pages() const { return pages_; }
 
  private:
@@ -26,7 +26,7 @@ class Mapping {
   std::size_t size_;
 };
 
-/// A `T` at a fixed address, so that a rendering with its address in it can be compared literally.
+/// A `T` at a fixed address, so that tests can compare a rendering with an address literally.
 template <typename T>
 class ObjectAt {
  public:
@@ -44,7 +44,7 @@ class ObjectAt {
     if (object_ != nullptr) object_->~T();
   }
 
-  /// Null when the address is taken in this process.
+  /// Null if the address is in use in this process.
   T* get() const { return object_; }
 
  private:
@@ -52,8 +52,8 @@ class ObjectAt {
   T* object_ = nullptr;
 };
 
-/// A copy of some bytes at the end of a page that an inaccessible page follows: who reads on behind
-/// them ends the process. At most a page.
+/// A copy of some bytes at the end of a page, before an inaccessible page: reading beyond them ends
+/// the process. At most one page.
 class GuardedBytes {
  public:
   explicit GuardedBytes(std::string_view bytes);

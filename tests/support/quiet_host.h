@@ -4,12 +4,12 @@
 namespace testing_support {
 
 // A host around the library that allocates nothing, so that every allocation is the library's own:
-// HAL client, log sink and handlers that only count their calls, and throw where they are told to.
+// HAL client, log sink and handlers only count their calls, and throw on demand.
 
 /// What the host throws.
 struct HostFailure {};
 
-/// The calls of the library so far.
+/// The library's calls so far.
 struct HostCalls {
   int log_lines = 0;
   int requests = 0;
@@ -21,12 +21,12 @@ inline bool operator==(const HostCalls& a, const HostCalls& b) {
          a.notifications == b.notifications;
 }
 
-/// Registers the quiet HAL client, with traces on and no calls so far.
+/// Registers the quiet HAL client, turns tracing on and resets the counts.
 void StartQuietHost();
 
 void SetQuietTrace(bool on);
 
-/// Forgets the calls so far.
+/// Resets the counts.
 void ForgetHostCalls();
 const HostCalls& CallsOfHost();
 

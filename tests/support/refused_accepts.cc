@@ -26,7 +26,7 @@ int RefusedAccepts::count() const { return refused; }
 
 }  // namespace reference
 
-// In the place of the system's.
+// Replaces the system's function.
 int accept(int listener, sockaddr* address, socklen_t* size) {
   if (!reference::refusing) {
     return static_cast<int>(syscall(SYS_accept, listener, address, size));

@@ -3,8 +3,8 @@
 
 namespace reference {
 
-/// While one lives, this process accepts no connection, as where it has no file descriptor left.
-/// Everything else gets its descriptors. On any thread; one at a time.
+/// During its lifetime, this process accepts no connection, as if out of file descriptors. All
+/// other calls still get descriptors. Affects all threads; one at a time.
 class RefusedAccepts {
  public:
   RefusedAccepts();
@@ -12,7 +12,7 @@ class RefusedAccepts {
   RefusedAccepts& operator=(const RefusedAccepts&) = delete;
   ~RefusedAccepts();
 
-  /// How many there were.
+  /// How many accepts were refused.
   int count() const;
 };
 

@@ -11,7 +11,7 @@
 
 namespace reference {
 
-/// A terminal that is `columns` wide. Text passes as it is.
+/// A terminal that is `columns` wide and passes text through unchanged.
 class Terminal {
  public:
   explicit Terminal(unsigned short columns) {

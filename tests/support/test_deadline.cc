@@ -1,5 +1,5 @@
-/// Ends the program when a test takes longer than ZUSKUX_TEST_DEADLINE seconds, and names the test:
-/// one that hangs so fails like any other. Linked into a test program, it works by itself.
+/// Ends the program if a test takes longer than ZUSKUX_TEST_DEADLINE seconds, and names the test,
+/// so that a hanging test fails like any other. Just link it into a test program.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kFailed = 1;
 
-// What the signal handler writes. Built when a test starts, as a handler must not allocate.
+// The signal handler's message. Built when a test starts, because a handler must not allocate.
 std::string& Line() {
   static std::string line;
   return line;

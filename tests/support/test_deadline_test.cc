@@ -11,7 +11,7 @@ TEST(DeadlineTest, IsSetForEachTest) {
 
 TEST(DeadlineTest, ATestThatHangsFailsByName) {
   const auto hang = [] {
-    // Now, instead of at the deadline.
+    // Triggers the alarm now instead of at the deadline.
     alarm(1);
     while (true) pause();
   };

@@ -9,7 +9,7 @@
 
 namespace reference {
 
-/// An empty folder of its own, removed at the end.
+/// A new, empty folder, removed on destruction.
 class TestFolder {
  public:
   TestFolder() : path_(std::filesystem::temp_directory_path() / "zuskux-test-XXXXXX") {

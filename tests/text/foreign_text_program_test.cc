@@ -1,6 +1,5 @@
-// Whatever the programs are given by files, command lines and peers, they write nothing that
-// controls a terminal. All the tests' own texts are ASCII, and so must everything that is written
-// be.
+// Whatever files, command lines and peers feed the programs, they write nothing that controls a
+// terminal. All of the tests' own texts are ASCII, so all output must be too.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,7 +48,7 @@ void ExpectSafe(const std::string& text) {
   }
 }
 
-// The standard output and the standard error of a program, which has ended.
+// The standard output and standard error of a program that has ended.
 std::string OutputOf(Process* process) {
   process->Wait();
   const std::string output = process->out() + process->err();
@@ -164,7 +163,7 @@ TEST_P(ForeignTextTest, TablesShowWhatTheServerSaysSafely) {
     server.Accept();
     server.GreetForeign();
     server.SendTables();
-    // What is not UTF-8 does not decode.
+    // Text that is not UTF-8 does not decode.
     EXPECT_THAT(OutputOf(&tables), AnyOf(HasSubstr(json ? "\"digest\"" : Shown() + " 0"),
                                          HasSubstr("its answer does not decode")));
   }

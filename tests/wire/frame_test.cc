@@ -57,14 +57,14 @@ bool operator==(const Outcome& a, const Outcome& b) {
   return a.frames == b.frames && a.error == b.error;
 }
 
-// Feeds `stream` in pieces whose sizes `next_size` gives.
+// Feeds `stream` in pieces of the sizes that `next_size` returns.
 template <typename NextSize>
 Outcome Split(std::string_view stream, std::size_t max_payload, NextSize next_size) {
   FrameSplitter splitter(max_payload);
   Outcome outcome;
   while (!stream.empty()) {
     const std::string_view piece = stream.substr(0, next_size());
-    // A copy of just the right size, so that a read behind it is seen.
+    // An exact-size copy, so that reads beyond it are detected.
     const std::vector<char> copy(piece.begin(), piece.end());
     splitter.Feed({copy.data(), copy.size()});
     stream.remove_prefix(piece.size());
@@ -362,7 +362,7 @@ TEST(FrameSplitter, KeepsNothingOfATooLongPayload) {
 }
 
 TEST(FrameSplitter, TakesAnEndlessStreamWithoutAllocating) {
-  // Frames of 8 to 1008 bytes that lie across the reads in every way.
+  // Frames of 8 to 1008 bytes, in all positions relative to the reads.
   std::string stream;
   for (std::size_t size = 0; size <= 1000; ++size) {
     AppendFrame(FrameType::kGoodbye, 0, std::string(size, 'x'), &stream);

@@ -36,7 +36,7 @@ bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 class UnixListenerTest : public ::testing::Test {
  protected:
-  // What the listener complains of.
+  // The listener's error message.
   std::string Complaint(const std::string& path) {
     try {
       const UnixListener listener(&io_, path);
@@ -46,7 +46,7 @@ class UnixListenerTest : public ::testing::Test {
     return "none";
   }
 
-  // A socket as a killed server leaves it.
+  // Leaves a socket as a killed server does.
   void MakeStaleSocket(const std::string& path) {
     const boost::asio::local::stream_protocol::acceptor dead(io_, path);
     ASSERT_TRUE(Exists(path));
@@ -91,7 +91,7 @@ TEST_F(UnixListenerTest, RefusesAFolderInWhichOthersCanReplaceTheSocket) {
   std::filesystem::current_path(before);
   EXPECT_THAT(complaint, StartsWith("other users can replace a socket in the folder .;"));
 
-  // As in /tmp, only who made a file may replace it.
+  // As in /tmp, only a file's owner may replace it.
   chmod(folder.c_str(), 01777);
   EXPECT_EQ(Complaint(folder + "/hal.sock"), "none");
 }
@@ -154,13 +154,13 @@ TEST_F(UnixListenerTest, NamesALockFileThatItCannotOpen) {
   EXPECT_FALSE(Exists(path));
 }
 
-// What is seen of two programs that start at once, by whoever connects afterwards.
+// What a later client sees of two programs that start at once.
 struct Outcome {
   int listening = 0;
   bool reachable = false;
 };
 
-// Starts two listeners as nearly at once as two processors can.
+// Starts two listeners as nearly simultaneously as two processors can.
 Outcome StartTwo(const std::string& path) {
   std::atomic<int> ready{0};
   std::array<boost::asio::io_context, 2> contexts;
@@ -189,7 +189,7 @@ Outcome StartTwo(const std::string& path) {
   return outcome;
 }
 
-// With ZUSKUX_LONG_TESTS=1 in the environment 10,000 pairs.
+// With ZUSKUX_LONG_TESTS=1 in the environment, there are 10,000 pairs.
 TEST_F(UnixListenerTest, OfTwoThatStartAtOnceOnAStaleSocketExactlyOneListens) {
   const int pairs = std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 10'000 : 200;
   const std::string path = folder_.Path("hal.sock");
