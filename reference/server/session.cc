@@ -64,7 +64,7 @@ std::size_t EntryCount(const HalTables& tables) {
   return count;
 }
 
-// What makes a frame no part of a valid conversation after the hello.
+// Describes what makes a frame invalid after the hello.
 std::optional<std::string> MistakeIn(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (IsRequest(type)) return std::nullopt;

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Looks at files that ship, libraries and programs, for what makes their mistakes harder to exploit:
+# Checks that shipped files, libraries and programs, are hardened:
 #
-#   hardening_test.sh FILE...
+#     hardening_test.sh FILE...
 #
-# Each is position-independent, has no stack or segment that is both writable and executable, is
-# bound before it runs and then read-only where it was bound (RELRO), guards its stack, and calls the
-# checking forms of the functions that have them. Fails with a line for each that is missing.
+# Each must be position-independent, have no stack or segment that is both writable and executable,
+# be bound before it runs and read-only afterwards (RELRO), guard its stack, and call the checking
+# variants of the functions that have them. Fails with a line for each missing measure.
 set -euo pipefail
 
 status=0
@@ -14,7 +14,7 @@ missing() {
   status=1
 }
 
-# has PATTERN TEXT; a here-string, because a pipe would break under pipefail.
+# has PATTERN TEXT; a here-string, because a pipe would fail under pipefail.
 has() { grep -qE "$1" <<<"$2"; }
 
 for file in "$@"; do

@@ -6,7 +6,7 @@
 
 #include "hal_client/hal_l3_mpls_encapsulation_client.h"
 
-/// Accepts every request and keeps the carried messages' text by operation, for example
+/// Accepts every request and keeps the text of the carried messages by operation, for example
 /// "InstallVlan vlan_destination_id: 12".
 class KeepingHalClient : public HalL3MplsEncapsulationClient {
  public:

@@ -1,4 +1,4 @@
-// The library as shipped, with the log library as configured: what stands in the file.
+// The library as shipped, with the configured log library: the contents of the log file.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ class LogFileTest : public ::testing::Test {
     std::filesystem::remove_all(folder_);
   }
 
-  // Starts logging what is of `level` and above.
+  // Starts logging at `level` and above.
   void LogFrom(const std::string& level) {
     const std::string path = folder_ + "/zlog.conf";
     std::ofstream(path) << "[levels]\nTRACE = 10\nHAL_ERROR = 12\n"

@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
-# Looks at the names in the library's object files, which a program that links them shares:
+# Checks the names in the library's object files, which programs that link them share:
 #
-#   object_names_test.sh OBJECT...
+#     object_names_test.sh OBJECT...
 #
-# What the library defines lies in dest_mng, but for the wrappers. Fails with a line for each other
-# outermost name. Inline code of the platform's and of other libraries' headers is left out.
+# Everything that the library defines must be in dest_mng, except the wrappers. Fails with a line
+# for each other outermost name. Ignores inline code from the headers of the platform and of other
+# libraries.
 set -euo pipefail
 
 ours='dest_mng|(Vlan|Host|Mpls|Ecmp|Vrf)EncapsulationMessage'
 others='boost|google|encapsulation|db|msg_ctrl|AppMessage|HalL3MplsEncapsulation[A-Za-z]*|__[a-z_]+'
 
 [ $# -gt 0 ]
-# Of a mangled name, what says which kind of symbol it is goes; then comes the outermost name behind its
-# length, or S for std, or small letters for a global operator.
+# Strips the part of a mangled name that gives the kind of symbol. Then follows the outermost name
+# after its length, or S for std, or small letters for a global operator.
 names=$(nm --defined-only "$@" | sed -nE 's/^[0-9a-f]{16} [A-Za-z] //p' | sort -u)
 [ -n "$names" ]
 unexpected=$(

@@ -28,7 +28,7 @@
 #include "zuskux/vrf_encapsulation_message.h"
 #include "zuskux/vrf_hai.h"
 
-// Nobody calls it: its parameters are the classes.
+// Never called: its parameters are the classes.
 extern "C" ZUSKUX_EXPORT void PublicClasses(
     // The library's.
     dest_mng::Hai*, dest_mng::HaiDestClientCallback*, dest_mng::HaiL3MplsEncapsulation*,

@@ -70,7 +70,7 @@ def virtual_functions(node):
         if slot is None:
             continue
         function = member.find("function-decl")
-        # A destructor has two slots, which not every compiler tells.
+        # A destructor has two slots; not every compiler reports that.
         found[0 if member.get("destructor") else int(slot), function.get("name")] = function
     return [(slot, name, found[slot, name]) for slot, name in sorted(found)]
 

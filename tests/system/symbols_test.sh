@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Compares what the shipped library exports, leaves to its host and needs with the checked-in lists.
 #
-#   symbols_test.sh LIBRARY          fails with the difference
-#   symbols_test.sh LIBRARY --accept makes the present state the expected one
+#     symbols_test.sh LIBRARY          fails with the difference
+#     symbols_test.sh LIBRARY --accept accepts the present state as the expected one
 set -euo pipefail
 
 library=$1
@@ -10,8 +10,8 @@ expected=$(dirname "${BASH_SOURCE[0]}")
 
 exported() { nm -DC --defined-only "$library" | sed -E 's/^[0-9a-f]* +//' | sort -u; }
 
-# What the platform and the host program provide: without the symbols of the language run-time (which
-# carry a version, or are weak hooks) and of protobuf.
+# What the platform and the host program provide. Excludes the symbols of the language run-time
+# (which carry a version, or are weak hooks) and of protobuf.
 left_undefined() {
   nm -DC --undefined-only "$library" | sed -E 's/^ +//' |
     grep -vE '@|^w |^U (google::protobuf|[^(]* google::protobuf)::' | sort -u

@@ -1,5 +1,5 @@
-// A host program that loads the library at run time, reaches it through its exported symbols only,
-// and unloads it again.
+// A host program that loads the library at run time, uses only its exported symbols, and unloads it
+// again.
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
@@ -55,7 +55,7 @@ bool IsLoaded() {
   return handle != nullptr;
 }
 
-// An adapter, made and destroyed through its exported constructor and destructor.
+// An adapter, created and destroyed through its exported constructor and destructor.
 class Adapter {
  public:
   Adapter(const Library& library, const std::string& constructor, const std::string& destructor)

@@ -193,7 +193,7 @@ TEST_F(EcmpGroupTest, ManyMembersKeepTheirOrder) {
   EXPECT_EQ(sent, members);
 }
 
-// One at a time, a list grows in steps; its place taken in advance would be exact.
+// Adding members one at a time grows a list in steps; reserving would allocate exactly once.
 TEST_F(EcmpGroupTest, MembersAreAddedOneAtATime) {
   for (const std::size_t size : {std::size_t{9}, std::size_t{100}}) {
     encapsulation::EcmpMessage by_hand;
@@ -209,7 +209,7 @@ TEST_F(EcmpGroupTest, MembersAreAddedOneAtATime) {
   }
 }
 
-// The next hops are a list by value: taking it is an allocation.
+// The next hops are returned by value, which allocates.
 
 TEST_F(EcmpGroupTest, DestroyDoesNotTakeTheNextHops) {
   testing_support::SetTrace(false);

@@ -1,4 +1,4 @@
-/// What becomes of a host destination's record and attributes in the HAL's message.
+/// How a host destination's record and attributes appear in the HAL's message.
 
 #include <boost/throw_exception.hpp>
 #include <boost/variant/get.hpp>
@@ -29,7 +29,7 @@ constexpr char kBadGet[] = "boost::bad_get: failed value get using boost::get";
 
 class HostTranslationTest : public testing_support::HaiTest {
  protected:
-  /// The message that the object becomes.
+  /// Translates the object and returns the message as text.
   std::string Translate() {
     encapsulation::HostMessage message;
     adapter_.TranslateHostObjectToEncapMessage(object_.pointer(), &message);

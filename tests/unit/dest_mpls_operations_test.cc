@@ -117,7 +117,7 @@ TEST_P(MplsOperationTest, WithoutTraceSendsAllTheSameAndRendersNothing) {
 TEST_P(MplsOperationTest, WithoutClientLogsAnError) {
   WithoutClient();
   EXPECT_EQ(Run(), 0);
-  // Nobody saw the wrapper's address.
+  // No client saw the wrapper's address.
   EXPECT_THAT(Events(),
               ElementsAre(AllOf(StartsWith(GetParam().trace + "MplsEncapsulationMessage(this=0x"s),
                                 EndsWith("): "s + kRenderedFields)),
@@ -191,7 +191,7 @@ TEST_P(MplsOperationTest, ExceptionOfTheTraceDestroysTheMessageOnce) {
   const std::ptrdiff_t before = LiveWithoutEvents();
   EXPECT_THAT([this] { Run(); }, testing::ThrowsMessage<std::runtime_error>("log"));
   EXPECT_THAT(Events(), ElementsAre("AppMessage destroyed"));
-  // The rendering asked the fake interface ids, which remember that.
+  // The rendering called the fake interface ids, which record that.
   std::vector<std::string>().swap(InterfaceIds().calls);
   EXPECT_EQ(LiveWithoutEvents(), before);
 }

@@ -1,4 +1,4 @@
-/// What becomes of an MPLS destination's record and attributes in the HAL's message.
+/// How an MPLS destination's record and attributes appear in the HAL's message.
 
 #include <boost/throw_exception.hpp>
 #include <boost/variant/get.hpp>
@@ -37,7 +37,7 @@ class MplsTranslationTest : public testing_support::HaiTest {
   /// An object with an active neighbour.
   MplsTranslationTest() { attribute("host_dest_id") = db::Attribute(9); }
 
-  /// The message that the object becomes.
+  /// Translates the object and returns the message as text.
   std::string Translate() {
     encapsulation::MplsMessage message;
     adapter_.TranslateMplsObjectToEncapMessage(object_.pointer(), &message);
@@ -247,7 +247,7 @@ INSTANTIATE_TEST_SUITE_P(Alternatives, MplsWrongAlternativeTest,
                                          AlternativeCase{"Bytes", db::Attribute::Bytes{5}}),
                          [](const auto& test) { return test.param.name; });
 
-/// A record with every field that is translated.
+/// Fills every translated field of a record.
 void FillRecord(DestMplsMessage* record) {
   record->set_mpls_dest_id(17);
   record->set_lim_id("\x01\x00\x00\x01"s);
@@ -257,7 +257,7 @@ void FillRecord(DestMplsMessage* record) {
   record->add_capabilities(MplsCapabilities{2});
 }
 
-// All of it but the flag.
+// The whole message except for the flag.
 constexpr char kMessageWithoutFlag[] =
     R"(dest_id: 17 vlan_tunnel_dest_id: 5 lim_id: "\001\000\000\001" )"
     R"(dest_mac: "\002\000\000\000\001\013" labels: 1001 capabilities: MPLS_CAPABILITY_SWAP )"
@@ -355,7 +355,7 @@ class MplsNeighborTest : public MplsTranslationTest,
     if (GetParam().host_dest_id) attribute("host_dest_id") = *GetParam().host_dest_id;
   }
 
-  /// The message but for the flag; an active neighbour's id does not show in it.
+  /// The message without the flag; an active neighbour's id does not appear in it.
   void ExpectTranslation() {
     encapsulation::MplsMessage message;
     adapter_.TranslateMplsObjectToEncapMessage(object_.pointer(), &message);

@@ -92,14 +92,14 @@ class VlanOperationTest : public testing_support::HaiTest,
     return (adapter.*GetParam().call)(object_.pointer());
   }
 
-  // The trace with the wrapper that the client was given.
+  // The trace with the wrapper that the client received.
   std::string Trace() const {
     return GetParam().trace + ("VlanEncapsulationMessage(this=" + wrapper_ + ")") + kFields;
   }
 
   static std::string Request() { return std::string("hal ") + GetParam().hal_operation + kRequest; }
 
-  // Allocations that are alive, without what the fakes remember.
+  // The number of live allocations, without what the fakes keep.
   static std::ptrdiff_t LiveWithoutCalls() {
     std::vector<std::string>().swap(InterfaceIds().calls);
     return LiveWithoutEvents();
@@ -212,7 +212,7 @@ TEST_P(VlanOperationTest, PassesTheClientsException) {
   EXPECT_EQ(LiveWithoutCalls(), before);
 }
 
-// Makes the log sink throw at the `record`-th record from now.
+// Makes the log sink throw at the `record`-th record from now on.
 void ThrowAtRecord(int record) {
   SetLogHook([record, seen = 0]() mutable {
     if (++seen == record) throw std::runtime_error("log");
@@ -271,7 +271,7 @@ TEST_P(VlanOperationTest, PassesAFailureToAllocateTheMessage) {
 TEST_P(VlanOperationTest, LosesTheMessageOfAFailedTranslation) {
   list().emplace_back(7);
   const auto before = LiveWithoutCalls();
-  // What one message consists of when the translation gives up.
+  // The parts of one message at the point where the translation fails.
   auto message = std::make_unique<encapsulation::VlanMessage>();
   EXPECT_THROW(HaiL3MplsEncapsulationVlan().TranslateVlanObjectToEncapMessage(object_.pointer(),
                                                                               message.get()),

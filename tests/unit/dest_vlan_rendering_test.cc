@@ -40,7 +40,7 @@ class VlanRenderingTest : public testing_support::HaiTest {
     InterfaceIds().ifindex = 0x01000103;
   }
 
-  // What follows the name and the address in the full rendering.
+  // The part of the full rendering after the name and the address.
   std::string Fields() const {
     const std::string prefix = "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")";
     const std::string text = wrapper_.ToString(true);

@@ -1,5 +1,5 @@
-// What the library does when an allocation fails, or something of its host throws, at any point of
-// any operation: the exception passes, everything is destroyed once, and the next request works.
+// Failures of an allocation or of the host's code, at any point of any operation: the exception
+// propagates, everything is destroyed once, and the next request works.
 
 #include <google/protobuf/descriptor.h>
 #include <gtest/gtest.h>
@@ -48,10 +48,10 @@ using testing_support::HostFailure;
 using testing_support::LiveAllocations;
 using testing_support::SetQuietTrace;
 
-// More than any operation here allocates, or calls its host.
+// More points than any operation here has.
 constexpr std::size_t kMaxPoints = 1000;
 
-/// Where one failure is to happen.
+/// Where to make one failure happen.
 struct Point {
   enum class Kind { kAllocation, kAllocationsFromThere, kHostCall };
   Kind kind;
@@ -71,8 +71,8 @@ void Disarm() {
   FailHostCall(0);
 }
 
-/// Runs `operation` with the failure armed; whether it passed. Another exception than the failure's
-/// own passes on.
+/// Runs `operation` with the failure armed and returns whether it succeeded. Any other exception
+/// propagates.
 template <typename Operation>
 bool Passes(const Point& point, Operation operation) {
   bool passes = false;
@@ -89,14 +89,14 @@ bool Passes(const Point& point, Operation operation) {
   return passes;
 }
 
-/// One operation on inputs of its own, which are gone afterwards.
+/// One operation on its own inputs, which do not outlive it.
 struct Operation {
   std::string name;
-  /// Whether it passed.
+  /// Returns whether it succeeded.
   std::function<bool(const Point&)> run;
-  /// How many allocations are lost when it fails there; empty for none.
+  /// How many allocations leak if it fails there; empty for none.
   std::function<std::ptrdiff_t(const Point&)> lost{};
-  /// Only with a HAL client.
+  /// Runs only with a HAL client.
   bool needs_client = false;
 };
 
@@ -104,7 +104,7 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) {
   return out << operation.name;
 }
 
-// Inputs. Texts are longer than what a std::string keeps without an allocation.
+// Inputs. The texts are longer than what std::string stores without allocating.
 
 std::string LongText() { return std::string(40, 'x'); }
 
@@ -148,8 +148,8 @@ std::unique_ptr<DbMplsObject> NewTunnel() {
 
 EcmpData Group() { return {30, {20, 21, 22, 23, 24, 25, 26, 27, 28}}; }
 
-// What a message under construction has taken when the translation fails. No adapter owns the
-// message yet, so it is lost with all that it holds. Found with a message that the test owns.
+// The size of a message under construction, in allocations, when the translation fails. No adapter
+// owns the message yet, so it leaks with its contents. Measured with a message that the test owns.
 template <typename Message, typename NewObject, typename Translate>
 std::ptrdiff_t LostMessage(const Point& point, NewObject new_object, Translate translate) {
   const std::ptrdiff_t before = LiveAllocations();
@@ -162,8 +162,8 @@ std::ptrdiff_t LostMessage(const Point& point, NewObject new_object, Translate t
   return passes ? 0 : LiveAllocations() - before;
 }
 
-// Protobuf loses a text that it was about to add when its list of them cannot grow. Adding them is
-// the last that the translation of a VLAN object allocates for.
+// If its list of texts cannot grow, protobuf leaks the text that it was about to add. Adding texts
+// is the last step of a VLAN translation that allocates.
 std::ptrdiff_t LostByAddingTexts(Point point, std::size_t allocations_of_the_translation) {
   constexpr Point kNowhere = {Point::Kind::kAllocation, 0};
   const auto add_texts = [](const Point& at) {
@@ -237,7 +237,7 @@ std::vector<Operation> Operations() {
     return Passes(point, [&] { HaiL3MplsEncapsulationMpls().TranslateMessage(object.get()); });
   })->lost = lost_mpls;
 
-  // A translation into a message of the caller's loses nothing.
+  // A translation into the caller's message leaks nothing.
   const auto add_translation = [&](const char* name, auto new_object, auto* message_type,
                                    auto translate) {
     using Message = std::remove_pointer_t<decltype(message_type)>;
@@ -362,8 +362,8 @@ std::unique_ptr<Wrapper> FullWrapper() {
   }
 }
 
-// What protobuf itself loses when an allocation fails while it parses. The wrappers of which
-// `allocates` is true make their message first.
+// What protobuf itself leaks if an allocation fails while it parses. Wrappers with a true
+// `allocates` create their message first.
 template <typename Message>
 std::ptrdiff_t LostByParsing(Point point, const std::string& frame, bool allocates) {
   if (allocates && --point.n == 0) return 0;
@@ -413,7 +413,7 @@ class FailureTest : public ::testing::TestWithParam<Operation> {
  protected:
   FailureTest() {
     testing_support::StartQuietHost();
-    // What the libraries below keep from their first use.
+    // Allocates what the libraries keep from their first use.
     GetParam().run(kNowhere);
     GetParam().run(kNowhere);
   }
@@ -422,15 +422,15 @@ class FailureTest : public ::testing::TestWithParam<Operation> {
     Hai::GetInstance()->set_client(nullptr);
   }
 
-  // The calls of the host in a run without a failure.
+  // The host calls of a run without a failure.
   static HostCalls UndisturbedCalls() {
     ForgetHostCalls();
     EXPECT_TRUE(GetParam().run(kNowhere));
     return CallsOfHost();
   }
 
-  // Fails at the first point of the kind, then at the second and so on until the operation passes.
-  // Returns how many there were.
+  // Fails at the first point of the kind, then at the second and so on, until the operation
+  // succeeds. Returns the number of points.
   static std::size_t FailAtEachPoint(Point::Kind kind) {
     const HostCalls undisturbed = UndisturbedCalls();
     for (std::size_t n = 1; n <= kMaxPoints; ++n) {
@@ -446,7 +446,7 @@ class FailureTest : public ::testing::TestWithParam<Operation> {
         return n - 1;
       }
       EXPECT_EQ(LiveAllocations() - before, lost);
-      // Nothing allocates behind the request and the handler, of which there is one.
+      // Nothing allocates after the request or the single handler call.
       if (kind != Point::Kind::kHostCall && GetParam().name != "ServerFound") {
         EXPECT_EQ(CallsOfHost().requests, 0);
         EXPECT_EQ(CallsOfHost().notifications, 0);
@@ -483,7 +483,7 @@ TEST_P(FailureTest, PassesOnWhatTheHostThrows) {
   RecordProperty("points", points);
 }
 
-// The line on the missing client is a call of the host too. VRFs are not programmed without one.
+// Logging the missing client is a host call too. VRFs are not programmed without a client.
 class FailureWithoutClientTest : public FailureTest {};
 
 TEST_P(FailureWithoutClientTest, PassesOnWhatTheHostThrows) {

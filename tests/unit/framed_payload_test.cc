@@ -17,7 +17,7 @@ using encapsulation::VlanMessage;
 using testing_support::Frame;
 using testing_support::GuardedBytes;
 
-// Parses `frame` where every byte behind its end is out of reach.
+// Parses `frame` in memory where any read beyond its end faults.
 bool Parse(const std::string& frame, VlanMessage* message) {
   return ParsePayload(FramedPayload(GuardedBytes(frame).data()), message);
 }
@@ -59,7 +59,7 @@ TEST(FramedPayloadTest, ReadsNoMoreThanTheLength) {
   EXPECT_EQ(message.ShortDebugString(), "vlan_destination_id: 12");
 }
 
-// Sizes whose big-endian bytes all differ, so that every byte counts at its place.
+// Sizes whose big-endian bytes all differ, so that the position of each byte matters.
 TEST(FramedPayloadTest, ReadsTheLengthInNetworkByteOrder) {
   for (const std::size_t size : {std::size_t{0x7F}, std::size_t{0x0102}, std::size_t{0x010203}}) {
     VlanMessage sent;

@@ -21,7 +21,7 @@ class Arena;
 namespace dest_mng {
 namespace {
 
-// The records that the library made, in order.
+// The records that the library constructed, in order.
 std::vector<const google::protobuf::Message*> made_records;
 
 }  // namespace
@@ -70,7 +70,7 @@ static_assert(std::is_base_of_v<HalL3MplsEncapsulationClientCallbackItf, Callbac
 constexpr ReturnCode kSuccess{0};
 constexpr std::uint32_t kLargest = 0xFFFFFFFF;
 
-// What one result operation does. The MPLS operations take two ids, the others one.
+// The behaviour of one result operation. The MPLS operations take two ids, the others one.
 struct ResultOperation {
   const char* name;
   void (Callback::*one_id)(ReturnCode, unsigned int);
@@ -136,8 +136,8 @@ const ResultOperation kOperations[] = {
      "DeletedDestMplsSuccess", "DeletedDestMplsError", 2},
 };
 
-// Gives the record that the running handler sees a heap buffer, and adds `event` when the record's
-// destruction frees it: a record on the stack has no other trace.
+// Gives the record in the running handler a heap buffer and adds `event` when the record's
+// destruction frees it: a record on the stack leaves no other trace.
 void WatchRecord(const char* event) {
   google::protobuf::Message* const record = HandledMessage()->message();
   const auto* name = record->GetDescriptor()->FindFieldByName("name");
@@ -146,7 +146,7 @@ void WatchRecord(const char* event) {
   WatchDeletion(record->GetReflection()->GetStringReference(*record, name, &unused).data(), event);
 }
 
-// Expects `object` on the stack, between a local variable of a caller and one of a function called.
+// Expects `object` on the stack, between a local variable of a caller and one of a called function.
 void ExpectOnTheStack(const void* object, const void* outer, const void* inner) {
   EXPECT_TRUE(std::less<>()(inner, object) && std::less<>()(object, outer));
 }
@@ -154,7 +154,7 @@ void ExpectOnTheStack(const void* object, const void* outer, const void* inner) 
 class ResultTest : public testing_support::HaiTest,
                    public ::testing::WithParamInterface<ResultOperation> {
  protected:
-  // The events of one result, as the operation's row says.
+  // The expected events of one result, according to the operation's row.
   static std::vector<std::string> Expected(const char* handler, const std::string& ids) {
     return {GetParam().Trace(),
             std::string("handler ") + handler + " " + GetParam().app_message + " " + ids,
@@ -207,11 +207,11 @@ TEST_P(ResultTest, ReachesTheRecordThroughTheController) {
   const int before = MessageCalls();
   GetParam().Call(kSuccess, 5, 9);
 
-  // The handler looks at the message once itself.
+  // The handler itself calls `message()` once.
   EXPECT_EQ(MessageCalls() - before, GetParam().message_calls + 1);
 }
 
-// ECMP records are filled before there is a controller, the others through it.
+// ECMP records are filled before the controller exists, the others through it.
 TEST_P(ResultTest, FillsItsRecordAtItsTime) {
   std::string at_construction;
   SetConstructionHook([&at_construction](const AppMessage& message) {
@@ -329,7 +329,7 @@ INSTANTIATE_TEST_SUITE_P(, ResultCastTest, ::testing::ValuesIn(OperationsWithCas
 
 using HaiCallbackTest = testing_support::HaiTest;
 
-// Before each call of `message()`, what the MPLS record holds.
+// The contents of the MPLS record before each call of `message()`.
 TEST_F(HaiCallbackTest, SetsTheMplsIdsOneAfterTheOther) {
   const auto operations = {&Callback::InstallMplsUnprotectedOutgoingEncapsulationResCallback,
                            &Callback::DestroyMplsUnprotectedOutgoingEncapsulationResCallback,
@@ -379,7 +379,7 @@ constexpr Reinstall kReinstalls[] = {
      "MPLS record destroyed"},
 };
 
-// The events of a server-found notification of which the first `count` handlers are called.
+// The events of a server-found notification that calls only the first `count` handlers.
 std::vector<std::string> ServerFoundEvents(std::size_t count) {
   std::vector<std::string> expected = {kServerFoundTrace};
   for (std::size_t i = 0; i < count; ++i) {

@@ -1,5 +1,5 @@
-// The first use of the instance. Each test runs in a process of its own, where the instance does
-// not exist yet; nothing else of this program may use it.
+// The first use of the instance. Each test runs in its own process, where the instance does not
+// exist yet; nothing else in this program may use it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,10 +24,10 @@ using testing_support::FailAllocation;
 using testing_support::FakeHalClient;
 using testing_support::WatchDeletion;
 
-// Ends the process; the status tells whether an expectation failed.
+// Ends the process; the exit status says whether an expectation failed.
 [[noreturn]] void Exit() { std::exit(testing::Test::HasFailure() ? 1 : 0); }
 
-// A new instance, asked for by several threads at once.
+// Requests a new instance on several threads at once.
 std::vector<Hai*> UseOnManyThreads() {
   std::promise<void> start;
   const std::shared_future<void> started = start.get_future().share();
@@ -77,7 +77,7 @@ std::vector<Hai*> UseOnManyThreads() {
 [[noreturn]] void LeaveWithAClient() {
   static FakeHalClient* const client = new FakeHalClient;
   Events().clear();
-  // Runs after the destruction of what is constructed from here on.
+  // Runs after the destruction of everything constructed from here on.
   std::atexit([] {
     std::fputs("at exit:", stderr);
     for (const std::string& event : Events()) std::fprintf(stderr, " %s.", event.c_str());

@@ -63,7 +63,7 @@ TEST_F(HaiTest, KeepsTheCallbackObjectWhenTheClientChanges) {
   EXPECT_EQ(Hai::GetInstance()->hal_encap_callback(), callback);
 }
 
-// Memory that was used before shows whether the client is initialised.
+// Dirty memory reveals whether the client is initialised.
 TEST_F(HaiTest, StartsWithoutClient) {
   alignas(Hai) unsigned char storage[sizeof(Hai)];
   std::memset(storage, 0xFF, sizeof storage);

@@ -56,7 +56,7 @@ class HostRenderingTest : public testing_support::HaiTest {
     InterfaceIds().ifindex = 0x01000107;
   }
 
-  /// What follows the address in the rendering of `message`.
+  /// The part of the rendering of `message` after the address.
   static std::string Fields(const HostMessage& message) {
     const HostEncapsulationMessage wrapper(std::make_unique<HostMessage>(message));
     const std::string text = wrapper.ToString(true);
@@ -255,7 +255,7 @@ class HostFlagsTest : public HostRenderingTest, public testing::WithParamInterfa
 
 TEST_P(HostFlagsTest, AreListed) {
   HostMessage message;
-  // Past the setter, which admits known values only.
+  // Bypasses the setter, which accepts known values only.
   for (const int flag : GetParam().flags) message.mutable_flags()->Add(flag);
   EXPECT_EQ(Fields(message),
             "HostMessage(host destination id(0), vlan destination id(Empty), lim id(Empty), "s +
@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(Lists, HostFlagsTest,
                                                    "HAL Flags(To CPU, Drop Packet, None, To CPU)"}),
                          [](const auto& test) { return test.param.name; });
 
-// The copy is the one allocation that a rendering with flags takes more.
+// A rendering with flags allocates exactly once more, for the copy.
 TEST_F(HostRenderingTest, FlagsAreCopiedAtOnce) {
   const auto allocations = [](int flags) {
     auto message = std::make_unique<HostMessage>();

@@ -1,4 +1,4 @@
-// Where the members of the classes lie that the host program, the HAL client library and this
+// The offsets of the members of the classes that the host program, the HAL client library and this
 // library share in memory.
 
 #include <cstddef>
@@ -37,7 +37,7 @@ namespace {
 
 constexpr std::size_t kPointer = sizeof(void*);
 
-// The value that `object` holds `offset` bytes behind its start.
+// The value at `offset` bytes from the start of `object`.
 template <typename T>
 T ValueAt(const void* object, std::size_t offset) {
   T value;
@@ -110,7 +110,7 @@ TEST_F(LayoutTest, AppDestMessageHoldsTheRecordThenANumberThenAText) {
   EXPECT_EQ(*text, "");
 }
 
-// Memory that was used before shows whether a member is initialised.
+// Dirty memory reveals whether a member is initialised.
 TEST_F(LayoutTest, AppDestMessageSetsItsNumberTo0) {
   alignas(AppDestMessage) unsigned char storage[sizeof(AppDestMessage)];
   std::memset(storage, 0xFF, sizeof storage);

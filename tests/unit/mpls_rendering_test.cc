@@ -55,7 +55,7 @@ class MplsRenderingTest : public testing_support::HaiTest {
     InterfaceIds().ifindex = 0x01000107;
   }
 
-  /// What follows the address in the rendering of `message`.
+  /// The part of the rendering of `message` after the address.
   static std::string Fields(const MplsMessage& message) {
     const MplsEncapsulationMessage wrapper(std::make_unique<MplsMessage>(message));
     const std::string text = wrapper.ToString(true);
@@ -278,7 +278,7 @@ class MplsCapabilitiesTest : public MplsRenderingTest,
 
 TEST_P(MplsCapabilitiesTest, AreListed) {
   MplsMessage message;
-  // Past the setter, which admits known values only.
+  // Bypasses the setter, which accepts known values only.
   for (const int capability : GetParam().capabilities) {
     message.mutable_capabilities()->Add(capability);
   }

@@ -1,5 +1,5 @@
-// What all printable messages have in common, and what the kinds that own a heap message and those
-// that hold theirs have in common.
+// The common behaviour of all printable messages, of the kinds that own a heap message, and of
+// those that hold theirs by value.
 
 #include "hal_client/hal_l3_mpls_encapsulation_printable.h"
 
@@ -59,7 +59,7 @@ std::unique_ptr<Message> Filled() {
   return message;
 }
 
-// A payload that no kind parses: field 1 is said to be longer than the payload.
+// A payload that no kind can parse: field 1 claims to be longer than the payload.
 constexpr char kCutShort[] =
     "\x0A\x05"
     "ab";
@@ -230,7 +230,7 @@ TYPED_TEST(OwningPrintableTest, OwnsTheMessageOfAPayloadThatDidNotParse) {
 TYPED_TEST(OwningPrintableTest, LeavesAnEarlierMessageAsItStands) {
   for (const char* payload : {"", kCutShort}) {
     Events().clear();
-    // Owned here as well: the wrapper lets go of it without deleting it.
+    // Owned here as well: the wrapper drops it without deleting it.
     const std::unique_ptr<typename TypeParam::Message> first(
         Filled<typename TypeParam::Message>().release());
     const std::string content = first->SerializeAsString();
@@ -263,7 +263,7 @@ class OwningPrintableDeathTest : public PrintableTest<K> {};
 
 TYPED_TEST_SUITE(OwningPrintableDeathTest, OwningKinds, KindNames);
 
-// With the length out of reach, and memory too: allocating first would throw.
+// With the length, and memory too, out of reach: allocating first would throw.
 TYPED_TEST(OwningPrintableDeathTest, ReadsTheLengthBeforeItAllocates) {
   typename TypeParam::Wrapper wrapper;
   const GuardedBytes header_word("HEAD");
@@ -276,7 +276,7 @@ TYPED_TEST(OwningPrintableDeathTest, ReadsTheLengthBeforeItAllocates) {
       "");
 }
 
-// Fields that are shorter than what they hold.
+// Fields that are shorter than their values.
 
 std::string* MacOf(encapsulation::VlanMessage* message) {
   return message->mutable_source_mac_address();
@@ -304,7 +304,7 @@ TYPED_TEST(ShortFieldTest, ReadsAsPaddedWithZeros) {
                   "limid_to_intfname(0x00000061, size 64, flags 0)", "MACAddr(62:62:00:00:00:00)"));
 }
 
-// A field that becomes shorter keeps its buffer, with the bytes of its old content.
+// A field that becomes shorter keeps its buffer, including the bytes of its old content.
 TYPED_TEST(ShortFieldTest, ShowsNothingOfItsOldContent) {
   auto message = std::make_unique<typename TypeParam::Message>();
   message->set_lim_id("\x71\x71\x71\x71");
@@ -321,7 +321,7 @@ TYPED_TEST(ShortFieldTest, ShowsNothingOfItsOldContent) {
                   "limid_to_intfname(0x00000061, size 64, flags 0)", "MACAddr(62:62:00:00:00:00)"));
 }
 
-// The kinds that hold their message.
+// The kinds that hold their message by value.
 
 template <typename K>
 class HoldingPrintableTest : public PrintableTest<K> {};

@@ -1,5 +1,5 @@
-// What the requests of all kinds have in common: when they look for the HAL client, and what they
-// hand to the log.
+// The common behaviour of the requests of all kinds: when they look up the HAL client, and what
+// they pass to the log.
 
 #include <unistd.h>
 
@@ -29,20 +29,20 @@ namespace google::protobuf {
 class Arena;
 }  // namespace google::protobuf
 
-// The calls below are wrapped with the linker's --wrap: of all objects but the one that defines the
-// function, calls go to Wrapped..., and Real... is the function itself.
+// The linker's --wrap wraps the functions below: calls from every object except the one that
+// defines the function go to Wrapped..., and Real... is the function itself.
 
 namespace dest_mng {
 namespace {
 
-// Called with the number of the look at the registry, from 1.
+// Called with the number of the registry look-up, counted from 1.
 std::function<void(int look)> registry_hook;
 int registry_looks = 0;
 
-// What a read of an attribute gives instead, in turn.
+// What successive reads of an attribute return instead.
 std::vector<int> attribute_values;
 
-// The ECMP or VRF message that was made last.
+// The ECMP or VRF message constructed last.
 const google::protobuf::Message* made_message = nullptr;
 
 }  // namespace
@@ -94,19 +94,19 @@ using testing_support::SetLevelAnswer;
 using testing_support::SetLogHook;
 using testing_support::SetTrace;
 
-/// One request on an object of its own.
+/// One request on its own object.
 struct Request {
   std::string name;
   std::function<void()> send;
-  /// The raw records of its traces, the address as "ADDRESS".
+  /// The raw records of its traces, with the address as "ADDRESS".
   std::vector<std::string> traces;
-  /// The raw record without a client; none for a request that needs one.
+  /// The raw record without a client; none if the request needs one.
   std::string no_client;
 };
 
 std::ostream& operator<<(std::ostream& out, const Request& request) { return out << request.name; }
 
-// Formats of printf, in a name that comes from the platform and one that comes from the operator.
+// printf formats in a name that comes from the platform and in one that comes from the operator.
 constexpr char kName[] = "%s%n";
 
 std::vector<Request> Requests() {
@@ -226,7 +226,7 @@ class RequestTest : public testing_support::HaiTest, public ::testing::WithParam
   }
 
   std::array<FakeHalClient, 4> clients_;
-  /// The numbers of the clients that got a request.
+  /// The numbers of the clients that received a request.
   std::vector<std::size_t> asked_;
 };
 
@@ -295,7 +295,7 @@ TEST_P(CheckedRequestTest, LogsAMissingClientWhateverIsEnabled) {
   EXPECT_THAT(RawRecords(), ElementsAre(GetParam().no_client));
 }
 
-// One look for the check and one for the call.
+// One look-up for the check and one for the call.
 TEST_P(CheckedRequestTest, SendsToTheClientOfItsSecondLook) {
   SetTrace(false);
   registry_looks = 0;
@@ -319,7 +319,7 @@ TEST_P(CheckedRequestTest, LooksOnceWithoutAClient) {
 INSTANTIATE_TEST_SUITE_P(, CheckedRequestTest, ::testing::ValuesIn(RequestsThatCheck(true)),
                          kRequestName);
 
-// VRF requests, which do not.
+// VRF requests, which do not check.
 
 class UncheckedRequestTest : public RequestTest {};
 
@@ -339,7 +339,7 @@ INSTANTIATE_TEST_SUITE_P(, UncheckedRequestTest, ::testing::ValuesIn(RequestsTha
 
 class UncheckedRequestDeathTest : public RequestTest {
  protected:
-  // Sends without a client. A null call is reported, by this or by a sanitizer; nothing else is.
+  // Sends without a client. This or a sanitizer reports the null call, and nothing else.
   static void SendThroughNull() {
     std::signal(SIGSEGV, [](int) {
       constexpr char kText[] = "null call\n";
@@ -367,7 +367,7 @@ TEST_P(UncheckedRequestDeathTest, CallsThroughNullAfterItsTrace) {
 INSTANTIATE_TEST_SUITE_P(, UncheckedRequestDeathTest, ::testing::ValuesIn(RequestsThatCheck(false)),
                          kRequestName);
 
-// The attribute that a host reads twice.
+// The attribute that a host destination reads twice.
 
 using LookupTest = testing_support::HaiTest;
 
@@ -392,7 +392,7 @@ TEST_F(LookupTest, HostReadsAVlanDestIdOf0Once) {
   attribute_values.clear();
 }
 
-// What the message holds when the trace is written.
+// The contents of the message when the trace is written.
 class MessageAtTraceTest : public testing_support::HaiTest {
  protected:
   MessageAtTraceTest() {

@@ -1,5 +1,5 @@
-// Presence bits and enumerations of the schemas: what generated code and the library agree on
-// beyond the names.
+// Presence bits and enumerations of the schemas: the agreement between generated code and the
+// library beyond names.
 
 #include <cstdint>
 #include <cstring>
@@ -26,7 +26,7 @@ std::uint32_t HasBits(const google::protobuf::Message& message) {
   return bits;
 }
 
-// The has-bits word of a message of which only `field` is present.
+// The has-bits word of a message in which only `field` is present.
 std::uint32_t HasBitsWith(const google::protobuf::Message& prototype, const std::string& field) {
   const std::unique_ptr<google::protobuf::Message> message(prototype.New());
   const auto* const descriptor = message->GetDescriptor()->FindFieldByName(field);
@@ -98,8 +98,8 @@ TEST(HalSchemaTest, KnowsTheMplsCapabilities0To5) {
   for (const int value : {-1, 6}) EXPECT_FALSE(encapsulation::MplsCapabilities_IsValid(value));
 }
 
-// A failed assertion of the setter `function` on a value of `type`; compilers write the type with
-// and without a leading "::".
+// A failed assertion of the setter `function` on a value of `type`. Compilers print the type with
+// or without a leading "::".
 std::string Assertion(const std::string& function, const std::string& type) {
   return "void encapsulation::" + function + "\\((::)?encapsulation::" + type +
          "\\): Assertion `::encapsulation::" + type + "_IsValid\\(value\\)' failed";
@@ -129,7 +129,7 @@ TEST(HalSchemaDeathTest, EndsTheProcessOnAnInvalidMplsCapability) {
                Assertion("MplsMessage::_internal_add_capabilities", "MplsCapabilities"));
 }
 
-// A peer with a newer schema: the value is not lost, but it is no capability here.
+// From a peer with a newer schema: the value is kept, but it is not a capability here.
 TEST(HalSchemaTest, KeepsAReceivedUnknownCapabilityAsAnUnknownField) {
   dest_mng::DestVlanMessage newer;  // Only its wire format is used: field 8 is a list of numbers.
   newer.add_capabilities(static_cast<dest_mng::VlanCapabilities>(1));

@@ -11,10 +11,10 @@ namespace {
 
 using testing_support::AllocationCount;
 
-// How much fits before the first allocation.
+// The size of the text that fits before the first allocation.
 constexpr std::size_t kBuffer = 512;
 
-// `size` characters of which no two neighbours are the same.
+// `size` characters, no two adjacent ones equal.
 std::string Letters(std::size_t size) {
   std::string letters(size, ' ');
   for (std::size_t i = 0; i < size; ++i) letters[i] = static_cast<char>('a' + i % 26);
@@ -47,7 +47,8 @@ TEST(TextTest, GrowsOnAfterItWasRead) {
   EXPECT_EQ(text.str(), "ab");
 }
 
-// Two pieces whose sizes meet, miss by one and pass the end of the buffer, in every combination.
+// Two pieces that end exactly at the end of the buffer, one off, or beyond it, in every
+// combination.
 TEST(TextTest, LosesNothingAtTheEndOfTheBuffer) {
   for (const std::size_t first : {std::size_t{0}, std::size_t{1}, kBuffer - 1, kBuffer, kBuffer + 1,
                                   2 * kBuffer, 2 * kBuffer + 1}) {
@@ -122,7 +123,7 @@ TEST(TextTest, WritesDecimals) {
   EXPECT_EQ(text.str(), "0 7 10 4294967295 18446744073709551615 -9223372036854775808");
 }
 
-// Numbers that begin up to 24 places before the end of the buffer, and at it.
+// Numbers that begin at the end of the buffer and up to 24 places before it.
 TEST(TextTest, LosesNoDigitAtTheEndOfTheBuffer) {
   for (std::size_t first = kBuffer - 24; first <= kBuffer; ++first) {
     Text decimal;

@@ -1,5 +1,5 @@
-// In which order the translations fill their messages. A field of bytes and a list allocate; what
-// the message holds when that fails shows what came before.
+// The order in which the translations fill their messages. Bytes fields and lists allocate; the
+// contents of the message when that fails show what came before.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -29,8 +29,8 @@ class TranslationOrderTest : public testing_support::HaiTest {
  protected:
   TranslationOrderTest() { testing_support::SetTrace(false); }
 
-  /// What `Message` holds each time that an allocation of `translate` fails, and at the end; what
-  /// several failures leave, once.
+  /// The contents of `Message` at each failed allocation of `translate`, and at the end, without
+  /// duplicates.
   template <typename Message, typename Translate>
   static std::vector<std::string> Stages(Translate translate) {
     constexpr std::size_t kMaxAllocations = 100;
@@ -133,8 +133,8 @@ INSTANTIATE_TEST_SUITE_P(, MplsTranslationOrderTest, ::testing::Bool(), [](const
   return tested.param ? "VirtualCircuit" : "OnAVlan";
 });
 
-// The VRF and the MTU allocate nothing. With the page that begins with the MTU read-only, setting
-// it ends the process, which tells whether the VRF is there.
+// The VRF and the MTU allocate nothing. The page that begins with the MTU is read-only, so setting
+// the MTU ends the process. The VRF then tells which was set first.
 
 const encapsulation::VlanMessage* message_at_the_fault = nullptr;
 

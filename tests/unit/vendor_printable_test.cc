@@ -1,5 +1,5 @@
-// Renderings on a vendor's printable base: every hexadecimal number is that base's. The wrappers
-// are built anew for this program, with vendor_printable/ before the platform's headers.
+// Renderings on a vendor's printable base: that base formats every hexadecimal number. The wrappers
+// are rebuilt for this program, with vendor_printable/ before the platform's headers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ void ExpectVendorNumbers(const std::string& name) {
 
   EXPECT_EQ(wrapper.ToString(false), name + Address(&wrapper));
   EXPECT_THAT(wrapper.ToString(true), StartsWith(name + Address(&wrapper)));
-  // Of the index, the low 24 bits.
+  // The low 24 bits of the index.
   EXPECT_THAT(wrapper.ToString(true),
               HasSubstr(", lim id(name=eth3, type=<unsigned char 171, 2 digits>, "
                         "value=<unsigned int 1193046, 6 digits>)"));

@@ -1,6 +1,5 @@
-// The order of virtual operations, which callers that were built elsewhere rely on. Every operation
-// is called through its slot of the virtual table, as such a caller does, and recognised by its
-// effect.
+// The order of virtual operations, on which separately built callers rely. Each operation is called
+// through its slot of the virtual table, as such a caller does, and recognised by its effect.
 
 #include <cstddef>
 #include <cstdint>
@@ -41,8 +40,8 @@ using testing_support::WatchDeletion;
 constexpr std::size_t kCompleteDestructor = 0;
 constexpr std::size_t kDeletingDestructor = 1;
 
-// Calls the operation in `slot` of the virtual table that `object` points at. In the Itanium C++
-// ABI, a member function is a function with the object first.
+// Calls the operation in `slot` of the virtual table that `object` points to. In the Itanium C++
+// ABI, a member function is a function that takes the object first.
 template <typename Result, typename... Arguments>
 Result CallSlot(const void* object, std::size_t slot, Arguments... arguments) {
   using Function = Result (*)(const void*, Arguments...);
@@ -69,7 +68,7 @@ std::vector<std::string> Joined(std::vector<std::string> events, const char* las
   return events;
 }
 
-// Expects the two destructors in slots 0 and 1: both do `effects`, only the second one frees.
+// Expects the two destructors in slots 0 and 1: both have `effects`, but only the second one frees.
 void ExpectDestructors(const std::function<HeapObject()>& make,
                        const std::vector<std::string>& effects) {
   const HeapObject kept = make();

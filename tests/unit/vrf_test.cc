@@ -88,7 +88,7 @@ TEST_P(VrfOperationTest, ExceptionOfTheTraceDestroysTheWrapper) {
 
 class VrfOperationDeathTest : public VrfOperationTest {};
 
-// The trace comes first; then the missing client is called all the same.
+// The trace comes first; then the missing client is called regardless.
 TEST_P(VrfOperationDeathTest, WithoutClientCallsThroughNull) {
   WithoutClient();
   testing_support::SetLogHook([] { std::cerr << "traced\n"; });
@@ -166,7 +166,7 @@ class VrfWrapperTest : public testing_support::HaiTest {
   /// The held message as text.
   std::string Held() { return wrapper_.encap()->ShortDebugString(); }
 
-  /// The rendering, which is the same whatever `full` says and whichever base is asked.
+  /// The rendering, which is the same whatever `full` says and through either base.
   std::string Rendering() {
     const HalL3MplsEncapsulationPrintable& printable = wrapper_;
     EXPECT_EQ(wrapper_.ToString(false), wrapper_.ToString(true));

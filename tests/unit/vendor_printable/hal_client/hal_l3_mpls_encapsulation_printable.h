@@ -6,7 +6,7 @@
 #include <string>
 #include <typeinfo>
 
-/// A vendor's base, in the place of the platform's: its numbers tell how they were asked for.
+/// A vendor's base in place of the platform's: its numbers show how they were requested.
 class __attribute__((visibility("default"))) HalL3MplsEncapsulationPrintable {
  public:
   HalL3MplsEncapsulationPrintable() = default;
