@@ -55,7 +55,7 @@ class LogSink {
   /// Like `Write`, but a plain line is just `text`, for example "site.txtpb:3:1: unknown field".
   void WriteDiagnostic(LogLevel level, std::string_view text);
 
-  /// Writes whole lines that are already complete, for example with a time of their own.
+  /// Writes whole lines that are already complete, for example with their own times.
   void WriteRendered(LogLevel level, std::string_view lines);
 
   /// On a terminal, shows `status` below the last line, truncated to the terminal's width, in place

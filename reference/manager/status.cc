@@ -52,7 +52,7 @@ Json StageAsJson(const StageLatency& stage) {
 
 using Cells = std::vector<std::string>;
 
-// Left-aligned first column, the others right-aligned.
+// Left-aligns the first column and right-aligns the others.
 void WriteColumns(const std::vector<Cells>& rows, std::ostream* out) {
   std::vector<std::size_t> widths(rows.front().size());
   for (const Cells& row : rows) {
@@ -125,7 +125,7 @@ void WriteStages(const Json& stages, std::ostream* out) {
   throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
 }
 
-// A status is shorter than what a socket takes, so that this ends whether or not it is read.
+// A status is smaller than a socket's buffer, so this ends whether or not anybody reads it.
 void SendAndClose(ClientAcceptor::Socket socket, std::string status) {
   auto shared = std::make_shared<std::pair<ClientAcceptor::Socket, std::string>>(std::move(socket),
                                                                                  std::move(status));
@@ -152,7 +152,7 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
                     {"outstanding", DepthAsJson(queues.outstanding)},
                     {"inbox", DepthAsJson(queues.inbox)},
                     {"hal client", DepthAsJson({counters.queued, counters.queued_peak})}};
-  // The first server that is found is no restart.
+  // The first server found does not count as a restart.
   const std::uint64_t restarts = counters.servers_found == 0 ? 0 : counters.servers_found - 1;
   json["hal"] = {{"name", head.hal},
                  {"restarts", restarts},
@@ -213,7 +213,7 @@ std::string ReadStatus(const std::string& path) {
   try {
     stream.connect(stream_protocol::endpoint(path));
   } catch (const boost::system::system_error& error) {
-    // The address does not hold every path.
+    // A socket address cannot hold every path.
     fail("cannot connect: " + error.code().message());
   }
   if (!stream) fail("cannot connect: " + stream.error().message());

@@ -13,38 +13,37 @@
 
 namespace reference {
 
-/// What a manager says about itself besides what its parts tell.
+/// What a status says about the manager itself.
 struct StatusHead {
-  /// The site file in force.
+  /// The current site file.
   std::string site;
   /// "embedded" or "unix:PATH".
   std::string hal;
   std::chrono::milliseconds uptime{0};
 };
 
-/// Objects by kind and state, queue depths with their peaks, what the HAL client counted, and where
-/// requests spend their time, as a JSON object on several lines. On the manager's thread.
+/// A JSON object on several lines: objects by kind and state, queue depths with their peaks, the
+/// HAL client's counters, and where requests spend their time. Called on the manager's thread.
 std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal);
 
-/// Writes what `StatusAsJson` gave as tables. Throws `std::runtime_error` for a text that is none
-/// of its own.
+/// Writes the output of `StatusAsJson` as tables. Throws `std::runtime_error` for any other text.
 void WriteStatus(const std::string& text, std::ostream* out);
 /// The same as JSON.
 void WriteStatusAsJson(const std::string& text, std::ostream* out);
 
-/// The control socket of a running manager: whoever connects is sent its status, and the connection
-/// is closed. Nothing is read from it. Only the manager's user may connect.
+/// The control socket of a running manager: sends the status to each client and closes the
+/// connection, without reading from it. Only the manager's user may connect.
 ///
 /// Owned by the program, on the thread that runs the `io_context`.
 class StatusServer {
  public:
-  /// `status` gives the text. Throws `boost::system::system_error`, with a text for the operator,
-  /// when it cannot listen on `path`.
+  /// `status` returns the text. Throws `boost::system::system_error`, with a text for the operator,
+  /// if it cannot listen on `path`.
   StatusServer(boost::asio::io_context* io, const std::string& path,
                const std::function<std::string()>& status);
   StatusServer(const StatusServer&) = delete;
   StatusServer& operator=(const StatusServer&) = delete;
-  /// Removes the socket. Not inside `status`.
+  /// Removes the socket. Do not call inside `status`.
   ~StatusServer() = default;
 
  private:
@@ -52,7 +51,7 @@ class StatusServer {
 };
 
 /// The status of the manager that listens on `path`. Throws `std::runtime_error`, with a text for
-/// the operator, when there is none or it does not answer within 10 seconds.
+/// the operator, if there is none or it does not answer within 10 seconds.
 std::string ReadStatus(const std::string& path);
 
 }  // namespace reference

@@ -18,8 +18,8 @@
 
 namespace reference {
 
-/// One entry of a site file: its message and, if recorded, the places of its fields. Fields are
-/// named by their numbers. Refers to the file and to the places, which outlive it.
+/// One entry of a site file: its message and, if recorded, the places of its fields. Identifies
+/// fields by number. Refers to the file and the places, which must outlive it.
 class Entry {
  public:
   /// The `index`-th entry of the kind `kind` in `file`. `places` are those of the file, or null.
@@ -32,9 +32,9 @@ class Entry {
   int Count(int field) const;
   const std::string& Text(int field, int index) const;
 
-  /// The field as the file spells it.
+  /// The field's name in the file.
   const std::string& FieldName(int field) const;
-  /// Of the value of a field; of the entry when the field is missing.
+  /// The place of a field's value, or of the entry if the field is missing.
   Place PlaceOf(int field, int index = 0) const;
   /// "vlan", or with its name: "vlan "core-a"".
   std::string Describe() const;
@@ -54,8 +54,8 @@ class Entry {
 inline constexpr Range kUint32;
 inline constexpr Range kIds{1};
 
-/// Reads the fields of a site file's entries and keeps the mistakes. After a mistake it goes on
-/// with a value that stands for none, so that all mistakes come out of one reading.
+/// Reads the fields of a site file's entries and collects the mistakes. After a mistake, it
+/// continues with a value that means none, so that one reading finds all mistakes.
 class Checker {
  public:
   void Add(Place place, std::string text) { mistakes_.Add(place, std::move(text)); }
@@ -65,10 +65,10 @@ class Checker {
   std::string RequiredText(const Entry& entry, int field);
   std::vector<std::string> Texts(const Entry& entry, int field);
   std::optional<Mac> MacAddress(const Entry& entry, int field);
-  /// 4 or 16 bytes in network byte order; empty when missing.
+  /// 4 or 16 bytes in network byte order; empty if missing.
   std::string IpAddress(const Entry& entry, int field);
 
-  /// The values of a repeated field that takes the words of `table`.
+  /// The values of a repeated field whose words are in `table`.
   template <class Value, std::size_t size>
   std::vector<Value> Words(const Entry& entry, int field,
                            const std::array<Keyword<Value>, size>& table) {
@@ -87,7 +87,7 @@ class Checker {
   }
 
   bool HasMistakes() const { return !mistakes_.empty(); }
-  /// In the order of their places.
+  /// In file order.
   std::vector<Diagnostic> TakeMistakes() { return mistakes_.Take(); }
 
  private:

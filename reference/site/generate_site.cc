@@ -18,7 +18,7 @@ constexpr std::uint32_t kMaxMembers = 8;
 constexpr std::uint32_t kLabels = 1U << 20;
 constexpr std::uint32_t kFirstLabel = 16;
 
-// How many objects of each kind a site has.
+// Number of objects of each kind in a site.
 struct Counts {
   explicit Counts(std::size_t objects) {
     const auto percent = [objects](std::size_t share) { return objects * share / 100; };
@@ -64,8 +64,8 @@ class SiteGenerator {
     for (std::size_t i = 1; i <= count; ++i) objects.push_back((this->*make)(i));
   }
 
-  // The library's distributions differ from one implementation to the next; this one does not.
-  // Uniform over 0 .. `count` - 1.
+  // Uniform over 0 .. `count` - 1. The standard library's distributions differ between
+  // implementations; this one does not.
   std::uint32_t Below(std::size_t count) {
     return static_cast<std::uint32_t>((std::uint64_t{Word()} * count) >> 32U);
   }
@@ -93,7 +93,7 @@ class SiteGenerator {
     return mac;
   }
 
-  // Out of 198.18.0.0/15 or 2001:db8::/32.
+  // From 198.18.0.0/15 or 2001:db8::/32.
   std::string RandomIp() {
     const bool ipv6 = OneIn(4);
     std::string ip = ipv6 ? std::string("\x20\x01\x0d\xb8", 4)

@@ -29,13 +29,13 @@ constexpr int kBadUsage = 2;
 struct Arguments {
   std::size_t objects = 0;
   std::uint32_t seed = 0;
-  // Empty: standard output.
+  // Empty for standard output.
   std::string output;
 };
 
 po::options_description Options() {
   po::options_description options("Options");
-  // The numbers are read wide and signed, so that -1 is not taken for a great number.
+  // The numbers are parsed as wide signed values, so that -1 does not become a huge number.
   options.add_options()                                                       //
       ("objects", po::value<std::int64_t>()->value_name("N"),                 //
        "number of VRFs and destinations, 1 to 10000000")                      //
@@ -72,7 +72,7 @@ Arguments ReadArguments(const po::variables_map& values) {
   return arguments;
 }
 
-// `mode` as of std::fopen.
+// `mode` is that of std::fopen.
 void WriteAll(const std::string& path, const char* mode, const std::string& text) {
   std::FILE* file = std::fopen(path.c_str(), mode);
   bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
@@ -80,7 +80,7 @@ void WriteAll(const std::string& path, const char* mode, const std::string& text
   if (!written) throw std::system_error(errno, std::generic_category());
 }
 
-// A file at `path` stays as it was until the whole text is on the disk.
+// Replaces the file atomically: the old one at `path` stays until the whole text is on disk.
 void ReplaceFile(const fs::path& path, const std::string& text) {
   const std::string unfinished = path.string() + ".unfinished-" + std::to_string(getpid());
   try {
@@ -101,7 +101,7 @@ void Write(const std::string& output, const std::string& text) {
   } else if (fs::is_regular_file(output)) {
     ReplaceFile(fs::canonical(output), text);
   } else {
-    // A device or a pipe is written to, not replaced.
+    // Writes to a device or a pipe instead of replacing it.
     WriteAll(output, "we", text);
   }
 }

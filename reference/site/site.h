@@ -12,8 +12,8 @@
 namespace reference {
 
 // A site: what the operator wants the network element to forward. Plain values, with every name of
-// the site file resolved. Ids of destinations (VLAN, host, MPLS, ECMP) are database ids in one
-// number space; 0 means none. VRFs have a number space of their own.
+// the site file resolved. The ids of destinations (VLAN, host, MPLS, ECMP) are database ids in one
+// number space; 0 means none. VRFs have their own number space.
 
 /// Six bytes in transmission order.
 using Mac = std::array<std::uint8_t, 6>;
@@ -47,7 +47,7 @@ struct SiteHost {
   std::string name;
   std::uint32_t lim_id = 0;
   std::optional<Mac> mac;
-  /// 4 or 16 bytes in network byte order; empty when the site names none.
+  /// 4 or 16 bytes in network byte order; empty if the site has none.
   std::string ip_address;
   std::optional<std::uint32_t> vrf;
   /// The VLAN destination it rides on.
@@ -61,12 +61,12 @@ struct SiteMpls {
   std::uint32_t lim_id = 0;
   std::optional<Mac> mac;
   std::optional<std::uint32_t> label;
-  /// Present in virtual circuits, which ride on `tunnel`; others ride on `vlan`.
+  /// Present in virtual circuits, which ride on `tunnel`; other MPLS destinations ride on `vlan`.
   std::optional<std::uint32_t> vc_label;
   std::uint32_t vlan = 0;
   std::uint32_t tunnel = 0;
-  /// The host destination of the neighbour; 0 when the site does not have the named one: the
-  /// destination is then inactive, its packets are dropped.
+  /// The neighbour's host destination. 0 if the site does not have the named one; the destination
+  /// is then inactive and drops its packets.
   std::uint32_t neighbor = 0;
   std::optional<std::uint32_t> pass_through_value;
   std::vector<dest_mng::MplsCapabilities> capabilities;
@@ -88,7 +88,7 @@ struct Site {
   std::vector<SiteEcmp> ecmps;
 };
 
-/// Calls the generic `use` with each list of objects: every member but the interfaces.
+/// Calls the generic `use` with each list of objects, that is every member except the interfaces.
 template <typename Use>
 void ForEachList(const Site& site, Use use) {
   use(site.vrfs);
@@ -98,7 +98,7 @@ void ForEachList(const Site& site, Use use) {
   use(site.mpls);
 }
 
-// Equal when every field is.
+// Equal if all fields are.
 bool operator==(const SiteInterface& a, const SiteInterface& b);
 bool operator==(const SiteVrf& a, const SiteVrf& b);
 bool operator==(const SiteVlan& a, const SiteVlan& b);

@@ -26,7 +26,7 @@ constexpr TextFileKind kSiteFile = {
     R"(write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })"};
 constexpr Range kTypes{0, std::numeric_limits<std::uint8_t>::max()};
 
-// What a name of the file can stand for.
+// What a name in the file can refer to.
 enum class Kind { kInterface, kVlan, kHost, kTunnel, kCircuit, kEcmp };
 constexpr std::size_t kKinds = 6;
 constexpr std::array<std::string_view, kKinds> kKindTexts = {
@@ -34,7 +34,7 @@ constexpr std::array<std::string_view, kKinds> kKindTexts = {
 
 // What a field can refer to.
 struct Role {
-  // What an operator may name there, and which entry makes a missing one.
+  // What an operator may name there, and which entry to add if it is missing.
   std::string_view wanted;
   std::string_view entry;
   std::initializer_list<Kind> kinds;
@@ -48,7 +48,7 @@ const Role kMemberRole{"a vlan, host or mpls",
                        "a vlan, host or mpls",
                        {Kind::kVlan, Kind::kHost, Kind::kTunnel, Kind::kCircuit}};
 
-// The names of a file that share a name space, and the number that each stands for.
+// The names of a file in one name space, and the number that each refers to.
 class Names {
  public:
   struct Named {
@@ -56,7 +56,7 @@ class Names {
     std::uint32_t number;
   };
 
-  // The first of several of one name counts.
+  // If several have the same name, the first one counts.
   void Add(std::string_view name, Named named) {
     if (name.empty() || !named_.emplace(name, named).second) return;
     std::vector<std::string_view>& examples = examples_[static_cast<std::size_t>(named.kind)];
@@ -68,7 +68,7 @@ class Names {
     return found == named_.end() ? nullptr : &found->second;
   }
 
-  // `lead` and the first few names that fit `role`; nothing if none fits.
+  // `lead` and the first few names that fit `role`; empty if none fits.
   std::string Examples(const char* lead, const Role& role) const {
     std::vector<std::string_view> names;
     for (const Kind kind : role.kinds) {
@@ -87,7 +87,7 @@ class Names {
   static constexpr std::size_t kExamples = 5;
 
   std::unordered_map<std::string_view, Named> named_;
-  // One more than is shown, to know that there are more.
+  // One more than is shown, to know whether there are more.
   std::array<std::vector<std::string_view>, kKinds> examples_;
 };
 
@@ -97,7 +97,7 @@ class Uses {
  public:
   void Add(Value value, Place place) { uses_.push_back({value, place}); }
 
-  // Reports every use of a value but its first one. `owned` is what has such a value and that
+  // Reports every use of a value except the first. `owned` names what has such a value, and the
   // value: "destination an id".
   template <class Show>
   void Report(Checker& checker, const char* field, const char* owned, Show show) {
@@ -150,7 +150,7 @@ class Space {
   Uses<std::string_view> names_;
 };
 
-// Makes the site of a parsed file. `places` is null in a reading that only finds out whether the
+// Makes the site from a parsed file. `places` is null in a reading that only determines whether the
 // file has mistakes.
 class SiteReader {
  public:
@@ -336,7 +336,7 @@ class SiteReader {
         entry.Describe() + " has tunnel but no vc_label; add vc_label: N or remove tunnel");
   }
 
-  // A neighbour that the site does not have is no mistake.
+  // A neighbour that the site does not have is not a mistake.
   std::uint32_t Neighbor(const Entry& entry) {
     const int field = site::Mpls::kNeighborFieldNumber;
     if (destination_names_.Find(entry.Text(field)) == nullptr) return 0;
@@ -351,7 +351,7 @@ class SiteReader {
     return Resolve(names, role, entry, field, 0, entry.Text(field));
   }
 
-  // The number that a name in a field stands for.
+  // The number that a name in a field refers to.
   std::uint32_t Resolve(const Names& names, const Role& role, const Entry& entry, int field,
                         int index, const std::string& name) {
     const Names::Named* named = names.Find(name);
@@ -391,7 +391,8 @@ SiteOrMistakes ReadText(const std::string& text, FieldPlaces* places) {
 }  // namespace
 
 SiteOrMistakes ParseSite(const std::string& text) {
-  // The places take several times the memory and time of all the rest, and only mistakes need them.
+  // The places take several times the memory and time of everything else, and only mistakes need
+  // them.
   SiteOrMistakes site = ReadText(text, nullptr);
   if (std::holds_alternative<Site>(site)) return site;
   FieldPlaces places;

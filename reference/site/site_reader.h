@@ -10,13 +10,13 @@
 
 namespace reference {
 
-/// A site, or the mistakes of its file in the order of their places.
+/// A site, or the mistakes of its file in file order.
 using SiteOrMistakes = std::variant<Site, std::vector<Diagnostic>>;
 
-/// Reads the text of a site file. A syntax error ends the reading.
+/// Parses the text of a site file. Stops at a syntax error.
 SiteOrMistakes ParseSite(const std::string& text);
 
-/// Reads a site file. A file that cannot be read is one mistake.
+/// Reads a site file. An unreadable file is a single mistake.
 SiteOrMistakes ReadSiteFile(const std::string& path);
 
 }  // namespace reference

@@ -49,7 +49,7 @@ std::string FormatMac(const Mac& mac) {
 
 std::optional<std::string> ParseIp(const std::string& text) {
   std::string bytes(kIpv6Size, '\0');
-  // The parser of the text format lets a zero byte through, where inet_pton would stop reading.
+  // The text format's parser allows a zero byte, at which inet_pton would stop reading.
   if (text.find('\0') != std::string::npos) return std::nullopt;
   if (inet_pton(AF_INET6, text.c_str(), bytes.data()) == 1) return bytes;
   if (inet_pton(AF_INET, text.c_str(), bytes.data()) != 1) return std::nullopt;

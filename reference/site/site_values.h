@@ -10,9 +10,9 @@
 
 namespace reference {
 
-// How single values read in a site file: one place for the reader and the writer.
+// The syntax of single values in a site file, shared by the reader and the writer.
 
-/// A word of the site file and the value it stands for.
+/// A word of the site file and the value that it means.
 template <class Value>
 struct Keyword {
   std::string_view word;
@@ -46,7 +46,7 @@ std::string FormatMac(const Mac& mac);
 
 /// Reads an IPv4 or IPv6 address: 4 or 16 bytes in network byte order.
 std::optional<std::string> ParseIp(const std::string& text);
-/// The text of 4 or 16 bytes in network byte order.
+/// The text for 4 or 16 bytes in network byte order.
 std::string FormatIp(const std::string& bytes);
 
 }  // namespace reference

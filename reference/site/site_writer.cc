@@ -45,7 +45,8 @@ class SiteWriter {
     for (const Object& object : objects) names_.emplace(object.id, &object.name);
   }
 
-  // One message at a time: the messages of a large site together would take far more than its text.
+  // One message at a time: all messages of a large site together would take far more memory than
+  // its text.
   template <class Object>
   void WriteAll(const char* kind, const std::vector<Object>& objects) {
     std::string fields;

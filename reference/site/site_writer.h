@@ -7,8 +7,8 @@
 
 namespace reference {
 
-/// The text of a site file, an entry per line. `site` is one that a site file can describe: its ids
-/// refer to objects of its own. Reading the text gives an equal site.
+/// The text of a site file, one entry per line. `site` must be one that a site file can describe:
+/// its ids refer to its own objects. Reading the text gives an equal site.
 std::string WriteSite(const Site& site);
 
 }  // namespace reference

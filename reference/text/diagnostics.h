@@ -9,7 +9,7 @@
 
 namespace reference {
 
-/// A place in a text, counted from 1. Zeros mean the text as a whole.
+/// A place in a text, counted from 1. Zeros mean the whole text.
 struct Place {
   int line = 0;
   int column = 0;
@@ -17,16 +17,16 @@ struct Place {
 
 bool operator<(const Place& a, const Place& b);
 
-/// One mistake in a text that people write: where it is, what is wrong and what to do about it.
+/// One mistake in a text that people write: where it is, what is wrong and how to fix it.
 struct Diagnostic {
   Place place;
   std::string text;
 };
 
-/// "<file>:<line>:<column>: <text>", without the numbers that are 0. Safe to show.
+/// "<file>:<line>:<column>: <text>", without numbers that are 0. Safe to print.
 std::string FormatDiagnostic(const std::string& file, const Diagnostic& diagnostic);
 
-/// Both ends are allowed.
+/// Inclusive.
 struct Range {
   std::int64_t first = 0;
   std::int64_t last = std::numeric_limits<std::uint32_t>::max();
@@ -40,15 +40,15 @@ std::string OutOfRangeText(std::string_view name, std::int64_t value, Range rang
 /// "a, b, c".
 std::string Join(const std::vector<std::string_view>& words);
 
-/// Collects the mistakes of one text, so that one reading tells all of them.
+/// Collects the mistakes of one text, so that one reading reports all of them.
 class Diagnostics {
  public:
   void Add(Place place, std::string text);
-  /// Adds a mistake and returns false when `value` is out of `range`.
+  /// If `value` is out of `range`, adds a mistake and returns false.
   bool CheckRange(Place place, std::string_view name, std::int64_t value, Range range);
 
   bool empty() const { return diagnostics_.empty(); }
-  /// In the order of their places.
+  /// In file order.
   std::vector<Diagnostic> Take();
 
  private:

@@ -6,7 +6,7 @@
 
 namespace reference {
 
-/// "0x" and sixteen lower-case digits, as generations and digests are shown everywhere.
+/// "0x" and sixteen lower-case digits, the form of generations and digests everywhere.
 std::string Hex(std::uint64_t number);
 
 }  // namespace reference

@@ -6,9 +6,9 @@
 
 namespace reference {
 
-/// Writes JSON for a terminal or a file. Strings from outside lose nothing and control nothing:
-/// what is not printable ASCII is escaped, and bytes that are not UTF-8 become U+FFFD. With
-/// `indent` -1 all is on one line.
+/// Writes JSON for a terminal or a file. Foreign strings lose nothing but cannot control a
+/// terminal: everything except printable ASCII is escaped, and bytes that are not UTF-8 become
+/// U+FFFD. With `indent` -1, everything is on one line.
 std::string JsonText(const nlohmann::ordered_json& json, int indent);
 
 }  // namespace reference

@@ -10,14 +10,14 @@ namespace {
 
 namespace utf = boost::locale::utf;
 
-// Both ends are in it.
+// Inclusive.
 struct CodePoints {
   utf::code_point first;
   utf::code_point last;
 };
 
-// Control characters, and format characters that reorder text or that nobody can see. The two
-// joiners U+200C and U+200D stay: some scripts are not written without them.
+// Control characters, and format characters that reorder text or are invisible. The joiners U+200C
+// and U+200D are allowed, because some scripts need them.
 constexpr std::array kUnsafe = {
     CodePoints{0x0000, 0x001F},    // C0
     CodePoints{0x007F, 0x009F},    // delete, C1
@@ -39,7 +39,7 @@ struct Character {
   bool is_utf8;
 };
 
-// The first character of a text that is not empty. A byte that begins none is one of its own.
+// The first character of a non-empty text. A byte that begins no valid character counts as one.
 Character FirstCharacter(std::string_view text) {
   const char* end = text.data();
   const utf::code_point code = utf::utf_traits<char>::decode(end, text.data() + text.size());
@@ -74,7 +74,7 @@ std::string Escaped(const Character& character) {
   return text.data();
 }
 
-// `also` are safe characters to put a backslash before.
+// `also` lists safe characters that also get a backslash.
 std::string Clean(std::string_view text, std::size_t max_bytes, std::string_view also) {
   std::string clean;
   std::size_t taken = 0;

@@ -7,23 +7,24 @@
 
 namespace reference {
 
-/// Makes text from outside (names in files, file names, what a peer says) safe for a terminal, a
-/// log or a file: one line that shows what it holds and controls nothing.
+/// Makes foreign text (names in files, file names, messages from a peer) safe for a terminal, a log
+/// or a file: one line that shows the content but controls nothing.
 ///
-/// UTF-8 stays as it is. Escaped, in the notation of protobuf's text format, are:
-///  - control characters, C1 (U+0080 to U+009F) included: `\n`, `\x1b`, `\u009b`;
-///  - characters that reorder or break a line, or that nobody can see: `\u202e`, `\u2028`;
+/// Printable UTF-8 stays unchanged. Escaped, in the notation of protobuf's text format, are:
+///  - control characters, including C1 (U+0080 to U+009F): `\n`, `\x1b`, `\u009b`;
+///  - characters that reorder or break a line, or that are invisible: `\u202e`, `\u2028`;
 ///  - bytes that are not UTF-8: `\xff`.
-/// Backslashes stay, so that a line may be cleaned again when it is written.
 ///
-/// Takes whole characters of at most `max_bytes` bytes of `text` together.
+/// Backslashes stay, so that cleaning a line again changes nothing.
+///
+/// Takes at most `max_bytes` bytes of `text`, in whole characters.
 std::string Printable(std::string_view text, std::size_t max_bytes = std::string_view::npos);
 
-/// Whether `Printable` leaves all of `text` as it is.
+/// Whether `Printable` leaves `text` unchanged.
 bool IsPrintable(std::string_view text);
 
-/// `Printable` in double quotes, with `"` and `\` escaped: unambiguous, and valid in a file in
-/// protobuf's text format.
+/// `Printable` in double quotes, with `"` and `\` escaped: unambiguous, and valid in protobuf's
+/// text format.
 std::string Quote(std::string_view text, std::size_t max_bytes = std::string_view::npos);
 
 }  // namespace reference

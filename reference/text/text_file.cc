@@ -28,14 +28,14 @@ using google::protobuf::io::ColumnNumber;
 using google::protobuf::io::ErrorCollector;
 using google::protobuf::io::Tokenizer;
 
-// Gathers what the parser complains of, in our words.
+// Collects the parser's errors, in our words.
 class SyntaxErrors : public ErrorCollector {
  public:
   SyntaxErrors(const std::string& text, const TextFileKind& kind, const Descriptor& outermost)
       : text_(text), kind_(kind), outermost_(outermost) {}
 
   void AddError(int line, ColumnNumber column, const std::string& message) override {
-    // Those after the first come of the parser's attempt to go on.
+    // Later errors result from the parser's attempt to recover.
     if (!errors_.empty()) return;
     if (std::optional<std::string> unknown_field = DescribeUnknownField(message)) {
       errors_.push_back({PlaceBefore(line, column), *std::move(unknown_field)});
@@ -55,8 +55,8 @@ class SyntaxErrors : public ErrorCollector {
     void AddError(int /*line*/, ColumnNumber /*column*/, const std::string& /*text*/) override {}
   };
 
-  // "vlan has no field "mtuu"" and the fields that it has, out of the parser's complaint: Message
-  // type "site.Vlan" has no field named "mtuu". Nothing if it complains of something else.
+  // Turns the parser's complaint, Message type "site.Vlan" has no field named "mtuu", into "vlan
+  // has no field "mtuu"" and the fields that it has. Nothing for other complaints.
   std::optional<std::string> DescribeUnknownField(const std::string& complaint) const {
     std::vector<std::string> parts;
     boost::algorithm::split(parts, complaint, boost::algorithm::is_any_of("\""));
@@ -70,7 +70,7 @@ class SyntaxErrors : public ErrorCollector {
     return owner + " has no field " + Quote(parts[3]) + "; use one of: " + Join(fields);
   }
 
-  // Of the token before the one at a place counted from 0: the parser reports an unknown field when
+  // The place of the token before a place counted from 0: the parser reports an unknown field when
   // it is past its name.
   Place PlaceBefore(int line, ColumnNumber column) const {
     google::protobuf::io::ArrayInputStream input(text_.data(), static_cast<int>(text_.size()));
@@ -101,7 +101,7 @@ Diagnostic CannotRead(int error, const TextFileKind& kind) {
 
 Place PlaceOf(const FieldPlaces& places, const google::protobuf::FieldDescriptor& field,
               int index) {
-  // [a, b] is one place for all its values, and then there are fewer places than values.
+  // [a, b] is a single place for all its values, so there may be fewer places than values.
   auto location = places.GetLocation(&field, field.is_repeated() ? index : -1);
   if (location.line < 0) location = places.GetLocation(&field, field.is_repeated() ? 0 : -1);
   return {location.line + 1, location.column + 1};

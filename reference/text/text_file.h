@@ -15,7 +15,7 @@ namespace reference {
 
 // Files that people write in protobuf's text format.
 
-/// What the diagnostics of such files say besides what the schema tells.
+/// What the diagnostics for such files need besides the schema.
 struct TextFileKind {
   /// "site file".
   std::string_view name;
@@ -25,14 +25,14 @@ struct TextFileKind {
 
 using FieldPlaces = google::protobuf::TextFormat::ParseInfoTree;
 
-/// Where `field` of the message with `places` is; the `index`-th value of a repeated one. Zeros
-/// when the message does not have it.
+/// Where `field` of the message with `places` is; for a repeated field, its `index`-th value. Zeros
+/// if the message does not have it.
 Place PlaceOf(const FieldPlaces& places, const google::protobuf::FieldDescriptor& field,
               int index = 0);
 
-/// Parses `text` into `file` and records the places of its fields in `places`, unless that is null:
-/// it takes several times the time and memory of the rest. Returns the first syntax error and the
-/// misspelt fields before it; none when the text is well-formed.
+/// Parses `text` into `file`. Records the places of its fields in `places` unless that is null;
+/// recording takes several times the time and memory of the rest. Returns the first syntax error
+/// and the misspelt fields before it; none if the text is well-formed.
 std::vector<Diagnostic> ParseTextFile(const std::string& text, const TextFileKind& kind,
                                       google::protobuf::Message* file, FieldPlaces* places);
 

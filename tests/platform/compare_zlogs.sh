@@ -50,8 +50,8 @@ compare() {
   echo "$1: the same $lines lines"
 }
 
-# Each record has one line break of its own; that of "two\nlines" has another. The three categories
-# have a line each in "enabled".
+# Each record ends in a line break, and "two\nlines" has one more. The three categories have a line
+# each in "enabled".
 compare 'an empty file' 3 </dev/null
 compare 'no rules' 3 <<<$'[global]\nbuffer max = 0\n[levels]\nTRACE = 10\n[formats]\nf = "%m%n"'
 compare 'the configuration that ships' $((3 + 11 * 6)) \
