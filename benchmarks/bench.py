@@ -32,7 +32,7 @@ SMALL_WINDOWS = [1, 4, 16, 64, 256]
 
 
 class Sizes:
-    """How much is measured."""
+    """How much to measure."""
 
     def __init__(self, quick):
         self.seconds_a_case = 0.001 if quick else 0.02
@@ -43,7 +43,7 @@ class Sizes:
 
 
 class Bench:
-    """The programs, each pinned to a core of its own where there are two."""
+    """The programs, each pinned to its own core if there are two."""
 
     def __init__(self, programs, folder):
         self._programs = programs
@@ -77,7 +77,7 @@ class Bench:
 
     @contextlib.contextmanager
     def serving(self, *command, socket="socket", fresh=True):
-        """A server on the socket whose path it gets in place of SOCKET."""
+        """A server on the socket whose path replaces SOCKET in its arguments."""
         path = os.path.join(self._folder, socket)
         if fresh and os.path.exists(path):
             os.unlink(path)
@@ -162,13 +162,13 @@ def measure_peers(bench, sizes):
 
 
 def progress(what):
-    """Shows what is under way in one line of the terminal, if there is one."""
+    """Shows the current step in one line of the terminal, if there is one."""
     if sys.stderr.isatty():
         print(f"\r{what:40}\r", end="", file=sys.stderr, flush=True)
 
 
 def measure_all(bench, sizes, rounds, peers):
-    """The figures by name, each with its value of every round."""
+    """The figures by name, each with its values in all rounds."""
     figures = {}
     for name, cost in costs.count(bench.path("count_cases")).items():
         figures[f"{name}/instructions"] = [cost.instructions]

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Fails where the library takes more instructions or allocations than it may, next to its floor.
+"""Fails if the library takes too many instructions or allocations compared with its floor.
 
     cost_test.py COUNT_CASES
 
-The limits lie a little above what was measured last, so that doing something twice shows.
+The limits are a little above the last measurement, so doing something twice exceeds them.
 """
 
 import sys

@@ -7,7 +7,7 @@ import tempfile
 
 
 class Cost:
-    """What one run of a case takes."""
+    """The cost of one run of a case."""
 
     def __init__(self, instructions, allocations):
         self.instructions = instructions
@@ -15,7 +15,7 @@ class Cost:
 
 
 def count(program):
-    """The costs of the cases of `program` by name, without what calling a case takes."""
+    """The costs of the cases of `program` by name, minus the overhead of calling a case."""
     with tempfile.TemporaryDirectory() as folder:
         profile = os.path.join(folder, "profile")
         printed = subprocess.run(
@@ -37,7 +37,7 @@ def count(program):
 
 
 def pairs(costs):
-    """GROUP/KIND, what the library takes and what its floor takes, for each case with a floor."""
+    """GROUP/KIND, the library's cost and its floor's, for each case with a floor."""
     for name, floor in costs.items():
         if name.endswith("/floor"):
             case = name[:-len("/floor")]

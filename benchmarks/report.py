@@ -1,4 +1,4 @@
-"""What bench.py shows: tables in Markdown, a picture, and both in docs/performance.md."""
+"""The output of bench.py: tables in Markdown, a picture, and both in docs/performance.md."""
 
 import math
 import os
@@ -98,7 +98,7 @@ def reinstall_rows(figures):
 
 
 def carriers(figures):
-    """What carries requests and results, with its figure."""
+    """Each transport of requests and results, with its figure."""
     yield "raw frames, the floor", "socket/floor"
     yield "zuskux: HAL client and server", "socket/client"
     yield "zuskux: library, HAL client and server", "socket/library"
@@ -168,7 +168,7 @@ def target_rows(figures):
 
 
 def tables(result):
-    """Everything that was measured, in Markdown."""
+    """All measurements, in Markdown."""
     figures = Figures(result["figures"])
     machine = result["machine"]
     parts = [
@@ -219,7 +219,7 @@ def bars(title, values, text, scale, y):
 
 
 def picture(measured):
-    """The costs next to their floors, and what carries how many requests, as SVG."""
+    """The costs beside their floors, and the throughput of each transport, as SVG."""
     figures = Figures(measured)
     costs = []
     for group, names in [("request", KINDS), ("render", KINDS), ("result", figures.operations())]:
@@ -243,7 +243,7 @@ def picture(measured):
 
 
 def document(root, text, drawn):
-    """Puts both into the documentation."""
+    """Writes both into the documentation."""
     with open(os.path.join(root, "docs/pictures/performance.svg"), "w", encoding="utf-8") as file:
         file.write(drawn)
     path = os.path.join(root, "docs/performance.md")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Reports what is not reached, and fails below the targets: report.py ROOT LINES.json BRANCHES.json
+"""Reports what is not covered, and fails below the targets: report.py ROOT LINES.json BRANCHES.json
 
 LINES is gcovr's, BRANCHES llvm-cov's export. A line of a template, or of a function that several
 programs hold, is reached when one of its copies is. Lines listed in unreachable.txt, and branches
@@ -75,13 +75,13 @@ def read_branches(root, path):
 
 
 def relative(root, file):
-    """The compiler may have been given a path from the build's folder."""
+    """The compiler may have got a path relative to the build folder."""
     path = pathlib.Path(re.sub(r"^.*/build/coverage/\.\./\.\.", str(root), file))
     return path.relative_to(root).as_posix() if path.is_relative_to(root) else file
 
 
 def read_unreachable(root):
-    """The listed (file, line number); a listed line may stand in its file more than once."""
+    """The listed (file, line number); a listed line may occur more than once in its file."""
     listed = set()
     paragraphs = (root / "tests/coverage/unreachable.txt").read_text().split("\n\n")
     for paragraph in paragraphs:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that a program's --help and its man page tell of the same options and exit statuses, and that
+"""Checks that a program's --help and its man page list the same options and exit statuses, and that
 the help fits a screen.
 
     help_test.py PROGRAM MAN_PAGE
@@ -15,7 +15,7 @@ MAX_COLUMNS = 80
 
 
 def options_of_help(text):
-    """The options that begin a line, as `--long` or `-s [ --long ]`."""
+    """The options at the start of a line, as `--long` or `-s [ --long ]`."""
     return set(re.findall(r'^ +(?:-\w \[ )?(--[a-z][a-z-]*)', text, re.MULTILINE))
 
 

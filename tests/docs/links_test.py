@@ -3,7 +3,7 @@
 
     links_test.py FOLDER
 
-Looks at every *.md file below FOLDER but those in hidden folders and in build/. Links to other hosts
+Checks every *.md file below FOLDER except in hidden folders and in build/. Links to other hosts
 are not followed.
 """
 

@@ -3,8 +3,8 @@
 
     porting_test.py PORTING_MD SYMBOLS_LEFT_UNDEFINED
 
-Symbols of the schemas, which are libraries of their own, are left out, and so are virtual tables and
-type information, which come with a destructor.
+Ignores the schemas' symbols, since the schemas are separate libraries, and virtual tables and type
+information, which come with a destructor.
 """
 
 import pathlib

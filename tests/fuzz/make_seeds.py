@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Writes the seeds of the fuzz targets that take binary input: tests/fuzz/make_seeds.py
 
-Each is a small valid input, or one a step away from it. The form of a target's input is described at
-the top of its source.
+Each is a small valid input, or one step away from one. The top of each target's source describes the
+format of its input.
 """
 
 import pathlib

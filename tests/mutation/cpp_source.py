@@ -1,4 +1,4 @@
-"""Just enough of a C++ reader for sources in this project's format: tokens, blocks, statements."""
+"""A minimal C++ parser, just enough for this project's format: tokens, blocks, statements."""
 import bisect
 import re
 from dataclasses import dataclass, field
@@ -84,7 +84,7 @@ class Source:
         return self.text.count("\n", 0, self.tokens[place].start) + 1
 
     def word(self, place):
-        """The text of a token; nothing behind the ends."""
+        """The text of a token; nothing beyond the ends."""
         return self.tokens[place].text if 0 <= place < len(self.tokens) else ""
 
     def is_access(self, place):

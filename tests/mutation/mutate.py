@@ -60,8 +60,8 @@ INCOMPLETE = 2
 
 @dataclass(frozen=True)
 class Subject:
-    """What is mutated: folders and files, the operators that say nothing about them, and what is
-    demanded."""
+    """What to mutate: folders and files, the operators that are meaningless there, and the required
+    score."""
 
     name: str
     sources: tuple
@@ -141,7 +141,7 @@ def all_mutants(subject, part):
 
 
 def choose(mutants, count, seed):
-    """`count` of them, of each file its share, but at least a few."""
+    """`count` of them, a share from each file, but at least a few."""
     by_file = collections.defaultdict(list)
     for mutant in mutants:
         by_file[mutant.file].append(mutant)
@@ -154,7 +154,7 @@ def choose(mutants, count, seed):
 
 
 class Results:
-    """What became of each mutant, on disk after each. Used by all workers."""
+    """The outcome of each mutant, written to disk immediately. Used by all workers."""
 
     def __init__(self, path):
         self.path = path
@@ -185,8 +185,7 @@ class Results:
 
 
 class Tree:
-    """A copy of the sources, in which the test programs are built as they are needed. Used by one
-    worker."""
+    """A copy of the sources in which the test programs are built on demand. Used by one worker."""
 
     def __init__(self, subject, number, killers):
         self.subject = subject
@@ -199,7 +198,7 @@ class Tree:
         self.programs_of = self.find_programs()
 
     def copy(self):
-        """Brings the copy up to date; what did not change keeps its time."""
+        """Brings the copy up to date; unchanged files keep their timestamps."""
         listed = run(["git", "-C", ROOT, "ls-files", "-z"]).split("\0")
         wanted = {file for file in listed if file and (ROOT / file).is_file()}
         for path in self.tree.rglob("*"):
@@ -222,7 +221,7 @@ class Tree:
              "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0", *linker, *self.subject.options], env=environment)
 
     def find_programs(self):
-        """For each file the test programs that have it compiled in, or start one that has."""
+        """For each file, the test programs that contain it or start one that does."""
         users = collections.defaultdict(set)
         for path in self.tree.rglob("*"):
             if path.suffix in (".h", ".cc"):
@@ -244,7 +243,7 @@ class Tree:
         return programs_of
 
     def try_mutant(self, mutant):
-        """What became of it, and which test that is owed to."""
+        """The mutant's outcome, and the test that decided it."""
         target = self.tree / mutant.file
         tried = set()
         try:
@@ -294,7 +293,7 @@ class Tree:
         return sorted(self.programs_of[file], key=unlikelihood)
 
     def build(self, program, environment=None):
-        """What was wrong, or nothing."""
+        """The error, or nothing."""
         done = subprocess.run(["ninja", "-C", self.build_folder, f"bin/{program}"],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace",
                               env={**os.environ, **(environment or {"CCACHE_DISABLE": "1"})},
@@ -329,7 +328,7 @@ class Tree:
 
 
 def end_group(leader):
-    """Ends a test program and what it started."""
+    """Ends a test program and its child processes."""
     try:
         os.killpg(leader, signal.SIGKILL)
     except ProcessLookupError:
@@ -367,7 +366,7 @@ def explanations():
 
 
 def report(results, target):
-    """Prints the outcome by file and the survivors; whether the target is reached."""
+    """Prints the outcome by file and the survivors. Returns whether the target is reached."""
     reasons = explanations()
     of_file = collections.defaultdict(collections.Counter)
     survivors = []
@@ -411,7 +410,7 @@ def parse_arguments():
 
 
 def try_all(subject, waiting, results, jobs, end):
-    """Tries the mutants until `end`, so many at a time."""
+    """Tries the mutants until `end`, `jobs` at a time."""
     killers = results.killers()
     trees = [Tree(subject, number, killers) for number in range(1, min(jobs, len(waiting)) + 1)]
     numbered = iter(enumerate(waiting, 1))

@@ -71,7 +71,7 @@ def arithmetic(source):
 
 @operator
 def negation(source):
-    """A ! taken away."""
+    """A ! removed."""
     for _, token in signs(source):
         if token.text == "!":
             yield token.start, token.end, ""
@@ -106,7 +106,7 @@ def constant(source):
 
 @operator
 def text(source):
-    """A text with another letter in its middle; an empty text."""
+    """A text with a different letter in the middle; an empty text."""
     for token in source.tokens:
         if token.kind != "text" or token.text == '""':
             continue
@@ -144,7 +144,7 @@ def alternatives(source):
 
 @operator
 def removal(source):
-    """A call, assignment, loop or jump taken away."""
+    """A call, assignment, loop or jump removed."""
     for statement in statements(source):
         if statement.kind in ("expression", "loop") or source.slice(
             statement.first, statement.last) in ("return;", "continue;", "break;"):
@@ -193,7 +193,7 @@ def arguments(source):
 
 @operator
 def related_name(source):
-    """A name for another that is easily taken for it: Destroy for Install, Error for Success."""
+    """A name replaced by an easily confused one: Destroy for Install, Error for Success."""
     for token in code(source):
         for group in RELATED:
             for part in group:
@@ -245,7 +245,7 @@ def initialiser(source):
 
 @operator
 def storage(source):
-    """A static local variable made anew at each call."""
+    """A static local variable created again on each call."""
     for statement in statements(source):
         if source.word(statement.first) == "static" and source.word(
             statement.first + 1) != "constexpr":
@@ -280,7 +280,7 @@ def signs(source):
 
 
 def compiler_only_spans(source):
-    """What has no meaning at run time: attributes, static assertions, the 0 of pure virtual."""
+    """Code without meaning at run time: attributes, static assertions, the 0 of pure virtual."""
     for place, token in enumerate(source.tokens):
         if token.text in ("__attribute__", "static_assert"):
             yield token.start, source.tokens[source.partner[place + 1]].end
@@ -340,7 +340,7 @@ def is_virtual(source, first, _):
 
 
 def swap(source, one, other):
-    """Exchanges two pieces, and leaves what is between them."""
+    """Swaps two pieces and keeps what is between them."""
     start, end = source.span(one[0], other[1])
     between = source.text[source.tokens[one[1]].end : source.tokens[other[0]].start]
     return start, end, source.slice(*other) + between + source.slice(*one)

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""What the mutation operators make of small sources."""
+"""The mutation operators' results on small sources."""
 import unittest
 
 from mutations import mutations
 
 
 def made(source, operator):
-    """The sources that an operator makes."""
+    """The sources that an operator produces."""
     return [mutation.apply(source) for mutation in mutations(source)
             if mutation.operator == operator]
 

@@ -2,11 +2,11 @@
 """Compares the layout and the virtual tables of the public classes with the checked-in description.
 
     public_classes_test.py LIBRARY            fails with the difference
-    public_classes_test.py LIBRARY --accept   makes the present state the expected one
+    public_classes_test.py LIBRARY --accept   accepts the present state as the expected one
 
 LIBRARY is what public_classes.cc compiles to; its debug information is read with abidw. A line with
 a number and a colon is a member at that offset in bytes; "virtual N" is slot N of the virtual table,
-behind the two destructors.
+after the two destructors.
 """
 
 import difflib
