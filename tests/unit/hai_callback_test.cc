@@ -21,8 +21,8 @@ class Arena;
 namespace dest_mng {
 namespace {
 
-// The records that the library constructed, in order.
-std::vector<const google::protobuf::Message*> made_records;
+// How many records the library constructed.
+int made_records = 0;
 
 }  // namespace
 
@@ -33,7 +33,7 @@ std::vector<const google::protobuf::Message*> made_records;
   void Wrapped##name(name*, google::protobuf::Arena*, bool) __asm__("__wrap_" symbol); \
   void Wrapped##name(name* self, google::protobuf::Arena* arena, bool owned) {         \
     Real##name(self, arena, owned);                                                    \
-    made_records.push_back(self);                                                      \
+    ++made_records;                                                                    \
   }
 
 WRAP_CONSTRUCTOR(DestVlanMessage, "_ZN8dest_mng15DestVlanMessageC1EPN6google8protobuf5ArenaEb")
@@ -267,10 +267,10 @@ TEST_P(ResultTest, DestroysEverythingOnceWhenTheHandlerThrows) {
 
 TEST_P(ResultTest, BuildsNothingWhenTheLogThrows) {
   SetLogHook([] { throw std::runtime_error("log"); });
-  made_records.clear();
+  made_records = 0;
 
   EXPECT_THROW(GetParam().Call(kSuccess, 5, 9), std::runtime_error);
-  EXPECT_THAT(made_records, IsEmpty());
+  EXPECT_EQ(made_records, 0);
   EXPECT_THAT(Events(), IsEmpty());
 }
 
@@ -460,10 +460,10 @@ TEST_F(ServerFoundTest, FitsTheFunctionTypeOfANotification) {
 
 TEST_F(ServerFoundTest, BuildsNothingWhenTheLogThrows) {
   SetLogHook([] { throw std::runtime_error("log"); });
-  made_records.clear();
+  made_records = 0;
 
   EXPECT_THROW(Callback::HalServerFoundCallback(nullptr), std::runtime_error);
-  EXPECT_THAT(made_records, IsEmpty());
+  EXPECT_EQ(made_records, 0);
   EXPECT_THAT(Events(), IsEmpty());
 }
 
