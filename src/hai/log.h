@@ -21,8 +21,7 @@ struct LogSite {
   int level;
 };
 
-/// Whether the trace level is enabled. Check this before rendering anything that only a trace
-/// shows.
+/// Whether the trace level is enabled.
 inline bool TraceEnabled() { return zlog_level_enabled(g_trace, kTraceLevel) != 0; }
 
 }  // namespace dest_mng
@@ -33,5 +32,15 @@ inline bool TraceEnabled() { return zlog_level_enabled(g_trace, kTraceLevel) != 
 #define ZUSKUX_LOG(site, ...)                                                   \
   zlog(g_trace, (site).file.data(), (site).file.size(), (site).function.data(), \
        (site).function.size(), (site).line, (site).level, __VA_ARGS__)
+
+/// Likewise, but only if the trace level is enabled; otherwise does not evaluate the arguments.
+/// The call is out of line, because its many arguments would lengthen the path without it.
+#define ZUSKUX_TRACE(site, ...)                                                \
+  do {                                                                         \
+    if (::dest_mng::TraceEnabled()) {                                          \
+      [&]() __attribute__((noinline, cold)) { ZUSKUX_LOG(site, __VA_ARGS__); } \
+      ();                                                                      \
+    }                                                                          \
+  } while (false)
 
 #endif  // ZUSKUX_HAI_LOG_H_

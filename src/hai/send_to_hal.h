@@ -10,11 +10,16 @@ namespace dest_mng {
 using ClientOperation =
     HalL3MplsEncapsulationReturnCode (HalL3MplsEncapsulationClient::*)(AppMessage*);
 
+// Out of line, because the call's many arguments would lengthen each request.
+[[gnu::noinline, gnu::cold]] inline void LogMissingClient(const LogSite& site) {
+  ZUSKUX_LOG(site, "There is no HAL client available");
+}
+
 /// Calls `operation` of the registered HAL client with `message`. Without a client, logs that at
 /// `no_client`.
 inline void SendToHal(ClientOperation operation, AppMessage* message, const LogSite& no_client) {
   if (Hai::GetInstance()->client() == nullptr) {
-    ZUSKUX_LOG(no_client, "There is no HAL client available");
+    LogMissingClient(no_client);
     return;
   }
   (Hai::GetInstance()->client()->*operation)(message);

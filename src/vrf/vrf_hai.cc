@@ -18,11 +18,9 @@ constexpr LogSite kDestroyTrace{kFile, "DestroyVrf", 32, kTraceLevel};
 int HaiL3MplsEncapsulationVrf::InstallVrf(const VrfData& data) {
   VrfEncapsulationMessage message;
   message.encap()->set_vrf_id(data.vrf_id);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kInstallTrace,
+  ZUSKUX_TRACE(kInstallTrace,
                "[TX ===>] hai:vrf:Install VRF=%u db_id=%u l3-ingress interface at HW", data.vrf_id,
                data.db_id);
-  }
   // Deliberately does not check for a missing client: one must be registered before any VRF.
   Hai::GetInstance()->client()->InstallVrfIngressInterface(&message);
   return 0;
@@ -31,10 +29,8 @@ int HaiL3MplsEncapsulationVrf::InstallVrf(const VrfData& data) {
 int HaiL3MplsEncapsulationVrf::DestroyVrf(const VrfData& data) {
   VrfEncapsulationMessage message;
   message.encap()->set_vrf_id(data.vrf_id);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
+  ZUSKUX_TRACE(kDestroyTrace, "[TX ===>] hai:vrf:Delete VRF=%u db_id=%u l3-ingress interface at HW",
                data.vrf_id, data.db_id);
-  }
   // Deliberately does not check, as above.
   Hai::GetInstance()->client()->DestroyVrfIngressInterface(&message);
   return 0;

@@ -24,9 +24,7 @@ void HaiL3MplsEncapsulationEcmp::InstallEcmp(const EcmpData& data) {
   EcmpEncapsulationMessage message;
   message.encap()->set_db_id(data.db_id);
   for (const unsigned int member : members) message.encap()->add_members(member);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kInstallTrace, "[TX ===>] hai:ecmp:Install ECMP=(db_id=%u)", data.db_id);
-  }
+  ZUSKUX_TRACE(kInstallTrace, "[TX ===>] hai:ecmp:Install ECMP=(db_id=%u)", data.db_id);
   if (Hai::GetInstance()->client() != nullptr) {
     Hai::GetInstance()->client()->InstallEcmpEncap(&message);
   } else {
@@ -38,9 +36,7 @@ void HaiL3MplsEncapsulationEcmp::DestroyEcmp(const EcmpData& data) {
   // Deliberately omits the members, unlike the install.
   EcmpEncapsulationMessage message;
   message.encap()->set_db_id(data.db_id);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kDestroyTrace, "[TX ===>] hai:ecmp:Delete ECMP=(db_id=%u)", data.db_id);
-  }
+  ZUSKUX_TRACE(kDestroyTrace, "[TX ===>] hai:ecmp:Delete ECMP=(db_id=%u)", data.db_id);
   if (Hai::GetInstance()->client() != nullptr) {
     Hai::GetInstance()->client()->DestroyEcmpEncap(&message);
   } else {

@@ -52,9 +52,7 @@ void HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage(
     message->add_flags(TranslateActionFlagsToEncapFlags(static_cast<ActionFlags>(flag)));
   }
 
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kRecordTrace, "Host Object message: %s", record.ShortDebugString().c_str());
-  }
+  ZUSKUX_TRACE(kRecordTrace, "Host Object message: %s", record.ShortDebugString().c_str());
 }
 
 HostEncapsulationMessage HaiL3MplsEncapsulationHost::TranslateMessage(void* object) {
@@ -68,7 +66,7 @@ HostEncapsulationMessage HaiL3MplsEncapsulationHost::TranslateMessage(void* obje
 
 int HaiL3MplsEncapsulationHost::CreateDestination(void* object) {
   HostEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) ZUSKUX_LOG(kCreateTrace, "[TX ===>] hai:host:Install host destination at HW");
+  ZUSKUX_TRACE(kCreateTrace, "[TX ===>] hai:host:Install host destination at HW");
   SendToHal(&HalL3MplsEncapsulationClient::InstallHostOutgoingEncapsulation, &message,
             kCreateNoClient);
   return 0;
@@ -76,7 +74,7 @@ int HaiL3MplsEncapsulationHost::CreateDestination(void* object) {
 
 int HaiL3MplsEncapsulationHost::DeleteDestination(void* object) {
   HostEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) ZUSKUX_LOG(kDeleteTrace, "[TX ===>] hai:host:Delete host destination at HW");
+  ZUSKUX_TRACE(kDeleteTrace, "[TX ===>] hai:host:Delete host destination at HW");
   SendToHal(&HalL3MplsEncapsulationClient::DestroyHostOutgoingEncapsulation, &message,
             kDeleteNoClient);
   return 0;
@@ -84,7 +82,7 @@ int HaiL3MplsEncapsulationHost::DeleteDestination(void* object) {
 
 int HaiL3MplsEncapsulationHost::UpdateDestination(void* object) {
   HostEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) ZUSKUX_LOG(kUpdateTrace, "[TX ===>] hai:host:Replace host destination at HW");
+  ZUSKUX_TRACE(kUpdateTrace, "[TX ===>] hai:host:Replace host destination at HW");
   SendToHal(&HalL3MplsEncapsulationClient::ReplaceHostOutgoingEncapsulation, &message,
             kUpdateNoClient);
   return 0;

@@ -61,9 +61,7 @@ void HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage(
   }
 
   if (ReadInteger(mpls, "host_dest_id") == 0) {
-    if (TraceEnabled()) {
-      ZUSKUX_LOG(kDropFlagTrace, "[TX ===>] hai:mpls:No neighbor active, turn on Drop Flag");
-    }
+    ZUSKUX_TRACE(kDropFlagTrace, "[TX ===>] hai:mpls:No neighbor active, turn on Drop Flag");
     message->set_flag(encapsulation::ACTION_DROP);
   }
 }
@@ -77,9 +75,7 @@ MplsEncapsulationMessage HaiL3MplsEncapsulationMpls::TranslateMessage(void* obje
 
 int HaiL3MplsEncapsulationMpls::CreateDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kCreateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
-  }
+  ZUSKUX_TRACE(kCreateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   SendToHal(&HalL3MplsEncapsulationClient::InstallMplsUnprotectedOutgoingEncapsulation, &message,
             kCreateNoClient);
   return 0;
@@ -87,9 +83,7 @@ int HaiL3MplsEncapsulationMpls::CreateDestination(void* object) {
 
 int HaiL3MplsEncapsulationMpls::DeleteDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kDeleteTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
-  }
+  ZUSKUX_TRACE(kDeleteTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   SendToHal(&HalL3MplsEncapsulationClient::DestroyMplsUnprotectedOutgoingEncapsulation, &message,
             kDeleteNoClient);
   return 0;
@@ -97,9 +91,7 @@ int HaiL3MplsEncapsulationMpls::DeleteDestination(void* object) {
 
 int HaiL3MplsEncapsulationMpls::UpdateDestination(void* object) {
   MplsEncapsulationMessage message = TranslateMessage(object);
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kUpdateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
-  }
+  ZUSKUX_TRACE(kUpdateTrace, "[TX ===>] hai:mpls:msg:%s", message.ToString(true).c_str());
   SendToHal(&HalL3MplsEncapsulationClient::ReplaceMplsUnprotectedOutgoingEncapsulation, &message,
             kUpdateNoClient);
   return 0;

@@ -57,9 +57,7 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
   if (record.has_mtu()) message->set_mtu(record.mtu());
   if (record.has_source_mac()) message->set_source_mac_address(record.source_mac());
 
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kRecordTrace, "Vlan Object message: %s", record.ShortDebugString().c_str());
-  }
+  ZUSKUX_TRACE(kRecordTrace, "Vlan Object message: %s", record.ShortDebugString().c_str());
 
   for (const int capability : record.capabilities()) {
     message->add_capabilities(
@@ -76,10 +74,8 @@ void HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage(
 
 int HaiL3MplsEncapsulationVlan::CreateDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kCreateTrace, "[TX ===>] hai:vlan:Installing VLAN destination at HW: msg=%s",
+  ZUSKUX_TRACE(kCreateTrace, "[TX ===>] hai:vlan:Installing VLAN destination at HW: msg=%s",
                message.ToString(true).c_str());
-  }
   SendToHal(&HalL3MplsEncapsulationClient::InstallVlanOutgoingEncapsulation, &message,
             kCreateNoClient);
   return 0;
@@ -87,10 +83,8 @@ int HaiL3MplsEncapsulationVlan::CreateDestination(void* object) {
 
 int HaiL3MplsEncapsulationVlan::DeleteDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kDeleteTrace, "[TX ===>] hai:vlan:Delete VLAN destination at HW: msg=%s",
+  ZUSKUX_TRACE(kDeleteTrace, "[TX ===>] hai:vlan:Delete VLAN destination at HW: msg=%s",
                message.ToString(true).c_str());
-  }
   SendToHal(&HalL3MplsEncapsulationClient::DestroyVlanOutgoingEncapsulation, &message,
             kDeleteNoClient);
   return 0;
@@ -98,10 +92,8 @@ int HaiL3MplsEncapsulationVlan::DeleteDestination(void* object) {
 
 int HaiL3MplsEncapsulationVlan::UpdateDestination(void* object) {
   VlanEncapsulationMessage message(TranslateToNewVlanMessage(this, object));
-  if (TraceEnabled()) {
-    ZUSKUX_LOG(kUpdateTrace, "[TX ===>] hai:vlan:Replace VLAN destination at HW: msg=%s",
+  ZUSKUX_TRACE(kUpdateTrace, "[TX ===>] hai:vlan:Replace VLAN destination at HW: msg=%s",
                message.ToString(true).c_str());
-  }
   SendToHal(&HalL3MplsEncapsulationClient::ReplaceVlanOutgoingEncapsulation, &message,
             kUpdateNoClient);
   return 0;
