@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -153,7 +154,7 @@ bool ReadFormat(const char* line, Log* log) {
   Word pattern;
   char rest[2];
   std::string ignored;
-  return std::sscanf(line, "%[A-Za-z0-9_] = \"%[^\"]%*1[\"]%1s", name, pattern, rest) == 2 &&
+  return std::sscanf(line, R"(%[A-Za-z0-9_] = "%[^"]%*1["]%1s)", name, pattern, rest) == 2 &&
          line[std::strlen(line) - 1] == '"' && Render(pattern, {}, &ignored) &&
          log->patterns.emplace(name, pattern).second;
 }
@@ -208,7 +209,7 @@ constexpr Section kSections[] = {
 void ReadLine(const std::string& line, const Section** section, Log* log) {
   if (line.size() > kMaxLine) throw std::runtime_error("write at most 1000 characters");
   const auto begin = line.find_first_not_of(" \t\r");
-  if (begin == line.npos || line[begin] == '#') return;
+  if (begin == std::string::npos || line[begin] == '#') return;
   const std::string entry = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
   if (entry.front() == '[') {
     *section = std::find_if(*section + 1, std::end(kSections),
@@ -229,8 +230,9 @@ std::unique_ptr<Log> Load(const std::string& path) {
     try {
       ReadLine(line, &section, log.get());
     } catch (const std::runtime_error& error) {
-      throw std::runtime_error(path + ':' + std::to_string(number) + ": \"" + line +
-                               "\": " + error.what());
+      std::ostringstream message;
+      message << path << ':' << number << ": \"" << line << "\": " << error.what();
+      throw std::runtime_error(message.str());
     }
   }
   if (!file.eof()) throw std::runtime_error(path + ": cannot be read; name a readable file");
@@ -246,7 +248,7 @@ int zlog_init(const char* config) {
     g_log = Load(config);
     return 0;
   } catch (const std::runtime_error& error) {
-    std::fprintf(stderr, "zlog: %s\n", error.what());
+    static_cast<void>(std::fprintf(stderr, "zlog: %s\n", error.what()));
     return -1;
   }
 }
