@@ -24,7 +24,7 @@ struct Word {
   std::string_view word;
   FaultEffect effect;
   FaultScope scope;
-  // The fields that it needs; 0 for none.
+  // The fields that the fault needs; 0 for none.
   std::array<int, 2> fields;
 };
 
@@ -65,14 +65,14 @@ struct NumberField {
 constexpr std::int64_t kMaxCount = 1'000'000'000;
 constexpr Range kUint32;
 
-// They go with every fault.
+// Every fault may have these.
 constexpr std::array kCommonFields = {
     NumberField{Fault::kNthFieldNumber, {1, kMaxCount}, &FaultRule::nth},
     NumberField{Fault::kTimesFieldNumber, {1, kMaxCount}, &FaultRule::times},
     NumberField{Fault::kOneInFieldNumber, {1, kMaxCount}, &FaultRule::one_in},
 };
 
-// They go with those faults that need them.
+// Only the faults that need these may have them.
 constexpr std::array kOwnFields = {
     NumberField{Fault::kMsFieldNumber, {0, 600'000}, &FaultRule::ms},
     NumberField{Fault::kCodeFieldNumber, kUint32, &FaultRule::code},
@@ -98,7 +98,7 @@ const FieldDescriptor* FaultField(int number) {
   return Fault::descriptor()->FindFieldByNumber(number);
 }
 
-// Makes the rule of one fault and collects its mistakes.
+// Makes the rule for one fault and collects its mistakes.
 class RuleReader {
  public:
   // `places` are those of the fault, which is at `place`.

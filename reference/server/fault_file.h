@@ -12,14 +12,13 @@
 
 namespace reference {
 
-/// The faults of a file, or its mistakes in the order of their places.
+/// The faults of a file, or its mistakes in file order.
 using FaultsOrMistakes = std::variant<std::unique_ptr<ServerFaults>, std::vector<Diagnostic>>;
 
-/// Reads the text of a fault file, whose grammar is in fault.proto. A syntax error ends the
-/// reading.
+/// Parses the text of a fault file, whose grammar is in fault.proto. Stops at a syntax error.
 FaultsOrMistakes ParseFaultFile(const std::string& text, FaultPlanOptions options);
 
-/// Reads a fault file. A file that cannot be read is one mistake.
+/// Reads a fault file. An unreadable file is a single mistake.
 FaultsOrMistakes ReadFaultFile(const std::string& path, FaultPlanOptions options);
 
 }  // namespace reference

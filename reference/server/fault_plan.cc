@@ -19,14 +19,14 @@ using RequestFate = ServerFaults::RequestFate;
 constexpr std::size_t kInHeader = kFrameHeaderSize / 2;
 constexpr std::size_t kInBody = kFrameHeaderSize + 6;
 
-// A fault and how far it has come.
+// A fault and its progress.
 struct Rule : FaultRule {
   explicit Rule(const FaultRule& rule) : FaultRule(rule) {}
 
-  // What it could have happened to, and what it happened to.
+  // How often it could have happened, and how often it did.
   std::int64_t seen = 0;
   std::int64_t fired = 0;
-  // Of a reordering: when the results in flight go.
+  // For a reordering: when to send the results that it holds.
   ServerFaults::Time due{};
 };
 

@@ -14,17 +14,17 @@
 
 namespace reference {
 
-/// How a process ends that a fault crashed.
+/// The exit status of a process that a fault crashed.
 inline constexpr int kFaultCrashExitCode = 70;
 
 struct FaultPlanOptions {
   /// Told every fault that happens, one line each. May be empty.
   std::function<void(const std::string& line)> log;
-  /// Called for a crash; if empty, the process exits at once with `kFaultCrashExitCode`.
+  /// Called for a crash; if empty, the process exits immediately with `kFaultCrashExitCode`.
   std::function<void()> crash;
 };
 
-/// What a fault does. fault.proto explains each.
+/// The effects of faults; fault.proto explains them.
 enum class FaultEffect {
   kRefuse,
   kCloseOnAccept,
@@ -47,12 +47,12 @@ enum class FaultEffect {
   kStall,
 };
 
-/// What a fault happens to.
+/// What a fault affects.
 enum class FaultScope { kConnection, kRequest };
 
 /// One fault: what it does, to what and when. The names are those of fault.proto.
 struct FaultRule {
-  /// The effect's word, for the log. Static.
+  /// The word for the effect, for the log. Static.
   std::string_view what;
   FaultEffect effect{};
   FaultScope scope{};
@@ -69,7 +69,7 @@ struct FaultRule {
   std::int64_t bytes_per_second = 0;
 };
 
-/// Faults that happen as `rules` say; equal seeds give equal choices.
+/// Injects faults according to `rules`; equal seeds give equal choices.
 std::unique_ptr<ServerFaults> MakeFaultPlan(const std::vector<FaultRule>& rules, std::uint32_t seed,
                                             FaultPlanOptions options);
 
