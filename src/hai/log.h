@@ -34,7 +34,7 @@ inline bool TraceEnabled() { return zlog_level_enabled(g_trace, kTraceLevel) != 
        (site).function.size(), (site).line, (site).level, __VA_ARGS__)
 
 /// Likewise, but only if the trace level is enabled; otherwise does not evaluate the arguments.
-/// The call is out of line, because its many arguments would lengthen the path without it.
+/// The call is out of line, because its many arguments would lengthen the untraced path.
 #define ZUSKUX_TRACE(site, ...)                                                \
   do {                                                                         \
     if (::dest_mng::TraceEnabled()) {                                          \
