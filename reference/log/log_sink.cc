@@ -91,8 +91,8 @@ bool WriteAll(int fd, std::string_view text) {
 }  // namespace
 
 void IgnoreWriteSignals() {
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
 }
 
 /// The text waiting to be written, shared with the thread that writes it.
