@@ -13,8 +13,10 @@
 #include "tests/support/allocations.h"
 #include "tests/support/events.h"
 #include "tests/support/fake_hal_client.h"
+#include "tests/support/fake_log.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_callback.h"
+#include "zuskux/hai_dest_ecmp.h"
 
 namespace dest_mng {
 namespace {
@@ -89,6 +91,52 @@ std::vector<Hai*> UseOnManyThreads() {
   WatchDeletion(client, "client freed");
   WatchDeletion(Hai::GetInstance()->hal_encap_callback(), "callback freed");
   Exit();
+}
+
+// Without a client, which only the instance can tell.
+constexpr char kNoClient[] =
+    "log 12 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:29 "
+    "Hai has no HalL3MplsEncapsulationClient registered!!!";
+
+[[noreturn]] void RequestFirst() {
+  testing_support::SetTrace(false);
+  Events().clear();
+  HaiL3MplsEncapsulationEcmp().InstallEcmp({7, {}});
+  EXPECT_THAT(Events(), testing::ElementsAre(kNoClient, "AppMessage destroyed"));
+
+  FakeHalClient client;
+  Hai::GetInstance()->set_client(&client);
+  Events().clear();
+  HaiL3MplsEncapsulationEcmp().InstallEcmp({7, {}});
+  EXPECT_THAT(Events(), testing::ElementsAre(testing::StartsWith("hal InstallEcmpEncap "),
+                                             "AppMessage destroyed"));
+  Hai::GetInstance()->set_client(nullptr);
+  Exit();
+}
+
+[[noreturn]] void FailWithinARequest() {
+  testing_support::SetTrace(true);
+  // The instance's callback object is what a request allocates after its trace.
+  testing_support::SetLogHook([] { FailAllocation(1); });
+  Events().clear();
+  EXPECT_THROW(HaiL3MplsEncapsulationEcmp().InstallEcmp({7, {}}), std::bad_alloc);
+  FailAllocation(0);
+  EXPECT_THAT(Events(), testing::ElementsAre("AppMessage destroyed"));
+
+  testing_support::SetLogHook(nullptr);
+  testing_support::SetTrace(false);
+  Events().clear();
+  HaiL3MplsEncapsulationEcmp().InstallEcmp({7, {}});
+  EXPECT_THAT(Events(), testing::ElementsAre(kNoClient, "AppMessage destroyed"));
+  Exit();
+}
+
+TEST(HaiFirstUseTest, CanBeARequest) {
+  EXPECT_EXIT(RequestFirst(), testing::ExitedWithCode(0), "");
+}
+
+TEST(HaiFirstUseTest, PassesAFailureThroughTheRequest) {
+  EXPECT_EXIT(FailWithinARequest(), testing::ExitedWithCode(0), "");
 }
 
 TEST(HaiFirstUseTest, TriesAgainAfterAFailure) {
