@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "app_framework/strategy.h"
@@ -18,6 +19,7 @@
 #include "zuskux/ecmp_encapsulation_message.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_callback.h"
+#include "zuskux/hai_dest_ecmp.h"
 #include "zuskux/hai_dest_host.h"
 #include "zuskux/hai_dest_mpls.h"
 #include "zuskux/hai_dest_vlan.h"
@@ -25,6 +27,7 @@
 #include "zuskux/mpls_encapsulation_message.h"
 #include "zuskux/vlan_encapsulation_message.h"
 #include "zuskux/vrf_encapsulation_message.h"
+#include "zuskux/vrf_hai.h"
 
 namespace dest_mng {
 namespace {
@@ -139,6 +142,57 @@ TYPED_TEST(AdapterTableTest, HasItsOperationsInOrder) {
   EXPECT_EQ(this->HalOperation(2), "hal Install");
   EXPECT_EQ(this->HalOperation(3), "hal Replace");
   EXPECT_EQ(this->HalOperation(4), "hal Destroy");
+}
+
+// The translators are ordinary members: not static and, as the number of slots shows, not virtual.
+static_assert(
+    std::is_same_v<decltype(&HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage),
+                   void (HaiL3MplsEncapsulationVlan::*)(void*, encapsulation::VlanMessage*)>);
+static_assert(std::is_same_v<
+              decltype(&HaiL3MplsEncapsulationVlan::TranslateVlanCapabilityToEncapCapability),
+              encapsulation::VlanCapabilities (HaiL3MplsEncapsulationVlan::*)(VlanCapabilities)>);
+static_assert(
+    std::is_same_v<decltype(&HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage),
+                   void (HaiL3MplsEncapsulationHost::*)(void*, encapsulation::HostMessage*)>);
+static_assert(std::is_same_v<decltype(&HaiL3MplsEncapsulationHost::TranslateMessage),
+                             HostEncapsulationMessage (HaiL3MplsEncapsulationHost::*)(void*)>);
+static_assert(
+    std::is_same_v<decltype(&HaiL3MplsEncapsulationHost::TranslateActionFlagsToEncapFlags),
+                   encapsulation::ActionFlags (HaiL3MplsEncapsulationHost::*)(ActionFlags)>);
+static_assert(
+    std::is_same_v<decltype(&HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage),
+                   void (HaiL3MplsEncapsulationMpls::*)(void*, encapsulation::MplsMessage*)>);
+static_assert(std::is_same_v<decltype(&HaiL3MplsEncapsulationMpls::TranslateMessage),
+                             MplsEncapsulationMessage (HaiL3MplsEncapsulationMpls::*)(void*)>);
+static_assert(std::is_same_v<
+              decltype(&HaiL3MplsEncapsulationMpls::TranslateMplsCapabilityToEncapCapability),
+              encapsulation::MplsCapabilities (HaiL3MplsEncapsulationMpls::*)(MplsCapabilities)>);
+static_assert(!std::is_polymorphic_v<HaiL3MplsEncapsulationEcmp>);
+static_assert(!std::is_polymorphic_v<HaiL3MplsEncapsulationVrf>);
+
+template <typename Base>
+struct Probe : Base {
+  virtual void Next() {}
+};
+
+// The slots of a class: the slot that a virtual operation of a derived class gets. In the Itanium
+// C++ ABI, a pointer to a virtual member is 1 plus its offset in the virtual table.
+template <typename Class>
+std::size_t Slots() {
+  const auto next = &Probe<Class>::Next;
+  std::size_t bits = 0;
+  std::memcpy(&bits, &next, sizeof bits);
+  return (bits - 1) / sizeof(void*);
+}
+
+TEST(SlotsTest, AreThoseOfTheListedOperations) {
+  EXPECT_EQ(Slots<class Hai>(), 2U);
+  EXPECT_EQ(Slots<HaiL3MplsEncapsulation>(), 5U);
+  EXPECT_EQ(Slots<HaiL3MplsEncapsulationVlan>(), 5U);
+  EXPECT_EQ(Slots<HaiL3MplsEncapsulationHost>(), 5U);
+  EXPECT_EQ(Slots<HaiL3MplsEncapsulationMpls>(), 5U);
+  EXPECT_EQ(Slots<HalL3MplsEncapsulationClientCallbackItf>(), 14U);
+  EXPECT_EQ(Slots<HaiDestClientCallback>(), 14U);
 }
 
 // Wrappers.
