@@ -10,6 +10,7 @@
 #include "reference/hal/embedded_hal.h"
 #include "reference/hal/hal_connection.h"
 #include "reference/hal/hal_tables.h"
+#include "reference/log/log_function.h"
 
 namespace reference {
 
@@ -21,7 +22,7 @@ struct HalChoice {
   /// A request that the server has not answered within this time ends with `kHalDeadline`.
   std::chrono::milliseconds deadline{0};
   /// Called with the events of a socket's connection, on the connection's thread.
-  std::function<void(const std::string& line)> log;
+  LogFunction log;
   /// For a HAL behind a socket: as in `SocketHalOptions`.
   bool take_over = false;
   std::function<void()> other_writer = nullptr;

@@ -54,8 +54,7 @@ class Run {
                         [this](std::uint64_t results) { GotResult(results); }}),
         hal_(Choice()) {
     if (!line.record) return;
-    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION,
-                      [](LogLevel level, const std::string& text) { Log().Write(level, text); });
+    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION, Say);
     hal_.connection()->Observe(&*recorder_);
   }
 
@@ -73,8 +72,8 @@ class Run {
     progress_.reset();
     status_server_.reset();
     if (!other_writer_) return Finish();
-    Say("another client programs the HAL " + hal_.name() +
-        "; stop that one, or start with --take-over");
+    Say(LogLevel::kError, "another client programs the HAL " + hal_.name() +
+                              "; stop that one, or start with --take-over");
     return kExitOtherWriter;
   }
 
@@ -146,9 +145,17 @@ class Run {
     if (applied_ < sites_.size()) {
       ApplyNext();
     } else if (line_.stay) {
-      Say((manager_.settled() ? "settled: " : "NOT settled: ") + StandingText());
+      SayStanding();
     } else {
       io_.stop();
+    }
+  }
+
+  void SayStanding() const {
+    if (manager_.settled()) {
+      Say(LogLevel::kInfo, "settled: " + StandingText());
+    } else {
+      Say(LogLevel::kWarning, "NOT settled: " + StandingText());
     }
   }
 
@@ -170,7 +177,8 @@ class Run {
   void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
     // The first one is the start.
     if (reinstalls_ == 1) return;
-    Say("reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
+    Say(LogLevel::kInfo,
+        "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
   }
 
   void GotResult(std::uint64_t results) {
@@ -179,10 +187,10 @@ class Run {
 
   void Restart() {
     if (hal_.embedded() == nullptr) {
-      Say("the HAL is a program of its own; restart zuskux-hal instead");
+      Say(LogLevel::kWarning, "the HAL is a program of its own; restart zuskux-hal instead");
       return;
     }
-    Say("restarting the HAL");
+    Say(LogLevel::kInfo, "restarting the HAL");
     restarting_ = true;
     hal_.embedded()->Restart();
   }
@@ -230,10 +238,11 @@ class Run {
   void ReadAgain() {
     const std::string& path = line_.sites[applied_ - 1];
     if (const auto site = ReadSiteOrSay(path)) {
-      Say("applying " + path);
+      Say(LogLevel::kInfo, "applying " + path);
       Apply(*site);
     } else {
-      Say("keeping the site as it was; correct " + path + " and send SIGHUP again");
+      Say(LogLevel::kError,
+          "keeping the site as it was; correct " + path + " and send SIGHUP again");
     }
   }
 
@@ -246,8 +255,8 @@ class Run {
     if (line_.explain) {
       const auto text = Explain(database, *line_.explain);
       if (!text) {
-        Log().Write(LogLevel::kError, "there is no " + KeyText(*line_.explain) +
-                                          "; the table without --explain lists all");
+        Say(LogLevel::kError,
+            "there is no " + KeyText(*line_.explain) + "; the table without --explain lists all");
         return kExitUsage;
       }
       std::cout << *text;
@@ -258,7 +267,7 @@ class Run {
     }
     std::cout.flush();
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
-    if (!manager_.in_sync()) Say("NOT settled: " + StandingText());
+    if (!manager_.in_sync()) SayStanding();
     if (!manager_.settled()) return kExitIncomplete;
     return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
@@ -307,7 +316,7 @@ LogSink& Log() {
   return sink;
 }
 
-void Say(const std::string& text) { Log().Write(LogLevel::kInfo, text); }
+void Say(LogLevel level, const std::string& text) { Log().Write(level, text); }
 
 std::optional<Site> ReadSiteOrSay(const std::string& path) {
   const Progress progress("reading " + path, &Log());

@@ -21,8 +21,8 @@ inline constexpr int kExitNotRecorded = 5;
 /// The program's standard error.
 LogSink& Log();
 
-/// Logs a line of level kInfo.
-void Say(const std::string& text);
+/// Logs a line.
+void Say(LogLevel level, const std::string& text);
 
 /// Reads the site of a file. If it has mistakes, shows all of them on standard error and returns
 /// nothing.

@@ -92,8 +92,9 @@ class FaultPlan : public ServerFaults {
     if (random_() % static_cast<std::uint64_t>(rule->one_in) != 0) return false;
     ++rule->fired;
     if (options_.log) {
-      options_.log("fault: " + std::string(rule->what) + " on " + std::string(subject) + ", " +
-                   std::to_string(rule->fired) + " of " + std::to_string(rule->times));
+      options_.log(LogLevel::kWarning,
+                   "fault: " + std::string(rule->what) + " on " + std::string(subject) + ", " +
+                       std::to_string(rule->fired) + " of " + std::to_string(rule->times));
     }
     return true;
   }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "reference/hal/kinds.h"
+#include "reference/log/log_function.h"
 #include "reference/server/server_faults.h"
 
 namespace reference {
@@ -19,7 +20,7 @@ inline constexpr int kFaultCrashExitCode = 70;
 
 struct FaultPlanOptions {
   /// Told every fault that happens, one line each. May be empty.
-  std::function<void(const std::string& line)> log;
+  LogFunction log;
   /// Called for a crash; if empty, the process exits immediately with `kFaultCrashExitCode`.
   std::function<void()> crash;
 };

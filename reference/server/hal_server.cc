@@ -17,7 +17,7 @@ class HalServer::Impl {
         acceptor_(
             io, state_->options.path, [this](Session::Socket socket) { Admit(std::move(socket)); },
             [this](const ErrorCode& error) {
-              state_->Log("cannot accept a client: " + error.message());
+              state_->Log(LogLevel::kError, "cannot accept a client: " + error.message());
             }) {}
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
@@ -57,7 +57,8 @@ void HalServer::Impl::Admit(Session::Socket socket) {
 
 void HalServer::Impl::TurnAway(Session::Socket socket, const std::string& reason) {
   ++state_->refused_connections;
-  state_->Log("client " + std::to_string(last_number_) + ": refused, " + reason);
+  state_->Log(LogLevel::kWarning,
+              "client " + std::to_string(last_number_) + ": refused, " + reason);
   std::string goodbye;
   AppendFrame(FrameType::kGoodbye, 0, reason, &goodbye);
   // A new socket has room for this. If not, the client sees only the end of the connection.

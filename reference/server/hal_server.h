@@ -10,6 +10,7 @@
 #include <string>
 
 #include "reference/hal/hal_tables.h"
+#include "reference/log/log_function.h"
 #include "reference/wire/frame.h"
 
 namespace reference {
@@ -39,7 +40,7 @@ struct HalServerOptions {
   /// Makes the server misbehave. Not owned, must outlive the server; null for no faults.
   ServerFaults* faults = nullptr;
   /// Called with every connection event, one line each. May be empty.
-  std::function<void(const std::string& line)> log;
+  LogFunction log;
 };
 
 /// A HAL server on a Unix stream socket: holds the tables, carries out requests in the order of

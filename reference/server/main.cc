@@ -136,9 +136,9 @@ LogSink& Log() {
   return sink;
 }
 
-void Say(const std::string& line) { Log().Write(LogLevel::kInfo, line); }
+void Say(LogLevel level, const std::string& line) { Log().Write(level, line); }
 
-void SayError(const std::string& line) { Log().Write(LogLevel::kError, line); }
+void SayError(const std::string& line) { Say(LogLevel::kError, line); }
 
 // Null without --fault. Nothing if the file has mistakes, which have been reported by then.
 std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map& values) {
@@ -167,7 +167,8 @@ int Serve(const HalServerOptions& options) {
     SayError(error.what());
     return kFailed;
   }
-  Say("listening on " + options.path + ", generation " + reference::Hex(server->generation()));
+  Say(LogLevel::kInfo,
+      "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
   signals.async_wait([&server, &io](const boost::system::error_code&, int) {
     server.reset();
     io.stop();
@@ -211,8 +212,7 @@ int Run(const po::variables_map& values) {
   options.faults = faults->get();
   std::optional<reference::Recorder> recorder;
   if (values.count("record") != 0) {
-    recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION,
-                     [](LogLevel level, const std::string& text) { Log().Write(level, text); });
+    recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION, Say);
     options.observer = &*recorder;
   }
   reference::IgnoreWriteSignals();

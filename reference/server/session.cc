@@ -99,9 +99,9 @@ wire::ServerStatus ServerState::Status() const {
   return status;
 }
 
-void ServerState::Log(const std::string& line) const {
+void ServerState::Log(LogLevel level, const std::string& line) const {
   if (options.observer != nullptr) options.observer->Event(line);
-  if (options.log) options.log(line);
+  if (options.log) options.log(level, line);
 }
 
 void ServerState::CloseSessions() const {
@@ -182,14 +182,16 @@ void Session::OnRead(const ErrorCode& error, std::size_t size) {
 }
 
 void Session::OnReadEnd(const ErrorCode& error) {
-  if (error != boost::asio::error::eof) return LogAndClose("lost, " + error.message());
+  if (error != boost::asio::error::eof)
+    return LogAndClose(LogLevel::kWarning, "lost, " + error.message());
   std::string event = "left";
   if (unhandled_ != 0) {
     event += " in the middle of a frame";
   } else if (!greeted_) {
     event += " without a hello";
   }
-  state_->Log("client " + std::to_string(number_) + ": " + event);
+  state_->Log(event == "left" ? LogLevel::kInfo : LogLevel::kWarning,
+              "client " + std::to_string(number_) + ": " + event);
   CloseAfterWriting();
 }
 
@@ -233,7 +235,7 @@ void Session::OnWritten(const ErrorCode& error) {
   output_.clear();
   if (!socket_.is_open()) return;
   if (error && closing_) return Close();
-  if (error) return LogAndClose("lost, " + error.message());
+  if (error) return LogAndClose(LogLevel::kWarning, "lost, " + error.message());
   Proceed();
 }
 
@@ -290,7 +292,8 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
   deadline_.cancel();
-  state_->Log("client " + std::to_string(number_) + ": " + program_ + " connected");
+  state_->Log(LogLevel::kInfo,
+              "client " + std::to_string(number_) + ": " + program_ + " connected");
 
   wire::Hello ours;
   ours.set_protocol_version(kProtocolVersion);
@@ -307,11 +310,11 @@ bool Session::BecomeWriter(bool take_over) {
   if (state_->writer != 0) {
     const std::shared_ptr<Session> writer = state_->sessions.at(state_->writer);
     if (writer->PeerIsGone()) {
-      writer->LogAndClose("left");
+      writer->LogAndClose(LogLevel::kInfo, "left");
     } else if (take_over) {
       const std::string reason = Name() + " has taken over";
-      state_->Log("client " + std::to_string(writer->number_) + ": " + reason +
-                  "; connection closed");
+      state_->Log(LogLevel::kWarning, "client " + std::to_string(writer->number_) + ": " + reason +
+                                          "; connection closed");
       writer->SayGoodbye(GoodbyeReason::kTakenOver, reason);
     } else {
       RefuseBeside(*writer);
@@ -328,7 +331,7 @@ void Session::RefuseBeside(const Session& writer) {
       writer.Name() + " programs this server, which has one writer at a time";
   const std::string refusal = Name() + " refused: " + reason;
   if (std::exchange(state_->last_writer_refusal, refusal) != refusal) {
-    state_->Log("client " + std::to_string(number_) + ": " + refusal);
+    state_->Log(LogLevel::kWarning, "client " + std::to_string(number_) + ": " + refusal);
   }
   SayGoodbye(GoodbyeReason::kOtherWriter, reason);
 }
@@ -473,7 +476,8 @@ void Session::AppendMessage(FrameType type, std::uint32_t sequence,
 }
 
 void Session::Refuse(const std::string& reason) {
-  state_->Log("client " + std::to_string(number_) + ": " + reason + "; connection closed");
+  state_->Log(LogLevel::kWarning,
+              "client " + std::to_string(number_) + ": " + reason + "; connection closed");
   SayGoodbye(GoodbyeReason::kOther, reason);
 }
 
@@ -490,8 +494,8 @@ void Session::CloseAfterWriting() {
   Write();
 }
 
-void Session::LogAndClose(const std::string& event) {
-  state_->Log("client " + std::to_string(number_) + ": " + event);
+void Session::LogAndClose(LogLevel level, const std::string& event) {
+  state_->Log(level, "client " + std::to_string(number_) + ": " + event);
   Close();
 }
 

@@ -32,7 +32,7 @@ struct ServerState {
   explicit ServerState(HalServerOptions server_options);
 
   wire::ServerStatus Status() const;
-  void Log(const std::string& line) const;
+  void Log(LogLevel level, const std::string& line) const;
   /// Closes every session.
   void CloseSessions() const;
   /// Does what a restart of the process would do, or really ends the process.
@@ -133,7 +133,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void SayGoodbye(GoodbyeReason reason, const std::string& text);
   // Closes once the waiting answers have been written, or after a short timeout.
   void CloseAfterWriting();
-  void LogAndClose(const std::string& event);
+  void LogAndClose(LogLevel level, const std::string& event);
   void StartDeadline(std::chrono::milliseconds time);
   void OnDeadline();
 

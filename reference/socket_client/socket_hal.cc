@@ -136,7 +136,7 @@ class SocketHal::Connection {
   void ReportRoom();
   void Report(const HalRequest& request, HalReturnCode code);
 
-  void Log(const std::string& line) const;
+  void Log(LogLevel level, const std::string& line) const;
   void LogFailure(const std::string& line);
 
   const SocketHalOptions options_;
@@ -472,8 +472,8 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   last_failure_.clear();
   socket_watch_.Stop();
   repeated_reinstalls_ = 0;
-  Log("connected to HAL server " + Printable(hello.program(), kMaxForeignText) + ", generation " +
-      Hex(hello.generation()));
+  Log(LogLevel::kInfo, "connected to HAL server " + Printable(hello.program(), kMaxForeignText) +
+                           ", generation " + Hex(hello.generation()));
   queue_->ServerFound(hello.max_payload());
   ReportEnded();
   ReportServerFound();
@@ -504,8 +504,9 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
   }
   const bool is_vrf = !HasResult(request.operation);
   if (is_vrf && result->code != kHalSuccess) {
-    Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
-        " refused: " + MakeErrorCode(result->code).message());
+    Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
+                              std::to_string(request.id) +
+                              " refused: " + MakeErrorCode(result->code).message());
   }
   // A refused VRF is missing from the summary at the end, so the reinstall is repeated for it.
   if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
@@ -528,12 +529,12 @@ std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
     repeated_reinstalls_ = 0;
     const auto time =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - reinstall->begin);
-    Log("in sync after " + Text(time) + ": " + SummaryText(summary));
+    Log(LogLevel::kInfo, "in sync after " + Text(time) + ": " + SummaryText(summary));
     ReportReinstallEnded(true);
     return {};
   }
   const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
-  Log("NOT in sync: " + differences + (again ? "; reinstalling" : "; giving up"));
+  Log(LogLevel::kError, "NOT in sync: " + differences + (again ? "; reinstalling" : "; giving up"));
   if (!again) {
     ReportReinstallEnded(false);
     return {};
@@ -557,8 +558,9 @@ void SocketHal::Connection::ReportEnded() {
   queue_->TakeEnded(&ended_);
   for (const auto& [request, code] : ended_) {
     if (!HasResult(request.operation)) {
-      Log(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
-          " dropped: " + MakeErrorCode(code).message());
+      Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
+                                std::to_string(request.id) +
+                                " dropped: " + MakeErrorCode(code).message());
     }
     Report(request, code);
   }
@@ -575,15 +577,15 @@ void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code
   reporter_.Result(request, code);
 }
 
-void SocketHal::Connection::Log(const std::string& line) const {
+void SocketHal::Connection::Log(LogLevel level, const std::string& line) const {
   reporter_.Event(line);
-  if (options_.log) options_.log(line);
+  if (options_.log) options_.log(level, line);
 }
 
 void SocketHal::Connection::LogFailure(const std::string& line) {
   if (line == last_failure_) return;
   last_failure_ = line;
-  Log(line);
+  Log(LogLevel::kWarning, line);
 }
 
 SocketHal::SocketHal(SocketHalOptions options)

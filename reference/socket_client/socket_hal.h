@@ -9,6 +9,7 @@
 #include <string>
 
 #include "reference/hal/hal_connection.h"
+#include "reference/log/log_function.h"
 
 namespace reference {
 
@@ -50,7 +51,7 @@ struct SocketHalOptions {
   std::uint32_t first_sequence = 0;
   /// Called on the connection's thread with every connection event, one line each ("in sync after
   /// 120 ms: vrf 2, ..."). A repeated failure is logged once. May be empty.
-  std::function<void(const std::string& line)> log;
+  LogFunction log;
 };
 
 struct SocketHalStatistics {

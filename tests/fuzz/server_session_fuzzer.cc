@@ -36,7 +36,7 @@ reference::HalServerOptions Options() {
   options.table_capacity = 8;
   options.max_payload = kMaxPayload;
   options.max_unsent = 4096;
-  options.log = [](const std::string& line) {
+  options.log = [](reference::LogLevel, const std::string& line) {
     Check(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }),
           "a character that no terminal should get is logged");
   };

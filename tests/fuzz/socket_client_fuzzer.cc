@@ -117,7 +117,7 @@ reference::SocketHalOptions Options(const std::string& path) {
   options.reconnect_last = std::chrono::milliseconds(0);
   options.heartbeat = kNever;
   options.deadline = kNever;
-  options.log = [](const std::string& line) {
+  options.log = [](reference::LogLevel, const std::string& line) {
     Check(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }),
           "a character that no terminal should get is logged");
   };

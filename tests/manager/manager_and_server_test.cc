@@ -264,6 +264,32 @@ TEST_F(ManagerAndServerTest, EndsAndSaysThatItIsNotInSync) {
   EXPECT_THAT(once.err, HasSubstr("NOT settled: not in sync with the HAL; "));
 }
 
+TEST_F(ManagerAndServerTest, LinesHaveATimeAndALevel) {
+  const std::string time = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} ";
+  Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
+  EXPECT_TRUE(manager.WaitForError("settled: "));
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), 0);
+  EXPECT_TRUE(manager.WaitForError("HAL server lost"));
+  EXPECT_THAT(
+      Lines(manager.err()),
+      testing::ElementsAre(MatchesRegex(time + "INFO zuskux-manager: connected to HAL server .*"),
+                           MatchesRegex(time + "INFO zuskux-manager: in sync after .*"),
+                           MatchesRegex(time + "INFO zuskux-manager: settled: .*"),
+                           MatchesRegex(time + "WARNING zuskux-manager: HAL server lost.*")));
+  EXPECT_THAT(Lines(server_->err()),
+              testing::ElementsAre(MatchesRegex(time + "INFO zuskux-hal: listening on .*"),
+                                   MatchesRegex(time + "INFO zuskux-hal: client 1: .* connected")));
+}
+
+TEST_F(ManagerAndServerTest, TheAbsenceOfAServerIsToldOnce) {
+  server_.reset();
+  const Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
+  EXPECT_TRUE(manager.WaitForError("no HAL server at "));
+  std::this_thread::sleep_for(std::chrono::milliseconds(4500));
+  EXPECT_EQ(Lines(manager.err()).size(), 1U) << manager.err();
+}
+
 TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
   const std::string site = files_.Write("site", kOtherSite);
   Process manager(Manager({site, "--stay", "--control", control()}));

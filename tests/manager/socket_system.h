@@ -82,7 +82,7 @@ class SocketSystem {
 
  private:
   SocketHalOptions WithLog(SocketHalOptions options) {
-    options.log = [this](const std::string& line) { OnLine(line); };
+    options.log = [this](LogLevel, const std::string& line) { OnLine(line); };
     return options;
   }
 

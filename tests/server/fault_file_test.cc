@@ -121,7 +121,7 @@ TEST(FaultPlan, TellsWhatHappens) {
   std::vector<std::string> lines;
   auto plan = ParseFaultFile(
       R"(fault { what: "swallow" of: "vlan" nth: 2 times: 2 } fault { what: "refuse" })",
-      {[&lines](const std::string& line) { lines.push_back(line); }, {}});
+      {[&lines](LogLevel, const std::string& line) { lines.push_back(line); }, {}});
   ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ServerFaults>>(plan));
   auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);
   const HalTables tables(10);

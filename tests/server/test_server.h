@@ -31,7 +31,7 @@ class TestServer {
   /// Replaces path and log of `options`.
   explicit TestServer(HalServerOptions options) {
     options.path = path();
-    options.log = [this](const std::string& line) { AddLine(line); };
+    options.log = [this](LogLevel, const std::string& line) { AddLine(line); };
     server_.emplace(&io_, std::move(options));
     thread_ = std::thread([this] { io_.run(); });
   }
@@ -101,7 +101,7 @@ class TestServer {
   }
 
   std::unique_ptr<ServerFaults> ParseFaults(const std::string& text) {
-    const auto log = [this](const std::string& line) {
+    const auto log = [this](LogLevel, const std::string& line) {
       const std::lock_guard lock(mutex_);
       fault_lines_.push_back(line);
     };

@@ -128,7 +128,7 @@ class AbsentServerTest : public testing::Test {
   SocketHalOptions Options() {
     SocketHalOptions options;
     options.path = server_.path();
-    options.log = [this](const std::string& line) { log_.Add(line); };
+    options.log = [this](LogLevel, const std::string& line) { log_.Add(line); };
     return options;
   }
 
@@ -265,7 +265,7 @@ class Pair {
     options.path = folder_.path();
     // The VLANs, plus the begin and the end.
     options.queue_entries = entries + 2;
-    options.log = [this](const std::string& line) {
+    options.log = [this](LogLevel, const std::string& line) {
       if (line.rfind("in sync", 0) == 0) in_sync_at_ = Clock::now();
     };
     hal_ = std::make_unique<SocketHal>(options);

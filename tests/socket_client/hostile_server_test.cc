@@ -83,7 +83,7 @@ SocketHalOptions Options(const FakeServer& server, Record* log) {
   options.path = server.path();
   options.reconnect_first = milliseconds(0);
   options.reconnect_last = milliseconds(0);
-  options.log = [log](const std::string& line) { log->Add(line); };
+  options.log = [log](LogLevel, const std::string& line) { log->Add(line); };
   return options;
 }
 

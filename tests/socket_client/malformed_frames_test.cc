@@ -191,7 +191,7 @@ class WatchedClient {
     options.reconnect_first = milliseconds(0);
     options.reconnect_last = milliseconds(0);
     options.heartbeat = kPatience;
-    options.log = [this](const std::string& line) { Add(&lines_, line); };
+    options.log = [this](LogLevel, const std::string& line) { Add(&lines_, line); };
     return options;
   }
 

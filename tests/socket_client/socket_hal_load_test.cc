@@ -269,7 +269,7 @@ TEST(SocketHalTest, ReinstallsARealServer) {
   Record log;
   Reported reported;
   SocketHalOptions options = Options(folder);
-  options.log = [&log](const std::string& line) { log.Add(line); };
+  options.log = [&log](LogLevel, const std::string& line) { log.Add(line); };
   SocketHal hal(options);
   hal.Start(reported.Reports());
   reported.Await(1);

@@ -34,7 +34,7 @@ class SocketHalTest : public testing::Test {
     options.path = server_.path();
     options.reconnect_first = milliseconds(1);
     options.reconnect_last = milliseconds(4);
-    options.log = [this](const std::string& line) { log_.Add(line); };
+    options.log = [this](LogLevel, const std::string& line) { log_.Add(line); };
     return options;
   }
 
