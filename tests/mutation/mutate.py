@@ -23,9 +23,10 @@
 Each mutant is built (without optimisation; a warning does not save it) and the test programs that
 hold the file are run, the likely killers first, until one fails. A mutant is killed when a test
 fails, crashes or takes too long; it survives when all pass. What the compiler rejects is not
-counted. All of that happens in copies of the tree under build/mutation/SUBJECT, where results.jsonl
-has the results; a run may be ended at any time and goes on from there. Survivors that no test can
-tell from the original are explained in tests/mutation/equivalent.txt.
+counted. A program that fails without a mutation is left out, which fails the run. All of that
+happens in copies of the tree under build/mutation/SUBJECT, where results.jsonl has the results; a
+run may be ended at any time and goes on from there. Survivors that no test can tell from the
+original are explained in tests/mutation/equivalent.txt.
 
 Exits with 1 when too few were killed (95 % of the library's, 90 % of the reference system's) or a
 survivor is not explained, with 2 when some of the chosen were not tried.
@@ -193,6 +194,7 @@ class Tree:
         self.tree, self.build_folder = self.folder / "tree", self.folder / "build"
         self.killers = killers
         self.seconds = {}  # what each program takes, of those that were built
+        self.failing = {}  # the programs that fail without a mutation, and how
         self.copy()
         self.configure()
         self.programs_of = self.find_programs()
@@ -252,7 +254,8 @@ class Tree:
                 tried.add(program)
                 if program not in self.seconds:
                     target.write_text(mutant.text)
-                    self.prepare(program)
+                    if not self.prepare(program):
+                        continue
                 if target.read_text() == mutant.text:
                     target.write_text(mutant.mutation.apply(mutant.text))
                 if errors := self.build(program):
@@ -268,17 +271,19 @@ class Tree:
             target.write_text(mutant.text)
 
     def prepare(self, program):
-        """Builds a program without a mutation, and measures how long it takes."""
+        """Builds a program without a mutation and measures its time; returns whether it passes."""
         # Reuses what another tree has compiled.
         if errors := self.build(program, {"CCACHE_DIR": str(self.subject.work / "ccache"),
                                           "CCACHE_BASEDIR": str(self.folder),
                                           "CCACHE_NOHASHDIR": "1"}):
-            raise RuntimeError(f"{program} does not build without a mutation: {errors}")
+            sys.exit(f"{program} does not build without a mutation: {errors}")
         start = time.monotonic()
         # Retries once, in case a busy machine is the reason.
         if self.test(program, 600) and (failure := self.test(program, 600)):
-            raise RuntimeError(f"{program} fails without a mutation: {failure}")
+            self.failing[program] = failure
+            return False
         self.seconds[program] = time.monotonic() - start
+        return True
 
     def in_order(self, file):
         """The programs: first those that killed mutants of the file, then those named like it, then
@@ -290,7 +295,7 @@ class Tree:
             return (-self.killers[file, program], -likeness,
                     self.seconds.get(program, float("inf")), program)
 
-        return sorted(self.programs_of[file], key=unlikelihood)
+        return sorted(self.programs_of[file] - self.failing.keys(), key=unlikelihood)
 
     def build(self, program, environment=None):
         """The error, or nothing."""
@@ -410,7 +415,7 @@ def parse_arguments():
 
 
 def try_all(subject, waiting, results, jobs, end):
-    """Tries the mutants until `end`, `jobs` at a time."""
+    """Tries the mutants until `end`, `jobs` at a time; returns whether all programs pass unmutated."""
     killers = results.killers()
     trees = [Tree(subject, number, killers) for number in range(1, min(jobs, len(waiting)) + 1)]
     numbered = iter(enumerate(waiting, 1))
@@ -433,6 +438,10 @@ def try_all(subject, waiting, results, jobs, end):
     with concurrent.futures.ThreadPoolExecutor(len(trees)) as pool:
         for done in [pool.submit(work, tree) for tree in trees]:
             done.result()
+    failing = {program: failure for tree in trees for program, failure in tree.failing.items()}
+    for program, failure in failing.items():
+        print(f"{program} was left out, it fails without a mutation: {failure}")
+    return not failing
 
 
 def main():
@@ -462,15 +471,14 @@ def main():
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_LIMIT, FILE_LIMIT))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     print(f"{len(chosen)} mutants chosen of {len(mutants)}, {len(waiting)} to try", flush=True)
-    if waiting:
-        try_all(subject, waiting, results, options.jobs, end)
+    sound = not waiting or try_all(subject, waiting, results, options.jobs, end)
     good = report([results.of[mutant.key] for mutant in chosen if mutant.key in results.of],
                   subject.target)
     untried = sum(mutant.key not in results.of for mutant in chosen)
     if untried:
         print(f"{untried} of {len(chosen)} not tried yet; run again to go on")
         return INCOMPLETE
-    return not good
+    return not (sound and good)
 
 
 if __name__ == "__main__":
