@@ -206,8 +206,9 @@ std::map<std::uint32_t, const Object*> VrfsByNumber(const DestDatabase& database
   std::map<std::uint32_t, const Object*> vrfs;
   for (const auto& [key, object] : database.objects()) {
     const auto* const vrf = std::get_if<dest_mng::VrfData>(&object.content);
-    if (vrf != nullptr && object.state() != ObjectState::kRemoved)
+    if (vrf != nullptr && object.state() != ObjectState::kRemoved) {
       vrfs.emplace(vrf->vrf_id, &object);
+    }
   }
   return vrfs;
 }

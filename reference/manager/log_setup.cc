@@ -89,7 +89,7 @@ void Forward(int pipe, LogSink* sink) {
     std::size_t begin = 0;
     for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;
          begin = end + 1) {
-      const auto line = std::string_view(text).substr(begin, end + 1 - begin);
+      const auto line = std::string_view{text}.substr(begin, end + 1 - begin);
       sink->WriteRendered(IsError(line) ? LogLevel::kError : LogLevel::kDebug, line);
     }
     text.erase(0, begin);

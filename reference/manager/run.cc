@@ -161,7 +161,7 @@ class Run {
 
   // The objects' states, and whether the HAL holds what it has acknowledged of them.
   std::string StandingText() const {
-    const std::string text = Summary(manager_.database()).text();
+    std::string text = Summary(manager_.database()).text();
     if (manager_.in_sync()) return text;
     return (manager_.connected() ? "not in sync with the HAL" : "no connection to the HAL") +
            std::string("; ") + text;

@@ -94,8 +94,9 @@ const char* Condition(const Json& json) {
 
 void WriteObjects(const Json& objects, std::ostream* out) {
   std::vector<Cells> rows = {{"KIND"}};
-  for (const auto& [name, count] : objects.front().items())
+  for (const auto& [name, count] : objects.front().items()) {
     rows[0].push_back(Upper(Printable(name)));
+  }
   for (const auto& [kind, standings] : objects.items()) {
     rows.push_back({Printable(kind)});
     for (const Json& count : standings) rows.back().push_back(Number(count));

@@ -37,7 +37,7 @@ class ForeignTextTest : public ::testing::TestWithParam<Foreign> {
     return files_.Write(name, text);
   }
 
-  const ScratchDirectory files_;
+  const ScratchDirectory files_{};
 };
 
 void ExpectSafe(const std::string& text) {
