@@ -70,7 +70,8 @@ std::string Escaped(const Character& character) {
   const bool is_byte = !character.is_utf8 || character.code < 0x80;
   const char* const format = is_byte ? "\\x%02x" : character.code <= 0xFFFF ? "\\u%04x" : "\\U%08x";
   std::array<char, sizeof("\\U0010ffff")> text{};
-  std::snprintf(text.data(), text.size(), format, static_cast<unsigned>(character.code));
+  static_cast<void>(
+      std::snprintf(text.data(), text.size(), format, static_cast<unsigned>(character.code)));
   return text.data();
 }
 

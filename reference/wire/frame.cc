@@ -34,13 +34,15 @@ constexpr bool IsOwnType(std::uint8_t type) {
   return false;
 }
 
-constexpr bool OperationsHaveTypesOfTheirOwn() {
+constexpr int OperationsWithAnotherFramesType() {
+  int count = 0;
   for (const OperationTraits& operation : kAllHalOperations) {
-    if (IsOwnType(static_cast<std::uint8_t>(operation.operation))) return false;
+    count += IsOwnType(static_cast<std::uint8_t>(operation.operation)) ? 1 : 0;
   }
-  return true;
+  return count;
 }
-static_assert(OperationsHaveTypesOfTheirOwn(), "an operation has the value of another frame type");
+static_assert(OperationsWithAnotherFramesType() == 0,
+              "an operation has the value of another frame type");
 
 using Header = std::array<std::uint32_t, kFrameHeaderSize / kNumberSize>;
 
