@@ -63,7 +63,7 @@ constexpr char kTwoVlans[] =
     "host { id: 20 name: \"p\" interface: \"eth0\" vlan: \"b\" }\n";
 
 TEST(ManagerProgramTest, InstallsASiteAndShowsTheTable) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const Outcome run = RunManager({files.Write("site", kTwoVlans)});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out,
@@ -77,7 +77,7 @@ TEST(ManagerProgramTest, InstallsASiteAndShowsTheTable) {
 }
 
 TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--table-size", "1"});
   EXPECT_EQ(run.status, 3);
   EXPECT_EQ(run.out,
@@ -91,7 +91,7 @@ TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
 }
 
 TEST(ManagerProgramTest, ShowsTheTableForPrograms) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--json"});
   EXPECT_EQ(run.status, 0);
   const auto json = nlohmann::json::parse(run.out);
@@ -101,7 +101,7 @@ TEST(ManagerProgramTest, ShowsTheTableForPrograms) {
 }
 
 TEST(ManagerProgramTest, Explains) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string site = files.Write("site", kTwoVlans);
   const Outcome run = RunManager({site, "--table-size", "1", "--explain", "host:20"});
   EXPECT_EQ(run.status, 3);
@@ -127,7 +127,7 @@ TEST(ManagerProgramTest, AppliesOneSiteAfterTheOther) {
 }
 
 TEST(ManagerProgramTest, AnIdMayMoveToAnotherKindInFullTables) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string interface = "interface { name: \"eth0\" lim_id: 1 type: 1 ifindex: 1 }\n";
   const std::string vlan = " interface: \"eth0\" }\n";
   const std::string first = files.Write(
@@ -142,7 +142,7 @@ TEST(ManagerProgramTest, AnIdMayMoveToAnotherKindInFullTables) {
 }
 
 TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string red = "vrf { id: 1 name: \"red\" vrf_id: 10 }\n";
   const std::string blue = "vrf { id: 2 name: \"blue\" vrf_id: 20 }\n";
   const Outcome run = RunManager({files.Write("red", red), "--apply", files.Write("blue", blue),
@@ -161,7 +161,7 @@ TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
 }
 
 TEST(ManagerProgramTest, ReportsEveryMistakeAndProgramsNothing) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string good = files.Write("good", kTwoVlans);
   const std::string bad = files.Write("bad",
                                       "vrf { id: 0 name: \"red\" vrf_id: 7 }\n"
@@ -178,7 +178,7 @@ TEST(ManagerProgramTest, ReportsEveryMistakeAndProgramsNothing) {
 }
 
 TEST(ManagerProgramTest, ChecksASite) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string site = files.Write("site", kTwoVlans);
   const Outcome run = RunManager({"--check", site});
   EXPECT_EQ(run.status, 0);
@@ -246,7 +246,7 @@ TEST(ManagerProgramTest, ShowsItsVersion) {
 }
 
 TEST(ManagerProgramTest, ShowsTraceLinesOnRequest) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--trace"});
   EXPECT_EQ(run.status, 0);
   EXPECT_TRUE(Contains(run.err,
@@ -257,7 +257,7 @@ TEST(ManagerProgramTest, ShowsTraceLinesOnRequest) {
 }
 
 TEST(ManagerProgramTest, LogsAsAConfigurationSays) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string log = files.File("log");
   const std::string config = files.Write(
       "config",
@@ -274,7 +274,7 @@ TEST(ManagerProgramTest, LogsAsAConfigurationSays) {
 }
 
 TEST(ManagerProgramTest, WritesAGraph) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string graph = files.File("graph.dot");
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--graph", graph});
   EXPECT_EQ(run.status, 0);
@@ -286,7 +286,7 @@ TEST(ManagerProgramTest, WritesAGraph) {
 }
 
 TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string site = files.Write("site", WriteSite(GenerateSite(1, 500)));
   const std::string dump = files.File("dump");
   const Outcome fresh = RunManager({site, "--dump-hal", dump});
@@ -302,7 +302,7 @@ TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
 }
 
 TEST(ManagerProgramTest, TheJournalReadsPriorities) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string log = files.Write("log", "");
   const int file = open(log.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
   struct stat status {};
@@ -327,7 +327,7 @@ TEST(ManagerProgramTest, TheJournalReadsPriorities) {
 
 // Limits files to 64 KiB, as on a disk that fills up.
 TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string recording = files.File("recording");
   const std::string site = files.Write("site", WriteSite(GenerateSite(1, 2000)));
   const std::string vlan = "vlan:" + std::to_string(GenerateSite(1, 2000).vlans[0].id);
@@ -342,7 +342,7 @@ TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
 }
 
 TEST(ManagerProgramTest, SaysWhereItRecordsInstead) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string recording = files.Write("recording", "kept");
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--record", recording});
   EXPECT_EQ(run.status, 0);
@@ -352,7 +352,7 @@ TEST(ManagerProgramTest, SaysWhereItRecordsInstead) {
 }
 
 TEST(ManagerProgramTest, StaysUntilItIsEnded) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   const std::string site = files.Write("site", kTwoVlans);
   Process process(Command({site, "--stay", "--control", files.File("manager.sock")}));
   ASSERT_TRUE(process.WaitForError("settled: 4 objects: 3 installed, 1 sent\n"));
@@ -375,7 +375,7 @@ TEST(ManagerProgramTest, StaysUntilItIsEnded) {
 }
 
 TEST(ManagerProgramTest, StayingEndsWithTheStatusOfTheObjects) {
-  const ScratchDirectory files;
+  const ScratchDirectory files{};
   Process process(Command({files.Write("site", kTwoVlans), "--stay", "--table-size", "1",
                            "--control", files.File("manager.sock")}));
   ASSERT_TRUE(process.WaitForError("settled: "));

@@ -46,7 +46,7 @@ class StatusServerTest : public ::testing::Test {
     return text;
   }
 
-  const ScratchDirectory files_;
+  const ScratchDirectory files_{};
   const std::string path_ = files_.File("control.sock");
   boost::asio::io_context io_;
   boost::asio::local::stream_protocol::socket client_{io_};
