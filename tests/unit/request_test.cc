@@ -66,17 +66,22 @@ int WrappedReadInteger(DbObject* object, const char* name) {
   return instead;
 }
 
-#define WRAP_CONSTRUCTOR(name, symbol)                                                             \
-  void Real##name(encapsulation::name*, google::protobuf::Arena*, bool) __asm__("__real_" symbol); \
-  void Wrapped##name(encapsulation::name*, google::protobuf::Arena*,                               \
-                     bool) __asm__("__wrap_" symbol);                                              \
-  void Wrapped##name(encapsulation::name* self, google::protobuf::Arena* arena, bool owned) {      \
-    Real##name(self, arena, owned);                                                                \
-    made_message = self;                                                                           \
+// g++ calls a member's constructor under one of its two names (C1), clang under the other (C2).
+#define WRAP_CONSTRUCTOR_AS(function, name, symbol)                                               \
+  void Real##function(encapsulation::name*, google::protobuf::Arena*,                             \
+                      bool) __asm__("__real_" symbol);                                            \
+  void Wrapped##function(encapsulation::name*, google::protobuf::Arena*,                          \
+                         bool) __asm__("__wrap_" symbol);                                         \
+  void Wrapped##function(encapsulation::name* self, google::protobuf::Arena* arena, bool owned) { \
+    Real##function(self, arena, owned);                                                           \
+    made_message = self;                                                                          \
   }
+#define WRAP_CONSTRUCTOR(name, type)                                              \
+  WRAP_CONSTRUCTOR_AS(name##C1, name, "_ZN" type "C1EPN6google8protobuf5ArenaEb") \
+  WRAP_CONSTRUCTOR_AS(name##C2, name, "_ZN" type "C2EPN6google8protobuf5ArenaEb")
 
-WRAP_CONSTRUCTOR(EcmpMessage, "_ZN13encapsulation11EcmpMessageC1EPN6google8protobuf5ArenaEb")
-WRAP_CONSTRUCTOR(VrfMessage, "_ZN13encapsulation10VrfMessageC1EPN6google8protobuf5ArenaEb")
+WRAP_CONSTRUCTOR(EcmpMessage, "13encapsulation11EcmpMessage")
+WRAP_CONSTRUCTOR(VrfMessage, "13encapsulation10VrfMessage")
 
 #undef WRAP_CONSTRUCTOR
 
