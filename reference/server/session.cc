@@ -182,8 +182,9 @@ void Session::OnRead(const ErrorCode& error, std::size_t size) {
 }
 
 void Session::OnReadEnd(const ErrorCode& error) {
-  if (error != boost::asio::error::eof)
+  if (error != boost::asio::error::eof) {
     return LogAndClose(LogLevel::kWarning, "lost, " + error.message());
+  }
   std::string event = "left";
   if (unhandled_ != 0) {
     event += " in the middle of a frame";
