@@ -4,7 +4,7 @@
 
 #include "benchmarks/destinations.h"
 #include "reference/hal/hal_connection.h"
-#include "reference/manager/adapters.h"
+#include "reference/manager/engine/adapters.h"
 #include "zuskux/hai.h"
 
 namespace bench {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "reference/hal/hal_request.h"
-#include "reference/manager/destination.h"
+#include "reference/manager/engine/destination.h"
 
 namespace bench {
 

@@ -16,7 +16,7 @@
 #include <string>
 
 #include "benchmarks/destinations.h"
-#include "reference/manager/manager.h"
+#include "reference/manager/engine/manager.h"
 #include "reference/site/generate_site.h"
 #include "reference/socket_client/socket_hal.h"
 

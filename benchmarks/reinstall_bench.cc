@@ -10,8 +10,8 @@
 
 #include "benchmarks/destinations.h"
 #include "benchmarks/objects.h"
-#include "reference/manager/adapters.h"
-#include "reference/manager/notification_sink.h"
+#include "reference/manager/engine/adapters.h"
+#include "reference/manager/engine/notification_sink.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_callback.h"
 

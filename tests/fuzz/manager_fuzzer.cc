@@ -18,7 +18,7 @@
 
 #include "reference/hal/hal_connection.h"
 #include "reference/hal/hal_tables.h"
-#include "reference/manager/manager.h"
+#include "reference/manager/engine/manager.h"
 #include "reference/site/site.h"
 #include "tests/fuzz/fuzz_input.h"
 

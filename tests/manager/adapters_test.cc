@@ -1,6 +1,6 @@
 /// The library's adapters, called as the manager calls them.
 
-#include "reference/manager/adapters.h"
+#include "reference/manager/engine/adapters.h"
 
 #include <gtest/gtest.h>
 

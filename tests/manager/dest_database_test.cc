@@ -1,4 +1,4 @@
-#include "reference/manager/dest_database.h"
+#include "reference/manager/engine/dest_database.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

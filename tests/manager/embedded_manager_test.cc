@@ -14,8 +14,8 @@
 
 #include "base_encap_message.pb.h"
 #include "reference/hal/embedded_hal.h"
-#include "reference/manager/manager.h"
-#include "reference/manager/report.h"
+#include "reference/manager/engine/manager.h"
+#include "reference/manager/views/report.h"
 #include "reference/site/generate_site.h"
 #include "reference/site/site_reader.h"
 #include "tests/manager/sites.h"

@@ -1,4 +1,4 @@
-#include "reference/manager/manager.h"
+#include "reference/manager/engine/manager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 
 #include "base_encap_message.pb.h"
 #include "interface_ids/interface_table.h"
-#include "reference/manager/report.h"
+#include "reference/manager/views/report.h"
 #include "tests/manager/scripted_hal.h"
 #include "tests/manager/sites.h"
 

@@ -1,4 +1,4 @@
-#include "reference/manager/report.h"
+#include "reference/manager/views/report.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -14,9 +14,9 @@
 #include <string>
 #include <thread>
 
-#include "reference/manager/explain.h"
-#include "reference/manager/graph.h"
-#include "reference/manager/progress.h"
+#include "reference/manager/views/explain.h"
+#include "reference/manager/views/graph.h"
+#include "reference/manager/views/progress.h"
 #include "tests/manager/sites.h"
 #include "tests/support/terminal.h"
 #include "tests/support/test_folder.h"

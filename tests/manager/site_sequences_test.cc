@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "reference/manager/manager.h"
-#include "reference/manager/report.h"
+#include "reference/manager/engine/manager.h"
+#include "reference/manager/views/report.h"
 #include "reference/site/generate_site.h"
 #include "tests/manager/sites.h"
 #include "tests/manager/table_hal.h"

@@ -12,8 +12,8 @@
 #include <string>
 #include <utility>
 
-#include "reference/manager/manager.h"
-#include "reference/manager/report.h"
+#include "reference/manager/engine/manager.h"
+#include "reference/manager/views/report.h"
 #include "reference/socket_client/server_contents.h"
 #include "reference/socket_client/socket_hal.h"
 

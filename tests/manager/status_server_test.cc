@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "reference/manager/status.h"
+#include "reference/manager/views/status.h"
 #include "tests/manager/process.h"
 #include "tests/support/refused_accepts.h"
 

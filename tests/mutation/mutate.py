@@ -89,10 +89,7 @@ SUBJECTS = {
         # here.
         Subject("reference",
                 ("reference/hal", "reference/server", "reference/socket_client", "reference/wire",
-                 *(f"reference/manager/{name}" for name in
-                   ("adapters.cc", "adapters.h", "controllers.cc", "dest_database.cc",
-                    "dest_database.h", "destination.cc", "destination.h", "manager.cc",
-                    "manager.h", "request_queue.cc", "request_queue.h"))),
+                 "reference/manager/engine"),
                 frozenset(("text", "layout")), (), 600, 0.90),
     )
 }

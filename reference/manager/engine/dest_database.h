@@ -1,0 +1,177 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_ENGINE_DEST_DATABASE_H_
+#define ZUSKUX_REFERENCE_MANAGER_ENGINE_DEST_DATABASE_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "reference/hal/hal_code.h"
+#include "reference/hal/kinds.h"
+#include "reference/manager/engine/destination.h"
+#include "reference/site/site.h"
+
+namespace reference {
+
+/// Identifies an object. `id` is its database id, also for a VRF.
+struct ObjectKey {
+  HalKind kind = HalKind::kVrf;
+  std::uint32_t id = 0;
+};
+
+inline bool operator==(const ObjectKey& a, const ObjectKey& b) {
+  return a.kind == b.kind && a.id == b.id;
+}
+
+inline bool operator<(const ObjectKey& a, const ObjectKey& b) {
+  return std::tie(a.kind, a.id) < std::tie(b.kind, b.id);
+}
+
+/// "vlan:10".
+std::string KeyText(const ObjectKey& key);
+
+/// Parses "vlan:10"; nothing for any other text.
+std::optional<ObjectKey> ParseObjectKey(const std::string& text);
+
+enum class ObjectState : std::uint8_t {
+  /// Its requests are not settled yet.
+  kPending,
+  kInstalled,
+  /// Sent to the HAL, which accepted it: the end state of VRFs, for which the library has no
+  /// result.
+  kSent,
+  /// The last request failed; `Object::code` says why.
+  kFailed,
+  kRemoved,
+};
+
+/// An object's state as people see it: the object's own state, except that an installed MPLS
+/// destination without an active neighbor is inactive.
+enum class Standing : std::uint8_t { kPending, kInstalled, kInactive, kSent, kFailed, kRemoved };
+inline constexpr std::size_t kStandings = 6;
+
+/// What the manager knows about the HAL's copy of an object.
+enum class Presence : std::uint8_t {
+  kAbsent,
+  kPresent,
+  /// A request ended inconclusively, for example because the HAL did not answer in time.
+  kUnknown,
+};
+
+/// An object of the database: what the site wants, and the state of the HAL's copy.
+///
+/// The HAL keeps VRFs by number, with one entry per number even if several VRFs of the site share
+/// it. Requests for VRFs therefore concern entries: objects whose key has the number instead of the
+/// database id. A VRF object itself is only for display: name, content, `wanted`, state and code.
+struct Object {
+  ObjectKey key;
+  std::string name;
+  Destination content;
+  /// Whether the site has it; otherwise it must be removed.
+  bool wanted = true;
+
+  Presence presence = Presence::kAbsent;
+  /// The code of the last result.
+  HalReturnCode code = kHalSuccess;
+  /// The request in flight, at most one.
+  std::optional<HalAction> outstanding;
+  /// Whether another request must be sent, once the outstanding one has its result.
+  bool due = false;
+  /// Whether the next request belongs to a reinstall and must be an install, whatever the HAL
+  /// holds.
+  bool reinstall = false;
+  /// The number of consecutive requests that ended without a verdict on the object.
+  std::uint8_t attempts = 0;
+  /// Its place in the queue of due requests; see `RequestQueue`.
+  std::optional<std::uint8_t> queued_rank;
+  ObjectState state() const { return state_; }
+
+ private:
+  // Sets the state and keeps the counts of objects per state.
+  friend class DestDatabase;
+  ObjectState state_ = ObjectState::kPending;
+};
+
+Standing StandingOf(const Object& object);
+
+/// The objects by kind and id, and the entries that the requests concern: the destinations
+/// themselves, and the VRFs' numbers. Owned by the manager and used on its thread only. An object
+/// keeps its address until it is forgotten.
+class DestDatabase {
+ public:
+  using Objects = std::map<ObjectKey, Object>;
+  using StandingCounts = std::array<std::size_t, kStandings>;
+
+  struct Changes {
+    /// New entries, and those whose content differs from the site's.
+    std::vector<Object*> changed;
+    /// Entries that are no longer in the site.
+    std::vector<Object*> dropped;
+  };
+
+  /// Makes `site` the wanted state and returns the changes. Leaves the states to the caller.
+  /// Forgets objects that were already removed.
+  Changes Replace(const Site& site);
+
+  /// The HAL's entry of that kind and id; for a VRF, by its number. Null if there is none.
+  Object* FindEntry(const ObjectKey& key);
+
+  /// Calls `function(Object*)` for each entry of the kind.
+  template <typename Function>
+  void ForEachEntry(HalKind kind, Function function) {
+    Objects& entries = kind == HalKind::kVrf ? vrf_entries_ : objects_;
+    for (auto entry = entries.lower_bound({kind, 0});
+         entry != entries.end() && entry->first.kind == kind; ++entry) {
+      function(&entry->second);
+    }
+  }
+
+  /// Null if there is none.
+  Object* Find(const ObjectKey& key);
+  const Object* Find(const ObjectKey& key) const;
+
+  /// The destination that an object refers to by `id`: the site's or, if the site has none, an
+  /// older one. Null if there is none.
+  const Object* FindReferenced(std::uint32_t id) const;
+
+  /// Whether the HAL holds the destination that the site has under `id`. An older one of another
+  /// kind under the same id does not count.
+  bool InHal(std::uint32_t id) const;
+
+  /// Sets the state of an entry and of the VRFs that share it.
+  void SetState(Object* entry, ObjectState state);
+
+  /// The number of objects of the kind in each state. Maintained incrementally, not counted here.
+  const StandingCounts& counts(HalKind kind) const {
+    return counts_[static_cast<std::size_t>(kind)];
+  }
+
+  const Objects& objects() const { return objects_; }
+
+ private:
+  template <typename SiteObject>
+  void ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes);
+  static void Drop(Object* entry, Changes* changes);
+  void ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* changes);
+  void UpdateVrf(Object* vrf);
+  std::size_t& CountOf(const Object& object);
+
+  // VRFs and destinations, by database id.
+  Objects objects_;
+  // By number.
+  Objects vrf_entries_;
+  // The present and earlier numbers of a VRF, as long as their entries may have to be removed for
+  // it, and the reverse mapping.
+  std::map<std::uint32_t, std::set<std::uint32_t>> numbers_of_vrf_;
+  std::map<std::uint32_t, std::set<std::uint32_t>> vrfs_of_number_;
+  std::array<StandingCounts, kHalKinds> counts_{};
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_ENGINE_DEST_DATABASE_H_

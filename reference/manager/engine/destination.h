@@ -1,0 +1,91 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_ENGINE_DESTINATION_H_
+#define ZUSKUX_REFERENCE_MANAGER_ENGINE_DESTINATION_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "dest_manager/db_objects.h"
+#include "dest_manager/ecmp_data.h"
+#include "dest_manager/vrf_data.h"
+#include "reference/hal/kinds.h"
+#include "reference/site/site.h"
+#include "zuskux/hai_dest_host.h"
+#include "zuskux/hai_dest_mpls.h"
+#include "zuskux/hai_dest_vlan.h"
+
+namespace reference {
+
+// The manager's part of a kind, besides its row in reference/hal/kinds.h: the alternative of
+// `Destination`, the adapter, and the function that makes the object.
+
+/// An object as the library's adapters take it. The alternatives are in the order of `HalKind`; the
+/// pointers are never null.
+using Destination = std::variant<dest_mng::VrfData, std::unique_ptr<dest_mng::DbVlanObject>,
+                                 std::unique_ptr<dest_mng::DbHostObject>, dest_mng::EcmpData,
+                                 std::unique_ptr<dest_mng::DbMplsObject>>;
+
+inline HalKind KindOf(const Destination& destination) {
+  return static_cast<HalKind>(destination.index());
+}
+
+/// The library's adapter for an `Object` of the database, and the adapter's function that
+/// translates one. The adapters for VRFs and ECMP groups have another interface; see adapters.cc.
+template <typename Object>
+struct AdapterOf;
+template <>
+struct AdapterOf<dest_mng::DbVlanObject> : dest_mng::HaiL3MplsEncapsulationVlan {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationVlan::TranslateVlanObjectToEncapMessage;
+};
+template <>
+struct AdapterOf<dest_mng::DbHostObject> : dest_mng::HaiL3MplsEncapsulationHost {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationHost::TranslateHostObjectToEncapMessage;
+};
+template <>
+struct AdapterOf<dest_mng::DbMplsObject> : dest_mng::HaiL3MplsEncapsulationMpls {
+  static constexpr auto kTranslate = &HaiL3MplsEncapsulationMpls::TranslateMplsObjectToEncapMessage;
+};
+
+// Makes the object that a site's entry describes. A lim id becomes its 4 bytes in host byte order.
+dest_mng::VrfData MakeDestination(const SiteVrf& vrf);
+std::unique_ptr<dest_mng::DbVlanObject> MakeDestination(const SiteVlan& vlan);
+std::unique_ptr<dest_mng::DbHostObject> MakeDestination(const SiteHost& host);
+std::unique_ptr<dest_mng::DbMplsObject> MakeDestination(const SiteMpls& mpls);
+dest_mng::EcmpData MakeDestination(const SiteEcmp& ecmp);
+
+/// The kind of the objects that a site's entries of that type describe.
+template <typename SiteEntry>
+HalKind KindOfEntry() {
+  return KindOf(Destination(decltype(MakeDestination(std::declval<SiteEntry>()))()));
+}
+
+/// Whether the adapters would see the same: equal records and equal attributes.
+bool SameContent(const Destination& a, const Destination& b);
+
+/// Whether it is an MPLS destination that rides on a tunnel.
+bool IsVirtualCircuit(const Destination& destination);
+
+/// Whether it is an MPLS destination that drops its packets because it has no active neighbour.
+bool IsInactive(const Destination& destination);
+
+/// The dependency layers: an object refers only to objects of earlier layers.
+enum class Layer : std::uint8_t { kVrf, kVlan, kHost, kTunnel, kCircuit, kEcmp };
+
+Layer LayerOf(const Destination& destination);
+
+/// Ids of the destinations that the HAL must hold before this one: a host's VLAN, the VLAN or
+/// tunnel under an MPLS destination, the members of an ECMP group in order. Each id appears once.
+std::vector<std::uint32_t> ReferencedIds(const Destination& destination);
+
+/// The host destination of an MPLS destination's neighbour; nothing for other destinations.
+std::optional<std::uint32_t> NeighborId(const Destination& destination);
+
+/// The VRF number of a VLAN destination that has one; nothing for other destinations.
+std::optional<std::uint32_t> VrfIdOf(const Destination& destination);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_ENGINE_DESTINATION_H_

@@ -1,0 +1,204 @@
+#include "reference/manager/program/command_line.h"
+
+#include <boost/program_options.hpp>
+#include <limits>
+#include <sstream>
+#include <string_view>
+
+#include "reference/manager/views/explain.h"
+#include "reference/manager/views/graph.h"
+#include "reference/wire/hal_name.h"
+#include "reference/wire/unix_listener.h"
+
+namespace reference {
+namespace {
+
+namespace po = boost::program_options;
+
+constexpr std::int64_t kMaxTableSize = 1 << 30;
+constexpr std::int64_t kDefaultTableSize = 1 << 21;
+constexpr std::int64_t kDefaultDeadline = 30;
+constexpr std::int64_t kMaxDeadline = std::int64_t{24} * 60 * 60;
+constexpr unsigned kLineLength = 80;
+
+po::options_description Options() {
+  po::options_description options(kLineLength);
+  const auto number = [](const char* name) { return po::value<std::int64_t>()->value_name(name); };
+  const auto text = [](const char* name) { return po::value<std::string>()->value_name(name); };
+  auto add = options.add_options();
+  add("apply", po::value<std::vector<std::string>>()->value_name("FILE")->composing(),
+      "when all is settled, go on to this site; repeatable");
+  add("check", text("FILE"), "only read a site file and report its mistakes");
+  add("plan", "only show what would change in the HAL's tables");
+  add("stay", "run on until SIGTERM; SIGHUP reads the site again");
+  add("explain", text("KIND:ID"), "show why an object is not installed");
+  add("json", "write the table of objects for programs");
+  add("graph", text("FILE"), "draw the objects to an .svg, .dot or .gv file");
+  add("dump-hal", text("FILE"), "write the HAL's tables; - is standard output");
+  add("trace", "show the trace lines on standard error");
+  add("log-config", text("FILE"), "log as this zlog configuration says");
+  add("record", text("FILE"), "record all that goes to and comes from the HAL");
+  add("hal", text("HAL")->default_value("embedded"), "embedded, or unix:PATH for a zuskux-hal");
+  add("take-over", "end the manager that programs the zuskux-hal");
+  add("stand-by", "with --stay: wait while another manager programs it");
+  add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
+      "how long a zuskux-hal may take to answer");
+  add("control", text("PATH"), "control socket of --stay and status");
+  add("table-size", number("N")->default_value(kDefaultTableSize), "entries of a HAL table");
+  add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
+  add("version", "show the version and exit");
+  add("help", "show this help and exit");
+  return options;
+}
+
+std::optional<std::string> Text(const po::variables_map& values, const char* option) {
+  if (values.count(option) == 0) return std::nullopt;
+  return values[option].as<std::string>();
+}
+
+std::int64_t Number(const po::variables_map& values, const char* option, std::int64_t last) {
+  const auto value = values[option].as<std::int64_t>();
+  if (value < 1 || value > last) {
+    throw UsageError("--" + std::string(option) + ' ' + std::to_string(value) +
+                     " is out of range; use 1 to " + std::to_string(last));
+  }
+  return value;
+}
+
+ObjectKey ReadKey(const std::string& text) {
+  if (const auto key = ParseObjectKey(text)) return *key;
+  std::string kinds;
+  for (const HalKind kind : kAllHalKinds) {
+    if (!kinds.empty()) kinds += ", ";
+    kinds += HalKindName(kind);
+  }
+  throw UsageError("--explain " + text + " names no object; write KIND:ID, for example vlan:10 (" +
+                   kinds + ')');
+}
+
+void CheckGraph(const std::string& path) {
+  if (!IsGraphFileName(path)) {
+    throw UsageError("--graph " + path + " is of no known format; use a name in .svg, .dot or .gv");
+  }
+}
+
+std::optional<std::string> ReadHal(const po::variables_map& values) {
+  const auto& hal = values["hal"].as<std::string>();
+  if (hal == kEmbeddedHal) return std::nullopt;
+  std::optional<std::string> path = UnixHalPath(hal);
+  if (!path) {
+    throw UsageError("--hal " + hal + " is not known; use embedded or unix:PATH");
+  }
+  if (!values["table-size"].defaulted()) {
+    throw UsageError("--table-size is the server's to say; use zuskux-hal --table-size");
+  }
+  if (values.count("restart-hal-after") != 0) {
+    throw UsageError("--restart-hal-after goes with --hal embedded; see zuskux-hal --fault");
+  }
+  return path;
+}
+
+// What to do about another manager that programs the same HAL.
+void ReadWriting(const po::variables_map& values, CommandLine* line) {
+  line->take_over = values.count("take-over") != 0;
+  line->stand_by = values.count("stand-by") != 0;
+  for (const char* const option : {"take-over", "stand-by"}) {
+    if (values.count(option) == 0 || line->hal_socket) continue;
+    throw UsageError(std::string("--") + option + " goes with --hal unix:PATH");
+  }
+  if (line->stand_by && !line->stay) throw UsageError("--stand-by goes with --stay; add --stay");
+}
+
+// Rejects options that have no effect on a plan.
+void CheckPlan(const po::variables_map& values) {
+  for (const char* const option : {"apply", "stay", "explain", "graph", "dump-hal", "record",
+                                   "restart-hal-after", "take-over", "stand-by"}) {
+    if (values.count(option) == 0) continue;
+    throw UsageError(std::string("--") + option + " does not go with --plan; leave it out");
+  }
+}
+
+std::vector<std::string> Words(const po::variables_map& values) {
+  if (values.count("site") == 0) return {};
+  return values["site"].as<std::vector<std::string>>();
+}
+
+std::vector<std::string> ReadSites(const po::variables_map& values) {
+  std::vector<std::string> sites = Words(values);
+  if (sites.empty()) throw UsageError("the site file is missing; write zuskux-manager SITE");
+  if (sites.size() > 1) {
+    throw UsageError(sites[1] + " is one file too many; write --apply " + sites[1] +
+                     " to go on to it");
+  }
+  if (values.count("apply") != 0) {
+    for (const auto& file : values["apply"].as<std::vector<std::string>>()) sites.push_back(file);
+  }
+  return sites;
+}
+
+po::variables_map ParseOptions(const std::vector<std::string>& arguments) {
+  po::options_description all = Options();
+  all.add_options()("site", po::value<std::vector<std::string>>());
+  po::positional_options_description positional;
+  positional.add("site", -1);
+  po::variables_map values;
+  try {
+    po::store(
+        po::command_line_parser(arguments)
+            .options(all)
+            .positional(positional)
+            .style(po::command_line_style::default_style & ~po::command_line_style::allow_guessing)
+            .run(),
+        values);
+  } catch (const po::error& error) {
+    throw UsageError(std::string(error.what()) + "; see zuskux-manager --help");
+  }
+  return values;
+}
+
+}  // namespace
+
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
+  const po::variables_map values = ParseOptions(arguments);
+  CommandLine line;
+  line.help = values.count("help") != 0;
+  line.version = values.count("version") != 0;
+  line.check = Text(values, "check");
+  line.json = values.count("json") != 0;
+  line.control = Text(values, "control").value_or(DefaultSocketPath("manager.sock"));
+  line.status = Words(values) == std::vector<std::string>{"status"};
+  if (line.help || line.version || line.check || line.status) return line;
+
+  line.sites = ReadSites(values);
+  line.trace = values.count("trace") != 0;
+  line.log_config = Text(values, "log-config");
+  line.stay = values.count("stay") != 0;
+  line.record = Text(values, "record");
+  line.plan = values.count("plan") != 0;
+  if (line.plan) CheckPlan(values);
+  line.dump_hal = Text(values, "dump-hal");
+  line.graph = Text(values, "graph");
+  if (line.graph) CheckGraph(*line.graph);
+  if (const auto key = Text(values, "explain")) line.explain = ReadKey(*key);
+  line.table_size = static_cast<std::size_t>(Number(values, "table-size", kMaxTableSize));
+  if (values.count("restart-hal-after") != 0) {
+    line.restart_hal_after = static_cast<std::uint64_t>(
+        Number(values, "restart-hal-after", std::numeric_limits<std::int64_t>::max()));
+  }
+  line.hal_socket = ReadHal(values);
+  ReadWriting(values, &line);
+  line.deadline = std::chrono::seconds(Number(values, "deadline", kMaxDeadline));
+  return line;
+}
+
+std::string HelpText() {
+  std::ostringstream text;
+  text << "Usage: zuskux-manager SITE [options]       brings a HAL to what a site describes\n"
+          "       zuskux-manager status [--control PATH] [--json]       shows how it stands\n"
+       << Options()
+       << "Exit status: 0 all in place, 1 an error, 2 wrong usage, 3 some objects failed,\n"
+          "4 another manager programs the HAL, 5 the recording ended early.\n";
+  return text.str();
+}
+
+}  // namespace reference

@@ -1,0 +1,112 @@
+// zuskux-manager: the reference destination manager. With "status", shows the status of a running
+// one.
+
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "reference/manager/program/command_line.h"
+#include "reference/manager/program/log_setup.h"
+#include "reference/manager/program/run.h"
+#include "reference/manager/views/plan.h"
+#include "reference/manager/views/status.h"
+#include "reference/text/printable.h"
+
+namespace reference {
+namespace {
+
+std::size_t ObjectsOf(const Site& site) {
+  std::size_t objects = 0;
+  ForEachList(site, [&objects](const auto& entries) { objects += entries.size(); });
+  return objects;
+}
+
+int Finish() {
+  std::cout.flush();
+  if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  return EXIT_SUCCESS;
+}
+
+int Check(const std::string& path) {
+  const auto site = ReadSiteOrSay(path);
+  if (!site) return kExitFailed;
+  const std::size_t objects = ObjectsOf(*site);
+  std::cout << Printable(path) << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
+  return Finish();
+}
+
+int ShowStatus(const CommandLine& line) {
+  const std::string status = ReadStatus(line.control);
+  if (line.json) {
+    WriteStatusAsJson(status, &std::cout);
+  } else {
+    WriteStatus(status, &std::cout);
+  }
+  return Finish();
+}
+
+int ShowPlan(const CommandLine& line, const Site& site) {
+  const Plan plan = MakePlan(site, ChosenHal(HalChoiceOf(line)).ReadTables());
+  if (line.json) {
+    WritePlanAsJson(plan, &std::cout);
+  } else {
+    WritePlan(plan, &std::cout);
+  }
+  return Finish();
+}
+
+int RunWithSites(const CommandLine& line) {
+  // A plan is the answer to a command, like the findings of --check.
+  if (!line.plan) Log().ShowTimes();
+  std::vector<Site> sites;
+  bool readable = true;
+  for (const std::string& path : line.sites) {
+    auto site = ReadSiteOrSay(path);
+    if (site) {
+      sites.push_back(std::move(*site));
+    } else {
+      readable = false;
+    }
+  }
+  if (!readable) return kExitFailed;
+  std::optional<LibraryLog> library_log;
+  if (line.log_config) {
+    library_log.emplace(*line.log_config);
+  } else {
+    library_log.emplace(line.trace, &Log());
+  }
+  if (line.plan) return ShowPlan(line, sites.front());
+  return RunManager(line, std::move(sites));
+}
+
+int Main(const std::vector<std::string>& arguments) {
+  try {
+    const CommandLine line = ParseCommandLine(arguments);
+    if (line.help) {
+      std::cout << HelpText();
+      return Finish();
+    }
+    if (line.version) {
+      std::cout << "zuskux-manager " ZUSKUX_VERSION "\n";
+      return Finish();
+    }
+    if (line.status) return ShowStatus(line);
+    return line.check ? Check(*line.check) : RunWithSites(line);
+  } catch (const UsageError& error) {
+    Log().Write(LogLevel::kError, error.what());
+    return kExitUsage;
+  } catch (const std::exception& error) {
+    Log().Write(LogLevel::kError, error.what());
+    return kExitFailed;
+  }
+}
+
+}  // namespace
+}  // namespace reference
+
+int main(int argc, char** argv) { return reference::Main({argv + 1, argv + argc}); }

@@ -1,0 +1,340 @@
+#include "reference/manager/program/run.h"
+
+#include <algorithm>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+#include "reference/hal/message_text.h"
+#include "reference/manager/engine/manager.h"
+#include "reference/manager/views/explain.h"
+#include "reference/manager/views/graph.h"
+#include "reference/manager/views/progress.h"
+#include "reference/manager/views/report.h"
+#include "reference/manager/views/status.h"
+#include "reference/record/recorder.h"
+#include "reference/site/site_reader.h"
+
+namespace reference {
+namespace {
+
+constexpr std::chrono::milliseconds kProgressInterval{100};
+constexpr std::chrono::seconds kServerPatience{5};
+constexpr std::chrono::milliseconds kServerCheckInterval{100};
+
+std::string Seconds(std::chrono::steady_clock::duration time) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(3)
+       << std::chrono::duration_cast<std::chrono::duration<double>>(time).count() << " s";
+  return text.str();
+}
+
+/// One run of the manager with its HAL, on the calling thread.
+class Run {
+ public:
+  /// `sites` are those of the command line, in order.
+  Run(const CommandLine& line, std::vector<Site> sites)
+      : line_(line),
+        sites_(std::move(sites)),
+        manager_(&io_, {[this] { Finished(); }, [this] { Reinstalling(); },
+                        [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
+                        [this](std::uint64_t results) { GotResult(results); }}),
+        hal_(Choice()) {
+    if (!line.record) return;
+    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION, Say);
+    hal_.connection()->Observe(&*recorder_);
+  }
+
+  /// Returns the exit status.
+  int Execute() {
+    if (line_.stay) {
+      CatchSignals();
+      status_server_.emplace(&io_, line_.control, [this] { return Status(); });
+    } else {
+      EndWithoutServer();
+    }
+    ApplyNext();
+    manager_.Start(hal_.connection());
+    io_.run();
+    progress_.reset();
+    status_server_.reset();
+    if (!other_writer_) return Finish();
+    Say(LogLevel::kError, "another client programs the HAL " + hal_.name() +
+                              "; stop that one, or start with --take-over");
+    return kExitOtherWriter;
+  }
+
+ private:
+  HalChoice Choice() {
+    HalChoice choice = HalChoiceOf(line_);
+    if (line_.stand_by) return choice;
+    choice.other_writer = [this] {
+      boost::asio::post(io_, [this] {
+        other_writer_ = true;
+        io_.stop();
+      });
+    };
+    return choice;
+  }
+
+  void ApplyNext() {
+    Apply(sites_[applied_]);
+    // The database has its objects now.
+    sites_[applied_++] = Site();
+  }
+
+  void Apply(const Site& site) {
+    if (recorder_) RecordInterfaces(site);
+    ShowProgress("installing");
+    manager_.Apply(site);
+    UpdateProgress();
+  }
+
+  void RecordInterfaces(const Site& site) {
+    for (const SiteInterface& interface : site.interfaces) {
+      recorder_->Interface(interface.lim_id, interface.name, interface.type, interface.ifindex);
+    }
+  }
+
+  // Only a manager that stays keeps waiting for a server.
+  void EndWithoutServer() {
+    const HalConnectionCounters counters = hal_.connection()->counters();
+    // Counts checks instead of time: while this thread is busy, nobody looks for the server.
+    checks_without_server_ = counters.connected ? 0 : checks_without_server_ + 1;
+    if (checks_without_server_ > kServerPatience / kServerCheckInterval) {
+      if (counters.servers_found == 0) {
+        throw std::runtime_error("no HAL server was found at " + hal_.name() +
+                                 "; start one with zuskux-hal --socket PATH");
+      }
+      throw std::runtime_error("the HAL server at " + hal_.name() +
+                               " was lost half-way and did not come back within " +
+                               std::to_string(kServerPatience.count()) +
+                               " s; start it again with zuskux-hal --socket PATH, then run this "
+                               "again");
+    }
+    server_timer_.expires_after(kServerCheckInterval);
+    server_timer_.async_wait([this](const boost::system::error_code& error) {
+      if (!error) EndWithoutServer();
+    });
+  }
+
+  std::string Status() {
+    const auto uptime = std::chrono::steady_clock::now() - start_;
+    const StatusHead head = {line_.sites[applied_ == 0 ? 0 : applied_ - 1], hal_.name(),
+                             std::chrono::duration_cast<std::chrono::milliseconds>(uptime)};
+    return StatusAsJson(head, &manager_, *hal_.connection());
+  }
+
+  void Finished() {
+    // The current HAL is still the one from before the restart.
+    if (restarting_) return;
+    HideProgress();
+    if (applied_ < sites_.size()) {
+      ApplyNext();
+    } else if (line_.stay) {
+      SayStanding();
+    } else {
+      io_.stop();
+    }
+  }
+
+  void SayStanding() const {
+    if (manager_.settled()) {
+      Say(LogLevel::kInfo, "settled: " + StandingText());
+    } else {
+      Say(LogLevel::kWarning, "NOT settled: " + StandingText());
+    }
+  }
+
+  // The objects' states, and whether the HAL holds what it has acknowledged of them.
+  std::string StandingText() const {
+    std::string text = Summary(manager_.database()).text();
+    if (manager_.in_sync()) return text;
+    return (manager_.connected() ? "not in sync with the HAL" : "no connection to the HAL") +
+           std::string("; ") + text;
+  }
+
+  void Reinstalling() {
+    restarting_ = false;
+    if (reinstalls_++ == 0) return;
+    ShowProgress("reinstalling");
+    UpdateProgress();
+  }
+
+  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
+    // The first one is the start.
+    if (reinstalls_ == 1) return;
+    Say(LogLevel::kInfo,
+        "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
+  }
+
+  void GotResult(std::uint64_t results) {
+    if (results == line_.restart_hal_after) Restart();
+  }
+
+  void Restart() {
+    if (hal_.embedded() == nullptr) {
+      Say(LogLevel::kWarning, "the HAL is a program of its own; restart zuskux-hal instead");
+      return;
+    }
+    Say(LogLevel::kInfo, "restarting the HAL");
+    restarting_ = true;
+    hal_.embedded()->Restart();
+  }
+
+  void ShowProgress(const char* what) {
+    progress_.emplace(what, &Log());
+    progress_total_ = 0;
+  }
+
+  void UpdateProgress() {
+    // A reinstall may add work.
+    progress_total_ = std::max(progress_total_, manager_.remaining());
+    progress_->Set(progress_total_ - manager_.remaining(), progress_total_);
+    progress_timer_.expires_after(kProgressInterval);
+    progress_timer_.async_wait([this](const boost::system::error_code& error) {
+      if (!error && progress_) UpdateProgress();
+    });
+  }
+
+  void HideProgress() {
+    progress_.reset();
+    progress_timer_.cancel();
+  }
+
+  void CatchSignals() {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) signals_.add(signal);
+    WaitForSignal();
+  }
+
+  void WaitForSignal() {
+    signals_.async_wait([this](const boost::system::error_code& error, int signal) {
+      if (error) return;
+      if (signal == SIGHUP) {
+        ReadAgain();
+      } else if (signal == SIGUSR1) {
+        Restart();
+      } else {
+        io_.stop();
+        return;
+      }
+      WaitForSignal();
+    });
+  }
+
+  void ReadAgain() {
+    const std::string& path = line_.sites[applied_ - 1];
+    if (const auto site = ReadSiteOrSay(path)) {
+      Say(LogLevel::kInfo, "applying " + path);
+      Apply(*site);
+    } else {
+      Say(LogLevel::kError,
+          "keeping the site as it was; correct " + path + " and send SIGHUP again");
+    }
+  }
+
+  int Finish() {
+    const DestDatabase& database = manager_.database();
+    // A manager that was stopped may have left anything unfinished.
+    if (!line_.stay) hal_.AwaitEnd();
+    if (line_.dump_hal) Dump();
+    if (line_.graph) WriteGraph(database, *line_.graph);
+    if (line_.explain) {
+      const auto text = Explain(database, *line_.explain);
+      if (!text) {
+        Say(LogLevel::kError,
+            "there is no " + KeyText(*line_.explain) + "; the table without --explain lists all");
+        return kExitUsage;
+      }
+      std::cout << *text;
+    } else if (line_.json) {
+      WriteJson(database, &std::cout);
+    } else {
+      WriteTable(database, &std::cout);
+    }
+    std::cout.flush();
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+    if (!manager_.in_sync()) SayStanding();
+    if (!manager_.settled()) return kExitIncomplete;
+    return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
+  }
+
+  void Dump() {
+    const TableEntries entries = hal_.ReadTables();
+    if (*line_.dump_hal == "-") {
+      DumpEntries(entries, &std::cout);
+      return;
+    }
+    std::ofstream file(*line_.dump_hal);
+    DumpEntries(entries, &file);
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + *line_.dump_hal);
+  }
+
+  const CommandLine& line_;
+  std::vector<Site> sites_;
+  std::size_t applied_ = 0;
+  std::size_t reinstalls_ = 0;
+  bool restarting_ = false;
+  // Whether this manager exits because another one programs the HAL.
+  bool other_writer_ = false;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+
+  boost::asio::io_context io_;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
+      io_.get_executor()};
+  boost::asio::signal_set signals_{io_};
+  boost::asio::steady_timer progress_timer_{io_};
+  boost::asio::steady_timer server_timer_{io_};
+  std::int64_t checks_without_server_ = 0;
+  std::optional<StatusServer> status_server_;
+  std::optional<Progress> progress_;
+  std::size_t progress_total_ = 0;
+  Manager manager_;
+  // Outlives the HAL, which is destroyed before the manager.
+  std::optional<Recorder> recorder_;
+  ChosenHal hal_;
+};
+
+}  // namespace
+
+LogSink& Log() {
+  static LogSink sink("zuskux-manager");
+  return sink;
+}
+
+void Say(LogLevel level, const std::string& text) { Log().Write(level, text); }
+
+std::optional<Site> ReadSiteOrSay(const std::string& path) {
+  const Progress progress("reading " + path, &Log());
+  auto result = ReadSiteFile(path);
+  if (auto* const site = std::get_if<Site>(&result)) return std::move(*site);
+  for (const Diagnostic& mistake : std::get<std::vector<Diagnostic>>(result)) {
+    Log().WriteDiagnostic(LogLevel::kError, FormatDiagnostic(path, mistake));
+  }
+  return std::nullopt;
+}
+
+HalChoice HalChoiceOf(const CommandLine& line) {
+  return {line.hal_socket, line.table_size, line.deadline, Say, line.take_over};
+}
+
+int RunManager(const CommandLine& line, std::vector<Site> sites) {
+  IgnoreWriteSignals();
+  return Run(line, std::move(sites)).Execute();
+}
+
+}  // namespace reference

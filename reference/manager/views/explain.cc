@@ -1,0 +1,57 @@
+#include "reference/manager/views/explain.h"
+
+#include "reference/manager/views/report.h"
+#include "reference/text/printable.h"
+
+namespace reference {
+namespace {
+
+std::string Named(const Object& object) { return KeyText(object.key) + ' ' + Quote(object.name); }
+
+// Continues the sentence that starts with the object's name.
+std::string Verdict(const Object& object) {
+  switch (StandingOf(object)) {
+    case Standing::kPending:
+      return "is pending: its request has not been settled";
+    case Standing::kInstalled:
+      return "is installed";
+    case Standing::kInactive:
+      return "is installed but inactive: " + ReasonOf(object);
+    case Standing::kSent:
+      return "was sent; the HAL has taken it";
+    case Standing::kFailed:
+      return "failed: " + ReasonOf(object);
+    case Standing::kRemoved:
+      break;
+  }
+  return "was removed";
+}
+
+// The id of the first destination that the object refers to and that the HAL does not hold; 0 if
+// there is none.
+std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
+  if (object.state() != ObjectState::kFailed || object.code != kHalMissingReference) return 0;
+  for (const std::uint32_t id : ReferencedIds(object.content)) {
+    if (!database.InHal(id)) return id;
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key) {
+  const Object* object = database.Find(key);
+  if (object == nullptr) return std::nullopt;
+  std::string text = Named(*object) + ' ' + Verdict(*object) + '\n';
+  std::string indent;
+  while (const std::uint32_t missing = FirstMissing(database, *object)) {
+    indent += "  ";
+    text += indent + (object->key.kind == HalKind::kEcmp ? "it lacks member " : "it rides on ");
+    object = database.FindReferenced(missing);
+    if (object == nullptr) return text + std::to_string(missing) + ", which does not exist\n";
+    text += Named(*object) + ", which " + Verdict(*object) + '\n';
+  }
+  return text;
+}
+
+}  // namespace reference

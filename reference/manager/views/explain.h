@@ -1,0 +1,17 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_VIEWS_EXPLAIN_H_
+#define ZUSKUX_REFERENCE_MANAGER_VIEWS_EXPLAIN_H_
+
+#include <optional>
+#include <string>
+
+#include "reference/manager/engine/dest_database.h"
+
+namespace reference {
+
+/// Explains an object's state in one line. If the object failed because another one is missing,
+/// adds a line for each step down to the first cause. Nothing if the database has no such object.
+std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_VIEWS_EXPLAIN_H_

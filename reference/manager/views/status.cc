@@ -1,0 +1,229 @@
+#include "reference/manager/views/status.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/system/system_error.hpp>
+#include <cstddef>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "reference/manager/views/report.h"
+#include "reference/text/json_text.h"
+#include "reference/text/printable.h"
+
+namespace reference {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using boost::asio::local::stream_protocol;
+using boost::system::error_code;
+
+constexpr std::chrono::seconds kTimeout{10};
+
+Json ObjectsAsJson(const DestDatabase& database) {
+  Json kinds;
+  for (const HalKind kind : kAllHalKinds) {
+    Json& standings = kinds[std::string(HalKindName(kind))];
+    for (std::size_t standing = 0; standing < kStandings; ++standing) {
+      const auto name = StandingName(static_cast<Standing>(standing));
+      standings[std::string(name)] = database.counts(kind).at(standing);
+    }
+  }
+  return kinds;
+}
+
+Json DepthAsJson(const QueueDepth& depth) { return {{"now", depth.now}, {"peak", depth.peak}}; }
+
+Json StageAsJson(const StageLatency& stage) {
+  return {{"count", stage.count},
+          {"p50_ns", stage.p50.count()},
+          {"p90_ns", stage.p90.count()},
+          {"p99_ns", stage.p99.count()},
+          {"max_ns", stage.max.count()}};
+}
+
+using Cells = std::vector<std::string>;
+
+// Left-aligns the first column and right-aligns the others.
+void WriteColumns(const std::vector<Cells>& rows, std::ostream* out) {
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const Cells& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  *out << '\n';
+  for (const Cells& row : rows) {
+    *out << std::left << std::setw(static_cast<int>(widths[0])) << row[0] << std::right;
+    for (std::size_t i = 1; i < row.size(); ++i) {
+      *out << std::setw(static_cast<int>(widths[i] + 2)) << row[i];
+    }
+    *out << '\n';
+  }
+}
+
+std::string Upper(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  });
+  return text;
+}
+
+std::string Text(const Json& text) { return Printable(text.get<std::string>()); }
+
+std::string Number(const Json& number) { return std::to_string(number.get<std::uint64_t>()); }
+
+std::string Microseconds(const Json& nanoseconds) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(1) << nanoseconds.get<double>() / 1000;
+  return text.str();
+}
+
+const char* Condition(const Json& json) {
+  if (json.at("settled").get<bool>()) return "settled";
+  if (!json.at("connected").get<bool>()) return "no connection to the HAL";
+  if (!json.at("finished").get<bool>()) return "at work";
+  return json.at("in_sync").get<bool>() ? "some objects failed" : "NOT in sync with the HAL";
+}
+
+void WriteObjects(const Json& objects, std::ostream* out) {
+  std::vector<Cells> rows = {{"KIND"}};
+  for (const auto& [name, count] : objects.front().items()) {
+    rows[0].push_back(Upper(Printable(name)));
+  }
+  for (const auto& [kind, standings] : objects.items()) {
+    rows.push_back({Printable(kind)});
+    for (const Json& count : standings) rows.back().push_back(Number(count));
+  }
+  WriteColumns(rows, out);
+}
+
+void WriteQueues(const Json& queues, std::ostream* out) {
+  std::vector<Cells> rows = {{"QUEUE", "NOW", "PEAK"}};
+  for (const auto& [name, depth] : queues.items()) {
+    rows.push_back({Printable(name), Number(depth.at("now")), Number(depth.at("peak"))});
+  }
+  WriteColumns(rows, out);
+}
+
+void WriteStages(const Json& stages, std::ostream* out) {
+  std::vector<Cells> rows = {{"STAGE", "COUNT", "P50 us", "P90 us", "P99 us", "MAX us"}};
+  for (const auto& [name, stage] : stages.items()) {
+    rows.push_back({Printable(name), Number(stage.at("count")), Microseconds(stage.at("p50_ns")),
+                    Microseconds(stage.at("p90_ns")), Microseconds(stage.at("p99_ns")),
+                    Microseconds(stage.at("max_ns"))});
+  }
+  WriteColumns(rows, out);
+}
+
+[[noreturn]] void ThrowNoStatus(const Json::exception& error) {
+  throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
+}
+
+// A status is smaller than a socket's buffer, so this ends whether or not anybody reads it.
+void SendAndClose(ClientAcceptor::Socket socket, std::string status) {
+  auto shared = std::make_shared<std::pair<ClientAcceptor::Socket, std::string>>(std::move(socket),
+                                                                                 std::move(status));
+  boost::asio::async_write(shared->first, boost::asio::buffer(shared->second),
+                           [shared](const error_code&, std::size_t) {});
+}
+
+}  // namespace
+
+std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
+  const HalConnectionCounters counters = hal.counters();
+  const HalLatencies latencies = hal.latencies();
+  const ManagerQueues queues = manager->queues();
+  Json json;
+  json["program"] = "zuskux-manager " ZUSKUX_VERSION;
+  json["uptime_ms"] = head.uptime.count();
+  json["site"] = head.site;
+  json["settled"] = manager->settled();
+  json["finished"] = manager->finished();
+  json["connected"] = manager->connected();
+  json["in_sync"] = manager->in_sync();
+  json["objects"] = ObjectsAsJson(manager->database());
+  json["queues"] = {{"due", DepthAsJson(queues.due)},
+                    {"outstanding", DepthAsJson(queues.outstanding)},
+                    {"inbox", DepthAsJson(queues.inbox)},
+                    {"hal client", DepthAsJson({counters.queued, counters.queued_peak})}};
+  // The first server found does not count as a restart.
+  const std::uint64_t restarts = counters.servers_found == 0 ? 0 : counters.servers_found - 1;
+  json["hal"] = {{"name", head.hal},
+                 {"restarts", restarts},
+                 {"requests", counters.requests},
+                 {"results", counters.results},
+                 {"refused", manager->refused()},
+                 {"late_results_dropped", counters.late_results},
+                 {"unfinished", counters.unfinished}};
+  json["stages"] = {{"queue", StageAsJson(latencies.queue)},
+                    {"wire", StageAsJson(latencies.wire)},
+                    {"hal", StageAsJson(latencies.hal)}};
+  return JsonText(json, 1) + '\n';
+}
+
+void WriteStatus(const std::string& text, std::ostream* out) {
+  try {
+    const Json json = Json::parse(text);
+    const Json& hal = json.at("hal");
+    *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
+         << json.at("uptime_ms").get<double>() / 1000 << " s, " << Condition(json) << '\n'
+         << "site " << Text(json.at("site")) << '\n'
+         << "hal " << Text(hal.at("name")) << ", restarts " << Number(hal.at("restarts"))
+         << ", requests " << Number(hal.at("requests")) << ", results " << Number(hal.at("results"))
+         << ", refused " << Number(hal.at("refused")) << ", late results dropped "
+         << Number(hal.at("late_results_dropped")) << ", unfinished "
+         << Number(hal.at("unfinished")) << '\n';
+    WriteObjects(json.at("objects"), out);
+    WriteQueues(json.at("queues"), out);
+    WriteStages(json.at("stages"), out);
+  } catch (const Json::exception& error) {
+    ThrowNoStatus(error);
+  }
+}
+
+void WriteStatusAsJson(const std::string& text, std::ostream* out) {
+  try {
+    *out << JsonText(Json::parse(text), 1) << '\n';
+  } catch (const Json::exception& error) {
+    ThrowNoStatus(error);
+  }
+}
+
+StatusServer::StatusServer(boost::asio::io_context* io, const std::string& path,
+                           const std::function<std::string()>& status)
+    : acceptor_(
+          io, path,
+          [status](ClientAcceptor::Socket socket) { SendAndClose(std::move(socket), status()); },
+          [](const error_code& /*error*/) {}) {}
+
+std::string ReadStatus(const std::string& path) {
+  const auto fail = [&path](const std::string& what) {
+    throw std::runtime_error("the manager on " + path + ": " + what +
+                             "; check that zuskux-manager --stay runs and that this is its "
+                             "control socket");
+  };
+  stream_protocol::iostream stream;
+  stream.expires_after(kTimeout);
+  try {
+    stream.connect(stream_protocol::endpoint(path));
+  } catch (const boost::system::system_error& error) {
+    // A socket address cannot hold every path.
+    fail("cannot connect: " + error.code().message());
+  }
+  if (!stream) fail("cannot connect: " + stream.error().message());
+  std::ostringstream status;
+  status << stream.rdbuf();
+  if (stream.error() && stream.error() != boost::asio::error::eof) {
+    fail("no answer: " + stream.error().message());
+  }
+  return status.str();
+}
+
+}  // namespace reference

@@ -1,0 +1,70 @@
+#!/usr/bin/env python3
+"""Checks that the rooms of the tree include headers in one direction only.
+
+    layers_test.py FOLDER
+
+CONTRIBUTING.md shows the same order.
+"""
+
+import pathlib
+import re
+import sys
+
+LIBRARY = {"platform", "zuskux"}
+# Each room, and the rooms whose headers it may include besides its own.
+SEES = {
+    "reference/support": set(),
+    "reference/text": set(),
+    "reference/log": {"reference/text"},
+    "reference/site": {"reference/text"},
+    "reference/hal": {"reference/support"} | LIBRARY,
+    "reference/wire": {"reference/hal"},
+    "reference/socket_client": {"reference/hal", "reference/log", "reference/support",
+                                "reference/text", "reference/wire"},
+    "reference/record": {"reference/hal", "reference/log", "reference/socket_client",
+                         "reference/text", "reference/wire", "platform"},
+    "reference/server": {"reference/hal", "reference/log", "reference/record",
+                         "reference/socket_client", "reference/text", "reference/wire"},
+    "reference/manager/engine": {"reference/hal", "reference/site", "reference/support"} | LIBRARY,
+    "reference/manager/views": {"reference/hal", "reference/log", "reference/manager/engine",
+                                "reference/site", "reference/text", "reference/wire"},
+    "reference/manager/program": {"reference/hal", "reference/log", "reference/manager/engine",
+                                  "reference/manager/views", "reference/record", "reference/site",
+                                  "reference/socket_client", "reference/support",
+                                  "reference/text", "reference/wire"} | LIBRARY,
+}
+INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
+
+
+def main(root):
+    # The folders from which the library's and the platform's headers are included.
+    roots = {"zuskux": "zuskux", **{f.name: "platform" for f in (root / "platform").iterdir()}}
+
+    def room_of(path):
+        rooms = [room for room in SEES if path.startswith(room + "/")]
+        return rooms[0] if rooms else roots.get(path.split("/")[0])
+
+    wrong, files = [], 0
+    for path in sorted((root / "reference").rglob("*")):
+        if path.suffix not in (".h", ".cc"):
+            continue
+        files += 1
+        name = path.relative_to(root).as_posix()
+        room = room_of(name)
+        if room is None:
+            wrong.append(f"{name}: no room; add its folder to SEES")
+            continue
+        for included in INCLUDE.findall(path.read_text()):
+            other = room_of(included)
+            # A generated header has no folder.
+            if other not in {None, room} | SEES[room]:
+                wrong.append(f"{name}: {room} must not include {included}")
+    for line in wrong:
+        print(line)
+    if files < 100:
+        sys.exit(f"only {files} files found in {root / 'reference'}")
+    sys.exit(1 if wrong else 0)
+
+
+if __name__ == "__main__":
+    main(pathlib.Path(sys.argv[1]).resolve())
