@@ -98,37 +98,6 @@ TEST(HalSchemaTest, KnowsTheMplsCapabilities0To5) {
   for (const int value : {-1, 6}) EXPECT_FALSE(encapsulation::MplsCapabilities_IsValid(value));
 }
 
-// A failed assertion of the setter `function` on a value of `type`. Compilers print the type with
-// or without a leading "::".
-std::string Assertion(const std::string& function, const std::string& type) {
-  return "void encapsulation::" + function + "\\((::)?encapsulation::" + type +
-         "\\): Assertion `::encapsulation::" + type + "_IsValid\\(value\\)' failed";
-}
-
-TEST(HalSchemaDeathTest, EndsTheProcessOnAnInvalidVlanCapability) {
-  encapsulation::VlanMessage message;
-
-  EXPECT_DEATH(message.add_capabilities(static_cast<encapsulation::VlanCapabilities>(2)),
-               Assertion("VlanMessage::_internal_add_capabilities", "VlanCapabilities"));
-}
-
-TEST(HalSchemaDeathTest, EndsTheProcessOnAnInvalidActionFlag) {
-  encapsulation::HostMessage host;
-  encapsulation::MplsMessage mpls;
-
-  EXPECT_DEATH(host.add_flags(static_cast<encapsulation::ActionFlags>(3)),
-               Assertion("HostMessage::_internal_add_flags", "ActionFlags"));
-  EXPECT_DEATH(mpls.set_flag(static_cast<encapsulation::ActionFlags>(3)),
-               Assertion("MplsMessage::_internal_set_flag", "ActionFlags"));
-}
-
-TEST(HalSchemaDeathTest, EndsTheProcessOnAnInvalidMplsCapability) {
-  encapsulation::MplsMessage message;
-
-  EXPECT_DEATH(message.add_capabilities(static_cast<encapsulation::MplsCapabilities>(6)),
-               Assertion("MplsMessage::_internal_add_capabilities", "MplsCapabilities"));
-}
-
 // From a peer with a newer schema: the value is kept, but it is not a capability here.
 TEST(HalSchemaTest, KeepsAReceivedUnknownCapabilityAsAnUnknownField) {
   dest_mng::DestVlanMessage newer;  // Only its wire format is used: field 8 is a list of numbers.
