@@ -450,7 +450,8 @@ void Session::TakeTurn() {
 }
 
 void Session::AppendEntries() {
-  while (next_output_.size() < kReadingStep) {
+  const std::size_t end = next_output_.size() + kReadingStep;
+  while (next_output_.size() < end) {
     const auto entry = state_->tables.Next(&table_reading_->cursor);
     if (!entry) {
       AppendMessage(FrameType::kTableEnd, table_reading_->sequence, state_->Status());

@@ -126,6 +126,27 @@ TEST_F(ReadersTest, AreRefusedAboveTheLimit) {
   EXPECT_EQ(Reader()->ReceiveFrames(50'001).back().type, kTableEnd);
 }
 
+TEST_F(ReadersTest, ReadingsInOneWriteAreAnsweredOneAfterTheOther) {
+  constexpr std::uint32_t kEntries = 10;
+  // More than may be in progress at a time.
+  constexpr std::uint32_t kReadings = 100;
+  Fill(kEntries);
+  std::string readings;
+  for (std::uint32_t reading = 0; reading < kReadings; ++reading) {
+    readings += FrameBytes(kReadTables, reading);
+  }
+  RawClient reader(server_.path());
+  ASSERT_TRUE(reader.Greet());
+  ASSERT_TRUE(reader.Send(readings));
+  for (std::uint32_t reading = 0; reading < kReadings; ++reading) {
+    SCOPED_TRACE(reading);
+    const auto frames = reader.ReceiveFrames(kEntries + 1);
+    ASSERT_EQ(frames.size(), kEntries + 1);
+    for (const RawFrame& frame : frames) EXPECT_EQ(frame.sequence, reading);
+    EXPECT_EQ(frames.back().type, kTableEnd);
+  }
+}
+
 TEST_F(ReadersTest, SeeTheChangesThatAreMadeWhileTheyRead) {
   constexpr std::uint32_t kEntries = 20'000;
   Fill(kEntries);

@@ -350,6 +350,8 @@ TEST_F(ReadersMemoryTest, ReadingsInOneWriteTakeAlmostNone) {
   for (std::uint32_t reading = 0; reading < 6'000; ++reading) readings += FrameBytes(21, reading);
   EXPECT_TRUE(reader->Send(readings));
   EXPECT_LT(Growth(), 10 * 1024);
+  // It waits for its client and has not been closed.
+  EXPECT_EQ(reader->Receive()->type, 22);
 }
 
 TEST_F(ZuskuxHalTest, TablesNeedAServer) {
