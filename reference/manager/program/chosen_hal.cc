@@ -4,6 +4,8 @@
 #include <thread>
 #include <utility>
 
+#include "reference/manager/program/command_line.h"
+#include "reference/manager/program/standard_error.h"
 #include "reference/socket_client/server_contents.h"
 #include "reference/socket_client/socket_hal.h"
 #include "reference/wire/hal_name.h"
@@ -15,6 +17,10 @@ constexpr std::chrono::seconds kPatience{10};
 constexpr std::chrono::milliseconds kPause{1};
 
 }  // namespace
+
+HalChoice MakeHalChoice(const CommandLine& line) {
+  return {line.hal_socket, line.table_size, line.deadline, LogLine, line.take_over};
+}
 
 ChosenHal::ChosenHal(const HalChoice& choice)
     : socket_(choice.socket), name_(socket_ ? UnixHalName(*socket_) : std::string(kEmbeddedHal)) {

@@ -14,6 +14,8 @@
 
 namespace reference {
 
+struct CommandLine;
+
 struct HalChoice {
   /// Path of the server's socket; nothing for the embedded HAL.
   std::optional<std::string> socket;
@@ -27,6 +29,9 @@ struct HalChoice {
   bool take_over = false;
   std::function<void()> other_writer = nullptr;
 };
+
+/// The HAL that the command line chooses. Logs to standard error.
+HalChoice MakeHalChoice(const CommandLine& line);
 
 /// The HAL that the operator chose, embedded or behind a socket. Used on the manager's thread.
 class ChosenHal {

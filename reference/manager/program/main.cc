@@ -10,9 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "reference/manager/program/chosen_hal.h"
 #include "reference/manager/program/command_line.h"
+#include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/log_setup.h"
+#include "reference/manager/program/read_site.h"
 #include "reference/manager/program/run.h"
+#include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/plan.h"
 #include "reference/manager/views/status.h"
 #include "reference/text/printable.h"
@@ -33,7 +37,7 @@ int Finish() {
 }
 
 int Check(const std::string& path) {
-  const auto site = ReadSiteOrSay(path);
+  const auto site = ReadSiteOrLogMistakes(path);
   if (!site) return kExitFailed;
   const std::size_t objects = ObjectsOf(*site);
   std::cout << Printable(path) << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
@@ -51,7 +55,7 @@ int ShowStatus(const CommandLine& line) {
 }
 
 int ShowPlan(const CommandLine& line, const Site& site) {
-  const Plan plan = MakePlan(site, ChosenHal(HalChoiceOf(line)).ReadTables());
+  const Plan plan = MakePlan(site, ChosenHal(MakeHalChoice(line)).ReadTables());
   if (line.json) {
     WritePlanAsJson(plan, &std::cout);
   } else {
@@ -62,11 +66,11 @@ int ShowPlan(const CommandLine& line, const Site& site) {
 
 int RunWithSites(const CommandLine& line) {
   // A plan is the answer to a command, like the findings of --check.
-  if (!line.plan) Log().ShowTimes();
+  if (!line.plan) StandardError().ShowTimes();
   std::vector<Site> sites;
   bool readable = true;
   for (const std::string& path : line.sites) {
-    auto site = ReadSiteOrSay(path);
+    auto site = ReadSiteOrLogMistakes(path);
     if (site) {
       sites.push_back(std::move(*site));
     } else {
@@ -78,7 +82,7 @@ int RunWithSites(const CommandLine& line) {
   if (line.log_config) {
     library_log.emplace(*line.log_config);
   } else {
-    library_log.emplace(line.trace, &Log());
+    library_log.emplace(line.trace, &StandardError());
   }
   if (line.plan) return ShowPlan(line, sites.front());
   return RunManager(line, std::move(sites));
@@ -98,10 +102,10 @@ int Main(const std::vector<std::string>& arguments) {
     if (line.status) return ShowStatus(line);
     return line.check ? Check(*line.check) : RunWithSites(line);
   } catch (const UsageError& error) {
-    Log().Write(LogLevel::kError, error.what());
+    StandardError().Write(LogLevel::kError, error.what());
     return kExitUsage;
   } catch (const std::exception& error) {
-    Log().Write(LogLevel::kError, error.what());
+    StandardError().Write(LogLevel::kError, error.what());
     return kExitFailed;
   }
 }

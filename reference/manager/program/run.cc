@@ -16,17 +16,20 @@
 #include <sstream>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "reference/hal/message_text.h"
 #include "reference/manager/engine/manager.h"
+#include "reference/manager/program/chosen_hal.h"
+#include "reference/manager/program/command_line.h"
+#include "reference/manager/program/exit_status.h"
+#include "reference/manager/program/read_site.h"
+#include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/explain.h"
 #include "reference/manager/views/graph.h"
 #include "reference/manager/views/progress.h"
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
 #include "reference/record/recorder.h"
-#include "reference/site/site_reader.h"
 
 namespace reference {
 namespace {
@@ -54,7 +57,7 @@ class Run {
                         [this](std::uint64_t results) { GotResult(results); }}),
         hal_(Choice()) {
     if (!line.record) return;
-    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION, Say);
+    recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION, LogLine);
     hal_.connection()->Observe(&*recorder_);
   }
 
@@ -72,14 +75,14 @@ class Run {
     progress_.reset();
     status_server_.reset();
     if (!other_writer_) return Finish();
-    Say(LogLevel::kError, "another client programs the HAL " + hal_.name() +
-                              "; stop that one, or start with --take-over");
+    LogLine(LogLevel::kError, "another client programs the HAL " + hal_.name() +
+                                  "; stop that one, or start with --take-over");
     return kExitOtherWriter;
   }
 
  private:
   HalChoice Choice() {
-    HalChoice choice = HalChoiceOf(line_);
+    HalChoice choice = MakeHalChoice(line_);
     if (line_.stand_by) return choice;
     choice.other_writer = [this] {
       boost::asio::post(io_, [this] {
@@ -153,9 +156,9 @@ class Run {
 
   void SayStanding() const {
     if (manager_.settled()) {
-      Say(LogLevel::kInfo, "settled: " + StandingText());
+      LogLine(LogLevel::kInfo, "settled: " + StandingText());
     } else {
-      Say(LogLevel::kWarning, "NOT settled: " + StandingText());
+      LogLine(LogLevel::kWarning, "NOT settled: " + StandingText());
     }
   }
 
@@ -177,8 +180,8 @@ class Run {
   void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
     // The first one is the start.
     if (reinstalls_ == 1) return;
-    Say(LogLevel::kInfo,
-        "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
+    LogLine(LogLevel::kInfo,
+            "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
   }
 
   void GotResult(std::uint64_t results) {
@@ -187,16 +190,16 @@ class Run {
 
   void Restart() {
     if (hal_.embedded() == nullptr) {
-      Say(LogLevel::kWarning, "the HAL is a program of its own; restart zuskux-hal instead");
+      LogLine(LogLevel::kWarning, "the HAL is a program of its own; restart zuskux-hal instead");
       return;
     }
-    Say(LogLevel::kInfo, "restarting the HAL");
+    LogLine(LogLevel::kInfo, "restarting the HAL");
     restarting_ = true;
     hal_.embedded()->Restart();
   }
 
   void ShowProgress(const char* what) {
-    progress_.emplace(what, &Log());
+    progress_.emplace(what, &StandardError());
     progress_total_ = 0;
   }
 
@@ -237,12 +240,12 @@ class Run {
 
   void ReadAgain() {
     const std::string& path = line_.sites[applied_ - 1];
-    if (const auto site = ReadSiteOrSay(path)) {
-      Say(LogLevel::kInfo, "applying " + path);
+    if (const auto site = ReadSiteOrLogMistakes(path)) {
+      LogLine(LogLevel::kInfo, "applying " + path);
       Apply(*site);
     } else {
-      Say(LogLevel::kError,
-          "keeping the site as it was; correct " + path + " and send SIGHUP again");
+      LogLine(LogLevel::kError,
+              "keeping the site as it was; correct " + path + " and send SIGHUP again");
     }
   }
 
@@ -255,8 +258,8 @@ class Run {
     if (line_.explain) {
       const auto text = Explain(database, *line_.explain);
       if (!text) {
-        Say(LogLevel::kError,
-            "there is no " + KeyText(*line_.explain) + "; the table without --explain lists all");
+        LogLine(LogLevel::kError, "there is no " + KeyText(*line_.explain) +
+                                      "; the table without --explain lists all");
         return kExitUsage;
       }
       std::cout << *text;
@@ -310,27 +313,6 @@ class Run {
 };
 
 }  // namespace
-
-LogSink& Log() {
-  static LogSink sink("zuskux-manager");
-  return sink;
-}
-
-void Say(LogLevel level, const std::string& text) { Log().Write(level, text); }
-
-std::optional<Site> ReadSiteOrSay(const std::string& path) {
-  const Progress progress("reading " + path, &Log());
-  auto result = ReadSiteFile(path);
-  if (auto* const site = std::get_if<Site>(&result)) return std::move(*site);
-  for (const Diagnostic& mistake : std::get<std::vector<Diagnostic>>(result)) {
-    Log().WriteDiagnostic(LogLevel::kError, FormatDiagnostic(path, mistake));
-  }
-  return std::nullopt;
-}
-
-HalChoice HalChoiceOf(const CommandLine& line) {
-  return {line.hal_socket, line.table_size, line.deadline, Say, line.take_over};
-}
 
 int RunManager(const CommandLine& line, std::vector<Site> sites) {
   IgnoreWriteSignals();
