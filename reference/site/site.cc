@@ -34,6 +34,12 @@ auto Fields(const Site& site) {
 
 }  // namespace
 
+std::size_t CountObjects(const Site& site) {
+  std::size_t objects = 0;
+  ForEachList(site, [&objects](const auto& entries) { objects += entries.size(); });
+  return objects;
+}
+
 bool operator==(const SiteInterface& a, const SiteInterface& b) { return Fields(a) == Fields(b); }
 bool operator==(const SiteVrf& a, const SiteVrf& b) { return Fields(a) == Fields(b); }
 bool operator==(const SiteVlan& a, const SiteVlan& b) { return Fields(a) == Fields(b); }

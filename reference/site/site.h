@@ -2,6 +2,7 @@
 #define ZUSKUX_REFERENCE_SITE_SITE_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -97,6 +98,9 @@ void ForEachList(const Site& site, Use use) {
   use(site.ecmps);
   use(site.mpls);
 }
+
+/// The number of objects: VRFs and destinations.
+std::size_t CountObjects(const Site& site);
 
 // Equal if all fields are.
 bool operator==(const SiteInterface& a, const SiteInterface& b);

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <limits>
 #include <optional>
@@ -166,11 +168,27 @@ class SiteReader {
     ReadAll<site::SiteFile::kHostFieldNumber>(site.hosts, &SiteReader::Host);
     ReadAll<site::SiteFile::kMplsFieldNumber>(site.mpls, &SiteReader::Mpls);
     ReadAll<site::SiteFile::kEcmpFieldNumber>(site.ecmps, &SiteReader::Ecmp);
+    CheckCount(CountObjects(site));
     if (checker_.HasMistakes()) return checker_.TakeMistakes();
     return site;
   }
 
  private:
+  void CheckCount(std::size_t objects) {
+    if (!file_.has_object_count()) return;
+    const std::int64_t count = file_.object_count();
+    if (count >= 0 && static_cast<std::uint64_t>(count) == objects) return;
+    Place place;
+    if (places_ != nullptr) {
+      const auto* const field =
+          site::SiteFile::descriptor()->FindFieldByNumber(site::SiteFile::kObjectCountFieldNumber);
+      place = PlaceOf(*places_, *field);
+    }
+    checker_.Add(place, "object_count is " + std::to_string(count) + ", but the file has " +
+                            std::to_string(objects) + (objects == 1 ? " object" : " objects") +
+                            "; restore the missing ones or correct object_count");
+  }
+
   template <class Function>
   void ForEach(int kind, Function function) const {
     const auto* field = site::SiteFile::descriptor()->FindFieldByNumber(kind);

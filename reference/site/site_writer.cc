@@ -30,6 +30,7 @@ class SiteWriter {
   }
 
   std::string Write() {
+    text_ = "object_count: " + std::to_string(CountObjects(site_)) + '\n';
     WriteAll("interface", site_.interfaces);
     WriteAll("vrf", site_.vrfs);
     WriteAll("vlan", site_.vlans);

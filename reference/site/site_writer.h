@@ -7,8 +7,9 @@
 
 namespace reference {
 
-/// The text of a site file, one entry per line. `site` must be one that a site file can describe:
-/// its ids refer to its own objects. Reading the text gives an equal site.
+/// The text of a site file, which begins with its object_count, then one entry per line. `site`
+/// must be one that a site file can describe: its ids refer to its own objects. Reading the text
+/// gives an equal site.
 std::string WriteSite(const Site& site);
 
 }  // namespace reference

@@ -14,11 +14,6 @@
 namespace reference {
 namespace {
 
-std::size_t CountObjects(const Site& site) {
-  return site.vrfs.size() + site.vlans.size() + site.hosts.size() + site.mpls.size() +
-         site.ecmps.size();
-}
-
 std::size_t CountCircuits(const Site& site) {
   return static_cast<std::size_t>(
       std::count_if(site.mpls.begin(), site.mpls.end(),

@@ -148,6 +148,19 @@ TEST(SiteReaderTest, ReadsEveryFieldOfEcmpGroups) {
 
 TEST(SiteReaderTest, AnEmptyTextIsAnEmptySite) { EXPECT_EQ(SiteOf(ParseSite("")), Site()); }
 
+TEST(SiteReaderTest, TheObjectCountMustBeRight) {
+  const std::string objects =
+      "interface { name: \"eth0\" lim_id: 1 }\nvrf { id: 1 name: \"red\" vrf_id: 7 }\n"
+      "vlan { id: 10 name: \"a\" interface: \"eth0\" }\n";
+  EXPECT_EQ(CountObjects(SiteOf(ParseSite("object_count: 2\n" + objects))), 2U);
+  EXPECT_EQ(Mistakes(ParseSite("object_count: 3\n" + objects)),
+            "site.txtpb:1:1: object_count is 3, but the file has 2 objects; restore the missing "
+            "ones or correct object_count\n");
+  EXPECT_EQ(Mistakes(ParseSite("vrf { id: 1 name: \"red\" vrf_id: 7 }\nobject_count: -1\n")),
+            "site.txtpb:2:1: object_count is -1, but the file has 1 object; restore the missing "
+            "ones or correct object_count\n");
+}
+
 TEST(SiteReaderTest, InterfaceNumbersMayBeMissing) {
   EXPECT_THAT(SiteOf(ParseSite(R"(interface { name: "eth0" lim_id: 0 })")).interfaces,
               ElementsAre(SiteInterface{"eth0", 0, 0, 0}));
@@ -384,9 +397,10 @@ INSTANTIATE_TEST_SUITE_P(
         MistakeCase{
             "UnknownField", R"(vlan { id: 9 ^mtuu: 1500 })",
             R"(vlan has no field "mtuu"; use one of: id, name, interface, source_mac, vrf, mtu, capability, list_value)"},
-        MistakeCase{
-            "UnknownEntry", R"(^vlna { id: 9 })",
-            R"(a site file has no field "vlna"; use one of: interface, vrf, vlan, host, mpls, ecmp)"},
+        MistakeCase{"UnknownEntry", R"(^vlna { id: 9 })",
+                    "a site file has no field \"vlna\"; use one of: interface, vrf, vlan, host, "
+                    "mpls, ecmp, "
+                    "object_count"},
         MistakeCase{
             "TextForANumber", R"(vlan { id: ^"nine" })",
             R"(syntax error: Expected integer, got: "nine"; write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })"},

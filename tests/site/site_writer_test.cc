@@ -45,7 +45,8 @@ TEST(SiteWriterTest, WritesAnEntryPerLineWithNamesForIds) {
   site.ecmps = {{301, "to-core", {101, 201, 101}}, {302, "empty", {}}};
 
   const std::string text = WriteSite(site);
-  EXPECT_EQ(text, R"(interface { name: "eth0" lim_id: 16777217 type: 1 ifindex: 4 }
+  EXPECT_EQ(text, R"(object_count: 8
+interface { name: "eth0" lim_id: 16777217 type: 1 ifindex: 4 }
 vrf { id: 1 name: "blue" vrf_id: 10 }
 vlan { id: 10 name: "core-a" interface: "eth0" source_mac: "02:00:00:00:01:0a" vrf: 10 mtu: 1500 capability: "routed" list_value: "eth0.100" }
 vlan { id: 11 name: "Zürich \"2\"" interface: "eth0" }
@@ -58,7 +59,7 @@ ecmp { id: 302 name: "empty" }
   EXPECT_EQ(SiteOf(ParseSite(text)), site);
 }
 
-TEST(SiteWriterTest, AnEmptySiteIsAnEmptyText) { EXPECT_EQ(WriteSite(Site()), ""); }
+TEST(SiteWriterTest, AnEmptySiteHasACount) { EXPECT_EQ(WriteSite(Site()), "object_count: 0\n"); }
 
 }  // namespace
 }  // namespace reference

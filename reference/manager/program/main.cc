@@ -24,12 +24,6 @@
 namespace reference {
 namespace {
 
-std::size_t ObjectsOf(const Site& site) {
-  std::size_t objects = 0;
-  ForEachList(site, [&objects](const auto& entries) { objects += entries.size(); });
-  return objects;
-}
-
 int Finish() {
   std::cout.flush();
   if (!std::cout) throw std::runtime_error("cannot write to standard output");
@@ -39,7 +33,7 @@ int Finish() {
 int Check(const std::string& path) {
   const auto site = ReadSiteOrLogMistakes(path);
   if (!site) return kExitFailed;
-  const std::size_t objects = ObjectsOf(*site);
+  const std::size_t objects = CountObjects(*site);
   std::cout << Printable(path) << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
   return Finish();
 }
