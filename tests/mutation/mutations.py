@@ -18,6 +18,8 @@ ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "&": "|", "|": "&", "&&": 
 RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
            ("Success", "Error"), ("TraceLevel", "ErrorLevel"), ("db_id", "secondary_id", "vrf_id"),
            ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]
+SPECIAL = {"virtual", "static", "explicit", "operator", "override", "=", "~"}
+LOGS = {"ZUSKUX_TRACE": "ZUSKUX_LOG", "ZUSKUX_LOG": "ZUSKUX_TRACE"}
 
 
 @dataclass(frozen=True)
@@ -258,6 +260,34 @@ def virtual(source):
     for place, token in enumerate(source.tokens):
         if token.text == "virtual":
             yield token.start, source.tokens[place + 1].start, ""
+
+
+@operator
+def static(source):
+    """An operation that is not virtual made static."""
+    for one in source.classes:
+        for first, last in members(source, one):
+            words = [source.word(place) for place in range(first, last + 1)]
+            if ("(" in words[2:] and not SPECIAL & set(words)
+                    and words[-1] == ")"):
+                start = source.tokens[first].start
+                yield start, start, "static "
+
+
+@operator
+def logging(source):
+    """A trace that is written at any level; a line that is written at the trace level only."""
+    for token in code(source):
+        if token.text in LOGS:
+            yield token.start, token.end, LOGS[token.text]
+
+
+@operator
+def setter(source):
+    """A value added to a repeated field past the setter, which checks it."""
+    for token in code(source):
+        if added := re.fullmatch(r"add_(\w+)", token.text):
+            yield token.start, token.end, f"mutable_{added[1]}()->Add"
 
 
 @operator

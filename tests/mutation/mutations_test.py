@@ -113,6 +113,21 @@ class MutationsTest(unittest.TestCase):
     def test_virtual(self):
         self.check("virtual", "class A { virtual ~A(); };", "class A { ~A(); };")
 
+    def test_static(self):
+        self.check("static",
+                   "class A {\n A();\n virtual int F();\n int G(int a);\n int H() const;\n int b;\n};",
+                   "class A {\n A();\n virtual int F();\n static int G(int a);\n int H() const;\n"
+                   " int b;\n};")
+
+    def test_logging(self):
+        self.check_body("logging", 'ZUSKUX_TRACE(kSite, "a"); ZUSKUX_LOG(kSite, "b");',
+                        'ZUSKUX_LOG(kSite, "a"); ZUSKUX_LOG(kSite, "b");',
+                        'ZUSKUX_TRACE(kSite, "a"); ZUSKUX_TRACE(kSite, "b");')
+
+    def test_setter(self):
+        self.check_body("setter", "m->add_flags(1); m->set_id(2);",
+                        "m->mutable_flags()->Add(1); m->set_id(2);")
+
     def test_layout(self):
         self.check("layout", "class A : public B, public C {};", "class A : public C, public B {};")
         self.check("layout", "class A { int a_; char b_; void F(); };",
