@@ -210,11 +210,14 @@ INSTANTIATE_TEST_SUITE_P(
                     FormatCase{"Text", "%m", "the text"}, FormatCase{"NewLine", "%n", "\n"},
                     FormatCase{"Adjacent", "(%c:%F:%L) - %m%n",
                                "(zuskux:src/dest_vlan/hai/hai_dest_vlan:42) - the text\n"},
-                    FormatCase{"Padded", "[%-12V]", "[HAL_ERROR   ]"},
-                    FormatCase{"PaddedNumber", "[%-5L]", "[42   ]"},
-                    FormatCase{"WidthExceeded", "[%-5V]", "[HAL_ERROR]"},
-                    FormatCase{"WidthOfThreeDigits", "%-100L|", "42" + std::string(98, ' ') + '|'}),
+                    FormatCase{"WidthReached", "[%-9V]", "[HAL_ERROR]"}),
     [](const auto& test) { return test.param.name; });
+
+TEST_F(ZlogTest, PadsTheLevelToNineCharacters) {
+  ASSERT_EQ(zlog_init(LogConfig("[%-9V]").c_str()), 0);
+  Log(zlog_get_category("zuskux"), kInfo, "text");
+  EXPECT_EQ(ReadLog(), "[INFO     ]");
+}
 
 TEST_F(ZlogTest, ShowsTheLocalTimeOfTheCall) {
   const TimeZone zone("TST-5:30");
