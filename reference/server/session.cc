@@ -64,17 +64,18 @@ std::size_t EntryCount(const HalTables& tables) {
   return count;
 }
 
-// Describes what makes a frame invalid after the hello.
-std::optional<std::string> MistakeIn(const FrameSplitter::Frame& frame) {
+// Throws `ProtocolError` for a frame that is invalid after the hello.
+void CheckFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
-  if (IsRequest(type)) return std::nullopt;
+  if (IsRequest(type)) return;
   if (type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
       type != FrameType::kHeartbeat && type != FrameType::kReadTables) {
-    return "unexpected frame of type " + std::to_string(static_cast<int>(type));
+    throw ProtocolError("unexpected frame of type " + std::to_string(static_cast<int>(type)));
   }
-  if (frame.payload.empty()) return std::nullopt;
-  return "frame of type " + std::to_string(static_cast<int>(type)) + " with a payload of " +
-         std::to_string(frame.payload.size()) + " bytes, which has none";
+  if (frame.payload.empty()) return;
+  throw ProtocolError("frame of type " + std::to_string(static_cast<int>(type)) +
+                      " with a payload of " + std::to_string(frame.payload.size()) +
+                      " bytes, which has none");
 }
 
 }  // namespace
@@ -243,22 +244,23 @@ void Session::OnWritten(const ErrorCode& error) {
 std::size_t Session::Unsent() const { return output_.size() + next_output_.size() + late_.bytes(); }
 
 void Session::HandleFrames() {
-  // Frames after a table reading wait for its end.
-  while (socket_.is_open() && !closing_ && !table_reading_) {
-    const auto frame = splitter_.Next();
-    if (!frame) {
-      if (!splitter_.error().empty()) Refuse(splitter_.error());
-      return;
+  try {
+    // Frames after a table reading wait for its end.
+    while (socket_.is_open() && !closing_ && !table_reading_) {
+      const auto frame = splitter_.Next();
+      if (!frame) return;
+      unhandled_ -= frame->whole.size();
+      Handle(*frame);
     }
-    unhandled_ -= frame->whole.size();
-    Handle(*frame);
+  } catch (const ProtocolError& error) {
+    Refuse(error.what());
   }
 }
 
 void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
-  if (const auto mistake = MistakeIn(frame)) return Refuse(*mistake);
+  CheckFrame(frame);
   const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
   // A client of minor version 0 does not announce in its hello that it writes.
   if ((IsRequest(type) || marks) && !BecomeWriter(false)) return;
@@ -277,17 +279,17 @@ void Session::Handle(const FrameSplitter::Frame& frame) {
 
 void Session::OnHello(const FrameSplitter::Frame& frame) {
   if (frame.header.type != FrameType::kHello) {
-    return Refuse("the first frame is of type " +
-                  std::to_string(static_cast<int>(frame.header.type)) + ", no hello");
+    throw ProtocolError("the first frame is of type " +
+                        std::to_string(static_cast<int>(frame.header.type)) + ", no hello");
   }
   wire::Hello theirs;
   if (!theirs.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
-    return Refuse("its hello does not decode");
+    throw ProtocolError("its hello does not decode");
   }
   if (theirs.protocol_version() != kProtocolVersion) {
-    return Refuse("the client speaks protocol version " +
-                  std::to_string(theirs.protocol_version()) + ", the server version " +
-                  std::to_string(kProtocolVersion));
+    throw ProtocolError("the client speaks protocol version " +
+                        std::to_string(theirs.protocol_version()) + ", the server version " +
+                        std::to_string(kProtocolVersion));
   }
   program_ = Quote(theirs.program(), kMaxName);
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;

@@ -46,7 +46,8 @@ void ReinstallCheck::Acknowledge(std::uint32_t reinstall, const HalRequest& requ
   }
 }
 
-std::string ReinstallCheck::End(std::uint32_t reinstall, const wire::TableSummary& summary) {
+std::optional<std::string> ReinstallCheck::End(std::uint32_t reinstall,
+                                               const wire::TableSummary& summary) {
   if (reinstall != reinstall_) Clear();
   std::string differences;
   for (const HalKind kind : kAllHalKinds) {
@@ -58,6 +59,7 @@ std::string ReinstallCheck::End(std::uint32_t reinstall, const wire::TableSummar
     differences += DifferenceText(name, here, there);
   }
   Clear();
+  if (differences.empty()) return std::nullopt;
   return differences;
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -21,8 +22,8 @@ class ReinstallCheck {
   void Acknowledge(std::uint32_t reinstall, const HalRequest& request, std::uint64_t hash);
 
   /// The differences between reinstall `reinstall` and the server: "vlan 8 here, 7 there; host 40
-  /// with other content". Empty if there are none. Forgets the reinstall.
-  std::string End(std::uint32_t reinstall, const wire::TableSummary& summary);
+  /// with other content". Nothing if there are none. Forgets the reinstall.
+  std::optional<std::string> End(std::uint32_t reinstall, const wire::TableSummary& summary);
 
   /// Forgets everything.
   void Clear();

@@ -7,6 +7,7 @@
 #include <boost/system/system_error.hpp>
 #include <chrono>
 #include <initializer_list>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -54,12 +55,8 @@ class Conversation {
   // Returns the next frame, which must be of an expected type. Valid until the next call.
   FrameSplitter::Frame Receive(std::initializer_list<FrameType> awaited) {
     stream_.expires_after(limits_.silence);
-    auto frame = splitter_.Next();
-    while (!frame) {
-      if (!splitter_.error().empty()) Fail("its answer is no frame: " + splitter_.error());
-      ReadSome();
-      frame = splitter_.Next();
-    }
+    auto frame = NextFrame();
+    for (; !frame; frame = NextFrame()) ReadSome();
     Count(*frame);
     if (frame->header.type == FrameType::kGoodbye) {
       Fail("it says " + Printable(frame->payload, kMaxForeignText));
@@ -85,6 +82,14 @@ class Conversation {
   }
 
  private:
+  std::optional<FrameSplitter::Frame> NextFrame() {
+    try {
+      return splitter_.Next();
+    } catch (const ProtocolError& error) {
+      Fail(std::string("its answer is no frame: ") + error.what());
+    }
+  }
+
   void Count(const FrameSplitter::Frame& frame) {
     bytes_ += frame.whole.size();
     if (frame.header.type == FrameType::kTableEntry) ++entries_;

@@ -11,6 +11,8 @@
 #include <boost/asio/write.hpp>
 #include <iomanip>
 #include <sstream>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -55,6 +57,12 @@ std::string HelloFrame(const std::string& program, bool take_over) {
   AppendFrame(FrameType::kHello, 0, hello.SerializeAsString(), &frame);
   return frame;
 }
+
+/// The connection cannot go on; the text is for the log.
+class ConnectionEnd : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 /// One connection, or an attempt at one. Shared with its operations in flight, so that their
 /// buffers outlive a dropped connection.
@@ -123,12 +131,11 @@ class SocketHal::Connection {
   void ScheduleHeartbeat(const SessionPtr& session);
   void CheckHeartbeat(const SessionPtr& session);
 
-  /// Returns what is wrong with the frame; empty if it is valid.
-  std::string OnFrame(const FrameSplitter::Frame& frame);
-  std::string OnGoodbye(const FrameSplitter::Frame& frame);
-  std::string OnHello(std::string_view payload);
-  std::string OnResult(const FrameSplitter::Frame& frame);
-  std::string OnInSync(const FrameSplitter::Frame& frame);
+  // Each throws `ConnectionEnd` if the connection cannot go on after the frame.
+  void OnFrame(const FrameSplitter::Frame& frame);
+  void OnHello(std::string_view payload);
+  void OnResult(const FrameSplitter::Frame& frame);
+  void OnInSync(const FrameSplitter::Frame& frame);
 
   void ReportServerFound();
   void ReportReinstallEnded(bool in_sync);
@@ -319,18 +326,17 @@ void SocketHal::Connection::HandleBytes(const SessionPtr& session, std::size_t s
   read_at_ = Clock::now();
   session->heard = true;
   session->splitter.Feed({session->incoming.data(), size});
-  while (const auto frame = session->splitter.Next()) {
-    const std::string wrong = OnFrame(*frame);
-    if (stopping_) return;
-    if (wrong.empty()) continue;
-    Reconnect(wrong);
-    return;
+  try {
+    while (const auto frame = session->splitter.Next()) {
+      OnFrame(*frame);
+      if (stopping_) return;
+    }
+    ReportRoom();
+  } catch (const ConnectionEnd& end) {
+    if (!stopping_) Reconnect(end.what());
+  } catch (const ProtocolError& error) {
+    Reconnect(std::string("HAL server closed, it sent no valid frame: ") + error.what());
   }
-  if (!session->splitter.error().empty()) {
-    Reconnect("HAL server closed, it sent no valid frame: " + session->splitter.error());
-    return;
-  }
-  ReportRoom();
 }
 
 void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
@@ -424,13 +430,18 @@ void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
   ScheduleHeartbeat(session);
 }
 
-std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
+void SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
-  if (type == FrameType::kGoodbye) return OnGoodbye(frame);
+  if (type == FrameType::kGoodbye) {
+    const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
+    session_->other_writer =
+        reason == GoodbyeReason::kOtherWriter || reason == GoodbyeReason::kTakenOver;
+    throw ConnectionEnd("HAL server says goodbye: " + Printable(frame.payload, kMaxForeignText));
+  }
   if (!session_->greeted) {
     if (type == FrameType::kHello) return OnHello(frame.payload);
-    return "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
-           " before its hello";
+    throw ConnectionEnd("HAL server closed, it sent frame type " +
+                        std::to_string(static_cast<int>(type)) + " before its hello");
   }
   session_->useful = true;
   switch (type) {
@@ -439,31 +450,25 @@ std::string SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
     case FrameType::kInSync:
       return OnInSync(frame);
     case FrameType::kHeartbeat:
-      return frame.payload.empty() ? "" : "HAL server closed, it sent a heartbeat with a payload";
+      if (frame.payload.empty()) return;
+      throw ConnectionEnd("HAL server closed, it sent a heartbeat with a payload");
     default:
       session_->useful = false;
-      return "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
-             (type == FrameType::kHello ? ", a second hello"
-                                        : ", which is not the server's to send");
+      throw ConnectionEnd(
+          "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
+          (type == FrameType::kHello ? ", a second hello" : ", which is not the server's to send"));
   }
 }
 
-std::string SocketHal::Connection::OnGoodbye(const FrameSplitter::Frame& frame) {
-  const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
-  session_->other_writer =
-      reason == GoodbyeReason::kOtherWriter || reason == GoodbyeReason::kTakenOver;
-  return "HAL server says goodbye: " + Printable(frame.payload, kMaxForeignText);
-}
-
-std::string SocketHal::Connection::OnHello(std::string_view payload) {
+void SocketHal::Connection::OnHello(std::string_view payload) {
   wire::Hello hello;
   if (!hello.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
-    return "HAL server closed, its hello does not decode";
+    throw ConnectionEnd("HAL server closed, its hello does not decode");
   }
   if (hello.protocol_version() != kProtocolVersion) {
-    return "HAL server closed, it speaks protocol version " +
-           std::to_string(hello.protocol_version()) + " and this client version " +
-           std::to_string(kProtocolVersion) + ": update the older one";
+    throw ConnectionEnd("HAL server closed, it speaks protocol version " +
+                        std::to_string(hello.protocol_version()) + " and this client version " +
+                        std::to_string(kProtocolVersion) + ": update the older one");
   }
   session_->greeted = true;
   // Otherwise, two clients would take over from each other forever.
@@ -479,28 +484,29 @@ std::string SocketHal::Connection::OnHello(std::string_view payload) {
   ReportServerFound();
   if (!session_->writing) AllowHostWrites(session_);
   EndOverdue();
-  return {};
 }
 
-std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
+void SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
   const auto result = ParseResult(frame.payload);
   if (!result) {
-    return "HAL server closed, it sent a result of " + std::to_string(frame.payload.size()) +
-           " bytes";
+    throw ConnectionEnd("HAL server closed, it sent a result of " +
+                        std::to_string(frame.payload.size()) + " bytes");
   }
   const auto answered = queue_->TakeAnswered(frame.header.sequence, read_at_, result->hal_time);
-  if (!answered) return {};
+  if (!answered) return;
   const HalRequest& request = answered->request;
   if (result->id != request.id) {
     if (!answered->expired) Report(request, kHalServerLost);
-    return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
-           std::to_string(request.id) + " with a result for " + std::to_string(result->id);
+    throw ConnectionEnd(
+        "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
+        std::to_string(request.id) + " with a result for " + std::to_string(result->id));
   }
   if (!IsHalCode(result->code)) {
     if (!answered->expired) Report(request, kHalServerLost);
-    return "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
-           std::to_string(request.id) + " with code " +
-           std::to_string(static_cast<std::uint32_t>(result->code)) + ", which is the client's";
+    throw ConnectionEnd(
+        "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
+        std::to_string(request.id) + " with code " +
+        std::to_string(static_cast<std::uint32_t>(result->code)) + ", which is the client's");
   }
   const bool is_vrf = !HasResult(request.operation);
   if (is_vrf && result->code != kHalSuccess) {
@@ -513,35 +519,34 @@ std::string SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
     reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
   }
   if (!answered->expired) Report(request, result->code);
-  return {};
 }
 
-std::string SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
+void SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
   wire::TableSummary summary;
   if (!summary.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
-    return "HAL server closed, its table summary does not decode";
+    throw ConnectionEnd("HAL server closed, its table summary does not decode");
   }
   const auto reinstall = queue_->TakeEndedReinstall(frame.header.sequence);
-  if (!reinstall || reinstall->number == 0) return {};
+  if (!reinstall || reinstall->number == 0) return;
 
-  const std::string differences = reinstall_check_.End(reinstall->number, summary);
-  if (differences.empty()) {
+  const auto differences = reinstall_check_.End(reinstall->number, summary);
+  if (!differences) {
     repeated_reinstalls_ = 0;
     const auto time =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - reinstall->begin);
     Log(LogLevel::kInfo, "in sync after " + Text(time) + ": " + SummaryText(summary));
     ReportReinstallEnded(true);
-    return {};
+    return;
   }
   const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
-  Log(LogLevel::kError, "NOT in sync: " + differences + (again ? "; reinstalling" : "; giving up"));
+  Log(LogLevel::kError,
+      "NOT in sync: " + *differences + (again ? "; reinstalling" : "; giving up"));
   if (!again) {
     ReportReinstallEnded(false);
-    return {};
+    return;
   }
   ++repeated_reinstalls_;
   ReportServerFound();
-  return {};
 }
 
 void SocketHal::Connection::ReportReinstallEnded(bool in_sync) {

@@ -98,7 +98,7 @@ std::optional<ResultPayload> ParseResult(std::string_view payload) {
 FrameSplitter::FrameSplitter(std::size_t max_payload) : max_payload_(max_payload) {}
 
 void FrameSplitter::Feed(std::string_view bytes) {
-  if (!error_.empty()) return;
+  if (invalid_) return;
   // Once `Next` returns nothing, less than a frame is left, so each byte moves at most once.
   buffer_.erase(0, consumed_);
   consumed_ = 0;
@@ -107,19 +107,19 @@ void FrameSplitter::Feed(std::string_view bytes) {
 
 std::optional<FrameSplitter::Frame> FrameSplitter::Next() {
   const std::string_view rest = std::string_view{buffer_}.substr(consumed_);
-  if (!error_.empty() || rest.size() < kFrameHeaderSize) return std::nullopt;
+  if (rest.size() < kFrameHeaderSize) return std::nullopt;
 
   const std::uint32_t word = NumberAt(rest, 0);
   const std::uint32_t size = NumberAt(rest, kNumberSize);
   const auto type = static_cast<std::uint8_t>(word >> kTypeShift);
   if (!IsFrameType(type)) {
-    error_ = "unknown frame type " + std::to_string(type);
-    return std::nullopt;
+    invalid_ = true;
+    throw ProtocolError("unknown frame type " + std::to_string(type));
   }
   if (size > max_payload_) {
-    error_ = "payload of " + std::to_string(size) + " bytes is longer than the limit of " +
-             std::to_string(max_payload_);
-    return std::nullopt;
+    invalid_ = true;
+    throw ProtocolError("payload of " + std::to_string(size) +
+                        " bytes is longer than the limit of " + std::to_string(max_payload_));
   }
   if (rest.size() - kFrameHeaderSize < size) return std::nullopt;
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -89,12 +90,17 @@ void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::stri
 /// Parses the payload of a `kResult` frame; nothing if its size is wrong.
 std::optional<ResultPayload> ParseResult(std::string_view payload);
 
+/// What the peer sent breaks the protocol; close the connection.
+class ProtocolError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// Splits a byte stream into frames without copying them. The longest allowed frame bounds the
 /// memory, because the length is checked before anything is stored.
 ///
 ///     splitter.Feed(bytes);                      // what a read returned
 ///     while (auto frame = splitter.Next()) ...   // views, valid until the next Feed
-///     if (!splitter.error().empty()) ...         // not a valid stream; close the connection
 class FrameSplitter {
  public:
   struct Frame {
@@ -106,17 +112,17 @@ class FrameSplitter {
 
   explicit FrameSplitter(std::size_t max_payload);
 
+  /// Ignores the bytes once `Next` has thrown.
   void Feed(std::string_view bytes);
-  /// The next whole frame; nothing if more bytes are needed, or after an error.
+  /// The next whole frame; nothing if more bytes are needed. Throws `ProtocolError` if the stream
+  /// is invalid from here on, and again at each later call.
   std::optional<Frame> Next();
-  /// What made the stream invalid; empty while it is valid.
-  const std::string& error() const { return error_; }
 
  private:
   std::size_t max_payload_;
   std::string buffer_;
   std::size_t consumed_ = 0;
-  std::string error_;
+  bool invalid_ = false;
 };
 
 }  // namespace reference

@@ -64,12 +64,15 @@ Frames Split(std::string_view stream, std::size_t max_payload, std::size_t read_
     const std::string read(stream.substr(0, read_size));
     stream.remove_prefix(read.size());
     splitter.Feed(read);
-    while (const auto frame = splitter.Next()) {
-      CheckFrame(*frame);
-      frames.whole.emplace_back(frame->whole);
+    try {
+      while (const auto frame = splitter.Next()) {
+        CheckFrame(*frame);
+        frames.whole.emplace_back(frame->whole);
+      }
+    } catch (const reference::ProtocolError&) {
+      frames.valid = false;
     }
   }
-  frames.valid = splitter.error().empty();
   return frames;
 }
 

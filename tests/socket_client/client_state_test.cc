@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -321,7 +322,7 @@ TEST(ReinstallCheckTest, AgreesWithTheTables) {
     ASSERT_EQ(tables.Apply(request), kHalSuccess);
     Acknowledge(&check, 1, request);
   }
-  EXPECT_EQ(check.End(1, Summary(tables)), "");
+  EXPECT_EQ(check.End(1, Summary(tables)), std::nullopt);
 }
 
 TEST(ReinstallCheckTest, NamesWhatDiffers) {
@@ -337,12 +338,12 @@ TEST(ReinstallCheckTest, AReinstallStartsOver) {
   HalTables tables(10);
   ReinstallCheck check;
   Acknowledge(&check, 1, Vrf(HalOperation::kInstallVrf, 1));
-  EXPECT_EQ(check.End(2, Summary(tables)), "") << "nothing of the second one";
+  EXPECT_EQ(check.End(2, Summary(tables)), std::nullopt) << "nothing of the second one";
   Acknowledge(&check, 3, Vrf(HalOperation::kInstallVrf, 1));
   Acknowledge(&check, 4, Vrf(HalOperation::kInstallVrf, 2));
   Acknowledge(&check, 3, Vrf(HalOperation::kInstallVrf, 3));
   ASSERT_EQ(tables.Apply(Vrf(HalOperation::kInstallVrf, 2)), kHalSuccess);
-  EXPECT_EQ(check.End(4, Summary(tables)), "");
+  EXPECT_EQ(check.End(4, Summary(tables)), std::nullopt);
 }
 
 TEST(ReinstallCheckTest, TextOfASummary) {
