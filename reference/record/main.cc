@@ -1,7 +1,5 @@
 // zuskux-record: shows, replays and compares recordings of the requests to a HAL.
 
-#include <google/protobuf/stubs/logging.h>
-
 #include <boost/program_options.hpp>
 #include <cerrno>
 #include <exception>
@@ -23,6 +21,7 @@
 #include "reference/record/show.h"
 #include "reference/record/steps.h"
 #include "reference/socket_client/socket_hal.h"
+#include "reference/text/protobuf_log.h"
 #include "reference/wire/hal_name.h"
 
 namespace {
@@ -221,7 +220,7 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   // Our own line reports what does not decode.
-  google::protobuf::SetLogHandler(nullptr);
+  reference::SilenceProtobufLog();
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {

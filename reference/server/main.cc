@@ -1,6 +1,5 @@
 // zuskux-hal: the HAL server. With "tables", shows what a running one holds.
 
-#include <google/protobuf/stubs/logging.h>
 #include <unistd.h>
 
 #include <boost/asio/io_context.hpp>
@@ -25,6 +24,7 @@
 #include "reference/server/tables_command.h"
 #include "reference/socket_client/server_contents.h"
 #include "reference/text/hex.h"
+#include "reference/text/protobuf_log.h"
 #include "reference/wire/unix_listener.h"
 
 namespace {
@@ -224,7 +224,7 @@ int Run(const po::variables_map& values) {
 
 int main(int argc, char** argv) {
   // The server, not the parser, reports what a client sends.
-  google::protobuf::SetLogHandler(nullptr);
+  reference::SilenceProtobufLog();
   try {
     return Run(ParseCommandLine(argc, argv));
   } catch (const UsageError& error) {

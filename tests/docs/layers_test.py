@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that the rooms of the tree include headers in one direction only.
+"""Checks that the rooms of the tree include headers in one direction only, and that nothing
+includes protobuf's internal headers, which later releases do not have.
 
     layers_test.py FOLDER
 
@@ -33,6 +34,7 @@ SEES = {
                                   "reference/socket_client", "reference/support",
                                   "reference/text", "reference/wire"} | LIBRARY,
 }
+PROTOBUF_INTERNAL = "#include <google/protobuf/stubs/"
 INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
 
 
@@ -59,6 +61,10 @@ def main(root):
             # A generated header has no folder.
             if other not in {None, room} | SEES[room]:
                 wrong.append(f"{name}: {room} must not include {included}")
+    for folder in ("src", "include", "platform", "reference", "examples", "benchmarks", "tests"):
+        for path in sorted((root / folder).rglob("*")):
+            if path.suffix in (".h", ".cc") and PROTOBUF_INTERNAL in path.read_text():
+                wrong.append(f"{path.relative_to(root)}: must not include google/protobuf/stubs/")
     for line in wrong:
         print(line)
     if files < 100:

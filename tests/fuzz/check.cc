@@ -1,15 +1,13 @@
-#include <google/protobuf/stubs/logging.h>
-
 #include <cstdio>
 #include <cstdlib>
 
+#include "reference/text/protobuf_log.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
 
 // Protobuf would print millions of parse errors on stderr.
-[[maybe_unused]] google::protobuf::LogHandler* const previous =
-    google::protobuf::SetLogHandler(nullptr);
+[[maybe_unused]] const bool silenced = (reference::SilenceProtobufLog(), true);
 
 }  // namespace
 

@@ -1,7 +1,7 @@
 #include "reference/record/recording_reader.h"
+#include "reference/text/protobuf_log.h"
 
 #include <gmock/gmock.h>
-#include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -98,7 +98,7 @@ TEST(RecordingReader, RefusesArbitraryBytes) {
 TEST(RecordingReader, ReadsOrRefusesDamagedRecordings) {
   const std::string whole = RecordingBytes(TestHeader(), SampleEntries());
   const std::size_t header_size = Delimited(TestHeader()).size();
-  const google::protobuf::LogSilencer silencer;
+  SilenceProtobufLog();
   std::mt19937 random(2);
   int read = 0;
   int refused = 0;

@@ -1,7 +1,6 @@
 #include "reference/record/show.h"
 
 #include <gmock/gmock.h>
-#include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -14,6 +13,7 @@
 #include "interface_ids/interface_table.h"
 #include "reference/hal/hal_request.h"
 #include "reference/record/recorder.h"
+#include "reference/text/protobuf_log.h"
 #include "tests/hal/messages.h"
 #include "tests/record/recordings.h"
 #include "zuskux/vlan_encapsulation_message.h"
@@ -231,7 +231,7 @@ TEST_F(Show, SurvivesDamagedRecordings) {
                                     RequestEntry(1, HalOperation::kInstallVlan, VlanWithColour()),
                                     RequestEntry(2, HalOperation::kInstallMpls, MplsOn(1, 2, 3)),
                                     ResultEntry(2, HalOperation::kInstallMpls, 1, kHalSuccess)});
-  const google::protobuf::LogSilencer silencer;
+  SilenceProtobufLog();
   std::mt19937 random(3);
   int shown = 0;
   for (int round = 0; round < 5'000; ++round) {
