@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
@@ -279,10 +281,55 @@ TEST(ManagerProgramTest, WritesAGraph) {
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--graph", graph});
   EXPECT_EQ(run.status, 0);
   EXPECT_TRUE(Contains(ReadText(graph), "\"host:20\" -> \"vlan:11\";"));
-  const Outcome nowhere =
-      RunManager({files.File("site"), "--graph", files.File("missing/graph.dot")});
-  EXPECT_EQ(nowhere.status, 1);
-  EXPECT_TRUE(Contains(nowhere.err, "zuskux-manager: cannot write ")) << nowhere.err;
+}
+
+TEST(ManagerProgramTest, OpensItsOutputFilesBeforeItProgramsTheHal) {
+  const ScratchDirectory files{};
+  const std::string site = files.Write("site", kTwoVlans);
+  for (const char* const option : {"--graph", "--dump-hal", "--record"}) {
+    const std::string path = files.File("missing/file.dot");
+    const Outcome run = RunManager({site, "--trace", option, path});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+    // No trace line: nothing was sent.
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    EXPECT_TRUE(Contains(run.err, path + ": No such file or directory")) << run.err;
+  }
+}
+
+// A fake `dot`, which fails on every graph, in the folder; empty for none.
+Outcome RunWithDot(const ScratchDirectory& files, const std::string& dot) {
+  const std::string site = files.Write("site", kTwoVlans);
+  const std::string folder = files.File("bin");
+  std::filesystem::create_directory(folder);
+  if (!dot.empty()) {
+    std::filesystem::permissions(files.Write("bin/dot", dot), std::filesystem::perms::owner_all);
+  }
+  return Execute({"/bin/bash", "-c",
+                  "PATH=" + folder + " exec " ZUSKUX_MANAGER " " + site + " --trace --graph " +
+                      files.File("site.svg")});
+}
+
+TEST(ManagerProgramTest, LooksForDotBeforeItProgramsTheHal) {
+  const ScratchDirectory files{};
+  const Outcome run = RunWithDot(files, "");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "zuskux-manager: cannot draw the graph: dot is missing; install the package graphviz "
+            "or write a .dot file\n");
+}
+
+TEST(ManagerProgramTest, AFailedDrawingStillShowsTheTableAndLeavesNoFile) {
+  const ScratchDirectory files{};
+  const Outcome run = RunWithDot(files, "#!/bin/sh\nexit 1\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(LastLine(run.out), "4 objects: 3 installed, 1 sent");
+  EXPECT_EQ(LastLine(run.err),
+            "zuskux-manager: cannot draw the graph: dot failed; write a .dot file to see its "
+            "input");
+  const std::filesystem::directory_iterator left(files.File(""));
+  EXPECT_EQ(std::distance(begin(left), end(left)), 2) << "besides the site and bin/";
 }
 
 TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {

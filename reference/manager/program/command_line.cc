@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "reference/manager/views/explain.h"
-#include "reference/manager/views/graph.h"
+#include "reference/manager/views/graph_file.h"
 #include "reference/wire/hal_name.h"
 #include "reference/wire/unix_listener.h"
 
@@ -77,7 +77,7 @@ ObjectKey ReadKey(const std::string& text) {
 }
 
 void CheckGraph(const std::string& path) {
-  if (!IsGraphFileName(path)) {
+  if (!GraphFile::IsName(path)) {
     throw UsageError("--graph " + path + " is of no known format; use a name in .svg, .dot or .gv");
   }
 }

@@ -10,7 +10,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
+#include <functional>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
@@ -26,10 +26,12 @@
 #include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/explain.h"
 #include "reference/manager/views/graph.h"
+#include "reference/manager/views/graph_file.h"
 #include "reference/manager/views/progress.h"
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
 #include "reference/record/recorder.h"
+#include "reference/text/output_file.h"
 
 namespace reference {
 namespace {
@@ -56,6 +58,8 @@ class Run {
                         [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
                         [this](std::uint64_t results) { GotResult(results); }}),
         hal_(Choice()) {
+    if (line.graph) graph_.emplace(*line.graph);
+    if (line.dump_hal && *line.dump_hal != "-") dump_.emplace(*line.dump_hal);
     if (!line.record) return;
     recorder_.emplace(*line.record, "zuskux-manager " ZUSKUX_VERSION, LogLine);
     hal_.connection()->Observe(&*recorder_);
@@ -253,8 +257,8 @@ class Run {
     const DestDatabase& database = manager_.database();
     // A manager that was stopped may have left anything unfinished.
     if (!line_.stay) hal_.AwaitEnd();
-    if (line_.dump_hal) Dump();
-    if (line_.graph) WriteGraph(database, *line_.graph);
+    bool written = WriteOutput([this] { Dump(); });
+    written &= WriteOutput([this] { Draw(); });
     if (line_.explain) {
       const auto text = Explain(database, *line_.explain);
       if (!text) {
@@ -271,20 +275,36 @@ class Run {
     std::cout.flush();
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
     if (!manager_.in_sync()) SayStanding();
+    if (!written) return kExitFailed;
     if (!manager_.settled()) return kExitIncomplete;
     return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
 
+  // Whether `write` succeeded. If not, the operator still gets the table.
+  static bool WriteOutput(const std::function<void()>& write) {
+    try {
+      write();
+    } catch (const std::exception& error) {
+      LogLine(LogLevel::kError, error.what());
+      return false;
+    }
+    return true;
+  }
+
   void Dump() {
+    if (!line_.dump_hal) return;
     const TableEntries entries = hal_.ReadTables();
-    if (*line_.dump_hal == "-") {
+    if (!dump_) {
       DumpEntries(entries, &std::cout);
       return;
     }
-    std::ofstream file(*line_.dump_hal);
-    DumpEntries(entries, &file);
-    file.close();
-    if (!file) throw std::runtime_error("cannot write " + *line_.dump_hal);
+    std::ostringstream text;
+    DumpEntries(entries, &text);
+    dump_->Write(text.str());
+  }
+
+  void Draw() {
+    if (graph_) graph_->Write(GraphText(manager_.database()));
   }
 
   const CommandLine& line_;
@@ -306,6 +326,9 @@ class Run {
   std::optional<StatusServer> status_server_;
   std::optional<Progress> progress_;
   std::size_t progress_total_ = 0;
+  // Opened before the HAL is touched.
+  std::optional<GraphFile> graph_;
+  std::optional<OutputFile> dump_;
   Manager manager_;
   // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;

@@ -1,22 +1,11 @@
 #include "reference/manager/views/graph.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <array>
-#include <boost/algorithm/string/predicate.hpp>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <set>
-#include <stdexcept>
+#include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -25,8 +14,6 @@
 
 namespace reference {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// A column of the drawing, as the legend shows it. Objects of other layers have their own column
 /// and plain boxes.
@@ -233,85 +220,11 @@ std::string Edges(const DestDatabase& database, const HostGroups& groups) {
   return text;
 }
 
-[[noreturn]] void ThrowCannotWrite(const std::string& path, int error) {
-  throw std::runtime_error("cannot write " + path + ": " + std::generic_category().message(error));
-}
-
-void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  if (!file) ThrowCannotWrite(path, errno);
-}
-
-// Returns the exit status of `dot`; throws if there is none.
-int RunDot(const std::string& input, const std::string& output) {
-  std::array<std::string, 5> words = {"dot", "-Tsvg", "-o", output, input};
-  std::array<char*, 6> arguments{};
-  for (std::size_t i = 0; i < words.size(); ++i) arguments[i] = words[i].data();
-  pid_t child = 0;
-  const int error = posix_spawnp(&child, "dot", nullptr, nullptr, arguments.data(), environ);
-  if (error == ENOENT) {
-    throw std::runtime_error(
-        "cannot draw the graph: dot is missing; install the package graphviz or write a .dot file");
-  }
-  if (error != 0) {
-    throw std::runtime_error("cannot run dot: " + std::generic_category().message(error));
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
-}
-
-/// A temporary file beside a file, for its next version. Removed unless moved into place.
-class NextVersion {
- public:
-  explicit NextVersion(const std::string& path, const char* suffix)
-      : path_(path), next_(path + '.' + std::to_string(getpid()) + suffix) {}
-  NextVersion(const NextVersion&) = delete;
-  NextVersion& operator=(const NextVersion&) = delete;
-  ~NextVersion() {
-    std::error_code ignored;
-    fs::remove(next_, ignored);
-  }
-
-  const std::string& name() const { return next_; }
-
-  void Commit() {
-    if (std::rename(next_.c_str(), path_.c_str()) != 0) ThrowCannotWrite(path_, errno);
-  }
-
- private:
-  std::string path_;
-  std::string next_;
-};
-
 }  // namespace
-
-bool IsGraphFileName(const std::string& path) {
-  const std::string extension = fs::path(path).extension();
-  return extension == ".svg" || extension == ".dot" || extension == ".gv";
-}
 
 std::string GraphText(const DestDatabase& database) {
   const HostGroups groups(database);
   return kHead + Legend() + Layers(database, groups) + Edges(database, groups) + "}\n";
-}
-
-void WriteGraph(const DestDatabase& database, const std::string& path) {
-  NextVersion text(path, ".gv");
-  WriteText(text.name(), GraphText(database));
-  if (!boost::algorithm::ends_with(path, ".svg")) {
-    text.Commit();
-    return;
-  }
-  NextVersion drawing(path, ".svg");
-  if (RunDot(text.name(), drawing.name()) != EXIT_SUCCESS) {
-    throw std::runtime_error(
-        "cannot draw the graph: dot failed; write a .dot file to see its input");
-  }
-  drawing.Commit();
 }
 
 }  // namespace reference
