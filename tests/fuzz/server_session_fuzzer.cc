@@ -61,14 +61,18 @@ Results Requests(std::string_view sent) {
   FrameSplitter splitter(kMaxPayload);
   splitter.Feed(sent);
   bool greeted = false;
-  while (const auto frame = splitter.Next()) {
-    const FrameType type = frame->header.type;
-    if (greeted && IsRequest(type)) {
-      ++results[frame->header.sequence];
-    } else if (greeted == (type == FrameType::kHello)) {
-      break;
+  try {
+    while (const auto frame = splitter.Next()) {
+      const FrameType type = frame->header.type;
+      if (greeted && IsRequest(type)) {
+        ++results[frame->header.sequence];
+      } else if (greeted == (type == FrameType::kHello)) {
+        break;
+      }
+      greeted = true;
     }
-    greeted = true;
+  } catch (const reference::ProtocolError&) {
+    // The first mistake.
   }
   return results;
 }
