@@ -2,6 +2,8 @@
 
 #include <google/protobuf/descriptor.h>
 
+#include <algorithm>
+
 #include "reference/text/printable.h"
 
 namespace reference {
@@ -48,7 +50,8 @@ std::string Entry::Describe() const {
 std::optional<std::uint32_t> Checker::Number(const Entry& entry, int field, Range range) {
   if (!entry.Has(field)) return std::nullopt;
   const std::int64_t value = entry.Number(field);
-  if (!mistakes_.CheckRange(entry.PlaceOf(field), entry.FieldName(field), value, range)) {
+  if (!range.Contains(value)) {
+    Add(entry.PlaceOf(field), OutOfRangeText(entry.FieldName(field), value, range));
     return std::nullopt;
   }
   return static_cast<std::uint32_t>(value);
@@ -87,6 +90,27 @@ std::optional<Mac> Checker::MacAddress(const Entry& entry, int field) {
         "bad MAC address " + Quote(entry.Text(field)) +
             R"(; write six hexadecimal pairs with colons, as in "02:00:00:00:01:0a")");
   }
+  return mac;
+}
+
+std::optional<Mac> Checker::NextHopMac(const Entry& entry, int field) {
+  std::optional<Mac> mac = MacAddress(entry, field);
+  if (!mac) return mac;
+  const auto all = [&mac](std::uint8_t value) {
+    return std::all_of(mac->begin(), mac->end(), [value](auto byte) { return byte == value; });
+  };
+  const char* what = nullptr;
+  if (all(0)) {
+    what = "is zero";
+  } else if (all(0xff)) {
+    what = "is the broadcast address";
+  } else if ((mac->front() & 1U) != 0) {
+    what = "is a multicast address";
+  } else {
+    return mac;
+  }
+  Add(entry.PlaceOf(field), entry.FieldName(field) + ' ' + Quote(entry.Text(field)) + ' ' + what +
+                                "; give the next hop's own address, whose first byte is even");
   return mac;
 }
 

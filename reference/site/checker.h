@@ -53,18 +53,28 @@ class Entry {
 
 inline constexpr Range kUint32;
 inline constexpr Range kIds{1};
+/// What the hardware can represent: 20 bits.
+inline constexpr Range kLabels{0, (1 << 20) - 1};
 
-/// Reads the fields of a site file's entries and collects the mistakes. After a mistake, it
-/// continues with a value that means none, so that one reading finds all mistakes.
+/// Reads the fields of a site file's entries and collects the mistakes and warnings. After a
+/// mistake, it continues with a value that means none, so that one reading finds all mistakes.
 class Checker {
  public:
-  void Add(Place place, std::string text) { mistakes_.Add(place, std::move(text)); }
+  void Add(Place place, std::string text) {
+    has_mistakes_ = true;
+    findings_.Add(place, std::move(text));
+  }
+  void Warn(Place place, std::string text) {
+    findings_.Add(place, std::move(text), Severity::kWarning);
+  }
 
   std::optional<std::uint32_t> Number(const Entry& entry, int field, Range range = kUint32);
   std::uint32_t RequiredNumber(const Entry& entry, int field, Range range = kUint32);
   std::string RequiredText(const Entry& entry, int field);
   std::vector<std::string> Texts(const Entry& entry, int field);
   std::optional<Mac> MacAddress(const Entry& entry, int field);
+  /// Like `MacAddress`, and it must be the address of one station.
+  std::optional<Mac> NextHopMac(const Entry& entry, int field);
   /// 4 or 16 bytes in network byte order; empty if missing.
   std::string IpAddress(const Entry& entry, int field);
 
@@ -86,9 +96,10 @@ class Checker {
     return values;
   }
 
-  bool HasMistakes() const { return !mistakes_.empty(); }
-  /// In file order.
-  std::vector<Diagnostic> TakeMistakes() { return mistakes_.Take(); }
+  /// Whether there are findings other than warnings.
+  bool HasMistakes() const { return has_mistakes_; }
+  /// Mistakes and warnings in file order.
+  std::vector<Diagnostic> TakeFindings() { return findings_.Take(); }
 
  private:
   template <class Value, std::size_t size>
@@ -105,7 +116,8 @@ class Checker {
                       const std::vector<std::string_view>& words);
   void CheckText(const Entry& entry, int field, Place place, const std::string& text);
 
-  Diagnostics mistakes_;
+  Diagnostics findings_;
+  bool has_mistakes_ = false;
 };
 
 }  // namespace reference

@@ -8,7 +8,10 @@
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
+#include <map>
 #include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
@@ -99,6 +102,15 @@ class Uses {
  public:
   void Add(Value value, Place place) { uses_.push_back({value, place}); }
 
+  // The first use of a value; nothing if it is not used. Only after `Report`.
+  std::optional<Place> Find(Value value) const {
+    const auto use =
+        std::lower_bound(uses_.begin(), uses_.end(), value,
+                         [](const Use& earlier, Value later) { return earlier.value < later; });
+    if (use == uses_.end() || use->value != value) return std::nullopt;
+    return use->place;
+  }
+
   // Reports every use of a value except the first. `owned` names what has such a value, and the
   // value: "destination an id".
   template <class Show>
@@ -135,9 +147,10 @@ class Space {
     if (entry.Has(number_field) && range.Contains(entry.Number(number_field))) {
       numbers_.Add(entry.Number(number_field), entry.PlaceOf(number_field));
     }
-    if (!entry.Text(name_field).empty()) {
-      names_.Add(entry.Text(name_field), entry.PlaceOf(name_field));
-    }
+    const std::string& name = entry.Text(name_field);
+    if (name.empty()) return;
+    names_.Add(name, entry.PlaceOf(name_field));
+    if (name.find(' ') != std::string::npos) spaced_.push_back({name, entry.PlaceOf(name_field)});
   }
 
   void Report(Checker& checker, const char* number, const char* owned_number,
@@ -145,11 +158,39 @@ class Space {
     numbers_.Report(checker, number, owned_number,
                     [](std::int64_t value) { return std::to_string(value); });
     names_.Report(checker, "name", owned_name, [](std::string_view name) { return Quote(name); });
+    ReportSpaced(checker, owned_name);
   }
 
  private:
+  struct Spaced {
+    std::string_view name;
+    Place place;
+  };
+
+  // Reports names that people cannot tell apart: those that differ in nothing but spaces.
+  void ReportSpaced(Checker& checker, const char* owned) const {
+    std::map<std::string, Spaced> seen;
+    for (const Spaced& spaced : spaced_) {
+      std::string bare(spaced.name);
+      bare.erase(std::remove(bare.begin(), bare.end(), ' '), bare.end());
+      Spaced first = spaced;
+      if (const auto place = names_.Find(bare)) {
+        first = {bare, *place};
+      } else {
+        first = seen.emplace(bare, spaced).first->second;
+      }
+      if (first.name == spaced.name) continue;
+      checker.Add(spaced.place, "name " + Quote(spaced.name) + " differs from " +
+                                    Quote(first.name) + " at line " +
+                                    std::to_string(first.place.line) +
+                                    " in spaces only; give every " + owned + " of its own");
+    }
+  }
+
   Uses<std::int64_t> numbers_;
   Uses<std::string_view> names_;
+  // The names with spaces.
+  std::vector<Spaced> spaced_;
 };
 
 // Makes the site from a parsed file. `places` is null in a reading that only determines whether the
@@ -159,7 +200,8 @@ class SiteReader {
   SiteReader(const site::SiteFile& file, const FieldPlaces* places)
       : file_(file), places_(places) {}
 
-  SiteOrMistakes Read() {
+  // Returns the mistakes and warnings.
+  std::vector<Diagnostic> Read() {
     CollectNames();
     Site site;
     ReadAll<site::SiteFile::kInterfaceFieldNumber>(site.interfaces, &SiteReader::Interface);
@@ -169,9 +211,12 @@ class SiteReader {
     ReadAll<site::SiteFile::kMplsFieldNumber>(site.mpls, &SiteReader::Mpls);
     ReadAll<site::SiteFile::kEcmpFieldNumber>(site.ecmps, &SiteReader::Ecmp);
     CheckCount(CountObjects(site));
-    if (checker_.HasMistakes()) return checker_.TakeMistakes();
-    return site;
+    site_ = std::move(site);
+    return checker_.TakeFindings();
   }
+
+  bool HasMistakes() const { return checker_.HasMistakes(); }
+  Site TakeSite() { return std::move(site_); }
 
  private:
   void CheckCount(std::size_t objects) {
@@ -213,6 +258,7 @@ class SiteReader {
     Space vrfs;
     ForEach(site::SiteFile::kVrfFieldNumber, [&](const Entry& entry) {
       vrfs.Add(entry, site::Vrf::kIdFieldNumber, kIds, site::Vrf::kNameFieldNumber);
+      vrf_numbers_.insert(entry.Number(site::Vrf::kVrfIdFieldNumber));
     });
     vrfs.Report(checker_, "id", "vrf an id", "vrf a name");
 
@@ -285,7 +331,7 @@ class SiteReader {
     using site::Vlan;
     auto vlan = OnInterface<Vlan, SiteVlan>(entry);
     vlan.source_mac = checker_.MacAddress(entry, Vlan::kSourceMacFieldNumber);
-    vlan.vrf = checker_.Number(entry, Vlan::kVrfFieldNumber);
+    vlan.vrf = VrfNumber(entry, Vlan::kVrfFieldNumber);
     vlan.mtu = checker_.Number(entry, Vlan::kMtuFieldNumber);
     vlan.capabilities = checker_.Words(entry, Vlan::kCapabilityFieldNumber, kVlanCapabilityWords);
     vlan.list_values = checker_.Texts(entry, Vlan::kListValueFieldNumber);
@@ -295,9 +341,9 @@ class SiteReader {
   SiteHost Host(const Entry& entry) {
     using site::Host;
     auto host = OnInterface<Host, SiteHost>(entry);
-    host.mac = checker_.MacAddress(entry, Host::kMacFieldNumber);
+    host.mac = checker_.NextHopMac(entry, Host::kMacFieldNumber);
     host.ip_address = checker_.IpAddress(entry, Host::kIpFieldNumber);
-    host.vrf = checker_.Number(entry, Host::kVrfFieldNumber);
+    host.vrf = VrfNumber(entry, Host::kVrfFieldNumber);
     host.vlan = OptionalReference(kVlanRole, entry, Host::kVlanFieldNumber);
     host.flags = checker_.Words(entry, Host::kFlagFieldNumber, kFlagWords);
     return host;
@@ -306,9 +352,9 @@ class SiteReader {
   SiteMpls Mpls(const Entry& entry) {
     using site::Mpls;
     auto mpls = OnInterface<Mpls, SiteMpls>(entry);
-    mpls.mac = checker_.MacAddress(entry, Mpls::kMacFieldNumber);
-    mpls.label = checker_.Number(entry, Mpls::kLabelFieldNumber);
-    mpls.vc_label = checker_.Number(entry, Mpls::kVcLabelFieldNumber);
+    mpls.mac = checker_.NextHopMac(entry, Mpls::kMacFieldNumber);
+    mpls.label = checker_.Number(entry, Mpls::kLabelFieldNumber, kLabels);
+    mpls.vc_label = checker_.Number(entry, Mpls::kVcLabelFieldNumber, kLabels);
     if (entry.Has(Mpls::kVcLabelFieldNumber)) {
       CheckCircuit(entry);
       mpls.tunnel = OptionalReference(kTunnelRole, entry, Mpls::kTunnelFieldNumber);
@@ -354,11 +400,29 @@ class SiteReader {
         entry.Describe() + " has tunnel but no vc_label; add vc_label: N or remove tunnel");
   }
 
+  // The HAL takes a VRF number that it does not know, so such a number is not a mistake.
+  std::optional<std::uint32_t> VrfNumber(const Entry& entry, int field) {
+    const auto number = checker_.Number(entry, field);
+    if (number && vrf_numbers_.count(*number) == 0) {
+      checker_.Warn(entry.PlaceOf(field), "no vrf has vrf_id " + std::to_string(*number) +
+                                              "; add vrf { vrf_id: " + std::to_string(*number) +
+                                              " ... } or correct " + entry.FieldName(field));
+    }
+    return number;
+  }
+
   // A neighbour that the site does not have is not a mistake.
   std::uint32_t Neighbor(const Entry& entry) {
     const int field = site::Mpls::kNeighborFieldNumber;
-    if (destination_names_.Find(entry.Text(field)) == nullptr) return 0;
-    return Reference(destination_names_, kHostRole, entry, field);
+    if (!entry.Has(field)) return 0;
+    if (destination_names_.Find(entry.Text(field)) != nullptr) {
+      return Reference(destination_names_, kHostRole, entry, field);
+    }
+    checker_.Warn(entry.PlaceOf(field),
+                  "no host has the name " + Quote(entry.Text(field)) + ", so " + entry.Describe() +
+                      " is inactive; add host { name: " + Quote(entry.Text(field)) +
+                      " ... } or correct " + entry.FieldName(field));
+    return 0;
   }
 
   std::uint32_t OptionalReference(const Role& role, const Entry& entry, int field) {
@@ -393,34 +457,58 @@ class SiteReader {
   const site::SiteFile& file_;
   const FieldPlaces* places_;
   Checker checker_;
+  Site site_;
+  std::set<std::int64_t> vrf_numbers_;
   Names interface_names_;
   Names destination_names_;
 };
 
-// Parses and reads; `places` may be null.
-SiteOrMistakes ReadText(const std::string& text, FieldPlaces* places) {
+// Parses and reads; `places` may be null. Fills in `site` unless there are mistakes.
+std::vector<Diagnostic> ReadText(const std::string& text, FieldPlaces* places,
+                                 std::optional<Site>* site) {
   google::protobuf::Arena arena;
   auto* const file = google::protobuf::Arena::CreateMessage<site::SiteFile>(&arena);
   std::vector<Diagnostic> syntax_errors = ParseTextFile(text, kSiteFile, file, places);
   if (!syntax_errors.empty()) return syntax_errors;
-  return SiteReader(*file, places).Read();
+  SiteReader reader(*file, places);
+  std::vector<Diagnostic> findings = reader.Read();
+  if (!reader.HasMistakes()) *site = reader.TakeSite();
+  return findings;
+}
+
+// The findings, with their places. The places take several times the memory and time of everything
+// else, and only findings need them.
+std::vector<Diagnostic> FindPlaces(const std::string& text) {
+  FieldPlaces places;
+  std::optional<Site> site;
+  return ReadText(text, &places, &site);
 }
 
 }  // namespace
 
 SiteOrMistakes ParseSite(const std::string& text) {
-  // The places take several times the memory and time of everything else, and only mistakes need
-  // them.
-  SiteOrMistakes site = ReadText(text, nullptr);
-  if (std::holds_alternative<Site>(site)) return site;
-  FieldPlaces places;
-  return ReadText(text, &places);
+  std::optional<Site> site;
+  ReadText(text, nullptr, &site);
+  if (site) return *std::move(site);
+  return FindPlaces(text);
 }
 
 SiteOrMistakes ReadSiteFile(const std::string& path) {
   auto text = ReadTextFile(path, kSiteFile);
   if (auto* const mistake = std::get_if<Diagnostic>(&text)) return std::vector{std::move(*mistake)};
   return ParseSite(std::get<std::string>(text));
+}
+
+SiteFindings CheckSiteFile(const std::string& path) {
+  auto text = ReadTextFile(path, kSiteFile);
+  if (auto* const mistake = std::get_if<Diagnostic>(&text)) return {{std::move(*mistake)}, 0};
+  std::optional<Site> site;
+  SiteFindings findings{ReadText(std::get<std::string>(text), nullptr, &site), 0};
+  if (!findings.diagnostics.empty()) findings.diagnostics = FindPlaces(std::get<std::string>(text));
+  if (site) {
+    ForEachList(*site, [&findings](const auto& list) { findings.objects += list.size(); });
+  }
+  return findings;
 }
 
 }  // namespace reference

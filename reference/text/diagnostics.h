@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_TEXT_DIAGNOSTICS_H_
 #define ZUSKUX_REFERENCE_TEXT_DIAGNOSTICS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -17,13 +18,24 @@ struct Place {
 
 bool operator<(const Place& a, const Place& b);
 
+/// A warning does not keep the text from being used.
+enum class Severity : std::uint8_t { kError, kWarning };
+
+/// "error" or "warning".
+std::string_view SeverityName(Severity severity);
+
 /// One mistake in a text that people write: where it is, what is wrong and how to fix it.
 struct Diagnostic {
   Place place;
   std::string text;
+  Severity severity = Severity::kError;
 };
 
-/// "<file>:<line>:<column>: <text>", without numbers that are 0. Safe to print.
+/// The number of diagnostics of one severity.
+std::size_t Count(const std::vector<Diagnostic>& diagnostics, Severity severity);
+
+/// "<file>:<line>:<column>: <text>", without numbers that are 0; "warning: " precedes the text of a
+/// warning. Safe to print.
 std::string FormatDiagnostic(const std::string& file, const Diagnostic& diagnostic);
 
 /// Inclusive.
@@ -43,7 +55,7 @@ std::string Join(const std::vector<std::string_view>& words);
 /// Collects the mistakes of one text, so that one reading reports all of them.
 class Diagnostics {
  public:
-  void Add(Place place, std::string text);
+  void Add(Place place, std::string text, Severity severity = Severity::kError);
   /// If `value` is out of `range`, adds a mistake and returns false.
   bool CheckRange(Place place, std::string_view name, std::int64_t value, Range range);
 

@@ -31,8 +31,9 @@ Place PlaceOf(const FieldPlaces& places, const google::protobuf::FieldDescriptor
               int index = 0);
 
 /// Parses `text` into `file`. Records the places of its fields in `places` unless that is null;
-/// recording takes several times the time and memory of the rest. Returns the first syntax error
-/// and the misspelt fields before it; none if the text is well-formed.
+/// recording takes several times the time and memory of the rest. Returns the syntax errors in file
+/// order; none if the text is well-formed. After an error, reading resumes at the next entry, so
+/// each entry of the outermost message has its misspelt fields and its first other error reported.
 std::vector<Diagnostic> ParseTextFile(const std::string& text, const TextFileKind& kind,
                                       google::protobuf::Message* file, FieldPlaces* places);
 

@@ -175,7 +175,8 @@ TEST(ManagerProgramTest, ReportsEveryMistakeAndProgramsNothing) {
     EXPECT_EQ(run.out, "");
     EXPECT_TRUE(Contains(run.err, bad + ":1:7: ")) << run.err;
     EXPECT_TRUE(Contains(run.err, bad + ":2:1: ")) << run.err;
-    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 2) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 3) << run.err;
+    EXPECT_EQ(LastLine(run.err), "zuskux-manager: 2 errors in 1 file; nothing was programmed");
   }
 }
 
@@ -185,9 +186,69 @@ TEST(ManagerProgramTest, ChecksASite) {
   const Outcome run = RunManager({"--check", site});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, site + ": 4 objects\n");
+  EXPECT_EQ(run.err, "");
   const Outcome missing = RunManager({"--check", files.File("missing")});
   EXPECT_EQ(missing.status, 1);
   EXPECT_TRUE(Contains(missing.err, files.File("missing"))) << missing.err;
+}
+
+constexpr char kTwoMistakesAndAWarning[] =
+    "interface { name: \"eth0\" lim_id: 1 }\n"
+    "vlan { id: 10 name: \"a\" interface: \"eth0\" vrf: 7 }\n"
+    "mpls { id: 11 name: \"b\" interface: \"eth0\" label: 1048576 }\n"
+    "host { id: 12 name: \"c\" interface: \"eth0\" mac: \"01:00:5e:00:00:01\" }\n";
+
+TEST(ManagerProgramTest, ChecksEveryFile) {
+  const ScratchDirectory files{};
+  const std::string good = files.Write("good", kTwoVlans);
+  const std::string bad = files.Write("bad", kTwoMistakesAndAWarning);
+  const std::string torn = files.Write("torn", "vrf { idd: 1 }\nvrf { id: \"x\" }\nvlan {\n");
+  const Outcome run = RunManager({"--check", good, bad, torn});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, good + ": 4 objects\n");
+  for (const std::string& place :
+       {bad + ":2:43: warning: no vrf has vrf_id 7; ",
+        bad + ":3:43: label 1048576 is out of range; ", bad + ":4:43: mac ",
+        torn + ":1:7: vrf has no field ",
+        torn + ":2:11: syntax error: ", torn + ":3:1: the entry has no end; "}) {
+    EXPECT_TRUE(Contains(run.err, place)) << place << " is not in\n" << run.err;
+  }
+  EXPECT_EQ(LastLine(run.err),
+            "zuskux-manager: 5 errors and 1 warning in 3 files; nothing was programmed");
+}
+
+TEST(ManagerProgramTest, WarningsDoNotFailACheck) {
+  const ScratchDirectory files{};
+  const std::string site =
+      files.Write("site",
+                  "interface { name: \"eth0\" lim_id: 1 }\n"
+                  "mpls { id: 11 name: \"b\" interface: \"eth0\" neighbor: \"x\" }\n");
+  const Outcome run = RunManager({"--check", site});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, site + ": 1 object\n");
+  EXPECT_TRUE(Contains(run.err, site + ":2:43: warning: no host has the name \"x\"")) << run.err;
+  EXPECT_EQ(LastLine(run.err), "zuskux-manager: 1 warning in 1 file; nothing was programmed");
+}
+
+TEST(ManagerProgramTest, ChecksForPrograms) {
+  const ScratchDirectory files{};
+  const std::string good = files.Write("good", kTwoVlans);
+  const std::string bad = files.Write("bad", kTwoMistakesAndAWarning);
+  const Outcome run = RunManager({"--check", "--json", good, bad});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  const auto json = nlohmann::json::parse(run.out);
+  EXPECT_EQ(json["files"],
+            nlohmann::json::array({{{"file", good}, {"objects", 4}}, {{"file", bad}}}));
+  EXPECT_EQ(json["summary"], (nlohmann::json{{"errors", 2}, {"warnings", 1}}));
+  ASSERT_EQ(json["diagnostics"].size(), 3U);
+  EXPECT_EQ(json["diagnostics"][0]["severity"], "warning");
+  EXPECT_EQ(json["diagnostics"][1],
+            (nlohmann::json{{"file", bad},
+                            {"line", 3},
+                            {"column", 43},
+                            {"severity", "error"},
+                            {"message", "label 1048576 is out of range; use 0 to 1048575"}}));
 }
 
 TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
@@ -215,6 +276,8 @@ TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
       {{"a", "--take-over"}, "--take-over goes with --hal unix:PATH"},
       {{"a", "--stay", "--stand-by"}, "--stand-by goes with --hal unix:PATH"},
       {{"a", "--hal", "unix:s", "--stand-by"}, "--stand-by goes with --stay; add --stay"},
+      {{"--check"}, "the site file is missing; write zuskux-manager --check FILE..."},
+      {{"--check", "a", "--stay"}, "--stay does not go with --check; leave it out"},
       {{"a", "--plan", "--take-over"}, "--take-over does not go with --plan; leave it out"},
       {{"a", "--deadline", "0"}, "--deadline 0 is out of range; use 1 to 86400"},
       {{"a", "--plan", "--apply", "b"}, "--apply does not go with --plan; leave it out"},

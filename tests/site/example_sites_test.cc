@@ -45,7 +45,7 @@ std::vector<std::string> InactiveMpls(const Site& site) {
 
 TEST(ExampleSitesTest, Vlans) {
   const Site site = Example("vlans");
-  EXPECT_THAT(Counts(site), ElementsAre(2, 2, 6, 0, 0, 0));
+  EXPECT_THAT(Counts(site), ElementsAre(2, 3, 6, 0, 0, 0));
   std::set<std::uint32_t> vrfs;
   for (const SiteVlan& vlan : site.vlans) {
     if (vlan.vrf) vrfs.insert(*vlan.vrf);

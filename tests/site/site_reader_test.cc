@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/site/read_site.h"
@@ -56,7 +58,7 @@ mpls {
   pass_through_value: 4294967295
   capability: ["none", "protection", "swap", "push", "forward", "vc-label"]
 }
-mpls { id: 202 name: "vc" interface: "eth0" label: 4294967295 vc_label: 0 tunnel: "lsp-pe2"
+mpls { id: 202 name: "vc" interface: "eth0" label: 1048575 vc_label: 0 tunnel: "lsp-pe2"
        neighbor: "gone" }
 )";
 
@@ -131,7 +133,7 @@ TEST(SiteReaderTest, ReadsEveryFieldOfMplsDestinations) {
                           dest_mng::MPLS_CAPABILITY_FORWARD, dest_mng::MPLS_CAPABILITY_VC_LABEL));
   const SiteMpls& circuit = site.mpls[1];
   EXPECT_EQ(circuit.mac, std::nullopt);
-  EXPECT_EQ(circuit.label, 4294967295U);
+  EXPECT_EQ(circuit.label, 1048575U);
   EXPECT_EQ(circuit.vc_label, 0U);
   EXPECT_EQ(circuit.vlan, 0U);
   EXPECT_EQ(circuit.tunnel, 201U);
@@ -210,10 +212,16 @@ INSTANTIATE_TEST_SUITE_P(
         MistakeCase{"HostVrf", R"(host { id: 9 name: "x" interface: "eth0" ^vrf: -1 })",
                     "vrf -1 is out of range; use 0 to 4294967295"},
         MistakeCase{"Label", R"(mpls { id: 9 name: "x" interface: "eth0" ^label: -1 })",
-                    "label -1 is out of range; use 0 to 4294967295"},
+                    "label -1 is out of range; use 0 to 1048575"},
+        MistakeCase{"LabelOneTooGreat",
+                    R"(mpls { id: 9 name: "x" interface: "eth0" ^label: 1048576 })",
+                    "label 1048576 is out of range; use 0 to 1048575"},
+        MistakeCase{"VcLabelOneTooGreat",
+                    R"(mpls { id: 9 name: "x" interface: "eth0" tunnel: "t1" ^vc_label: 1048576 })",
+                    "vc_label 1048576 is out of range; use 0 to 1048575"},
         MistakeCase{"VcLabel",
                     R"(mpls { id: 9 name: "x" interface: "eth0" ^vc_label: -1 tunnel: "t1" })",
-                    "vc_label -1 is out of range; use 0 to 4294967295"},
+                    "vc_label -1 is out of range; use 0 to 1048575"},
         MistakeCase{"PassThroughValue",
                     R"(mpls { id: 9 name: "x" interface: "eth0" ^pass_through_value: -1 })",
                     "pass_through_value -1 is out of range; use 0 to 4294967295"},
@@ -279,6 +287,25 @@ INSTANTIATE_TEST_SUITE_P(
             "MacWithDashes",
             R"(host { id: 9 name: "x" interface: "eth0" ^mac: "02-00-00-00-01-0a" })",
             R"(bad MAC address "02-00-00-00-01-0a"; write six hexadecimal pairs with colons, as in "02:00:00:00:01:0a")"},
+        MistakeCase{
+            "MacZero", R"(host { id: 9 name: "x" interface: "eth0" ^mac: "00:00:00:00:00:00" })",
+            R"(mac "00:00:00:00:00:00" is zero; give the next hop's own address, whose first byte is even)"},
+        MistakeCase{
+            "MacBroadcast",
+            R"(mpls { id: 9 name: "x" interface: "eth0" ^mac: "ff:FF:ff:ff:ff:ff" })",
+            R"(mac "ff:FF:ff:ff:ff:ff" is the broadcast address; give the next hop's own address, whose first byte is even)"},
+        MistakeCase{
+            "MacMulticast",
+            R"(host { id: 9 name: "x" interface: "eth0" ^mac: "01:00:5e:00:00:01" })",
+            R"(mac "01:00:5e:00:00:01" is a multicast address; give the next hop's own address, whose first byte is even)"},
+        MistakeCase{
+            "NameWithASpaceMore", R"(host { id: 9 ^name: "v1 " interface: "eth0" })",
+            R"(name "v1 " differs from "v1" at line 2 in spaces only; give every destination a name of its own)"},
+        MistakeCase{
+            "NameWithTwoSpaces",
+            "vrf { id: 8 name: \"a b\" vrf_id: 8 }\n"
+            R"(vrf { id: 9 ^name: "a  b" vrf_id: 9 })",
+            R"(name "a  b" differs from "a b" at line 4 in spaces only; give every vrf a name of its own)"},
         MistakeCase{
             "Ipv4TooShort", R"(host { id: 9 name: "x" interface: "eth0" ^ip: "192.0.2" })",
             R"(bad IP address "192.0.2"; write IPv4, as in "192.0.2.1", or IPv6, as in "2001:db8::1")"},
@@ -401,6 +428,12 @@ INSTANTIATE_TEST_SUITE_P(
                     "a site file has no field \"vlna\"; use one of: interface, vrf, vlan, host, "
                     "mpls, ecmp, "
                     "object_count"},
+        MistakeCase{"UnknownFieldBetweenCommas", R"(vrf { id: 9, ^nmae: "x", vrf_id: 5 })",
+                    R"(vrf has no field "nmae"; use one of: id, name, vrf_id)"},
+        MistakeCase{
+            "FieldOfTheFileTwice",
+            "object_count: 9 vrf { id: 9 name: \"x\" vrf_id: 6 } object_count^: 9",
+            R"(syntax error: Non-repeated field "object_count" is specified multiple times; write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })"},
         MistakeCase{
             "TextForANumber", R"(vlan { id: ^"nine" })",
             R"(syntax error: Expected integer, got: "nine"; write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... })"},
@@ -415,13 +448,43 @@ TEST(SiteReaderTest, WithoutCandidatesOnlyTheEntryToAddIsNamed) {
       "site.txtpb:1:25: unknown interface \"eth0\"; add an interface { name: \"eth0\" ... }\n");
 }
 
-TEST(SiteReaderTest, ASyntaxErrorIsReportedAlone) {
-  const auto result = ParseSite("vlan { id: 0 }\nhost { id: 0 }\nmpls {{\nvlna {}\n");
-  const auto* errors = std::get_if<std::vector<Diagnostic>>(&result);
-  ASSERT_NE(errors, nullptr);
-  ASSERT_EQ(errors->size(), 1U);
-  EXPECT_EQ(errors->front().place.line, 3);
-  EXPECT_EQ(errors->front().place.column, 7);
+// Line and column of each.
+std::vector<std::pair<int, int>> Places(const SiteOrMistakes& result) {
+  std::vector<std::pair<int, int>> places;
+  if (const auto* errors = std::get_if<std::vector<Diagnostic>>(&result)) {
+    for (const Diagnostic& error : *errors)
+      places.emplace_back(error.place.line, error.place.column);
+  }
+  return places;
+}
+
+TEST(SiteReaderTest, EverySyntaxErrorIsReportedAndHidesOtherMistakes) {
+  EXPECT_THAT(Places(ParseSite("vlan { id: 0 }\nhost { id: 0 }\nmpls {{\nvlna {}\n")),
+              ElementsAre(std::pair(3, 7), std::pair(4, 1)));
+}
+
+TEST(SiteReaderTest, AnEntryWithoutEndDoesNotHideTheNextOnes) {
+  EXPECT_EQ(Mistakes(ParseSite("vlan { id: 1\n\tmtuu: 2\nhost {\n\tid: \"x\" nmae: \"y\"\n}\n"
+                               "vrf { id: 2 iid: 3 vrf: 4 }\n")),
+            R"(site.txtpb:1:1: the entry has no end; write } after its last field
+site.txtpb:2:9: vlan has no field "mtuu"; use one of: id, name, interface, source_mac, vrf, mtu, capability, list_value
+site.txtpb:4:13: syntax error: Expected integer, got: "x"; write numbers as in mtu: 1500, text as in name: "core-a", entries as in vlan { ... }
+site.txtpb:6:13: vrf has no field "iid"; use one of: id, name, vrf_id
+site.txtpb:6:20: vrf has no field "vrf"; use one of: id, name, vrf_id
+)");
+}
+
+TEST(SiteReaderTest, EntriesOnOneLineKeepTheirColumns) {
+  EXPECT_THAT(
+      Places(ParseSite("\tvrf { iid: 1 } vrf {\tiid: 2 }, vlna { id: 3 }; } vrf { iid: 4 }")),
+      ElementsAre(std::pair(1, 15), std::pair(1, 33), std::pair(1, 43), std::pair(1, 59),
+                  std::pair(1, 67)));
+}
+
+TEST(SiteReaderTest, DeeplyNestedUnknownFieldsAreReported) {
+  std::string text = "vrf { id: \"x\" }\nvlan { ";
+  for (int i = 0; i < 100'000; ++i) text += "a { ";
+  EXPECT_THAT(Places(ParseSite(text)), ElementsAre(std::pair(1, 11), std::pair(2, 8)));
 }
 
 TEST(SiteReaderTest, EverySyntaxErrorHasAText) {
@@ -470,6 +533,40 @@ ecmp { id: 9 name: "z" }
       R"(site.txtpb:2:8: id 9 is used twice, first at line 1; give every destination an id of its own
 site.txtpb:3:8: id 9 is used twice, first at line 1; give every destination an id of its own
 )");
+}
+
+// The findings of a file with this text.
+SiteFindings Check(const std::string& text) {
+  const std::string path = ::testing::TempDir() + "checked.txtpb";
+  std::ofstream(path) << text;
+  return CheckSiteFile(path);
+}
+
+TEST(CheckSiteFileTest, AGoodFileHasObjectsAndNoFindings) {
+  const SiteFindings findings = Check(kSite);
+  EXPECT_EQ(findings.objects, 5U);
+  EXPECT_THAT(findings.diagnostics, IsEmpty());
+}
+
+TEST(CheckSiteFileTest, AVrfNumberThatNoVrfHasIsAWarning) {
+  const SiteFindings findings = Check(std::string(kSite) +
+                                      "vlan { id: 9 name: \"x\" interface: \"eth0\" vrf: 5 }\n"
+                                      "host { id: 10 name: \"y\" interface: \"eth0\" vrf: 0 }\n");
+  EXPECT_EQ(findings.objects, 7U);
+  ASSERT_EQ(findings.diagnostics.size(), 1U);
+  EXPECT_EQ(FormatDiagnostic("f", findings.diagnostics.front()),
+            "f:5:43: warning: no vrf has vrf_id 0; add vrf { vrf_id: 0 ... } or correct vrf");
+}
+
+TEST(CheckSiteFileTest, ANeighbourThatDoesNotExistIsAWarning) {
+  const SiteFindings findings =
+      Check(std::string(kSite) +
+            "mpls { id: 9 name: \"x\" interface: \"eth0\" neighbor: \"h1\" }\n"
+            "mpls { id: 10 name: \"y\" interface: \"eth0\" neighbor: \"h2\" }\n");
+  ASSERT_EQ(findings.diagnostics.size(), 1U);
+  EXPECT_EQ(FormatDiagnostic("f", findings.diagnostics.front()),
+            R"(f:5:43: warning: no host has the name "h2", so mpls "y" is inactive; )"
+            R"(add host { name: "h2" ... } or correct neighbor)");
 }
 
 TEST(ReadSiteFileTest, AMissingFileIsOneError) {

@@ -28,7 +28,7 @@ po::options_description Options() {
   auto add = options.add_options();
   add("apply", po::value<std::vector<std::string>>()->value_name("FILE")->composing(),
       "when all is settled, go on to this site; repeatable");
-  add("check", text("FILE"), "only read a site file and report its mistakes");
+  add("check", "only read the site files and report their mistakes");
   add("plan", "only show what would change in the HAL's tables");
   add("stay", "run on until SIGTERM; SIGHUP reads the site again");
   add("explain", text("KIND:ID"), "show why an object is not installed");
@@ -123,6 +123,20 @@ std::vector<std::string> Words(const po::variables_map& values) {
   return values["site"].as<std::vector<std::string>>();
 }
 
+// The files of --check; none without it. Rejects options that have no effect on a check.
+std::vector<std::string> ReadCheck(const po::variables_map& values) {
+  if (values.count("check") == 0) return {};
+  for (const auto& [option, value] : values) {
+    if (option == "check" || option == "site" || option == "json" || value.defaulted()) continue;
+    throw UsageError("--" + option + " does not go with --check; leave it out");
+  }
+  std::vector<std::string> files = Words(values);
+  if (files.empty()) {
+    throw UsageError("the site file is missing; write zuskux-manager --check FILE...");
+  }
+  return files;
+}
+
 std::vector<std::string> ReadSites(const po::variables_map& values) {
   std::vector<std::string> sites = Words(values);
   if (sites.empty()) throw UsageError("the site file is missing; write zuskux-manager SITE");
@@ -163,11 +177,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   CommandLine line;
   line.help = values.count("help") != 0;
   line.version = values.count("version") != 0;
-  line.check = Text(values, "check");
+  line.check = ReadCheck(values);
   line.json = values.count("json") != 0;
   line.control = Text(values, "control").value_or(DefaultSocketPath("manager.sock"));
-  line.status = Words(values) == std::vector<std::string>{"status"};
-  if (line.help || line.version || line.check || line.status) return line;
+  line.status = line.check.empty() && Words(values) == std::vector<std::string>{"status"};
+  if (line.help || line.version || !line.check.empty() || line.status) return line;
 
   line.sites = ReadSites(values);
   line.trace = values.count("trace") != 0;

@@ -19,8 +19,8 @@ struct CommandLine {
   bool status = false;
   /// The site, and those to apply after it.
   std::vector<std::string> sites;
-  /// Only check this site file.
-  std::optional<std::string> check;
+  /// Only check these site files.
+  std::vector<std::string> check;
   bool help = false;
   bool version = false;
 

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "reference/manager/program/check_sites.h"
 #include "reference/manager/program/chosen_hal.h"
 #include "reference/manager/program/command_line.h"
 #include "reference/manager/program/exit_status.h"
@@ -19,7 +20,6 @@
 #include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/plan.h"
 #include "reference/manager/views/status.h"
-#include "reference/text/printable.h"
 
 namespace reference {
 namespace {
@@ -30,12 +30,10 @@ int Finish() {
   return EXIT_SUCCESS;
 }
 
-int Check(const std::string& path) {
-  const auto site = ReadSiteOrLogMistakes(path);
-  if (!site) return kExitFailed;
-  const std::size_t objects = CountObjects(*site);
-  std::cout << Printable(path) << ": " << objects << (objects == 1 ? " object\n" : " objects\n");
-  return Finish();
+int Check(const CommandLine& line) {
+  const bool usable = CheckSites(line.check, line.json, &std::cout);
+  const int status = Finish();
+  return usable ? status : kExitFailed;
 }
 
 int ShowStatus(const CommandLine& line) {
@@ -94,7 +92,7 @@ int Main(const std::vector<std::string>& arguments) {
       return Finish();
     }
     if (line.status) return ShowStatus(line);
-    return line.check ? Check(*line.check) : RunWithSites(line);
+    return line.check.empty() ? RunWithSites(line) : Check(line);
   } catch (const UsageError& error) {
     StandardError().Write(LogLevel::kError, error.what());
     return kExitUsage;
