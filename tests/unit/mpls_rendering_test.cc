@@ -329,6 +329,22 @@ INSTANTIATE_TEST_SUITE_P(Values, MplsFlagTest,
                                          FlagCase{"ToCpu", 2, "HAL Flag(To CPU)"}),
                          [](const auto& test) { return test.param.name; });
 
+TEST_F(MplsRenderingTest, CapabilitiesAreCopiedAtOnce) {
+  const auto allocations = [](int capabilities) {
+    auto message = std::make_unique<MplsMessage>();
+    for (int i = 0; i < capabilities; ++i) {
+      message->add_capabilities(encapsulation::MplsCapabilities{1});
+    }
+    const MplsEncapsulationMessage wrapper(std::move(message));
+    const std::size_t before = testing_support::AllocationCount();
+    wrapper.ToString(true);
+    return testing_support::AllocationCount() - before;
+  };
+
+  EXPECT_EQ(allocations(1), allocations(0) + 1);
+  EXPECT_EQ(allocations(9), allocations(0) + 1);
+}
+
 TEST_F(MplsRenderingTest, LongListOfLabelsIsShownWhole) {
   MplsMessage message;
   std::string labels;

@@ -14,11 +14,32 @@
 #include "dest_manager/db_objects.h"
 #include "tests/support/hai_test.h"
 #include "tests/support/mapped_memory.h"
+#include "zuskux/hai_dest_ecmp.h"
 #include "zuskux/hai_dest_host.h"
 #include "zuskux/hai_dest_mpls.h"
 #include "zuskux/hai_dest_vlan.h"
 
 namespace dest_mng {
+
+// What the ECMP message destroyed last held. The linker replaces its destructor with the one below.
+std::string destroyed_group;  // NOLINT(cert-err58-cpp)
+
+#define WRAP_DESTRUCTOR(variant)                               \
+  void Real##variant(encapsulation::EcmpMessage*) __asm__(     \
+      "__real__ZN13encapsulation11EcmpMessage" #variant "Ev"); \
+  void Wrapped##variant(encapsulation::EcmpMessage*) __asm__(  \
+      "__wrap__ZN13encapsulation11EcmpMessage" #variant "Ev"); \
+  void Wrapped##variant(encapsulation::EcmpMessage* self) {    \
+    testing_support::FailAllocation(0);                        \
+    destroyed_group = self->ShortDebugString();                \
+    Real##variant(self);                                       \
+  }
+
+WRAP_DESTRUCTOR(D1)
+WRAP_DESTRUCTOR(D2)
+
+#undef WRAP_DESTRUCTOR
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -132,6 +153,28 @@ TEST_P(MplsTranslationOrderTest, IsTheSame) {
 INSTANTIATE_TEST_SUITE_P(, MplsTranslationOrderTest, ::testing::Bool(), [](const auto& tested) {
   return tested.param ? "VirtualCircuit" : "OnAVlan";
 });
+
+// Only the list of members allocates.
+TEST_F(TranslationOrderTest, OfEcmpGroups) {
+  std::vector<std::string> stages;
+  constexpr std::size_t kMaxAllocations = 20;
+  bool passes = false;
+  for (std::size_t n = 1; !passes && n <= kMaxAllocations; ++n) {
+    destroyed_group = "none";
+    const EcmpData group{7, {12}};
+    FailAllocation(n);
+    try {
+      HaiL3MplsEncapsulationEcmp().InstallEcmp(group);
+      passes = true;
+    } catch (const std::bad_alloc&) {
+    }
+    FailAllocation(0);
+    if (stages.empty() || stages.back() != destroyed_group) stages.push_back(destroyed_group);
+  }
+
+  EXPECT_TRUE(passes);
+  EXPECT_THAT(stages, ElementsAre("none", "db_id: 7", "db_id: 7 members: 12"));
+}
 
 // The VRF and the MTU allocate nothing. The page that begins with the MTU is read-only, so setting
 // the MTU ends the process. The VRF then tells which was set first.
