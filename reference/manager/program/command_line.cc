@@ -1,9 +1,11 @@
 #include "reference/manager/program/command_line.h"
 
 #include <boost/program_options.hpp>
+#include <charconv>
 #include <limits>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 
 #include "reference/manager/views/explain.h"
 #include "reference/manager/views/graph_file.h"
@@ -31,6 +33,7 @@ po::options_description Options() {
   add("check", "only read the site files and report their mistakes");
   add("plan", "only show what would change in the HAL's tables");
   add("stay", "run on until SIGTERM; SIGHUP reads the site again");
+  add("max-removals", text("N|all"), "how many objects a new site may remove");
   add("explain", text("KIND:ID"), "show why an object is not installed");
   add("json", "write the table of objects for programs");
   add("graph", text("FILE"), "draw the objects to an .svg, .dot or .gv file");
@@ -76,6 +79,17 @@ ObjectKey ReadKey(const std::string& text) {
                    kinds + ')');
 }
 
+std::size_t ReadMaxRemovals(const std::string& text) {
+  if (text == "all") return std::numeric_limits<std::size_t>::max();
+  std::size_t limit = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, limit);
+  if (error != std::errc() || rest != end) {
+    throw UsageError("--max-removals " + text + " is no number; write a number of objects, or all");
+  }
+  return limit;
+}
+
 void CheckGraph(const std::string& path) {
   if (!GraphFile::IsName(path)) {
     throw UsageError("--graph " + path + " is of no known format; use a name in .svg, .dot or .gv");
@@ -111,8 +125,8 @@ void ReadWriting(const po::variables_map& values, CommandLine* line) {
 
 // Rejects options that have no effect on a plan.
 void CheckPlan(const po::variables_map& values) {
-  for (const char* const option : {"apply", "stay", "explain", "graph", "dump-hal", "record",
-                                   "restart-hal-after", "take-over", "stand-by"}) {
+  for (const char* const option : {"apply", "stay", "max-removals", "explain", "graph", "dump-hal",
+                                   "record", "restart-hal-after", "take-over", "stand-by"}) {
     if (values.count(option) == 0) continue;
     throw UsageError(std::string("--") + option + " does not go with --plan; leave it out");
   }
@@ -187,6 +201,9 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   line.trace = values.count("trace") != 0;
   line.log_config = Text(values, "log-config");
   line.stay = values.count("stay") != 0;
+  if (const auto limit = Text(values, "max-removals")) {
+    line.max_removals = ReadMaxRemovals(*limit);
+  }
   line.record = Text(values, "record");
   line.plan = values.count("plan") != 0;
   if (line.plan) CheckPlan(values);

@@ -33,6 +33,8 @@ struct CommandLine {
   /// Restart the HAL after this many results; 0 for never.
   std::uint64_t restart_hal_after = 0;
   bool stay = false;
+  /// How many objects a new site may remove; nothing for the default limit.
+  std::optional<std::size_t> max_removals;
   /// Take over from a manager that already programs the HAL.
   bool take_over = false;
   /// Wait while another manager programs the HAL.

@@ -23,6 +23,7 @@
 #include "reference/manager/program/command_line.h"
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/read_site.h"
+#include "reference/manager/program/removal_limit.h"
 #include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/explain.h"
 #include "reference/manager/views/graph.h"
@@ -73,7 +74,7 @@ class Run {
     } else {
       EndWithoutServer();
     }
-    ApplyNext();
+    ApplyFirst();
     manager_.Start(hal_.connection());
     io_.run();
     progress_.reset();
@@ -97,10 +98,39 @@ class Run {
     return choice;
   }
 
-  void ApplyNext() {
+  void ApplyFirst() {
+    Apply(sites_.front());
+    AppliedNext();
+  }
+
+  // Whether there was another site that may be applied.
+  bool ApplyNext() {
+    if (applied_ == sites_.size()) return false;
+    if (!Accepts(sites_[applied_], line_.sites[applied_])) {
+      refused_ = true;
+      sites_.resize(applied_);
+      return false;
+    }
     Apply(sites_[applied_]);
+    AppliedNext();
+    return true;
+  }
+
+  void AppliedNext() {
     // The database has its objects now.
     sites_[applied_++] = Site();
+  }
+
+  // Whether the site of the file may replace the present one.
+  bool Accepts(const Site& site, const std::string& path) const {
+    const DestDatabase::Removals removals = manager_.database().RemovalsBy(site);
+    const std::string reason = TooManyRemovals(removals, line_.max_removals);
+    if (reason.empty()) return true;
+    LogLine(LogLevel::kError, path + " is refused: it " + reason +
+                                  "; the present site stays; correct the file, or start with "
+                                  "--max-removals " +
+                                  std::to_string(removals.objects.size()));
+    return false;
   }
 
   void Apply(const Site& site) {
@@ -149,9 +179,8 @@ class Run {
     // The current HAL is still the one from before the restart.
     if (restarting_) return;
     HideProgress();
-    if (applied_ < sites_.size()) {
-      ApplyNext();
-    } else if (line_.stay) {
+    if (ApplyNext()) return;
+    if (line_.stay) {
       SayStanding();
     } else {
       io_.stop();
@@ -244,12 +273,13 @@ class Run {
 
   void ReadAgain() {
     const std::string& path = line_.sites[applied_ - 1];
-    if (const auto site = ReadSiteOrLogMistakes(path)) {
-      LogLine(LogLevel::kInfo, "applying " + path);
-      Apply(*site);
-    } else {
+    const auto site = ReadSiteOrLogMistakes(path);
+    if (!site) {
       LogLine(LogLevel::kError,
               "keeping the site as it was; correct " + path + " and send SIGHUP again");
+    } else if (Accepts(*site, path)) {
+      LogLine(LogLevel::kInfo, "applying " + path);
+      Apply(*site);
     }
   }
 
@@ -275,7 +305,7 @@ class Run {
     std::cout.flush();
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
     if (!manager_.in_sync()) SayStanding();
-    if (!written) return kExitFailed;
+    if (!written || refused_) return kExitFailed;
     if (!manager_.settled()) return kExitIncomplete;
     return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
@@ -310,6 +340,8 @@ class Run {
   const CommandLine& line_;
   std::vector<Site> sites_;
   std::size_t applied_ = 0;
+  // Whether a site of the command line was refused.
+  bool refused_ = false;
   std::size_t reinstalls_ = 0;
   bool restarting_ = false;
   // Whether this manager exits because another one programs the HAL.
