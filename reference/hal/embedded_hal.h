@@ -1,13 +1,20 @@
 #ifndef ZUSKUX_REFERENCE_HAL_EMBEDDED_HAL_H_
 #define ZUSKUX_REFERENCE_HAL_EMBEDDED_HAL_H_
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <functional>
-#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
 
 #include "reference/hal/hal_connection.h"
 #include "reference/hal/hal_request.h"
 #include "reference/hal/hal_tables.h"
+#include "reference/support/mutex.h"
 
 namespace reference {
 
@@ -22,7 +29,8 @@ struct EmbeddedHalOptions {
 };
 
 /// A HAL client with its server in the same process. Copies requests on the caller's thread. The
-/// HAL's own thread applies them to tables and reports. Owned by the host program.
+/// HAL's own thread applies them to tables and reports, without holding a lock. Owned by the host
+/// program.
 class EmbeddedHal : public HalConnection {
  public:
   explicit EmbeddedHal(const EmbeddedHalOptions& options);
@@ -45,14 +53,71 @@ class EmbeddedHal : public HalConnection {
   /// A copy of the tables, taken between two requests. Callable on any thread.
   HalTables SnapshotTables() const;
 
- protected:
-  HalReturnCode Submit(HalRequest request) override;
-  void SubmitBeginReinstall() override;
-  void SubmitEndReinstall() override;
-
  private:
-  class Worker;
-  std::unique_ptr<Worker> worker_;
+  using Clock = std::chrono::steady_clock;
+
+  /// A request or a mark: the begin or the end of a reinstall.
+  struct Task {
+    HalRequest request;
+    /// Null for a request.
+    void (HalTables::*mark)() = nullptr;
+    Clock::time_point submitted = Clock::now();
+  };
+
+  /// A request that ended without reaching the server; without its payload.
+  struct Ended {
+    HalRequest request;
+    HalReturnCode code = kHalSuccess;
+  };
+
+  /// The reports due before the next task, in the order of the members.
+  struct Reports {
+    std::vector<Ended> ended;
+    bool server_found = false;
+    bool room = false;
+  };
+
+  HalReturnCode Submit(HalRequest request) override;
+  void SubmitBeginReinstall() override { PushMark(&HalTables::BeginReinstall); }
+  void SubmitEndReinstall() override { PushMark(&HalTables::EndReinstall); }
+
+  // Run on the server's thread, which holds no lock.
+  void Run();
+  std::optional<Reports> NextReports();
+  void ReportServerFound();
+  void CarryOutNextTask();
+  void CarryOut(const Task& task, std::uint64_t generation);
+  void CarryOutMark(const Task& task, std::uint64_t generation);
+  void Report(const HalRequest& request, HalReturnCode code);
+
+  // Called on any thread.
+  void PushMark(void (HalTables::*mark)());
+  void Push(Task task) ZUSKUX_REQUIRES(mutex_);
+  void End(const HalRequest& request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_);
+  bool HasWork() const ZUSKUX_REQUIRES(mutex_);
+  bool RoomDue() const ZUSKUX_REQUIRES(mutex_);
+
+  const EmbeddedHalOptions options_;
+  // Set before the thread starts.
+  HalReporter reporter_;
+
+  mutable Mutex tables_mutex_;
+  HalTables tables_ ZUSKUX_GUARDED_BY(tables_mutex_);
+
+  mutable Mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Task> queue_ ZUSKUX_GUARDED_BY(mutex_);
+  std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
+  bool server_found_due_ ZUSKUX_GUARDED_BY(mutex_) = true;
+  bool room_wanted_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  bool stopping_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  std::uint64_t generation_ ZUSKUX_GUARDED_BY(mutex_) = 0;
+  bool carrying_out_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  HalConnectionCounters counters_ ZUSKUX_GUARDED_BY(mutex_);
+  LatencyHistogram queue_latency_ ZUSKUX_GUARDED_BY(mutex_);
+  LatencyHistogram hal_latency_ ZUSKUX_GUARDED_BY(mutex_);
+
+  std::thread thread_;
 };
 
 }  // namespace reference

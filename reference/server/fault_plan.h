@@ -19,7 +19,7 @@ namespace reference {
 inline constexpr int kFaultCrashExitCode = 70;
 
 struct FaultPlanOptions {
-  /// Told every fault that happens, one line each. May be empty.
+  /// Receives a line for each fault that happens. May be empty.
   LogFunction log;
   /// Called for a crash; if empty, the process exits immediately with `kFaultCrashExitCode`.
   std::function<void()> crash;
