@@ -12,7 +12,7 @@ constexpr std::uint32_t kSeed = 1;
 template <typename SiteObject>
 void Add(const std::vector<SiteObject>& entries, Destinations* destinations) {
   for (const SiteObject& entry : entries) {
-    reference::Destination made = reference::MakeDestination(entry);
+    reference::HaiObject made = reference::MakeHaiObject(entry);
     (*destinations)[made.index()].push_back(std::move(made));
   }
 }
@@ -28,7 +28,7 @@ Destinations MakeDestinations(std::size_t objects) {
   Add(site.mpls, &destinations);
   Add(site.ecmps, &destinations);
   auto& mpls = destinations[static_cast<std::size_t>(reference::HalKind::kMpls)];
-  std::stable_partition(mpls.begin(), mpls.end(), [](const reference::Destination& destination) {
+  std::stable_partition(mpls.begin(), mpls.end(), [](const reference::HaiObject& destination) {
     return !reference::IsVirtualCircuit(destination);
   });
   return destinations;

@@ -6,18 +6,18 @@
 #include <vector>
 
 #include "reference/hal/hal_request.h"
-#include "reference/manager/engine/destination.h"
+#include "reference/manager/engine/hai_object.h"
 
 namespace bench {
 
 /// The objects of a generated site as the library's adapters take them, by kind. Tunnels come
 /// before the circuits that ride on them.
-using Destinations = std::array<std::vector<reference::Destination>, reference::kHalKinds>;
+using Destinations = std::array<std::vector<reference::HaiObject>, reference::kHalKinds>;
 
 /// Deterministic: the same objects for the same number.
 Destinations MakeDestinations(std::size_t objects);
 
-/// Calls `function(Destination*)` for each object, after all the objects that it refers to.
+/// Calls `function(HaiObject*)` for each object, after all the objects that it refers to.
 template <typename Function>
 void ForEach(Destinations* destinations, Function function) {
   using reference::HalKind;

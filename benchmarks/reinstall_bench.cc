@@ -17,13 +17,13 @@
 
 namespace {
 
-using reference::Destination;
+using reference::HaiObject;
 using reference::HalKind;
 
 // Small sites are reinstalled repeatedly, so that the clock can measure them.
 constexpr std::size_t kLeastObjects = 200'000;
 
-[[gnu::noinline]] void Nothing(Destination* destination) {
+[[gnu::noinline]] void Nothing(HaiObject* destination) {
   asm volatile("" : : "r"(destination) : "memory");
 }
 
@@ -39,14 +39,14 @@ class Walker : public reference::NotificationSink {
 
   void OnResult(const reference::HalResult& /*result*/) override {}
   void OnReinstall(HalKind kind) override {
-    for (Destination& destination : destinations_[static_cast<std::size_t>(kind)]) {
+    for (HaiObject& destination : destinations_[static_cast<std::size_t>(kind)]) {
       reference::SendInstall(&destination);
     }
   }
 
   void Walk() {
     for (auto& kind : destinations_) {
-      for (Destination& destination : kind) Nothing(&destination);
+      for (HaiObject& destination : kind) Nothing(&destination);
     }
   }
 

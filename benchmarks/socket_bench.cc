@@ -137,7 +137,7 @@ Nanoseconds MeasureClient(SocketHal* hal, std::size_t objects) {
 
 Nanoseconds MeasureLibrary(SocketHal* hal, std::size_t objects) {
   bench::Destinations destinations = bench::MakeDestinations(objects);
-  std::vector<reference::Destination*> ready;
+  std::vector<reference::HaiObject*> ready;
   bench::ForEach(&destinations, [&ready](auto* destination) { ready.push_back(destination); });
   // VRF requests have no result.
   const std::size_t results = ready.size() - destinations[IndexOf(HalKind::kVrf)].size();

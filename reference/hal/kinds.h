@@ -25,7 +25,7 @@ namespace reference {
 // The kinds of objects that a HAL keeps, and the requests for them. Each kind is a row: a struct
 // with its constants, types and functions. HAL, client, server, wire and recordings are written
 // once for all rows. They use `VisitKind` if a row's types matter and `TraitsOf` if an operation's
-// traits do. (The manager's part of a kind is in reference/manager/engine/destination.h.)
+// traits do. (The manager's part of a kind is in reference/manager/engine/hai_object.h.)
 //
 // To add a kind, all in this file:
 //   1. Append it to `HalKind`, and its operations to `HalOperation`. The values of operations are

@@ -38,16 +38,16 @@ class LastRequest : public HalClientBase {
 };
 
 TEST(TranslateForHalTest, GivesWhatAnInstallSends) {
-  std::vector<Destination> destinations;
-  destinations.push_back(MakeDestination(VrfEntry(1, 4000000000)));
-  destinations.push_back(MakeDestination(VrfEntry(1, 0)));
-  destinations.push_back(MakeDestination(VlanEntry(10)));
-  destinations.push_back(MakeDestination(HostEntry(20, 10)));
-  destinations.push_back(MakeDestination(TunnelEntry(30, 10, 20)));
-  destinations.push_back(MakeDestination(CircuitEntry(40, 30, 0)));
-  destinations.push_back(MakeDestination(EcmpEntry(50, {20, 30, 20})));
-  destinations.push_back(MakeDestination(EcmpEntry(51, {})));
-  for (Destination& destination : destinations) {
+  std::vector<HaiObject> destinations;
+  destinations.push_back(MakeHaiObject(VrfEntry(1, 4000000000)));
+  destinations.push_back(MakeHaiObject(VrfEntry(1, 0)));
+  destinations.push_back(MakeHaiObject(VlanEntry(10)));
+  destinations.push_back(MakeHaiObject(HostEntry(20, 10)));
+  destinations.push_back(MakeHaiObject(TunnelEntry(30, 10, 20)));
+  destinations.push_back(MakeHaiObject(CircuitEntry(40, 30, 0)));
+  destinations.push_back(MakeHaiObject(EcmpEntry(50, {20, 30, 20})));
+  destinations.push_back(MakeHaiObject(EcmpEntry(51, {})));
+  for (HaiObject& destination : destinations) {
     const HalMessage message = TranslateForHal(destination);
     const LastRequest client;
     SendInstall(&destination);
@@ -58,7 +58,7 @@ TEST(TranslateForHalTest, GivesWhatAnInstallSends) {
 }
 
 TEST(TranslateForHalTest, NeedsNoClientAndSendsNothing) {
-  const Destination vlan = MakeDestination(VlanEntry(10));
+  const HaiObject vlan = MakeHaiObject(VlanEntry(10));
   const LastRequest client;
   EXPECT_EQ(TranslateForHal(vlan).id, 10U);
   EXPECT_TRUE(client.request().payload.empty());

@@ -83,17 +83,17 @@ void SetInterfaces(const std::vector<SiteInterface>& interfaces) {
   }
 }
 
-void SendInstall(Destination* destination) { std::visit(Install(), *destination); }
+void SendInstall(HaiObject* object) { std::visit(Install(), *object); }
 
-void SendReplace(Destination* destination) { std::visit(Replace(), *destination); }
+void SendReplace(HaiObject* object) { std::visit(Replace(), *object); }
 
-void SendDestroy(Destination* destination) { std::visit(Destroy(), *destination); }
+void SendDestroy(HaiObject* object) { std::visit(Destroy(), *object); }
 
-HalMessage TranslateForHal(const Destination& destination) {
-  return VisitKind(KindOf(destination), [&destination](auto row) -> HalMessage {
+HalMessage TranslateForHal(const HaiObject& object) {
+  return VisitKind(KindOf(object), [&object](auto row) -> HalMessage {
     using Kind = decltype(row);
     typename Kind::Message message;
-    Translate(std::get<static_cast<std::size_t>(Kind::kKind)>(destination), &message);
+    Translate(std::get<static_cast<std::size_t>(Kind::kKind)>(object), &message);
     return {Kind::Id(message).value_or(0), message.SerializeAsString()};
   });
 }

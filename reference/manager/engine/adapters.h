@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "reference/manager/engine/destination.h"
+#include "reference/manager/engine/hai_object.h"
 #include "reference/site/site.h"
 
 namespace reference {
@@ -13,17 +13,17 @@ namespace reference {
 /// Replaces what the platform knows about the interfaces. Call before the requests that name them.
 void SetInterfaces(const std::vector<SiteInterface>& interfaces);
 
-// Each of these calls the library's adapter for the kind of `destination`. A HAL client must be
+// Each of these calls the library's adapter for the kind of `object`. A HAL client must be
 // registered.
 
 /// Asks the HAL to install it.
-void SendInstall(Destination* destination);
+void SendInstall(HaiObject* object);
 
 /// Asks the HAL to replace it. An ECMP group is installed again, which replaces it. Not for VRFs.
-void SendReplace(Destination* destination);
+void SendReplace(HaiObject* object);
 
 /// Asks the HAL to remove it.
-void SendDestroy(Destination* destination);
+void SendDestroy(HaiObject* object);
 
 /// The message that the HAL gets for an object.
 struct HalMessage {
@@ -34,7 +34,7 @@ struct HalMessage {
 };
 
 /// The message that an install would send. Sends and traces nothing, and needs no HAL client.
-HalMessage TranslateForHal(const Destination& destination);
+HalMessage TranslateForHal(const HaiObject& object);
 
 }  // namespace reference
 

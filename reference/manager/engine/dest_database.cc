@@ -137,7 +137,7 @@ void DestDatabase::ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* change
     entry.name = vrf->name;
     if (!created && entry.wanted) continue;
     entry.key = key;
-    entry.content = MakeDestination(*vrf);
+    entry.content = MakeHaiObject(*vrf);
     entry.wanted = true;
     changes->changed.push_back(&entry);
   }
@@ -147,7 +147,7 @@ void DestDatabase::ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* change
 template <typename SiteObject>
 void DestDatabase::ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes) {
   for (const SiteObject& entry : entries) {
-    Destination content = MakeDestination(entry);
+    HaiObject content = MakeHaiObject(entry);
     const ObjectKey key{KindOf(content), entry.id};
     const auto [found, created] = objects_.try_emplace(key);
     Object& object = found->second;

@@ -13,7 +13,7 @@
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/kinds.h"
-#include "reference/manager/engine/destination.h"
+#include "reference/manager/engine/hai_object.h"
 #include "reference/site/site.h"
 
 namespace reference {
@@ -71,7 +71,7 @@ enum class Presence : std::uint8_t {
 struct Object {
   ObjectKey key;
   std::string name;
-  Destination content;
+  HaiObject content;
   /// Whether the site has it; otherwise it must be removed.
   bool wanted = true;
 

@@ -1,4 +1,4 @@
-#include "reference/manager/engine/destination.h"
+#include "reference/manager/engine/hai_object.h"
 
 #include <algorithm>
 #include <array>
@@ -29,9 +29,7 @@ std::string LimIdBytes(std::uint32_t lim_id) {
 
 std::string MacBytes(const Mac& mac) { return {mac.begin(), mac.end()}; }
 
-// Attributes are signed; the adapters convert the number back.
-db::Attribute IdAttribute(std::uint32_t id) { return db::Attribute(static_cast<int>(id)); }
-
+// The adapters, too, convert the attribute's signed number back.
 std::uint32_t ReadId(const dest_mng::DbObject& object, const char* name) {
   const auto found = object.attributes.find(name);
   if (found == object.attributes.end()) return 0;
@@ -116,9 +114,9 @@ std::vector<std::uint32_t> References(const MplsPointer& mpls) {
 
 }  // namespace
 
-dest_mng::VrfData MakeDestination(const SiteVrf& vrf) { return {vrf.vrf_id, vrf.id}; }
+dest_mng::VrfData MakeHaiObject(const SiteVrf& vrf) { return {vrf.vrf_id, vrf.id}; }
 
-VlanPointer MakeDestination(const SiteVlan& vlan) {
+VlanPointer MakeHaiObject(const SiteVlan& vlan) {
   auto record = std::make_unique<dest_mng::DestVlanMessage>();
   record->set_name(vlan.name);
   record->set_vlan_dest_id(vlan.id);
@@ -137,7 +135,7 @@ VlanPointer MakeDestination(const SiteVlan& vlan) {
   return object;
 }
 
-HostPointer MakeDestination(const SiteHost& host) {
+HostPointer MakeHaiObject(const SiteHost& host) {
   auto record = std::make_unique<dest_mng::DestHostMessage>();
   record->set_name(host.name);
   record->set_dest_id(host.id);
@@ -149,11 +147,11 @@ HostPointer MakeDestination(const SiteHost& host) {
 
   auto object = std::make_unique<dest_mng::DbHostObject>();
   object->record = std::move(record);
-  object->attributes.emplace(kVlanId, IdAttribute(host.vlan));
+  object->attributes.emplace(kVlanId, host.vlan);
   return object;
 }
 
-MplsPointer MakeDestination(const SiteMpls& mpls) {
+MplsPointer MakeHaiObject(const SiteMpls& mpls) {
   auto record = std::make_unique<dest_mng::DestMplsMessage>();
   record->set_name(mpls.name);
   record->set_mpls_dest_id(mpls.id);
@@ -164,22 +162,22 @@ MplsPointer MakeDestination(const SiteMpls& mpls) {
   for (const auto capability : mpls.capabilities) record->add_capabilities(capability);
 
   auto object = std::make_unique<dest_mng::DbMplsObject>();
-  object->attributes.emplace(kHostId, IdAttribute(mpls.neighbor));
+  object->attributes.emplace(kHostId, mpls.neighbor);
   if (mpls.vc_label) {
     record->set_vc_label(*mpls.vc_label);
     record->set_tunnel_dest_id(mpls.tunnel);
   } else {
-    object->attributes.emplace(kVlanId, IdAttribute(mpls.vlan));
+    object->attributes.emplace(kVlanId, mpls.vlan);
   }
   object->record = std::move(record);
   return object;
 }
 
-dest_mng::EcmpData MakeDestination(const SiteEcmp& ecmp) {
+dest_mng::EcmpData MakeHaiObject(const SiteEcmp& ecmp) {
   return {ecmp.id, {ecmp.members.begin(), ecmp.members.end()}};
 }
 
-bool SameContent(const Destination& a, const Destination& b) {
+bool SameContent(const HaiObject& a, const HaiObject& b) {
   if (a.index() != b.index()) return false;
   return std::visit(
       [&b](const auto& content) {
@@ -188,29 +186,29 @@ bool SameContent(const Destination& a, const Destination& b) {
       a);
 }
 
-bool IsVirtualCircuit(const Destination& destination) {
-  const auto* const mpls = std::get_if<MplsPointer>(&destination);
+bool IsVirtualCircuit(const HaiObject& object) {
+  const auto* const mpls = std::get_if<MplsPointer>(&object);
   return mpls != nullptr && (*mpls)->HasVcLabel();
 }
 
-bool IsInactive(const Destination& destination) { return NeighborId(destination) == 0U; }
+bool IsInactive(const HaiObject& object) { return NeighborId(object) == 0U; }
 
-Layer LayerOf(const Destination& destination) {
-  return std::visit([](const auto& content) { return LayerOfContent(content); }, destination);
+Layer LayerOf(const HaiObject& object) {
+  return std::visit([](const auto& content) { return LayerOfContent(content); }, object);
 }
 
-std::vector<std::uint32_t> ReferencedIds(const Destination& destination) {
-  return std::visit([](const auto& content) { return References(content); }, destination);
+std::vector<std::uint32_t> ReferencedIds(const HaiObject& object) {
+  return std::visit([](const auto& content) { return References(content); }, object);
 }
 
-std::optional<std::uint32_t> NeighborId(const Destination& destination) {
-  const auto* const mpls = std::get_if<MplsPointer>(&destination);
+std::optional<std::uint32_t> NeighborId(const HaiObject& object) {
+  const auto* const mpls = std::get_if<MplsPointer>(&object);
   if (mpls == nullptr) return std::nullopt;
   return ReadId(**mpls, kHostId);
 }
 
-std::optional<std::uint32_t> VrfIdOf(const Destination& destination) {
-  const auto* const vlan = std::get_if<VlanPointer>(&destination);
+std::optional<std::uint32_t> VrfIdOf(const HaiObject& object) {
+  const auto* const vlan = std::get_if<VlanPointer>(&object);
   if (vlan == nullptr) return std::nullopt;
   const auto& record = static_cast<const dest_mng::DestVlanMessage&>(*(*vlan)->record);
   return record.has_vrf() ? std::optional(record.vrf()) : std::nullopt;
