@@ -29,7 +29,7 @@ struct HalReports {
   /// May be empty.
   std::function<void()> room;
   /// The outcome of a VRF request, which has no result operation: the server's code, or the
-  /// client's if the request did not reach a server. Reported once per request, except for a
+  /// client's if no server answered in time. Reported once per request, except for a
   /// request that a newer one for the same VRF superseded while there was no server. May be empty.
   std::function<void(const HalRequest& request, HalReturnCode code)> vrf_result = nullptr;
   /// The server is gone, and every request sent to it has had its result. A connection that finds

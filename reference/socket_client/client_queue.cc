@@ -86,9 +86,8 @@ void ClientQueue::Send(const HalRequest& request) {
   outstanding.reinstall = open_reinstall_.number;
   if (outstanding.reinstall != 0) outstanding.hash = EntryHash(request.id, request.payload);
   outstanding.request = WithoutPayload(request);
-  if (HasResult(request.operation)) {
-    deadlines_to_watch_ = !deadlines_watched_;
-  } else {
+  deadlines_to_watch_ = !deadlines_watched_;
+  if (!HasResult(request.operation)) {
     outstanding_vrf_bytes_ += request.payload.size();
     outstanding.request.payload = request.payload;
   }
@@ -118,10 +117,11 @@ void ClientQueue::SendMark(FrameType mark) {
   ++mark_sequence_;
   mark_sequence_ &= kSequenceMask;
   if (mark == FrameType::kBeginReinstall) {
-    open_reinstall_ = {0, ++reinstalls_, Clock::now()};
+    open_reinstall_ = {0, ++reinstalls_, Clock::now(), {}};
   } else {
     ended_reinstall_ = std::exchange(open_reinstall_, {});
     ended_reinstall_->sequence = mark_sequence_;
+    ended_reinstall_->end = Clock::now();
   }
   Append(mark, mark_sequence_, {});
 }
@@ -289,18 +289,12 @@ std::optional<ConnectionQueue::Clock::time_point> ClientQueue::EndOverdue(Clock:
     const Clock::time_point due = oldest->submitted + deadline_;
     deadlines_watched_ = due > now;
     if (deadlines_watched_) return due;
-    End(oldest->request, kHalDeadline);
-    outstanding_.ExpireOldest();
+    const HalRequest request = outstanding_.ExpireOldest();
+    outstanding_vrf_bytes_ -= request.payload.size();
+    End(request, kHalDeadline);
   }
   deadlines_watched_ = false;
   return std::nullopt;
-}
-
-std::optional<HalRequest> ClientQueue::FindLostVrf(Clock::time_point now) {
-  const MutexLock lock(&mutex_);
-  const OutstandingRequest* const oldest = outstanding_.OldestOvertaken();
-  if (oldest == nullptr || oldest->submitted + deadline_ > now) return std::nullopt;
-  return WithoutPayload(oldest->request);
 }
 
 std::optional<ConnectionQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(
@@ -311,6 +305,13 @@ std::optional<ConnectionQueue::EndedReinstall> ClientQueue::TakeEndedReinstall(
   }
   ++counters_.late_results;
   return std::nullopt;
+}
+
+std::optional<ConnectionQueue::EndedReinstall> ClientQueue::TakeOverdueReinstall(
+    Clock::time_point now) {
+  const MutexLock lock(&mutex_);
+  if (!ended_reinstall_ || ended_reinstall_->end + deadline_ > now) return std::nullopt;
+  return std::exchange(ended_reinstall_, std::nullopt);
 }
 
 void ClientQueue::CountServerFound() {

@@ -52,8 +52,8 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::optional<OutstandingRequest> TakeAnswered(std::uint32_t sequence, Clock::time_point now,
                                                  std::chrono::nanoseconds hal_time) override;
   std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) override;
+  std::optional<EndedReinstall> TakeOverdueReinstall(Clock::time_point now) override;
   std::optional<Clock::time_point> EndOverdue(Clock::time_point now) override;
-  std::optional<HalRequest> FindLostVrf(Clock::time_point now) override;
   void TakeEnded(std::vector<Ended>* ended) override;
   bool TakeRoomReport() override;
   void CountResult() override { results_.fetch_add(1, std::memory_order_relaxed); }
@@ -96,7 +96,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::size_t early_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   KeptVrfs kept_vrfs_ ZUSKUX_GUARDED_BY(mutex_);
   OutstandingRequests outstanding_ ZUSKUX_GUARDED_BY(mutex_);
-  // Payload bytes of the outstanding VRF requests.
+  // Payload bytes of the outstanding VRF requests that have not expired.
   std::size_t outstanding_vrf_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
 

@@ -32,6 +32,7 @@ class ConnectionQueue {
     /// 0 if it did not begin with this server.
     std::uint32_t number = 0;
     Clock::time_point begin;
+    Clock::time_point end;
   };
 
   ConnectionQueue() = default;
@@ -66,12 +67,11 @@ class ConnectionQueue {
   /// Removes and returns the reinstall whose end has that sequence. If there is none, counts the
   /// answer as late and returns nothing.
   virtual std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) = 0;
+  /// Removes and returns the reinstall whose end the server has not answered within the deadline.
+  virtual std::optional<EndedReinstall> TakeOverdueReinstall(Clock::time_point now) = 0;
   /// Ends every overdue request. Returns when to call this again, or nothing if the next request
   /// will ask for a wake-up to have its deadline watched.
   virtual std::optional<Clock::time_point> EndOverdue(Clock::time_point now) = 0;
-  /// Returns a VRF request, without its payload, that the server must have lost: its deadline has
-  /// passed, and a later request has been answered. Its place would never become free again.
-  virtual std::optional<HalRequest> FindLostVrf(Clock::time_point now) = 0;
 
   /// Replaces `ended` with the requests that have ended since the last call.
   virtual void TakeEnded(std::vector<Ended>* ended) = 0;

@@ -11,6 +11,7 @@ OutstandingRequests::OutstandingRequests(std::size_t capacity, std::uint32_t fir
     : slots_(capacity), first_sequence_(first_sequence) {}
 
 std::uint32_t OutstandingRequests::Add(OutstandingRequest request) {
+  if (tail_ - head_ == slots_.size()) ForgetExpired(head_++);
   SlotOf(tail_) = std::move(request);
   ++size_;
   return static_cast<std::uint32_t>(first_sequence_ + tail_++) & kSequenceMask;
@@ -29,13 +30,15 @@ std::optional<OutstandingRequest> OutstandingRequests::Take(std::uint32_t sequen
 }
 
 void OutstandingRequests::ForgetExpiredBefore(std::uint64_t place) {
-  for (std::uint64_t at = head_; expired_ != 0 && at != place; ++at) {
-    std::optional<OutstandingRequest>& slot = SlotOf(at);
-    if (!slot || !slot->expired) continue;
-    slot.reset();
-    --size_;
-    --expired_;
-  }
+  for (std::uint64_t at = head_; expired_ != 0 && at != place; ++at) ForgetExpired(at);
+}
+
+void OutstandingRequests::ForgetExpired(std::uint64_t place) {
+  std::optional<OutstandingRequest>& slot = SlotOf(place);
+  if (!slot || !slot->expired) return;
+  slot.reset();
+  --size_;
+  --expired_;
 }
 
 void OutstandingRequests::MarkWritten(std::uint64_t up_to,
@@ -48,14 +51,17 @@ void OutstandingRequests::MarkWritten(std::uint64_t up_to,
 const OutstandingRequest* OutstandingRequests::OldestUnexpired() {
   for (unexpired_ = std::max(unexpired_, head_); unexpired_ != tail_; ++unexpired_) {
     const auto& slot = SlotOf(unexpired_);
-    if (slot && slot->ResultIsDue()) return &*slot;
+    if (slot && !slot->expired) return &*slot;
   }
   return nullptr;
 }
 
-void OutstandingRequests::ExpireOldest() {
-  SlotOf(unexpired_)->expired = true;
+HalRequest OutstandingRequests::ExpireOldest() {
+  OutstandingRequest& oldest = *SlotOf(unexpired_);
+  oldest.expired = true;
   ++expired_;
+  HalRequest kept = WithoutPayload(oldest.request);
+  return std::exchange(oldest.request, std::move(kept));
 }
 
 std::vector<OutstandingRequest> OutstandingRequests::TakeAll() {
@@ -69,12 +75,6 @@ std::vector<OutstandingRequest> OutstandingRequests::TakeAll() {
   unexpired_ = unwritten_ = tail_;
   expired_ = 0;
   return taken;
-}
-
-const OutstandingRequest* OutstandingRequests::OldestOvertaken() {
-  if (size() == places()) return nullptr;
-  const auto& oldest = SlotOf(head_);
-  return HasResult(oldest->request.operation) ? nullptr : &*oldest;
 }
 
 }  // namespace reference

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_OUTSTANDING_REQUESTS_H_
 #define ZUSKUX_REFERENCE_SOCKET_CLIENT_OUTSTANDING_REQUESTS_H_
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +14,7 @@ namespace reference {
 
 /// A request that was passed to the connection and has not been answered.
 struct OutstandingRequest {
-  /// Without the payload, except for VRFs, which may have to be sent again.
+  /// Without the payload, except for VRFs that have not expired: they may have to be sent again.
   HalRequest request;
   std::chrono::steady_clock::time_point submitted;
   /// When the socket had taken it.
@@ -21,18 +22,15 @@ struct OutstandingRequest {
   /// The reinstall that it is part of, 0 for none, and the hash of its entry.
   std::uint32_t reinstall = 0;
   std::uint64_t hash = 0;
-  /// Its deadline passed, and that result was delivered.
+  /// Its deadline passed, and that outcome was delivered.
   bool expired = false;
-
-  bool ResultIsDue() const { return !expired && HasResult(request.operation); }
 };
 
 /// The requests in flight, in the order in which they were sent: a ring in which a request's place
 /// is its sequence number. So all sequence numbers in use differ, and nothing is allocated.
 ///
-/// A place becomes free once it and all before it are answered. An expired request in front of an
-/// answered one stops waiting for its answer. A request that cannot expire keeps waiting and holds
-/// up everything behind it.
+/// A place becomes free once it and all before it are answered or have expired. An expired request
+/// waits for its answer until a later request is answered or takes its place.
 ///
 /// Used by one thread at a time.
 class OutstandingRequests {
@@ -43,7 +41,7 @@ class OutstandingRequests {
   /// Number of unanswered requests.
   std::size_t size() const { return size_; }
   /// Number of places in use.
-  std::size_t places() const { return tail_ - head_; }
+  std::size_t places() const { return tail_ - std::max(head_, unexpired_); }
   bool full() const { return places() == slots_.size(); }
 
   /// Appends a request and returns its sequence number. Do not call when full.
@@ -57,15 +55,12 @@ class OutstandingRequests {
   /// How many requests were added so far, for `MarkWritten`.
   std::uint64_t added() const { return tail_; }
 
-  /// The oldest request that can still expire: it has a result operation, and no result was
-  /// delivered. Null if there is none. Valid until the next call of another function.
+  /// The oldest request that has not expired; null if there is none. Valid until the next call of
+  /// another function.
   const OutstandingRequest* OldestUnexpired();
-  /// Marks the request that `OldestUnexpired` returned as expired.
-  void ExpireOldest();
-
-  /// The oldest request, if it cannot expire and a later one has been answered; else null. Valid
-  /// until the next call of another function.
-  const OutstandingRequest* OldestOvertaken();
+  /// Marks the request that `OldestUnexpired` returned as expired and returns it. Its place keeps
+  /// no payload.
+  HalRequest ExpireOldest();
 
   /// Removes and returns all requests, in order.
   std::vector<OutstandingRequest> TakeAll();
@@ -75,6 +70,8 @@ class OutstandingRequests {
     return slots_[place % slots_.size()];
   }
   void ForgetExpiredBefore(std::uint64_t place);
+  // A no-op if the request there was answered or has not expired.
+  void ForgetExpired(std::uint64_t place);
 
   // Empty if the request was answered before one in front of it.
   std::vector<std::optional<OutstandingRequest>> slots_;
@@ -83,7 +80,7 @@ class OutstandingRequests {
   std::uint64_t head_ = 0;
   std::uint64_t tail_ = 0;
   std::uint64_t unwritten_ = 0;
-  // No place in front of it holds a request that can expire.
+  // Every request in front of it has been answered or has expired.
   std::uint64_t unexpired_ = 0;
   std::size_t size_ = 0;
   // Number of expired requests; if 0, `ForgetExpiredBefore` is a no-op.

@@ -136,6 +136,7 @@ class SocketHal::Connection {
   void OnHello(std::string_view payload);
   void OnResult(const FrameSplitter::Frame& frame);
   void OnInSync(const FrameSplitter::Frame& frame);
+  void OnNotInSync(const std::string& reason);
 
   void ReportServerFound();
   void ReportReinstallEnded(bool in_sync);
@@ -416,11 +417,10 @@ void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
               " for " + Text(options_.heartbeat * options_.heartbeats_missed));
     return;
   }
-  if (const auto lost = queue_->FindLostVrf(Clock::now())) {
-    Reconnect("HAL server closed, it answered later requests but not " +
-              std::string(OperationName(lost->operation)) + ' ' + std::to_string(lost->id) +
-              " for " + Text(options_.deadline));
-    return;
+  const auto overdue = queue_->TakeOverdueReinstall(Clock::now());
+  if (overdue && overdue->number != 0) {
+    OnNotInSync("the server has not answered the end of the reinstall for " +
+                Text(options_.deadline));
   }
   if (session->greeted && !heard && !session->heartbeat_unanswered) {
     session->heartbeat_unanswered = true;
@@ -538,9 +538,12 @@ void SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
     ReportReinstallEnded(true);
     return;
   }
+  OnNotInSync(*differences);
+}
+
+void SocketHal::Connection::OnNotInSync(const std::string& reason) {
   const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
-  Log(LogLevel::kError,
-      "NOT in sync: " + *differences + (again ? "; reinstalling" : "; giving up"));
+  Log(LogLevel::kError, "NOT in sync: " + reason + (again ? "; reinstalling" : "; giving up"));
   if (!again) {
     ReportReinstallEnded(false);
     return;
@@ -563,9 +566,9 @@ void SocketHal::Connection::ReportEnded() {
   queue_->TakeEnded(&ended_);
   for (const auto& [request, code] : ended_) {
     if (!HasResult(request.operation)) {
-      Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
-                                std::to_string(request.id) +
-                                " dropped: " + MakeErrorCode(code).message());
+      Log(LogLevel::kError,
+          std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) +
+              (code == kHalDeadline ? " failed: " : " dropped: ") + MakeErrorCode(code).message());
     }
     Report(request, code);
   }

@@ -16,8 +16,8 @@ namespace reference {
 struct SocketHalOptions {
   /// Path of the server's Unix socket.
   std::string path;
-  /// Maximum number of unanswered requests, from 1 to 2^23; further ones end with `kHalQueueFull`.
-  /// A request whose deadline passed keeps its place until the server answers it or a later one.
+  /// Maximum number of requests in flight, from 1 to 2^23; further ones end with `kHalQueueFull`. A
+  /// request whose deadline passed does not count.
   std::size_t queue_entries = 4096;
   /// Maximum number of bytes waiting to be written, and of kept VRF requests; further requests end
   /// with `kHalQueueFull`. A request that can never fit ends with `kHalTooLarge`.
@@ -78,17 +78,17 @@ struct SocketHalStatistics {
 /// counts as a server found, even one to a server that kept running: the fate of the requests in
 /// between is unknown.
 ///
-/// VRF requests, which have no result, are kept until the server has answered them. They go to the
-/// next server in order and ahead of everything else, unless a newer request for the same VRF
-/// replaced them. They therefore precede the reinstall that answers the server-found report. That
-/// reinstall has the last word: it installs what is wanted, and its end removes whatever it did not
-/// name. If a server answers a later request but not a VRF request within `deadline`, it has lost
-/// the VRF request, and the client closes the connection. A VRF request that the server refuses is
-/// logged and reported; in a reinstall, it makes the server's summary differ.
+/// VRF requests, which have no result, survive the loss of the server: they go to the next server
+/// in order and ahead of everything else, unless a newer request for the same VRF replaced them.
+/// They therefore precede the reinstall that answers the server-found report. That reinstall has
+/// the last word: it installs what is wanted, and its end removes whatever it did not name. A VRF
+/// request that the server refuses, or does not answer within `deadline`, is logged and reported. A
+/// refused one makes the server's summary differ in a reinstall.
 ///
 /// When a reinstall ends, the client compares the server's summary with what the server
-/// acknowledged. If they differ, it reports the server as found again, at most three times in a
-/// row. After that, it reports the reinstall as ended and not in sync.
+/// acknowledged. If they differ, or the server does not answer the end within `deadline`, it
+/// reports the server as found again, at most three times in a row. After that, it reports the
+/// reinstall as ended and not in sync.
 class SocketHal : public HalConnection {
  public:
   /// Throws `boost::system::system_error` if the path is too long for a socket.

@@ -225,8 +225,7 @@ TEST(FullQueueTest, NoObjectIsLost) {
   counter.ExpectOneEach();
 }
 
-// A VRF request has no result that a deadline could end. Without an answer, it soon fills the
-// queue.
+// Without an answer, a VRF request ends at its deadline, and the manager sends it again.
 TEST(LostVrfTest, NoObjectIsLost) {
   const TableEntries expected = UndisturbedTables();
   TestServer server(R"(fault { what: "swallow" of: "vrf" })");
@@ -236,7 +235,23 @@ TEST(LostVrfTest, NoObjectIsLost) {
   SocketSystem system(options, &counter);
   system.Start(GenerateSite(kSeed, kObjects));
   EXPECT_TRUE(system.Settle([] { return true; }) == expected);
-  EXPECT_EQ(system.hal().counters().servers_found, 2U);
+  EXPECT_TRUE(system.complete());
+  EXPECT_EQ(system.hal().counters().servers_found, 1U);
+  counter.ExpectOneEach();
+}
+
+// The manager finishes, although the queue is smaller than the number of requests in doubt.
+TEST(SilentServerTest, FailsEverything) {
+  TestServer server(R"(fault { what: "swallow" times: 1000000 })");
+  ResultCounter counter;
+  SocketHalOptions options = Options(server.path());
+  options.queue_entries = 16;
+  options.deadline = milliseconds(20);
+  SocketSystem system(options, &counter);
+  system.Start(GenerateSite(kSeed, kObjects));
+  EXPECT_TRUE(system.Finish());
+  EXPECT_FALSE(system.complete());
+  EXPECT_EQ(Summary(system.database()).text(), "120 objects: 120 failed");
   counter.ExpectOneEach();
 }
 

@@ -264,6 +264,36 @@ TEST_F(ManagerAndServerTest, EndsAndSaysThatItIsNotInSync) {
   EXPECT_THAT(once.err, HasSubstr("NOT settled: not in sync with the HAL; "));
 }
 
+// A server that carries out a request but never answers it, and answers heartbeats.
+class SilentServerTest : public ManagerAndServerTest {
+ protected:
+  // Runs a manager against a server that swallows the results of all requests of the kind.
+  Outcome RunAgainst(const std::string& kind) {
+    StartServer({"--fault", files_.Write("faults", "fault { what: \"swallow\" of: \"" + kind +
+                                                       "\" times: 1000 }")});
+    const std::string site =
+        files_.Write("site",
+                     "vrf { id: 1 name: \"red\" vrf_id: 7 }\n"
+                     "interface { name: \"eth0\" lim_id: 1 }\n"
+                     "vlan { id: 10 name: \"a\" interface: \"eth0\" mtu: 1500 }\n");
+    return Execute(Manager({site, "--deadline", "1"}));
+  }
+};
+
+TEST_F(SilentServerTest, AVrfFailsWithTheReason) {
+  const Outcome run = RunAgainst("vrf");
+  EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_THAT(run.out, MatchesRegex("(.|\n)*vrf +1 +red +failed +no answer in time\n(.|\n)*"));
+  EXPECT_THAT(run.out, MatchesRegex("(.|\n)*vlan +10 +a +installed(.|\n)*"));
+  EXPECT_THAT(run.err, HasSubstr("install-vrf 7 failed: no answer in time\n"));
+}
+
+TEST_F(SilentServerTest, ADestinationFailsWithTheReason) {
+  const Outcome run = RunAgainst("vlan");
+  EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_THAT(run.out, MatchesRegex("(.|\n)*vlan +10 +a +failed +no answer in time\n(.|\n)*"));
+}
+
 TEST_F(ManagerAndServerTest, LinesHaveATimeAndALevel) {
   const std::string time = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} ";
   Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));

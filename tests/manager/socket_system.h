@@ -68,6 +68,16 @@ class SocketSystem {
     return {};
   }
 
+  /// Runs until the manager has finished; false if it does not in time.
+  bool Finish() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!manager_.finished() && std::chrono::steady_clock::now() < end) {
+      io_.run_for(std::chrono::milliseconds(1));
+      io_.restart();
+    }
+    return manager_.finished();
+  }
+
   /// Runs for a while, whatever happens.
   void RunFor(std::chrono::milliseconds time) {
     io_.run_for(time);

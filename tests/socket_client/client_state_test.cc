@@ -55,36 +55,25 @@ TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
   EXPECT_FALSE(requests.Take(1));
 }
 
-TEST(OutstandingRequestsTest, VrfsDoNotExpire) {
+TEST(OutstandingRequestsTest, ExpireFromTheOldestAndReleaseTheirPayload) {
   OutstandingRequests requests(3, 0);
-  requests.Add(Outstanding(1, HalOperation::kInstallVrf));
-  EXPECT_EQ(requests.OldestUnexpired(), nullptr);
+  OutstandingRequest vrf = Outstanding(1, HalOperation::kInstallVrf);
+  vrf.request.payload = "payload";
+  requests.Add(vrf);
   requests.Add(Outstanding(2));
+  EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
+  const HalRequest expired = requests.ExpireOldest();
+  EXPECT_EQ(expired.operation, HalOperation::kInstallVrf);
+  EXPECT_EQ(expired.id, 1U);
+  EXPECT_EQ(expired.payload, "payload");
   EXPECT_EQ(requests.OldestUnexpired()->request.id, 2U);
   requests.ExpireOldest();
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
-  EXPECT_TRUE(requests.Take(1)->expired);
-}
-
-TEST(OutstandingRequestsTest, AVrfIsOvertakenByALaterAnswer) {
-  OutstandingRequests requests(4, 0);
-  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
-  requests.Add(Outstanding(1));
-  requests.Add(Outstanding(2, HalOperation::kInstallVrf));
-  requests.Add(Outstanding(3));
-  requests.Add(Outstanding(4));
-  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
-  requests.Take(2);
-  EXPECT_EQ(requests.size(), 3U);
-  EXPECT_TRUE(requests.full()) << "the place of the oldest one is in use";
-  EXPECT_EQ(requests.OldestOvertaken(), nullptr) << "the oldest one will expire";
-  requests.Take(0);
-  EXPECT_EQ(requests.OldestOvertaken()->request.id, 2U);
-  EXPECT_EQ(requests.places(), 3U);
-  EXPECT_EQ(requests.size(), 2U);
-  requests.Take(1);
-  EXPECT_EQ(requests.OldestOvertaken(), nullptr);
-  EXPECT_EQ(requests.places(), 1U);
+  EXPECT_EQ(requests.size(), 2U) << "the server may still answer";
+  const auto late = requests.Take(0);
+  EXPECT_TRUE(late->expired);
+  EXPECT_EQ(late->request.id, 1U);
+  EXPECT_EQ(late->request.payload, "");
 }
 
 TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
@@ -96,6 +85,28 @@ TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
   EXPECT_EQ(requests.Take(1)->request.id, 2U);
   EXPECT_EQ(requests.size(), 1U);
   EXPECT_FALSE(requests.Take(0));
+}
+
+TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomThoughNothingIsAnsweredAnyMore) {
+  OutstandingRequests requests(3, 0);
+  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  requests.Take(1);
+  EXPECT_TRUE(requests.full());
+  requests.OldestUnexpired();
+  requests.ExpireOldest();
+  EXPECT_EQ(requests.OldestUnexpired()->request.id, 3U);
+  EXPECT_EQ(requests.places(), 1U);
+  EXPECT_EQ(requests.size(), 2U);
+  EXPECT_EQ(requests.Add(Outstanding(4)), 3U);
+  EXPECT_EQ(requests.size(), 2U);
+  EXPECT_FALSE(requests.Take(0)) << "its place was taken";
+  EXPECT_EQ(requests.Add(Outstanding(5)), 4U);
+  EXPECT_TRUE(requests.full());
+  EXPECT_EQ(requests.Take(2)->request.id, 3U);
+  EXPECT_EQ(requests.Take(3)->request.id, 4U);
+  EXPECT_EQ(requests.Take(4)->request.id, 5U);
+  EXPECT_EQ(requests.size(), 0U);
+  EXPECT_EQ(requests.places(), 0U);
 }
 
 TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
@@ -170,27 +181,63 @@ TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   EXPECT_EQ(submit(4, 60), kHalSuccess);
 }
 
-TEST(ClientQueueTest, AVrfIsLostWhenItIsOverdueAndOvertaken) {
+TEST(ClientQueueTest, AnOverdueVrfEndsAndNeitherTakesRoomNorGoesToTheNextServer) {
   SocketHalOptions options;
   options.deadline = std::chrono::milliseconds(100);
-  options.queue_entries = 3;
+  options.queue_bytes = 100;
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
   connection.ServerFound(kDefaultMaxPayload);
   const ConnectionQueue::Clock::time_point begin = ConnectionQueue::Clock::now();
-  host.Submit({HalOperation::kInstallVrf, 7, 0, "payload"});
-  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::hours(1))) << "the server may be slow";
-  host.Submit(Outstanding(1).request);
-  EXPECT_TRUE(connection.TakeAnswered(1, {}, {}));
-  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::milliseconds(99)));
-  EXPECT_EQ(host.counters().unfinished, 1U);
-  const auto lost = connection.FindLostVrf(begin + std::chrono::hours(1));
-  ASSERT_TRUE(lost);
-  EXPECT_EQ(lost->operation, HalOperation::kInstallVrf);
-  EXPECT_EQ(lost->id, 7U);
-  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
-  EXPECT_FALSE(connection.FindLostVrf(begin + std::chrono::hours(1)));
+  const auto submit = [&](std::uint32_t id) {
+    const HalReturnCode code =
+        host.Submit({HalOperation::kInstallVrf, id, 0, std::string(60, 'v')}).code;
+    std::string frames;
+    if (connection.TakeFrames(&frames)) connection.ConfirmWritten();
+    return code;
+  };
+  EXPECT_EQ(submit(7), kHalSuccess);
+  EXPECT_TRUE(connection.AllowWakeUps()) << "its deadline is to be watched";
+  const auto due = connection.EndOverdue(begin);
+  ASSERT_TRUE(due);
+  EXPECT_EQ(submit(8), kHalQueueFull);
+  std::vector<ConnectionQueue::Ended> ended;
+  connection.TakeEnded(&ended);
+  EXPECT_EQ(ended.size(), 1U) << "the refused one";
+  EXPECT_EQ(connection.EndOverdue(*due), std::nullopt);
+  connection.TakeEnded(&ended);
+  ASSERT_EQ(ended.size(), 1U);
+  EXPECT_EQ(ended[0].request.operation, HalOperation::kInstallVrf);
+  EXPECT_EQ(ended[0].request.id, 7U);
+  EXPECT_EQ(ended[0].code, kHalDeadline);
+  EXPECT_EQ(submit(8), kHalSuccess);
+  EXPECT_TRUE(connection.TakeAnswered(0, {}, {})->expired);
+  EXPECT_EQ(submit(9), kHalQueueFull) << "its payload was counted once only";
+  connection.TakeEnded(&ended);
+
+  connection.ServerLost();
+  EXPECT_EQ(host.counters().queued, 1U) << "the one that has not ended";
+}
+
+TEST(ClientQueueTest, AReinstallIsOverdueWhenItsEndIsNotAnswered) {
+  SocketHalOptions options;
+  options.deadline = std::chrono::hours(1);
+  ClientQueue queue(options);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  const auto later = [&] { return ConnectionQueue::Clock::now() + options.deadline; };
+  host.SubmitMark(FrameType::kBeginReinstall);
+  EXPECT_FALSE(connection.TakeOverdueReinstall(later())) << "it has not ended";
+  host.SubmitMark(FrameType::kEndReinstall);
+  EXPECT_FALSE(connection.TakeOverdueReinstall(ConnectionQueue::Clock::now()));
+  const auto overdue = connection.TakeOverdueReinstall(later());
+  ASSERT_TRUE(overdue);
+  EXPECT_EQ(overdue->number, 1U);
+  EXPECT_FALSE(connection.TakeOverdueReinstall(later()));
+  EXPECT_FALSE(connection.TakeEndedReinstall(overdue->sequence));
+  EXPECT_EQ(host.counters().late_results, 1U) << "the late answer";
 }
 
 TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {

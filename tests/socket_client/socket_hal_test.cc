@@ -248,14 +248,31 @@ TEST_F(PromiseOneResult, WhenTheServerStalls) {
   EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 102"));
   InstallVlan(hal, 2);
   EXPECT_EQ(reported_.Await(3).back(), "InstallVlan 2: 102");
-  EXPECT_EQ(InstallVlan(hal, 3), kHalQueueFull) << "unanswered requests keep their places";
-  EXPECT_FALSE(hal->HasRoom());
   server_.Answer(server_.Next());
   server_.Answer(server_.Next());
-  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 1: 102", "InstallVlan 2: 102",
-                                              "InstallVlan 3: 101", "room"));
   EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results == 2; }));
-  EXPECT_EQ(hal->counters().results, 3U);
+  EXPECT_EQ(hal->counters().results, 2U);
+}
+
+// More requests than the queue has places, and none is ever answered.
+TEST_F(PromiseOneResult, WhenTheServerAnswersNothing) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(30);
+  options.queue_entries = 2;
+  SocketHal* const hal = StartConnected(options);
+  for (std::uint32_t id = 1; id <= 4; id += 2) {
+    InstallVlan(hal, id);
+    InstallVlan(hal, id + 1);
+    EXPECT_FALSE(hal->HasRoom());
+    EXPECT_EQ(reported_.Await(3 * (id / 2) + 4).back(), "room");
+  }
+  EXPECT_THAT(reported_.events(),
+              ElementsAre("found", "InstallVlan 1: 102", "InstallVlan 2: 102", "room",
+                          "InstallVlan 3: 102", "InstallVlan 4: 102", "room"));
+  // The answers to the first two find others in their places.
+  for (int i = 0; i < 4; ++i) server_.Answer(server_.Next());
+  EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results == 4; }));
+  Settle(5);
 }
 
 TEST_F(PromiseOneResult, WhenTheServerAnswersTwiceOrWithoutBeingAsked) {
@@ -344,7 +361,7 @@ TEST_F(PromiseOneResult, SequencesWrap) {
                                               "InstallVlan 3: 0", "InstallVlan 4: 0"));
 }
 
-/// VRF requests have no result, but are never lost.
+/// VRF requests have no result, but survive the loss of the server.
 class PromiseVrfsAreKept : public SocketHalTest {};
 
 TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
@@ -361,19 +378,23 @@ TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
   EXPECT_EQ(hal->counters().late_results, 0U);
 }
 
-TEST_F(PromiseVrfsAreKept, WhenTheServerHasLostOne) {
+// The server answers heartbeats, and nothing else is requested.
+TEST_F(PromiseVrfsAreKept, UntilTheirDeadline) {
   SocketHalOptions options = Options();
   options.deadline = milliseconds(30);
-  options.heartbeat = milliseconds(5);
-  options.heartbeats_missed = 1000;
-  SocketHal* const hal = StartConnected(options);
-  InstallVrf(hal, 1);
-  EXPECT_EQ(IdIn(server_.Next()), 1U);
-  Settle(9);
-  EXPECT_EQ(log_.AwaitStart("HAL server closed"),
-            "HAL server closed, it answered later requests but not install-vrf 1 for 30 ms");
+  hal_ = std::make_unique<SocketHal>(options);
+  hal_->Start(reported_.AllReports());
   server_.AcceptAndGreet();
-  EXPECT_EQ(IdIn(server_.Next()), 1U);
+  reported_.Await(1);
+  InstallVrf(hal_.get(), 1);
+  const FakeServer::Frame request = server_.Next();
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "install-vrf 1: 102"));
+  EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 1 failed: no answer in time");
+  // The late answer is dropped.
+  server_.Answer(request);
+  Settle(9);
+  EXPECT_EQ(hal_->counters().late_results, 1U);
+  EXPECT_THAT(reported_.events(), ElementsAre("found", "install-vrf 1: 102", "InstallVlan 9: 0"));
 }
 
 TEST_F(PromiseVrfsAreKept, ARefusalIsTold) {
@@ -762,6 +783,30 @@ TEST_F(ReinstallTest, IsRepeatedAgainWithTheNextServer) {
   EXPECT_EQ(reported_.events().back(), "found");
   EXPECT_THAT(log_.entries(),
               testing::Contains("NOT in sync: vlan 1 here, 2 there; reinstalling").Times(4));
+}
+
+TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItsEndIsNotAnswered) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(30);
+  options.heartbeat = milliseconds(5);
+  options.heartbeats_missed = 1000;
+  hal_ = std::make_unique<SocketHal>(options);
+  hal_->Start(reported_.AllReports());
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  const std::string reason =
+      "NOT in sync: the server has not answered the end of the reinstall for 30 ms; ";
+  for (std::size_t i = 1; i <= 4; ++i) {
+    hal_->BeginReinstall();
+    hal_->EndReinstall();
+    EXPECT_EQ(reported_.Await(1 + i).back(), i < 4 ? "found" : "not in sync");
+  }
+  EXPECT_THAT(log_.entries(), testing::Contains(reason + "reinstalling").Times(3));
+  EXPECT_THAT(log_.entries(), testing::Contains(reason + "giving up").Times(1));
+  // An end without a begin says nothing about the tables.
+  hal_->EndReinstall();
+  EXPECT_TRUE(Eventually([this] { return hal_->counters().unfinished == 0; }));
+  EXPECT_EQ(reported_.events().size(), 5U);
 }
 
 TEST_F(ReinstallTest, MissesAVrfThatWasRefused) {

@@ -1,7 +1,5 @@
 #include "reference/manager/program/chosen_hal.h"
 
-#include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "reference/manager/program/command_line.h"
@@ -11,13 +9,6 @@
 #include "reference/wire/hal_name.h"
 
 namespace reference {
-namespace {
-
-constexpr std::chrono::seconds kPatience{10};
-constexpr std::chrono::milliseconds kPause{1};
-
-}  // namespace
-
 HalChoice MakeHalChoice(const CommandLine& line) {
   return {line.hal_socket, line.table_size, line.deadline, LogLine, line.take_over};
 }
@@ -40,18 +31,6 @@ ChosenHal::ChosenHal(const HalChoice& choice)
   auto embedded = std::make_unique<EmbeddedHal>(options);
   embedded_ = embedded.get();
   connection_ = std::move(embedded);
-}
-
-void ChosenHal::AwaitEnd() const {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (connection_->counters().unfinished != 0) {
-    if (std::chrono::steady_clock::now() > end) {
-      throw std::runtime_error("the HAL " + name_ +
-                               " does not carry out what was sent; look for "
-                               "what holds it up with zuskux-hal tables, and start again");
-    }
-    std::this_thread::sleep_for(kPause);
-  }
 }
 
 TableEntries ChosenHal::ReadTables() const {

@@ -46,10 +46,6 @@ class ChosenHal {
   /// "embedded" or "unix:PATH".
   const std::string& name() const { return name_; }
 
-  /// Blocks until every request has been carried out, including those without a result. Throws
-  /// `std::runtime_error` if that takes too long.
-  void AwaitEnd() const;
-
   /// The HAL's contents. Throws `std::runtime_error` if they cannot be read.
   TableEntries ReadTables() const;
 

@@ -285,8 +285,6 @@ class Run {
 
   int Finish() {
     const DestDatabase& database = manager_.database();
-    // A manager that was stopped may have left anything unfinished.
-    if (!line_.stay) hal_.AwaitEnd();
     bool written = WriteOutput([this] { Dump(); });
     written &= WriteOutput([this] { Draw(); });
     if (line_.explain) {
