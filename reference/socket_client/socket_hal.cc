@@ -66,8 +66,8 @@ class ConnectionEnd : public std::runtime_error {
 
 /// One connection, or an attempt at one. Shared with its operations in flight, so that their
 /// buffers outlive a dropped connection.
-struct Session {
-  explicit Session(asio::io_context* io) : socket(*io), splitter(kDefaultMaxPayload) {}
+struct Connection {
+  explicit Connection(asio::io_context* io) : socket(*io), splitter(kDefaultMaxPayload) {}
 
   HandlerMemory read_memory;
   HandlerMemory write_memory;
@@ -86,22 +86,22 @@ struct Session {
   bool heartbeat_unanswered = false;
   int heartbeats_missed = 0;
 };
-using SessionPtr = std::shared_ptr<Session>;
+using ConnectionPtr = std::shared_ptr<Connection>;
 
 }  // namespace
 
 /// The thread and what runs on it. Called on that thread, except for the first two groups.
-class SocketHal::Connection {
+class SocketHal::Client {
  public:
-  explicit Connection(SocketHalOptions options);
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  ~Connection();
+  explicit Client(SocketHalOptions options);
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client();
 
   // On the host's thread:
   void Start(HalReporter reporter);
   HalReturnCode Submit(const HalRequest& request);
-  void Mark(FrameType mark);
+  void SubmitMark(FrameType mark);
   HostQueue* queue() { return host_queue_; }
 
  private:
@@ -112,24 +112,24 @@ class SocketHal::Connection {
   void OnWake();
 
   void Connect();
-  void OnConnected(const SessionPtr& session, const error_code& error);
+  void OnConnected(const ConnectionPtr& connection, const error_code& error);
   void Reconnect(const std::string& reason, std::chrono::milliseconds longest_pause);
   void Reconnect(const std::string& reason) { Reconnect(reason, options_.reconnect_last); }
   void ConnectAt(Clock::time_point time);
   void OnSocketAppeared();
 
-  void Read(const SessionPtr& session);
-  void OnRead(const SessionPtr& session, const error_code& error, std::size_t size);
-  void HandleBytes(const SessionPtr& session, std::size_t size);
-  void WriteQueued(const SessionPtr& session);
-  void WriteRest(const SessionPtr& session, std::string rest);
-  void WriteOutgoing(const SessionPtr& session, std::size_t begin);
-  void OnWritten(const SessionPtr& session);
-  void AllowHostWrites(const SessionPtr& session);
+  void Read(const ConnectionPtr& connection);
+  void OnRead(const ConnectionPtr& connection, const error_code& error, std::size_t size);
+  void HandleBytes(const ConnectionPtr& connection, std::size_t size);
+  void WriteQueued(const ConnectionPtr& connection);
+  void WriteRest(const ConnectionPtr& connection, std::string rest);
+  void WriteOutgoing(const ConnectionPtr& connection, std::size_t begin);
+  void OnWritten(const ConnectionPtr& connection);
+  void AllowHostWrites(const ConnectionPtr& connection);
   void ForbidHostWrites();
   void EndOverdue();
-  void ScheduleHeartbeat(const SessionPtr& session);
-  void CheckHeartbeat(const SessionPtr& session);
+  void ScheduleHeartbeat(const ConnectionPtr& connection);
+  void CheckHeartbeat(const ConnectionPtr& connection);
 
   // Each throws `ConnectionEnd` if the connection cannot go on after the frame.
   void OnFrame(const FrameSplitter::Frame& frame);
@@ -161,7 +161,7 @@ class SocketHal::Connection {
   asio::steady_timer deadline_timer_{io_};
   SocketWatch socket_watch_{&io_, options_.path, [this] { OnSocketAppeared(); }};
   // Null during the pause before the next attempt.
-  SessionPtr session_;
+  ConnectionPtr connection_;
   // When the last attempt to connect began.
   Clock::time_point attempted_;
   // When the last read returned.
@@ -175,14 +175,14 @@ class SocketHal::Connection {
   int repeated_reinstalls_ = 0;
 
   Mutex host_mutex_;
-  // The session that the host's thread may write to, null for none, and what it writes.
-  SessionPtr host_session_ ZUSKUX_GUARDED_BY(host_mutex_);
+  // The connection that the host's thread may write to, null for none, and what it writes.
+  ConnectionPtr host_connection_ ZUSKUX_GUARDED_BY(host_mutex_);
   std::string host_outgoing_ ZUSKUX_GUARDED_BY(host_mutex_);
 
   std::thread thread_;
 };
 
-SocketHal::Connection::Connection(SocketHalOptions options)
+SocketHal::Client::Client(SocketHalOptions options)
     : options_(std::move(options)),
       endpoint_(options_.path),
       client_queue_(options_),
@@ -190,13 +190,13 @@ SocketHal::Connection::Connection(SocketHalOptions options)
       pause_(options_.reconnect_first),
       take_over_(options_.take_over) {}
 
-SocketHal::Connection::~Connection() {
+SocketHal::Client::~Client() {
   stopping_ = true;
   io_.stop();
   if (thread_.joinable()) thread_.join();
 }
 
-void SocketHal::Connection::Start(HalReporter reporter) {
+void SocketHal::Client::Start(HalReporter reporter) {
   reporter_ = std::move(reporter);
   thread_ = std::thread([this] {
     Connect();
@@ -204,7 +204,7 @@ void SocketHal::Connection::Start(HalReporter reporter) {
   });
 }
 
-HalReturnCode SocketHal::Connection::Submit(const HalRequest& request) {
+HalReturnCode SocketHal::Client::Submit(const HalRequest& request) {
   const auto [code, next] = host_queue_->Submit(request);
   const bool write_now = next == HostQueue::Next::kWriteNow;
   if (write_now) WriteAtOnce();
@@ -212,66 +212,68 @@ HalReturnCode SocketHal::Connection::Submit(const HalRequest& request) {
   return code;
 }
 
-// Waking the connection's thread for a single request would take longer than writing it.
-void SocketHal::Connection::WriteAtOnce() {
+// Waking the client's thread for a single request would take longer than writing it.
+void SocketHal::Client::WriteAtOnce() {
   const MutexLock lock(&host_mutex_);
-  if (host_session_ == nullptr || !host_queue_->TakeFrames(&host_outgoing_)) return;
-  const std::size_t sent = SendAtOnce(host_session_->socket.native_handle(), host_outgoing_);
+  if (host_connection_ == nullptr || !host_queue_->TakeFrames(&host_outgoing_)) return;
+  const std::size_t sent = SendAtOnce(host_connection_->socket.native_handle(), host_outgoing_);
   if (sent == host_outgoing_.size()) return host_queue_->ConfirmWritten();
-  asio::post(io_, [this, session = host_session_, rest = host_outgoing_.substr(sent)]() mutable {
-    WriteRest(session, std::move(rest));
-  });
+  asio::post(io_,
+             [this, connection = host_connection_, rest = host_outgoing_.substr(sent)]() mutable {
+               WriteRest(connection, std::move(rest));
+             });
 }
 
-void SocketHal::Connection::Mark(FrameType mark) {
+void SocketHal::Client::SubmitMark(FrameType mark) {
   if (host_queue_->SubmitMark(mark)) Wake();
 }
 
-void SocketHal::Connection::Wake() {
+void SocketHal::Client::Wake() {
   asio::post(io_, [this] { OnWake(); });
 }
 
-void SocketHal::Connection::OnWake() {
+void SocketHal::Client::OnWake() {
   if (queue_->AllowWakeUps()) EndOverdue();
   ReportEnded();
-  if (session_ != nullptr) WriteQueued(session_);
+  if (connection_ != nullptr) WriteQueued(connection_);
   ReportRoom();
 }
 
-void SocketHal::Connection::Connect() {
+void SocketHal::Client::Connect() {
   // Watch before connecting, so that a socket created after the attempt is noticed.
   socket_watch_.Watch();
   attempted_ = Clock::now();
-  session_ = std::make_shared<Session>(&io_);
-  session_->socket.async_connect(endpoint_, [this, session = session_](const error_code& error) {
-    OnConnected(session, error);
-  });
+  connection_ = std::make_shared<Connection>(&io_);
+  connection_->socket.async_connect(endpoint_,
+                                    [this, connection = connection_](const error_code& error) {
+                                      OnConnected(connection, error);
+                                    });
 }
 
-void SocketHal::Connection::OnConnected(const SessionPtr& session, const error_code& error) {
+void SocketHal::Client::OnConnected(const ConnectionPtr& connection, const error_code& error) {
   if (error) {
     Reconnect("no HAL server at " + options_.path + ": " + error.message(),
               std::min(options_.reconnect_absent, options_.reconnect_last));
     return;
   }
-  session->outgoing = HelloFrame(options_.program, take_over_);
-  WriteOutgoing(session, 0);
-  Read(session);
-  ScheduleHeartbeat(session);
+  connection->outgoing = HelloFrame(options_.program, take_over_);
+  WriteOutgoing(connection, 0);
+  Read(connection);
+  ScheduleHeartbeat(connection);
 }
 
 // Ends the connection, or the attempt at one, and everything that depends on it. The next attempt
 // follows after a pause.
-void SocketHal::Connection::Reconnect(const std::string& reason,
-                                      std::chrono::milliseconds longest_pause) {
+void SocketHal::Client::Reconnect(const std::string& reason,
+                                  std::chrono::milliseconds longest_pause) {
   socket_watch_.Watch();
-  if (session_->useful) pause_ = options_.reconnect_first;
+  if (connection_->useful) pause_ = options_.reconnect_first;
   ForbidHostWrites();
-  const bool found = session_->greeted;
-  const bool other_writer = session_->other_writer;
+  const bool found = connection_->greeted;
+  const bool other_writer = connection_->other_writer;
   error_code ignored;
-  session_->socket.close(ignored);
-  session_.reset();
+  connection_->socket.close(ignored);
+  connection_.reset();
   heart_timer_.cancel();
   reinstall_check_.Clear();
   queue_->ServerLost();
@@ -286,49 +288,50 @@ void SocketHal::Connection::Reconnect(const std::string& reason,
   pause_ = std::min(pause_ * 2, longest_pause);
 }
 
-void SocketHal::Connection::ConnectAt(Clock::time_point time) {
+void SocketHal::Client::ConnectAt(Clock::time_point time) {
   reconnect_timer_.expires_at(time);
   reconnect_timer_.async_wait([this](const error_code& error) {
     // A timer that has already expired can no longer be cancelled.
-    if (!error && session_ == nullptr) Connect();
+    if (!error && connection_ == nullptr) Connect();
   });
 }
 
-void SocketHal::Connection::OnSocketAppeared() {
+void SocketHal::Client::OnSocketAppeared() {
   // The server may not listen yet.
   pause_ = options_.reconnect_first;
-  if (session_ == nullptr) ConnectAt(std::max(Clock::now(), attempted_ + kMinAttemptInterval));
+  if (connection_ == nullptr) ConnectAt(std::max(Clock::now(), attempted_ + kMinAttemptInterval));
 }
 
-void SocketHal::Connection::Read(const SessionPtr& session) {
-  session->socket.async_read_some(
-      asio::buffer(session->incoming),
-      HandlerIn(&session->read_memory, [this, session](const error_code& error, std::size_t size) {
-        OnRead(session, error, size);
-      }));
+void SocketHal::Client::Read(const ConnectionPtr& connection) {
+  connection->socket.async_read_some(
+      asio::buffer(connection->incoming),
+      HandlerIn(&connection->read_memory,
+                [this, connection](const error_code& error, std::size_t size) {
+                  OnRead(connection, error, size);
+                }));
 }
 
-void SocketHal::Connection::OnRead(const SessionPtr& session, const error_code& error,
-                                   std::size_t size) {
-  if (session != session_) return;
+void SocketHal::Client::OnRead(const ConnectionPtr& connection, const error_code& error,
+                               std::size_t size) {
+  if (connection != connection_) return;
   if (error) {
     Reconnect("HAL server lost: " + error.message());
     return;
   }
   queue_->SuppressWakeUps();
-  HandleBytes(session, size);
+  HandleBytes(connection, size);
   if (stopping_) return;
   OnWake();
-  if (session == session_) Read(session);
+  if (connection == connection_) Read(connection);
 }
 
 // Handles the bytes that were read and what follows from them.
-void SocketHal::Connection::HandleBytes(const SessionPtr& session, std::size_t size) {
+void SocketHal::Client::HandleBytes(const ConnectionPtr& connection, std::size_t size) {
   read_at_ = Clock::now();
-  session->heard = true;
-  session->splitter.Feed({session->incoming.data(), size});
+  connection->heard = true;
+  connection->splitter.Feed({connection->incoming.data(), size});
   try {
-    while (const auto frame = session->splitter.Next()) {
+    while (const auto frame = connection->splitter.Next()) {
       OnFrame(*frame);
       if (stopping_) return;
     }
@@ -340,52 +343,52 @@ void SocketHal::Connection::HandleBytes(const SessionPtr& session, std::size_t s
   }
 }
 
-void SocketHal::Connection::WriteQueued(const SessionPtr& session) {
-  if (!session->greeted || session->writing) return;
-  while (queue_->TakeFrames(&session->outgoing)) {
-    const std::size_t sent = SendAtOnce(session->socket.native_handle(), session->outgoing);
-    if (sent < session->outgoing.size()) return WriteOutgoing(session, sent);
+void SocketHal::Client::WriteQueued(const ConnectionPtr& connection) {
+  if (!connection->greeted || connection->writing) return;
+  while (queue_->TakeFrames(&connection->outgoing)) {
+    const std::size_t sent = SendAtOnce(connection->socket.native_handle(), connection->outgoing);
+    if (sent < connection->outgoing.size()) return WriteOutgoing(connection, sent);
     queue_->ConfirmWritten();
   }
 }
 
 // Completes a write that the host's thread began.
-void SocketHal::Connection::WriteRest(const SessionPtr& session, std::string rest) {
-  if (session != session_) return;
-  session->outgoing = std::move(rest);
-  WriteOutgoing(session, 0);
+void SocketHal::Client::WriteRest(const ConnectionPtr& connection, std::string rest) {
+  if (connection != connection_) return;
+  connection->outgoing = std::move(rest);
+  WriteOutgoing(connection, 0);
 }
 
-void SocketHal::Connection::WriteOutgoing(const SessionPtr& session, std::size_t begin) {
-  session->writing = true;
-  asio::async_write(
-      session->socket, asio::buffer(session->outgoing) + begin,
-      HandlerIn(&session->write_memory, [this, session](const error_code& error, std::size_t) {
-        session->writing = false;
-        // After an error there may still be something to read; the end of the stream reports the
-        // loss.
-        if (session == session_ && !error) OnWritten(session);
-      }));
+void SocketHal::Client::WriteOutgoing(const ConnectionPtr& connection, std::size_t begin) {
+  connection->writing = true;
+  asio::async_write(connection->socket, asio::buffer(connection->outgoing) + begin,
+                    HandlerIn(&connection->write_memory,
+                              [this, connection](const error_code& error, std::size_t) {
+                                connection->writing = false;
+                                // After an error there may still be something to read; the end of
+                                // the stream reports the loss.
+                                if (connection == connection_ && !error) OnWritten(connection);
+                              }));
 }
 
-void SocketHal::Connection::OnWritten(const SessionPtr& session) {
+void SocketHal::Client::OnWritten(const ConnectionPtr& connection) {
   queue_->ConfirmWritten();
-  if (session->greeted) AllowHostWrites(session);
-  WriteQueued(session);
+  if (connection->greeted) AllowHostWrites(connection);
+  WriteQueued(connection);
   ReportRoom();
 }
 
-void SocketHal::Connection::AllowHostWrites(const SessionPtr& session) {
+void SocketHal::Client::AllowHostWrites(const ConnectionPtr& connection) {
   const MutexLock lock(&host_mutex_);
-  host_session_ = session;
+  host_connection_ = connection;
 }
 
-void SocketHal::Connection::ForbidHostWrites() {
+void SocketHal::Client::ForbidHostWrites() {
   const MutexLock lock(&host_mutex_);
-  host_session_ = nullptr;
+  host_connection_ = nullptr;
 }
 
-void SocketHal::Connection::EndOverdue() {
+void SocketHal::Client::EndOverdue() {
   const auto next = queue_->EndOverdue(Clock::now());
   ReportEnded();
   if (!next) return;
@@ -397,24 +400,25 @@ void SocketHal::Connection::EndOverdue() {
   });
 }
 
-void SocketHal::Connection::ScheduleHeartbeat(const SessionPtr& session) {
+void SocketHal::Client::ScheduleHeartbeat(const ConnectionPtr& connection) {
   heart_timer_.expires_after(options_.heartbeat);
-  heart_timer_.async_wait([this, session](const error_code& error) {
-    if (!error && session == session_) CheckHeartbeat(session);
+  heart_timer_.async_wait([this, connection](const error_code& error) {
+    if (!error && connection == connection_) CheckHeartbeat(connection);
   });
 }
 
-void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
-  const bool heard = std::exchange(session->heard, false);
-  if (session->greeted && heard) {
-    session->heartbeat_unanswered = false;
-    session->heartbeats_missed = 0;
-  } else if (!session->greeted || session->heartbeat_unanswered) {
-    ++session->heartbeats_missed;
+void SocketHal::Client::CheckHeartbeat(const ConnectionPtr& connection) {
+  const bool heard = std::exchange(connection->heard, false);
+  if (connection->greeted && heard) {
+    connection->heartbeat_unanswered = false;
+    connection->heartbeats_missed = 0;
+  } else if (!connection->greeted || connection->heartbeat_unanswered) {
+    ++connection->heartbeats_missed;
   }
-  if (session->heartbeats_missed >= options_.heartbeats_missed) {
-    Reconnect(std::string("HAL server lost: no ") + (session->greeted ? "sign of life" : "hello") +
-              " for " + Text(options_.heartbeat * options_.heartbeats_missed));
+  if (connection->heartbeats_missed >= options_.heartbeats_missed) {
+    Reconnect(std::string("HAL server lost: no ") +
+              (connection->greeted ? "sign of life" : "hello") + " for " +
+              Text(options_.heartbeat * options_.heartbeats_missed));
     return;
   }
   const auto overdue = queue_->TakeOverdueReinstall(Clock::now());
@@ -422,28 +426,28 @@ void SocketHal::Connection::CheckHeartbeat(const SessionPtr& session) {
     OnNotInSync("the server has not answered the end of the reinstall for " +
                 Text(options_.deadline));
   }
-  if (session->greeted && !heard && !session->heartbeat_unanswered) {
-    session->heartbeat_unanswered = true;
+  if (connection->greeted && !heard && !connection->heartbeat_unanswered) {
+    connection->heartbeat_unanswered = true;
     queue_->AddHeartbeat();
-    WriteQueued(session);
+    WriteQueued(connection);
   }
-  ScheduleHeartbeat(session);
+  ScheduleHeartbeat(connection);
 }
 
-void SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
+void SocketHal::Client::OnFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (type == FrameType::kGoodbye) {
     const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
-    session_->other_writer =
+    connection_->other_writer =
         reason == GoodbyeReason::kOtherWriter || reason == GoodbyeReason::kTakenOver;
     throw ConnectionEnd("HAL server says goodbye: " + Printable(frame.payload, kMaxForeignText));
   }
-  if (!session_->greeted) {
+  if (!connection_->greeted) {
     if (type == FrameType::kHello) return OnHello(frame.payload);
     throw ConnectionEnd("HAL server closed, it sent frame type " +
                         std::to_string(static_cast<int>(type)) + " before its hello");
   }
-  session_->useful = true;
+  connection_->useful = true;
   switch (type) {
     case FrameType::kResult:
       return OnResult(frame);
@@ -453,14 +457,14 @@ void SocketHal::Connection::OnFrame(const FrameSplitter::Frame& frame) {
       if (frame.payload.empty()) return;
       throw ConnectionEnd("HAL server closed, it sent a heartbeat with a payload");
     default:
-      session_->useful = false;
+      connection_->useful = false;
       throw ConnectionEnd(
           "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
           (type == FrameType::kHello ? ", a second hello" : ", which is not the server's to send"));
   }
 }
 
-void SocketHal::Connection::OnHello(std::string_view payload) {
+void SocketHal::Client::OnHello(std::string_view payload) {
   wire::Hello hello;
   if (!hello.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
     throw ConnectionEnd("HAL server closed, its hello does not decode");
@@ -470,10 +474,10 @@ void SocketHal::Connection::OnHello(std::string_view payload) {
                         std::to_string(hello.protocol_version()) + " and this client version " +
                         std::to_string(kProtocolVersion) + ": update the older one");
   }
-  session_->greeted = true;
+  connection_->greeted = true;
   // Otherwise, two clients would take over from each other forever.
   take_over_ = false;
-  session_->heartbeats_missed = 0;
+  connection_->heartbeats_missed = 0;
   last_failure_.clear();
   socket_watch_.Stop();
   repeated_reinstalls_ = 0;
@@ -482,11 +486,11 @@ void SocketHal::Connection::OnHello(std::string_view payload) {
   queue_->ServerFound(hello.max_payload());
   ReportEnded();
   ReportServerFound();
-  if (!session_->writing) AllowHostWrites(session_);
+  if (!connection_->writing) AllowHostWrites(connection_);
   EndOverdue();
 }
 
-void SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
+void SocketHal::Client::OnResult(const FrameSplitter::Frame& frame) {
   const auto result = ParseResult(frame.payload);
   if (!result) {
     throw ConnectionEnd("HAL server closed, it sent a result of " +
@@ -521,7 +525,7 @@ void SocketHal::Connection::OnResult(const FrameSplitter::Frame& frame) {
   if (!answered->expired) Report(request, result->code);
 }
 
-void SocketHal::Connection::OnInSync(const FrameSplitter::Frame& frame) {
+void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
   wire::TableSummary summary;
   if (!summary.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
     throw ConnectionEnd("HAL server closed, its table summary does not decode");
@@ -552,17 +556,17 @@ void SocketHal::Connection::OnNotInSync(const std::string& reason) {
   ReportServerFound();
 }
 
-void SocketHal::Connection::ReportReinstallEnded(bool in_sync) {
+void SocketHal::Client::ReportReinstallEnded(bool in_sync) {
   if (!stopping_) reporter_.ReinstallEnded(in_sync);
 }
 
-void SocketHal::Connection::ReportServerFound() {
+void SocketHal::Client::ReportServerFound() {
   if (stopping_) return;
   queue_->CountServerFound();
   reporter_.ServerFound();
 }
 
-void SocketHal::Connection::ReportEnded() {
+void SocketHal::Client::ReportEnded() {
   queue_->TakeEnded(&ended_);
   for (const auto& [request, code] : ended_) {
     if (!HasResult(request.operation)) {
@@ -574,49 +578,49 @@ void SocketHal::Connection::ReportEnded() {
   }
 }
 
-void SocketHal::Connection::ReportRoom() {
+void SocketHal::Client::ReportRoom() {
   if (!queue_->TakeRoomReport() || stopping_) return;
   reporter_.Room();
 }
 
-void SocketHal::Connection::Report(const HalRequest& request, HalReturnCode code) {
+void SocketHal::Client::Report(const HalRequest& request, HalReturnCode code) {
   if (stopping_) return;
   if (HasResult(request.operation)) queue_->CountResult();
   reporter_.Result(request, code);
 }
 
-void SocketHal::Connection::Log(LogLevel level, const std::string& line) const {
+void SocketHal::Client::Log(LogLevel level, const std::string& line) const {
   reporter_.Event(line);
   if (options_.log) options_.log(level, line);
 }
 
-void SocketHal::Connection::LogFailure(const std::string& line) {
+void SocketHal::Client::LogFailure(const std::string& line) {
   if (line == last_failure_) return;
   last_failure_ = line;
   Log(LogLevel::kWarning, line);
 }
 
 SocketHal::SocketHal(SocketHalOptions options)
-    : connection_(std::make_unique<Connection>(std::move(options))) {}
+    : client_(std::make_unique<Client>(std::move(options))) {}
 
 SocketHal::~SocketHal() = default;
 
 void SocketHal::Start(HalReports reports) {
-  connection_->Start(HalReporter(std::move(reports), observer()));
+  client_->Start(HalReporter(std::move(reports), observer()));
 }
 
-bool SocketHal::HasRoom() { return connection_->queue()->HasRoom(); }
+bool SocketHal::HasRoom() { return client_->queue()->HasRoom(); }
 
-void SocketHal::SubmitBeginReinstall() { connection_->Mark(FrameType::kBeginReinstall); }
+void SocketHal::SubmitBeginReinstall() { client_->SubmitMark(FrameType::kBeginReinstall); }
 
-void SocketHal::SubmitEndReinstall() { connection_->Mark(FrameType::kEndReinstall); }
+void SocketHal::SubmitEndReinstall() { client_->SubmitMark(FrameType::kEndReinstall); }
 
-HalConnectionCounters SocketHal::counters() const { return connection_->queue()->counters(); }
+HalConnectionCounters SocketHal::counters() const { return client_->queue()->counters(); }
 
-HalLatencies SocketHal::latencies() const { return connection_->queue()->latencies(); }
+HalLatencies SocketHal::latencies() const { return client_->queue()->latencies(); }
 
-SocketHalStatistics SocketHal::statistics() const { return connection_->queue()->statistics(); }
+SocketHalStatistics SocketHal::statistics() const { return client_->queue()->statistics(); }
 
-HalReturnCode SocketHal::Submit(HalRequest request) { return connection_->Submit(request); }
+HalReturnCode SocketHal::Submit(HalRequest request) { return client_->Submit(request); }
 
 }  // namespace reference

@@ -114,8 +114,8 @@ class SocketHal : public HalConnection {
   void SubmitEndReinstall() override;
 
  private:
-  class Connection;
-  std::unique_ptr<Connection> connection_;
+  class Client;
+  std::unique_ptr<Client> client_;
 };
 
 }  // namespace reference
