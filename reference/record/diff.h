@@ -2,10 +2,12 @@
 #define ZUSKUX_REFERENCE_RECORD_DIFF_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <vector>
 
 #include "reference/hal/hal_tables.h"
+#include "reference/hal/message_fields.h"
 #include "reference/record/recorded_schema.h"
 #include "reference/record/steps.h"
 
@@ -29,11 +31,29 @@ struct DiffSide {
   const char* name;
   const HalTables* tables;
   const RecordedSchema* schema;
+  const InterfaceNames* interfaces;
 };
 
-/// Prints the differences by kind and id, with messages in protobuf's text form. Returns the number
-/// of entries that differ.
-std::size_t PrintDiff(const DiffSide& a, const DiffSide& b, std::ostream* out);
+/// An entry that the two sides do not hold alike.
+struct Difference {
+  HalKind kind = HalKind::kVrf;
+  std::uint32_t id = 0;
+  /// Null on a side that does not hold the entry.
+  MessageFields a;
+  MessageFields b;
+};
+
+/// By kind and id.
+std::vector<Difference> FindDifferences(const DiffSide& a, const DiffSide& b);
+
+/// Writes an entry's fields, or the fields that change from `a` to `b`, for each difference, then
+/// their number.
+void WriteDiff(const DiffSide& a, const DiffSide& b, const std::vector<Difference>& differences,
+               std::ostream* out);
+
+/// Writes the same as JSON: an object with "a", "b" and "differences".
+void WriteDiffAsJson(const DiffSide& a, const DiffSide& b,
+                     const std::vector<Difference>& differences, std::ostream* out);
 
 }  // namespace reference
 

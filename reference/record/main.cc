@@ -47,6 +47,8 @@ struct Arguments {
   std::vector<std::string> files;
   // For replay; empty if not given.
   std::string hal;
+  // For diff.
+  bool json = false;
 };
 
 struct Command {
@@ -108,8 +110,9 @@ int Replay(const Arguments& arguments) {
   return report.differences == 0 ? 0 : kDifferent;
 }
 
-reference::EndState ReadEndState(RecordingReader* recording) {
-  auto state = reference::ComputeEndState(reference::ReadSteps(recording));
+reference::EndState ReadEndState(RecordingReader* recording,
+                                 reference::InterfaceNames* interfaces) {
+  auto state = reference::ComputeEndState(reference::ReadSteps(recording, interfaces));
   TellCut(*recording);
   if (state.not_applied != 0) {
     Log().WriteDiagnostic(
@@ -124,13 +127,17 @@ reference::EndState ReadEndState(RecordingReader* recording) {
 int Diff(const Arguments& arguments) {
   RecordingReader a(arguments.files[0]);
   RecordingReader b(arguments.files[1]);
-  const auto a_state = ReadEndState(&a);
-  const auto b_state = ReadEndState(&b);
-  const auto differences =
-      reference::PrintDiff(DiffSide{a.name().c_str(), &a_state.tables, &a.schema()},
-                           DiffSide{b.name().c_str(), &b_state.tables, &b.schema()}, &std::cout);
-  std::cout << "differences " << differences << std::endl;
-  return differences == 0 ? 0 : kDifferent;
+  reference::InterfaceNames a_interfaces;
+  reference::InterfaceNames b_interfaces;
+  const auto a_state = ReadEndState(&a, &a_interfaces);
+  const auto b_state = ReadEndState(&b, &b_interfaces);
+  const DiffSide a_side{a.name().c_str(), &a_state.tables, &a.schema(), &a_interfaces};
+  const DiffSide b_side{b.name().c_str(), &b_state.tables, &b.schema(), &b_interfaces};
+  const auto differences = reference::FindDifferences(a_side, b_side);
+  const auto write = arguments.json ? reference::WriteDiffAsJson : reference::WriteDiff;
+  write(a_side, b_side, differences, &std::cout);
+  std::cout << std::flush;
+  return differences.empty() ? 0 : kDifferent;
 }
 
 const Command& FindCommand(const std::string& name) {
@@ -149,6 +156,7 @@ po::options_description Options() {
       ("hal", po::value<std::string>()->value_name("HAL"),                                  //
        "where replay sends to: embedded, or unix:PATH for a HAL server, whose tables are "  //
        "emptied wherever the recording found a server")                                     //
+      ("json", "write the result of diff as JSON")                                          //
       ("help", "show this help and exit")                                                   //
       ("version", "show the version and exit");
   return options;
@@ -191,6 +199,10 @@ int RunCommand(const po::variables_map& values) {
     if (words[0] != "replay") throw UsageError("--hal is an option of replay; leave it out");
     arguments.hal = values["hal"].as<std::string>();
   }
+  arguments.json = values.count("json") != 0;
+  if (arguments.json && words[0] != "diff") {
+    throw UsageError("--json is an option of diff; leave it out");
+  }
   return command.run(arguments);
 }
 
@@ -200,7 +212,7 @@ int Run(int argc, char** argv) {
   if (values.count("help") != 0) {
     std::cout << "Usage: zuskux-record show FILE\n"
               << "       zuskux-record replay FILE --hal HAL\n"
-              << "       zuskux-record diff FILE FILE\n"
+              << "       zuskux-record diff FILE FILE [--json]\n"
               << "Shows a recording line by line, sends its requests again and compares the\n"
               << "results, or compares what two recordings leave in the HAL.\n\n"
               << options

@@ -92,6 +92,12 @@ bool RecordedSchema::IsUnderstood(HalKind kind, const std::string& payload) cons
   });
 }
 
+MessageFields RecordedSchema::Fields(HalKind kind, const std::string& payload,
+                                     const InterfaceNames& interfaces) const {
+  const auto message = Decode(kind, payload);
+  return message == nullptr ? UndecodableFields(payload) : FieldsOf(*message, interfaces);
+}
+
 std::string RecordedSchema::Text(HalKind kind, const std::string& payload) const {
   const std::string name = Prototype(kind).GetDescriptor()->name();
   const auto message = Decode(kind, payload);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "reference/hal/hal_request.h"
+#include "reference/hal/message_fields.h"
 
 namespace reference {
 
@@ -28,6 +29,10 @@ class RecordedSchema {
 
   /// Whether this program's schema agrees with this one about everything that `payload` carries.
   bool IsUnderstood(HalKind kind, const std::string& payload) const;
+
+  /// The fields of a message that is in this schema.
+  MessageFields Fields(HalKind kind, const std::string& payload,
+                       const InterfaceNames& interfaces) const;
 
   /// The message in protobuf's text form, in this schema: "VlanMessage{vlan_destination_id: 12}".
   std::string Text(HalKind kind, const std::string& payload) const;

@@ -72,7 +72,7 @@ class StepCollector {
 
 }  // namespace
 
-std::vector<Step> ReadSteps(RecordingReader* recording) {
+std::vector<Step> ReadSteps(RecordingReader* recording, InterfaceNames* interfaces) {
   StepCollector steps;
   record::Entry entry;
   while (recording->Next(&entry)) {
@@ -94,6 +94,11 @@ std::vector<Step> ReadSteps(RecordingReader* recording) {
         break;
       case record::Entry::kServerFound:
         steps.Add(Step::Kind::kServerFound);
+        break;
+      case record::Entry::kInterface:
+        if (interfaces != nullptr) {
+          (*interfaces)[entry.interface().lim_id()] = entry.interface().name();
+        }
         break;
       default:
         break;

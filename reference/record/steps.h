@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "reference/hal/hal_request.h"
+#include "reference/hal/message_fields.h"
 #include "reference/record/recording_reader.h"
 
 namespace reference {
@@ -28,7 +29,10 @@ struct Step {
 /// Reads the rest of a recording in the order in which the server took the requests. That is the
 /// order of the entries, with one exception: a request that was in flight when a server was found,
 /// and had its result after that, went to that server. Throws `RecordingError`.
-std::vector<Step> ReadSteps(RecordingReader* recording);
+///
+/// Adds the interfaces that the recording names to `interfaces` unless that is null; the last name
+/// of an interface counts.
+std::vector<Step> ReadSteps(RecordingReader* recording, InterfaceNames* interfaces = nullptr);
 
 }  // namespace reference
 

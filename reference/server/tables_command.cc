@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "reference/hal/message_text.h"
+#include "reference/hal/message_fields.h"
 #include "reference/text/hex.h"
 #include "reference/text/json_text.h"
 #include "reference/text/printable.h"
@@ -23,8 +23,8 @@ void PrintAsText(const ServerContents& contents, std::ostream& out) {
   }
   out << '\n';
   for (const auto& [key, message] : contents.entries) {
-    out << HalKindName(key.first) << ' ' << key.second << ": " << MessageText(key.first, message)
-        << '\n';
+    out << HalKindName(key.first) << ' ' << key.second << ": "
+        << FieldsText(FieldsOf(key.first, message, {})) << '\n';
   }
 }
 
@@ -44,7 +44,7 @@ void PrintAsJson(const ServerContents& contents, std::ostream& out) {
   }
   for (const auto& [key, message] : contents.entries) {
     tables[std::string(HalKindName(key.first))]["entries"].push_back(
-        {{"id", key.second}, {"message", MessageText(key.first, message)}});
+        {{"id", key.second}, {"fields", FieldsOf(key.first, message, {})}});
   }
   out << JsonText(json, 2) << '\n';
 }

@@ -18,7 +18,7 @@ SEES = {
     "reference/text": set(),
     "reference/log": {"reference/text"},
     "reference/site": {"reference/text"},
-    "reference/hal": {"reference/support"} | LIBRARY,
+    "reference/hal": {"reference/support", "reference/text"} | LIBRARY,
     "reference/wire": {"reference/hal"},
     "reference/socket_client": {"reference/hal", "reference/log", "reference/support",
                                 "reference/text", "reference/wire"},

@@ -116,28 +116,32 @@ TEST_F(ManagerAndServerTest, PlanShowsWhatWouldChangeAndSendsNothing) {
   const auto before = Tables();
   const std::string other = files_.Write("other", kOtherSite);
   const Outcome plan = Execute(Manager({other, "--plan"}));
-  EXPECT_EQ(plan.status, 0);
+  EXPECT_EQ(plan.status, 3);
   EXPECT_EQ(plan.err, "");
   EXPECT_EQ(plan.out,
             "install  vrf 7  red\n"
             "         vrf_id: 7\n"
             "replace  vlan 11  b\n"
-            "         from lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 11 mtu: 1500\n"
-            "         to   lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 11 mtu: 9000\n"
+            "         mtu: 1500 -> 9000\n"
             "remove  vlan 10\n"
-            "         lim_id: \"\\001\\000\\000\\000\" vlan_destination_id: 10 mtu: 1500\n"
+            "         interface: eth0 vlan_destination_id: 10 mtu: 1500\n"
             "1 to install, 1 to replace, 1 to remove, 1 unchanged\n");
   EXPECT_EQ(Tables(), before);
 
   const auto json = nlohmann::json::parse(Execute(Manager({other, "--plan", "--json"})).out);
   EXPECT_EQ(json["summary"],
             nlohmann::json({{"install", 1}, {"replace", 1}, {"remove", 1}, {"unchanged", 1}}));
-  EXPECT_EQ(json["steps"][1]["change"], "replace");
-  EXPECT_EQ(json["steps"][1]["id"], 11);
+  EXPECT_EQ(json["steps"], nlohmann::json::parse(R"([
+    {"change": "install", "kind": "vrf", "id": 7, "name": "red", "wanted": {"vrf_id": 7}},
+    {"change": "replace", "kind": "vlan", "id": 11, "name": "b",
+     "changes": {"mtu": {"from": 1500, "to": 9000}}},
+    {"change": "remove", "kind": "vlan", "id": 10,
+     "present": {"interface": "eth0", "vlan_destination_id": 10, "mtu": 1500}}])"));
 
   ASSERT_EQ(Execute(Manager({other})).status, 0);
-  EXPECT_EQ(Execute(Manager({other, "--plan"})).out,
-            "0 to install, 0 to replace, 0 to remove, 3 unchanged\n");
+  const Outcome none = Execute(Manager({other, "--plan"}));
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.out, "0 to install, 0 to replace, 0 to remove, 3 unchanged\n");
 }
 
 TEST_F(ManagerAndServerTest, APlanNeedsAServer) {

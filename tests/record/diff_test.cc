@@ -25,10 +25,11 @@ EndState EndStateAfter(const std::function<void(RecordedSession*)>& act) {
 
 std::string Diff(const EndState& a, const EndState& b) {
   const RecordedSchema schema(BuiltInSchema());
+  const InterfaceNames interfaces;
+  const DiffSide side_a{"a", &a.tables, &schema, &interfaces};
+  const DiffSide side_b{"b", &b.tables, &schema, &interfaces};
   std::ostringstream out;
-  const std::size_t differences =
-      PrintDiff({"a", &a.tables, &schema}, {"b", &b.tables, &schema}, &out);
-  out << differences;
+  WriteDiff(side_a, side_b, FindDifferences(side_a, side_b), &out);
   return out.str();
 }
 
@@ -73,8 +74,8 @@ TEST(EndState, FollowsReinstallsAndRestarts) {
   const EndState direct = EndStateAfter([](RecordedSession* session) {
     session->Send(HalOperation::kInstallVlan, 1, Vlan(1, 1400));
   });
-  EXPECT_EQ(Diff(reinstalled, direct), "0");
-  EXPECT_EQ(Diff(restarted, direct), "0");
+  EXPECT_EQ(Diff(reinstalled, direct), "differences 0\n");
+  EXPECT_EQ(Diff(restarted, direct), "differences 0\n");
 }
 
 TEST(EndState, CountsWhatDoesNotFit) {
@@ -86,7 +87,7 @@ TEST(EndState, CountsWhatDoesNotFit) {
   EXPECT_TRUE(state.tables.Contains(HalKind::kVlan, 2));
 }
 
-TEST(PrintDiff, NamesKindAndIdAndBothContents) {
+TEST(Diff, NamesKindAndIdAndWhatDiffers) {
   const EndState a = EndStateAfter([](RecordedSession* session) {
     InstallSome(session);
     session->Send(HalOperation::kInstallVlan, 10, Vlan(10));
@@ -97,21 +98,20 @@ TEST(PrintDiff, NamesKindAndIdAndBothContents) {
     session->Send(HalOperation::kReplaceVlan, 1, Vlan(1, 9000));
     session->Send(HalOperation::kInstallMpls, 4, MplsOn(4, 2, 99));
   });
-  EXPECT_EQ(Diff(a, a), "0");
+  EXPECT_EQ(Diff(a, a), "differences 0\n");
   EXPECT_EQ(Diff(a, b),
             "vlan 1:\n"
-            "  a: VlanMessage{vlan_destination_id: 1 mtu: 1500}\n"
-            "  b: VlanMessage{vlan_destination_id: 1 mtu: 9000}\n"
+            "  mtu: 1500 -> 9000\n"
             "vlan 2:\n"
             "  a: not installed\n"
-            "  b: VlanMessage{vlan_destination_id: 2 mtu: 1500}\n"
+            "  b: vlan_destination_id: 2 mtu: 1500\n"
             "vlan 10:\n"
-            "  a: VlanMessage{vlan_destination_id: 10 mtu: 1500}\n"
+            "  a: vlan_destination_id: 10 mtu: 1500\n"
             "  b: not installed\n"
             "mpls 4:\n"
             "  a: not installed\n"
-            "  b: MplsMessage{dest_id: 4 vlan_tunnel_dest_id: 2 labels: 99}\n"
-            "4");
+            "  b: dest_id: 4 vlan_tunnel_dest_id: 2 labels: 99\n"
+            "differences 4\n");
 }
 
 }  // namespace

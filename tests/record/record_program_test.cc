@@ -8,6 +8,7 @@
 #include <boost/asio/post.hpp>
 #include <cstdlib>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 
@@ -163,10 +164,21 @@ TEST_F(RecordProgram, ComparesRecordings) {
   const Ended other = RunProgram("diff " + a_ + " " + b_);
   EXPECT_EQ(other.code, 3);
   EXPECT_EQ(other.out, "ecmp 6:\n  " + a_ + ": not installed\n  " + b_ +
-                           ": EcmpMessage{db_id: 6 members: 1}\ndifferences 1\n");
+                           ": db_id: 6 members: 1\ndifferences 1\n");
   EXPECT_EQ(other.err, b_ + ": 1 requests that had succeeded do not fit what precedes them; the "
                             "recording does not begin with an empty HAL, and its end state is "
                             "incomplete\n");
+
+  const Ended json = RunProgram("diff --json " + a_ + " " + b_);
+  EXPECT_EQ(json.code, 3);
+  EXPECT_EQ(nlohmann::json::parse(json.out),
+            (nlohmann::json{{"a", a_},
+                            {"b", b_},
+                            {"differences",
+                             {{{"kind", "ecmp"},
+                               {"id", 6},
+                               {"a", nullptr},
+                               {"b", {{"db_id", 6}, {"members", {1}}}}}}}}));
 }
 
 TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
@@ -181,6 +193,29 @@ TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
                              "file that was written as a recording\n")
         << command;
   }
+}
+
+TEST_F(RecordProgram, ComparesFieldsAndNamesInterfaces) {
+  const auto record = [this](const std::string& name, std::uint32_t mtu) {
+    RecordedSession session(folder_.Path(name));
+    session.recorder().Interface(1, "eth0", 1, 4);
+    encapsulation::VlanMessage vlan = Vlan(5, mtu);
+    vlan.set_lim_id(std::string("\x01\0\0\0", 4));
+    vlan.set_source_mac_address(std::string("\x02\0\0\0\x04n", 6));
+    session.Send(HalOperation::kInstallVlan, 5, vlan);
+    return folder_.Path(name);
+  };
+  const std::string small = record("small", 1500);
+  const std::string large = record("large", 9000);
+  EXPECT_EQ(RunProgram("diff " + small + " " + large).out,
+            "vlan 5:\n  mtu: 1500 -> 9000\ndifferences 1\n");
+  const std::string empty = folder_.Path("empty");
+  { const RecordedSession session(empty); }
+  EXPECT_EQ(RunProgram("diff " + small + " " + empty).out,
+            "vlan 5:\n  " + small +
+                ": interface: eth0 source_mac_address: 02:00:00:00:04:6e vlan_destination_id: 5 "
+                "mtu: 1500\n  " +
+                empty + ": not installed\ndifferences 1\n");
 }
 
 TEST_F(RecordProgram, EndsWith1WhenItsOutputIsLost) {
@@ -201,6 +236,7 @@ TEST_F(RecordProgram, EndsWith2ForWrongUsage) {
         Case{"list x", "'list' is not a command; use show, replay or diff"},
         Case{"show", "show takes 1 recording, not 0"},
         Case{"show a b", "show takes 1 recording, not 2"},
+        Case{"show --json a", "--json is an option of diff; leave it out"},
         Case{"diff a", "diff takes 2 recordings, not 1"},
         Case{"show a --hal embedded", "--hal is an option of replay; leave it out"},
         Case{"replay a", "--hal is missing; add --hal embedded or unix:PATH"},

@@ -283,8 +283,8 @@ TEST_F(TablesTest, AreShownAsJson) {
   EXPECT_EQ(vlans.at("count"), 2);
   EXPECT_THAT(vlans.at("digest").get<std::string>(), MatchesRegex("0x[0-9a-f]{16}"));
   EXPECT_EQ(vlans.at("entries"), nlohmann::json::parse(R"([
-              {"id": 5, "message": "vlan_destination_id: 5 mtu: 1500"},
-              {"id": 300, "message": "vlan_destination_id: 300"}])"));
+              {"id": 5, "fields": {"vlan_destination_id": 5, "mtu": 1500}},
+              {"id": 300, "fields": {"vlan_destination_id": 300}}])"));
   EXPECT_EQ(
       json.at("tables").at("mpls"),
       nlohmann::json::parse(R"({"count": 0, "digest": "0x0000000000000000", "entries": []})"));

@@ -8,7 +8,7 @@ namespace reference {
 /// Something could not be read, written or reached.
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
-/// The HAL does not hold what the site describes.
+/// The HAL does not hold what the site describes, or a plan has changes.
 inline constexpr int kExitIncomplete = 3;
 /// Another client programs the HAL.
 inline constexpr int kExitOtherWriter = 4;

@@ -53,7 +53,8 @@ int ShowPlan(const CommandLine& line, const Site& site) {
   } else {
     WritePlan(plan, &std::cout);
   }
-  return Finish();
+  const int status = Finish();
+  return HasChanges(plan) ? kExitIncomplete : status;
 }
 
 int RunWithSites(const CommandLine& line) {

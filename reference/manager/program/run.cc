@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "reference/hal/message_text.h"
+#include "reference/hal/message_fields.h"
 #include "reference/manager/engine/manager.h"
 #include "reference/manager/program/chosen_hal.h"
 #include "reference/manager/program/command_line.h"

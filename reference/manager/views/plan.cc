@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "reference/hal/message_text.h"
+#include "reference/hal/message_fields.h"
 #include "reference/manager/engine/adapters.h"
 #include "reference/manager/engine/dest_database.h"
 #include "reference/manager/engine/request_queue.h"
@@ -28,8 +28,16 @@ std::size_t Count(const Plan& plan, PlannedChange change) {
                     [change](const PlanStep& step) { return step.change == change; }));
 }
 
-void WriteMessage(const char* label, HalKind kind, const std::string& payload, std::ostream* out) {
-  if (!payload.empty()) *out << "         " << label << MessageText(kind, payload) << '\n';
+std::string DetailText(const PlanStep& step) {
+  switch (step.change) {
+    case PlannedChange::kInstall:
+      return FieldsText(step.wanted);
+    case PlannedChange::kReplace:
+      return ChangesText(ChangedFields(step.present, step.wanted));
+    case PlannedChange::kRemove:
+      break;
+  }
+  return FieldsText(step.present);
 }
 
 }  // namespace
@@ -39,6 +47,10 @@ Plan MakePlan(const Site& site, const TableEntries& present) {
   RequestQueue queue;
   for (Object* const object : database.Replace(site).changed) queue.Add(object);
 
+  InterfaceNames interfaces;
+  for (const SiteInterface& interface : site.interfaces) {
+    interfaces[interface.lim_id] = interface.name;
+  }
   Plan plan;
   TableEntries left = present;
   while (!queue.empty()) {
@@ -48,20 +60,26 @@ Plan MakePlan(const Site& site, const TableEntries& present) {
     const HalKind kind = object->key.kind;
     const auto entry = left.find({kind, message.id});
     if (entry == left.end()) {
-      plan.steps.push_back(
-          {PlannedChange::kInstall, kind, message.id, object->name, {}, message.payload});
+      plan.steps.push_back({PlannedChange::kInstall, kind, message.id, object->name, nullptr,
+                            FieldsOf(kind, message.payload, interfaces)});
       continue;
     }
     if (entry->second == message.payload) {
       ++plan.unchanged;
     } else {
-      plan.steps.push_back({PlannedChange::kReplace, kind, message.id, object->name, entry->second,
-                            message.payload});
+      plan.steps.push_back({PlannedChange::kReplace, kind, message.id, object->name,
+                            FieldsOf(kind, entry->second, interfaces),
+                            FieldsOf(kind, message.payload, interfaces)});
     }
     left.erase(entry);
   }
   for (const auto& [key, payload] : left) {
-    plan.steps.push_back({PlannedChange::kRemove, key.first, key.second, {}, payload, {}});
+    plan.steps.push_back({PlannedChange::kRemove,
+                          key.first,
+                          key.second,
+                          {},
+                          FieldsOf(key.first, payload, interfaces),
+                          nullptr});
   }
   return plan;
 }
@@ -70,10 +88,7 @@ void WritePlan(const Plan& plan, std::ostream* out) {
   for (const PlanStep& step : plan.steps) {
     *out << ChangeName(step.change) << "  " << HalKindName(step.kind) << ' ' << step.id;
     if (!step.name.empty()) *out << "  " << Printable(step.name);
-    *out << '\n';
-    const bool both = step.change == PlannedChange::kReplace;
-    WriteMessage(both ? "from " : "", step.kind, step.present, out);
-    WriteMessage(both ? "to   " : "", step.kind, step.wanted, out);
+    *out << "\n         " << DetailText(step) << '\n';
   }
   *out << Count(plan, PlannedChange::kInstall) << " to install, "
        << Count(plan, PlannedChange::kReplace) << " to replace, "
@@ -89,8 +104,13 @@ void WritePlanAsJson(const Plan& plan, std::ostream* out) {
     entry["kind"] = HalKindName(step.kind);
     entry["id"] = step.id;
     if (!step.name.empty()) entry["name"] = step.name;
-    if (!step.present.empty()) entry["present"] = MessageText(step.kind, step.present);
-    if (!step.wanted.empty()) entry["wanted"] = MessageText(step.kind, step.wanted);
+    if (step.change == PlannedChange::kReplace) {
+      entry["changes"] = ChangedFields(step.present, step.wanted);
+    } else if (step.change == PlannedChange::kInstall) {
+      entry["wanted"] = step.wanted;
+    } else {
+      entry["present"] = step.present;
+    }
     json["steps"].push_back(std::move(entry));
   }
   json["summary"] = {{"install", Count(plan, PlannedChange::kInstall)},

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "reference/hal/hal_tables.h"
+#include "reference/hal/message_fields.h"
 #include "reference/site/site.h"
 
 namespace reference {
@@ -22,9 +23,9 @@ struct PlanStep {
   std::uint32_t id = 0;
   /// Empty for a removal.
   std::string name;
-  /// Serialised messages: what the HAL holds now, and what it would hold. Empty for none.
-  std::string present;
-  std::string wanted;
+  /// What the HAL holds now, and what it would hold. Null for none.
+  MessageFields present;
+  MessageFields wanted;
 };
 
 /// The changes that would bring a HAL to a site.
@@ -40,7 +41,11 @@ struct Plan {
 /// holds. Sends nothing.
 Plan MakePlan(const Site& site, const TableEntries& present);
 
-/// Writes a line for each step with its messages below it, then the totals.
+/// Whether anything would change.
+inline bool HasChanges(const Plan& plan) { return !plan.steps.empty(); }
+
+/// Writes a line for each step, with its message's fields or what changes in them below it, then
+/// the totals.
 void WritePlan(const Plan& plan, std::ostream* out);
 
 /// Writes the same as JSON: an object with "steps" and "summary".
