@@ -545,7 +545,7 @@ void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
   OnNotInSync(*differences);
 }
 
-void SocketHal::Connection::OnNotInSync(const std::string& reason) {
+void SocketHal::Client::OnNotInSync(const std::string& reason) {
   const bool again = repeated_reinstalls_ < kMaxRepeatedReinstalls;
   Log(LogLevel::kError, "NOT in sync: " + reason + (again ? "; reinstalling" : "; giving up"));
   if (!again) {
