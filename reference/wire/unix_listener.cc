@@ -58,12 +58,22 @@ void CheckFolder(const std::string& folder) {
                   "; choose a folder of your own");
 }
 
-void MakeFolder(const std::string& path) {
+std::string FolderOf(const std::string& path) {
   const std::string parent = std::filesystem::path(path).parent_path();
-  const std::string folder = parent.empty() ? "." : parent;
-  if (mkdir(folder.c_str(), kFolderMode) == 0) return;
-  if (errno == EEXIST) return CheckFolder(folder);
-  Fail(errno, "cannot make the folder " + folder + " for the socket; make it first");
+  return parent.empty() ? "." : parent;
+}
+
+// Makes the default folder only. A path that the operator gave may be mistyped.
+void PrepareFolder(const std::string& path) {
+  const std::string folder = FolderOf(path);
+  if (folder == FolderOf(DefaultSocketPath({}))) {
+    if (mkdir(folder.c_str(), kFolderMode) == 0) return;
+    if (errno != EEXIST) Fail(errno, "cannot make the folder " + folder + " for the socket");
+  } else if (struct stat found{}; stat(folder.c_str(), &found) != 0) {
+    Fail(errno, "there is no folder " + folder + " for the socket; make it first with mkdir " +
+                    folder + ", or correct the path");
+  }
+  CheckFolder(folder);
 }
 
 }  // namespace
@@ -71,7 +81,7 @@ void MakeFolder(const std::string& path) {
 UnixListener::UnixListener(boost::asio::io_context* io, std::string path)
     : path_(std::move(path)), acceptor_(*io) {
   CheckPath(path_);
-  MakeFolder(path_);
+  PrepareFolder(path_);
   Lock();
   RemoveStaleSocket();
   Listen();

@@ -18,10 +18,10 @@ class UnixListener {
  public:
   using Acceptor = boost::asio::local::stream_protocol::acceptor;
 
-  /// Creates the socket (0600), and its folder (0700) if it is missing; replaces a socket on which
-  /// nobody listens. Holds the lock file `path`.lock, so that exactly one of several servers that
-  /// start at once listens. Throws `boost::system::system_error`, with a text for the operator;
-  /// also for a folder in which another user could replace the socket.
+  /// Creates the socket (0600); replaces a socket on which nobody listens. Creates the folder
+  /// (0700) only for the default path. Holds the lock file `path`.lock, so that exactly one of
+  /// several servers that start at once listens. Throws `boost::system::system_error`, with a text
+  /// for the operator; also for a folder in which another user could replace the socket.
   UnixListener(boost::asio::io_context* io, std::string path);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;

@@ -180,7 +180,7 @@ TEST_F(ZuskuxHalTest, NamesMistakesOfAFaultFile) {
 
 TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
   for (const int signal : {SIGTERM, SIGINT}) {
-    const std::string socket = Path("new/hal.sock");
+    const std::string socket = Path("hal.sock");
     Process server(OutputFolder(), {"--socket", socket});
     ASSERT_TRUE(server.Says("listening on " + socket + ", generation 0x"));
     RawClient client(socket);
@@ -194,6 +194,15 @@ TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
                                              "0x[0-9a-f]{16}\n"
                                              "zuskux-hal: client 1: \"test\" connected\n"));
   }
+}
+
+TEST_F(ZuskuxHalTest, MakesNoFolderForASocket) {
+  const std::string folder = folder_.Path("nodir");
+  const Ended ended = RunToEnd({"--socket", folder + "/x.sock"});
+  EXPECT_EQ(ended.code, 1);
+  EXPECT_THAT(ended.error, HasSubstr("there is no folder " + folder +
+                                     " for the socket; make it first with mkdir " + folder));
+  EXPECT_FALSE(std::filesystem::exists(folder));
 }
 
 TEST_F(ZuskuxHalTest, KeepsQuiet) {

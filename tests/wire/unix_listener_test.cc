@@ -56,12 +56,11 @@ class UnixListenerTest : public ::testing::Test {
   boost::asio::io_context io_;
 };
 
-TEST_F(UnixListenerTest, MakesFolderAndSocketForThisUserOnly) {
+TEST_F(UnixListenerTest, MakesTheSocketForThisUserOnly) {
   const mode_t before = umask(0);
-  const UnixListener listener(&io_, folder_.Path("new/hal.sock"));
+  const UnixListener listener(&io_, folder_.Path("hal.sock"));
   umask(before);
-  EXPECT_EQ(ModeOf(folder_.Path("new")), 0700U);
-  EXPECT_EQ(ModeOf(folder_.Path("new/hal.sock")), 0600U);
+  EXPECT_EQ(ModeOf(folder_.Path("hal.sock")), 0600U);
 }
 
 TEST_F(UnixListenerTest, LeavesAFolderThatExists) {
@@ -220,9 +219,13 @@ TEST_F(UnixListenerTest, NamesTheLimitOfAPath) {
   EXPECT_THAT(Complaint(""), StartsWith("the socket path is empty; name a file"));
 }
 
-TEST_F(UnixListenerTest, NamesAFolderThatItCannotMake) {
-  EXPECT_THAT(Complaint(folder_.Path("no/such/hal.sock")),
-              HasSubstr("cannot make the folder " + folder_.Path("no/such") + " for the socket"));
+TEST_F(UnixListenerTest, AFolderThatDoesNotExistIsNamedAndNotMade) {
+  const std::string folder = folder_.Path("nodir");
+  EXPECT_THAT(
+      Complaint(folder + "/hal.sock"),
+      StartsWith("there is no folder " + folder + " for the socket; make it first with mkdir " +
+                 folder + ", or correct the path"));
+  EXPECT_FALSE(Exists(folder));
 }
 
 class DefaultPathTest : public ::testing::Test {
@@ -247,6 +250,30 @@ class DefaultPathTest : public ::testing::Test {
 TEST_F(DefaultPathTest, IsUnderTheRuntimeFolder) {
   setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
   EXPECT_EQ(DefaultSocketPath("hal.sock"), "/run/user/7/zuskux/hal.sock");
+}
+
+TEST_F(DefaultPathTest, ItsFolderIsMadeForThisUserOnly) {
+  const TestFolder runtime;
+  setenv("XDG_RUNTIME_DIR", runtime.Path("").c_str(), 1);
+  const std::string path = DefaultSocketPath("hal.sock");
+  boost::asio::io_context io;
+  const mode_t before = umask(0);
+  const UnixListener listener(&io, path);
+  umask(before);
+  EXPECT_EQ(ModeOf(std::filesystem::path(path).parent_path()), 0700U);
+}
+
+TEST_F(DefaultPathTest, ItsFolderThatCannotBeMadeIsNamed) {
+  const TestFolder runtime;
+  setenv("XDG_RUNTIME_DIR", runtime.Path("gone").c_str(), 1);
+  boost::asio::io_context io;
+  try {
+    const UnixListener listener(&io, DefaultSocketPath("hal.sock"));
+    FAIL() << "made in a folder that does not exist";
+  } catch (const boost::system::system_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("cannot make the folder " + runtime.Path("gone/zuskux") +
+                                        " for the socket"));
+  }
 }
 
 TEST_F(DefaultPathTest, IsInTmpWithoutARuntimeFolder) {
