@@ -31,111 +31,12 @@ using testing_support::LiveAllocations;
 using testing_support::LiveWithoutEvents;
 using testing_support::ObjectAt;
 
-static_assert(!std::is_copy_constructible_v<EcmpEncapsulationMessage>);
-static_assert(!std::is_move_constructible_v<EcmpEncapsulationMessage>);
-static_assert(!std::is_copy_assignable_v<EcmpEncapsulationMessage>);
-static_assert(!std::is_move_assignable_v<EcmpEncapsulationMessage>);
 static_assert(std::is_void_v<decltype(std::declval<HaiL3MplsEncapsulationEcmp&>().InstallEcmp(
                   std::declval<const EcmpData&>()))>);
 static_assert(std::is_void_v<decltype(std::declval<HaiL3MplsEncapsulationEcmp&>().DestroyEcmp(
                   std::declval<const EcmpData&>()))>);
 
 EcmpData Group(std::vector<unsigned int> members) { return {7, std::move(members)}; }
-
-struct OperationCase {
-  const char* name;
-  void (HaiL3MplsEncapsulationEcmp::*operation)(const EcmpData&);
-  const char* trace;
-  const char* hal_request;
-  const char* no_client;
-};
-
-class EcmpOperationTest : public testing_support::HaiTest,
-                          public testing::WithParamInterface<OperationCase> {
- protected:
-  void Run() { (HaiL3MplsEncapsulationEcmp().*GetParam().operation)(Group({12, 15, 15, 12})); }
-};
-
-TEST_P(EcmpOperationTest, TracesAndSends) {
-  Run();
-  EXPECT_THAT(Events(),
-              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
-}
-
-TEST_P(EcmpOperationTest, WithoutTraceSendsAllTheSame) {
-  testing_support::SetTrace(false);
-  Run();
-  EXPECT_THAT(Events(), ElementsAre(GetParam().hal_request, "AppMessage destroyed"));
-}
-
-TEST_P(EcmpOperationTest, WithoutClientLogsAnError) {
-  WithoutClient();
-  Run();
-  EXPECT_THAT(Events(),
-              ElementsAre(GetParam().trace, GetParam().no_client, "AppMessage destroyed"));
-}
-
-TEST_P(EcmpOperationTest, WithoutClientAndTraceLogsAnErrorOnly) {
-  WithoutClient();
-  testing_support::SetTrace(false);
-  Run();
-  EXPECT_THAT(Events(), ElementsAre(GetParam().no_client, "AppMessage destroyed"));
-}
-
-TEST_P(EcmpOperationTest, PassesTheWholeWrapper) {
-  bool called = false;
-  client_.on_request = [&](AppMessage* wrapper) {
-    called = true;
-    const auto* ecmp = dynamic_cast<EcmpEncapsulationMessage*>(wrapper);
-    EXPECT_EQ(static_cast<const void*>(ecmp), static_cast<const void*>(wrapper));
-  };
-  Run();
-  EXPECT_TRUE(called);
-}
-
-TEST_P(EcmpOperationTest, KeepsNothing) {
-  const std::ptrdiff_t before = LiveWithoutEvents();
-  Run();
-  EXPECT_EQ(LiveWithoutEvents(), before);
-}
-
-TEST_P(EcmpOperationTest, ExceptionOfTheClientDestroysTheWrapper) {
-  client_.on_request = [](AppMessage*) { throw std::runtime_error("HAL"); };
-  const std::ptrdiff_t before = LiveWithoutEvents();
-  EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("HAL"));
-  EXPECT_THAT(Events(),
-              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
-  EXPECT_EQ(LiveWithoutEvents(), before);
-}
-
-TEST_P(EcmpOperationTest, ExceptionOfTheLogDestroysTheWrapper) {
-  testing_support::SetLogHook([] { throw std::runtime_error("log"); });
-  for (const bool trace : {true, false}) {
-    testing_support::SetTrace(trace);
-    if (!trace) WithoutClient();
-    const std::ptrdiff_t before = LiveWithoutEvents();
-    EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("log"));
-    EXPECT_THAT(Events(), ElementsAre("AppMessage destroyed"));
-    EXPECT_EQ(LiveWithoutEvents(), before);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All, EcmpOperationTest,
-    testing::Values(OperationCase{"Install", &HaiL3MplsEncapsulationEcmp::InstallEcmp,
-                                  "log 10 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:25 "
-                                  "[TX ===>] hai:ecmp:Install ECMP=(db_id=7)",
-                                  "hal InstallEcmpEncap EcmpEncapsulationMessage db_id: 7 "
-                                  "members: 12 members: 15 members: 15 members: 12",
-                                  "log 12 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:29 "
-                                  "Hai has no HalL3MplsEncapsulationClient registered!!!"},
-                    OperationCase{"Destroy", &HaiL3MplsEncapsulationEcmp::DestroyEcmp,
-                                  "log 10 src/dest_ecmp/hai/hai_dest_ecmp DestroyEcmp:36 "
-                                  "[TX ===>] hai:ecmp:Delete ECMP=(db_id=7)",
-                                  "hal DestroyEcmpEncap EcmpEncapsulationMessage db_id: 7",
-                                  "log 12 src/dest_ecmp/hai/hai_dest_ecmp DestroyEcmp:40 "
-                                  "Hai has no HalL3MplsEncapsulationClient registered!!!"}),
-    [](const auto& test) { return test.param.name; });
 
 class EcmpGroupTest : public testing_support::HaiTest {
  protected:

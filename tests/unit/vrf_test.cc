@@ -26,94 +26,35 @@ using testing_support::Events;
 using testing_support::Frame;
 using testing_support::LiveWithoutEvents;
 
-static_assert(!std::is_copy_constructible_v<VrfEncapsulationMessage>);
-static_assert(!std::is_move_constructible_v<VrfEncapsulationMessage>);
-static_assert(!std::is_copy_assignable_v<VrfEncapsulationMessage>);
-static_assert(!std::is_move_assignable_v<VrfEncapsulationMessage>);
-
 struct OperationCase {
   const char* name;
   int (HaiL3MplsEncapsulationVrf::*operation)(const VrfData&);
-  const char* trace;
-  const char* hal_request;
 };
 
-class VrfOperationTest : public testing_support::HaiTest,
-                         public testing::WithParamInterface<OperationCase> {
+class VrfOperationDeathTest : public testing_support::HaiTest,
+                              public testing::WithParamInterface<OperationCase> {
  protected:
-  int Run() { return (HaiL3MplsEncapsulationVrf().*GetParam().operation)(VrfData{5, 42}); }
+  VrfOperationDeathTest() { WithoutClient(); }
+
+  static int Run() { return (HaiL3MplsEncapsulationVrf().*GetParam().operation)(VrfData{5, 42}); }
 };
-
-TEST_P(VrfOperationTest, TracesBothIdsAndSendsTheVrfId) {
-  EXPECT_EQ(Run(), 0);
-  EXPECT_THAT(Events(),
-              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
-}
-
-TEST_P(VrfOperationTest, WithoutTraceSendsAllTheSame) {
-  testing_support::SetTrace(false);
-  EXPECT_EQ(Run(), 0);
-  EXPECT_THAT(Events(), ElementsAre(GetParam().hal_request, "AppMessage destroyed"));
-}
-
-TEST_P(VrfOperationTest, PassesTheWholeWrapper) {
-  bool called = false;
-  client_.on_request = [&](AppMessage* wrapper) {
-    called = true;
-    const auto* vrf = dynamic_cast<VrfEncapsulationMessage*>(wrapper);
-    EXPECT_EQ(static_cast<const void*>(vrf), static_cast<const void*>(wrapper));
-  };
-  Run();
-  EXPECT_TRUE(called);
-}
-
-TEST_P(VrfOperationTest, KeepsNothing) {
-  const std::ptrdiff_t before = LiveWithoutEvents();
-  Run();
-  EXPECT_EQ(LiveWithoutEvents(), before);
-}
-
-TEST_P(VrfOperationTest, ExceptionOfTheClientDestroysTheWrapper) {
-  client_.on_request = [](AppMessage*) { throw std::runtime_error("HAL"); };
-  EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("HAL"));
-  EXPECT_THAT(Events(),
-              ElementsAre(GetParam().trace, GetParam().hal_request, "AppMessage destroyed"));
-}
-
-TEST_P(VrfOperationTest, ExceptionOfTheTraceDestroysTheWrapper) {
-  testing_support::SetLogHook([] { throw std::runtime_error("log"); });
-  EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("log"));
-  EXPECT_THAT(Events(), ElementsAre("AppMessage destroyed"));
-}
-
-class VrfOperationDeathTest : public VrfOperationTest {};
 
 // The trace comes first; then the missing client is called regardless.
 TEST_P(VrfOperationDeathTest, WithoutClientCallsThroughNull) {
-  WithoutClient();
   testing_support::SetLogHook([] { std::cerr << "traced\n"; });
   EXPECT_DEATH(Run(), "^traced\n");
 }
 
 TEST_P(VrfOperationDeathTest, WithoutClientAndTraceCallsThroughNull) {
-  WithoutClient();
   testing_support::SetTrace(false);
   EXPECT_DEATH(Run(), "");
 }
 
-const auto kOperations = testing::Values(
-    OperationCase{"Install", &HaiL3MplsEncapsulationVrf::InstallVrf,
-                  "log 10 src/vrf/vrf_hai InstallVrf:23 [TX ===>] hai:vrf:"
-                  "Install VRF=5 db_id=42 l3-ingress interface at HW",
-                  "hal InstallVrfIngressInterface VrfEncapsulationMessage vrf_id: 5"},
-    OperationCase{"Destroy", &HaiL3MplsEncapsulationVrf::DestroyVrf,
-                  "log 10 src/vrf/vrf_hai DestroyVrf:32 [TX ===>] hai:vrf:"
-                  "Delete VRF=5 db_id=42 l3-ingress interface at HW",
-                  "hal DestroyVrfIngressInterface VrfEncapsulationMessage vrf_id: 5"});
-const auto kOperationName = [](const auto& test) { return test.param.name; };
-
-INSTANTIATE_TEST_SUITE_P(All, VrfOperationTest, kOperations, kOperationName);
-INSTANTIATE_TEST_SUITE_P(All, VrfOperationDeathTest, kOperations, kOperationName);
+INSTANTIATE_TEST_SUITE_P(
+    All, VrfOperationDeathTest,
+    testing::Values(OperationCase{"Install", &HaiL3MplsEncapsulationVrf::InstallVrf},
+                    OperationCase{"Destroy", &HaiL3MplsEncapsulationVrf::DestroyVrf}),
+    [](const auto& test) { return test.param.name; });
 
 class VrfTest : public testing_support::HaiTest {
  protected:
