@@ -11,6 +11,7 @@ set(ZUSKUX_INSTALL_ZLOG ${CMAKE_INSTALL_INCLUDEDIR}/zuskux/zlog)
 set(ZUSKUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/zuskux)
 set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
 set(ZUSKUX_INSTALL_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux)
+set(ZUSKUX_INSTALL_OPERATOR_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux-tools)
 
 # Lets installed files, too, find libraries outside the usual places, such as the system's zlog.
 set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
@@ -131,12 +132,25 @@ function(zuskux_install_documents)
           DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/examples COMPONENT development)
 endfunction()
 
-# zuskux_install_man_page(<program> <component>)
-function(zuskux_install_man_page program component)
-  set(page ${CMAKE_BINARY_DIR}/install/man/${program}.1)
-  configure_file(packaging/man/${program}.1.in ${page} @ONLY)
+# Installs the operator's page and the pages that it links to.
+function(zuskux_install_operator_page)
+  install(FILES docs/operating.md docs/wire_protocol.md docs/recovery.md
+          DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS} COMPONENT tools)
+  install(FILES docs/pictures/recovery.svg
+          DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}/pictures COMPONENT tools)
+endfunction()
+
+# zuskux_install_man_page(<name> <section> <component>)
+function(zuskux_install_man_page name section component)
+  set(ZUSKUX_INSTALL_SITES ${CMAKE_INSTALL_PREFIX}/${ZUSKUX_INSTALL_DATA}/sites)
+  set(ZUSKUX_INSTALL_PROTOS ${CMAKE_INSTALL_PREFIX}/${ZUSKUX_INSTALL_DATA}/proto)
+  set(ZUSKUX_INSTALL_OPERATOR_PAGE
+      ${CMAKE_INSTALL_PREFIX}/${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}/operating.md)
+  set(page ${CMAKE_BINARY_DIR}/install/man/${name}.${section})
+  configure_file(packaging/man/${name}.${section}.in ${page} @ONLY)
   execute_process(COMMAND gzip -9nkf ${page} COMMAND_ERROR_IS_FATAL ANY)
-  install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+  install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+          COMPONENT ${component})
 endfunction()
 
 # One file completes all programs; bash looks it up by program name.
@@ -161,14 +175,16 @@ function(zuskux_install_all)
   zuskux_install_package_files()
   zuskux_install_platform_check()
   zuskux_install_documents()
-  zuskux_install_man_page(zuskux-check-platform development)
+  zuskux_install_man_page(zuskux-check-platform 1 development)
 
   if(ZUSKUX_BUILD_REFERENCE)
     set(programs zuskux-manager zuskux-hal zuskux-record zuskux-generate-site)
     foreach(program IN LISTS programs)
       zuskux_install_program(${program})
-      zuskux_install_man_page(${program} tools)
+      zuskux_install_man_page(${program} 1 tools)
     endforeach()
+    zuskux_install_man_page(zuskux-site 5 tools)
+    zuskux_install_operator_page()
     zuskux_install_completion(${programs})
     install(DIRECTORY examples/sites DESTINATION ${ZUSKUX_INSTALL_DATA} COMPONENT tools
             FILES_MATCHING PATTERN *.txtpb)
