@@ -1,8 +1,6 @@
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,8 +11,6 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing_support::Address;
 using testing_support::InterfaceIds;
 
@@ -90,52 +86,12 @@ TEST_F(VlanRenderingTest, ShowsItsOwnAddress) {
   EXPECT_EQ(full.get()->ToString(false), "VlanEncapsulationMessage(this=0x00007FFC1A2B3C40)");
 }
 
-TEST_F(VlanRenderingTest, ShowsItsOwnAddressWithNothingToShow) {
-  const testing_support::ObjectAt<VlanEncapsulationMessage> empty(0x00007FFC1A2B3C40,
-                                                                  std::make_unique<VlanMessage>());
-  ASSERT_NE(empty.get(), nullptr) << "the address is taken in this process; run again";
-  const HalL3MplsEncapsulationPrintable& printable = *empty.get();
-
-  constexpr char kExpected[] =
-      "VlanEncapsulationMessage(this=0x00007FFC1A2B3C40): VlanMessage(vlan destination id(0), lim "
-      "id(Empty), vrf=Empty, mtu=Empty, source source mac address(Empty))";
-  EXPECT_EQ(empty.get()->ToString(true), kExpected);
-  EXPECT_EQ(printable.ToString(true), kExpected);
-}
-
-TEST_F(VlanRenderingTest, ShowsNameAndAddressOnlyWhenShort) {
-  const std::string expected = "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")";
-  EXPECT_EQ(wrapper_.ToString(false), expected);
-  FillExample(message_);
-
-  EXPECT_EQ(wrapper_.ToString(false), expected);
-  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
-}
-
-TEST_F(VlanRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
-  const HalL3MplsEncapsulationPrintable& printable = wrapper_;
-  FillExample(message_);
-
-  EXPECT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper_));
-  EXPECT_EQ(printable.ToString(false), "VlanEncapsulationMessage(this=" + Address(&wrapper_) + ")");
-  EXPECT_EQ(printable.ToString(true), wrapper_.ToString(true));
-}
-
 TEST_F(VlanRenderingTest, ShowsNoListAndNoCapability) {
   const std::string before = Fields();
   message_->add_capabilities(encapsulation::VLAN_CAPABILITY_ROUTED);
   message_->add_list_values("a");
 
   EXPECT_EQ(Fields(), before);
-}
-
-TEST_F(VlanRenderingTest, ReadsWithoutAMessageLikeAnEmptyOne) {
-  const VlanEncapsulationMessage without;
-
-  EXPECT_EQ(without.ToString(true),
-            "VlanEncapsulationMessage(this=" + Address(&without) +
-                "): VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
-                "source source mac address(Empty))");
 }
 
 struct FieldCase {
@@ -187,107 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
         FieldCase{"SourceMac",
                   [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac)); },
                   ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
-                  "source mac address(00:11:22:33:44:55))"},
-        FieldCase{
-            "SourceMacShort",
-            [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac.substr(0, 3))); },
-            ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
-            "source mac address(00:11:22:00:00:00))"},
-        FieldCase{"SourceMacPresentAndEmpty",
-                  [](VlanMessage* message) { message->set_source_mac_address(""); },
-                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
-                  "source mac address(00:00:00:00:00:00))"},
-        FieldCase{"SourceMacLong",
-                  [](VlanMessage* message) { message->set_source_mac_address(Mac(kMac) + "more"); },
-                  ": VlanMessage(vlan destination id(0), lim id(Empty), vrf=Empty, mtu=Empty, "
                   "source mac address(00:11:22:33:44:55))"}),
-    [](const auto& tested) { return std::string(tested.param.name); });
-
-// Interface ids.
-
-TEST_F(VlanRenderingTest, AsksForTheLimIdInHostByteOrder) {
-  message_->set_lim_id(LimId(0x01020304));
-  wrapper_.ToString(true);
-
-  EXPECT_THAT(InterfaceIds().calls,
-              ElementsAre("limid_to_type(0x01020304)", "limid_to_ifindex(0x01020304)",
-                          "limid_to_intfname(0x01020304, size 64, flags 0)"));
-}
-
-TEST_F(VlanRenderingTest, ReadsTheFirst4BytesOfALongLimId) {
-  message_->set_lim_id(LimId(0x01020304) + "more");
-  wrapper_.ToString(true);
-
-  EXPECT_THAT(InterfaceIds().calls,
-              ElementsAre("limid_to_type(0x01020304)", "limid_to_ifindex(0x01020304)",
-                          "limid_to_intfname(0x01020304, size 64, flags 0)"));
-}
-
-TEST_F(VlanRenderingTest, ReadsMissingBytesOfAShortLimIdAs0) {
-  const std::string whole = LimId(0x7F6F5F4F);
-  for (std::size_t size = 0; size < 4; ++size) {
-    InterfaceIds().calls.clear();
-    message_->set_lim_id(whole.substr(0, size));
-    std::uint32_t id = 0;
-    std::memcpy(&id, whole.data(), size);
-    char expected[64];
-    std::snprintf(expected, sizeof expected, "limid_to_type(0x%08x)", id);
-
-    EXPECT_EQ(Fields(),
-              ": VlanMessage(vlan destination id(0), lim id(name=eth3, type=0x02, value=0x000103), "
-              "vrf=Empty, mtu=Empty, source source mac address(Empty))");
-    ASSERT_EQ(InterfaceIds().calls.size(), 3U);
-    EXPECT_EQ(InterfaceIds().calls.front(), expected);
-  }
-}
-
-TEST_F(VlanRenderingTest, AsksForNoLimIdThatIsAbsent) {
-  message_->set_source_mac_address(Mac(kMac));
-  wrapper_.ToString(true);
-
-  EXPECT_THAT(InterfaceIds().calls, ElementsAre("MACAddr(00:11:22:33:44:55)"));
-}
-
-struct InterfaceCase {
-  const char* name;
-  std::optional<std::string> interface_name;
-  std::optional<std::uint8_t> type;
-  std::uint32_t ifindex;
-  std::string expected;
-};
-
-class VlanInterfaceTest : public VlanRenderingTest,
-                          public ::testing::WithParamInterface<InterfaceCase> {};
-
-TEST_P(VlanInterfaceTest, IsShown) {
-  InterfaceIds().name = GetParam().interface_name;
-  InterfaceIds().type = GetParam().type;
-  InterfaceIds().ifindex = GetParam().ifindex;
-  message_->set_lim_id(LimId(1));
-
-  EXPECT_EQ(Fields(), ": VlanMessage(vlan destination id(0), " + GetParam().expected +
-                          ", vrf=Empty, mtu=Empty, source source mac address(Empty))");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , VlanInterfaceTest,
-    ::testing::Values(
-        InterfaceCase{"Unknown", {}, {}, 0, "lim id(name=, type=0x00, value=0x000000)"},
-        InterfaceCase{"WithoutType", "eth3", {}, 7, "lim id(name=eth3, type=0x00, value=0x000007)"},
-        InterfaceCase{"WithoutName", {}, 2, 7, "lim id(name=, type=0x02, value=0x000007)"},
-        InterfaceCase{"LargestType", "e", 0xFF, 0, "lim id(name=e, type=0xFF, value=0x000000)"},
-        InterfaceCase{"LargestIndex", "e", 1, 0xFFFFFF,
-                      "lim id(name=e, type=0x01, value=0xFFFFFF)"},
-        InterfaceCase{"IndexOf25Bits", "e", 1, 0x1000000,
-                      "lim id(name=e, type=0x01, value=0x000000)"},
-        InterfaceCase{"IndexOf32Bits", "e", 1, 0xFEDCBA98,
-                      "lim id(name=e, type=0x01, value=0xDCBA98)"},
-        InterfaceCase{"NameWithTerminator", std::string("ab\0cd", 5), 1, 1,
-                      "lim id(name=ab, type=0x01, value=0x000001)"},
-        InterfaceCase{"NameOf63", std::string(63, 'n'), 1, 1,
-                      "lim id(name=" + std::string(63, 'n') + ", type=0x01, value=0x000001)"},
-        InterfaceCase{"NameOf64", std::string(64, 'n'), 1, 1,
-                      "lim id(name=" + std::string(64, 'n') + ", type=0x01, value=0x000001)"}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 }  // namespace

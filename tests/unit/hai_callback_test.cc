@@ -11,6 +11,7 @@
 #include "app_framework/app_message.h"
 #include "dest_mng.pb.h"
 #include "tests/support/hai_test.h"
+#include "tests/support/wrapped_constructor.h"
 #include "zuskux/dest_app_messages.h"
 #include "zuskux/hai.h"
 
@@ -18,39 +19,22 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-namespace google::protobuf {
-class Arena;
-}  // namespace google::protobuf
-
 namespace dest_mng {
 namespace {
 
 // How many records the library constructed.
 int made_records = 0;
 
+void OnConstructed(const google::protobuf::Message* /*record*/) { ++made_records; }
+
 }  // namespace
 
-// The constructors of the records are wrapped with the linker's --wrap: the library calls
-// Wrapped..., and Real... is the constructor itself.
-// g++ calls a constructor under one of its two names (C1), clang may call it under the other (C2).
-#define WRAP_CONSTRUCTOR_AS(function, name, symbol)                                        \
-  void Real##function(name*, google::protobuf::Arena*, bool) __asm__("__real_" symbol);    \
-  void Wrapped##function(name*, google::protobuf::Arena*, bool) __asm__("__wrap_" symbol); \
-  void Wrapped##function(name* self, google::protobuf::Arena* arena, bool owned) {         \
-    Real##function(self, arena, owned);                                                    \
-    ++made_records;                                                                        \
-  }
-#define WRAP_CONSTRUCTOR(name, type)                                              \
-  WRAP_CONSTRUCTOR_AS(name##C1, name, "_ZN" type "C1EPN6google8protobuf5ArenaEb") \
-  WRAP_CONSTRUCTOR_AS(name##C2, name, "_ZN" type "C2EPN6google8protobuf5ArenaEb")
-
-WRAP_CONSTRUCTOR(DestVlanMessage, "8dest_mng15DestVlanMessage")
-WRAP_CONSTRUCTOR(DestHostMessage, "8dest_mng15DestHostMessage")
-WRAP_CONSTRUCTOR(DestMplsMessage, "8dest_mng15DestMplsMessage")
-WRAP_CONSTRUCTOR(DestEcmpRouteMessage, "8dest_mng20DestEcmpRouteMessage")
-WRAP_CONSTRUCTOR(VrfMessage, "8dest_mng10VrfMessage")
-
-#undef WRAP_CONSTRUCTOR
+ZUSKUX_WRAP_CONSTRUCTOR(DestVlanMessage, DestVlanMessage, "8dest_mng15DestVlanMessage")
+ZUSKUX_WRAP_CONSTRUCTOR(DestHostMessage, DestHostMessage, "8dest_mng15DestHostMessage")
+ZUSKUX_WRAP_CONSTRUCTOR(DestMplsMessage, DestMplsMessage, "8dest_mng15DestMplsMessage")
+ZUSKUX_WRAP_CONSTRUCTOR(DestEcmpRouteMessage, DestEcmpRouteMessage,
+                        "8dest_mng20DestEcmpRouteMessage")
+ZUSKUX_WRAP_CONSTRUCTOR(VrfMessage, VrfMessage, "8dest_mng10VrfMessage")
 
 namespace {
 

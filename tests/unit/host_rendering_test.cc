@@ -1,12 +1,9 @@
 /// The one-line text of a host message.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <iomanip>
 #include <limits>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,7 +18,6 @@ using namespace std::string_literals;
 
 using encapsulation::HostMessage;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing_support::Address;
 using testing_support::InterfaceIds;
 using testing_support::ObjectAt;
@@ -77,45 +73,6 @@ TEST_F(HostRenderingTest, ExampleAtItsAddress) {
       "HAL Flags(Drop Packet, To CPU), destination mac address(Empty))");
 }
 
-TEST_F(HostRenderingTest, ExampleNotFull) {
-  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress,
-                                                   std::make_unique<HostMessage>(ExampleMessage()));
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(wrapper.get()->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
-  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
-}
-
-TEST_F(HostRenderingTest, EmptyMessage) {
-  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress,
-                                                   std::make_unique<HostMessage>());
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(
-      wrapper.get()->ToString(true),
-      "HostEncapsulationMessage(this=0x000055D0C8A41E20): HostMessage(host destination id(0), "
-      "vlan destination id(Empty), lim id(Empty), HAL Flags(), "
-      "destination mac address(Empty))");
-  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
-}
-
-TEST_F(HostRenderingTest, WithoutAMessageReadsLikeAnEmptyOne) {
-  const ObjectAt<HostEncapsulationMessage> wrapper(kExampleAddress);
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(
-      wrapper.get()->ToString(true),
-      "HostEncapsulationMessage(this=0x000055D0C8A41E20): HostMessage(host destination id(0), "
-      "vlan destination id(Empty), lim id(Empty), HAL Flags(), "
-      "destination mac address(Empty))");
-  EXPECT_EQ(wrapper.get()->ToString(false), "HostEncapsulationMessage(this=0x000055D0C8A41E20)");
-}
-
-TEST_F(HostRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
-  const HostEncapsulationMessage wrapper(std::make_unique<HostMessage>(ExampleMessage()));
-  const HalL3MplsEncapsulationPrintable& printable = wrapper;
-  ASSERT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper));
-  EXPECT_EQ(printable.ToString(false), "HostEncapsulationMessage(this=" + Address(&wrapper) + ")");
-  EXPECT_EQ(printable.ToString(true), wrapper.ToString(true));
-}
-
 TEST_F(HostRenderingTest, EveryFieldInOrder) {
   HostMessage message = ExampleMessage();
   message.set_dest_mac("\x02\x00\x00\x00\x01\x0a"s);
@@ -145,105 +102,6 @@ TEST_F(HostRenderingTest, PresentZeroVlanDestIdIsShown) {
             "HostMessage(host destination id(0), vlan destination id(0), lim id(Empty), "
             "HAL Flags(), destination mac address(Empty))");
 }
-
-TEST_F(HostRenderingTest, OnlyTheLow24BitsOfTheIndexAreShown) {
-  InterfaceIds().ifindex = 0xFF123456;
-  HostMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), "
-            "lim id(name=eth3, type=0x02, value=0x123456), HAL Flags(), "
-            "destination mac address(Empty))");
-}
-
-TEST_F(HostRenderingTest, UnknownTypeAndNameShowWhatTheyStartWith) {
-  InterfaceIds().name.reset();
-  InterfaceIds().type.reset();
-  HostMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), "
-            "lim id(name=, type=0x00, value=0x000107), HAL Flags(), "
-            "destination mac address(Empty))");
-}
-
-TEST_F(HostRenderingTest, NameEndsAtItsFirstZeroByte) {
-  InterfaceIds().name = "eth3\0rest"s;
-  InterfaceIds().type = 0xAB;
-  HostMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), "
-            "lim id(name=eth3, type=0xAB, value=0x000107), HAL Flags(), "
-            "destination mac address(Empty))");
-}
-
-TEST_F(HostRenderingTest, LongestNameIsShownWhole) {
-  InterfaceIds().name = std::string(63, 'n');
-  HostMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), lim id(name=" +
-                std::string(63, 'n') +
-                ", type=0x02, value=0x000107), HAL Flags(), destination mac address(Empty))");
-}
-
-struct LimIdCase {
-  const char* name;
-  std::size_t length;
-};
-
-class HostLimIdTest : public HostRenderingTest, public testing::WithParamInterface<LimIdCase> {};
-
-TEST_P(HostLimIdTest, IsItsFirstFourBytesAndZeroWhereTheyEnd) {
-  const std::string bytes = "\x81\x92\xA3\xB4\xC5"s.substr(0, GetParam().length);
-  std::uint32_t lim_id = 0;
-  std::memcpy(&lim_id, bytes.data(), std::min(bytes.size(), sizeof lim_id));
-  std::ostringstream text;
-  text << "0x" << std::hex << std::setfill('0') << std::setw(8) << lim_id;
-
-  HostMessage message;
-  message.set_lim_id(bytes);
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), "
-            "lim id(name=eth3, type=0x02, value=0x000107), HAL Flags(), "
-            "destination mac address(Empty))");
-  EXPECT_THAT(
-      InterfaceIds().calls,
-      ElementsAre("limid_to_type(" + text.str() + ")", "limid_to_ifindex(" + text.str() + ")",
-                  "limid_to_intfname(" + text.str() + ", size 64, flags 0)"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Lengths, HostLimIdTest,
-                         testing::Values(LimIdCase{"Empty", 0}, LimIdCase{"One", 1},
-                                         LimIdCase{"Three", 3}, LimIdCase{"Four", 4},
-                                         LimIdCase{"Five", 5}),
-                         [](const auto& test) { return test.param.name; });
-
-struct MacCase {
-  const char* name;
-  std::string bytes;
-  const char* text;
-};
-
-class HostMacTest : public HostRenderingTest, public testing::WithParamInterface<MacCase> {};
-
-TEST_P(HostMacTest, IsItsFirstSixBytes) {
-  HostMessage message;
-  message.set_dest_mac(GetParam().bytes);
-  EXPECT_EQ(Fields(message),
-            "HostMessage(host destination id(0), vlan destination id(Empty), lim id(Empty), "
-            "HAL Flags(), destination mac address("s +
-                GetParam().text + "))");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Lengths, HostMacTest,
-    testing::Values(MacCase{"Six", "\x02\xff\x00\x00\x01\x0a"s, "02:ff:00:00:01:0a"},
-                    MacCase{"Seven", "\x02\xff\x00\x00\x01\x0a\x77"s, "02:ff:00:00:01:0a"},
-                    MacCase{"ShortReadsAsZero", "\x02\xff"s, "02:ff:00:00:00:00"},
-                    MacCase{"EmptyReadsAsZero", "", "00:00:00:00:00:00"}),
-    [](const auto& test) { return test.param.name; });
 
 struct FlagsCase {
   const char* name;

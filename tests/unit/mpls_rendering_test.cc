@@ -1,12 +1,9 @@
 /// The one-line text of an MPLS message.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <iomanip>
 #include <limits>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,7 +17,6 @@ using namespace std::string_literals;
 
 using encapsulation::MplsMessage;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing_support::Address;
 using testing_support::InterfaceIds;
 using testing_support::ObjectAt;
@@ -77,45 +73,6 @@ TEST_F(MplsRenderingTest, ExampleAtItsAddress) {
       "MPLS Capabilities(Push, Protection), HAL Flag(Drop Packet))");
 }
 
-TEST_F(MplsRenderingTest, ExampleNotFull) {
-  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress,
-                                                   std::make_unique<MplsMessage>(ExampleMessage()));
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(wrapper.get()->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
-  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
-}
-
-TEST_F(MplsRenderingTest, EmptyMessage) {
-  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress,
-                                                   std::make_unique<MplsMessage>());
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(
-      wrapper.get()->ToString(true),
-      "MplsEncapsulationMessage(this=0x000055D0C8A41E20): MplsMessage(mpls destination id(0), "
-      "vlan/tunnel destination id(Empty), lim id(Empty), destination mac address(Empty), "
-      "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-  EXPECT_THAT(InterfaceIds().calls, IsEmpty());
-}
-
-TEST_F(MplsRenderingTest, WithoutAMessageReadsLikeAnEmptyOne) {
-  const ObjectAt<MplsEncapsulationMessage> wrapper(kExampleAddress);
-  ASSERT_NE(wrapper.get(), nullptr) << kTaken;
-  EXPECT_EQ(
-      wrapper.get()->ToString(true),
-      "MplsEncapsulationMessage(this=0x000055D0C8A41E20): MplsMessage(mpls destination id(0), "
-      "vlan/tunnel destination id(Empty), lim id(Empty), destination mac address(Empty), "
-      "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-  EXPECT_EQ(wrapper.get()->ToString(false), "MplsEncapsulationMessage(this=0x000055D0C8A41E20)");
-}
-
-TEST_F(MplsRenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
-  const MplsEncapsulationMessage wrapper(std::make_unique<MplsMessage>(ExampleMessage()));
-  const HalL3MplsEncapsulationPrintable& printable = wrapper;
-  ASSERT_NE(static_cast<const void*>(&printable), static_cast<const void*>(&wrapper));
-  EXPECT_EQ(printable.ToString(false), "MplsEncapsulationMessage(this=" + Address(&wrapper) + ")");
-  EXPECT_EQ(printable.ToString(true), wrapper.ToString(true));
-}
-
 TEST_F(MplsRenderingTest, EveryFieldInOrder) {
   MplsMessage message = ExampleMessage();
   message.set_dest_mac("\x02\x00\x00\x00\x01\x0a"s);
@@ -151,95 +108,6 @@ TEST_F(MplsRenderingTest, PresentZeroVlanOrTunnelIsShown) {
             "destination mac address(Empty), labels(size=0), MPLS Capabilities(), "
             "HAL Flag(None))");
 }
-
-TEST_F(MplsRenderingTest, OnlyTheLow24BitsOfTheIndexAreShown) {
-  InterfaceIds().ifindex = 0xFF123456;
-  MplsMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "MplsMessage(mpls destination id(0), vlan/tunnel destination id(Empty), "
-            "lim id(name=eth3, type=0x02, value=0x123456), destination mac address(Empty), "
-            "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-}
-
-TEST_F(MplsRenderingTest, UnknownTypeAndNameShowWhatTheyStartWith) {
-  InterfaceIds().name.reset();
-  InterfaceIds().type.reset();
-  MplsMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "MplsMessage(mpls destination id(0), vlan/tunnel destination id(Empty), "
-            "lim id(name=, type=0x00, value=0x000107), destination mac address(Empty), "
-            "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-}
-
-TEST_F(MplsRenderingTest, NameEndsAtItsFirstZeroByte) {
-  InterfaceIds().name = "eth3\0rest"s;
-  InterfaceIds().type = 0xAB;
-  MplsMessage message;
-  message.set_lim_id(LimId(1));
-  EXPECT_EQ(Fields(message),
-            "MplsMessage(mpls destination id(0), vlan/tunnel destination id(Empty), "
-            "lim id(name=eth3, type=0xAB, value=0x000107), destination mac address(Empty), "
-            "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-}
-
-struct LimIdCase {
-  const char* name;
-  std::size_t length;
-};
-
-class MplsLimIdTest : public MplsRenderingTest, public testing::WithParamInterface<LimIdCase> {};
-
-TEST_P(MplsLimIdTest, IsItsFirstFourBytesAndZeroWhereTheyEnd) {
-  const std::string bytes = "\x81\x92\xA3\xB4\xC5"s.substr(0, GetParam().length);
-  std::uint32_t lim_id = 0;
-  std::memcpy(&lim_id, bytes.data(), std::min(bytes.size(), sizeof lim_id));
-  std::ostringstream text;
-  text << "0x" << std::hex << std::setfill('0') << std::setw(8) << lim_id;
-
-  MplsMessage message;
-  message.set_lim_id(bytes);
-  EXPECT_EQ(Fields(message),
-            "MplsMessage(mpls destination id(0), vlan/tunnel destination id(Empty), "
-            "lim id(name=eth3, type=0x02, value=0x000107), destination mac address(Empty), "
-            "labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-  EXPECT_THAT(
-      InterfaceIds().calls,
-      ElementsAre("limid_to_type(" + text.str() + ")", "limid_to_ifindex(" + text.str() + ")",
-                  "limid_to_intfname(" + text.str() + ", size 64, flags 0)"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Lengths, MplsLimIdTest,
-                         testing::Values(LimIdCase{"Empty", 0}, LimIdCase{"One", 1},
-                                         LimIdCase{"Three", 3}, LimIdCase{"Four", 4},
-                                         LimIdCase{"Five", 5}),
-                         [](const auto& test) { return test.param.name; });
-
-struct MacCase {
-  const char* name;
-  std::string bytes;
-  const char* text;
-};
-
-class MplsMacTest : public MplsRenderingTest, public testing::WithParamInterface<MacCase> {};
-
-TEST_P(MplsMacTest, IsItsFirstSixBytes) {
-  MplsMessage message;
-  message.set_dest_mac(GetParam().bytes);
-  EXPECT_EQ(Fields(message),
-            "MplsMessage(mpls destination id(0), vlan/tunnel destination id(Empty), "
-            "lim id(Empty), destination mac address("s +
-                GetParam().text + "), labels(size=0), MPLS Capabilities(), HAL Flag(None))");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Lengths, MplsMacTest,
-    testing::Values(MacCase{"Six", "\x02\xff\x00\x00\x01\x0a"s, "02:ff:00:00:01:0a"},
-                    MacCase{"Seven", "\x02\xff\x00\x00\x01\x0a\x77"s, "02:ff:00:00:01:0a"},
-                    MacCase{"ShortReadsAsZero", "\x02\xff"s, "02:ff:00:00:00:00"},
-                    MacCase{"EmptyReadsAsZero", "", "00:00:00:00:00:00"}),
-    [](const auto& test) { return test.param.name; });
 
 struct LabelsCase {
   const char* name;

@@ -18,16 +18,13 @@
 #include "dest_manager/ecmp_data.h"
 #include "dest_manager/vrf_data.h"
 #include "tests/support/hai_test.h"
+#include "tests/support/wrapped_constructor.h"
 #include "zuskux/hai.h"
 #include "zuskux/hai_dest_ecmp.h"
 #include "zuskux/hai_dest_host.h"
 #include "zuskux/hai_dest_mpls.h"
 #include "zuskux/hai_dest_vlan.h"
 #include "zuskux/vrf_hai.h"
-
-namespace google::protobuf {
-class Arena;
-}  // namespace google::protobuf
 
 // The linker's --wrap wraps the functions below: calls from every object except the one that
 // defines the function go to Wrapped..., and Real... is the function itself.
@@ -44,6 +41,8 @@ std::vector<int> attribute_values;
 
 // The ECMP or VRF message constructed last.
 const google::protobuf::Message* made_message = nullptr;
+
+void OnConstructed(const google::protobuf::Message* message) { made_message = message; }
 
 }  // namespace
 
@@ -66,24 +65,8 @@ int WrappedReadInteger(DbObject* object, const char* name) {
   return instead;
 }
 
-// g++ calls a member's constructor under one of its two names (C1), clang under the other (C2).
-#define WRAP_CONSTRUCTOR_AS(function, name, symbol)                                               \
-  void Real##function(encapsulation::name*, google::protobuf::Arena*,                             \
-                      bool) __asm__("__real_" symbol);                                            \
-  void Wrapped##function(encapsulation::name*, google::protobuf::Arena*,                          \
-                         bool) __asm__("__wrap_" symbol);                                         \
-  void Wrapped##function(encapsulation::name* self, google::protobuf::Arena* arena, bool owned) { \
-    Real##function(self, arena, owned);                                                           \
-    made_message = self;                                                                          \
-  }
-#define WRAP_CONSTRUCTOR(name, type)                                              \
-  WRAP_CONSTRUCTOR_AS(name##C1, name, "_ZN" type "C1EPN6google8protobuf5ArenaEb") \
-  WRAP_CONSTRUCTOR_AS(name##C2, name, "_ZN" type "C2EPN6google8protobuf5ArenaEb")
-
-WRAP_CONSTRUCTOR(EcmpMessage, "13encapsulation11EcmpMessage")
-WRAP_CONSTRUCTOR(VrfMessage, "13encapsulation10VrfMessage")
-
-#undef WRAP_CONSTRUCTOR
+ZUSKUX_WRAP_CONSTRUCTOR(EcmpMessage, encapsulation::EcmpMessage, "13encapsulation11EcmpMessage")
+ZUSKUX_WRAP_CONSTRUCTOR(VrfMessage, encapsulation::VrfMessage, "13encapsulation10VrfMessage")
 
 namespace {
 
