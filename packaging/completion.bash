@@ -6,7 +6,7 @@ _zuskux() {
   COMPREPLY=()
   case $previous in
     --hal)
-      mapfile -t COMPREPLY < <(compgen -W 'embedded unix:' -- "$word")
+      mapfile -t COMPREPLY < <(compgen -W 'embedded unix unix:' -- "$word")
       return
       ;;
     --explain | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)

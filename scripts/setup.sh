@@ -16,7 +16,7 @@ COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 FORMATTER=clang-format-14
 [ "$(. /etc/os-release && echo "$ID ${VERSION_ID-}")" = 'debian 13' ] || TEST_PACKAGES+=("$FORMATTER")
 
-# install_packages PACKAGE...: installs those that are missing.
+# install_packages PACKAGE...: installs those that are missing. Several at once wait for each other.
 install_packages() {
   local missing=() package
   for package in "$@"; do
@@ -36,7 +36,8 @@ install_packages() {
   fi
   echo "Installing ${missing[*]}" >&2
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive sh -c \
-    'apt-get update -qq && apt-get install -y -qq --no-install-recommends "$@" >/dev/null' \
+    'exec 9>"${TMPDIR:-/tmp}/zuskux-packages.lock"; flock 9
+     apt-get update -qq && apt-get install -y -qq --no-install-recommends "$@" >/dev/null' \
     apt "${missing[@]}" >&2
 }
 

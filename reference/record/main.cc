@@ -83,7 +83,7 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
   }
   std::optional<std::string> path = reference::UnixHalPath(name);
   if (!path) {
-    throw UsageError("--hal '" + name + "' is not a HAL; use --hal embedded or --hal unix:PATH");
+    throw UsageError("--hal '" + name + "' is not a HAL; use --hal embedded, unix or unix:PATH");
   }
   reference::SocketHalOptions options;
   options.path = *std::move(path);
@@ -97,7 +97,8 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
 }
 
 int Replay(const Arguments& arguments) {
-  if (arguments.hal.empty()) throw UsageError("--hal is missing; add --hal embedded or unix:PATH");
+  if (arguments.hal.empty())
+    throw UsageError("--hal is missing; add --hal embedded, unix or unix:PATH");
   auto hal = MakeHal(arguments.hal);
   RecordingReader recording(arguments.files[0]);
   const auto steps = reference::ReadSteps(&recording);
@@ -152,12 +153,13 @@ const Command& FindCommand(const std::string& name) {
 
 po::options_description Options() {
   po::options_description options("Options");
-  options.add_options()                                                                     //
-      ("hal", po::value<std::string>()->value_name("HAL"),                                  //
-       "where replay sends to: embedded, or unix:PATH for a HAL server, whose tables are "  //
-       "emptied wherever the recording found a server")                                     //
-      ("json", "write the result of diff as JSON")                                          //
-      ("help", "show this help and exit")                                                   //
+  options.add_options()                                     //
+      ("hal", po::value<std::string>()->value_name("HAL"),  //
+       "where replay sends to: embedded, or unix or unix:PATH for a HAL server, whose tables "
+       "are "                                            //
+       "emptied wherever the recording found a server")  //
+      ("json", "write the result of diff as JSON")       //
+      ("help", "show this help and exit")                //
       ("version", "show the version and exit");
   return options;
 }

@@ -13,7 +13,8 @@ inline constexpr std::string_view kEmbeddedHal = "embedded";
 /// "unix:PATH", the name of the HAL whose server listens on `path`.
 std::string UnixHalName(const std::string& path);
 
-/// The PATH in "unix:PATH"; nothing for any other text.
+/// The PATH in "unix:PATH", and for "unix" the path of the server's default socket; nothing for any
+/// other text.
 std::optional<std::string> UnixHalPath(std::string_view name);
 
 }  // namespace reference

@@ -110,6 +110,10 @@ TEST(ManagerProgramTest, Explains) {
   EXPECT_EQ(run.out,
             "host:20 \"p\" failed: a destination that it refers to does not exist in the HAL\n"
             "  it rides on vlan:11 \"b\", which failed: table full\n");
+  // The status is about the object asked for.
+  const Outcome installed = RunManager({site, "--table-size", "1", "--explain", "vlan:10"});
+  EXPECT_EQ(installed.status, 0);
+  EXPECT_EQ(installed.out, "vlan:10 \"a\" is installed\n");
   const Outcome unknown = RunManager({site, "--explain", "host:21"});
   EXPECT_EQ(unknown.status, 2);
   EXPECT_EQ(unknown.out, "");
@@ -269,8 +273,8 @@ TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
        "--restart-hal-after -1 is out of range; use 1 to 9223372036854775807"},
       {{"a", "--max-removals", "1x"},
        "--max-removals 1x is no number; write a number of objects, or all"},
-      {{"a", "--hal", "x"}, "--hal x is not known; use embedded or unix:PATH"},
-      {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded or unix:PATH"},
+      {{"a", "--hal", "x"}, "--hal x is not known; use embedded, unix or unix:PATH"},
+      {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded, unix or unix:PATH"},
       {{"a", "--hal", "unix:s", "--table-size", "5"},
        "--table-size is the server's to say; use zuskux-hal --table-size"},
       {{"a", "--hal", "unix:s", "--restart-hal-after", "5"},

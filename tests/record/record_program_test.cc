@@ -239,11 +239,11 @@ TEST_F(RecordProgram, EndsWith2ForWrongUsage) {
         Case{"show --json a", "--json is an option of diff; leave it out"},
         Case{"diff a", "diff takes 2 recordings, not 1"},
         Case{"show a --hal embedded", "--hal is an option of replay; leave it out"},
-        Case{"replay a", "--hal is missing; add --hal embedded or unix:PATH"},
+        Case{"replay a", "--hal is missing; add --hal embedded, unix or unix:PATH"},
         Case{"replay a --hal unix:",
-             "--hal 'unix:' is not a HAL; use --hal embedded or --hal unix:PATH"},
+             "--hal 'unix:' is not a HAL; use --hal embedded, unix or unix:PATH"},
         Case{"replay a --hal /tmp/x",
-             "--hal '/tmp/x' is not a HAL; use --hal embedded or --hal unix:PATH"},
+             "--hal '/tmp/x' is not a HAL; use --hal embedded, unix or unix:PATH"},
         Case{"show a --other", "unrecognised option '--other'"}}) {
     const Ended ended = RunProgram(test.arguments);
     EXPECT_EQ(ended.code, 2) << test.arguments;

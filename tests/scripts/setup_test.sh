@@ -66,6 +66,27 @@ if build five 2>"$work/five"; then fail 'a broken build succeeds'; fi
 grep -qx 'error for five' "$work/five" || fail "no log of the broken build: $(cat "$work/five")"
 ! grep -E 'one|two|three|four' "$work/five" || fail 'the log of an older build'
 
+# Two commands that find packages missing at the same time.
+if [ "$(id -u)" -eq 0 ]; then
+  printf '#!/bin/sh\nexit 1\n' >"$work/bin/dpkg-query"
+  cat >"$work/bin/apt-get" <<'APT'
+#!/usr/bin/env bash
+mkdir "$work/apt" || exit 1
+sleep 0.2
+rmdir "$work/apt"
+APT
+  chmod +x "$work/bin/dpkg-query" "$work/bin/apt-get"
+  installers=()
+  for installer in first second; do
+    root=$work/tree TMPDIR=$work bash -c '. "$1/scripts/setup.sh"; install_packages some' \
+      install "$sources" 2>"$work/$installer" &
+    installers+=($!)
+  done
+  for installer in "${installers[@]}"; do
+    wait "$installer" || fail "two installations at once: $(cat "$work/first" "$work/second")"
+  done
+fi
+
 # Another user, who may read the tree.
 if [ "$(id -u)" -eq 0 ]; then
   chmod 755 "$work"

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "reference/wire/unix_listener.h"
+
 namespace reference {
 namespace {
 
@@ -10,8 +12,13 @@ TEST(HalNameTest, HasThePathOfAUnixSocket) {
   EXPECT_EQ(UnixHalPath(UnixHalName("a:b")), "a:b");
 }
 
+TEST(HalNameTest, UnixAloneIsTheServersDefaultSocket) {
+  EXPECT_EQ(UnixHalPath("unix"), DefaultSocketPath("hal.sock"));
+}
+
 TEST(HalNameTest, OtherNamesHaveNone) {
-  for (const char* const name : {"", "unix", "unix:", "embedded", "tcp:1", "Unix:/a", " unix:/a"}) {
+  for (const char* const name :
+       {"", "unix:", "unixx", "embedded", "tcp:1", "Unix:/a", " unix:/a"}) {
     EXPECT_EQ(UnixHalPath(name), std::nullopt) << name;
   }
 }

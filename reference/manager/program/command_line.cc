@@ -41,7 +41,7 @@ po::options_description Options() {
   add("trace", "show the trace lines on standard error");
   add("log-config", text("FILE"), "log as this zlog configuration says");
   add("record", text("FILE"), "record all that goes to and comes from the HAL");
-  add("hal", text("HAL")->default_value("embedded"), "embedded, or unix:PATH for a zuskux-hal");
+  add("hal", text("HAL")->default_value("embedded"), "embedded, unix (a zuskux-hal) or unix:PATH");
   add("take-over", "end the manager that programs the zuskux-hal");
   add("stand-by", "with --stay: wait while another manager programs it");
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
@@ -101,7 +101,7 @@ std::optional<std::string> ReadHal(const po::variables_map& values) {
   if (hal == kEmbeddedHal) return std::nullopt;
   std::optional<std::string> path = UnixHalPath(hal);
   if (!path) {
-    throw UsageError("--hal " + hal + " is not known; use embedded or unix:PATH");
+    throw UsageError("--hal " + hal + " is not known; use embedded, unix or unix:PATH");
   }
   if (!values["table-size"].defaulted()) {
     throw UsageError("--table-size is the server's to say; use zuskux-hal --table-size");

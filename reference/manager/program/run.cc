@@ -304,7 +304,10 @@ class Run {
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
     if (!manager_.in_sync()) SayStanding();
     if (!written || refused_) return kExitFailed;
-    if (!manager_.settled()) return kExitIncomplete;
+    // With --explain, the status is about the one object.
+    const bool in_place = line_.explain ? manager_.in_sync() && IsInPlace(database, *line_.explain)
+                                        : manager_.settled();
+    if (!in_place) return kExitIncomplete;
     return recorder_ && !recorder_->Finish() ? kExitNotRecorded : EXIT_SUCCESS;
   }
 

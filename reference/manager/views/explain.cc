@@ -54,4 +54,11 @@ std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey
   return text;
 }
 
+bool IsInPlace(const DestDatabase& database, const ObjectKey& key) {
+  const Object* const object = database.Find(key);
+  if (object == nullptr) return false;
+  const Standing standing = StandingOf(*object);
+  return standing != Standing::kPending && standing != Standing::kFailed;
+}
+
 }  // namespace reference

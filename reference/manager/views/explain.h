@@ -12,6 +12,10 @@ namespace reference {
 /// adds a line for each step down to the first cause. Nothing if the database has no such object.
 std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key);
 
+/// Whether the HAL holds the object as the site describes it, or has removed it as the site does.
+/// False for an unknown object.
+bool IsInPlace(const DestDatabase& database, const ObjectKey& key);
+
 }  // namespace reference
 
 #endif  // ZUSKUX_REFERENCE_MANAGER_VIEWS_EXPLAIN_H_
