@@ -1,6 +1,7 @@
 #include "reference/hal/hal_tables.h"
 
 #include <algorithm>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -102,18 +103,26 @@ void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload
 void HalTables::BeginReinstall() {
   reinstalling_ = true;
   ++reinstall_;
+  unended_ = {};
 }
 
-void HalTables::EndReinstall() {
-  if (!reinstalling_) return;
-  for (Table& table : tables_) {
+void HalTables::EndReinstall() { EndReinstallInPart(std::numeric_limits<std::size_t>::max()); }
+
+bool HalTables::EndReinstallInPart(std::size_t max_entries) {
+  if (!reinstalling_) return true;
+  for (; unended_.kind < kHalKinds; unended_ = {unended_.kind + 1}) {
+    Table& table = tables_[unended_.kind];
+    std::size_t& place = unended_.unread;
+    place = std::min(place, table.entries.size());
     // Backwards: the entry that moves into a gap has already been looked at.
-    for (std::size_t place = table.entries.size(); place-- > 0;) {
-      if (!MayStay(table.entries[place])) table.Remove(place);
+    while (place != 0) {
+      if (max_entries-- == 0) return false;
+      if (!MayStay(table.entries[--place])) table.Remove(place);
     }
     table.GiveMemoryBack();
   }
   reinstalling_ = false;
+  return true;
 }
 
 const HalTables::Entry* HalTables::Table::Find(std::uint32_t id) const {

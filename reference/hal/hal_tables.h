@@ -91,6 +91,10 @@ class HalTables {
   /// no-op without one.
   void EndReinstall();
 
+  /// A part of `EndReinstall` that examines `max_entries` entries at most. Returns whether the end
+  /// has been reached. Until then the reinstall stays open, and `BeginReinstall` restarts it.
+  bool EndReinstallInPart(std::size_t max_entries);
+
   /// Empties the tables and drops an open reinstall, as a restart does.
   void Clear();
 
@@ -168,6 +172,8 @@ class HalTables {
   bool reinstalling_ = false;
   // The latest reinstall, counted from 1.
   std::uint64_t reinstall_ = 0;
+  // How far its end has got.
+  TableCursor unended_;
   std::array<Table, kHalKinds> tables_;
 };
 

@@ -34,6 +34,9 @@ struct HalServerOptions {
   std::size_t max_table_readings = 32;
   /// The server closes a client that has not said hello after this time.
   std::chrono::milliseconds hello_timeout{5'000};
+  /// The server closes a client if no byte goes either way for this time, so that forgotten
+  /// connections do not keep others out. A client that waits sends heartbeats.
+  std::chrono::milliseconds idle_timeout{30'000};
   /// Sees every request, result, reinstall mark and log line. Not owned, must outlive the server;
   /// may be null.
   RequestObserver* observer = nullptr;
@@ -53,7 +56,7 @@ struct HalServerOptions {
 /// always admitted.
 ///
 /// The end of a reinstall without a begin removes nothing and is answered as usual. If the writer
-/// goes away within its reinstall, the reinstall stays open: nothing is removed, and installs
+/// goes away within its reinstall, the reinstall stays open: nothing more is removed, and installs
 /// replace, until the next writer begins and ends another one.
 class HalServer {
  public:

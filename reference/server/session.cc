@@ -30,6 +30,8 @@ constexpr milliseconds kCloseTimeout{5'000};
 constexpr std::size_t kMaxName = 64;
 // How many bytes of table entries a turn of a reading appends; the last entry may exceed it.
 constexpr std::size_t kReadingStep = std::size_t{32} * 1024;
+// How many entries a turn of the end of a reinstall examines.
+constexpr std::size_t kReinstallEndStep = std::size_t{16} * 1024;
 constexpr std::size_t kMaxWrite = std::size_t{64} * 1024;
 // So far from the client's sequence numbers that none of them matches.
 constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
@@ -152,6 +154,7 @@ void Session::Close() {
   late_timer_.cancel(ignored);
   if (state_->writer == number_) state_->writer = 0;
   EndTableReading();
+  reinstall_end_.reset();
   state_->sessions.erase(number_);
 }
 
@@ -176,7 +179,7 @@ void Session::OnRead(const ErrorCode& error, std::size_t size) {
   reading_ = false;
   if (!socket_.is_open() || closing_) return;
   if (error) return OnReadEnd(error);
-  read_at_ = steady_clock::now();
+  read_at_ = active_at_ = steady_clock::now();
   splitter_.Feed({input_.data(), size});
   unhandled_ += size;
   Proceed();
@@ -204,6 +207,8 @@ void Session::Proceed() {
   if (!socket_.is_open() || closing_) return;
   if (table_reading_) {
     if (output_.empty() && next_output_.empty()) AwaitTurn();
+  } else if (reinstall_end_) {
+    AwaitTurn();
   } else if (!reading_ && Unsent() <= state_->options.max_unsent) {
     Read();
   }
@@ -219,6 +224,7 @@ void Session::Write() {
   // Larger output takes turns with the answers to other clients.
   const bool at_once = !fate_.one_byte_writes && output_.size() <= state_->options.max_unsent;
   const std::size_t sent = at_once ? SendAtOnce(socket_.native_handle(), output_) : 0;
+  if (sent != 0) active_at_ = steady_clock::now();
   if (sent == output_.size()) {
     output_.clear();
     if (closing_) Close();
@@ -228,7 +234,10 @@ void Session::Write() {
   const std::size_t step = fate_.one_byte_writes ? 1 : kMaxWrite;
   boost::asio::async_write(
       socket_, boost::asio::buffer(output_) + sent,
-      [step](const ErrorCode& error, std::size_t) { return error ? 0 : step; },
+      [this, step](const ErrorCode& error, std::size_t written) {
+        if (written != 0) active_at_ = steady_clock::now();
+        return error ? 0 : step;
+      },
       [self = shared_from_this()](const ErrorCode& error, std::size_t) { self->OnWritten(error); });
 }
 
@@ -245,8 +254,7 @@ std::size_t Session::Unsent() const { return output_.size() + next_output_.size(
 
 void Session::HandleFrames() {
   try {
-    // Frames after a table reading wait for its end.
-    while (socket_.is_open() && !closing_ && !table_reading_) {
+    while (socket_.is_open() && !closing_ && !table_reading_ && !reinstall_end_) {
       const auto frame = splitter_.Next();
       if (!frame) return;
       unhandled_ -= frame->whole.size();
@@ -294,7 +302,7 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
   program_ = Quote(theirs.program(), kMaxName);
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
-  deadline_.cancel();
+  StartDeadline(state_->options.idle_timeout);
   state_->Log(LogLevel::kInfo,
               "client " + std::to_string(number_) + ": " + program_ + " connected");
 
@@ -402,12 +410,20 @@ void Session::OnBeginReinstall() {
 
 void Session::OnEndReinstall(std::uint32_t sequence) {
   if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
+  if (!std::exchange(reinstalling_, false)) return AnswerEnd(sequence, 0);
+  reinstall_end_ = ReinstallEnd{sequence, EntryCount(state_->tables)};
+  ContinueReinstallEnd();
+}
+
+void Session::ContinueReinstallEnd() {
+  if (!state_->tables.EndReinstallInPart(kReinstallEndStep)) return;
+  const ReinstallEnd end = *std::exchange(reinstall_end_, std::nullopt);
+  AnswerEnd(end.sequence, end.entries_before - EntryCount(state_->tables));
+}
+
+void Session::AnswerEnd(std::uint32_t sequence, std::uint64_t removed) {
   wire::TableSummary summary;
-  if (std::exchange(reinstalling_, false)) {
-    const std::size_t before = EntryCount(state_->tables);
-    state_->tables.EndReinstall();
-    summary.set_removed(before - EntryCount(state_->tables));
-  }
+  summary.set_removed(removed);
   AddKinds(state_->tables, summary.mutable_kinds());
   if (state_->options.faults == nullptr) {
     return AppendMessage(FrameType::kInSync, sequence, summary);
@@ -446,8 +462,12 @@ void Session::PostTurn(const Socket::executor_type& executor,
 void Session::TakeTurn() {
   turn_awaited_ = false;
   // The connection may have ended since.
-  if (!table_reading_) return;
-  AppendEntries();
+  if (!table_reading_ && !reinstall_end_) return;
+  if (table_reading_) {
+    AppendEntries();
+  } else {
+    ContinueReinstallEnd();
+  }
   Proceed();
 }
 
@@ -494,6 +514,7 @@ void Session::CloseAfterWriting() {
   closing_ = true;
   if (state_->writer == number_) state_->writer = 0;
   EndTableReading();
+  reinstall_end_.reset();
   StartDeadline(kCloseTimeout);
   Write();
 }
@@ -503,7 +524,7 @@ void Session::LogAndClose(LogLevel level, const std::string& event) {
   Close();
 }
 
-void Session::StartDeadline(milliseconds time) {
+void Session::StartDeadline(steady_clock::duration time) {
   deadline_.expires_after(time);
   deadline_.async_wait([self = shared_from_this()](const ErrorCode& error) {
     if (!error) self->OnDeadline();
@@ -514,7 +535,11 @@ void Session::OnDeadline() {
   // The deadline may have been met or moved since this handler was queued.
   if (!socket_.is_open() || deadline_.expiry() > steady_clock::now()) return;
   if (closing_) return Close();
-  if (!greeted_) Refuse("no hello in time");
+  if (!greeted_) return Refuse("no hello in time");
+  const milliseconds limit = state_->options.idle_timeout;
+  const auto silence = steady_clock::now() - active_at_;
+  if (silence < limit) return StartDeadline(limit - silence);
+  Refuse("no byte sent or received for " + std::to_string(limit.count()) + " ms");
 }
 
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,

@@ -47,7 +47,8 @@ struct ServerState {
   std::uint64_t refused_connections = 0;
   /// Number of table readings in progress.
   std::size_t table_readings = 0;
-  /// The sessions whose reading can continue, in turn; the first one's turn is posted.
+  /// The sessions whose reading, or end of a reinstall, can continue, in turn; the first one's turn
+  /// is posted.
   std::deque<std::weak_ptr<Session>> turns;
   /// The number of the session that may change the tables; 0 if none may.
   std::uint64_t writer = 0;
@@ -60,9 +61,9 @@ struct ServerState {
 
 /// The conversation with one client: hello, then requests in order of arrival. Handles all frames
 /// of a read, then writes their answers in one go. Applies back-pressure: while too many answer
-/// bytes wait, it does not read from the client. Table readings proceed in turns, a step at a time,
-/// interleaved with other clients' requests and no faster than their client reads. Owned by
-/// `ServerState` and by its handlers in flight.
+/// bytes wait, it does not read from the client. Table readings and the ends of reinstalls proceed
+/// in turns, a step at a time, interleaved with other clients' requests; a reading no faster than
+/// its client reads. Owned by `ServerState` and by its handlers in flight.
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
@@ -84,6 +85,11 @@ class Session : public std::enable_shared_from_this<Session> {
   struct TableReading {
     std::uint32_t sequence = 0;
     TableCursor cursor{};
+  };
+  // The end of a reinstall in progress.
+  struct ReinstallEnd {
+    std::uint32_t sequence = 0;
+    std::size_t entries_before = 0;
   };
 
   void Read();
@@ -113,8 +119,10 @@ class Session : public std::enable_shared_from_this<Session> {
   void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
+  void ContinueReinstallEnd();
+  void AnswerEnd(std::uint32_t sequence, std::uint64_t removed);
   void StartTableReading(std::uint32_t sequence);
-  // Queues for the reading's next turn, which continues it by a step.
+  // Queues for the next turn, which continues a reading or the end of a reinstall by a step.
   void AwaitTurn();
   static void PostTurn(const Socket::executor_type& executor,
                        const std::shared_ptr<ServerState>& state);
@@ -134,7 +142,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // Closes once the waiting answers have been written, or after a short timeout.
   void CloseAfterWriting();
   void LogAndClose(LogLevel level, const std::string& event);
-  void StartDeadline(std::chrono::milliseconds time);
+  void StartDeadline(std::chrono::steady_clock::duration time);
   void OnDeadline();
 
   // Only used with faults.
@@ -161,12 +169,16 @@ class Session : public std::enable_shared_from_this<Session> {
   std::array<char, std::size_t{64} * 1024> input_;
   FrameSplitter splitter_;
   ServerFaults::Time read_at_{};
+  // When a byte was last sent or received.
+  ServerFaults::Time active_at_{};
   // Bytes read that do not belong to a handled frame yet.
   std::size_t unhandled_ = 0;
   // A member so that its memory is reused.
   HalRequest request_;
   std::string scratch_;
+  // The frames that follow wait for these.
   std::optional<TableReading> table_reading_;
+  std::optional<ReinstallEnd> reinstall_end_;
   bool turn_awaited_ = false;
 
   // Answers being written, and those that follow.

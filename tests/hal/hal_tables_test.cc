@@ -309,6 +309,43 @@ TEST(HalTablesReinstallTest, RemovesWhatWasNotNamed) {
   ExpectDigestsFitEntries(tables);
 }
 
+TEST(HalTablesReinstallTest, EndsInParts) {
+  HalTables tables(100);
+  for (std::uint32_t id = 1; id <= 20; ++id)
+    ASSERT_EQ(tables.Apply(Install(Vlan(id))), kHalSuccess);
+  for (std::uint32_t id = 1; id <= 20; ++id)
+    ASSERT_EQ(tables.Apply(Install(Host(id))), kHalSuccess);
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vlan(7))), kHalSuccess);
+  const auto size = [&] { return tables.size(HalKind::kVlan) + tables.size(HalKind::kHost); };
+  int parts = 1;
+  for (std::size_t before = size(); !tables.EndReinstallInPart(9); before = size(), ++parts) {
+    ASSERT_GE(size() + 9, before);
+    ASSERT_LT(size(), before);
+  }
+  EXPECT_EQ(parts, 5) << "40 entries";
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(7));
+  EXPECT_THAT(Ids(tables, HalKind::kHost), IsEmpty());
+  ExpectDigestsFitEntries(tables);
+  EXPECT_EQ(tables.Apply(Install(Vlan(7, 9000))), kHalExists) << "the reinstall has ended";
+  EXPECT_TRUE(tables.EndReinstallInPart(0));
+}
+
+TEST(HalTablesReinstallTest, ABeginInTheMiddleOfTheEndStartsOver) {
+  HalTables tables(100);
+  for (std::uint32_t id = 1; id <= 20; ++id)
+    ASSERT_EQ(tables.Apply(Install(Vlan(id))), kHalSuccess);
+  tables.BeginReinstall();
+  EXPECT_FALSE(tables.EndReinstallInPart(9));
+  EXPECT_EQ(tables.Apply(Install(Vlan(1, 9000))), kHalSuccess) << "the reinstall is open";
+  tables.BeginReinstall();
+  ASSERT_EQ(tables.Apply(Install(Vlan(20))), kHalSuccess);
+  EXPECT_FALSE(tables.EndReinstallInPart(9));
+  EXPECT_TRUE(tables.EndReinstallInPart(9));
+  EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(20));
+  ExpectDigestsFitEntries(tables);
+}
+
 TEST(HalTablesReinstallTest, KeepsAWholeSiteThatIsInstalledAgain) {
   HalTables tables = TablesOf(SmallSite());
   const auto before = Contents(tables);

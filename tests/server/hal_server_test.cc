@@ -6,6 +6,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/hal/messages.h"
@@ -61,6 +62,16 @@ std::string Counts(const Kinds& kinds) {
     text += (text.empty() ? "" : ", ") + kind.kind() + ' ' + std::to_string(kind.count());
   }
   return text;
+}
+
+// Installs VLANs 1 to `count`, a thousand in one write.
+void InstallVlans(RawClient* client, std::uint32_t count) {
+  for (std::uint32_t id = 1; id <= count;) {
+    std::string requests;
+    for (int i = 0; i < 1'000; ++i, ++id) requests += FrameBytes(kInstallVlan, id, VlanBytes(id));
+    client->Send(requests);
+    ASSERT_THAT(client->ReceiveFrames(1'000), SizeIs(1'000));
+  }
 }
 
 // A client that takes no part in the test and must still be served.
@@ -302,6 +313,105 @@ TEST(HalServer, ClosesAClientThatSaysNoHello) {
   EXPECT_THAT(server.Lines(), ElementsAre("client 1: \"test\" connected",
                                           "client 2: no hello in time; connection closed"));
   bystander.ExpectServed();
+}
+
+TEST(HalServer, ClosesAClientThatIsIdle) {
+  HalServerOptions options;
+  options.idle_timeout = milliseconds(200);
+  options.max_clients = 2;
+  TestServer server(options);
+  RawClient busy(server.path());
+  ASSERT_TRUE(busy.Greet());
+  RawClient idle(server.path());
+  ASSERT_TRUE(idle.Greet());
+  for (std::uint32_t beat = 0; !idle.IsReadable(milliseconds(50)); ++beat) {
+    ASSERT_LT(beat, 100U);
+    busy.Send(kHeartbeat, beat);
+    EXPECT_EQ(busy.Receive(), (RawFrame{kHeartbeat, beat, ""}));
+  }
+  EXPECT_EQ(idle.Receive(), (RawFrame{kGoodbye, 0, "no byte sent or received for 200 ms"}));
+  EXPECT_TRUE(idle.Ended());
+  EXPECT_EQ(server.Lines().back(),
+            "client 2: no byte sent or received for 200 ms; connection closed");
+  busy.Send(kHeartbeat, 1);
+  EXPECT_EQ(busy.Receive(), (RawFrame{kHeartbeat, 1, ""}));
+  RawClient next(server.path());
+  EXPECT_EQ(next.Greet()->type, 1);
+}
+
+TEST(HalServer, ClosesAReaderThatDoesNotRead) {
+  HalServerOptions options;
+  options.idle_timeout = milliseconds(200);
+  TestServer server(options);
+  {
+    RawClient writer(server.path());
+    writer.Greet();
+    // More than the sockets' buffers hold.
+    InstallVlans(&writer, 20'000);
+  }
+  server.WaitForLines(2);
+  RawClient reader(server.path());
+  reader.Greet();
+  reader.Send(kReadTables, 1);
+  EXPECT_THAT(
+      server.WaitForLines(4),
+      ElementsAre("client 1: \"test\" connected", "client 1: left", "client 2: \"test\" connected",
+                  "client 2: no byte sent or received for 200 ms; connection closed"));
+}
+
+// Each test takes longer than the limit, and its client is never silent for that long.
+class NotIdleTest : public ::testing::Test {
+ protected:
+  static HalServerOptions Options() {
+    HalServerOptions options;
+    options.idle_timeout = milliseconds(1'000);
+    return options;
+  }
+};
+
+TEST_F(NotIdleTest, IsAClientThatAwaitsLateAnswers) {
+  TestServer server(
+      R"(fault { what: "delay" nth: 1 ms: 500 } fault { what: "delay" nth: 2 ms: 1000 }
+         fault { what: "delay" nth: 3 ms: 1500 })",
+      Options());
+  RawClient client(server.path());
+  client.Greet();
+  for (std::uint32_t id = 1; id <= 3; ++id) client.Send(kInstallVlan, id, VlanBytes(id));
+  EXPECT_THAT(client.ReceiveFrames(3),
+              ElementsAre(Result(1, 0, 1), Result(2, 0, 2), Result(3, 0, 3)));
+}
+
+TEST_F(NotIdleTest, IsAReaderThatReadsSlowly) {
+  constexpr std::size_t kEntries = 60'000;
+  constexpr std::size_t kPieces = 30;
+  TestServer server(Options());
+  RawClient client(server.path());
+  client.Greet();
+  InstallVlans(&client, kEntries);
+  client.Send(kReadTables, 1);
+  for (std::size_t piece = 0; piece < kPieces; ++piece) {
+    std::this_thread::sleep_for(milliseconds(100));
+    ASSERT_THAT(client.ReceiveFrames(kEntries / kPieces), SizeIs(kEntries / kPieces));
+  }
+  EXPECT_EQ(client.Receive()->type, kTableEnd);
+}
+
+TEST_F(NotIdleTest, IsAReaderThatGetsByteAfterByte) {
+  constexpr std::uint32_t kEntries = 10'000;
+  HalServerOptions options;
+  options.idle_timeout = milliseconds(500);
+  TestServer server(R"(fault { what: "one-byte-writes" nth: 2 })", options);
+  {
+    RawClient writer(server.path());
+    writer.Greet();
+    InstallVlans(&writer, kEntries);
+  }
+  RawClient client(server.path());
+  client.Greet();
+  client.Send(kReadTables, 1);
+  const auto frames = client.ReceiveFrames(kEntries + 1);
+  ASSERT_EQ(frames.size(), kEntries + 1);
+  EXPECT_EQ(frames.back().type, kTableEnd);
 }
 
 // Invalid streams, and how the server answers them.

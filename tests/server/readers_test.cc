@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
+#include "wire.pb.h"
 
 namespace reference {
 namespace {
@@ -145,6 +147,62 @@ TEST_F(ReadersTest, ReadingsInOneWriteAreAnsweredOneAfterTheOther) {
     for (const RawFrame& frame : frames) EXPECT_EQ(frame.sequence, reading);
     EXPECT_EQ(frames.back().type, kTableEnd);
   }
+}
+
+// Larger than what the server examines in one turn.
+class LargeReinstallTest : public ReadersTest {
+ protected:
+  static constexpr std::uint32_t kEntries = 100'000;
+  static constexpr int kBegin = 17;
+  static constexpr int kEnd = 18;
+  static constexpr int kInSync = 19;
+  static constexpr std::uint32_t kTakenOver = 2;
+
+  static wire::TableSummary SummaryIn(const std::optional<RawFrame>& frame) {
+    wire::TableSummary summary;
+    EXPECT_TRUE(frame && frame->type == kInSync && summary.ParseFromString(frame->payload));
+    return summary;
+  }
+};
+
+TEST_F(LargeReinstallTest, EndsBeforeTheFramesThatFollow) {
+  Fill(kEntries);
+  writer_.Send(FrameBytes(kBegin, 1) + FrameBytes(kInstallVlan, 2, VlanBytes(9)) +
+               FrameBytes(kEnd, 3) + FrameBytes(kInstallVlan, 4, VlanBytes(10)) +
+               FrameBytes(kHeartbeat, 5));
+  EXPECT_EQ(writer_.Receive(), Result(2, 0, 9));
+  const auto end = writer_.Receive();
+  EXPECT_EQ(SummaryIn(end).removed(), kEntries - 1);
+  EXPECT_EQ(end->sequence, 3U);
+  EXPECT_EQ(writer_.Receive(), Result(4, 0, 10));
+  EXPECT_EQ(writer_.Receive(), (RawFrame{kHeartbeat, 5, ""}));
+  EXPECT_EQ(server_.Tables().size(HalKind::kVlan), 2U);
+}
+
+TEST_F(LargeReinstallTest, TakesTurnsWithOtherClients) {
+  Fill(kEntries);
+  server_.Hold(milliseconds(100));
+  writer_.Send(FrameBytes(kBegin, 1) + FrameBytes(kEnd, 2));
+  RawClient second(server_.path());
+  wire::Hello hello;
+  hello.set_protocol_version(1);
+  hello.set_program("second");
+  hello.set_writes(true);
+  hello.set_take_over(true);
+  second.Send(FrameBytes(1, 0, hello.SerializeAsString()));
+  ASSERT_TRUE(second.Receive());
+  // It has not waited for the end, which stops where it is.
+  const auto goodbye = writer_.Receive();
+  ASSERT_TRUE(goodbye);
+  EXPECT_EQ(goodbye->type, kGoodbye);
+  EXPECT_EQ(goodbye->sequence, kTakenOver);
+  EXPECT_TRUE(writer_.Ended());
+  const std::size_t left = server_.Tables().size(HalKind::kVlan);
+  EXPECT_GT(left, 0U);
+  second.Send(FrameBytes(kBegin, 1) + FrameBytes(kInstallVlan, 2, VlanBytes(9)) +
+              FrameBytes(kEnd, 3));
+  EXPECT_EQ(second.Receive(), Result(2, 0, 9));
+  EXPECT_EQ(SummaryIn(second.Receive()).kinds(1).count(), 1U);
 }
 
 TEST_F(ReadersTest, SeeTheChangesThatAreMadeWhileTheyRead) {
