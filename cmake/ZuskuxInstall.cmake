@@ -165,6 +165,16 @@ function(zuskux_install_completion first)
   endforeach()
 endfunction()
 
+# Installs the systemd units of the programs that run on.
+function(zuskux_install_units)
+  foreach(unit IN LISTS ARGN)
+    configure_file(packaging/systemd/${unit}.service.in
+                   ${CMAKE_BINARY_DIR}/install/systemd/${unit}.service @ONLY)
+    install(FILES ${CMAKE_BINARY_DIR}/install/systemd/${unit}.service
+            DESTINATION lib/systemd/system COMPONENT tools)
+  endforeach()
+endfunction()
+
 # Installs what is not installed where it is defined.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
@@ -185,6 +195,7 @@ function(zuskux_install_all)
     endforeach()
     zuskux_install_man_page(zuskux-site 5 tools)
     zuskux_install_operator_page()
+    zuskux_install_units(zuskux-hal zuskux-manager)
     zuskux_install_completion(${programs})
     install(DIRECTORY examples/sites DESTINATION ${ZUSKUX_INSTALL_DATA} COMPONENT tools
             FILES_MATCHING PATTERN *.txtpb)

@@ -23,6 +23,7 @@
 #include "reference/server/hal_server.h"
 #include "reference/server/tables_command.h"
 #include "reference/socket_client/server_contents.h"
+#include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
 #include "reference/text/protobuf_log.h"
 #include "reference/wire/unix_listener.h"
@@ -169,6 +170,8 @@ int Serve(const HalServerOptions& options) {
   }
   Say(LogLevel::kInfo,
       "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
+  const reference::ServiceManager service(&io);
+  service.Ready();
   signals.async_wait([&server, &io](const boost::system::error_code&, int) {
     server.reset();
     io.stop();

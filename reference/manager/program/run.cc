@@ -32,6 +32,7 @@
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
 #include "reference/record/recorder.h"
+#include "reference/support/service_manager.h"
 #include "reference/text/output_file.h"
 
 namespace reference {
@@ -71,6 +72,7 @@ class Run {
     if (line_.stay) {
       CatchSignals();
       status_server_.emplace(&io_, line_.control, [this] { return Status(); });
+      service_.Ready();
     } else {
       EndWithoutServer();
     }
@@ -357,6 +359,7 @@ class Run {
   boost::asio::steady_timer server_timer_{io_};
   std::int64_t checks_without_server_ = 0;
   std::optional<StatusServer> status_server_;
+  const ServiceManager service_{&io_};
   std::optional<Progress> progress_;
   std::size_t progress_total_ = 0;
   // Opened before the HAL is touched.
