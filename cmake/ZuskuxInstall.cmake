@@ -153,14 +153,15 @@ function(zuskux_install_man_page name section component)
           COMPONENT ${component})
 endfunction()
 
-# One file completes all programs; bash looks it up by program name.
-function(zuskux_install_completion first)
-  set(folder ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES packaging/completion.bash DESTINATION ${folder} RENAME ${first} COMPONENT tools)
+# zuskux_install_completion(<file> <folder> <suffix> <program>...): installs a file that completes all
+# programs, under each program's name with the suffix, by which the shell looks it up.
+function(zuskux_install_completion file folder suffix first)
+  set(folder ${CMAKE_INSTALL_DATADIR}/${folder})
+  install(FILES packaging/${file} DESTINATION ${folder} RENAME ${first}${suffix} COMPONENT tools)
   foreach(program IN LISTS ARGN)
-    set(link ${CMAKE_BINARY_DIR}/install/completion/${program})
+    set(link ${CMAKE_BINARY_DIR}/install/completion/${program}${suffix})
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/install/completion)
-    file(CREATE_LINK ${first} ${link} SYMBOLIC)
+    file(CREATE_LINK ${first}${suffix} ${link} SYMBOLIC)
     install(FILES ${link} DESTINATION ${folder} COMPONENT tools)
   endforeach()
 endfunction()
@@ -196,7 +197,11 @@ function(zuskux_install_all)
     zuskux_install_man_page(zuskux-site 5 tools)
     zuskux_install_operator_page()
     zuskux_install_units(zuskux-hal zuskux-manager)
-    zuskux_install_completion(${programs})
+    zuskux_install_completion(completion.bash bash-completion/completions "" ${programs})
+    zuskux_install_completion(completion.fish fish/vendor_completions.d .fish ${programs})
+    # zsh finds all programs in the file's first line.
+    install(FILES packaging/completion.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+            RENAME _zuskux COMPONENT tools)
     install(DIRECTORY examples/sites DESTINATION ${ZUSKUX_INSTALL_DATA} COMPONENT tools
             FILES_MATCHING PATTERN *.txtpb)
     install(FILES reference/site/site.proto reference/server/fault.proto

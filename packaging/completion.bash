@@ -1,5 +1,5 @@
 # Completion for zuskux-manager, zuskux-hal, zuskux-record and zuskux-generate-site: offers the
-# options that the program's --help lists.
+# options that the program's --help lists. completion.zsh and completion.fish do the same.
 
 _zuskux() {
   local program=$1 word=$2 previous=$3

@@ -7,7 +7,7 @@ TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abiga
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
-CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14 systemd)
+CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14 systemd zsh fish)
 MUTATION_PACKAGES=(ccache lld)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 

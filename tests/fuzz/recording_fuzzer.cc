@@ -57,7 +57,7 @@ void Show(RecordingReader* recording) {
   const std::string text = out.str();
   Check(!text.empty() && text.back() == '\n', "a last line that does not end");
   Check(std::none_of(text.begin(), text.end(),
-                     [](char c) { return (c >= 0 && c < ' ' && c != '\n') || c == '\x7F'; }),
+                     [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7F; }),
         "a control character is shown");
 }
 
