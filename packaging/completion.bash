@@ -9,13 +9,20 @@ _zuskux() {
       mapfile -t COMPREPLY < <(compgen -W 'embedded unix unix:' -- "$word")
       return
       ;;
-    --explain | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+    --kind)
+      mapfile -t COMPREPLY < <(compgen -W 'vrf vlan host ecmp mpls' -- "$word")
+      return
+      ;;
+    --explain | --max-removals | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
       return
       ;;
   esac
   if [[ $word == -* ]]; then
-    local options
-    options=$("$program" --help | grep -oE -- '--[a-z][a-z-]*' | sort -u)
+    local options help=(--help)
+    # A command of zuskux-manager has options of its own.
+    [[ ${program##*/} == zuskux-manager && ${COMP_WORDS[1]} == [a-z]* ]] &&
+      "$program" help "${COMP_WORDS[1]}" >/dev/null 2>&1 && help=(help "${COMP_WORDS[1]}")
+    options=$("$program" "${help[@]}" | grep -oE -- '--[a-z][a-z-]*' | sort -u)
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
   elif [[ $COMP_CWORD -eq 1 ]]; then
     local commands

@@ -70,6 +70,11 @@ HalLatencies EmbeddedHal::latencies() const {
   return {queue_latency_.Summary(), {}, hal_latency_.Summary()};
 }
 
+HalServer EmbeddedHal::server() const {
+  const MutexLock lock(&mutex_);
+  return {"embedded", generation_};
+}
+
 HalTables EmbeddedHal::SnapshotTables() const {
   const MutexLock lock(&tables_mutex_);
   return tables_;

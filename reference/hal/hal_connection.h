@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -60,6 +61,13 @@ struct HalConnectionCounters {
   std::size_t unfinished = 0;
 };
 
+/// The server that a connection found last.
+struct HalServer {
+  /// Foreign text; empty for none.
+  std::string name;
+  std::uint64_t generation = 0;
+};
+
 /// Reports first to a connection's observer, if there is one, and then to its host. Used by
 /// connections, on the thread that reports.
 class HalReporter {
@@ -110,9 +118,10 @@ class HalConnection : public HalClientBase {
   /// `BeginReinstall` named. `HalReports::reinstall_ended` follows, or another server-found report.
   void EndReinstall();
 
-  // Both callable on any thread.
+  // Callable on any thread.
   virtual HalConnectionCounters counters() const = 0;
   virtual HalLatencies latencies() const = 0;
+  virtual HalServer server() const { return {}; }
 
   /// Succeeds without asking the server; has no result.
   ReturnCode InitEncapsulationModule() final;

@@ -103,6 +103,8 @@ class SocketHal::Client {
   HalReturnCode Submit(const HalRequest& request);
   void SubmitMark(FrameType mark);
   HostQueue* queue() { return host_queue_; }
+  // On any thread:
+  HalServer server() const;
 
  private:
   // On the host's thread:
@@ -174,6 +176,9 @@ class SocketHal::Client {
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
 
+  mutable Mutex server_mutex_;
+  HalServer server_ ZUSKUX_GUARDED_BY(server_mutex_);
+
   Mutex host_mutex_;
   // The connection that the host's thread may write to, null for none, and what it writes.
   ConnectionPtr host_connection_ ZUSKUX_GUARDED_BY(host_mutex_);
@@ -222,6 +227,11 @@ void SocketHal::Client::WriteAtOnce() {
              [this, connection = host_connection_, rest = host_outgoing_.substr(sent)]() mutable {
                WriteRest(connection, std::move(rest));
              });
+}
+
+HalServer SocketHal::Client::server() const {
+  const MutexLock lock(&server_mutex_);
+  return server_;
 }
 
 void SocketHal::Client::SubmitMark(FrameType mark) {
@@ -481,6 +491,10 @@ void SocketHal::Client::OnHello(std::string_view payload) {
   last_failure_.clear();
   socket_watch_.Stop();
   repeated_reinstalls_ = 0;
+  {
+    const MutexLock lock(&server_mutex_);
+    server_ = {hello.program(), hello.generation()};
+  }
   Log(LogLevel::kInfo, "connected to HAL server " + Printable(hello.program(), kMaxForeignText) +
                            ", generation " + Hex(hello.generation()));
   queue_->ServerFound(hello.max_payload());
@@ -620,6 +634,8 @@ HalConnectionCounters SocketHal::counters() const { return client_->queue()->cou
 HalLatencies SocketHal::latencies() const { return client_->queue()->latencies(); }
 
 SocketHalStatistics SocketHal::statistics() const { return client_->queue()->statistics(); }
+
+HalServer SocketHal::server() const { return client_->server(); }
 
 HalReturnCode SocketHal::Submit(HalRequest request) { return client_->Submit(request); }
 

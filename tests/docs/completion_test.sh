@@ -28,7 +28,7 @@ for program in "$@"; do
   [ -n "$options" ] || fail "$name has no options"
   [ "$(offered "$program" --)" = "$options" ] || fail "$name offers: $(offered "$program" --)"
   case $name in
-    zuskux-manager) commands=status ;;
+    zuskux-manager) commands=$'status\nobjects\nexplain\nreload\nresync\nhelp' ;;
     zuskux-hal) commands=tables ;;
     zuskux-record) commands=$'diff\nreplay\nshow' ;;
     *) commands='' ;;
@@ -39,3 +39,5 @@ for program in "$@"; do
   done
 done
 [ "$(offered "$1" --hal e)" = embedded ] || fail 'embedded is not offered after --hal'
+[ "$(offered "$1" objects --f)" = --failed ] || fail 'objects does not offer --failed'
+[ "$(offered "$1" objects --kind h)" = host ] || fail 'host is not offered after --kind'

@@ -131,7 +131,8 @@ TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {
   ASSERT_TRUE(WaitForFile(control()));
   const auto status = [this] {
     Process process({ZUSKUX_MANAGER, "status", "--control", control(), "--json"});
-    EXPECT_EQ(process.Wait(), 0);
+    // Soon after the start, nothing is settled.
+    EXPECT_THAT(process.Wait(), testing::AnyOf(0, 3, 4));
     return process.out();
   };
   status();

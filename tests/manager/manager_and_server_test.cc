@@ -339,14 +339,14 @@ TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
   EXPECT_EQ(status.status, 0);
   EXPECT_EQ(status.err, "");
   const auto lines = Lines(status.out);
-  ASSERT_EQ(lines.size(), 21U);
+  ASSERT_EQ(lines.size(), 22U);
   EXPECT_THAT(lines[0],
               MatchesRegex("zuskux-manager " ZUSKUX_VERSION ", up [0-9]+\\.[0-9] s, settled"));
   EXPECT_EQ(lines[1], "site " + site);
   EXPECT_EQ(lines[2], "hal unix:" + socket() +
                           ", restarts 0, requests 3, results 2, refused 0, late results dropped 0, "
                           "unfinished 0");
-  EXPECT_THAT(std::vector<std::string>(lines.begin() + 3, lines.begin() + 12),
+  EXPECT_THAT(std::vector<std::string>(lines.begin() + 4, lines.begin() + 13),
               ContainerEq(std::vector<std::string>{
                   "", "KIND  PENDING  INSTALLED  INACTIVE  SENT  FAILED  REMOVED",
                   "vrf         0          0         0     2       0        0",
@@ -355,9 +355,9 @@ TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
                   "ecmp        0          0         0     0       0        0",
                   "mpls        0          0         0     0       0        0", "",
                   "QUEUE        NOW  PEAK"}));
-  EXPECT_EQ(lines[12], "due            0     3");
-  EXPECT_THAT(lines[17], MatchesRegex("STAGE +COUNT +P50 us +P90 us +P99 us +MAX us"));
-  EXPECT_THAT(lines[18], MatchesRegex("queue +3( +[0-9]+\\.[0-9]){4}"));
+  EXPECT_EQ(lines[13], "due            0     3");
+  EXPECT_THAT(lines[18], MatchesRegex("STAGE +COUNT +P50 us +P90 us +P99 us +MAX us"));
+  EXPECT_THAT(lines[19], MatchesRegex("queue +3( +[0-9]+\\.[0-9]){4}"));
 
   const auto json = StatusJson();
   EXPECT_EQ(json["objects"]["vlan"]["installed"], 2);

@@ -498,7 +498,8 @@ TEST(ManagerProgramTest, ATruncatedSiteDoesNotEmptyTheHal) {
       "ERROR zuskux-manager: " + site +
       " is refused: it would remove 15 of 15 objects: vlan:10 \"v10\", vlan:11 \"v11\", vlan:12 "
       "\"v12\", vlan:13 \"v13\", vlan:14 \"v14\" and 10 more; the present site stays; correct "
-      "the file, or start with --max-removals 15\n"));
+      "the file, or run zuskux-manager reload --control " +
+      files.File("manager.sock") + " --max-removals 15\n"));
 
   // Ten may go, however many there are.
   files.Write("site", Vlans(5));

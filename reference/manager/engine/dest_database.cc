@@ -196,9 +196,7 @@ bool DestDatabase::InHal(std::uint32_t id) const {
 
 void DestDatabase::SetState(Object* entry, ObjectState state) {
   if (entry->key.kind != HalKind::kVrf) {
-    --CountOf(*entry);
-    entry->state_ = state;
-    ++CountOf(*entry);
+    SetStateOf(entry, state);
     return;
   }
   entry->state_ = state;
@@ -229,10 +227,16 @@ void DestDatabase::UpdateVrf(Object* vrf) {
       code = entry.code;
     }
   }
-  --CountOf(*vrf);
-  vrf->state_ = state;
   vrf->code = code;
-  ++CountOf(*vrf);
+  SetStateOf(vrf, state);
+}
+
+void DestDatabase::SetStateOf(Object* object, ObjectState state) {
+  const bool changes = object->state() != state;
+  --CountOf(*object);
+  object->state_ = state;
+  ++CountOf(*object);
+  if (changes && changed_) changed_(*object);
 }
 
 std::size_t& DestDatabase::CountOf(const Object& object) {

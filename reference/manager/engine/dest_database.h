@@ -4,11 +4,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "reference/hal/hal_code.h"
@@ -127,6 +129,9 @@ class DestDatabase {
   /// Forgets objects that were already removed.
   Changes Replace(const Site& site);
 
+  /// Calls `changed`, unless it is empty, whenever an object's standing has changed.
+  void Watch(std::function<void(const Object& object)> changed) { changed_ = std::move(changed); }
+
   /// The HAL's entry of that kind and id; for a VRF, by its number. Null if there is none.
   Object* FindEntry(const ObjectKey& key);
 
@@ -162,6 +167,9 @@ class DestDatabase {
 
   const Objects& objects() const { return objects_; }
 
+  /// The entries of the VRFs, by number.
+  const Objects& vrf_entries() const { return vrf_entries_; }
+
  private:
   template <typename SiteObject>
   void ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes);
@@ -169,6 +177,7 @@ class DestDatabase {
   void ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* changes);
   void UpdateVrf(Object* vrf);
   std::size_t& CountOf(const Object& object);
+  void SetStateOf(Object* object, ObjectState state);
 
   // VRFs and destinations, by database id.
   Objects objects_;
@@ -179,6 +188,7 @@ class DestDatabase {
   std::map<std::uint32_t, std::set<std::uint32_t>> numbers_of_vrf_;
   std::map<std::uint32_t, std::set<std::uint32_t>> vrfs_of_number_;
   std::array<StandingCounts, kHalKinds> counts_{};
+  std::function<void(const Object& object)> changed_;
 };
 
 }  // namespace reference

@@ -35,6 +35,7 @@ std::optional<HalAction> NextAction(const Object& object) {
 
 Manager::Manager(boost::asio::io_context* io, ManagerEvents events)
     : io_(io), events_(std::move(events)) {
+  database_.Watch(events_.standing_changed);
   SetNotificationSink(this);
 }
 
@@ -76,6 +77,15 @@ void Manager::Apply(const Site& site) {
     object->attempts = 0;
     MarkDue(object);
   }
+  Wake();
+}
+
+void Manager::Resync() {
+  BeginReinstall();
+  for (const HalKind kind : kAllHalKinds) {
+    database_.ForEachEntry(kind, [this](Object* entry) { MarkForReinstall(entry); });
+  }
+  server_found_ = true;
   Wake();
 }
 
@@ -164,14 +174,22 @@ void Manager::Handle(const ReinstallNotice& notice) {
   database_.ForEachEntry(notice.kind, [this](Object* entry) { MarkForReinstall(entry); });
 }
 
-void Manager::Handle(const EverythingAskedForNotice& /*notice*/) { server_found_ = true; }
+void Manager::Handle(const EverythingAskedForNotice& /*notice*/) {
+  server_found_ = true;
+  if (events_.connection) events_.connection(true);
+}
 
 // A result from before the latest begin says nothing about that reinstall.
 void Manager::Handle(const ReinstallEndedNotice& notice) {
-  if (server_found_ && !reinstalling_) in_sync_ = notice.in_sync;
+  if (!server_found_ || reinstalling_) return;
+  in_sync_ = notice.in_sync;
+  if (events_.reinstall_ended) events_.reinstall_ended(notice.in_sync);
 }
 
-void Manager::Handle(const ServerLostNotice& /*notice*/) { LoseServer(); }
+void Manager::Handle(const ServerLostNotice& /*notice*/) {
+  LoseServer();
+  if (events_.connection) events_.connection(false);
+}
 
 // The reinstall that follows the next server-found report does whatever is due.
 void Manager::LoseServer() {

@@ -32,6 +32,12 @@ struct ManagerEvents {
   std::function<void(std::size_t objects, std::chrono::steady_clock::duration time)> reinstalled;
   /// The total number of results so far.
   std::function<void(std::uint64_t results)> results;
+  /// A HAL server was found, or the one before was lost.
+  std::function<void(bool connected)> connection = nullptr;
+  /// A reinstall has ended, with or without both sides in agreement.
+  std::function<void(bool in_sync)> reinstall_ended = nullptr;
+  /// The object's standing has changed. Called inside a step: it must not call the manager.
+  std::function<void(const Object& object)> standing_changed = nullptr;
 };
 
 /// A queue's length: now, and the maximum so far.
@@ -71,6 +77,9 @@ class Manager : private NotificationSink {
 
   /// Makes `site` the wanted state and sends exactly the changes. May be called before `Start`.
   void Apply(const Site& site);
+
+  /// Installs everything again, as if the server had just been found. Needs a connection.
+  void Resync();
 
   /// Whether nothing is left to do: the server was found, every request has had its outcome, and
   /// the last reinstall has ended. Some objects may have failed.

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "reference/manager/views/explain.h"
+#include "reference/manager/program/commands.h"
 #include "reference/manager/views/graph_file.h"
 #include "reference/wire/hal_name.h"
 #include "reference/wire/unix_listener.h"
@@ -46,11 +46,11 @@ po::options_description Options() {
   add("stand-by", "with --stay: wait while another manager programs it");
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
-  add("control", text("PATH"), "control socket of --stay and status");
+  add("control", text("PATH"), "control socket of --stay");
   add("table-size", number("N")->default_value(kDefaultTableSize), "entries of a HAL table");
   add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
   add("version", "show the version and exit");
-  add("help", "show this help and exit");
+  add("help,h", "show this help and exit");
   return options;
 }
 
@@ -68,26 +68,13 @@ std::int64_t Number(const po::variables_map& values, const char* option, std::in
   return value;
 }
 
-ObjectKey ReadKey(const std::string& text) {
-  if (const auto key = ParseObjectKey(text)) return *key;
+std::string KindNames() {
   std::string kinds;
   for (const HalKind kind : kAllHalKinds) {
     if (!kinds.empty()) kinds += ", ";
     kinds += HalKindName(kind);
   }
-  throw UsageError("--explain " + text + " names no object; write KIND:ID, for example vlan:10 (" +
-                   kinds + ')');
-}
-
-std::size_t ReadMaxRemovals(const std::string& text) {
-  if (text == "all") return std::numeric_limits<std::size_t>::max();
-  std::size_t limit = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, limit);
-  if (error != std::errc() || rest != end) {
-    throw UsageError("--max-removals " + text + " is no number; write a number of objects, or all");
-  }
-  return limit;
+  return kinds;
 }
 
 void CheckGraph(const std::string& path) {
@@ -186,6 +173,30 @@ po::variables_map ParseOptions(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
+ObjectKey ReadObjectKey(const std::string& where, const std::string& text) {
+  if (const auto key = ParseObjectKey(text)) return *key;
+  throw UsageError(where + ' ' + text + " names no object; write KIND:ID, for example vlan:10 (" +
+                   KindNames() + ')');
+}
+
+HalKind ReadKind(const std::string& text) {
+  for (const HalKind kind : kAllHalKinds) {
+    if (text == HalKindName(kind)) return kind;
+  }
+  throw UsageError("--kind " + text + " is no kind of object; use one of " + KindNames());
+}
+
+std::size_t ReadMaxRemovals(const std::string& text) {
+  if (text == "all") return std::numeric_limits<std::size_t>::max();
+  std::size_t limit = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, limit);
+  if (error != std::errc() || rest != end) {
+    throw UsageError("--max-removals " + text + " is no number; write a number of objects, or all");
+  }
+  return limit;
+}
+
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   const po::variables_map values = ParseOptions(arguments);
   CommandLine line;
@@ -194,8 +205,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   line.check = ReadCheck(values);
   line.json = values.count("json") != 0;
   line.control = Text(values, "control").value_or(DefaultSocketPath("manager.sock"));
-  line.status = line.check.empty() && Words(values) == std::vector<std::string>{"status"};
-  if (line.help || line.version || !line.check.empty() || line.status) return line;
+  if (line.help || line.version || !line.check.empty()) return line;
 
   line.sites = ReadSites(values);
   line.trace = values.count("trace") != 0;
@@ -210,7 +220,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   line.dump_hal = Text(values, "dump-hal");
   line.graph = Text(values, "graph");
   if (line.graph) CheckGraph(*line.graph);
-  if (const auto key = Text(values, "explain")) line.explain = ReadKey(*key);
+  if (const auto key = Text(values, "explain")) line.explain = ReadObjectKey("--explain", *key);
   line.table_size = static_cast<std::size_t>(Number(values, "table-size", kMaxTableSize));
   if (values.count("restart-hal-after") != 0) {
     line.restart_hal_after = static_cast<std::uint64_t>(
@@ -225,10 +235,12 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
 std::string HelpText() {
   std::ostringstream text;
   text << "Usage: zuskux-manager SITE [options]       brings a HAL to what a site describes\n"
-          "       zuskux-manager status [--control PATH] [--json]       shows how it stands\n"
+          "       zuskux-manager COMMAND [options]    asks a manager that runs with --stay:\n"
+       << CommandsHelp() << "  zuskux-manager help COMMAND       show the options of a command\n"
        << Options()
        << "Exit status: 0 all in place, 1 an error, 2 wrong usage, 3 some objects failed,\n"
-          "4 another manager programs the HAL, 5 the recording ended early.\n";
+          "4 another manager programs the HAL, or no connection to it, 5 the recording\n"
+          "ended early.\n";
   return text.str();
 }
 

@@ -15,8 +15,6 @@ namespace reference {
 
 /// The parsed command line.
 struct CommandLine {
-  /// Show the status of a running manager.
-  bool status = false;
   /// The site, and those to apply after it.
   std::vector<std::string> sites;
   /// Only check these site files.
@@ -57,6 +55,15 @@ class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// Values that options and commands share. Each throws `UsageError` for any other text.
+
+/// Parses "vlan:10", which `where` was given.
+ObjectKey ReadObjectKey(const std::string& where, const std::string& text);
+/// Parses "vlan".
+HalKind ReadKind(const std::string& text);
+/// Parses "12" or "all".
+std::size_t ReadMaxRemovals(const std::string& text);
 
 /// Throws `UsageError`.
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments);

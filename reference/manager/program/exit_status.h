@@ -12,6 +12,8 @@ inline constexpr int kExitUsage = 2;
 inline constexpr int kExitIncomplete = 3;
 /// Another client programs the HAL.
 inline constexpr int kExitOtherWriter = 4;
+/// For a command: the manager has no connection to the HAL.
+inline constexpr int kExitNotConnected = 4;
 /// Success, except that the recording ended early.
 inline constexpr int kExitNotRecorded = 5;
 

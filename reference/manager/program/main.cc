@@ -1,5 +1,4 @@
-// zuskux-manager: the reference destination manager. With "status", shows the status of a running
-// one.
+// zuskux-manager: the reference destination manager, and commands that ask a running one.
 
 #include <cstdlib>
 #include <exception>
@@ -13,37 +12,27 @@
 #include "reference/manager/program/check_sites.h"
 #include "reference/manager/program/chosen_hal.h"
 #include "reference/manager/program/command_line.h"
+#include "reference/manager/program/commands.h"
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/log_setup.h"
 #include "reference/manager/program/read_site.h"
 #include "reference/manager/program/run.h"
 #include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/plan.h"
-#include "reference/manager/views/status.h"
 
 namespace reference {
 namespace {
 
-int Finish() {
+int Finish(int status = EXIT_SUCCESS) {
   std::cout.flush();
   if (!std::cout) throw std::runtime_error("cannot write to standard output");
-  return EXIT_SUCCESS;
+  return status;
 }
 
 int Check(const CommandLine& line) {
   const bool usable = CheckSites(line.check, line.json, &std::cout);
   const int status = Finish();
   return usable ? status : kExitFailed;
-}
-
-int ShowStatus(const CommandLine& line) {
-  const std::string status = ReadStatus(line.control);
-  if (line.json) {
-    WriteStatusAsJson(status, &std::cout);
-  } else {
-    WriteStatus(status, &std::cout);
-  }
-  return Finish();
 }
 
 int ShowPlan(const CommandLine& line, const Site& site) {
@@ -83,6 +72,7 @@ int RunWithSites(const CommandLine& line) {
 
 int Main(const std::vector<std::string>& arguments) {
   try {
+    if (const auto status = RunCommand(arguments)) return Finish(*status);
     const CommandLine line = ParseCommandLine(arguments);
     if (line.help) {
       std::cout << HelpText();
@@ -92,7 +82,6 @@ int Main(const std::vector<std::string>& arguments) {
       std::cout << "zuskux-manager " ZUSKUX_VERSION "\n";
       return Finish();
     }
-    if (line.status) return ShowStatus(line);
     return line.check.empty() ? RunWithSites(line) : Check(line);
   } catch (const UsageError& error) {
     StandardError().Write(LogLevel::kError, error.what());

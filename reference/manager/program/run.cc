@@ -1,6 +1,7 @@
 #include "reference/manager/program/run.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -10,6 +11,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <iomanip>
 #include <iostream>
@@ -21,6 +23,8 @@
 #include "reference/manager/engine/manager.h"
 #include "reference/manager/program/chosen_hal.h"
 #include "reference/manager/program/command_line.h"
+#include "reference/manager/program/control_requests.h"
+#include "reference/manager/program/control_server.h"
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/read_site.h"
 #include "reference/manager/program/removal_limit.h"
@@ -49,6 +53,15 @@ std::string Seconds(std::chrono::steady_clock::duration time) {
   return text.str();
 }
 
+// "2024-05-17 08:15:30"
+std::string LocalTime() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  localtime_r(&now, &parts);
+  std::array<char, 32> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%F %T", &parts)};
+}
+
 /// One run of the manager with its HAL, on the calling thread.
 class Run {
  public:
@@ -58,8 +71,11 @@ class Run {
         sites_(std::move(sites)),
         manager_(&io_, {[this] { Finished(); }, [this] { Reinstalling(); },
                         [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
-                        [this](std::uint64_t results) { GotResult(results); }}),
+                        [this](std::uint64_t results) { GotResult(results); },
+                        [this](bool up) { ConnectionChanged(up); },
+                        [this](bool in_sync) { ReinstallEnded(in_sync); }}),
         hal_(Choice()) {
+    head_.connection_since = LocalTime();
     if (line.graph) graph_.emplace(*line.graph);
     if (line.dump_hal && *line.dump_hal != "-") dump_.emplace(*line.dump_hal);
     if (!line.record) return;
@@ -71,7 +87,9 @@ class Run {
   int Execute() {
     if (line_.stay) {
       CatchSignals();
-      status_server_.emplace(&io_, line_.control, [this] { return Status(); });
+      control_server_.emplace(&io_, line_.control, [this](const std::string& request) {
+        return control_requests_.AnswerTo(request);
+      });
       service_.Ready();
     } else {
       EndWithoutServer();
@@ -80,7 +98,7 @@ class Run {
     manager_.Start(hal_.connection());
     io_.run();
     progress_.reset();
-    status_server_.reset();
+    control_server_.reset();
     if (!other_writer_) return Finish();
     LogLine(LogLevel::kError, "another client programs the HAL " + hal_.name() +
                                   "; stop that one, or start with --take-over");
@@ -108,7 +126,10 @@ class Run {
   // Whether there was another site that may be applied.
   bool ApplyNext() {
     if (applied_ == sites_.size()) return false;
-    if (!Accepts(sites_[applied_], line_.sites[applied_])) {
+    const std::string refusal =
+        RefusalOf(sites_[applied_], line_.sites[applied_], line_.max_removals, "start with");
+    if (!refusal.empty()) {
+      LogLine(LogLevel::kError, refusal);
       refused_ = true;
       sites_.resize(applied_);
       return false;
@@ -123,16 +144,14 @@ class Run {
     sites_[applied_++] = Site();
   }
 
-  // Whether the site of the file may replace the present one.
-  bool Accepts(const Site& site, const std::string& path) const {
+  // Why the site of the file must not replace the present one; empty if it may.
+  std::string RefusalOf(const Site& site, const std::string& path,
+                        std::optional<std::size_t> max_removals, const std::string& remedy) const {
     const DestDatabase::Removals removals = manager_.database().RemovalsBy(site);
-    const std::string reason = TooManyRemovals(removals, line_.max_removals);
-    if (reason.empty()) return true;
-    LogLine(LogLevel::kError, path + " is refused: it " + reason +
-                                  "; the present site stays; correct the file, or start with "
-                                  "--max-removals " +
-                                  std::to_string(removals.objects.size()));
-    return false;
+    const std::string reason = TooManyRemovals(removals, max_removals);
+    if (reason.empty()) return {};
+    return path + " is refused: it " + reason + "; the present site stays; correct the file, or " +
+           remedy + " --max-removals " + std::to_string(removals.objects.size());
   }
 
   void Apply(const Site& site) {
@@ -170,11 +189,29 @@ class Run {
     });
   }
 
-  std::string Status() {
-    const auto uptime = std::chrono::steady_clock::now() - start_;
-    const StatusHead head = {line_.sites[applied_ == 0 ? 0 : applied_ - 1], hal_.name(),
-                             std::chrono::duration_cast<std::chrono::milliseconds>(uptime)};
-    return StatusAsJson(head, &manager_, *hal_.connection());
+  // The file of the present site.
+  const std::string& SitePath() const { return line_.sites[applied_ == 0 ? 0 : applied_ - 1]; }
+
+  StatusHead Head() const {
+    StatusHead head = head_;
+    head.site = SitePath();
+    head.hal = hal_.name();
+    head.uptime = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start_);
+    return head;
+  }
+
+  // A server that is found again because the tables differ is still the same connection.
+  void ConnectionChanged(bool up) {
+    const HalServer server = hal_.connection()->server();
+    if (up == connection_up_ && server.generation == server_.generation) return;
+    connection_up_ = up;
+    server_ = server;
+    head_.connection_since = LocalTime();
+  }
+
+  void ReinstallEnded(bool in_sync) {
+    if (in_sync) head_.last_in_sync = LocalTime();
   }
 
   void Finished() {
@@ -262,7 +299,7 @@ class Run {
     signals_.async_wait([this](const boost::system::error_code& error, int signal) {
       if (error) return;
       if (signal == SIGHUP) {
-        ReadAgain();
+        Reload(std::nullopt);
       } else if (signal == SIGUSR1) {
         Restart();
       } else {
@@ -273,16 +310,24 @@ class Run {
     });
   }
 
-  void ReadAgain() {
-    const std::string& path = line_.sites[applied_ - 1];
+  // Returns why the file was refused; empty if it was not.
+  std::string Reload(std::optional<std::size_t> max_removals) {
+    const std::string& path = SitePath();
     const auto site = ReadSiteOrLogMistakes(path);
-    if (!site) {
-      LogLine(LogLevel::kError,
-              "keeping the site as it was; correct " + path + " and send SIGHUP again");
-    } else if (Accepts(*site, path)) {
-      LogLine(LogLevel::kInfo, "applying " + path);
-      Apply(*site);
+    const std::string refusal =
+        site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
+                         "run zuskux-manager reload --control " + line_.control)
+             : "keeping the site as it was; correct " + path + "; zuskux-manager --check " + path +
+                   " lists its mistakes";
+    if (!refusal.empty()) {
+      LogLine(LogLevel::kError, refusal);
+      head_.refused_reload = LocalTime();
+      head_.refused_reload_reason = refusal;
+      return refusal;
     }
+    LogLine(LogLevel::kInfo, "applying " + path);
+    Apply(*site);
+    return {};
   }
 
   int Finish() {
@@ -343,6 +388,7 @@ class Run {
   const CommandLine& line_;
   std::vector<Site> sites_;
   std::size_t applied_ = 0;
+  bool connection_up_ = false;
   // Whether a site of the command line was refused.
   bool refused_ = false;
   std::size_t reinstalls_ = 0;
@@ -358,7 +404,6 @@ class Run {
   boost::asio::steady_timer progress_timer_{io_};
   boost::asio::steady_timer server_timer_{io_};
   std::int64_t checks_without_server_ = 0;
-  std::optional<StatusServer> status_server_;
   const ServiceManager service_{&io_};
   std::optional<Progress> progress_;
   std::size_t progress_total_ = 0;
@@ -369,6 +414,12 @@ class Run {
   // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;
   ChosenHal hal_;
+  // What is known only here; `Head` fills in the rest.
+  StatusHead head_;
+  HalServer server_;
+  ControlRequests control_requests_{{&manager_, hal_.connection(), [this] { return Head(); },
+                                     [this](auto max_removals) { return Reload(max_removals); }}};
+  std::optional<ControlServer> control_server_;
 };
 
 }  // namespace

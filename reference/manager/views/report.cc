@@ -4,6 +4,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 #include <numeric>
+#include <stdexcept>
 
 #include "reference/hal/hal_code.h"
 #include "reference/text/json_text.h"
@@ -40,6 +41,21 @@ void WriteRow(const std::array<std::string, 5>& cells, const std::array<std::siz
   *out << row << '\n';
 }
 
+std::vector<ObjectRow> RowsOf(const DestDatabase& database) {
+  std::vector<ObjectRow> rows;
+  rows.reserve(database.objects().size());
+  for (const auto& [key, object] : database.objects()) rows.push_back(RowOf(object));
+  return rows;
+}
+
+Standing StandingOfName(const nlohmann::ordered_json& json) {
+  const auto name = json.get<std::string>();
+  for (std::size_t i = 0; i < kStandings; ++i) {
+    if (kNames.at(i) == name) return static_cast<Standing>(i);
+  }
+  throw std::runtime_error("unknown state " + json.dump());
+}
+
 }  // namespace
 
 std::string_view StandingName(Standing standing) {
@@ -64,6 +80,12 @@ Summary::Summary(const DestDatabase& database) {
   }
 }
 
+Summary::Summary(const nlohmann::ordered_json& json) {
+  for (std::size_t i = 0; i < kStandings; ++i) {
+    counts_.at(i) = json.at(std::string(kNames.at(i))).get<std::size_t>();
+  }
+}
+
 std::size_t Summary::objects() const {
   return std::accumulate(counts_.begin(), counts_.end(), std::size_t{0});
 }
@@ -79,44 +101,74 @@ std::string Summary::text() const {
   return text;
 }
 
-void WriteTable(const DestDatabase& database, std::ostream* out) {
+nlohmann::ordered_json Summary::json() const {
+  nlohmann::ordered_json totals;
+  totals["objects"] = objects();
+  for (const Standing standing : kSummaryOrder) {
+    totals[std::string(StandingName(standing))] = count(standing);
+  }
+  return totals;
+}
+
+ObjectRow RowOf(const Object& object) {
+  return {object.key, object.name, StandingOf(object), static_cast<std::uint32_t>(object.code),
+          ReasonOf(object)};
+}
+
+nlohmann::ordered_json RowAsJson(const ObjectRow& row) {
+  nlohmann::ordered_json json;
+  json["kind"] = HalKindName(row.key.kind);
+  json["id"] = row.key.id;
+  json["name"] = row.name;
+  json["state"] = StandingName(row.standing);
+  json["code"] = row.code;
+  json["reason"] = row.reason;
+  return json;
+}
+
+ObjectRow RowOfJson(const nlohmann::ordered_json& json) {
+  const auto key = ParseObjectKey(json.at("kind").get<std::string>() + ':' +
+                                  std::to_string(json.at("id").get<std::uint32_t>()));
+  if (!key) throw std::runtime_error("unknown kind " + json.at("kind").dump());
+  return {*key, json.at("name").get<std::string>(), StandingOfName(json.at("state")),
+          json.at("code").get<std::uint32_t>(), json.at("reason").get<std::string>()};
+}
+
+void WriteRows(const std::vector<ObjectRow>& rows, std::ostream* out) {
+  if (rows.empty()) return;
   const std::array<std::string, 5> header = {"KIND", "ID", "NAME", "STATE", "REASON"};
   // The minimum widths fit every kind and state.
   std::array<std::size_t, 4> widths = {4, 2, 4, 9};
-  for (const auto& [key, object] : database.objects()) {
-    widths[1] = std::max(widths[1], std::to_string(key.id).size());
-    widths[2] = std::max(widths[2], Width(Printable(object.name)));
+  for (const ObjectRow& row : rows) {
+    widths[1] = std::max(widths[1], std::to_string(row.key.id).size());
+    widths[2] = std::max(widths[2], Width(Printable(row.name)));
   }
-  if (!database.objects().empty()) WriteRow(header, widths, out);
-  for (const auto& [key, object] : database.objects()) {
-    WriteRow({std::string(HalKindName(key.kind)), std::to_string(key.id), Printable(object.name),
-              std::string(StandingName(StandingOf(object))), ReasonOf(object)},
+  WriteRow(header, widths, out);
+  for (const ObjectRow& row : rows) {
+    WriteRow({std::string(HalKindName(row.key.kind)), std::to_string(row.key.id),
+              Printable(row.name), std::string(StandingName(row.standing)), Printable(row.reason)},
              widths, out);
   }
+}
+
+void WriteRowsAsJson(const std::vector<ObjectRow>& rows, const Summary& summary,
+                     std::ostream* out) {
+  *out << "{\"objects\":[";
+  const char* separator = "\n";
+  for (const ObjectRow& row : rows) {
+    *out << separator << JsonText(RowAsJson(row), -1);
+    separator = ",\n";
+  }
+  *out << "\n],\n\"summary\":" << JsonText(summary.json(), -1) << "}\n";
+}
+
+void WriteTable(const DestDatabase& database, std::ostream* out) {
+  WriteRows(RowsOf(database), out);
   *out << Summary(database).text() << '\n';
 }
 
 void WriteJson(const DestDatabase& database, std::ostream* out) {
-  *out << "{\"objects\":[";
-  const char* separator = "\n";
-  for (const auto& [key, object] : database.objects()) {
-    nlohmann::ordered_json entry;
-    entry["kind"] = HalKindName(key.kind);
-    entry["id"] = key.id;
-    entry["name"] = object.name;
-    entry["state"] = StandingName(StandingOf(object));
-    entry["code"] = static_cast<std::uint32_t>(object.code);
-    entry["reason"] = ReasonOf(object);
-    *out << separator << JsonText(entry, -1);
-    separator = ",\n";
-  }
-  const Summary summary(database);
-  nlohmann::ordered_json totals;
-  totals["objects"] = summary.objects();
-  for (const Standing standing : kSummaryOrder) {
-    totals[std::string(StandingName(standing))] = summary.count(standing);
-  }
-  *out << "\n],\n\"summary\":" << JsonText(totals, -1) << "}\n";
+  WriteRowsAsJson(RowsOf(database), Summary(database), out);
 }
 
 }  // namespace reference

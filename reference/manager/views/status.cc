@@ -2,31 +2,21 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/system/system_error.hpp>
 #include <cstddef>
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "reference/manager/views/report.h"
-#include "reference/text/json_text.h"
+#include "reference/text/hex.h"
 #include "reference/text/printable.h"
 
 namespace reference {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using boost::asio::local::stream_protocol;
-using boost::system::error_code;
-
-constexpr std::chrono::seconds kTimeout{10};
 
 Json ObjectsAsJson(const DestDatabase& database) {
   Json kinds;
@@ -122,21 +112,20 @@ void WriteStages(const Json& stages, std::ostream* out) {
   WriteColumns(rows, out);
 }
 
-[[noreturn]] void ThrowNoStatus(const Json::exception& error) {
-  throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
-}
-
-// A status is smaller than a socket's buffer, so this ends whether or not anybody reads it.
-void SendAndClose(ClientAcceptor::Socket socket, std::string status) {
-  auto shared = std::make_shared<std::pair<ClientAcceptor::Socket, std::string>>(std::move(socket),
-                                                                                 std::move(status));
-  boost::asio::async_write(shared->first, boost::asio::buffer(shared->second),
-                           [shared](const error_code&, std::size_t) {});
+void WriteConnection(const Json& connection, std::ostream* out) {
+  const bool up = connection.at("up").get<bool>();
+  *out << "connection " << (up ? "up" : "down") << " since " << Text(connection.at("since"));
+  if (up) {
+    *out << ", server " << Text(connection.at("server")) << ", generation "
+         << Text(connection.at("generation"));
+  }
+  const std::string in_sync = Text(connection.at("last_in_sync"));
+  *out << ", last in sync " << (in_sync.empty() ? "never" : in_sync) << '\n';
 }
 
 }  // namespace
 
-std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
+Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
   const HalConnectionCounters counters = hal.counters();
   const HalLatencies latencies = hal.latencies();
   const ManagerQueues queues = manager->queues();
@@ -148,6 +137,18 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
   json["finished"] = manager->finished();
   json["connected"] = manager->connected();
   json["in_sync"] = manager->in_sync();
+  const HalServer server = hal.server();
+  json["connection"] = {{"up", manager->connected()},
+                        {"since", head.connection_since},
+                        {"server", server.name},
+                        {"generation", Hex(server.generation)},
+                        {"last_in_sync", head.last_in_sync}};
+  if (head.refused_reload.empty()) {
+    json["refused_reload"] = nullptr;
+  } else {
+    json["refused_reload"] = {{"time", head.refused_reload},
+                              {"reason", head.refused_reload_reason}};
+  }
   json["objects"] = ObjectsAsJson(manager->database());
   json["queues"] = {{"due", DepthAsJson(queues.due)},
                     {"outstanding", DepthAsJson(queues.outstanding)},
@@ -165,12 +166,11 @@ std::string StatusAsJson(const StatusHead& head, Manager* manager, const HalConn
   json["stages"] = {{"queue", StageAsJson(latencies.queue)},
                     {"wire", StageAsJson(latencies.wire)},
                     {"hal", StageAsJson(latencies.hal)}};
-  return JsonText(json, 1) + '\n';
+  return json;
 }
 
-void WriteStatus(const std::string& text, std::ostream* out) {
+void WriteStatus(const Json& json, std::ostream* out) {
   try {
-    const Json json = Json::parse(text);
     const Json& hal = json.at("hal");
     *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
          << json.at("uptime_ms").get<double>() / 1000 << " s, " << Condition(json) << '\n'
@@ -180,50 +180,18 @@ void WriteStatus(const std::string& text, std::ostream* out) {
          << ", refused " << Number(hal.at("refused")) << ", late results dropped "
          << Number(hal.at("late_results_dropped")) << ", unfinished "
          << Number(hal.at("unfinished")) << '\n';
+    WriteConnection(json.at("connection"), out);
+    const Json& refused = json.at("refused_reload");
+    if (!refused.is_null()) {
+      *out << "last reload refused " << Text(refused.at("time")) << ": "
+           << Text(refused.at("reason")) << '\n';
+    }
     WriteObjects(json.at("objects"), out);
     WriteQueues(json.at("queues"), out);
     WriteStages(json.at("stages"), out);
   } catch (const Json::exception& error) {
-    ThrowNoStatus(error);
+    throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
   }
-}
-
-void WriteStatusAsJson(const std::string& text, std::ostream* out) {
-  try {
-    *out << JsonText(Json::parse(text), 1) << '\n';
-  } catch (const Json::exception& error) {
-    ThrowNoStatus(error);
-  }
-}
-
-StatusServer::StatusServer(boost::asio::io_context* io, const std::string& path,
-                           const std::function<std::string()>& status)
-    : acceptor_(
-          io, path,
-          [status](ClientAcceptor::Socket socket) { SendAndClose(std::move(socket), status()); },
-          [](const error_code& /*error*/) {}) {}
-
-std::string ReadStatus(const std::string& path) {
-  const auto fail = [&path](const std::string& what) {
-    throw std::runtime_error("the manager on " + path + ": " + what +
-                             "; check that zuskux-manager --stay runs and that this is its "
-                             "control socket");
-  };
-  stream_protocol::iostream stream;
-  stream.expires_after(kTimeout);
-  try {
-    stream.connect(stream_protocol::endpoint(path));
-  } catch (const boost::system::system_error& error) {
-    // A socket address cannot hold every path.
-    fail("cannot connect: " + error.code().message());
-  }
-  if (!stream) fail("cannot connect: " + stream.error().message());
-  std::ostringstream status;
-  status << stream.rdbuf();
-  if (stream.error() && stream.error() != boost::asio::error::eof) {
-    fail("no answer: " + stream.error().message());
-  }
-  return status.str();
 }
 
 }  // namespace reference

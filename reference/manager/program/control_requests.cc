@@ -1,0 +1,153 @@
+#include "reference/manager/program/control_requests.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "reference/manager/program/exit_status.h"
+#include "reference/manager/views/explain.h"
+#include "reference/manager/views/report.h"
+#include "reference/text/json_text.h"
+
+namespace reference {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Next = AnswerPiece::Next;
+
+// How many objects a piece of an answer covers.
+constexpr std::size_t kPage = 256;
+
+std::string Line(const Json& json) { return JsonText(json, -1) + '\n'; }
+
+Answer LastLine(Json json, int exit_status) {
+  json["exit_status"] = exit_status;
+  return [line = Line(json)] { return AnswerPiece{line, Next::kEnd}; };
+}
+
+Answer Error(const std::string& error, int exit_status) {
+  return LastLine({{"error", error}}, exit_status);
+}
+
+// An answer with the lines that `line_of` makes of the objects of a table, which may change between
+// the pieces, then what `last` makes.
+template <typename LineOf, typename Last>
+Answer Pages(const DestDatabase::Objects* objects, LineOf line_of, Last last) {
+  return [objects, line_of, last, place = std::optional<ObjectKey>()]() mutable {
+    AnswerPiece piece;
+    auto next = place ? objects->upper_bound(*place) : objects->begin();
+    for (std::size_t i = 0; i < kPage && next != objects->end(); ++i, ++next) {
+      place = next->first;
+      piece.text += line_of(next->second);
+    }
+    piece.next = next == objects->end() ? Next::kEnd : Next::kMore;
+    if (piece.next == Next::kEnd) piece.text += last();
+    return piece;
+  };
+}
+
+bool Flag(const Json& arguments, const char* name) {
+  return arguments.contains(name) && arguments.at(name).get<bool>();
+}
+
+std::optional<std::string> Text(const Json& arguments, const char* name) {
+  if (!arguments.contains(name)) return std::nullopt;
+  return arguments.at(name).get<std::string>();
+}
+
+}  // namespace
+
+struct ControlRequests::Named {
+  std::string_view name;
+  Answer (ControlRequests::*answer)(const Json& arguments);
+};
+
+Answer ControlRequests::AnswerTo(const std::string& request) {
+  static constexpr std::array<Named, 5> kRequests = {{{"status", &ControlRequests::Status},
+                                                      {"objects", &ControlRequests::Objects},
+                                                      {"explain", &ControlRequests::Explain},
+                                                      {"reload", &ControlRequests::Reload},
+                                                      {"resync", &ControlRequests::Resync}}};
+  try {
+    const Json arguments = Json::parse(request);
+    const auto name = arguments.at("request").get<std::string>();
+    for (const Named& each : kRequests) {
+      if (each.name == name) return (this->*each.answer)(arguments);
+    }
+    return Error("this manager has no request " + name + "; it may be older than the command",
+                 kExitFailed);
+  } catch (const Json::exception& error) {
+    return Error(std::string("the request is not valid: ") + error.what(), kExitFailed);
+  }
+}
+
+int ControlRequests::ExitStatus() const {
+  if (!controlled_.manager->connected()) return kExitNotConnected;
+  return controlled_.manager->settled() ? EXIT_SUCCESS : kExitIncomplete;
+}
+
+Answer ControlRequests::Status(const Json& /*arguments*/) {
+  return LastLine(
+      {{"status", StatusAsJson(controlled_.head(), controlled_.manager, *controlled_.hal)}},
+      ExitStatus());
+}
+
+Answer ControlRequests::Objects(const Json& arguments) {
+  const bool failed = Flag(arguments, "failed");
+  const auto kind = Text(arguments, "kind");
+  const DestDatabase& database = controlled_.manager->database();
+  return Pages(
+      &database.objects(),
+      [failed, kind](const Object& object) {
+        if (failed && StandingOf(object) != Standing::kFailed) return std::string();
+        if (kind && *kind != HalKindName(object.key.kind)) return std::string();
+        return Line({{"object", RowAsJson(RowOf(object))}});
+      },
+      [this, &database] {
+        return Line({{"summary", Summary(database).json()}, {"exit_status", ExitStatus()}});
+      });
+}
+
+Answer ControlRequests::Explain(const Json& arguments) {
+  const std::string name = Text(arguments, "object").value_or("");
+  const auto key = ParseObjectKey(name);
+  const DestDatabase& database = controlled_.manager->database();
+  auto text = key ? reference::Explain(database, *key) : std::nullopt;
+  if (!text) return Error("there is no " + name + "; objects lists all", kExitUsage);
+  if (!controlled_.manager->connected()) {
+    *text +=
+        "There is no connection to the HAL: that is how it was before, or how it will start.\n";
+    return LastLine({{"text", *text}}, kExitNotConnected);
+  }
+  const Standing standing = StandingOf(*database.Find(*key));
+  const bool in_order = standing != Standing::kPending && standing != Standing::kFailed;
+  return LastLine({{"text", *text}}, in_order ? EXIT_SUCCESS : kExitIncomplete);
+}
+
+Answer ControlRequests::Reload(const Json& arguments) {
+  std::optional<std::size_t> max_removals;
+  if (arguments.contains("max_removals")) {
+    max_removals = arguments.at("max_removals").get<std::size_t>();
+  }
+  const std::string refused = controlled_.reload(max_removals);
+  if (!refused.empty()) return Error(refused, kExitIncomplete);
+  if (!controlled_.manager->connected()) {
+    return Error("the site was read, but there is no connection to the HAL", kExitNotConnected);
+  }
+  return LastLine({{"text", "The site was read; the differences are being sent.\n"}}, EXIT_SUCCESS);
+}
+
+Answer ControlRequests::Resync(const Json& /*arguments*/) {
+  if (!controlled_.manager->connected()) {
+    return Error("there is no connection to the HAL; everything is installed when there is one",
+                 kExitNotConnected);
+  }
+  controlled_.manager->Resync();
+  return LastLine({{"text", "Everything is being installed again.\n"}}, EXIT_SUCCESS);
+}
+
+}  // namespace reference

@@ -1,0 +1,271 @@
+// The commands that ask a running zuskux-manager, as an operator uses them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/manager/process.h"
+#include "tests/support/log_text.h"
+
+namespace reference {
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome Execute(const Words& words) {
+  Process process(words);
+  const int status = process.Wait();
+  return {status, process.out(), WithoutTimes(process.err())};
+}
+
+constexpr char kTime[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
+
+// A VLAN for each id from 10, and a host on the last one.
+std::string Site(int vlans) {
+  std::string text = "interface { name: \"eth0\" lim_id: 1 }\n";
+  for (int id = 10; id < 10 + vlans; ++id) {
+    text += "vlan { id: " + std::to_string(id) + " name: \"v" + std::to_string(id) +
+            "\" interface: \"eth0\" }\n";
+  }
+  return text + "host { id: 5000 name: \"h\" interface: \"eth0\" vlan: \"v" +
+         std::to_string(9 + vlans) + "\" }\n";
+}
+
+class CommandsTest : public testing::Test {
+ protected:
+  // Starts a manager with the embedded HAL and waits until it has settled, or not.
+  void Start(const std::string& site, const Words& options = {}) {
+    Words words = {ZUSKUX_MANAGER, files_.Write("site", site), "--stay", "--control", control()};
+    words.insert(words.end(), options.begin(), options.end());
+    manager_ = std::make_unique<Process>(words);
+    ASSERT_TRUE(manager_->WaitForError("settled: "));
+  }
+
+  void StartServer() {
+    server_ = std::make_unique<Process>(Words{ZUSKUX_HAL, "--socket", socket()});
+    ASSERT_TRUE(server_->WaitForError("listening on"));
+  }
+
+  Outcome Ask(Words words) const {
+    words.insert(words.begin(), ZUSKUX_MANAGER);
+    words.insert(words.end(), {"--control", control()});
+    return Execute(words);
+  }
+
+  Json Tables() const {
+    return Json::parse(Execute({ZUSKUX_HAL, "tables", "--socket", socket(), "--json"}).out);
+  }
+
+  std::string site() const { return files_.File("site"); }
+  std::string control() const { return files_.File("manager.sock"); }
+  std::string socket() const { return files_.File("hal.sock"); }
+
+  ScratchDirectory files_;
+  std::unique_ptr<Process> server_;
+  std::unique_ptr<Process> manager_;
+};
+
+TEST_F(CommandsTest, StatusFollowsTheConnection) {
+  StartServer();
+  Start(Site(1), {"--hal", "unix:" + socket()});
+  const Outcome up = Ask({"status"});
+  EXPECT_EQ(up.status, 0);
+  EXPECT_THAT(up.out, testing::ContainsRegex(std::string("connection up since ") + kTime +
+                                             ", server zuskux-hal [0-9.]+, generation "
+                                             "0x[0-9a-f]{16}, last in sync " +
+                                             kTime + "\n"));
+  const Json json = Json::parse(Ask({"status", "--json"}).out);
+  EXPECT_EQ(json["connection"]["up"], true);
+  EXPECT_EQ(json["connection"]["generation"], Tables()["generation"]);
+  EXPECT_EQ(json["refused_reload"], nullptr);
+
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  ASSERT_TRUE(manager_->WaitForError("HAL server lost"));
+  // The connection's thread logs before the manager's learns of it.
+  Outcome down = Ask({"status"});
+  for (int i = 0; i < 1000 && down.status != 4; ++i) down = Ask({"status"});
+  EXPECT_EQ(down.status, 4);
+  EXPECT_THAT(down.out, testing::ContainsRegex(std::string("connection down since ") + kTime +
+                                               ", last in sync " + kTime + "\n"));
+  EXPECT_EQ(Ask({"objects"}).status, 4);
+  const Outcome explained = Ask({"explain", "vlan:10"});
+  EXPECT_EQ(explained.status, 4);
+  EXPECT_THAT(explained.out, HasSubstr("There is no connection to the HAL"));
+  const Outcome resync = Ask({"resync"});
+  EXPECT_EQ(resync.status, 4);
+  EXPECT_THAT(resync.err, HasSubstr("zuskux-manager: there is no connection to the HAL"));
+  EXPECT_EQ(Ask({"reload"}).status, 4);
+}
+
+TEST_F(CommandsTest, ObjectsAreThoseOfTheTable) {
+  Start(Site(600));
+  const Outcome all = Ask({"objects", "--json"});
+  EXPECT_EQ(all.status, 0) << all.err;
+  const Outcome table = Execute({ZUSKUX_MANAGER, site(), "--json"});
+  EXPECT_EQ(all.out, table.out);
+  EXPECT_EQ(Ask({"objects"}).out, Execute({ZUSKUX_MANAGER, site()}).out);
+  EXPECT_EQ(Ask({"objects", "--kind", "host"}).out,
+            "KIND  ID    NAME  STATE      REASON\n"
+            "host  5000  h     installed\n"
+            "601 objects: 601 installed\n");
+  EXPECT_EQ(Ask({"objects", "--failed"}).out, "601 objects: 601 installed\n");
+}
+
+TEST_F(CommandsTest, ShowsAndExplainsWhatFailed) {
+  Start(Site(2), {"--table-size", "1"});
+  EXPECT_EQ(Ask({"status"}).status, 3);
+  const Outcome failed = Ask({"objects", "--failed"});
+  EXPECT_EQ(failed.status, 3);
+  EXPECT_EQ(failed.out,
+            "KIND  ID    NAME  STATE      REASON\n"
+            "vlan  11    v11   failed     table full\n"
+            "host  5000  h     failed     a destination that it refers to does not exist in the "
+            "HAL\n"
+            "3 objects: 1 installed, 2 failed\n");
+  const Outcome host = Ask({"explain", "host:5000"});
+  EXPECT_EQ(host.status, 3);
+  EXPECT_EQ(host.out,
+            "host:5000 \"h\" failed: a destination that it refers to does not exist in the HAL\n"
+            "  it rides on vlan:11 \"v11\", which failed: table full\n");
+  const Outcome vlan = Ask({"explain", "vlan:10"});
+  EXPECT_EQ(vlan.status, 0) << "the status is about the object that was asked for";
+  EXPECT_EQ(vlan.out, "vlan:10 \"v10\" is installed\n");
+  const Outcome unknown = Ask({"explain", "vlan:12"});
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(unknown.err, "zuskux-manager: there is no vlan:12; objects lists all\n");
+}
+
+TEST_F(CommandsTest, AskingSendsNothingToTheHal) {
+  StartServer();
+  Start(Site(3), {"--hal", "unix:" + socket()});
+  const Json before = Tables()["requests"];
+  for (const Words& words : {Words{"status"}, Words{"objects"}, Words{"explain", "vlan:10"}}) {
+    EXPECT_EQ(Ask(words).status, 0);
+  }
+  EXPECT_EQ(Tables()["requests"], before);
+}
+
+TEST_F(CommandsTest, ReloadReadsTheSiteAgain) {
+  Start(Site(15));
+  files_.Write("site", Site(16));
+  const Outcome more = Ask({"reload"});
+  EXPECT_EQ(more.status, 0) << more.err;
+  ASSERT_TRUE(manager_->WaitForError("settled: 17 objects: 17 installed\n"));
+
+  files_.Write("site", "vlan {");
+  const Outcome mistakes = Ask({"reload"});
+  EXPECT_EQ(mistakes.status, 3);
+  EXPECT_EQ(mistakes.err, "zuskux-manager: keeping the site as it was; correct " + site() +
+                              "; zuskux-manager --check " + site() + " lists its mistakes\n");
+  EXPECT_THAT(Ask({"status"}).out,
+              testing::ContainsRegex(std::string("last reload refused ") + kTime +
+                                     ": keeping the site as it was; "));
+}
+
+// The refusal's advice works as written.
+TEST_F(CommandsTest, ReloadRefusesToRemoveMuchUnlessTold) {
+  Start(Site(15));
+  files_.Write("site", "");
+  const Outcome refused = Ask({"reload"});
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_THAT(refused.err, HasSubstr("would remove 16 of 16 objects: "));
+  EXPECT_EQ(Ask({"objects", "--failed"}).out, "16 objects: 16 installed\n");
+  const std::string advice = "run zuskux-manager reload ";
+  const std::size_t place = refused.err.find(advice);
+  ASSERT_NE(place, std::string::npos) << refused.err;
+  const Outcome told = Execute({"/bin/bash", "-c",
+                                std::string("exec ") + ZUSKUX_MANAGER + " reload " +
+                                    refused.err.substr(place + advice.size())});
+  EXPECT_EQ(told.status, 0) << told.err;
+  ASSERT_TRUE(manager_->WaitForError("settled: 16 objects: 16 removed\n"));
+}
+
+TEST_F(CommandsTest, ResyncInstallsEverythingAgain) {
+  StartServer();
+  Start(Site(3), {"--hal", "unix:" + socket()});
+  const Outcome resync = Ask({"resync"});
+  EXPECT_EQ(resync.status, 0) << resync.err;
+  ASSERT_TRUE(manager_->WaitForError("in sync after", 2));
+  ASSERT_TRUE(manager_->WaitForError("reinstall finished: 4 objects in "));
+  ASSERT_TRUE(manager_->WaitForError("settled: 4 objects: 4 installed\n", 2));
+  EXPECT_EQ(Tables()["requests"], 8);
+}
+
+TEST_F(CommandsTest, SaysWhatIsWrongWithACommand) {
+  struct Case {
+    Words words;
+    const char* error;
+  };
+  const std::vector<Case> cases = {
+      {{"status", "--explain", "host:120"},
+       "status does not take --explain; see zuskux-manager help status"},
+      {{"status", "host:120"}, "status does not take host:120; see zuskux-manager help status"},
+      {{"explain"}, "explain needs an object; write zuskux-manager explain KIND:ID"},
+      {{"explain", "vlan:1", "vlan:2"},
+       "explain does not take vlan:2; see zuskux-manager help explain"},
+      {{"explain", "vlan"},
+       "explain vlan names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, "
+       "mpls)"},
+      {{"objects", "--kind", "x"},
+       "--kind x is no kind of object; use one of vrf, vlan, host, ecmp, mpls"},
+      {{"objects", "--kind"},
+       "objects: the required argument for option '--kind' is missing; see zuskux-manager help "
+       "objects"},
+      {{"reload", "--max-removals", "few"},
+       "--max-removals few is no number; write a number of objects, or all"},
+      {{"statsu"}, "statsu is neither a command nor a site file; did you mean status?"},
+      {{"relaod", "--json"}, "relaod is neither a command nor a site file; did you mean reload?"},
+      {{"help", "me"}, "there is no help on me; see zuskux-manager --help"},
+  };
+  for (const Case& wrong : cases) {
+    Words words = wrong.words;
+    words.insert(words.begin(), ZUSKUX_MANAGER);
+    const Outcome run = Execute(words);
+    EXPECT_EQ(run.status, 2) << wrong.error;
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, std::string("zuskux-manager: ") + wrong.error + '\n');
+  }
+}
+
+TEST_F(CommandsTest, HelpIsThereHoweverItIsAsked) {
+  const Outcome help = Execute({ZUSKUX_MANAGER, "--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* const word : {"-h", "help"}) {
+    EXPECT_EQ(Execute({ZUSKUX_MANAGER, word}).out, help.out);
+  }
+  const Outcome objects = Execute({ZUSKUX_MANAGER, "help", "objects"});
+  EXPECT_EQ(objects.status, 0);
+  EXPECT_THAT(objects.out, HasSubstr("Usage: zuskux-manager objects [options]\n"));
+  EXPECT_THAT(objects.out, HasSubstr("--failed "));
+  EXPECT_THAT(objects.out, Not(HasSubstr("--max-removals")));
+  for (const char* const option : {"-h", "--help"}) {
+    EXPECT_EQ(Execute({ZUSKUX_MANAGER, "objects", option}).out, objects.out);
+  }
+}
+
+TEST_F(CommandsTest, WithoutAManagerTheStatusIsOne) {
+  for (const char* const command : {"status", "objects", "reload", "resync"}) {
+    const Outcome run = Ask({command});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("cannot connect: No such file or directory"));
+  }
+}
+
+}  // namespace
+}  // namespace reference

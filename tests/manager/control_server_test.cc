@@ -1,0 +1,261 @@
+// The control socket: its bounds, a system out of resources, and a client that finds no manager.
+
+#include "reference/manager/program/control_server.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/system/system_error.hpp>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reference/manager/program/control_client.h"
+#include "reference/manager/views/status.h"
+#include "tests/manager/process.h"
+#include "tests/support/refused_accepts.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
+using Json = nlohmann::ordered_json;
+using Next = AnswerPiece::Next;
+
+Answer OneLine(const std::string& line) {
+  return [line] { return AnswerPiece{line + '\n', Next::kEnd}; };
+}
+
+class ControlServerTest : public ::testing::Test {
+ protected:
+  using Socket = boost::asio::local::stream_protocol::socket;
+
+  // Runs until the server has tried for the second time.
+  void RunWithoutFileDescriptors() {
+    const RefusedAccepts accepts;
+    while (accepts.count() < 2 && io_.run_one_for(seconds(10)) != 0) continue;
+    EXPECT_EQ(accepts.count(), 2);
+  }
+
+  void RunUntil(const std::function<bool()>& condition) {
+    while (!condition() && io_.run_one_for(seconds(10)) != 0) continue;
+    EXPECT_TRUE(condition());
+  }
+
+  static void Send(Socket* client, const std::string& text) {
+    boost::asio::write(*client, boost::asio::buffer(text));
+  }
+
+  // What the server sends until it closes the connection.
+  std::string Received(Socket* client) {
+    std::string text;
+    bool closed = false;
+    boost::asio::async_read(
+        *client, boost::asio::dynamic_buffer(text),
+        [&closed](const boost::system::error_code&, std::size_t) { closed = true; });
+    RunUntil([&closed] { return closed; });
+    return text;
+  }
+
+  const ScratchDirectory files_{};
+  const std::string path_ = files_.File("control.sock");
+  boost::asio::io_context io_;
+  Socket client_{io_};
+  int asked_ = 0;
+};
+
+TEST_F(ControlServerTest, AnswersOnceThereAreFileDescriptorsAgain) {
+  ControlServer server(&io_, path_, [this](const std::string& request) {
+    ++asked_;
+    return OneLine("the answer to " + request);
+  });
+  client_.connect(path_);
+  RunWithoutFileDescriptors();
+  EXPECT_EQ(asked_, 0);
+  Send(&client_, "a request\n");
+  EXPECT_EQ(Received(&client_), "the answer to a request\n");
+  EXPECT_EQ(asked_, 1);
+}
+
+TEST_F(ControlServerTest, StopsWhileItWaitsForFileDescriptors) {
+  {
+    ControlServer server(&io_, path_, OneLine);
+    client_.connect(path_);
+    RunWithoutFileDescriptors();
+    EXPECT_FALSE(io_.stopped());
+  }
+  io_.run_for(seconds(10));
+  EXPECT_TRUE(io_.stopped());
+}
+
+TEST_F(ControlServerTest, IsTheOnlyOneOnItsSocketAlsoAfterTheSocketWasRemoved) {
+  const ControlServer server(&io_, path_, OneLine);
+  unlink(path_.c_str());
+  EXPECT_THAT(
+      [&] { ControlServer(&io_, path_, OneLine); },
+      ThrowsMessage<boost::system::system_error>(HasSubstr("another program listens on " + path_)));
+}
+
+TEST_F(ControlServerTest, MakesAPieceOnlyWhenTheClientHasTakenTheOneBefore) {
+  int pieces = 0;
+  const std::string text(100'000, 'x');
+  ControlServer server(&io_, path_, [&](const std::string&) {
+    return [&] {
+      return ++pieces < 50 ? AnswerPiece{text, Next::kMore} : AnswerPiece{text, Next::kEnd};
+    };
+  });
+  client_.connect(path_);
+  Send(&client_, "request\n");
+  // The socket's buffer takes some pieces; then nothing is left to run.
+  while (io_.run_one_for(milliseconds(200)) != 0) continue;
+  EXPECT_GT(pieces, 0);
+  EXPECT_LT(pieces, 20);
+  EXPECT_EQ(Received(&client_).size(), 50 * text.size());
+}
+
+TEST_F(ControlServerTest, WaitsForAPieceThatComesLater) {
+  int calls = 0;
+  ControlServer server(&io_, path_, [&](const std::string&) {
+    return [&] {
+      return ++calls < 3 ? AnswerPiece{"", Next::kLater} : AnswerPiece{"here\n", Next::kEnd};
+    };
+  });
+  client_.connect(path_);
+  Send(&client_, "request\n");
+  EXPECT_EQ(Received(&client_), "here\n");
+  EXPECT_EQ(calls, 3);
+}
+
+TEST_F(ControlServerTest, ForgetsAClientThatEnds) {
+  const auto answer = std::make_shared<int>();
+  ControlServer server(&io_, path_, [&answer](const std::string&) {
+    return [answer] { return AnswerPiece{"", Next::kLater}; };
+  });
+  client_.connect(path_);
+  Send(&client_, "request\n");
+  RunUntil([&answer] { return answer.use_count() > 1; });
+  client_.close();
+  RunUntil([&answer] { return answer.use_count() == 1; });
+}
+
+TEST_F(ControlServerTest, ClosesOneThatTakesTooLong) {
+  const std::string text(10'000'000, 'x');
+  ControlServer server(
+      &io_, path_,
+      [&text](const std::string&) { return [&text] {
+                                      return AnswerPiece{text, Next::kEnd};
+                                    }; },
+      milliseconds(50));
+  client_.connect(path_);
+  EXPECT_EQ(Received(&client_), "") << "it has sent no request";
+  Socket reader(io_, boost::asio::local::stream_protocol());
+  reader.connect(path_);
+  Send(&reader, "request\n");
+  while (io_.run_one_for(milliseconds(500)) != 0) continue;
+  EXPECT_LT(Received(&reader).size(), text.size()) << "it has not read the answer";
+}
+
+TEST_F(ControlServerTest, ClosesOneWithAnEndlessRequest) {
+  ControlServer server(&io_, path_, OneLine);
+  client_.connect(path_);
+  Send(&client_, std::string(ControlServer::kMaxRequest + 1, 'x'));
+  EXPECT_EQ(Received(&client_), "");
+}
+
+TEST_F(ControlServerTest, LimitsTheNumberOfClients) {
+  ControlServer server(&io_, path_, OneLine);
+  std::vector<Socket> clients;
+  for (std::size_t i = 0; i < ControlServer::kMaxClients; ++i) {
+    clients.emplace_back(io_).connect(path_);
+  }
+  client_.connect(path_);
+  EXPECT_THAT(Received(&client_), HasSubstr("the manager has too many clients"));
+  Send(&clients.back(), "served\n");
+  EXPECT_EQ(Received(&clients.back()), "served\n");
+  Socket next(io_);
+  next.connect(path_);
+  Send(&next, "next\n");
+  EXPECT_EQ(Received(&next), "next\n");
+}
+
+class ControlClientTest : public ControlServerTest {
+ protected:
+  // What the client makes of the answer `text`.
+  Json Ask(const std::string& text, std::vector<Json>* lines) {
+    ControlServer server(&io_, path_, [&text](const std::string&) {
+      return [&text] { return AnswerPiece{text, Next::kEnd}; };
+    });
+    bool ended = false;
+    std::thread thread([&] {
+      while (!ended) io_.run_one_for(milliseconds(10));
+    });
+    const auto end = [&] {
+      boost::asio::post(io_, [&ended] { ended = true; });
+      thread.join();
+    };
+    try {
+      Json last = AskManager(path_, {{"request", "x"}},
+                             [lines](const Json& line) { lines->push_back(line); });
+      end();
+      return last;
+    } catch (...) {
+      end();
+      throw;
+    }
+  }
+};
+
+TEST_F(ControlClientTest, ReturnsTheLastLine) {
+  std::vector<Json> lines;
+  EXPECT_EQ(Ask("{\"a\":1}\n{\"a\":2}\n{\"exit_status\":3}\n", &lines)["exit_status"], 3);
+  EXPECT_EQ(lines, (std::vector<Json>{{{"a", 1}}, {{"a", 2}}}));
+}
+
+TEST_F(ControlClientTest, RefusesAnAnswerWithoutAnEndOrThatIsNoJson) {
+  std::vector<Json> lines;
+  EXPECT_THAT([&] { Ask("{\"a\":1}\n", &lines); },
+              ThrowsMessage<std::runtime_error>(HasSubstr("the answer ends early")));
+  EXPECT_THAT([&] { Ask("no JSON\n", &lines); },
+              ThrowsMessage<std::runtime_error>(HasSubstr("the answer is none of a manager")));
+}
+
+TEST_F(ControlClientTest, NobodyListens) {
+  EXPECT_THAT([this] { AskManager(path_, {}); },
+              ThrowsMessage<std::runtime_error>(
+                  HasSubstr("the manager on " + path_ + ": cannot connect: No such file")));
+}
+
+TEST_F(ControlClientTest, APathThatNoAddressHolds) {
+  const std::string path = "/" + std::string(200, 'x');
+  EXPECT_THAT([&path] { AskManager(path, {}); },
+              ThrowsMessage<std::runtime_error>(
+                  HasSubstr("the manager on " + path + ": cannot connect: File name too long")));
+}
+
+TEST(StatusTest, JsonThatIsNoStatus) {
+  for (const Json& json : {Json(), Json::object(), Json({{"hal", 1}})}) {
+    std::ostringstream out;
+    EXPECT_THAT(
+        [&] { WriteStatus(json, &out); },
+        ThrowsMessage<std::runtime_error>(HasSubstr("the answer is no status of a manager: ")))
+        << json;
+  }
+}
+
+}  // namespace
+}  // namespace reference
