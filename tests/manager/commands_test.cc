@@ -151,11 +151,32 @@ TEST_F(CommandsTest, ShowsAndExplainsWhatFailed) {
   EXPECT_EQ(unknown.err, "zuskux-manager: there is no vlan:12; objects lists all\n");
 }
 
+TEST_F(CommandsTest, DrawsAllObjectsOrThoseAroundOne) {
+  Start(Site(3));
+  const std::string file = files_.File("graph.dot");
+  ASSERT_EQ(Execute({ZUSKUX_MANAGER, site(), "--graph", file}).status, 0);
+  const Outcome all = Ask({"graph"});
+  EXPECT_EQ(all.status, 0);
+  EXPECT_EQ(all.out, ReadText(file));
+  // The host, and the VLAN that it rides on.
+  for (const char* const object : {"host:5000", "vlan:12"}) {
+    const Outcome one = Ask({"graph", object});
+    EXPECT_EQ(one.status, 0);
+    EXPECT_THAT(one.out, HasSubstr("\"host:5000\" -> \"vlan:12\";"));
+    EXPECT_THAT(one.out, Not(HasSubstr("\"vlan:10\"")));
+  }
+  EXPECT_THAT(Ask({"graph", "vlan:11"}).out, Not(HasSubstr("\"host:5000\"")));
+  const Outcome none = Ask({"graph", "vlan:9"});
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.err, "zuskux-manager: there is no vlan:9; objects lists all\n");
+}
+
 TEST_F(CommandsTest, AskingSendsNothingToTheHal) {
   StartServer();
   Start(Site(3), {"--hal", "unix:" + socket()});
   const Json before = Tables()["requests"];
-  for (const Words& words : {Words{"status"}, Words{"objects"}, Words{"explain", "vlan:10"}}) {
+  for (const Words& words :
+       {Words{"status"}, Words{"objects"}, Words{"explain", "vlan:10"}, Words{"graph"}}) {
     EXPECT_EQ(Ask(words).status, 0);
   }
   EXPECT_EQ(Tables()["requests"], before);

@@ -145,7 +145,7 @@ TEST_F(ReportTest, NamesControlNothing) {
   EXPECT_THAT(json.str(), HasSubstr(R"("a\u001b\u009b\u202e\ufffd")"));
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"" + shown + "\" failed: table full\n");
   // Graphviz reads a doubled backslash as one.
-  EXPECT_THAT(GraphText(database_), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
+  EXPECT_THAT(GraphText(NodesOf(database_)), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
 }
 
 TEST_F(ReportTest, ExplainsEveryStanding) {
@@ -176,7 +176,7 @@ bool Contains(const std::string& text, const std::string& part) {
 }
 
 TEST_F(ReportTest, GraphHasEveryObjectAndWhatItRidesOn) {
-  const std::string text = GraphText(database_);
+  const std::string text = GraphText(NodesOf(database_));
   for (const char* const line :
        {"\"vlan:10\" [label=\"c\xC3\xB4"
         R"(re \"a\"\nvlan:10", shape=tab, fillcolor="#b7e1b5"];)",
@@ -194,7 +194,7 @@ TEST_F(ReportTest, GraphHasEveryObjectAndWhatItRidesOn) {
 
 TEST_F(ReportTest, GraphLeavesOutWhatWasRemoved) {
   database_.SetState(Find(HalKind::kHost, 21), ObjectState::kRemoved);
-  EXPECT_FALSE(Contains(GraphText(database_), "host:21"));
+  EXPECT_FALSE(Contains(GraphText(NodesOf(database_)), "host:21"));
 }
 
 TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
@@ -205,7 +205,7 @@ TEST_F(ReportTest, GraphFoldsManyHostsThatNothingRefersTo) {
     database.SetState(entry, ObjectState::kInstalled);
   // Of the five hosts on VLAN 10, the failed one is not grouped with the others.
   database.SetState(database.FindEntry({HalKind::kHost, 52}), ObjectState::kFailed);
-  const std::string text = GraphText(database);
+  const std::string text = GraphText(NodesOf(database));
   EXPECT_TRUE(Contains(text, R"("hosts from host:50" [label="host-50 ... host-54\n4 hosts", )"
                              R"(shape=box, peripheries=2, fillcolor="#b7e1b5"];)"))
       << text;
@@ -235,8 +235,8 @@ class GraphFileTest : public ReportTest {
 TEST_F(GraphFileTest, WritesDotText) {
   for (const char* const name : {"a.dot", "a.gv"}) {
     ASSERT_TRUE(GraphFile::IsName(name));
-    GraphFile(directory_ / name).Write(GraphText(database_));
-    EXPECT_EQ(Read(directory_ / name), GraphText(database_));
+    GraphFile(directory_ / name).Write(GraphText(NodesOf(database_)));
+    EXPECT_EQ(Read(directory_ / name), GraphText(NodesOf(database_)));
   }
   EXPECT_FALSE(GraphFile::IsName("a.png"));
 }
@@ -268,13 +268,13 @@ TEST_F(GraphFileTest, DrawsWithDot) {
   fs::permissions(bin / "dot", fs::perms::owner_all);
   const std::string search = std::getenv("PATH");
   setenv("PATH", (bin.string() + ':' + search).c_str(), 1);
-  GraphFile(path).Write(GraphText(database_));
-  EXPECT_EQ(Read(path), GraphText(database_));
+  GraphFile(path).Write(GraphText(NodesOf(database_)));
+  EXPECT_EQ(Read(path), GraphText(NodesOf(database_)));
 
   std::ofstream(bin / "dot") << "#!/bin/sh\nexit 1\n";
-  EXPECT_THROW(GraphFile(path).Write(GraphText(DestDatabase())), std::runtime_error);
+  EXPECT_THROW(GraphFile(path).Write(GraphText(GraphNodes())), std::runtime_error);
   setenv("PATH", search.c_str(), 1);
-  EXPECT_EQ(Read(path), GraphText(database_));
+  EXPECT_EQ(Read(path), GraphText(NodesOf(database_)));
   EXPECT_EQ(FileCount(), 2U);
 }
 

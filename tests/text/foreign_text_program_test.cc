@@ -149,7 +149,7 @@ TEST_P(ForeignTextTest, StatusShowsWhatTheManagerSaysSafely) {
     Process status(words);
     auto socket = acceptor.accept();
     asio::write(socket, asio::buffer("{\"status\": {\"program\": \"" + Hostile() +
-                                         "\"}, \"exit_status\": 0}\n"));
+                                     "\"}, \"exit_status\": 0}\n"));
     socket.close();
     OutputOf(&status);
   }

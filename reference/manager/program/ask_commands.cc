@@ -4,10 +4,13 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "reference/manager/program/command_line.h"
 #include "reference/manager/program/control_client.h"
 #include "reference/manager/program/standard_error.h"
+#include "reference/manager/views/graph.h"
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
 #include "reference/text/json_text.h"
@@ -72,6 +75,23 @@ int ListObjects(const CommandArguments& arguments) {
 
 int ExplainObject(const CommandArguments& arguments) {
   return ShowText(arguments, {{"request", "explain"}, {"object", KeyText(*arguments.object)}});
+}
+
+int DrawGraph(const CommandArguments& arguments) {
+  GraphNodes nodes;
+  const Json answer =
+      AskManager(arguments.control, {{"request", "nodes"}}, [&nodes](const Json& line) {
+        GraphNode node = NodeOfJson(line.at("node"));
+        nodes.emplace(node.key, std::move(node));
+      });
+  if (arguments.object) {
+    if (nodes.count(*arguments.object) == 0) {
+      throw UsageError("there is no " + KeyText(*arguments.object) + "; objects lists all");
+    }
+    nodes = NodesAround(nodes, *arguments.object);
+  }
+  std::cout << GraphText(nodes);
+  return ExitStatusOf(answer);
 }
 
 int ReloadSite(const CommandArguments& arguments) {

@@ -12,6 +12,7 @@ namespace reference {
 int ShowStatus(const CommandArguments& arguments);
 int ListObjects(const CommandArguments& arguments);
 int ExplainObject(const CommandArguments& arguments);
+int DrawGraph(const CommandArguments& arguments);
 int ReloadSite(const CommandArguments& arguments);
 int ResyncHal(const CommandArguments& arguments);
 

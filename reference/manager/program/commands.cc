@@ -42,6 +42,7 @@ const std::vector<Command>& Commands() {
        "list its objects with their states",
        ListObjects},
       {"explain", TakesObject::kMust, {}, "show why an object is not installed", ExplainObject},
+      {"graph", TakesObject::kMay, {}, "draw its objects as DOT text", DrawGraph},
       {"reload", TakesObject::kNo, {"max-removals"}, "read the site file again", ReloadSite},
       {"resync", TakesObject::kNo, {}, "install everything again", ResyncHal},
   };

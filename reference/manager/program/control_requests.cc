@@ -10,6 +10,7 @@
 
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/views/explain.h"
+#include "reference/manager/views/graph.h"
 #include "reference/manager/views/report.h"
 #include "reference/text/json_text.h"
 
@@ -63,12 +64,13 @@ std::optional<std::string> Text(const Json& arguments, const char* name) {
 
 struct ControlRequests::Named {
   std::string_view name;
-  Answer (ControlRequests::*answer)(const Json& arguments);
+  Answer (ControlRequests::*answer)(const Json& arguments) const;
 };
 
-Answer ControlRequests::AnswerTo(const std::string& request) {
-  static constexpr std::array<Named, 5> kRequests = {{{"status", &ControlRequests::Status},
+Answer ControlRequests::AnswerTo(const std::string& request) const {
+  static constexpr std::array<Named, 6> kRequests = {{{"status", &ControlRequests::Status},
                                                       {"objects", &ControlRequests::Objects},
+                                                      {"nodes", &ControlRequests::Nodes},
                                                       {"explain", &ControlRequests::Explain},
                                                       {"reload", &ControlRequests::Reload},
                                                       {"resync", &ControlRequests::Resync}}};
@@ -90,13 +92,13 @@ int ControlRequests::ExitStatus() const {
   return controlled_.manager->settled() ? EXIT_SUCCESS : kExitIncomplete;
 }
 
-Answer ControlRequests::Status(const Json& /*arguments*/) {
+Answer ControlRequests::Status(const Json& /*arguments*/) const {
   return LastLine(
       {{"status", StatusAsJson(controlled_.head(), controlled_.manager, *controlled_.hal)}},
       ExitStatus());
 }
 
-Answer ControlRequests::Objects(const Json& arguments) {
+Answer ControlRequests::Objects(const Json& arguments) const {
   const bool failed = Flag(arguments, "failed");
   const auto kind = Text(arguments, "kind");
   const DestDatabase& database = controlled_.manager->database();
@@ -112,7 +114,20 @@ Answer ControlRequests::Objects(const Json& arguments) {
       });
 }
 
-Answer ControlRequests::Explain(const Json& arguments) {
+Answer ControlRequests::Nodes(const Json& /*arguments*/) const {
+  const DestDatabase& database = controlled_.manager->database();
+  return Pages(
+      &database.objects(),
+      [&database](const Object& object) {
+        if (object.state() == ObjectState::kRemoved) return std::string();
+        return Line({{"node", NodeAsJson(NodeOf(database, object))}});
+      },
+      [this] {
+        return Line({{"exit_status", ExitStatus()}});
+      });
+}
+
+Answer ControlRequests::Explain(const Json& arguments) const {
   const std::string name = Text(arguments, "object").value_or("");
   const auto key = ParseObjectKey(name);
   const DestDatabase& database = controlled_.manager->database();
@@ -128,7 +143,7 @@ Answer ControlRequests::Explain(const Json& arguments) {
   return LastLine({{"text", *text}}, in_order ? EXIT_SUCCESS : kExitIncomplete);
 }
 
-Answer ControlRequests::Reload(const Json& arguments) {
+Answer ControlRequests::Reload(const Json& arguments) const {
   std::optional<std::size_t> max_removals;
   if (arguments.contains("max_removals")) {
     max_removals = arguments.at("max_removals").get<std::size_t>();
@@ -141,7 +156,7 @@ Answer ControlRequests::Reload(const Json& arguments) {
   return LastLine({{"text", "The site was read; the differences are being sent.\n"}}, EXIT_SUCCESS);
 }
 
-Answer ControlRequests::Resync(const Json& /*arguments*/) {
+Answer ControlRequests::Resync(const Json& /*arguments*/) const {
   if (!controlled_.manager->connected()) {
     return Error("there is no connection to the HAL; everything is installed when there is one",
                  kExitNotConnected);

@@ -34,16 +34,17 @@ class ControlRequests {
   explicit ControlRequests(ControlledManager controlled) : controlled_(std::move(controlled)) {}
 
   /// The answer refers to this object.
-  Answer AnswerTo(const std::string& request);
+  Answer AnswerTo(const std::string& request) const;
 
  private:
   struct Named;
 
-  Answer Status(const nlohmann::ordered_json& arguments);
-  Answer Objects(const nlohmann::ordered_json& arguments);
-  Answer Explain(const nlohmann::ordered_json& arguments);
-  Answer Reload(const nlohmann::ordered_json& arguments);
-  Answer Resync(const nlohmann::ordered_json& arguments);
+  Answer Status(const nlohmann::ordered_json& arguments) const;
+  Answer Objects(const nlohmann::ordered_json& arguments) const;
+  Answer Nodes(const nlohmann::ordered_json& arguments) const;
+  Answer Explain(const nlohmann::ordered_json& arguments) const;
+  Answer Reload(const nlohmann::ordered_json& arguments) const;
+  Answer Resync(const nlohmann::ordered_json& arguments) const;
 
   int ExitStatus() const;
 

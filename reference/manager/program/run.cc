@@ -382,7 +382,7 @@ class Run {
   }
 
   void Draw() {
-    if (graph_) graph_->Write(GraphText(manager_.database()));
+    if (graph_) graph_->Write(GraphText(NodesOf(manager_.database())));
   }
 
   const CommandLine& line_;

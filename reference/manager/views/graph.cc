@@ -3,7 +3,9 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -56,8 +58,7 @@ std::string_view ShapeOf(Layer layer) {
   return "box";
 }
 
-std::string_view FillOf(const Object& object) {
-  const Standing standing = StandingOf(object);
+std::string_view FillOf(Standing standing) {
   for (const Colour& colour : kColours) {
     if (colour.standing == standing) return colour.fill;
   }
@@ -75,18 +76,18 @@ std::string Quoted(std::string_view text) {
 
 std::string NodeId(const ObjectKey& key) { return Quoted(KeyText(key)); }
 
-std::string Node(const Object& object) {
+std::string NodeText(const GraphNode& node) {
   // Labels need a literal "\n", so it must not be escaped.
-  std::string label = Quoted(object.name);
-  label.insert(label.size() - 1, "\\n" + KeyText(object.key));
-  return NodeId(object.key) + " [label=" + label +
-         ", shape=" + std::string(ShapeOf(LayerOf(object.content))) + ", fillcolor=\"" +
-         std::string(FillOf(object)) + "\"];\n";
+  std::string label = Quoted(node.name);
+  label.insert(label.size() - 1, "\\n" + KeyText(node.key));
+  return NodeId(node.key) + " [label=" + label + ", shape=" + std::string(ShapeOf(node.layer)) +
+         ", fillcolor=\"" + std::string(FillOf(node.standing)) + "\"];\n";
 }
 
-std::string Edge(const Object& from, const Object* to, const char* attributes) {
-  if (to == nullptr || to->state() == ObjectState::kRemoved) return {};
-  return "  " + NodeId(from.key) + " -> " + NodeId(to->key) + attributes + ";\n";
+std::string Edge(const GraphNodes& nodes, const ObjectKey& from, const ObjectKey& to,
+                 const char* attributes) {
+  if (nodes.count(to) == 0) return {};
+  return "  " + NodeId(from) + " -> " + NodeId(to) + attributes + ";\n";
 }
 
 std::string LegendNode(const std::string& name, const std::string& style) {
@@ -110,21 +111,20 @@ std::string Legend() {
 /// since only its size is of interest.
 class HostGroups {
  public:
-  using Group = std::vector<const Object*>;
+  using Group = std::vector<const GraphNode*>;
 
-  explicit HostGroups(const DestDatabase& database) {
-    const std::set<std::uint32_t> referenced = Referenced(database);
-    for (const auto& [key, object] : database.objects()) {
-      if (key.kind != HalKind::kHost || object.state() == ObjectState::kRemoved) continue;
-      const auto vlans = ReferencedIds(object.content);
-      if (vlans.size() != 1 || referenced.count(key.id) != 0) continue;
-      groups_[{vlans.front(), StandingOf(object)}].push_back(&object);
+  explicit HostGroups(const GraphNodes& nodes) {
+    const std::set<ObjectKey> referenced = Referenced(nodes);
+    for (const auto& [key, node] : nodes) {
+      if (key.kind != HalKind::kHost) continue;
+      if (node.references.size() != 1 || referenced.count(key) != 0) continue;
+      groups_[{node.references.front(), node.standing}].push_back(&node);
     }
     for (auto group = groups_.begin(); group != groups_.end();) {
       group = group->second.size() < kLeast ? groups_.erase(group) : std::next(group);
     }
     for (const auto& [place, group] : groups_) {
-      for (const Object* const host : group) members_.insert(host->key.id);
+      for (const GraphNode* const host : group) members_.insert(host->key.id);
     }
   }
 
@@ -139,7 +139,7 @@ class HostGroups {
       label.insert(label.size() - 1, "\\n" + std::to_string(group.size()) + " hosts");
       text += "    " + Id(group) + " [label=" + label +
               ", shape=" + std::string(ShapeOf(Layer::kHost)) + ", peripheries=2, fillcolor=\"" +
-              std::string(FillOf(*group.front())) + "\"];\n";
+              std::string(FillOf(place.second)) + "\"];\n";
     }
     return text;
   }
@@ -147,7 +147,7 @@ class HostGroups {
   std::string Edges() const {
     std::string text;
     for (const auto& [place, group] : groups_) {
-      text += "  " + Id(group) + " -> " + NodeId({HalKind::kVlan, place.first}) + ";\n";
+      text += "  " + Id(group) + " -> " + NodeId(place.first) + ";\n";
     }
     return text;
   }
@@ -159,72 +159,161 @@ class HostGroups {
     return Quoted("hosts from " + KeyText(group.front()->key));
   }
 
-  static std::set<std::uint32_t> Referenced(const DestDatabase& database) {
-    std::set<std::uint32_t> ids;
-    for (const auto& [key, object] : database.objects()) {
-      if (object.state() == ObjectState::kRemoved) continue;
-      for (const std::uint32_t id : ReferencedIds(object.content)) ids.insert(id);
-      if (const auto neighbor = NeighborId(object.content)) ids.insert(*neighbor);
+  static std::set<ObjectKey> Referenced(const GraphNodes& nodes) {
+    std::set<ObjectKey> keys;
+    for (const auto& [key, node] : nodes) {
+      keys.insert(node.references.begin(), node.references.end());
+      if (node.neighbor) keys.insert(*node.neighbor);
     }
-    return ids;
+    return keys;
   }
 
   // By VLAN and state.
-  std::map<std::pair<std::uint32_t, Standing>, Group> groups_;
+  std::map<std::pair<ObjectKey, Standing>, Group> groups_;
   std::set<std::uint32_t> members_;
 };
 
-std::string Layers(const DestDatabase& database, const HostGroups& groups) {
+std::string Layers(const GraphNodes& nodes, const HostGroups& groups) {
   // From objects that nothing refers to, on the left, to objects that refer to nothing.
-  std::map<Layer, std::string, std::greater<>> nodes;
-  for (const auto& [key, object] : database.objects()) {
-    if (object.state() == ObjectState::kRemoved || groups.Contains(key)) continue;
-    nodes[LayerOf(object.content)] += "    " + Node(object);
+  std::map<Layer, std::string, std::greater<>> layers;
+  for (const auto& [key, node] : nodes) {
+    if (!groups.Contains(key)) layers[node.layer] += "    " + NodeText(node);
   }
-  nodes[Layer::kHost] += groups.Nodes();
+  layers[Layer::kHost] += groups.Nodes();
   std::string text;
-  for (const auto& [layer, drawn] : nodes) {
+  for (const auto& [layer, drawn] : layers) {
     if (!drawn.empty()) text += "  {\n    rank=same;\n" + drawn + "  }\n";
   }
   return text;
 }
 
-std::map<std::uint32_t, const Object*> VrfsByNumber(const DestDatabase& database) {
-  std::map<std::uint32_t, const Object*> vrfs;
-  for (const auto& [key, object] : database.objects()) {
-    const auto* const vrf = std::get_if<dest_mng::VrfData>(&object.content);
-    if (vrf != nullptr && object.state() != ObjectState::kRemoved) {
-      vrfs.emplace(vrf->vrf_id, &object);
-    }
+std::map<std::uint32_t, ObjectKey> VrfsByNumber(const GraphNodes& nodes) {
+  std::map<std::uint32_t, ObjectKey> vrfs;
+  for (const auto& [key, node] : nodes) {
+    if (key.kind == HalKind::kVrf && node.vrf) vrfs.emplace(*node.vrf, key);
   }
   return vrfs;
 }
 
-std::string Edges(const DestDatabase& database, const HostGroups& groups) {
-  const std::map<std::uint32_t, const Object*> vrfs = VrfsByNumber(database);
+std::string Edges(const GraphNodes& nodes, const HostGroups& groups) {
+  const std::map<std::uint32_t, ObjectKey> vrfs = VrfsByNumber(nodes);
   std::string text = groups.Edges();
-  for (const auto& [key, object] : database.objects()) {
-    if (object.state() == ObjectState::kRemoved || groups.Contains(key)) continue;
-    for (const std::uint32_t id : ReferencedIds(object.content)) {
-      text += Edge(object, database.FindReferenced(id), "");
+  for (const auto& [key, node] : nodes) {
+    if (groups.Contains(key)) continue;
+    for (const ObjectKey& reference : node.references) text += Edge(nodes, key, reference, "");
+    if (node.neighbor) {
+      text += Edge(nodes, key, *node.neighbor, " [style=dashed, constraint=false]");
     }
-    if (const auto neighbor = NeighborId(object.content)) {
-      text += Edge(object, database.Find({HalKind::kHost, *neighbor}),
-                   " [style=dashed, constraint=false]");
-    }
-    if (const auto number = VrfIdOf(object.content)) {
-      const auto vrf = vrfs.find(*number);
-      if (vrf != vrfs.end()) text += Edge(object, vrf->second, "");
-    }
+    if (key.kind == HalKind::kVrf || !node.vrf) continue;
+    const auto vrf = vrfs.find(*node.vrf);
+    if (vrf != vrfs.end()) text += Edge(nodes, key, vrf->second, "");
   }
   return text;
 }
 
+ObjectKey KeyOf(const nlohmann::ordered_json& json) {
+  if (const auto key = ParseObjectKey(json.get<std::string>())) return *key;
+  throw std::runtime_error("no object has the name " + json.dump());
+}
+
+// Where an edge leads from a node, besides to its neighbor.
+std::vector<ObjectKey> Under(const GraphNode& node,
+                             const std::map<std::uint32_t, ObjectKey>& vrfs) {
+  std::vector<ObjectKey> under = node.references;
+  if (node.key.kind == HalKind::kVrf || !node.vrf) return under;
+  const auto vrf = vrfs.find(*node.vrf);
+  if (vrf != vrfs.end()) under.push_back(vrf->second);
+  return under;
+}
+
+using Links = std::map<ObjectKey, std::vector<ObjectKey>>;
+
+// Adds all that the links lead to from `key`, itself included, to `reached`.
+void Follow(const Links& links, const ObjectKey& key, std::set<ObjectKey>* reached) {
+  std::set<ObjectKey> seen = {key};
+  std::vector<ObjectKey> due = {key};
+  while (!due.empty()) {
+    const auto found = links.find(due.back());
+    due.pop_back();
+    if (found == links.end()) continue;
+    for (const ObjectKey& next : found->second) {
+      if (seen.insert(next).second) due.push_back(next);
+    }
+  }
+  reached->insert(seen.begin(), seen.end());
+}
+
 }  // namespace
 
-std::string GraphText(const DestDatabase& database) {
-  const HostGroups groups(database);
-  return kHead + Legend() + Layers(database, groups) + Edges(database, groups) + "}\n";
+GraphNode NodeOf(const DestDatabase& database, const Object& object) {
+  GraphNode node = {object.key, object.name, StandingOf(object),     LayerOf(object.content),
+                    {},         {},          VrfIdOf(object.content)};
+  if (const auto* const vrf = std::get_if<dest_mng::VrfData>(&object.content)) {
+    node.vrf = vrf->vrf_id;
+  }
+  for (const std::uint32_t id : ReferencedIds(object.content)) {
+    if (const Object* const other = database.FindReferenced(id)) {
+      node.references.push_back(other->key);
+    }
+  }
+  if (const auto id = NeighborId(object.content)) node.neighbor = ObjectKey{HalKind::kHost, *id};
+  return node;
+}
+
+GraphNodes NodesOf(const DestDatabase& database) {
+  GraphNodes nodes;
+  for (const auto& [key, object] : database.objects()) {
+    if (object.state() != ObjectState::kRemoved) nodes.emplace(key, NodeOf(database, object));
+  }
+  return nodes;
+}
+
+nlohmann::ordered_json NodeAsJson(const GraphNode& node) {
+  nlohmann::ordered_json json = {{"key", KeyText(node.key)},
+                                 {"name", node.name},
+                                 {"state", StandingName(node.standing)},
+                                 {"layer", static_cast<int>(node.layer)}};
+  json["references"] = nlohmann::ordered_json::array();
+  for (const ObjectKey& key : node.references) json["references"].push_back(KeyText(key));
+  if (node.neighbor) json["neighbor"] = KeyText(*node.neighbor);
+  if (node.vrf) json["vrf"] = *node.vrf;
+  return json;
+}
+
+GraphNode NodeOfJson(const nlohmann::ordered_json& json) {
+  GraphNode node;
+  node.key = KeyOf(json.at("key"));
+  node.name = json.at("name").get<std::string>();
+  node.standing = ParseStanding(json.at("state").get<std::string>());
+  node.layer = static_cast<Layer>(json.at("layer").get<std::uint8_t>());
+  for (const auto& key : json.at("references")) node.references.push_back(KeyOf(key));
+  if (json.contains("neighbor")) node.neighbor = KeyOf(json.at("neighbor"));
+  if (json.contains("vrf")) node.vrf = json.at("vrf").get<std::uint32_t>();
+  return node;
+}
+
+GraphNodes NodesAround(const GraphNodes& nodes, const ObjectKey& key) {
+  const std::map<std::uint32_t, ObjectKey> vrfs = VrfsByNumber(nodes);
+  Links under;
+  Links above;
+  for (const auto& [from, node] : nodes) {
+    under[from] = Under(node, vrfs);
+    for (const ObjectKey& to : under[from]) above[to].push_back(from);
+  }
+  std::set<ObjectKey> reached;
+  Follow(under, key, &reached);
+  Follow(above, key, &reached);
+  GraphNodes around;
+  for (const ObjectKey& each : reached) {
+    const auto node = nodes.find(each);
+    if (node != nodes.end()) around.insert(*node);
+  }
+  return around;
+}
+
+std::string GraphText(const GraphNodes& nodes) {
+  const HostGroups groups(nodes);
+  return kHead + Legend() + Layers(nodes, groups) + Edges(nodes, groups) + "}\n";
 }
 
 }  // namespace reference

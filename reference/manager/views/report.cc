@@ -48,18 +48,17 @@ std::vector<ObjectRow> RowsOf(const DestDatabase& database) {
   return rows;
 }
 
-Standing StandingOfName(const nlohmann::ordered_json& json) {
-  const auto name = json.get<std::string>();
-  for (std::size_t i = 0; i < kStandings; ++i) {
-    if (kNames.at(i) == name) return static_cast<Standing>(i);
-  }
-  throw std::runtime_error("unknown state " + json.dump());
-}
-
 }  // namespace
 
 std::string_view StandingName(Standing standing) {
   return kNames.at(static_cast<std::size_t>(standing));
+}
+
+Standing ParseStanding(const std::string& name) {
+  for (std::size_t i = 0; i < kStandings; ++i) {
+    if (kNames.at(i) == name) return static_cast<Standing>(i);
+  }
+  throw std::runtime_error("unknown state " + Quote(name));
 }
 
 std::string ReasonOf(const Object& object) {
@@ -130,8 +129,9 @@ ObjectRow RowOfJson(const nlohmann::ordered_json& json) {
   const auto key = ParseObjectKey(json.at("kind").get<std::string>() + ':' +
                                   std::to_string(json.at("id").get<std::uint32_t>()));
   if (!key) throw std::runtime_error("unknown kind " + json.at("kind").dump());
-  return {*key, json.at("name").get<std::string>(), StandingOfName(json.at("state")),
-          json.at("code").get<std::uint32_t>(), json.at("reason").get<std::string>()};
+  return {*key, json.at("name").get<std::string>(),
+          ParseStanding(json.at("state").get<std::string>()), json.at("code").get<std::uint32_t>(),
+          json.at("reason").get<std::string>()};
 }
 
 void WriteRows(const std::vector<ObjectRow>& rows, std::ostream* out) {

@@ -15,6 +15,8 @@ namespace reference {
 
 /// "pending", "installed" and so on.
 std::string_view StandingName(Standing standing);
+/// The reverse. Throws `std::runtime_error` for any other text.
+Standing ParseStanding(const std::string& name);
 
 /// The reason for the object's state; empty if there is none to give.
 std::string ReasonOf(const Object& object);
