@@ -45,6 +45,13 @@ class FullPipe {
   }
 
   int writer() const { return ends_[1]; }
+  /// Appends to `text` what can be read now.
+  void Read(std::string* text) const {
+    std::array<char, 4096> part{};
+    for (ssize_t size = 0; (size = read(ends_[0], part.data(), part.size())) > 0;) {
+      text->append(part.data(), static_cast<std::size_t>(size));
+    }
+  }
   void CloseReader() {
     if (ends_[0] >= 0) close(ends_[0]);
     ends_[0] = -1;
@@ -123,6 +130,31 @@ TEST_F(UnreadLogTest, TheManagerTracesAndProgramsTheHal) {
   EXPECT_EQ(Run(words, error_.writer()), 0);
   error_.CloseReader();
   EXPECT_EQ(Run(words, error_.writer()), 0);
+}
+
+// The library's lines then go through the host's zlog, which writes in the thread that logs and
+// drops nothing. This is the one log that the programs wait for.
+TEST_F(UnreadLogTest, AConfigurationThatNamesStandardErrorWaitsForItsReader) {
+  const std::string config =
+      files_.Write("config",
+                   "[levels]\nTRACE = 10\n[formats]\nl = \"%U%n\"\n[rules]\nzuskux.TRACE "
+                   ">stderr; l\n");
+  const Process manager({ZUSKUX_MANAGER, files_.Write("site", kSite), "--log-config", config,
+                         "--dump-hal", files_.File("tables")},
+                        error_.writer());
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_TRUE(manager.Runs());
+  EXPECT_EQ(ReadText(files_.File("tables")), "");
+  std::string error;
+  const auto end = steady_clock::now() + std::chrono::seconds(30);
+  while (manager.Runs() && steady_clock::now() < end) {
+    error_.Read(&error);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  error_.Read(&error);
+  EXPECT_FALSE(manager.Runs());
+  EXPECT_THAT(ReadText(files_.File("tables")), HasSubstr("vlan:10"));
+  EXPECT_THAT(error, HasSubstr("HalServerFoundCallback\n"));
 }
 
 TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {

@@ -82,6 +82,12 @@ int Process::Wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+bool Process::Runs() const {
+  siginfo_t ended{};
+  return waitid(P_PID, static_cast<id_t>(child_), &ended, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+         ended.si_pid == 0;
+}
+
 void Process::Signal(int signal) const { kill(child_, signal); }
 
 bool Process::WaitForError(const std::string& text, int times) const {

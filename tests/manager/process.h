@@ -38,6 +38,8 @@ class Process {
   /// Waits for the end, but not forever. Returns the exit status, or -1 for any other end.
   int Wait();
   void Signal(int signal) const;
+  /// Whether it has not ended yet.
+  bool Runs() const;
   /// The process id.
   pid_t id() const { return child_; }
   /// Waits, but not forever, until the program has written `text` to its standard error `times`
