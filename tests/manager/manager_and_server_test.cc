@@ -284,6 +284,21 @@ class SilentServerTest : public ManagerAndServerTest {
   }
 };
 
+// Its request is still in flight.
+TEST_F(SilentServerTest, AOneShotRunThatIsTakenOverEndsAtOnceAndSaysSo) {
+  StartServer({"--fault", files_.Write("faults", "fault { what: \"swallow\" of: \"vlan\" }")});
+  Process first(Manager({files_.Write("site", kSite)}));
+  ASSERT_TRUE(server_->WaitForError("fault: swallow"));
+  const Outcome second = Execute(Manager({files_.Write("other", kOtherSite), "--take-over"}));
+  EXPECT_EQ(second.status, 0) << second.err;
+  EXPECT_EQ(first.Wait(), 4);
+  EXPECT_EQ(first.out(), "");
+  EXPECT_THAT(WithoutTimes(first.err()),
+              testing::EndsWith("zuskux-manager: another client programs the HAL unix:" + socket() +
+                                "; stop that one, or start with --take-over\n"));
+  EXPECT_EQ(Tables()["vlan"]["count"], 2);
+}
+
 TEST_F(SilentServerTest, AVrfFailsWithTheReason) {
   const Outcome run = RunAgainst("vrf");
   EXPECT_EQ(run.status, 3) << run.err;

@@ -630,6 +630,25 @@ TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShown) {
   EXPECT_FALSE(manager_.settled());
 }
 
+TEST_F(ManagerTest, TheReportOfAnEarlierReinstallSaysNothingAboutTheOneInProgress) {
+  Install(SiteOfAllKinds());
+  FindServer();
+  hal_.ReportReinstallEnded(true);
+  // Until the last end is sent, and not yet answered.
+  for (int round = 0; hal_.outstanding() != 0; ++round) {
+    ASSERT_LT(round, 100);
+    hal_.AnswerAll();
+    io_.restart();
+    io_.poll();
+  }
+  EXPECT_EQ(Sent().back(), "end-reinstall");
+  EXPECT_FALSE(manager_.in_sync());
+  EXPECT_EQ(finished_, 0);
+  Work();
+  EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 1);
+}
+
 TEST_F(ManagerTest, IsSettledOnlyWhileItIsInSyncWithAServer) {
   Site site;
   site.vlans = {VlanEntry(10)};
@@ -812,10 +831,15 @@ TEST_F(ManagerTest, ARemovalMakesRoomForWhatFoundTheTableFull) {
 TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
   Site site;
   site.vlans = {VlanEntry(10)};
+  site.vrfs = {VrfEntry(1, 7)};
   Install(site);
   hal_.Report(HalOperation::kInstallVlan, 10, kHalTableFull);
   hal_.Report(HalOperation::kDestroyVlan, 99, kHalSuccess);
+  hal_.Report(HalOperation::kInstallVrf, 7, kHalTableFull);
+  hal_.Report(HalOperation::kDestroyVrf, 99, kHalSuccess);
   Work();
+  EXPECT_EQ(StandingOf(HalKind::kVrf, 1), Standing::kSent);
+  EXPECT_EQ(manager_.queues().outstanding.now, 0U);
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
   EXPECT_TRUE(manager_.settled());
 }

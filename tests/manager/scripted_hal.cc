@@ -56,7 +56,15 @@ void ScriptedHal::Answer(const std::string& request, HalReturnCode code) {
 }
 
 void ScriptedHal::Report(HalOperation operation, std::uint32_t id, HalReturnCode code) {
-  ReportResult(reports_.results, {operation, id, 0, {}}, code);
+  Report({operation, id, 0, {}}, code);
+}
+
+void ScriptedHal::Report(const HalRequest& request, HalReturnCode code) {
+  if (HasResult(request.operation)) {
+    ReportResult(reports_.results, request, code);
+  } else {
+    reports_.vrf_result(request, code);
+  }
 }
 
 void ScriptedHal::ReportRoom() {
@@ -80,11 +88,7 @@ HalReturnCode ScriptedHal::Submit(HalRequest request) {
 void ScriptedHal::AnswerAt(std::size_t place, HalReturnCode code) {
   const HalRequest request = outstanding_.at(place);
   outstanding_.erase(outstanding_.begin() + static_cast<std::ptrdiff_t>(place));
-  if (HasResult(request.operation)) {
-    ReportResult(reports_.results, request, code);
-  } else {
-    reports_.vrf_result(request, code);
-  }
+  Report(request, code);
 }
 
 }  // namespace reference

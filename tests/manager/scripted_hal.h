@@ -24,6 +24,8 @@ class ScriptedHal : public HalConnection {
   void EndReinstalls();
   /// Sets what those answers report from now on.
   void SetInSync(bool in_sync) { in_sync_ = in_sync; }
+  /// Reports the end of a reinstall that nothing asked for.
+  void ReportReinstallEnded(bool in_sync) { reports_.reinstall_ended(in_sync); }
   void LoseServer() { reports_.server_lost(); }
   /// Finds the server; every result of the previous server has been delivered.
   void FindServer();
@@ -56,6 +58,7 @@ class ScriptedHal : public HalConnection {
 
  private:
   void AnswerAt(std::size_t place, HalReturnCode code);
+  void Report(const HalRequest& request, HalReturnCode code);
 
   HalReports reports_;
   std::deque<HalRequest> outstanding_;

@@ -112,6 +112,16 @@ TEST(HalServer, TellsAboutItselfInItsHello) {
   EXPECT_THAT(server.Lines(), ElementsAre("client 1: \"test\" connected"));
 }
 
+// docs/wire_protocol.md and docs/threat_model.md promise these.
+TEST(HalServer, HasTheDocumentedLimits) {
+  const HalServerOptions options;
+  EXPECT_EQ(options.max_payload, 65'536U);
+  EXPECT_EQ(options.max_clients, 64U);
+  EXPECT_EQ(options.max_table_readings, 32U);
+  EXPECT_EQ(options.hello_timeout, std::chrono::seconds(5));
+  EXPECT_EQ(options.idle_timeout, std::chrono::seconds(30));
+}
+
 TEST(HalServer, HasAGenerationOfItsOwn) {
   TestServer one;
   TestServer other;

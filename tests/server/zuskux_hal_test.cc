@@ -189,6 +189,7 @@ TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
     EXPECT_EQ(server.Wait(), 0);
     EXPECT_TRUE(client.Ended());
     EXPECT_FALSE(std::filesystem::exists(socket));
+    EXPECT_EQ(std::filesystem::file_size(socket + ".lock"), 0U) << "the lock file stays";
     EXPECT_EQ(server.Output(), "");
     EXPECT_THAT(server.Error(), MatchesRegex("zuskux-hal: listening on [^\n]*, generation "
                                              "0x[0-9a-f]{16}\n"

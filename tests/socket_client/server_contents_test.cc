@@ -149,5 +149,14 @@ TEST_F(ServerContentsTest, AClosedConnectionIsNoAnswer) {
   EXPECT_EQ(Mistake([this] { server_.Close(); }), Text("it closed the connection"));
 }
 
+// docs/wire_protocol.md promises these.
+TEST(ReadLimitsTest, AreTheDocumentedOnes) {
+  const ReadLimits limits;
+  EXPECT_EQ(limits.entries, 16'777'216U);
+  EXPECT_EQ(limits.bytes, 1'073'741'824U);
+  EXPECT_EQ(limits.time, std::chrono::seconds(120));
+  EXPECT_EQ(limits.silence, std::chrono::seconds(10));
+}
+
 }  // namespace
 }  // namespace reference

@@ -75,6 +75,17 @@ class SocketHalTest : public testing::Test {
   std::unique_ptr<SocketHal> hal_;
 };
 
+// docs/wire_protocol.md, docs/recovery.md and docs/operating.md promise these.
+TEST(SocketHalOptionsTest, AreTheDocumentedLimits) {
+  const SocketHalOptions options;
+  EXPECT_EQ(options.deadline, std::chrono::seconds(30));
+  EXPECT_EQ(options.heartbeat, std::chrono::seconds(1));
+  EXPECT_EQ(options.heartbeats_missed, 5);
+  EXPECT_EQ(options.reconnect_first, milliseconds(10));
+  EXPECT_EQ(options.reconnect_last, std::chrono::seconds(1));
+  EXPECT_EQ(options.reconnect_absent, milliseconds(100));
+}
+
 class OneWriter : public SocketHalTest {
  protected:
   SocketHalOptions Options() {
@@ -211,6 +222,19 @@ TEST_F(PromiseOneResult, WithoutAServer) {
   EXPECT_THAT(log_.Await(2),
               ElementsAre("no HAL server at " + server_.path() + ": No such file or directory",
                           "connected to HAL server fake-hal 1, generation 0x0000000000000007"));
+}
+
+TEST_F(PromiseOneResult, NothingIsLostBeforeAServerWasFound) {
+  server_.StopListening();
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  log_.AwaitStart("no HAL server");
+  server_.Listen();
+  // Ends before its hello.
+  server_.Accept();
+  server_.Close();
+  server_.AcceptAndGreet();
+  EXPECT_THAT(reported_.Await(1), ElementsAre("found"));
 }
 
 TEST_F(PromiseOneResult, WhenTheServerIsLost) {
