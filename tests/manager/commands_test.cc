@@ -123,6 +123,8 @@ TEST_F(CommandsTest, ObjectsAreThoseOfTheTable) {
   EXPECT_EQ(Ask({"objects", "--kind", "host"}).out,
             "KIND  ID    NAME  STATE      REASON\n"
             "host  5000  h     installed\n"
+            "\n"
+            "installed  The HAL has confirmed that it holds the object.\n"
             "601 objects: 601 installed\n");
   EXPECT_EQ(Ask({"objects", "--failed"}).out, "601 objects: 601 installed\n");
 }
@@ -137,6 +139,8 @@ TEST_F(CommandsTest, ShowsAndExplainsWhatFailed) {
             "vlan  11    v11   failed     table full\n"
             "host  5000  h     failed     a destination that it refers to does not exist in the "
             "HAL\n"
+            "\n"
+            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "3 objects: 1 installed, 2 failed\n");
   const Outcome host = Ask({"explain", "host:5000"});
   EXPECT_EQ(host.status, 3);

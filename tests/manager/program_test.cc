@@ -74,6 +74,9 @@ TEST(ManagerProgramTest, InstallsASiteAndShowsTheTable) {
             "vlan  10  a     installed\n"
             "vlan  11  b     installed\n"
             "host  20  p     installed\n"
+            "\n"
+            "installed  The HAL has confirmed that it holds the object.\n"
+            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
             "4 objects: 3 installed, 1 sent\n");
   EXPECT_EQ(run.err, "");
 }
@@ -89,6 +92,10 @@ TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
             "vlan  11  b     failed     table full\n"
             "host  20  p     failed     a destination that it refers to does not exist in the "
             "HAL\n"
+            "\n"
+            "installed  The HAL has confirmed that it holds the object.\n"
+            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "4 objects: 1 installed, 1 sent, 2 failed\n");
 }
 
@@ -163,6 +170,9 @@ TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
             "KIND  ID  NAME  STATE      REASON\n"
             "vrf   1   red   sent\n"
             "vrf   2   blue  failed     table full\n"
+            "\n"
+            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "2 objects: 1 sent, 1 failed\n");
 }
 

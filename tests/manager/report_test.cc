@@ -83,6 +83,11 @@ TEST_F(ReportTest, Table) {
             "mpls  41  tunnel-41   failed     a destination that it refers to does not exist in "
             "the HAL\n"
             "mpls  42  tunnel-42   inactive   no active neighbor: dropping\n"
+            "\n"
+            "installed  The HAL has confirmed that it holds the object.\n"
+            "inactive   The HAL holds it, but it drops packets: it has no active neighbor.\n"
+            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "9 objects: 2 installed, 1 inactive, 1 sent, 5 failed\n");
 }
 

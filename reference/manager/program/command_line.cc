@@ -237,6 +237,7 @@ std::string HelpText() {
   text << "Usage: zuskux-manager SITE [options]       brings a HAL to what a site describes\n"
           "       zuskux-manager COMMAND [options]    asks a manager that runs with --stay:\n"
        << CommandsHelp() << "  zuskux-manager help COMMAND       show the options of a command\n"
+       << "  zuskux-manager help states        explain the states of objects\n"
        << Options()
        << "Exit status: 0 all in place, 1 an error, 2 wrong usage, 3 some objects failed,\n"
           "4 another manager programs the HAL, or no connection to it, 5 the recording\n"

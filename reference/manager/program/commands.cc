@@ -14,7 +14,7 @@
 
 #include "reference/manager/program/ask_commands.h"
 #include "reference/manager/program/command_line.h"
-#include "reference/text/printable.h"
+#include "reference/manager/views/report.h"
 #include "reference/wire/unix_listener.h"
 
 namespace reference {
@@ -178,6 +178,10 @@ CommandArguments ReadArguments(const Command& command, const po::variables_map& 
 int Help(const std::vector<std::string>& words) {
   if (words.empty()) {
     std::cout << HelpText();
+    return EXIT_SUCCESS;
+  }
+  if (words[0] == "states") {
+    WriteStandings(&std::cout);
     return EXIT_SUCCESS;
   }
   const Command* const command = Find(words[0]);

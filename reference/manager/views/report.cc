@@ -4,6 +4,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 #include <numeric>
+#include <set>
 #include <stdexcept>
 
 #include "reference/hal/hal_code.h"
@@ -13,8 +14,24 @@
 namespace reference {
 namespace {
 
-constexpr std::array<std::string_view, kStandings> kNames = {"pending", "installed", "inactive",
-                                                             "sent",    "failed",    "removed"};
+struct StandingText {
+  std::string_view name;
+  // One sentence. The man page has the same ones.
+  std::string_view meaning;
+};
+
+// In the order of `Standing`.
+constexpr std::array<StandingText, kStandings> kStandingTexts = {{
+    {"pending", "Its request is still to be sent, or has no result yet."},
+    {"installed", "The HAL has confirmed that it holds the object."},
+    {"inactive", "The HAL holds it, but it drops packets: it has no active neighbor."},
+    {"sent", "The HAL has taken the request; a VRF gets no other confirmation."},
+    {"failed", "The HAL refused the last request or gave no answer; see REASON."},
+    {"removed", "The site no longer has the object, and neither has the HAL."},
+}};
+
+// Fits every state.
+constexpr std::size_t kStateWidth = 9;
 
 // The order of the summary.
 constexpr std::array kSummaryOrder = {Standing::kInstalled, Standing::kInactive, Standing::kSent,
@@ -48,15 +65,20 @@ std::vector<ObjectRow> RowsOf(const DestDatabase& database) {
   return rows;
 }
 
+void WriteMeaning(Standing standing, std::ostream* out) {
+  const StandingText& text = kStandingTexts.at(static_cast<std::size_t>(standing));
+  *out << Padded(text.name, kStateWidth) << "  " << text.meaning << '\n';
+}
+
 }  // namespace
 
 std::string_view StandingName(Standing standing) {
-  return kNames.at(static_cast<std::size_t>(standing));
+  return kStandingTexts.at(static_cast<std::size_t>(standing)).name;
 }
 
 Standing ParseStanding(const std::string& name) {
   for (std::size_t i = 0; i < kStandings; ++i) {
-    if (kNames.at(i) == name) return static_cast<Standing>(i);
+    if (kStandingTexts.at(i).name == name) return static_cast<Standing>(i);
   }
   throw std::runtime_error("unknown state " + Quote(name));
 }
@@ -81,7 +103,7 @@ Summary::Summary(const DestDatabase& database) {
 
 Summary::Summary(const nlohmann::ordered_json& json) {
   for (std::size_t i = 0; i < kStandings; ++i) {
-    counts_.at(i) = json.at(std::string(kNames.at(i))).get<std::size_t>();
+    counts_.at(i) = json.at(std::string(kStandingTexts.at(i).name)).get<std::size_t>();
   }
 }
 
@@ -138,17 +160,25 @@ void WriteRows(const std::vector<ObjectRow>& rows, std::ostream* out) {
   if (rows.empty()) return;
   const std::array<std::string, 5> header = {"KIND", "ID", "NAME", "STATE", "REASON"};
   // The minimum widths fit every kind and state.
-  std::array<std::size_t, 4> widths = {4, 2, 4, 9};
+  std::array<std::size_t, 4> widths = {4, 2, 4, kStateWidth};
   for (const ObjectRow& row : rows) {
     widths[1] = std::max(widths[1], std::to_string(row.key.id).size());
     widths[2] = std::max(widths[2], Width(Printable(row.name)));
   }
   WriteRow(header, widths, out);
+  std::set<Standing> occurring;
   for (const ObjectRow& row : rows) {
+    occurring.insert(row.standing);
     WriteRow({std::string(HalKindName(row.key.kind)), std::to_string(row.key.id),
               Printable(row.name), std::string(StandingName(row.standing)), Printable(row.reason)},
              widths, out);
   }
+  *out << '\n';
+  for (const Standing standing : occurring) WriteMeaning(standing, out);
+}
+
+void WriteStandings(std::ostream* out) {
+  for (std::size_t i = 0; i < kStandings; ++i) WriteMeaning(static_cast<Standing>(i), out);
 }
 
 void WriteRowsAsJson(const std::vector<ObjectRow>& rows, const Summary& summary,

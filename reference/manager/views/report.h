@@ -57,8 +57,11 @@ class Summary {
   DestDatabase::StandingCounts counts_{};
 };
 
-/// Writes a line for each row below a header.
+/// Writes a line for each row below a header, then what the states mean that occur.
 void WriteRows(const std::vector<ObjectRow>& rows, std::ostream* out);
+
+/// Writes what every state means, one sentence each.
+void WriteStandings(std::ostream* out);
 
 /// Writes the rows and the summary as JSON: an object with "objects" and "summary", one line per
 /// entry.
