@@ -1,35 +1,37 @@
 #!/usr/bin/env python3
-"""Changes a source in one place at a time and lets the tests find out: mutation testing.
+"""Mutation testing: changes one place of the sources at a time and checks that a test fails.
 
   mutate.py [--of SUBJECT] [--count N] [--seed S] [--all] [--file PART] [--again] [--fresh]
             [--jobs N] [--minutes N]
   mutate.py [--of SUBJECT] --report [--file PART]
   mutate.py [--of SUBJECT] --list [--file PART]
 
-  --of SUBJECT   library (the default) or reference: the HAL, its server and client, the wire and the
+  --of SUBJECT   library (default) or reference: the HAL, its server and client, the wire and the
                  manager's engine
-  --count N      how many mutants are chosen, from every file in proportion to its size (500 of the
-                 library, 600 of the reference system)
-  --seed S       which ones (1); the same seed chooses the same mutants
-  --all          all of them
-  --file PART    only those in files whose path contains PART
-  --again        tries those again that survived without an explanation
-  --fresh        forgets earlier results; without it, what has a result is not tried again
-  --jobs N       so many mutants at a time, each in a tree of its own (one for each processor)
-  --minutes N    begins no mutant after so long; run again to go on
-  --report       only prints what the results so far say
-  --list         only prints the mutants
+  --count N      number of mutants to choose, from each file in proportion to its size (default: 500
+                 for the library, 600 for the reference system)
+  --seed S       seed of the choice (default: 1)
+  --all          chooses all mutants
+  --file PART    limits the choice to files whose path contains PART
+  --again        retries the mutants that survived without an explanation
+  --fresh        discards earlier results; by default, a mutant with a result is not retried
+  --jobs N       number of mutants tried in parallel, each in its own tree (default: one per
+                 processor)
+  --minutes N    starts no mutant after N minutes; the next run continues
+  --report       prints a report of the results so far, and tries nothing
+  --list         prints the mutants, and tries nothing
 
-Each mutant is built (without optimisation; a warning does not save it) and the test programs that
-hold the file are run, the likely killers first, until one fails. A mutant is killed when a test
-fails, crashes or takes too long; it survives when all pass. What the compiler rejects is not
-counted. A program that fails without a mutation is left out, which fails the run. All of that
-happens in copies of the tree under build/mutation/SUBJECT, where results.jsonl has the results; a
-run may be ended at any time and goes on from there. Survivors that no test can tell from the
-original are explained in tests/mutation/equivalent.txt.
+Each mutant is built without optimisation and with warnings allowed. Then the test programs that
+contain the file run until one fails, the most likely first. A mutant is killed if a test fails,
+crashes or times out, and survives if all tests pass. Mutants that do not compile do not count. A
+test program that fails on the original sources is skipped, and the run fails.
 
-Exits with 1 when too few were killed (95 % of the library's, 90 % of the reference system's) or a
-survivor is not explained, with 2 when some of the chosen were not tried.
+Everything happens in copies of the tree below build/mutation/SUBJECT; results.jsonl there holds the
+results. You can interrupt a run at any time: the next one continues. tests/mutation/equivalent.txt
+explains the survivors that no test can distinguish from the original.
+
+Exit status: 0 enough mutants were killed (95 % of the library, 90 % of the reference system) and
+every survivor is explained, 1 otherwise, 2 some of the chosen mutants were not tried.
 """
 import argparse
 import collections
@@ -437,7 +439,7 @@ def try_all(subject, waiting, results, jobs, end):
             done.result()
     failing = {program: failure for tree in trees for program, failure in tree.failing.items()}
     for program, failure in failing.items():
-        print(f"{program} was left out, it fails without a mutation: {failure}")
+        print(f"{program} was skipped because it fails without a mutation: {failure}")
     return not failing
 
 
@@ -473,7 +475,7 @@ def main():
                   subject.target)
     untried = sum(mutant.key not in results.of for mutant in chosen)
     if untried:
-        print(f"{untried} of {len(chosen)} not tried yet; run again to go on")
+        print(f"{untried} of {len(chosen)} not tried yet; run again to continue")
         return INCOMPLETE
     return not (sound and good)
 
