@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstddef>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 #include <vector>

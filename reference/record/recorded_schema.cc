@@ -4,6 +4,7 @@
 #include <google/protobuf/unknown_field_set.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <vector>
 

@@ -1,6 +1,7 @@
 #include "reference/server/hal_server.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
 #include <utility>
 
 #include "reference/server/server_faults.h"

@@ -1,7 +1,6 @@
 #ifndef ZUSKUX_REFERENCE_SERVER_HAL_SERVER_H_
 #define ZUSKUX_REFERENCE_SERVER_HAL_SERVER_H_
 
-#include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +11,10 @@
 #include "reference/hal/hal_tables.h"
 #include "reference/log/log_function.h"
 #include "reference/wire/frame.h"
+
+namespace boost::asio {
+class io_context;
+}  // namespace boost::asio
 
 namespace reference {
 

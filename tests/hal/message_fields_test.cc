@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <boost/asio/io_context.hpp>
 #include <optional>
 #include <random>
 #include <string>

@@ -1,6 +1,7 @@
 #include "reference/manager/engine/manager.h"
 
 #include <algorithm>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <optional>
 #include <utility>

@@ -1,7 +1,6 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_ENGINE_MANAGER_H_
 #define ZUSKUX_REFERENCE_MANAGER_ENGINE_MANAGER_H_
 
-#include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +16,10 @@
 #include "reference/manager/engine/waitlist.h"
 #include "reference/site/site.h"
 #include "reference/support/mutex.h"
+
+namespace boost::asio {
+class io_context;
+}  // namespace boost::asio
 
 namespace reference {
 
