@@ -262,6 +262,32 @@ TEST(Recorder, AnIncompleteEndIsNotACompleteRecording) {
   EXPECT_FALSE(recorder.Finish());
 }
 
+TEST(Recorder, SaysAtOnceThatAnEventCannotBeWritten) {
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
+  std::string log;
+  Recorder recorder(path, "test 1", [&log](LogLevel, const std::string& line) { log += line; });
+  const LimitedFileSize limited(std::filesystem::file_size(path) + 10);
+  recorder.Event(std::string(1000, 'e'));
+  EXPECT_THAT(log, HasSubstr("recording to " + path + " stopped: File too large; "));
+}
+
+// Some file systems report only then that they could not keep what was written.
+TEST(Recorder, AFileThatCannotBeClosedIsNotACompleteRecording) {
+  const TestFolder folder;
+  const std::string path = folder.Path("recording");
+  std::string log;
+  Recorder recorder(path, "test 1", [&log](LogLevel, const std::string& line) { log += line; });
+  for (const auto& open : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ended;
+    if (std::filesystem::read_symlink(open, ended) != path) continue;
+    ::close(std::stoi(open.path().filename()));
+    break;
+  }
+  EXPECT_FALSE(recorder.Finish());
+  EXPECT_THAT(log, HasSubstr("recording to " + path + " stopped: Bad file descriptor; "));
+}
+
 TEST(Recorder, LeavesOutAPayloadThatIsTooLong) {
   const TestFolder folder;
   const std::size_t limit = (1 << 20) - 1024;
