@@ -11,4 +11,16 @@ std::string Hex(std::uint64_t number) {
   return text.str();
 }
 
+std::string HexOfBytes(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    text += kDigits[value >> 4U];
+    text += kDigits[value & 0xFU];
+  }
+  return text;
+}
+
 }  // namespace reference

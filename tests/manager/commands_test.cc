@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/manager/process.h"
@@ -230,6 +232,61 @@ TEST_F(CommandsTest, ResyncInstallsEverythingAgain) {
   ASSERT_TRUE(manager_->WaitForError("reinstall finished: 4 objects in "));
   ASSERT_TRUE(manager_->WaitForError("settled: 4 objects: 4 installed\n", 2));
   EXPECT_EQ(Tables()["requests"], 8);
+}
+
+TEST_F(CommandsTest, AuditComparesWithTheHal) {
+  StartServer();
+  Start("vrf { id: 1 name: \"red\" vrf_id: 7 }\n" + Site(3), {"--hal", "unix:" + socket()});
+  const Outcome same = Ask({"audit"});
+  EXPECT_EQ(same.status, 0) << same.err;
+  EXPECT_EQ(same.out, "5 entries of the manager, 5 of the HAL, 0 differences\n");
+}
+
+TEST_F(CommandsTest, AuditShowsEveryDifference) {
+  server_ = std::make_unique<Process>(
+      Words{ZUSKUX_HAL, "--socket", socket(), "--fault",
+            files_.Write("faults", "fault { what: \"answer\" of: \"vlan\" code: 0 times: 100 }")});
+  ASSERT_TRUE(server_->WaitForError("listening on"));
+  Start(Site(1), {"--hal", "unix:" + socket()});
+  const Outcome audit = Ask({"audit"});
+  EXPECT_EQ(audit.status, 3);
+  EXPECT_THAT(audit.out, testing::StartsWith("missing  vlan 10  v10\n"));
+}
+
+TEST_F(CommandsTest, AuditNeedsAServer) {
+  Start(Site(1));
+  const Outcome audit = Ask({"audit"});
+  EXPECT_EQ(audit.status, 1);
+  EXPECT_EQ(audit.err,
+            "zuskux-manager: the HAL is in the manager's own process, so there is nothing to "
+            "compare with\n");
+}
+
+TEST_F(CommandsTest, EventsFollowTheManager) {
+  Start(Site(1));
+  Process events({ZUSKUX_MANAGER, "events", "--control", control()});
+  const auto shows = [&events](const std::string& text) {
+    for (int i = 0; i < 6000; ++i) {
+      if (events.out().find(text) != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  // Until the client follows, events are nobody's; each reload adds some.
+  for (int vlans = 2; vlans < 100 && events.out().empty(); ++vlans) {
+    files_.Write("site", Site(vlans));
+    ASSERT_EQ(Ask({"reload"}).status, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  EXPECT_TRUE(shows("applying " + site() + "\n")) << events.out();
+  EXPECT_TRUE(shows(" installed\n")) << events.out();
+  files_.Write("site", "vlan {");
+  Ask({"reload"});
+  EXPECT_TRUE(shows("reload refused: keeping the site as it was")) << events.out();
+  manager_->Signal(SIGTERM);
+  EXPECT_EQ(manager_->Wait(), 0);
+  EXPECT_EQ(events.Wait(), 1);
+  EXPECT_THAT(events.err(), HasSubstr("the answer ends early"));
 }
 
 TEST_F(CommandsTest, SaysWhatIsWrongWithACommand) {

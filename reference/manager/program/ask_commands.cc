@@ -1,18 +1,24 @@
 #include "reference/manager/program/ask_commands.h"
 
+#include <cstdint>
 #include <iostream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "reference/manager/program/command_line.h"
 #include "reference/manager/program/control_client.h"
+#include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/standard_error.h"
 #include "reference/manager/views/graph.h"
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
+#include "reference/socket_client/server_contents.h"
+#include "reference/text/hex.h"
 #include "reference/text/json_text.h"
 #include "reference/text/printable.h"
 
@@ -92,6 +98,64 @@ int DrawGraph(const CommandArguments& arguments) {
   }
   std::cout << GraphText(nodes);
   return ExitStatusOf(answer);
+}
+
+int FollowEvents(const CommandArguments& arguments) {
+  const auto show = [](const Json& line) {
+    if (line.contains("missed")) {
+      std::cout << "missed " << line.at("missed").get<std::uint64_t>() << " events\n";
+    } else if (line.contains("event")) {
+      std::cout << Printable(line.at("event").get<std::string>()) << '\n';
+    } else {
+      const ObjectRow row = RowOfJson(line.at("object"));
+      std::cout << KeyText(row.key) << ' ' << Quote(row.name) << ' ' << StandingName(row.standing);
+      if (!row.reason.empty()) std::cout << ": " << Printable(row.reason);
+      std::cout << '\n';
+    }
+    std::cout.flush();
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  };
+  return ExitStatusOf(AskManager(arguments.control, {{"request", "events"}}, show, true));
+}
+
+int AuditHal(const CommandArguments& arguments) {
+  struct Believed {
+    std::string name;
+    std::string payload;
+  };
+  std::map<std::pair<HalKind, std::uint32_t>, Believed> believed;
+  const Json answer =
+      AskManager(arguments.control, {{"request", "entries"}}, [&believed](const Json& line) {
+        const Json& entry = line.at("entry");
+        believed[{ReadKind(entry.at("kind").get<std::string>()),
+                  entry.at("id").get<std::uint32_t>()}] = {entry.at("name").get<std::string>(),
+                                                           entry.at("payload").get<std::string>()};
+      });
+  if (!answer.contains("hal_socket")) return ExitStatusOf(answer);
+  const TableEntries held =
+      ReadServerContents(answer.at("hal_socket").get<std::string>(), "zuskux-manager").entries;
+  std::size_t differences = 0;
+  const auto show = [&differences](const char* what, HalKind kind, std::uint32_t id) {
+    ++differences;
+    std::cout << what << "  " << HalKindName(kind) << ' ' << id;
+  };
+  for (const auto& [key, entry] : believed) {
+    const auto found = held.find(key);
+    if (found != held.end() && HexOfBytes(found->second) == entry.payload) continue;
+    show(found == held.end() ? "missing" : "differs", key.first, key.second);
+    std::cout << "  " << Printable(entry.name) << '\n';
+  }
+  for (const auto& [key, payload] : held) {
+    if (believed.count(key) != 0) continue;
+    show("unknown", key.first, key.second);
+    std::cout << '\n';
+  }
+  std::cout << believed.size() << " entries of the manager, " << held.size() << " of the HAL, "
+            << differences << (differences == 1 ? " difference\n" : " differences\n");
+  if (!answer.at("finished").get<bool>()) {
+    LogLine(LogLevel::kWarning, "the manager is at work; differences may be requests in flight");
+  }
+  return differences == 0 ? ExitStatusOf(answer) : kExitIncomplete;
 }
 
 int ReloadSite(const CommandArguments& arguments) {

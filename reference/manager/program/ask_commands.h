@@ -13,6 +13,8 @@ int ShowStatus(const CommandArguments& arguments);
 int ListObjects(const CommandArguments& arguments);
 int ExplainObject(const CommandArguments& arguments);
 int DrawGraph(const CommandArguments& arguments);
+int FollowEvents(const CommandArguments& arguments);
+int AuditHal(const CommandArguments& arguments);
 int ReloadSite(const CommandArguments& arguments);
 int ResyncHal(const CommandArguments& arguments);
 

@@ -43,6 +43,8 @@ const std::vector<Command>& Commands() {
        ListObjects},
       {"explain", TakesObject::kMust, {}, "show why an object is not installed", ExplainObject},
       {"graph", TakesObject::kMay, {}, "draw its objects as DOT text", DrawGraph},
+      {"events", TakesObject::kNo, {}, "follow what happens, until interrupted", FollowEvents},
+      {"audit", TakesObject::kNo, {}, "compare it with what the HAL holds", AuditHal},
       {"reload", TakesObject::kNo, {"max-removals"}, "read the site file again", ReloadSite},
       {"resync", TakesObject::kNo, {}, "install everything again", ResyncHal},
   };

@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "reference/manager/engine/adapters.h"
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/views/explain.h"
 #include "reference/manager/views/graph.h"
 #include "reference/manager/views/report.h"
+#include "reference/text/hex.h"
 #include "reference/text/json_text.h"
 
 namespace reference {
@@ -51,6 +53,17 @@ Answer Pages(const DestDatabase::Objects* objects, LineOf line_of, Last last) {
   };
 }
 
+// One answer, then the other.
+Answer Sequence(Answer first, Answer second) {
+  return [first = std::move(first), second = std::move(second), at_first = true]() mutable {
+    if (!at_first) return second();
+    AnswerPiece piece = first();
+    at_first = piece.next != Next::kEnd;
+    piece.next = Next::kMore;
+    return piece;
+  };
+}
+
 bool Flag(const Json& arguments, const char* name) {
   return arguments.contains(name) && arguments.at(name).get<bool>();
 }
@@ -68,9 +81,11 @@ struct ControlRequests::Named {
 };
 
 Answer ControlRequests::AnswerTo(const std::string& request) const {
-  static constexpr std::array<Named, 6> kRequests = {{{"status", &ControlRequests::Status},
+  static constexpr std::array<Named, 8> kRequests = {{{"status", &ControlRequests::Status},
                                                       {"objects", &ControlRequests::Objects},
                                                       {"nodes", &ControlRequests::Nodes},
+                                                      {"entries", &ControlRequests::Entries},
+                                                      {"events", &ControlRequests::Events},
                                                       {"explain", &ControlRequests::Explain},
                                                       {"reload", &ControlRequests::Reload},
                                                       {"resync", &ControlRequests::Resync}}};
@@ -125,6 +140,43 @@ Answer ControlRequests::Nodes(const Json& /*arguments*/) const {
       [this] {
         return Line({{"exit_status", ExitStatus()}});
       });
+}
+
+// What the HAL has acknowledged, as the HAL keeps it: VRFs by number.
+Answer ControlRequests::Entries(const Json& /*arguments*/) const {
+  if (controlled_.hal_socket.empty()) {
+    return Error("the HAL is in the manager's own process, so there is nothing to compare with",
+                 kExitFailed);
+  }
+  if (!controlled_.manager->connected()) {
+    return Error("there is no connection to the HAL", kExitNotConnected);
+  }
+  const DestDatabase& database = controlled_.manager->database();
+  const auto line_of = [](const Object& object) {
+    if (!object.wanted || object.presence != Presence::kPresent) return std::string();
+    const HalMessage message = TranslateForHal(object.content);
+    return Line({{"entry",
+                  {{"kind", HalKindName(object.key.kind)},
+                   {"id", message.id},
+                   {"name", object.name},
+                   {"payload", HexOfBytes(message.payload)}}}});
+  };
+  const auto nothing = [] { return std::string(); };
+  return Sequence(Pages(&database.vrf_entries(), line_of, nothing),
+                  Pages(
+                      &database.objects(),
+                      [line_of](const Object& object) {
+                        return object.key.kind == HalKind::kVrf ? std::string() : line_of(object);
+                      },
+                      [this] {
+                        return Line({{"hal_socket", controlled_.hal_socket},
+                                     {"finished", controlled_.manager->finished()},
+                                     {"exit_status", EXIT_SUCCESS}});
+                      }));
+}
+
+Answer ControlRequests::Events(const Json& /*arguments*/) const {
+  return controlled_.events->Follow();
 }
 
 Answer ControlRequests::Explain(const Json& arguments) const {

@@ -10,6 +10,7 @@
 #include "reference/hal/hal_connection.h"
 #include "reference/manager/engine/manager.h"
 #include "reference/manager/program/control_server.h"
+#include "reference/manager/program/event_feed.h"
 #include "reference/manager/views/status.h"
 
 namespace reference {
@@ -18,6 +19,9 @@ namespace reference {
 struct ControlledManager {
   Manager* manager = nullptr;
   const HalConnection* hal = nullptr;
+  EventFeed* events = nullptr;
+  /// The absolute path of the HAL server's socket; empty for the embedded HAL.
+  std::string hal_socket;
   std::function<StatusHead()> head;
   /// Reads the site again; `max_removals` is for this time only. Returns why it was refused; empty
   /// if it was not.
@@ -42,6 +46,8 @@ class ControlRequests {
   Answer Status(const nlohmann::ordered_json& arguments) const;
   Answer Objects(const nlohmann::ordered_json& arguments) const;
   Answer Nodes(const nlohmann::ordered_json& arguments) const;
+  Answer Entries(const nlohmann::ordered_json& arguments) const;
+  Answer Events(const nlohmann::ordered_json& arguments) const;
   Answer Explain(const nlohmann::ordered_json& arguments) const;
   Answer Reload(const nlohmann::ordered_json& arguments) const;
   Answer Resync(const nlohmann::ordered_json& arguments) const;

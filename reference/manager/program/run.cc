@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <iomanip>
 #include <iostream>
@@ -25,6 +26,7 @@
 #include "reference/manager/program/command_line.h"
 #include "reference/manager/program/control_requests.h"
 #include "reference/manager/program/control_server.h"
+#include "reference/manager/program/event_feed.h"
 #include "reference/manager/program/exit_status.h"
 #include "reference/manager/program/read_site.h"
 #include "reference/manager/program/removal_limit.h"
@@ -37,6 +39,7 @@
 #include "reference/manager/views/status.h"
 #include "reference/record/recorder.h"
 #include "reference/support/service_manager.h"
+#include "reference/text/hex.h"
 #include "reference/text/output_file.h"
 
 namespace reference {
@@ -73,7 +76,8 @@ class Run {
                         [this](std::size_t objects, auto time) { Reinstalled(objects, time); },
                         [this](std::uint64_t results) { GotResult(results); },
                         [this](bool up) { ConnectionChanged(up); },
-                        [this](bool in_sync) { ReinstallEnded(in_sync); }}),
+                        [this](bool in_sync) { ReinstallEnded(in_sync); },
+                        [this](const Object& object) { events_.Add(object); }}),
         hal_(Choice()) {
     head_.connection_since = LocalTime();
     if (line.graph) graph_.emplace(*line.graph);
@@ -208,10 +212,18 @@ class Run {
     connection_up_ = up;
     server_ = server;
     head_.connection_since = LocalTime();
+    events_.Add(up ? "connected to HAL server " + server.name + ", generation " +
+                         Hex(server.generation)
+                   : "HAL server lost");
+  }
+
+  std::string HalSocket() const {
+    return line_.hal_socket ? std::filesystem::absolute(*line_.hal_socket).string() : "";
   }
 
   void ReinstallEnded(bool in_sync) {
     if (in_sync) head_.last_in_sync = LocalTime();
+    events_.Add(in_sync ? "in sync" : "NOT in sync");
   }
 
   void Finished() {
@@ -323,9 +335,11 @@ class Run {
       LogLine(LogLevel::kError, refusal);
       head_.refused_reload = LocalTime();
       head_.refused_reload_reason = refusal;
+      events_.Add("reload refused: " + refusal);
       return refusal;
     }
     LogLine(LogLevel::kInfo, "applying " + path);
+    events_.Add("applying " + path);
     Apply(*site);
     return {};
   }
@@ -410,6 +424,7 @@ class Run {
   // Opened before the HAL is touched.
   std::optional<GraphFile> graph_;
   std::optional<OutputFile> dump_;
+  EventFeed events_;
   Manager manager_;
   // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;
@@ -417,7 +432,8 @@ class Run {
   // What is known only here; `Head` fills in the rest.
   StatusHead head_;
   HalServer server_;
-  ControlRequests control_requests_{{&manager_, hal_.connection(), [this] { return Head(); },
+  ControlRequests control_requests_{{&manager_, hal_.connection(), &events_, HalSocket(),
+                                     [this] { return Head(); },
                                      [this](auto max_removals) { return Reload(max_removals); }}};
   std::optional<ControlServer> control_server_;
 };

@@ -1,0 +1,42 @@
+#ifndef ZUSKUX_REFERENCE_MANAGER_PROGRAM_EVENT_FEED_H_
+#define ZUSKUX_REFERENCE_MANAGER_PROGRAM_EVENT_FEED_H_
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "reference/manager/engine/dest_database.h"
+#include "reference/manager/program/control_server.h"
+
+namespace reference {
+
+/// What happens in a manager, for the clients that follow it. Each has a bounded queue; a client
+/// that reads too slowly is told how many events it missed.
+///
+/// Owned by the program, on the manager's thread. Costs next to nothing while nobody follows.
+class EventFeed {
+ public:
+  /// The connection, a reload and the like, in words.
+  void Add(const std::string& text);
+  /// An object's standing has changed.
+  void Add(const Object& object);
+
+  /// An answer that never ends. A client follows until the answer is destroyed.
+  Answer Follow();
+
+  static constexpr std::size_t kMaxQueued = 1024;
+
+ private:
+  struct Queue;
+
+  bool HasFollowers();
+  void AddLine(const std::string& line);
+
+  // Owned by the answers.
+  std::vector<std::weak_ptr<Queue>> queues_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_MANAGER_PROGRAM_EVENT_FEED_H_
