@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
+#include <cstdint>
+#include <functional>
 #include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "reference/manager/engine/manager.h"
@@ -164,70 +167,68 @@ class Sites {
   std::mt19937 random_;
 };
 
-class SiteSequenceTest : public testing::TestWithParam<std::uint32_t> {};
-
-constexpr std::uint32_t kSequencesEach = 1000;
+class SiteSequenceTest : public testing::TestWithParam<std::uint32_t> {
+ protected:
+  /// Lets `play` change the site of a system again and again, and checks that the HAL ends with
+  /// what the last site alone gives. `play` returns that site.
+  static void CheckEnds(const std::function<Site(System*, Sites*, Site)>& play) {
+    constexpr std::uint32_t kSequencesEach = 1000;
+    for (std::uint32_t i = 0; i < kSequencesEach; ++i) {
+      const std::uint32_t seed = GetParam() * kSequencesEach + i;
+      Sites sites(seed);
+      Site site = sites.Next();
+      TableEntries tables;
+      {
+        System system(site);
+        site = play(&system, &sites, std::move(site));
+        system.Finish();
+        ASSERT_TRUE(system.manager().settled()) << "seed " << seed << '\n'
+                                                << Report(system.manager());
+        tables = system.hal().tables().Entries();
+      }
+      ASSERT_TRUE(tables == TablesOf(site)) << "seed " << seed;
+    }
+  }
+};
 
 INSTANTIATE_TEST_SUITE_P(TenThousand, SiteSequenceTest, testing::Range(0U, 10U));
 
 // Each site is installed before the next one arrives.
 TEST_P(SiteSequenceTest, OneAfterTheOther) {
-  for (std::uint32_t i = 0; i < kSequencesEach; ++i) {
-    const std::uint32_t seed = GetParam() * kSequencesEach + i;
-    Sites sites(seed);
-    Site site = sites.Next();
-    TableEntries tables;
-    {
-      System system(site);
-      for (std::uint32_t left = 1 + sites.Below(3); left > 0; --left) {
-        system.Finish();
-        const Capacities before = SizesOf(site);
-        site = sites.Next();
-        system.hal().SetCapacities(LargerOf(before, SizesOf(site)));
-        system.manager().Apply(site);
-      }
-      system.Finish();
-      ASSERT_TRUE(system.manager().settled()) << "seed " << seed << '\n'
-                                              << Report(system.manager());
-      tables = system.hal().tables().Entries();
+  CheckEnds([](System* system, Sites* sites, Site site) {
+    for (std::uint32_t left = 1 + sites->Below(3); left > 0; --left) {
+      system->Finish();
+      const Capacities before = SizesOf(site);
+      site = sites->Next();
+      system->hal().SetCapacities(LargerOf(before, SizesOf(site)));
+      system->manager().Apply(site);
     }
-    ASSERT_TRUE(tables == TablesOf(site)) << "seed " << seed;
-  }
+    return site;
+  });
 }
 
 // Sites arrive at any moment. Connections end at any moment too, with servers that forget their
 // tables or keep them.
 TEST_P(SiteSequenceTest, AtAnyMoment) {
-  for (std::uint32_t i = 0; i < kSequencesEach; ++i) {
-    const std::uint32_t seed = GetParam() * kSequencesEach + i;
-    Sites sites(seed);
-    Site site = sites.Next();
-    TableEntries tables;
-    {
-      System system(site);
-      Capacities capacities = SizesOf(site);
-      for (std::uint32_t left = 1 + sites.Below(8); left > 0; --left) {
-        system.hal().SetCapacities(capacities);
-        system.Run(sites.Below(12));
-        const std::uint32_t event = sites.Below(5);
-        if (event < 3) {
-          site = sites.Next();
-          capacities = LargerOf(capacities, SizesOf(site));
-          system.manager().Apply(site);
-        } else {
-          system.hal().LoseServer(event == 3);
-          if (sites.Below(2) == 0) system.Run(0);
-          system.hal().FindServer();
-        }
+  CheckEnds([](System* system, Sites* sites, Site site) {
+    Capacities capacities = SizesOf(site);
+    for (std::uint32_t left = 1 + sites->Below(8); left > 0; --left) {
+      system->hal().SetCapacities(capacities);
+      system->Run(sites->Below(12));
+      const std::uint32_t event = sites->Below(5);
+      if (event < 3) {
+        site = sites->Next();
+        capacities = LargerOf(capacities, SizesOf(site));
+        system->manager().Apply(site);
+      } else {
+        system->hal().LoseServer(event == 3);
+        if (sites->Below(2) == 0) system->Run(0);
+        system->hal().FindServer();
       }
-      system.hal().SetCapacities(capacities);
-      system.Finish();
-      ASSERT_TRUE(system.manager().settled()) << "seed " << seed << '\n'
-                                              << Report(system.manager());
-      tables = system.hal().tables().Entries();
     }
-    ASSERT_TRUE(tables == TablesOf(site)) << "seed " << seed;
-  }
+    system->hal().SetCapacities(capacities);
+    return site;
+  });
 }
 
 TEST(CleanInstallTest, HasNoRefusal) { TablesOf(GenerateSite(3, 1000)); }
