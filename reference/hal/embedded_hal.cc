@@ -70,7 +70,7 @@ HalLatencies EmbeddedHal::latencies() const {
   return {queue_latency_.Summary(), {}, hal_latency_.Summary()};
 }
 
-HalServer EmbeddedHal::server() const {
+FoundServer EmbeddedHal::server() const {
   const MutexLock lock(&mutex_);
   return {"embedded", generation_};
 }

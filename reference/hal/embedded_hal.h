@@ -43,7 +43,7 @@ class EmbeddedHal : public HalConnection {
   HalConnectionCounters counters() const override;
   HalLatencies latencies() const override;
   /// Each restart begins a generation.
-  HalServer server() const override;
+  FoundServer server() const override;
 
   /// Restarts the server. The outstanding requests end with `kHalServerLost`, late answers of the
   /// old server are dropped and counted, the tables are emptied, and the server is reported as

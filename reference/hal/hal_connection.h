@@ -62,7 +62,7 @@ struct HalConnectionCounters {
 };
 
 /// The server that a connection found last.
-struct HalServer {
+struct FoundServer {
   /// Foreign text; empty for none.
   std::string name;
   std::uint64_t generation = 0;
@@ -121,7 +121,7 @@ class HalConnection : public HalClientBase {
   // Callable on any thread.
   virtual HalConnectionCounters counters() const = 0;
   virtual HalLatencies latencies() const = 0;
-  virtual HalServer server() const { return {}; }
+  virtual FoundServer server() const { return {}; }
 
   /// Succeeds without asking the server; has no result.
   ReturnCode InitEncapsulationModule() final;

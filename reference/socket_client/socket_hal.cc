@@ -104,7 +104,7 @@ class SocketHal::Client {
   void SubmitMark(FrameType mark);
   HostQueue* queue() { return host_queue_; }
   // On any thread:
-  HalServer server() const;
+  FoundServer server() const;
 
  private:
   // On the host's thread:
@@ -177,7 +177,7 @@ class SocketHal::Client {
   int repeated_reinstalls_ = 0;
 
   mutable Mutex server_mutex_;
-  HalServer server_ ZUSKUX_GUARDED_BY(server_mutex_);
+  FoundServer server_ ZUSKUX_GUARDED_BY(server_mutex_);
 
   Mutex host_mutex_;
   // The connection that the host's thread may write to, null for none, and what it writes.
@@ -229,7 +229,7 @@ void SocketHal::Client::WriteAtOnce() {
              });
 }
 
-HalServer SocketHal::Client::server() const {
+FoundServer SocketHal::Client::server() const {
   const MutexLock lock(&server_mutex_);
   return server_;
 }
@@ -635,7 +635,7 @@ HalLatencies SocketHal::latencies() const { return client_->queue()->latencies()
 
 SocketHalStatistics SocketHal::statistics() const { return client_->queue()->statistics(); }
 
-HalServer SocketHal::server() const { return client_->server(); }
+FoundServer SocketHal::server() const { return client_->server(); }
 
 HalReturnCode SocketHal::Submit(HalRequest request) { return client_->Submit(request); }
 

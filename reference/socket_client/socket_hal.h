@@ -104,7 +104,7 @@ class SocketHal : public HalConnection {
   HalConnectionCounters counters() const override;
   /// Covers everything that the server answered, including refused and late requests.
   HalLatencies latencies() const override;
-  HalServer server() const override;
+  FoundServer server() const override;
 
   /// Callable on any thread.
   SocketHalStatistics statistics() const;

@@ -207,7 +207,7 @@ class Run {
 
   // A server that is found again because the tables differ is still the same connection.
   void ConnectionChanged(bool up) {
-    const HalServer server = hal_.connection()->server();
+    const FoundServer server = hal_.connection()->server();
     if (up == connection_up_ && server.generation == server_.generation) return;
     connection_up_ = up;
     server_ = server;
@@ -431,7 +431,7 @@ class Run {
   ChosenHal hal_;
   // What is known only here; `Head` fills in the rest.
   StatusHead head_;
-  HalServer server_;
+  FoundServer server_;
   ControlRequests control_requests_{{&manager_, hal_.connection(), &events_, HalSocket(),
                                      [this] { return Head(); },
                                      [this](auto max_removals) { return Reload(max_removals); }}};

@@ -137,7 +137,7 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
   json["finished"] = manager->finished();
   json["connected"] = manager->connected();
   json["in_sync"] = manager->in_sync();
-  const HalServer server = hal.server();
+  const FoundServer server = hal.server();
   json["connection"] = {{"up", manager->connected()},
                         {"since", head.connection_since},
                         {"server", server.name},
