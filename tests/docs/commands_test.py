@@ -24,7 +24,9 @@ PAGES = ['README.md', 'docs/operating.md', 'docs/porting.md',
          *(f'packaging/man/zuskux-{name}.1.in' for name in
            ('manager', 'hal', 'record', 'generate-site', 'check-platform')),
          'packaging/man/zuskux-site.5.in']
-TIME_LIMIT = 120
+# In seconds: until a program is ready. A page may take twice as long.
+PATIENCE = 60
+FRESH_PATIENCE = 1800  # It is built first.
 
 # Blocks that are no output and not run in mode `tree`, by first line, and what runs them.
 ELSEWHERE = {
@@ -59,9 +61,9 @@ COMMAND = re.compile(r'(\./(run|test|bench|package)|zuskux-|cp |sed |cmake |unti
 READY = r'''
 settled() { grep -q ' settled: ' "$log"; }
 ready() {  # ready COMMAND: waits until a program in the background is
-  local count words=($1) socket=()
+  local end=$((SECONDS + patience)) socket=()
   [[ $1 =~ (--socket [^ ]+) ]] && socket=(${BASH_REMATCH[1]})
-  for ((count = 0; count < 600; ++count)); do
+  while [ "$SECONDS" -lt "$end" ]; do
     case $1 in
       *zuskux-hal*) zuskux-hal tables "${socket[@]}" >/dev/null 2>&1 && return ;;
       *) settled && return ;;
@@ -107,8 +109,8 @@ def shown_in(output, wanted):
 class Page:
     """Runs the blocks of one page in one shell."""
 
-    def __init__(self, name, blocks, substitutes):
-        self.name, self.commands, self.shown = name, [], {}
+    def __init__(self, name, blocks, substitutes, patience):
+        self.name, self.commands, self.shown, self.patience = name, [], {}, patience
         for block in blocks:
             if COMMAND.match(block[0]):
                 self.commands += block
@@ -132,9 +134,10 @@ class Page:
         with open(log, 'wb') as out:
             shell = subprocess.Popen(['bash', '-c', '\n'.join(self.script())], cwd=folder, stdout=out,
                                      stderr=out, stdin=subprocess.DEVNULL, start_new_session=True,
-                                     env={**environment, 'log': str(log)})
+                                     env={**environment, 'log': str(log),
+                                          'patience': str(self.patience)})
             try:
-                shell.wait(timeout=TIME_LIMIT if 'PREBUILT' in environment else 3600)
+                shell.wait(timeout=2 * self.patience)
             except subprocess.TimeoutExpired:
                 yield f'{self.name}: its commands do not end'
             finally:
@@ -195,15 +198,17 @@ def main():
             data = {'@CMAKE_INSTALL_FULL_DATADIR@': '/usr/share'}
             if mode == 'tree':
                 programs = pathlib.Path(sys.argv[2]).resolve()
-                environment.update(PATH=f'{programs}:{os.environ["PATH"]}', PREBUILT='1')
+                environment['PATH'] = f'{programs}:{os.environ["PATH"]}'
                 data = {f'{share}/zuskux/sites': str(ROOT / 'examples/sites')
                         for share in ('/usr/share', '@CMAKE_INSTALL_FULL_DATADIR@')}
                 tree_of(folder, programs)
             elif mode == 'fresh':
                 subprocess.run(['git', 'clone', '-q', str(ROOT), str(folder / 'clone')], check=True)
                 folder /= 'clone'
+                environment['PATH'] = f'{folder}/build/development/bin:{os.environ["PATH"]}'
             runtime.mkdir(mode=0o700)
-            mistakes += Page(name, blocks, data).run(folder, environment)
+            patience = FRESH_PATIENCE if mode == 'fresh' else PATIENCE
+            mistakes += Page(name, blocks, data, patience).run(folder, environment)
     if mode == 'tree':
         mistakes += [f'ELSEWHERE has a block that no page has: {line}'
                      for line in ELSEWHERE if line not in seen]
