@@ -148,7 +148,7 @@ TEST_P(ForeignTextTest, StatusShowsWhatTheManagerSaysSafely) {
     if (json) words.emplace_back("--json");
     Process status(words);
     auto socket = acceptor.accept();
-    asio::write(socket, asio::buffer("{\"status\": {\"program\": \"" + Hostile() +
+    asio::write(socket, asio::buffer(R"({"status": {"program": ")" + Hostile() +
                                      "\"}, \"exit_status\": 0}\n"));
     socket.close();
     OutputOf(&status);

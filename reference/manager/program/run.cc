@@ -326,7 +326,7 @@ class Run {
   std::string Reload(std::optional<std::size_t> max_removals) {
     const std::string& path = SitePath();
     const auto site = ReadSiteOrLogMistakes(path);
-    const std::string refusal =
+    std::string refusal =
         site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
                          "run zuskux-manager reload --control " + line_.control)
              : "keeping the site as it was; correct " + path + "; zuskux-manager --check " + path +

@@ -34,7 +34,7 @@ nlohmann::ordered_json StatusAsJson(const StatusHead& head, Manager* manager,
                                     const HalConnection& hal);
 
 /// Writes the result of `StatusAsJson` as tables. Throws `std::runtime_error` for any other JSON.
-void WriteStatus(const nlohmann::ordered_json& status, std::ostream* out);
+void WriteStatus(const nlohmann::ordered_json& json, std::ostream* out);
 
 }  // namespace reference
 
