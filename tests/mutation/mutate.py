@@ -227,7 +227,7 @@ class Tree:
         for path in self.tree.rglob("*"):
             if path.suffix in (".h", ".cc"):
                 for name in re.findall(r'^#include ["<](.+)[">]', path.read_text(), re.MULTILINE):
-                    for folder in ("", "include/"):
+                    for folder in ("", "include/", "src/"):
                         users[folder + name].add(path.relative_to(self.tree).as_posix())
         targets = run(["ninja", "-C", self.build_folder, "-t", "targets", "all"])
         programs_of = collections.defaultdict(set)
@@ -241,6 +241,8 @@ class Tree:
             for one in including:
                 including += [user for user in sorted(users[one]) if user not in including]
                 programs_of[file] = programs_of[file] | programs_of.get(one, set())
+            if not programs_of[file]:
+                sys.exit(f"no test program holds {file}")
         return programs_of
 
     def try_mutant(self, mutant):
