@@ -97,8 +97,9 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
 }
 
 int Replay(const Arguments& arguments) {
-  if (arguments.hal.empty())
+  if (arguments.hal.empty()) {
     throw UsageError("--hal is missing; add --hal embedded, unix or unix:PATH");
+  }
   auto hal = MakeHal(arguments.hal);
   RecordingReader recording(arguments.files[0]);
   const auto steps = reference::ReadSteps(&recording);
