@@ -3,11 +3,12 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz)
-TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abigail-tools)
+TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abigail-tools
+  systemd zsh fish)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
-CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14 systemd zsh fish)
+CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
 MUTATION_PACKAGES=(ccache lld)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 

@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # Checks that the completions for zsh and fish offer each program the options and commands in its
-# --help. Skipped if either shell is missing.
+# --help.
 #
 #     completion_shells_test.sh PACKAGING PROGRAM...
 set -euo pipefail
 
-command -v zsh >/dev/null && command -v fish >/dev/null || exit 77
+for shell in zsh fish; do
+  command -v "$shell" >/dev/null || {
+    echo "Install $shell"
+    exit 1
+  }
+done
 packaging=$(realpath "$1")
 shift
 
