@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "tests/manager/process.h"
-#include "tests/support/log_text.h"
 
 namespace reference {
 namespace {
@@ -21,18 +20,6 @@ using testing::HasSubstr;
 using testing::Not;
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Outcome Execute(const Words& words) {
-  Process process(words);
-  const int status = process.Wait();
-  return {status, process.out(), WithoutTimes(process.err())};
-}
 
 constexpr char kTime[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
 

@@ -29,18 +29,6 @@ Words operator+(Words words, const Words& more) {
   return words;
 }
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Outcome Execute(const Words& words) {
-  Process process(words);
-  const int status = process.Wait();
-  return {status, process.out(), WithoutTimes(process.err())};
-}
-
 std::string Example(const std::string& name) { return std::string(ZUSKUX_SITES) + '/' + name; }
 
 std::vector<std::string> Lines(const std::string& text) {

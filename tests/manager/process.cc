@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/log_text.h"
+
 namespace reference {
 namespace {
 
@@ -92,6 +94,12 @@ void Process::Signal(int signal) const { kill(child_, signal); }
 
 bool Process::WaitForError(const std::string& text, int times) const {
   return Until([&] { return Count(err(), text) >= times; });
+}
+
+Outcome Execute(const std::vector<std::string>& words) {
+  Process process(words);
+  const int status = process.Wait();
+  return {status, process.out(), WithoutTimes(process.err())};
 }
 
 }  // namespace reference

@@ -56,6 +56,18 @@ class Process {
   pid_t child_ = -1;
 };
 
+/// How a program ended, and what it wrote.
+struct Outcome {
+  /// -1 if it did not exit by itself.
+  int status;
+  std::string out;
+  /// Without the times of its log lines.
+  std::string err;
+};
+
+/// Runs a program to its end.
+Outcome Execute(const std::vector<std::string>& words);
+
 }  // namespace reference
 
 #endif  // ZUSKUX_TESTS_MANAGER_PROCESS_H_

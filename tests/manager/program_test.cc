@@ -19,7 +19,6 @@
 #include "reference/site/generate_site.h"
 #include "reference/site/site_writer.h"
 #include "tests/manager/process.h"
-#include "tests/support/log_text.h"
 
 namespace reference {
 namespace {
@@ -30,18 +29,6 @@ std::vector<std::string> Command(const Words& arguments) {
   Words words = {ZUSKUX_MANAGER};
   words.insert(words.end(), arguments.begin(), arguments.end());
   return words;
-}
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Outcome Execute(const Words& words) {
-  Process process(words);
-  const int status = process.Wait();
-  return {status, process.out(), WithoutTimes(process.err())};
 }
 
 Outcome RunManager(const Words& arguments) { return Execute(Command(arguments)); }

@@ -11,8 +11,8 @@
 
 namespace reference {
 
-/// What happens in a manager, for the clients that follow it. Each has a bounded queue; a client
-/// that reads too slowly is told how many events it missed.
+/// What happens in a manager, for the clients that follow it. Each has a bounded queue and
+/// gets the number of events that did not fit.
 ///
 /// Owned by the program, on the manager's thread. Costs next to nothing while nobody follows.
 class EventFeed {
