@@ -44,6 +44,13 @@ class CommandsTest : public testing::Test {
     ASSERT_TRUE(manager_->WaitForError("settled: "));
   }
 
+  // A manager that stays ends in order when it is told to.
+  void TearDown() override {
+    if (manager_ == nullptr || !manager_->Runs()) return;
+    manager_->Signal(SIGTERM);
+    EXPECT_NE(manager_->Wait(), -1);
+  }
+
   void StartServer() {
     server_ = std::make_unique<Process>(Words{ZUSKUX_HAL, "--socket", socket()});
     ASSERT_TRUE(server_->WaitForError("listening on"));
