@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -87,6 +88,23 @@ TEST(EmbeddedHalTest, ReportsOnOneThreadOfItsOwn) {
   // `Reported` fails if another thread reports, too.
   EXPECT_EQ(reported.Await(3).size(), 3U);
   EXPECT_NE(reported.thread(), std::this_thread::get_id());
+}
+
+TEST(EmbeddedHalTest, SleepsWhileThereIsNothingToDo) {
+  const auto processor_time = [] {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+  };
+  Reported reported;
+  EmbeddedHal hal({});
+  hal.Start(reported.Reports());
+  InstallVlan(&hal, 5);
+  reported.Await(2);
+
+  const auto before = processor_time();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_LT(processor_time() - before, std::chrono::milliseconds(30));
 }
 
 // `Reported` fails if a report runs inside another.
