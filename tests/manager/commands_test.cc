@@ -44,7 +44,7 @@ class CommandsTest : public testing::Test {
     ASSERT_TRUE(manager_->WaitForError("settled: "));
   }
 
-  // A manager that stays ends in order when it is told to.
+  // SIGTERM ends a manager that stays; it exits by itself.
   void TearDown() override {
     if (manager_ == nullptr || !manager_->Runs()) return;
     manager_->Signal(SIGTERM);
