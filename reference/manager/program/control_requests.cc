@@ -200,8 +200,8 @@ Answer ControlRequests::Reload(const Json& arguments) const {
   if (arguments.contains("max_removals")) {
     max_removals = arguments.at("max_removals").get<std::size_t>();
   }
-  const std::string refused = controlled_.reload(max_removals);
-  if (!refused.empty()) return Error(refused, kExitIncomplete);
+  const auto refused = controlled_.reload(max_removals);
+  if (refused) return Error(*refused, kExitIncomplete);
   if (!controlled_.manager->connected()) {
     return Error("the site was read, but there is no connection to the HAL", kExitNotConnected);
   }

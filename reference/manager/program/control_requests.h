@@ -23,9 +23,9 @@ struct ControlledManager {
   /// The absolute path of the HAL server's socket; empty for the embedded HAL.
   std::string hal_socket;
   std::function<StatusHead()> head;
-  /// Reads the site again; `max_removals` is for this time only. Returns why it was refused; empty
-  /// if it was not.
-  std::function<std::string(std::optional<std::size_t> max_removals)> reload;
+  /// Reads the site again; `max_removals` is for this time only. Returns why it was refused,
+  /// if it was.
+  std::function<std::optional<std::string>(std::optional<std::size_t> max_removals)> reload;
 };
 
 /// Answers the requests at the control socket. A request is a JSON object: "request" names it, the

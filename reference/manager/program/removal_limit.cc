@@ -14,12 +14,12 @@ constexpr std::size_t kNamed = 5;
 
 }  // namespace
 
-std::string TooManyRemovals(const DestDatabase::Removals& removals,
-                            std::optional<std::size_t> limit) {
+std::optional<std::string> TooManyRemovals(const DestDatabase::Removals& removals,
+                                           std::optional<std::size_t> limit) {
   const std::size_t count = removals.objects.size();
   const std::size_t allowed =
       limit.value_or(std::max(kAlwaysAllowed, removals.present / kAllowedShare));
-  if (count <= allowed) return {};
+  if (count <= allowed) return std::nullopt;
   std::string text = "would remove " + std::to_string(count) + " of " +
                      std::to_string(removals.present) + " objects";
   const char* separator = ": ";

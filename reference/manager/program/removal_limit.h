@@ -9,11 +9,11 @@
 
 namespace reference {
 
-/// If a new site would remove more objects than `limit`, says so and names the first few; otherwise
-/// empty. A truncated or empty file reads as a site without most of the objects. Without a limit, a
-/// site may remove 10 objects or, if that is more, a quarter of all.
-std::string TooManyRemovals(const DestDatabase::Removals& removals,
-                            std::optional<std::size_t> limit);
+/// What to say if a new site would remove more objects than `limit`, with the first few. A
+/// truncated or empty file reads as a site without most of the objects. Without a limit, a site may
+/// remove 10 objects or, if that is more, a quarter of all.
+std::optional<std::string> TooManyRemovals(const DestDatabase::Removals& removals,
+                                           std::optional<std::size_t> limit);
 
 }  // namespace reference
 

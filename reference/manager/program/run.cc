@@ -130,10 +130,10 @@ class Run {
   // Whether there was another site that may be applied.
   bool ApplyNext() {
     if (applied_ == sites_.size()) return false;
-    const std::string refusal =
+    const auto refusal =
         RefusalOf(sites_[applied_], line_.sites[applied_], line_.max_removals, "start with");
-    if (!refusal.empty()) {
-      LogLine(LogLevel::kError, refusal);
+    if (refusal) {
+      LogLine(LogLevel::kError, *refusal);
       refused_ = true;
       sites_.resize(applied_);
       return false;
@@ -148,13 +148,14 @@ class Run {
     sites_[applied_++] = Site();
   }
 
-  // Why the site of the file must not replace the present one; empty if it may.
-  std::string RefusalOf(const Site& site, const std::string& path,
-                        std::optional<std::size_t> max_removals, const std::string& remedy) const {
+  // Why the site of the file must not replace the present one, if so.
+  std::optional<std::string> RefusalOf(const Site& site, const std::string& path,
+                                       std::optional<std::size_t> max_removals,
+                                       const std::string& remedy) const {
     const DestDatabase::Removals removals = manager_.database().RemovalsBy(site);
-    const std::string reason = TooManyRemovals(removals, max_removals);
-    if (reason.empty()) return {};
-    return path + " is refused: it " + reason + "; the present site stays; correct the file, or " +
+    const auto reason = TooManyRemovals(removals, max_removals);
+    if (!reason) return std::nullopt;
+    return path + " is refused: it " + *reason + "; the present site stays; correct the file, or " +
            remedy + " --max-removals " + std::to_string(removals.objects.size());
   }
 
@@ -322,26 +323,26 @@ class Run {
     });
   }
 
-  // Returns why the file was refused; empty if it was not.
-  std::string Reload(std::optional<std::size_t> max_removals) {
+  // Returns why the file was refused, if it was.
+  std::optional<std::string> Reload(std::optional<std::size_t> max_removals) {
     const std::string& path = SitePath();
     const auto site = ReadSiteOrLogMistakes(path);
-    std::string refusal =
+    std::optional<std::string> refusal =
         site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
                          "run zuskux-manager reload --control " + line_.control)
              : "keeping the site as it was; correct " + path + "; zuskux-manager --check " + path +
                    " lists its mistakes";
-    if (!refusal.empty()) {
-      LogLine(LogLevel::kError, refusal);
+    if (refusal) {
+      LogLine(LogLevel::kError, *refusal);
       head_.refused_reload = LocalTime();
-      head_.refused_reload_reason = refusal;
-      events_.Add("reload refused: " + refusal);
+      head_.refused_reload_reason = *refusal;
+      events_.Add("reload refused: " + *refusal);
       return refusal;
     }
     LogLine(LogLevel::kInfo, "applying " + path);
     events_.Add("applying " + path);
     Apply(*site);
-    return {};
+    return std::nullopt;
   }
 
   int Finish() {
