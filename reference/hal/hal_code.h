@@ -23,6 +23,12 @@ inline constexpr HalReturnCode kHalNotFound{4};
 inline constexpr HalReturnCode kHalTableFull{5};
 /// A request without an object id, or one that does not decode.
 inline constexpr HalReturnCode kHalBadRequest{6};
+/// The destination's logical interface is unknown or has no device. Only with a data plane.
+inline constexpr HalReturnCode kHalNoInterface{7};
+/// The data plane cannot represent the content.
+inline constexpr HalReturnCode kHalNotSupported{8};
+/// The kernel behind the HAL has refused the change.
+inline constexpr HalReturnCode kHalKernelRefused{9};
 
 /// The HAL server went away before answering.
 inline constexpr HalReturnCode kHalServerLost{100};
