@@ -2,9 +2,12 @@
 #define ZUSKUX_REFERENCE_DATA_PLANE_KERNEL_OBJECTS_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -20,6 +23,27 @@ using Ipv6Address = std::array<std::uint8_t, 16>;
 
 /// The routing protocol that marks our next hops, as in `ip nexthop ... protocol 171`.
 inline constexpr std::uint8_t kRoutingProtocol = 171;
+
+/// The id of a next hop of our own: a blackhole that is the only member of a group that drops. A
+/// group that became a blackhole itself would lose its routes, because the kernel turns no group
+/// into a single next hop.
+inline constexpr std::uint32_t kDropNexthop = 0xFFFFFFFF;
+
+/// The device for packets to the CPU.
+inline constexpr std::string_view kCpuDevice = "zcpu";
+
+/// At most so many labels, members of a group, and shares of a member in it. The first and the last
+/// are the kernel's limits; the members must fit into one netlink attribute.
+inline constexpr std::size_t kMaxLabels = 30;
+inline constexpr std::size_t kMaxMembers = 8191;
+inline constexpr std::uint32_t kMaxWeight = 256;
+
+/// The device of a VLAN destination: "zd10".
+std::string DestinationDevice(std::uint32_t id);
+/// The device of a VRF: "zv7".
+std::string VrfDeviceName(std::uint32_t vrf);
+/// A destination's neighbour: fe80::<id>.
+Ipv6Address NeighbourAddress(std::uint32_t id);
 
 /// A VRF's device.
 struct VrfDevice {
@@ -66,7 +90,8 @@ struct DeviceNexthop {
 
 /// Spreads traffic over other next hops.
 struct NexthopGroup {
-  /// Weight, 1 to 256, by next-hop id. None of them is a group or a blackhole.
+  /// Weight, 1 to 256, by next-hop id. Not empty. No member is a group, and only the single member
+  /// of a group may be a blackhole.
   std::map<std::uint32_t, std::uint16_t> members;
 };
 
@@ -91,13 +116,16 @@ bool operator==(const MacvlanDevice& a, const MacvlanDevice& b);
 bool operator==(const BlackholeNexthop& a, const BlackholeNexthop& b);
 bool operator==(const DeviceNexthop& a, const DeviceNexthop& b);
 bool operator==(const NexthopGroup& a, const NexthopGroup& b);
+bool operator==(const KernelObjects& a, const KernelObjects& b);
 
 /// One write to the kernel: an object that it shall have (new or changed), or lose.
 struct PutDevice {
   std::string name;
   KernelDevice device;
-  /// Whether the kernel has a device of this name, which is changed in place.
-  bool exists = false;
+  /// What the kernel has under this name; nothing for a new device. Both are macvlan devices with
+  /// the same parent and master then. Only what differs may be written: a new MAC address, even an
+  /// equal one, makes the kernel forget the device's neighbours.
+  std::optional<KernelDevice> before;
 };
 struct RemoveDevice {
   std::string name;
@@ -120,6 +148,14 @@ struct RemoveNexthop {
 
 using KernelChange =
     std::variant<PutDevice, RemoveDevice, PutNeighbour, RemoveNeighbour, PutNexthop, RemoveNexthop>;
+
+/// Whether a device gets another MAC address.
+bool HasNewAddress(const KernelDevice& before, const KernelDevice& after);
+
+/// Carries out a change that the kernel has accepted, with what the kernel does by itself: a device
+/// takes along what is on it, a next hop leaves its groups, and a new MAC address drops the
+/// device's neighbours.
+void Apply(const KernelChange& change, KernelObjects* objects);
 
 }  // namespace reference
 
