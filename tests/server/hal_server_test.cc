@@ -328,7 +328,7 @@ TEST(HalServer, ClosesAClientThatSaysNoHello) {
 
 TEST(HalServer, ClosesAClientThatIsIdle) {
   HalServerOptions options;
-  options.idle_timeout = milliseconds(200);
+  options.idle_timeout = milliseconds(2'000);
   options.max_clients = 2;
   TestServer server(options);
   RawClient busy(server.path());
@@ -340,10 +340,10 @@ TEST(HalServer, ClosesAClientThatIsIdle) {
     busy.Send(kHeartbeat, beat);
     EXPECT_EQ(busy.Receive(), (RawFrame{kHeartbeat, beat, ""}));
   }
-  EXPECT_EQ(idle.Receive(), (RawFrame{kGoodbye, 0, "no byte sent or received for 200 ms"}));
+  EXPECT_EQ(idle.Receive(), (RawFrame{kGoodbye, 0, "no byte sent or received for 2000 ms"}));
   EXPECT_TRUE(idle.Ended());
   EXPECT_EQ(server.Lines().back(),
-            "client 2: no byte sent or received for 200 ms; connection closed");
+            "client 2: no byte sent or received for 2000 ms; connection closed");
   busy.Send(kHeartbeat, 1);
   EXPECT_EQ(busy.Receive(), (RawFrame{kHeartbeat, 1, ""}));
   RawClient next(server.path());
@@ -375,15 +375,15 @@ class NotIdleTest : public ::testing::Test {
  protected:
   static HalServerOptions Options() {
     HalServerOptions options;
-    options.idle_timeout = milliseconds(1'000);
+    options.idle_timeout = milliseconds(3'000);
     return options;
   }
 };
 
 TEST_F(NotIdleTest, IsAClientThatAwaitsLateAnswers) {
   TestServer server(
-      R"(fault { what: "delay" nth: 1 ms: 500 } fault { what: "delay" nth: 2 ms: 1000 }
-         fault { what: "delay" nth: 3 ms: 1500 })",
+      R"(fault { what: "delay" nth: 1 ms: 1500 } fault { what: "delay" nth: 2 ms: 3000 }
+         fault { what: "delay" nth: 3 ms: 4500 })",
       Options());
   RawClient client(server.path());
   client.Greet();
@@ -401,16 +401,16 @@ TEST_F(NotIdleTest, IsAReaderThatReadsSlowly) {
   InstallVlans(&client, kEntries);
   client.Send(kReadTables, 1);
   for (std::size_t piece = 0; piece < kPieces; ++piece) {
-    std::this_thread::sleep_for(milliseconds(100));
+    std::this_thread::sleep_for(milliseconds(150));
     ASSERT_THAT(client.ReceiveFrames(kEntries / kPieces), SizeIs(kEntries / kPieces));
   }
   EXPECT_EQ(client.Receive()->type, kTableEnd);
 }
 
 TEST_F(NotIdleTest, IsAReaderThatGetsByteAfterByte) {
-  constexpr std::uint32_t kEntries = 10'000;
+  constexpr std::uint32_t kEntries = 15'000;
   HalServerOptions options;
-  options.idle_timeout = milliseconds(500);
+  options.idle_timeout = milliseconds(2'000);
   TestServer server(R"(fault { what: "one-byte-writes" nth: 2 })", options);
   {
     RawClient writer(server.path());
