@@ -28,7 +28,7 @@ for program in "$@"; do
   [ -n "$options" ] || fail "$name has no options"
   [ "$(offered "$program" --)" = "$options" ] || fail "$name offers: $(offered "$program" --)"
   case $name in
-    zuskux-manager) commands=$'status\nobjects\nexplain\ngraph\nevents\naudit\nreload\nresync\nhelp' ;;
+    zuskux-manager) commands=$'status\nobjects\nexplain\ngraph\nevents\nwatch\naudit\nreload\nresync\nhelp' ;;
     zuskux-hal) commands=tables ;;
     zuskux-record) commands=$'diff\nreplay\nshow' ;;
     *) commands='' ;;

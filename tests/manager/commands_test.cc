@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "tests/manager/process.h"
+#include "tests/support/terminal.h"
 
 namespace reference {
 namespace {
@@ -258,13 +261,6 @@ TEST_F(CommandsTest, AuditNeedsAServer) {
 TEST_F(CommandsTest, EventsFollowTheManager) {
   Start(Site(1));
   Process events({ZUSKUX_MANAGER, "events", "--control", control()});
-  const auto shows = [&events](const std::string& text) {
-    for (int i = 0; i < 6000; ++i) {
-      if (events.out().find(text) != std::string::npos) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-  };
   // Until the client follows, events are nobody's; each reload adds some. It may begin to follow in
   // the middle of one, so that only the next one shows whole.
   for (int vlans = 2; vlans < 100 && events.out().empty(); ++vlans) {
@@ -274,15 +270,86 @@ TEST_F(CommandsTest, EventsFollowTheManager) {
   }
   files_.Write("site", Site(100));
   ASSERT_EQ(Ask({"reload"}).status, 0);
-  EXPECT_TRUE(shows("applying " + site() + "\n")) << events.out();
-  EXPECT_TRUE(shows(" installed\n")) << events.out();
+  EXPECT_TRUE(events.WaitForOutput("applying " + site() + "\n")) << events.out();
+  EXPECT_TRUE(events.WaitForOutput(" installed\n")) << events.out();
   files_.Write("site", "vlan {");
   Ask({"reload"});
-  EXPECT_TRUE(shows("reload refused: keeping the site as it was")) << events.out();
+  EXPECT_TRUE(events.WaitForOutput("reload refused: keeping the site as it was")) << events.out();
   manager_->Signal(SIGTERM);
   EXPECT_EQ(manager_->Wait(), 0);
   EXPECT_EQ(events.Wait(), 1);
   EXPECT_THAT(events.err(), HasSubstr("the answer ends early"));
+}
+
+// The next picture on the terminal.
+std::string NextPicture(const Terminal& terminal) {
+  std::string picture = terminal.ReadUntil("\x1b[J\x1b[?7h");
+  EXPECT_THAT(picture, testing::StartsWith("\x1b[?7l\x1b[Hzuskux-manager "));
+  return picture;
+}
+
+TEST_F(CommandsTest, WatchRedrawsATerminal) {
+  Start(Site(2), {"--table-size", "1"});
+  const Terminal terminal(80);
+  Process watch({ZUSKUX_MANAGER, "watch", "--control", control()}, Process::kToFile,
+                terminal.program());
+  const std::string picture = NextPicture(terminal);
+  EXPECT_THAT(picture, HasSubstr(", some objects failed\x1b[K\nsite " + site() + "\x1b[K\n"));
+  EXPECT_THAT(picture,
+              HasSubstr("\nhost        0          0         0     0       1        0\x1b[K"));
+  EXPECT_THAT(picture,
+              HasSubstr("\x1b[K\n"
+                        "KIND  ID    NAME  STATE      REASON\x1b[K\n"
+                        "vlan  11    v11   failed     table full\x1b[K\n"
+                        "host  5000  h     failed     a destination that it refers to does not "
+                        "exist in the HAL\x1b[K\n"
+                        "\x1b[K\n"
+                        "failed     The HAL refused the last request or gave no answer; see "
+                        "REASON.\x1b[K\n"
+                        "\x1b[J"));
+  files_.Write("site", Site(1));
+  ASSERT_EQ(Ask({"reload"}).status, 0);
+  std::string later;
+  for (int i = 0; i < 60 && later.find(", settled\x1b[K\n") == std::string::npos; ++i) {
+    later = NextPicture(terminal);
+  }
+  EXPECT_THAT(later, HasSubstr(", settled\x1b[K\n"));
+  EXPECT_THAT(later, Not(HasSubstr("NAME")));
+  watch.Signal(SIGINT);
+  EXPECT_EQ(watch.Wait(), 0);
+  EXPECT_EQ(watch.err(), "");
+}
+
+TEST_F(CommandsTest, WatchFitsTheTerminal) {
+  Start(Site(4), {"--table-size", "1"});
+  struct Case {
+    unsigned short lines;
+    std::size_t drawn;
+    bool counts_others;
+  };
+  // Three VLANs and the host failed: one has a line, the others are counted.
+  for (const Case& screen : {Case{18, 17, true}, Case{17, 16, false}, Case{5, 4, false}}) {
+    const Terminal terminal(80, screen.lines);
+    const Process watch({ZUSKUX_MANAGER, "watch", "--control", control()}, Process::kToFile,
+                        terminal.program());
+    const std::string picture = NextPicture(terminal);
+    EXPECT_EQ(static_cast<std::size_t>(std::count(picture.begin(), picture.end(), '\n')),
+              screen.drawn);
+    EXPECT_EQ(picture.find("\nand 3 more\x1b[K\n") != std::string::npos, screen.counts_others)
+        << picture;
+  }
+}
+
+TEST_F(CommandsTest, WatchEndsWithTheManager) {
+  Start(Site(1));
+  Process watch({ZUSKUX_MANAGER, "watch", "--control", control()});
+  ASSERT_TRUE(watch.WaitForOutput("\n"));
+  EXPECT_THAT(watch.out(),
+              testing::MatchesRegex(std::string(kTime) + " settled: 2 objects: 2 installed\n"));
+  manager_->Signal(SIGTERM);
+  EXPECT_EQ(manager_->Wait(), 0);
+  EXPECT_EQ(watch.Wait(), 4);
+  EXPECT_THAT(watch.err(), HasSubstr("zuskux-manager: the manager on " + control() + ": "));
 }
 
 TEST_F(CommandsTest, SaysWhatIsWrongWithACommand) {
@@ -338,7 +405,7 @@ TEST_F(CommandsTest, HelpIsThereHoweverItIsAsked) {
 }
 
 TEST_F(CommandsTest, WithoutAManagerTheStatusIsOne) {
-  for (const char* const command : {"status", "objects", "reload", "resync"}) {
+  for (const char* const command : {"status", "objects", "events", "watch", "reload", "resync"}) {
     const Outcome run = Ask({command});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.err, HasSubstr("cannot connect: No such file or directory"));

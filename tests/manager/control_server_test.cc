@@ -13,6 +13,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/system/system_error.hpp>
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -191,6 +192,54 @@ TEST_F(ControlServerTest, LimitsTheNumberOfClients) {
   next.connect(path_);
   Send(&next, "next\n");
   EXPECT_EQ(Received(&next), "next\n");
+}
+
+// A manager whose status the test chooses.
+class WatchTest : public ControlServerTest {
+ protected:
+  static std::string Status(const std::string& installed) {
+    return R"({"status":{"settled":true,"summary":{"pending":0,"installed":)" + installed +
+           R"(,"inactive":0,"sent":0,"failed":0,"removed":0}},"exit_status":0})";
+  }
+
+  // Serves the command until it ends, but not forever; returns its exit status.
+  int End(Process* watch) {
+    for (int i = 0; i < 6000 && watch->Runs(); ++i) io_.run_one_for(milliseconds(10));
+    return watch->Wait();
+  }
+
+  const std::vector<std::string> words_ = {ZUSKUX_MANAGER, "watch", "--control", path_};
+};
+
+TEST_F(WatchTest, WritesALineOnlyWhenSomethingChanges) {
+  ControlServer server(&io_, path_, [this](const std::string& request) {
+    EXPECT_EQ(request, R"({"request":"status"})");
+    return OneLine(Status(++asked_ < 3 ? "1" : "2"));
+  });
+  Process watch(words_);
+  // The command has written what it got before it asks again.
+  RunUntil([this] { return asked_ == 5; });
+  EXPECT_THAT(watch.out(), ::testing::MatchesRegex(".{19} settled: 1 object: 1 installed\n"
+                                                   ".{19} settled: 2 objects: 2 installed\n"));
+  watch.Signal(SIGINT);
+  EXPECT_EQ(End(&watch), 0);
+}
+
+TEST_F(WatchTest, EndsWhenTheManagerRefuses) {
+  ControlServer server(&io_, path_, [](const std::string&) {
+    return OneLine(R"({"exit_status":1,"error":"the manager has too many clients; try again"})");
+  });
+  Process watch(words_);
+  EXPECT_EQ(End(&watch), 1);
+  EXPECT_EQ(watch.err(), "zuskux-manager: the manager has too many clients; try again\n");
+}
+
+TEST_F(WatchTest, EndsWhenItCannotWrite) {
+  ControlServer server(&io_, path_, [](const std::string&) { return OneLine(Status("1")); });
+  Process watch({"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh", ZUSKUX_MANAGER, "watch",
+                 "--control", path_});
+  EXPECT_EQ(End(&watch), 1);
+  EXPECT_EQ(watch.err(), "zuskux-manager: cannot write to standard output\n");
 }
 
 class ControlClientTest : public ControlServerTest {

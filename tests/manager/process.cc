@@ -50,25 +50,27 @@ std::string ReadText(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-Process::Process(std::vector<std::string> words, int error_fd) {
+Process::Process(std::vector<std::string> words, int error, int output) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, files_.File("out").c_str(), kNew, 0600);
-  if (error_fd == kToFile) {
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, files_.File("err").c_str(), kNew,
-                                     0600);
-  } else {
-    posix_spawn_file_actions_adddup2(&actions, error_fd, STDERR_FILENO);
-  }
-  const int error =
+  const auto redirect = [&](int standard, int to, const char* file) {
+    if (to >= 0) {
+      posix_spawn_file_actions_adddup2(&actions, to, standard);
+    } else {
+      posix_spawn_file_actions_addopen(&actions, standard, files_.File(file).c_str(),
+                                       O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    }
+  };
+  redirect(STDOUT_FILENO, output, "out");
+  redirect(STDERR_FILENO, error, "err");
+  const int failed =
       posix_spawn(&child_, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot start " + words[0]);
+  if (failed != 0) throw std::runtime_error("cannot start " + words[0]);
 }
 
 Process::~Process() {
@@ -94,6 +96,10 @@ void Process::Signal(int signal) const { kill(child_, signal); }
 
 bool Process::WaitForError(const std::string& text, int times) const {
   return Until([&] { return Count(err(), text) >= times; });
+}
+
+bool Process::WaitForOutput(const std::string& text, int times) const {
+  return Until([&] { return Count(out(), text) >= times; });
 }
 
 Outcome Execute(const std::vector<std::string>& words) {

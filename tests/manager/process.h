@@ -27,10 +27,13 @@ std::string ReadText(const std::string& path);
 /// A program under test, with its output in files. Killed on destruction if it still runs.
 class Process {
  public:
+  static constexpr int kToFile = -1;
+
   /// The first word is the program's path.
   explicit Process(std::vector<std::string> words) : Process(std::move(words), kToFile) {}
-  /// Its standard error goes to the descriptor `error`, which is not owned, instead of `err`.
-  Process(std::vector<std::string> words, int error);
+  /// Its standard error and output go to these descriptors, which are not owned, instead of `err`
+  /// and `out`.
+  Process(std::vector<std::string> words, int error, int output = kToFile);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   ~Process();
@@ -45,13 +48,13 @@ class Process {
   /// Waits, but not forever, until the program has written `text` to its standard error `times`
   /// times.
   bool WaitForError(const std::string& text, int times = 1) const;
+  /// The same for its standard output.
+  bool WaitForOutput(const std::string& text, int times = 1) const;
 
   std::string out() const { return ReadText(files_.File("out")); }
   std::string err() const { return ReadText(files_.File("err")); }
 
  private:
-  static constexpr int kToFile = -1;
-
   ScratchDirectory files_;
   pid_t child_ = -1;
 };

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_TESTS_SUPPORT_TERMINAL_H_
 #define ZUSKUX_TESTS_SUPPORT_TERMINAL_H_
 
+#include <poll.h>
 #include <pty.h>
 #include <unistd.h>
 
@@ -11,12 +12,14 @@
 
 namespace reference {
 
-/// A terminal that is `columns` wide and passes text through unchanged.
+/// A terminal that passes text through unchanged. It is `columns` wide; it has `lines`, or does not
+/// say how many.
 class Terminal {
  public:
-  explicit Terminal(unsigned short columns) {
+  explicit Terminal(unsigned short columns, unsigned short lines = 0) {
     winsize size{};
     size.ws_col = columns;
+    size.ws_row = lines;
     termios raw{};
     cfmakeraw(&raw);
     if (openpty(&user_, &program_, nullptr, &raw, &size) != 0) std::abort();
@@ -38,6 +41,21 @@ class Terminal {
       const ssize_t got = read(user_, part.data(), std::min(part.size(), size - text.size()));
       if (got <= 0) break;
       text.append(part.data(), static_cast<std::size_t>(got));
+    }
+    return text;
+  }
+
+  /// The next text up to and with `end`; less if the program is silent for a minute.
+  std::string ReadUntil(const std::string& end) const {
+    constexpr int kPatience = 60'000;
+    std::string text;
+    pollfd readable{user_, POLLIN, 0};
+    while (text.size() < end.size() ||
+           text.compare(text.size() - end.size(), end.size(), end) != 0) {
+      if (poll(&readable, 1, kPatience) != 1) break;
+      const std::string next = Read(1);
+      if (next.empty()) break;
+      text += next;
     }
     return text;
   }

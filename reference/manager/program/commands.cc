@@ -14,6 +14,7 @@
 
 #include "reference/manager/program/ask_commands.h"
 #include "reference/manager/program/command_line.h"
+#include "reference/manager/program/watch_command.h"
 #include "reference/manager/views/report.h"
 #include "reference/wire/unix_listener.h"
 
@@ -44,6 +45,7 @@ const std::vector<Command>& Commands() {
       {"explain", TakesObject::kMust, {}, "show why an object is not installed", ExplainObject},
       {"graph", TakesObject::kMay, {}, "draw its objects as DOT text", DrawGraph},
       {"events", TakesObject::kNo, {}, "follow what happens, until interrupted", FollowEvents},
+      {"watch", TakesObject::kNo, {}, "keep showing how it stands", WatchManager},
       {"audit", TakesObject::kNo, {}, "compare it with what the HAL holds", AuditHal},
       {"reload", TakesObject::kNo, {"max-removals"}, "read the site file again", ReloadSite},
       {"resync", TakesObject::kNo, {}, "install everything again", ResyncHal},
@@ -53,7 +55,7 @@ const std::vector<Command>& Commands() {
 
 constexpr char kExitStatuses[] =
     "Exit status: 0 in order, 1 no manager there, 2 wrong usage, 3 something failed or\n"
-    "is not settled, 4 the manager has no connection to the HAL.\n";
+    "is not settled, 4 the manager has no connection to the HAL, or it has ended.\n";
 
 const Command* Find(const std::string& name) {
   for (const Command& command : Commands()) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
@@ -64,6 +65,11 @@ Answer Sequence(Answer first, Answer second) {
   };
 }
 
+// Whether there is nothing left to do for an object, and nothing to mend.
+bool InOrder(Standing standing) {
+  return standing != Standing::kPending && standing != Standing::kFailed;
+}
+
 bool Flag(const Json& arguments, const char* name) {
   return arguments.contains(name) && arguments.at(name).get<bool>();
 }
@@ -115,13 +121,19 @@ Answer ControlRequests::Status(const Json& /*arguments*/) const {
 
 Answer ControlRequests::Objects(const Json& arguments) const {
   const bool failed = Flag(arguments, "failed");
+  const bool not_in_order = Flag(arguments, "not_in_order");
   const auto kind = Text(arguments, "kind");
+  auto left = arguments.contains("limit") ? arguments.at("limit").get<std::size_t>()
+                                          : std::numeric_limits<std::size_t>::max();
   const DestDatabase& database = controlled_.manager->database();
   return Pages(
       &database.objects(),
-      [failed, kind](const Object& object) {
-        if (failed && StandingOf(object) != Standing::kFailed) return std::string();
+      [failed, not_in_order, kind, left](const Object& object) mutable {
+        const Standing standing = StandingOf(object);
+        if (left == 0 || (failed && standing != Standing::kFailed)) return std::string();
+        if (not_in_order && InOrder(standing)) return std::string();
         if (kind && *kind != HalKindName(object.key.kind)) return std::string();
+        --left;
         return Line({{"object", RowAsJson(RowOf(object))}});
       },
       [this, &database] {
@@ -190,8 +202,7 @@ Answer ControlRequests::Explain(const Json& arguments) const {
         "There is no connection to the HAL: that is how it was before, or how it will start.\n";
     return LastLine({{"text", *text}}, kExitNotConnected);
   }
-  const Standing standing = StandingOf(*database.Find(*key));
-  const bool in_order = standing != Standing::kPending && standing != Standing::kFailed;
+  const bool in_order = InOrder(StandingOf(*database.Find(*key)));
   return LastLine({{"text", *text}}, in_order ? EXIT_SUCCESS : kExitIncomplete);
 }
 

@@ -1,7 +1,6 @@
 #include "reference/manager/program/run.h"
 
 #include <algorithm>
-#include <array>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -11,7 +10,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <iomanip>
@@ -40,6 +38,7 @@
 #include "reference/record/recorder.h"
 #include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
+#include "reference/text/local_time.h"
 #include "reference/text/output_file.h"
 
 namespace reference {
@@ -54,15 +53,6 @@ std::string Seconds(std::chrono::steady_clock::duration time) {
   text << std::fixed << std::setprecision(3)
        << std::chrono::duration_cast<std::chrono::duration<double>>(time).count() << " s";
   return text.str();
-}
-
-// "2024-05-17 08:15:30"
-std::string LocalTime() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  localtime_r(&now, &parts);
-  std::array<char, 32> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%F %T", &parts)};
 }
 
 /// One run of the manager with its HAL, on the calling thread.

@@ -123,6 +123,35 @@ void WriteConnection(const Json& connection, std::ostream* out) {
   *out << ", last in sync " << (in_sync.empty() ? "never" : in_sync) << '\n';
 }
 
+void WriteBrief(const Json& json, std::ostream* out) {
+  const Json& hal = json.at("hal");
+  *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
+       << json.at("uptime_ms").get<double>() / 1000 << " s, " << Condition(json) << '\n'
+       << "site " << Text(json.at("site")) << '\n'
+       << "hal " << Text(hal.at("name")) << ", restarts " << Number(hal.at("restarts"))
+       << ", requests " << Number(hal.at("requests")) << ", results " << Number(hal.at("results"))
+       << ", refused " << Number(hal.at("refused")) << ", late results dropped "
+       << Number(hal.at("late_results_dropped")) << ", unfinished " << Number(hal.at("unfinished"))
+       << '\n';
+  WriteConnection(json.at("connection"), out);
+  const Json& refused = json.at("refused_reload");
+  if (!refused.is_null()) {
+    *out << "last reload refused " << Text(refused.at("time")) << ": " << Text(refused.at("reason"))
+         << '\n';
+  }
+  WriteObjects(json.at("objects"), out);
+}
+
+// Calls `show`, which reads the JSON of a status.
+template <typename Show>
+void ShowStatus(const Show& show) {
+  try {
+    show();
+  } catch (const Json::exception& error) {
+    throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
+  }
+}
+
 }  // namespace
 
 Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
@@ -149,6 +178,7 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
     json["refused_reload"] = {{"time", head.refused_reload},
                               {"reason", head.refused_reload_reason}};
   }
+  json["summary"] = Summary(manager->database()).json();
   json["objects"] = ObjectsAsJson(manager->database());
   json["queues"] = {{"due", DepthAsJson(queues.due)},
                     {"outstanding", DepthAsJson(queues.outstanding)},
@@ -170,28 +200,21 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
 }
 
 void WriteStatus(const Json& json, std::ostream* out) {
-  try {
-    const Json& hal = json.at("hal");
-    *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
-         << json.at("uptime_ms").get<double>() / 1000 << " s, " << Condition(json) << '\n'
-         << "site " << Text(json.at("site")) << '\n'
-         << "hal " << Text(hal.at("name")) << ", restarts " << Number(hal.at("restarts"))
-         << ", requests " << Number(hal.at("requests")) << ", results " << Number(hal.at("results"))
-         << ", refused " << Number(hal.at("refused")) << ", late results dropped "
-         << Number(hal.at("late_results_dropped")) << ", unfinished "
-         << Number(hal.at("unfinished")) << '\n';
-    WriteConnection(json.at("connection"), out);
-    const Json& refused = json.at("refused_reload");
-    if (!refused.is_null()) {
-      *out << "last reload refused " << Text(refused.at("time")) << ": "
-           << Text(refused.at("reason")) << '\n';
-    }
-    WriteObjects(json.at("objects"), out);
+  ShowStatus([&] {
+    WriteBrief(json, out);
     WriteQueues(json.at("queues"), out);
     WriteStages(json.at("stages"), out);
-  } catch (const Json::exception& error) {
-    throw std::runtime_error(std::string("the answer is no status of a manager: ") + error.what());
-  }
+  });
+}
+
+void WriteBriefStatus(const Json& json, std::ostream* out) {
+  ShowStatus([&] { WriteBrief(json, out); });
+}
+
+std::string StatusLine(const Json& json) {
+  std::string line;
+  ShowStatus([&] { line = Condition(json) + (": " + Summary(json.at("summary")).text()); });
+  return line;
 }
 
 }  // namespace reference

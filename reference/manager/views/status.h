@@ -33,8 +33,14 @@ struct StatusHead {
 nlohmann::ordered_json StatusAsJson(const StatusHead& head, Manager* manager,
                                     const HalConnection& hal);
 
-/// Writes the result of `StatusAsJson` as tables. Throws `std::runtime_error` for any other JSON.
+// These show the result of `StatusAsJson`. They throw `std::runtime_error` for any other JSON.
+
+/// Writes it as tables.
 void WriteStatus(const nlohmann::ordered_json& json, std::ostream* out);
+/// Writes its first part: the connection, and the objects by kind and state.
+void WriteBriefStatus(const nlohmann::ordered_json& json, std::ostream* out);
+/// "settled: 42 objects: 40 installed, 2 sent".
+std::string StatusLine(const nlohmann::ordered_json& json);
 
 }  // namespace reference
 

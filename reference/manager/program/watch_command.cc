@@ -1,0 +1,158 @@
+#include "reference/manager/program/watch_command.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "reference/manager/program/control_client.h"
+#include "reference/manager/program/exit_status.h"
+#include "reference/manager/program/standard_error.h"
+#include "reference/manager/views/report.h"
+#include "reference/manager/views/status.h"
+#include "reference/text/local_time.h"
+
+namespace reference {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
+
+constexpr Clock::duration kInterval = std::chrono::seconds(1);
+// The manager looks through a large site for some time; watching takes a tenth of its time at most.
+constexpr int kPausePerLook = 9;
+
+/// The signals that end the command, which come only while it waits for them.
+class EndSignals {
+ public:
+  EndSignals() {
+    sigemptyset(&signals_);
+    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&signals_, signal);
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  }
+
+  /// Returns whether one came before the time was over.
+  bool Wait(Clock::duration time) const {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - seconds);
+    const timespec limit{seconds.count(), rest.count()};
+    return sigtimedwait(&signals_, nullptr, &limit) > 0;
+  }
+
+ private:
+  sigset_t signals_{};
+};
+
+// The height of the terminal in lines, if standard output is one.
+std::optional<std::size_t> TerminalHeight() {
+  constexpr std::size_t kUsual = 24;
+  if (isatty(STDOUT_FILENO) == 0) return std::nullopt;
+  winsize size{};
+  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row != 0;
+  return known ? size.ws_row : kUsual;
+}
+
+// Writes as many of the objects that are not in order as fit into `height` lines.
+void WriteNotInOrder(const std::string& control, std::size_t height, std::ostream* out) {
+  // The header, the states' meanings, the empty lines around them, and the number of the others.
+  constexpr std::size_t kOtherLines = 6;
+  const std::size_t limit = std::max(height, kOtherLines + 1) - kOtherLines;
+  std::vector<ObjectRow> rows;
+  const Json answer =
+      AskManager(control, {{"request", "objects"}, {"not_in_order", true}, {"limit", limit}},
+                 [&rows](const Json& line) { rows.push_back(RowOfJson(line.at("object"))); });
+  if (rows.empty() || !answer.contains("summary")) return;
+  *out << '\n';
+  WriteRows(rows, out);
+  const Summary summary(answer.at("summary"));
+  const std::size_t all = summary.count(Standing::kPending) + summary.count(Standing::kFailed);
+  if (rows.size() == limit && all > limit) *out << "and " << all - limit << " more\n";
+}
+
+std::string Screen(const std::string& control, const Json& status, std::size_t height) {
+  std::ostringstream text;
+  WriteBriefStatus(status, &text);
+  if (!Summary(status.at("summary")).complete()) {
+    const std::string brief = text.str();
+    const auto used = static_cast<std::size_t>(std::count(brief.begin(), brief.end(), '\n'));
+    WriteNotInOrder(control, std::max(height, used) - used, &text);
+  }
+  return text.str();
+}
+
+// Draws over the screen before. The terminal cuts long lines.
+void Draw(const std::string& screen, std::size_t height, std::ostream* out) {
+  *out << "\x1b[?7l\x1b[H";
+  std::istringstream text(screen);
+  std::string line;
+  // The cursor takes the last line.
+  for (std::size_t i = 1; i < height && std::getline(text, line); ++i) *out << line << "\x1b[K\n";
+  *out << "\x1b[J\x1b[?7h";
+}
+
+/// What is on standard output so far.
+class Shown {
+ public:
+  void Update(const std::string& control, const Json& status) {
+    if (const auto height = TerminalHeight()) {
+      std::ostringstream drawn;
+      Draw(Screen(control, status, *height - 1), *height, &drawn);
+      text_ = drawn.str();
+      return;
+    }
+    const std::string line = StatusLine(status);
+    text_ = line == line_ ? "" : LocalTime() + ' ' + line + '\n';
+    line_ = line;
+  }
+
+  void Write() const {
+    std::cout << text_ << std::flush;
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  }
+
+ private:
+  std::string text_;
+  std::string line_;
+};
+
+}  // namespace
+
+int WatchManager(const CommandArguments& arguments) {
+  const EndSignals signals;
+  Shown shown;
+  bool first = true;
+  while (true) {
+    const Clock::time_point start = Clock::now();
+    try {
+      const Json answer = AskManager(arguments.control, {{"request", "status"}});
+      if (!answer.contains("status")) {
+        LogLine(LogLevel::kError, answer.at("error").get<std::string>());
+        return answer.at("exit_status").get<int>();
+      }
+      shown.Update(arguments.control, answer.at("status"));
+    } catch (const std::runtime_error& error) {
+      if (first) throw;
+      LogLine(LogLevel::kError, error.what());
+      return kExitNotConnected;
+    }
+    shown.Write();
+    first = false;
+    if (signals.Wait(std::max(kInterval, kPausePerLook * (Clock::now() - start)))) {
+      return EXIT_SUCCESS;
+    }
+  }
+}
+
+}  // namespace reference
