@@ -1,0 +1,201 @@
+#include "reference/data_plane/ip_commands.h"
+
+#include <arpa/inet.h>
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace reference {
+namespace {
+
+// Text as one word of a shell.
+std::string Word(const std::string& text) {
+  const bool plain = !text.empty() && text.find_first_not_of(
+                                          "abcdefghijklmnopqrstuvwxyz"
+                                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                          "0123456789._:-") == std::string::npos;
+  if (plain) return text;
+  std::string word = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      word += "'\\''";
+    } else {
+      word += c;
+    }
+  }
+  return word + '\'';
+}
+
+std::string MacText(const MacAddress& mac) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : mac) {
+    if (!text.empty()) text += ':';
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 0xFU];
+  }
+  return text;
+}
+
+std::string AddressText(const Ipv6Address& address) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET6, address.data(), text.data(), text.size());
+  return text.data();
+}
+
+const std::string kMark = std::to_string(kRoutingProtocol);
+
+std::string LabelsText(const std::vector<std::uint32_t>& labels) {
+  std::string text;
+  for (const std::uint32_t label : labels) {
+    if (!text.empty()) text += '/';
+    text += std::to_string(label);
+  }
+  return text;
+}
+
+// The commands of one change.
+class Writer {
+ public:
+  explicit Writer(const std::string& netns)
+      : ip_(netns.empty() ? "ip " : "ip -n " + Word(netns) + ' '),
+        exec_(netns.empty() ? "" : "ip netns exec " + Word(netns) + ' ') {}
+
+  std::vector<std::string> Take() { return std::move(lines_); }
+
+  void operator()(const PutDevice& put) {
+    if (put.before) return ChangeDevice(put);
+    const std::string name = Word(put.name);
+    std::visit([this, &name](const auto& device) { Create(name, device); }, put.device);
+    Sysctl("ipv6", put.name, "disable_ipv6", false);
+    Ip("link set " + name + " addrgenmode none");
+    if (const auto* const macvlan = std::get_if<MacvlanDevice>(&put.device)) {
+      if (!macvlan->alias.empty()) SetAlias(name, *macvlan);
+      if (macvlan->forwarding) SetForwarding(put.name, true);
+      // While the device is down: it would go down and up otherwise.
+      if (!macvlan->master.empty()) Ip("link set " + name + " master " + Word(macvlan->master));
+    }
+    if (std::holds_alternative<VrfDevice>(put.device)) SetForwarding(put.name, true);
+    Ip("link set " + name + " up");
+  }
+
+  void operator()(const RemoveDevice& removed) { Ip("link del " + Word(removed.name)); }
+
+  void operator()(const PutNeighbour& put) {
+    Ip("neigh replace " + AddressText(put.key.second) + " lladdr " + MacText(put.address) +
+       " dev " + Word(put.key.first) + " nud permanent protocol " + kMark);
+  }
+
+  void operator()(const RemoveNeighbour& removed) {
+    Ip("neigh del " + AddressText(removed.key.second) + " dev " + Word(removed.key.first));
+  }
+
+  void operator()(const PutNexthop& put) {
+    const std::string id = std::to_string(put.id);
+    std::visit([this, &id](const auto& nexthop) { PutNexthopOf(id, nexthop); }, put.nexthop);
+  }
+
+  void operator()(const RemoveNexthop& removed) {
+    Ip("nexthop del id " + std::to_string(removed.id));
+  }
+
+ private:
+  void Ip(const std::string& command) { lines_.push_back(ip_ + command); }
+
+  // With slashes, because names of devices contain dots.
+  void Sysctl(const std::string& family, const std::string& device, const std::string& setting,
+              bool on) {
+    const std::string key = "net/" + family + "/conf/" + device + '/' + setting;
+    lines_.push_back(exec_ + "sysctl -qw " + Word(key + '=' + (on ? '1' : '0')));
+  }
+
+  void SetForwarding(const std::string& device, bool on) {
+    Sysctl("ipv4", device, "forwarding", on);
+    Sysctl("ipv6", device, "forwarding", on);
+  }
+
+  void SetAlias(const std::string& name, const MacvlanDevice& macvlan) {
+    Ip("link set " + name + " alias " + Word(macvlan.alias));
+  }
+
+  void Create(const std::string& name, const VrfDevice& vrf) {
+    Ip("link add " + name + " group " + kMark + " type vrf table " + std::to_string(vrf.table));
+  }
+
+  void Create(const std::string& name, const DummyDevice& /*dummy*/) {
+    Ip("link add " + name + " group " + kMark + " type dummy");
+  }
+
+  void Create(const std::string& name, const TaggedDevice& tagged) {
+    Ip("link add link " + Word(tagged.parent) + " name " + name + " group " + kMark +
+       " type vlan id " + std::to_string(tagged.tag));
+  }
+
+  void Create(const std::string& name, const MacvlanDevice& macvlan) {
+    std::string command = "link add link " + Word(macvlan.parent) + " name " + name + " address " +
+                          MacText(macvlan.address) + " group " + kMark;
+    if (macvlan.mtu != 0) command += " mtu " + std::to_string(macvlan.mtu);
+    Ip(command + " type macvlan mode private");
+  }
+
+  void ChangeDevice(const PutDevice& put) {
+    const auto& before = std::get<MacvlanDevice>(*put.before);
+    const auto& after = std::get<MacvlanDevice>(put.device);
+    const std::string name = Word(put.name);
+    if (before.address != after.address) {
+      Ip("link set " + name + " address " + MacText(after.address));
+    }
+    if (before.mtu != after.mtu) Ip("link set " + name + " mtu " + MtuText(after));
+    if (before.alias != after.alias) SetAlias(name, after);
+    if (before.forwarding != after.forwarding) SetForwarding(put.name, after.forwarding);
+  }
+
+  std::string MtuText(const MacvlanDevice& macvlan) const {
+    if (macvlan.mtu != 0) return std::to_string(macvlan.mtu);
+    return "\"$(" + ip_ + "link show " + Word(macvlan.parent) +
+           " | sed -n 's/.* mtu \\([0-9]*\\).*/\\1/p')\"";
+  }
+
+  void PutNexthopOf(const std::string& id, const BlackholeNexthop& /*blackhole*/) {
+    // An IPv6 one, because IPv6 routes do not take the other.
+    Ip("-6 nexthop replace id " + id + " blackhole protocol " + kMark);
+  }
+
+  void PutNexthopOf(const std::string& id, const DeviceNexthop& nexthop) {
+    std::string command = "-6 nexthop replace id " + id;
+    if (!nexthop.labels.empty()) command += " encap mpls " + LabelsText(nexthop.labels);
+    const bool gateway = nexthop.gateway != Ipv6Address{};
+    if (gateway) command += " via " + AddressText(nexthop.gateway);
+    command += " dev " + Word(nexthop.device);
+    if (gateway) command += " onlink";
+    Ip(command + " protocol " + kMark);
+  }
+
+  void PutNexthopOf(const std::string& id, const NexthopGroup& group) {
+    std::string members;
+    for (const auto& [member, weight] : group.members) {
+      if (!members.empty()) members += '/';
+      members += std::to_string(member);
+      if (weight != 1) members += ',' + std::to_string(weight);
+    }
+    Ip("nexthop replace id " + id + " group " + members + " protocol " + kMark);
+  }
+
+  const std::string ip_;
+  // In front of other programs.
+  const std::string exec_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace
+
+std::vector<std::string> IpCommands(const KernelChange& change, const std::string& netns) {
+  Writer writer(netns);
+  std::visit(writer, change);
+  return writer.Take();
+}
+
+}  // namespace reference

@@ -1,0 +1,17 @@
+#ifndef ZUSKUX_REFERENCE_DATA_PLANE_IP_COMMANDS_H_
+#define ZUSKUX_REFERENCE_DATA_PLANE_IP_COMMANDS_H_
+
+#include <string>
+#include <vector>
+
+#include "reference/data_plane/kernel_objects.h"
+
+namespace reference {
+
+/// The `ip` and `sysctl` commands that make the same change, one a line, quoted for a POSIX shell.
+/// They work in the network namespace `netns`; in that of the shell if it is empty.
+std::vector<std::string> IpCommands(const KernelChange& change, const std::string& netns);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_DATA_PLANE_IP_COMMANDS_H_
