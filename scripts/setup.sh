@@ -2,9 +2,10 @@
 # Sourced by bash with $root set to the project's folder.
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
-  libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz)
+  libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz
+  libmnl-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abigail-tools
-  systemd zsh fish)
+  systemd zsh fish iproute2)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)

@@ -19,6 +19,7 @@ SEES = {
     "reference/log": {"reference/text"},
     "reference/site": {"reference/text"},
     "reference/hal": {"reference/support", "reference/text"} | LIBRARY,
+    "reference/data_plane/linux": {"reference/data_plane"},
     "reference/data_plane": {"reference/hal", "reference/text", "platform"},
     "reference/wire": {"reference/hal"},
     "reference/socket_client": {"reference/hal", "reference/log", "reference/support",

@@ -1,0 +1,112 @@
+#ifndef ZUSKUX_REFERENCE_DATA_PLANE_LINUX_MESSAGES_H_
+#define ZUSKUX_REFERENCE_DATA_PLANE_LINUX_MESSAGES_H_
+
+#include <linux/netlink.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "reference/data_plane/kernel_objects.h"
+#include "reference/data_plane/linux/netlink.h"
+
+namespace reference {
+
+// The route netlink messages for kernel objects, and back. Nothing here talks to the kernel.
+
+/// The group of our devices, as in `ip link show group 171`.
+inline constexpr std::uint32_t kDeviceGroup = kRoutingProtocol;
+/// The kernel's numbers of devices, by name.
+using DeviceIndexes = std::map<std::string, int>;
+
+/// What the kernel says of any device, also of others' ones.
+struct Link {
+  int index = 0;
+  std::string name;
+  /// As in `ip link ... type`; empty for hardware.
+  std::string kind;
+  std::uint32_t group = 0;
+  /// The device below it and the VRF it belongs to; 0 for none.
+  int parent = 0;
+  int master = 0;
+  MacAddress address{};
+  std::uint32_t mtu = 0;
+  std::string alias;
+  bool up = false;
+  bool forwards_ipv4 = false;
+  /// Absent if the device has no IPv6, as with an MTU below 1280.
+  struct Ipv6 {
+    bool forwards = false;
+    bool disabled = false;
+    /// Makes itself an address when it comes up.
+    bool generates_addresses = false;
+  };
+  std::optional<Ipv6> ipv6;
+  /// Of an 802.1Q subinterface.
+  std::uint16_t tag = 0;
+  /// Of a VRF.
+  std::uint32_t table = 0;
+};
+
+/// A neighbour with our mark.
+struct NeighbourEntry {
+  int device = 0;
+  Ipv6Address address{};
+  MacAddress mac{};
+  bool permanent = false;
+};
+
+struct NexthopEntry {
+  std::uint32_t id = 0;
+  std::uint8_t protocol = 0;
+  /// The device's index; 0 for a blackhole and a group.
+  int device = 0;
+  /// A `DeviceNexthop` has no name yet.
+  KernelNexthop nexthop;
+};
+
+/// Asks for one device.
+void WriteLinkQuery(const std::string& name, MessageBatch* batch);
+/// Ask for everything of a sort.
+void WriteLinkDump(MessageBatch* batch);
+void WriteNeighbourDump(MessageBatch* batch);
+void WriteNexthopDump(MessageBatch* batch);
+
+/// Creates the device, down. The kernel takes the rest only afterwards: `WriteDeviceChange`.
+void WriteNewDevice(const std::string& name, const KernelDevice& device,
+                    const DeviceIndexes& indexes, MessageBatch* batch);
+/// Sets what differs and can be changed in place.
+void WriteDeviceChange(const Link& present, const KernelDevice& device,
+                       const DeviceIndexes& indexes, MessageBatch* batch);
+void WriteDeviceUp(int index, MessageBatch* batch);
+void WriteDeviceRemoval(int index, MessageBatch* batch);
+
+/// Adds or replaces a permanent neighbour.
+void WriteNeighbour(int device, const Ipv6Address& address, const MacAddress& mac,
+                    MessageBatch* batch);
+void WriteNeighbourRemoval(int device, const Ipv6Address& address, MessageBatch* batch);
+
+/// Adds a next hop. The kernel refuses an id in use unless `replace` is set. `device` is the index
+/// of a `DeviceNexthop`'s device; a group has at most `kMaxMembers`.
+void WriteNexthop(std::uint32_t id, const KernelNexthop& nexthop, int device, bool replace,
+                  MessageBatch* batch);
+void WriteNexthopRemoval(std::uint32_t id, MessageBatch* batch);
+
+/// RTM_NEWLINK.
+Link ReadLink(const nlmsghdr& message);
+/// RTM_NEWNEIGH, RTM_DELNEIGH; nothing for one without our mark.
+std::optional<NeighbourEntry> ReadNeighbour(const nlmsghdr& message);
+/// RTM_NEWNEXTHOP, RTM_DELNEXTHOP.
+NexthopEntry ReadNexthop(const nlmsghdr& message);
+
+/// Whether packets that arrive on it shall be forwarded; nothing if that is left as it is.
+std::optional<bool> ForwardingOf(const KernelDevice& device);
+
+/// The device as an object; nothing if it is not one of ours. `names` are those of all devices, by
+/// index.
+std::optional<KernelDevice> OurDevice(const Link& link, const std::map<int, std::string>& names);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_DATA_PLANE_LINUX_MESSAGES_H_
