@@ -1,0 +1,325 @@
+#include "reference/data_plane/linux/linux_kernel.h"
+
+#include <fcntl.h>
+#include <linux/rtnetlink.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "reference/data_plane/linux/sysctl.h"
+
+namespace reference {
+namespace {
+
+// Set, it makes the kernel repeat every route of a next hop that changes.
+constexpr char kCompatMode[] = "/proc/sys/net/ipv4/nexthop_compat_mode";
+
+[[noreturn]] void Fail(int error, const std::string& text) {
+  throw std::system_error(error, std::generic_category(), text);
+}
+
+NetlinkSockets OpenSocketsIn(const std::string& netns) {
+  if (!netns.empty()) {
+    const std::string path = "/run/netns/" + netns;
+    const int folder = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (folder < 0) {
+      Fail(errno, "cannot open the network namespace " + netns + " (make it with ip netns add " +
+                      netns + ")");
+    }
+    const int error = setns(folder, CLONE_NEWNET) == 0 ? 0 : errno;
+    close(folder);
+    if (error != 0) {
+      Fail(error, "cannot enter the network namespace " + netns +
+                      ", which needs CAP_SYS_ADMIN (run it as root: sudo)");
+    }
+  }
+  return OpenNetlinkSockets();
+}
+
+// Whether the kernel has, or lacks, what the change asks for.
+struct IsMade {
+  const KernelObjects& present;
+
+  bool operator()(const PutDevice& put) const {
+    const auto found = present.devices.find(put.name);
+    return found != present.devices.end() && found->second == put.device;
+  }
+  bool operator()(const RemoveDevice& removal) const {
+    return present.devices.count(removal.name) == 0;
+  }
+  bool operator()(const PutNeighbour& put) const {
+    const auto found = present.neighbours.find(put.key);
+    return found != present.neighbours.end() && found->second == put.address;
+  }
+  bool operator()(const RemoveNeighbour& removal) const {
+    return present.neighbours.count(removal.key) == 0;
+  }
+  bool operator()(const PutNexthop& put) const {
+    const auto found = present.nexthops.find(put.id);
+    return found != present.nexthops.end() && found->second == put.nexthop;
+  }
+  bool operator()(const RemoveNexthop& removal) const {
+    return present.nexthops.count(removal.id) == 0;
+  }
+};
+
+bool IsRemoval(const KernelChange& change) {
+  return std::holds_alternative<RemoveDevice>(change) ||
+         std::holds_alternative<RemoveNeighbour>(change) ||
+         std::holds_alternative<RemoveNexthop>(change);
+}
+
+std::optional<std::uint32_t> NexthopIdOf(const KernelChange& change) {
+  if (const auto* const put = std::get_if<PutNexthop>(&change)) return put->id;
+  if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) return removal->id;
+  return std::nullopt;
+}
+
+}  // namespace
+
+LinuxKernel::LinuxKernel(const std::string& netns) : LinuxKernel(OpenSocketsIn(netns)) {}
+
+LinuxKernel::LinuxKernel(NetlinkSockets sockets)
+    : client_(std::move(sockets.requests)), notifications_(std::move(sockets.notifications)) {
+  CheckPrivileges();
+  const std::string mode = ReadSysctl(kCompatMode);
+  if (mode == "1" && WriteSysctl(kCompatMode, "0") == 0) compat_mode_ = mode;
+}
+
+LinuxKernel::~LinuxKernel() {
+  if (!compat_mode_.empty()) WriteSysctl(kCompatMode, compat_mode_);
+}
+
+// The kernel checks the privileges before it looks at a request: at this one, for a next hop that
+// cannot exist.
+void LinuxKernel::CheckPrivileges() {
+  MessageBatch batch;
+  WriteNexthopRemoval(0, &batch);
+  for (const KernelError& error : client_.Exchange(&batch)) {
+    if (error.error == EPERM) {
+      Fail(EPERM,
+           "changing the network needs CAP_NET_ADMIN (run it as root, or allow it: sudo setcap "
+           "cap_net_admin+ep PROGRAM)");
+    }
+    if (error.error == EOPNOTSUPP) {
+      Fail(EOPNOTSUPP, "this kernel has no next-hop objects (Linux 5.3 and later have them)");
+    }
+  }
+}
+
+KernelObjects LinuxKernel::Read() {
+  KernelObjects objects;
+  std::map<int, Link> links;
+  MessageBatch link_dump;
+  WriteLinkDump(&link_dump);
+  client_.Dump(
+      &link_dump, [&] { links.clear(); },
+      [&](const nlmsghdr& message) {
+        Link link = ReadLink(message);
+        links[link.index] = std::move(link);
+      });
+  std::map<int, std::string> names;
+  for (const auto& [index, link] : links) names[index] = link.name;
+  devices_.clear();
+  for (const auto& [index, link] : links) {
+    const std::optional<KernelDevice> device = OurDevice(link, names);
+    if (!device.has_value()) continue;
+    objects.devices[link.name] = *device;
+    devices_[link.name] = index;
+  }
+
+  MessageBatch neighbour_dump;
+  WriteNeighbourDump(&neighbour_dump);
+  client_.Dump(
+      &neighbour_dump, [&] { objects.neighbours.clear(); },
+      [&](const nlmsghdr& message) {
+        const std::optional<NeighbourEntry> entry = ReadNeighbour(message);
+        if (!entry.has_value() || !entry->permanent) return;
+        objects.neighbours[{names[entry->device], entry->address}] = entry->mac;
+      });
+
+  MessageBatch nexthop_dump;
+  WriteNexthopDump(&nexthop_dump);
+  client_.Dump(
+      &nexthop_dump,
+      [&] {
+        objects.nexthops.clear();
+        nexthops_.clear();
+      },
+      [&](const nlmsghdr& message) {
+        NexthopEntry entry = ReadNexthop(message);
+        if (entry.protocol != kRoutingProtocol) return;
+        if (auto* const via = std::get_if<DeviceNexthop>(&entry.nexthop)) {
+          via->device = names[entry.device];
+        }
+        nexthops_.insert(entry.id);
+        objects.nexthops[entry.id] = std::move(entry.nexthop);
+      });
+  return objects;
+}
+
+std::map<std::string, std::uint32_t> LinuxKernel::Devices() {
+  std::map<std::string, std::uint32_t> devices;
+  MessageBatch dump;
+  WriteLinkDump(&dump);
+  client_.Dump(
+      &dump, [&] { devices.clear(); },
+      [&](const nlmsghdr& message) {
+        const Link link = ReadLink(message);
+        devices[link.name] = link.mtu;
+      });
+  return devices;
+}
+
+std::vector<LinuxKernel::Refusal> LinuxKernel::Apply(const std::vector<KernelChange>& changes) {
+  Refusals refusals;
+  for (std::size_t index = 0; index < changes.size();) {
+    if (std::holds_alternative<PutDevice>(changes[index])) {
+      DeviceWriter writer(&client_);
+      for (; index < changes.size(); ++index) {
+        const auto* const put = std::get_if<PutDevice>(&changes[index]);
+        if (put == nullptr || writer.Conflicts(*put)) break;
+        writer.Add(index, *put);
+      }
+      writer.Write(&devices_, &refusals);
+      continue;
+    }
+    MessageBatch batch;
+    Pending pending;
+    // Whether a next hop is ours is known only when the answers to these are there.
+    std::unordered_set<std::uint32_t> added;
+    for (; index < changes.size(); ++index) {
+      const KernelChange& change = changes[index];
+      if (std::holds_alternative<PutDevice>(change)) break;
+      if (const std::optional<std::uint32_t> id = NexthopIdOf(change)) {
+        if (added.count(*id) > 0) break;
+        if (nexthops_.count(*id) == 0) added.insert(*id);
+      }
+      Write(index, change, &batch, &pending, &refusals);
+    }
+    Send(&batch, pending, &refusals);
+  }
+  std::vector<Refusal> failed;
+  for (auto& [index, refusal] : refusals) failed.push_back(std::move(refusal));
+  return failed;
+}
+
+void LinuxKernel::Write(std::size_t index, const KernelChange& change, MessageBatch* batch,
+                        Pending* pending, Refusals* refusals) {
+  const std::size_t before = batch->count();
+  const auto refuse = [&](int error, const std::string& text) {
+    refusals->emplace(index, Refusal{index, error, text});
+  };
+  // The device's index; refuses the change without one.
+  const auto device = [&](const std::string& name) {
+    const auto found = devices_.find(name);
+    if (found != devices_.end()) return found->second;
+    refuse(ENODEV, "there is no device " + name);
+    return 0;
+  };
+  if (const auto* const put = std::get_if<PutNexthop>(&change)) {
+    const auto* const group = std::get_if<NexthopGroup>(&put->nexthop);
+    const auto* const via = std::get_if<DeviceNexthop>(&put->nexthop);
+    const int out = via == nullptr ? 0 : device(via->device);
+    if (group != nullptr && group->members.size() > kMaxMembers) {
+      refuse(E2BIG, "a group of " + std::to_string(group->members.size()) +
+                        " next hops does not fit into a message; at most " +
+                        std::to_string(kMaxMembers) + " do");
+    } else if (via == nullptr || out != 0) {
+      WriteNexthop(put->id, put->nexthop, out, nexthops_.count(put->id) > 0, batch);
+    }
+  } else if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) {
+    if (nexthops_.count(removal->id) > 0) WriteNexthopRemoval(removal->id, batch);
+  } else if (const auto* const neighbour = std::get_if<PutNeighbour>(&change)) {
+    const auto& [name, address] = neighbour->key;
+    if (const int on = device(name)) WriteNeighbour(on, address, neighbour->address, batch);
+  } else if (const auto* const forgotten = std::get_if<RemoveNeighbour>(&change)) {
+    const auto& [name, address] = forgotten->key;
+    const auto found = devices_.find(name);
+    if (found != devices_.end()) WriteNeighbourRemoval(found->second, address, batch);
+  } else if (const auto* const gone = std::get_if<RemoveDevice>(&change)) {
+    const auto found = devices_.find(gone->name);
+    if (found != devices_.end()) WriteDeviceRemoval(found->second, batch);
+  }
+  if (batch->count() > before) pending->emplace_back(index, &change);
+}
+
+void LinuxKernel::Send(MessageBatch* batch, const Pending& pending, Refusals* refusals) {
+  Pending unknown;
+  Refusal lost;
+  for (const KernelError& error : client_.Exchange(batch)) {
+    const auto& [index, change] = pending[error.message];
+    if (!error.certain) {
+      unknown.emplace_back(index, change);
+      lost = {index, error.error, error.text};
+    } else if (IsRemoval(*change) && (error.error == ENOENT || error.error == ENODEV)) {
+      // It is gone already.
+    } else if (error.error == EEXIST && std::holds_alternative<PutNexthop>(*change)) {
+      const std::string id = std::to_string(std::get<PutNexthop>(*change).id);
+      std::string text = "another program has a next hop ";
+      text += id;
+      text += "; remove it first: ip nexthop del id ";
+      text += id;
+      refusals->emplace(index, Refusal{index, EEXIST, text});
+    } else {
+      refusals->emplace(index, Refusal{index, error.error, error.text});
+    }
+  }
+  for (const auto& [index, change] : pending) {
+    if (refusals->count(index) == 0) Note(*change);
+  }
+  if (!unknown.empty()) Verify(unknown, lost, refusals);
+}
+
+void LinuxKernel::Note(const KernelChange& change) {
+  if (const auto* const put = std::get_if<PutNexthop>(&change)) {
+    nexthops_.insert(put->id);
+  } else if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) {
+    nexthops_.erase(removal->id);
+  } else if (const auto* const gone = std::get_if<RemoveDevice>(&change)) {
+    devices_.erase(gone->name);
+  }
+}
+
+void LinuxKernel::Verify(const Pending& unknown, const Refusal& reason, Refusals* refusals) {
+  // Also learns anew what is ours.
+  const KernelObjects present = Read();
+  for (const auto& [index, change] : unknown) {
+    if (std::visit(IsMade{present}, *change)) continue;
+    refusals->emplace(index, Refusal{index, reason.error, reason.text});
+  }
+}
+
+bool LinuxKernel::TakeNotifications() {
+  std::vector<char> buffer;
+  bool concerned = false;
+  const bool complete = ReceiveAll(notifications_.get(), &buffer, [&](const nlmsghdr& message) {
+    switch (message.nlmsg_type) {
+      case RTM_NEWLINK:
+      case RTM_DELLINK:
+        concerned = true;
+        break;
+      case RTM_NEWNEIGH:
+        concerned = concerned || ReadNeighbour(message).has_value();
+        break;
+      case RTM_NEWNEXTHOP:
+      case RTM_DELNEXTHOP: {
+        const NexthopEntry entry = ReadNexthop(message);
+        if (entry.protocol == kRoutingProtocol || nexthops_.count(entry.id) > 0) {
+          concerned = true;
+        }
+        break;
+      }
+      default:
+        break;
+    }
+  });
+  return concerned || !complete;
+}
+
+}  // namespace reference

@@ -1,0 +1,19 @@
+#ifndef ZUSKUX_REFERENCE_DATA_PLANE_LINUX_SYSCTL_H_
+#define ZUSKUX_REFERENCE_DATA_PLANE_LINUX_SYSCTL_H_
+
+#include <string>
+
+namespace reference {
+
+// Files below /proc/sys/net, which show the calling thread's network namespace: for what the kernel
+// takes in no message.
+
+/// The value, without the newline; empty if it cannot be read.
+std::string ReadSysctl(const std::string& path);
+
+/// Returns 0 or an errno value.
+int WriteSysctl(const std::string& path, const std::string& value);
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_DATA_PLANE_LINUX_SYSCTL_H_
