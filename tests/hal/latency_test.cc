@@ -41,6 +41,16 @@ TEST(LatencyHistogramTest, PercentilesAreAtMostAnEighthTooHigh) {
   expect_near(latency.p99, nanoseconds(99'000));
 }
 
+TEST(LatencyHistogramTest, TheMaximumIsNoPercentile) {
+  LatencyHistogram histogram;
+  for (int i = 0; i < 999; ++i) histogram.Add(nanoseconds(10));
+  histogram.Add(nanoseconds(1'000));
+  const StageLatency latency = histogram.Summary();
+  EXPECT_EQ(latency.p90, nanoseconds(10));
+  EXPECT_EQ(latency.p99, nanoseconds(10));
+  EXPECT_EQ(latency.max, nanoseconds(1'000));
+}
+
 TEST(LatencyHistogramTest, EveryPowerOfTwoAndItsNeighboursAreInBounds) {
   for (int bit = 0; bit < 63; ++bit) {
     for (const std::int64_t value : {(std::int64_t{1} << bit) - 1, std::int64_t{1} << bit}) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "dest_mng.pb.h"
+#include "reference/manager/views/report.h"
 #include "reference/site/generate_site.h"
 #include "tests/manager/sites.h"
 
@@ -175,7 +176,8 @@ TEST(DestDatabaseTest, BuildsAVlan) {
             expected.ShortDebugString());
 
   const auto& object = *std::get<1>(database.Find({HalKind::kVlan, 10})->content);
-  const auto& list = object.attribute_lists.at(object.list_attribute_name).second;
+  const auto& [type, list] = object.attribute_lists.at(object.list_attribute_name);
+  EXPECT_EQ(type, db::AttributeType::kString);
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(boost::get<std::string>(list[0].value), "a");
   EXPECT_EQ(boost::get<std::string>(list[1].value), "b");
@@ -248,6 +250,33 @@ TEST(DestDatabaseTest, BuildsEcmpGroupsAndVrfs) {
   const auto& vrf = std::get<dest_mng::VrfData>(database.Find({HalKind::kVrf, 1})->content);
   EXPECT_EQ(vrf.vrf_id, 7U);
   EXPECT_EQ(vrf.db_id, 1U);
+}
+
+TEST(DestDatabaseTest, AVrfStandsAsItsNewNumberDoes) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  site.vrfs[0].vrf_id = 8;
+  database.Replace(site);
+  database.SetState(database.FindEntry({HalKind::kVrf, 7}), ObjectState::kRemoved);
+  database.SetState(database.FindEntry({HalKind::kVrf, 8}), ObjectState::kSent);
+  EXPECT_EQ(StandingOf(*database.Find({HalKind::kVrf, 1})), Standing::kSent);
+}
+
+TEST(DestDatabaseTest, AWatcherSeesWhyAVrfFailed) {
+  DestDatabase database;
+  std::vector<std::string> seen;
+  database.Watch([&seen](const Object& object) {
+    seen.push_back(KeyText(object.key) + ' ' + ReasonOf(object));
+  });
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  Object* const entry = database.FindEntry({HalKind::kVrf, 7});
+  entry->code = kHalTableFull;
+  database.SetState(entry, ObjectState::kFailed);
+  EXPECT_EQ(seen.back(), "vrf:1 table full");
 }
 
 TEST(DestDatabaseTest, KnowsWhatAnObjectRefersTo) {

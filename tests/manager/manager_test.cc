@@ -18,6 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class ManagerTest : public ::testing::Test {
  protected:
@@ -630,6 +631,22 @@ TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShown) {
   EXPECT_FALSE(manager_.settled());
 }
 
+// What is left of the old number has to be cleaned up, whatever becomes of the new one.
+TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShownBeforeARefusalOfTheNewOne) {
+  for (const std::uint32_t next : {6U, 8U}) {
+    Site site;
+    site.vrfs = {VrfEntry(1, 7)};
+    Install(site);
+    site.vrfs[0].vrf_id = next;
+    Apply(site);
+    Answer("install-vrf " + std::to_string(next), kHalTableFull);
+    Answer("destroy-vrf 7", kHalBadRequest);
+    EXPECT_EQ(StandingText(HalKind::kVrf, 1), "failed bad request") << next;
+    Apply(Site());
+    AnswerAll();
+  }
+}
+
 TEST_F(ManagerTest, TheReportOfAnEarlierReinstallSaysNothingAboutTheOneInProgress) {
   Install(SiteOfAllKinds());
   FindServer();
@@ -767,6 +784,20 @@ TEST_F(ManagerTest, GivesUpAfterThreeDeadlinesUntilTheNextReinstall) {
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
 }
 
+TEST_F(ManagerTest, AChangeStartsTheAttemptsOver) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  for (int attempt = 0; attempt < 3; ++attempt) Answer("install-vlan 10", kHalDeadline);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kFailed);
+  Sent();
+  site.vlans[0].mtu = 1400;
+  Apply(site);
+  AnswerAll(kHalDeadline);
+  EXPECT_THAT(Sent(), SizeIs(3));
+}
+
 TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
   Site site;
   site.vlans = {VlanEntry(10)};
@@ -828,6 +859,41 @@ TEST_F(ManagerTest, ARemovalMakesRoomForWhatFoundTheTableFull) {
   EXPECT_EQ(Summary(manager_.database()).text(), "5 objects: 3 installed, 2 removed");
 }
 
+// The end of a reinstall removes what the site does not have.
+TEST_F(ManagerTest, TheEndOfAReinstallMakesRoomForWhatFoundTheTableFull) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11), VlanEntry(12)};
+  Apply(site);
+  FindServer();
+  Answer("install-vlan 10");
+  Answer("install-vlan 11", kHalTableFull);
+  Answer("install-vlan 12", kHalTableFull);
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11",
+                                  "install-vlan 12", "end-reinstall", "install-vlan 11",
+                                  "install-vlan 12"));
+  AnswerAll();
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerTest, CountsItsQueues) {
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11), VlanEntry(12)};
+  Apply(site);
+  EXPECT_EQ(manager_.queues().due.now, 3U);
+  FindServer();
+  hal_.AnswerAll();
+  EXPECT_EQ(manager_.queues().outstanding.now, 3U);
+  EXPECT_EQ(manager_.queues().inbox.now, 3U);
+  Work();
+  const ManagerQueues queues = manager_.queues();
+  for (const QueueDepth depth : {queues.due, queues.outstanding, queues.inbox}) {
+    EXPECT_EQ(depth.now, 0U);
+  }
+  EXPECT_EQ(queues.due.peak, 3U);
+  EXPECT_EQ(queues.outstanding.peak, 3U);
+  EXPECT_EQ(queues.inbox.peak, 7U) << "server found, five kinds to reinstall, all asked for";
+}
+
 TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
   Site site;
   site.vlans = {VlanEntry(10)};
@@ -842,6 +908,7 @@ TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
   EXPECT_EQ(manager_.queues().outstanding.now, 0U);
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
   EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 0);
 }
 
 TEST_F(ManagerTest, AnIdMayGoToAnotherKind) {

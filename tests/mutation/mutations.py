@@ -155,7 +155,7 @@ def removal(source):
 
 @operator
 def order(source):
-    """Two neighbouring statements swapped."""
+    """Two neighbouring statements swapped. The compiler refuses to move a lock."""
     for statement in statements(source):
         if statement.kind == "block":
             for one, other in zip(statement.parts, statement.parts[1:]):
@@ -174,20 +174,22 @@ def result(source):
             start, end = source.span(statement.first + 1, statement.last - 1)
             if re.match(r"(inline |constexpr |static )*bool ", head):
                 yield start, end, f"!({source.text[start:end]})"
-            elif source.tokens[statement.first + 1].kind != "number":
+            elif (source.tokens[statement.first + 1].kind != "number"
+                  and source.text[start:end] != "std::nullopt"):
                 yield start, end, "{}"
 
 
 @operator
 def arguments(source):
-    """Two neighbouring arguments, rows of a table or initial values swapped."""
+    """Two neighbouring arguments, rows of a table or initial values swapped; for min and max, they
+    are equivalent."""
     blocks = {statement.first for statement in statements(source) if statement.kind == "block"}
     bodies = [(body.block.first, body.block.last) for body in source.bodies]
     for place, token in signs(source):
         call = token.text == "(" and any(first < place < last for first, last in bodies)
         values = token.text == "{" and place not in blocks and source.tokens[
             place - 1].text not in ("namespace", "dest_mng") and not is_enumeration(source, place)
-        if (call or values) and source.word(place - 1) != "for":
+        if (call or values) and source.word(place - 1) not in ("for", "min", "max"):
             pieces = source.split(place + 1, source.partner[place] - 1)
             for one, other in zip(pieces, pieces[1:]):
                 yield swap(source, one, other)
@@ -339,8 +341,11 @@ def code(source):
 
 
 def moves(source, statement):
-    """Whether it matters when a statement runs: jumps stay last, plain declarations do nothing."""
+    """Whether it matters when a statement runs: jumps stay last, plain declarations do nothing, and
+    clang's thread-safety analysis refuses a lock in another place."""
     if statement.kind == "declaration":
+        if "MutexLock" in source.slice(statement.first, statement.last):
+            return False
         return "(" in source.slice(statement.first, statement.last)
     return statement.kind != "jump"
 

@@ -77,13 +77,16 @@ class MutationsTest(unittest.TestCase):
         self.check_body("order", "A a; G(a); if (a) H(); return 1;",
                         "A a; if (a) H(); G(a); return 1;")
         self.check_body("order", "A a(1); B b(2);", "B b(2); A a(1);")
+        self.check_body("order", "const MutexLock lock(&mutex_); G();")
 
     def test_result(self):
         self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
         self.check_body("result", "return g; ", "return {}; ")
+        self.check_body("result", "return std::nullopt; ")
 
     def test_arguments(self):
         self.check_body("arguments", "G(a, H(b), c);", "G(H(b), a, c);", "G(a, c, H(b));")
+        self.check_body("arguments", "x = std::max(a, b);")
         self.check_body("arguments", "static constexpr std::array kTable = {A, B};",
                         "static constexpr std::array kTable = {B, A};")
 

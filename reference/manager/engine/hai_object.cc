@@ -186,11 +186,6 @@ bool SameContent(const HaiObject& a, const HaiObject& b) {
       a);
 }
 
-bool IsVirtualCircuit(const HaiObject& object) {
-  const auto* const mpls = std::get_if<MplsPointer>(&object);
-  return mpls != nullptr && (*mpls)->HasVcLabel();
-}
-
 bool IsInactive(const HaiObject& object) { return NeighborId(object) == 0U; }
 
 Layer LayerOf(const HaiObject& object) {

@@ -63,9 +63,6 @@ HalKind KindOfEntry() {
 /// Whether the adapters would see the same: equal records and equal attributes.
 bool SameContent(const HaiObject& a, const HaiObject& b);
 
-/// Whether it is an MPLS destination that rides on a tunnel.
-bool IsVirtualCircuit(const HaiObject& object);
-
 /// Whether it is an MPLS destination that drops its packets because it has no active neighbour.
 bool IsInactive(const HaiObject& object);
 
