@@ -3,9 +3,11 @@
 #include <sched.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
 void NetworkNamespaceTest::SetUp() {
   if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "needs root, for a network namespace of its own";
@@ -13,6 +15,8 @@ void NetworkNamespaceTest::SetUp() {
   Run("ip link add eth2 type veth peer name far2");
   Run("ip link set eth2 up");
   Run("ip link set far2 up");
+  WaitUntilUp("eth2");
+  WaitUntilUp("far2");
 }
 
 void NetworkNamespaceTest::Run(const std::string& command) {
@@ -33,6 +37,16 @@ std::string NetworkNamespaceTest::Output(const std::string& command) {
     output.append(buffer.data(), count);
   }
   return output;
+}
+
+void NetworkNamespaceTest::WaitUntilUp(const std::string& device) {
+  constexpr int kAttempts = 2000;
+  constexpr std::chrono::milliseconds kPause(10);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (Ip("link show dev " + device).at(0).at("operstate") == "UP") return;
+    std::this_thread::sleep_for(kPause);
+  }
+  FAIL() << device << " does not come up";
 }
 
 nlohmann::json NetworkNamespaceTest::Ip(const std::string& arguments) {

@@ -18,6 +18,8 @@ class NetworkNamespaceTest : public testing::Test {
   static bool Works(const std::string& command);
   /// What a shell command prints.
   static std::string Output(const std::string& command);
+  /// Waits until the kernel has told everybody that the device is up, which it does later.
+  static void WaitUntilUp(const std::string& device);
   /// What `ip -j -d ...` prints.
   static nlohmann::json Ip(const std::string& arguments);
 };
