@@ -39,7 +39,8 @@ HalTables::IdHash::IdHash() {
 
 std::size_t HalTables::IdHash::operator()(std::uint32_t id) const { return Mixed(id ^ secret_); }
 
-HalTables::HalTables(std::size_t capacity) : capacity_(capacity) {}
+HalTables::HalTables(std::size_t capacity, DataPlane* data_plane)
+    : capacity_(capacity), data_plane_(data_plane) {}
 
 HalReturnCode HalTables::Apply(const HalRequest& request) {
   return VisitKind(KindOf(request.operation), [this, &request](auto row) {
@@ -66,7 +67,7 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
 
   const HalAction action = ActionOf(request.operation);
   Table* const table = &this->table(Kind::kKind);
-  if (action == HalAction::kDestroy) return Destroy(table, *id);
+  if (action == HalAction::kDestroy) return Destroy(Kind::kKind, *id);
 
   const Entry* const stored = table->Find(*id);
   const bool exists = stored != nullptr;
@@ -79,16 +80,51 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   const auto holds = [this](HalKind kind, std::uint32_t other) { return Holds(kind, other); };
   if (!Kind::ReferencesExist(message, holds)) return kHalMissingReference;
   if (!exists && table->entries.size() >= capacity_) return kHalTableFull;
+  if (data_plane_ != nullptr && (!exists || stored->payload != request.payload)) {
+    const HalReturnCode code = data_plane_->Store(Kind::kKind, *id, message);
+    if (code != kHalSuccess) return code;
+  }
   Store(table, *id, request.payload);
   return kHalSuccess;
 }
 
-HalReturnCode HalTables::Destroy(Table* table, std::uint32_t id) {
-  const Entry* const entry = table->Find(id);
+HalReturnCode HalTables::Destroy(HalKind kind, std::uint32_t id) {
+  Table& table = this->table(kind);
+  const Entry* const entry = table.Find(id);
   if (entry == nullptr) return kHalNotFound;
-  table->Remove(static_cast<std::size_t>(entry - table->entries.data()));
-  table->GiveMemoryBack();
+  Remove(kind, static_cast<std::size_t>(entry - table.entries.data()));
+  table.GiveMemoryBack();
   return kHalSuccess;
+}
+
+void HalTables::Remove(HalKind kind, std::size_t place) {
+  Table& table = this->table(kind);
+  if (data_plane_ != nullptr) data_plane_->Remove(kind, table.entries[place].id);
+  table.Remove(place);
+}
+
+SavedEntry HalTables::Save(HalKind kind, std::uint32_t id) const {
+  const Entry* const entry = table(kind).Find(id);
+  if (entry == nullptr) return {kind, id, std::nullopt, 0};
+  return {kind, id, entry->payload, entry->named_in};
+}
+
+void HalTables::Restore(const SavedEntry& saved) {
+  if (!saved.payload) {
+    Destroy(saved.kind, saved.id);
+    return;
+  }
+  Table* const table = &this->table(saved.kind);
+  const Entry* const present = table->Find(saved.id);
+  if (data_plane_ != nullptr && (present == nullptr || present->payload != *saved.payload)) {
+    VisitKind(saved.kind, [this, &saved](auto row) {
+      typename decltype(row)::Message message;
+      message.ParseFromString(*saved.payload);
+      data_plane_->Store(saved.kind, saved.id, message);
+    });
+  }
+  Store(table, saved.id, *saved.payload);
+  table->FindOrAdd(saved.id)->named_in = saved.named_in;
 }
 
 void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) const {
@@ -117,7 +153,7 @@ bool HalTables::EndReinstallInPart(std::size_t max_entries) {
     // Backwards: the entry that moves into a gap has already been looked at.
     while (place != 0) {
       if (max_entries-- == 0) return false;
-      if (!MayStay(table.entries[--place])) table.Remove(place);
+      if (!MayStay(table.entries[--place])) Remove(static_cast<HalKind>(unended_.kind), place);
     }
     table.GiveMemoryBack();
   }
@@ -159,6 +195,11 @@ void HalTables::Table::GiveMemoryBack() {
 
 void HalTables::Clear() {
   reinstalling_ = false;
+  if (data_plane_ != nullptr) {
+    for (const HalKind kind : kAllHalKinds) {
+      for (const Entry& entry : table(kind).entries) data_plane_->Remove(kind, entry.id);
+    }
+  }
   tables_ = {};
 }
 

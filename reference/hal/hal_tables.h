@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "reference/hal/data_plane.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/hal/kinds.h"
@@ -57,12 +58,22 @@ struct TableEntryView {
   std::string_view payload;
 };
 
+/// An entry as it was, or that there was none.
+struct SavedEntry {
+  HalKind kind{};
+  std::uint32_t id = 0;
+  std::optional<std::string> payload;
+  /// The last reinstall that named it; 0 for none.
+  std::uint64_t named_in = 0;
+};
+
 /// The forwarding tables behind a HAL server: the installed entries, and the checks that hardware
 /// would make. Used by one thread at a time.
 class HalTables {
  public:
-  /// `capacity` is the maximum number of entries in each table.
-  explicit HalTables(std::size_t capacity);
+  /// `capacity` is the maximum number of entries in each table. `data_plane` has to agree to every
+  /// entry, and is told of every change; not owned, null for none.
+  explicit HalTables(std::size_t capacity, DataPlane* data_plane = nullptr);
 
   /// Carries out one request, whose id is the payload's. Checks, in this order:
   /// 1. the payload decodes and carries an id, for destinations not 0 (else `kHalBadRequest`);
@@ -72,7 +83,8 @@ class HalTables {
   ///    a kind with `kInstallReplaces`, and within a reinstall an entry of any kind;
   /// 4. the kind's `LabelsInRange` (`kHalLabelOutOfRange`);
   /// 5. the kind's `ReferencesExist` (`kHalMissingReference`);
-  /// 6. there is room for a new entry (`kHalTableFull`).
+  /// 6. there is room for a new entry (`kHalTableFull`);
+  /// 7. the data plane agrees to new content.
   ///
   /// An entry that the current reinstall has not named yet may be gone at its end. So nothing can
   /// refer to it (5), and an install of the same payload is checked like any other (3).
@@ -83,6 +95,11 @@ class HalTables {
 
   /// The same for a payload that is already decoded into `message`, which is of the kind's class.
   HalReturnCode Apply(const HalRequest& request, const google::protobuf::Message& message);
+
+  /// For undoing requests, the latest one first: `Restore` brings back what `Save` has seen before
+  /// a request.
+  SavedEntry Save(HalKind kind, std::uint32_t id) const;
+  void Restore(const SavedEntry& saved);
 
   /// Opens a reinstall; restarts one that is open.
   void BeginReinstall();
@@ -161,14 +178,16 @@ class HalTables {
   template <typename Kind>
   HalReturnCode ApplyMessage(const HalRequest& request, const typename Kind::Message& message);
 
-  static HalReturnCode Destroy(Table* table, std::uint32_t id);
+  HalReturnCode Destroy(HalKind kind, std::uint32_t id);
   void Store(Table* table, std::uint32_t id, const std::string& payload) const;
+  void Remove(HalKind kind, std::size_t place);
   bool MayStay(const Entry& entry) const { return !reinstalling_ || entry.named_in == reinstall_; }
 
   Table& table(HalKind kind) { return tables_[static_cast<std::size_t>(kind)]; }
   const Table& table(HalKind kind) const { return tables_[static_cast<std::size_t>(kind)]; }
 
   std::size_t capacity_;
+  DataPlane* data_plane_;
   bool reinstalling_ = false;
   // The latest reinstall, counted from 1.
   std::uint64_t reinstall_ = 0;

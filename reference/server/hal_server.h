@@ -18,6 +18,7 @@ class io_context;
 
 namespace reference {
 
+class DataPlane;
 class RequestObserver;
 class ServerFaults;
 
@@ -45,6 +46,9 @@ struct HalServerOptions {
   RequestObserver* observer = nullptr;
   /// Makes the server misbehave. Not owned, must outlive the server; null for no faults.
   ServerFaults* faults = nullptr;
+  /// Forwards what the tables say; all requests of a read are committed together, before they are
+  /// answered. Not owned, must outlive the server; null for tables alone. Not together with faults.
+  DataPlane* data_plane = nullptr;
   /// Called with every connection event, one line each. May be empty.
   LogFunction log;
 };

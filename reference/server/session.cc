@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 
+#include "reference/hal/data_plane.h"
 #include "reference/hal/request_observer.h"
 #include "reference/server/decode_request.h"
 #include "reference/text/printable.h"
@@ -84,7 +85,7 @@ void CheckFrame(const FrameSplitter::Frame& frame) {
 
 ServerState::ServerState(HalServerOptions server_options)
     : options(std::move(server_options)),
-      tables(options.table_capacity),
+      tables(options.table_capacity, options.data_plane),
       generation(NewGeneration()),
       started(steady_clock::now()) {
   if (options.observer != nullptr) options.observer->ServerFound();
@@ -256,19 +257,23 @@ void Session::HandleFrames() {
   try {
     while (socket_.is_open() && !closing_ && !table_reading_ && !reinstall_end_) {
       const auto frame = splitter_.Next();
-      if (!frame) return;
+      if (!frame) break;
       unhandled_ -= frame->whole.size();
       Handle(*frame);
     }
   } catch (const ProtocolError& error) {
-    Refuse(error.what());
+    CommitStaged();
+    return Refuse(error.what());
   }
+  CommitStaged();
 }
 
 void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
   CheckFrame(frame);
+  // What follows sees the requests before it in effect.
+  if (!IsRequest(type)) CommitStaged();
   const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
   // A client of minor version 0 does not announce in its hello that it writes.
   if ((IsRequest(type) || marks) && !BecomeWriter(false)) return;
@@ -368,6 +373,7 @@ void Session::OnRequest(const FrameSplitter::Frame& frame) {
 void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* message) {
   using End = ServerFaults::RequestFate::End;
   TellRequest();
+  if (state_->options.data_plane != nullptr) return Stage(sequence, message);
   ServerFaults* const faults = state_->options.faults;
   const auto fate =
       faults == nullptr ? ServerFaults::RequestFate() : faults->OnRequest(request_, state_->tables);
@@ -384,6 +390,47 @@ void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* 
   if (fate.end == End::kCrashAfter) return state_->Crash();
   if (fate.end == End::kCloseAfter) return CloseAfterWriting();
   Answer(fate, sequence, code);
+}
+
+void Session::Stage(std::uint32_t sequence, const google::protobuf::Message* message) {
+  const SavedEntry before = state_->tables.Save(KindOf(request_.operation), request_.id);
+  const HalReturnCode code =
+      message == nullptr ? kHalBadRequest : state_->tables.Apply(request_, *message);
+  staged_.push_back({sequence, request_, code, before});
+}
+
+void Session::CommitStaged() {
+  if (staged_.empty()) return;
+  if (state_->options.data_plane->Commit()) CommitOneByOne();
+  for (Staged& staged : staged_) {
+    request_ = std::move(staged.request);
+    Answer({}, staged.sequence, staged.code);
+  }
+  staged_.clear();
+}
+
+// Undoing everything first keeps the codes exact: a request that refers to a refused one finds that
+// missing.
+void Session::CommitOneByOne() {
+  HalTables& tables = state_->tables;
+  DataPlane& data_plane = *state_->options.data_plane;
+  for (auto staged = staged_.rbegin(); staged != staged_.rend(); ++staged) {
+    if (staged->code == kHalSuccess) tables.Restore(staged->before);
+  }
+  data_plane.CommitOrLeave();
+  for (Staged& staged : staged_) {
+    if (staged.code == kHalBadRequest) continue;
+    staged.before = tables.Save(staged.before.kind, staged.before.id);
+    staged.code = tables.Apply(staged.request);
+    if (staged.code != kHalSuccess) continue;
+    const auto refusal = data_plane.Commit();
+    if (!refusal) continue;
+    state_->Log(LogLevel::kWarning, std::string(OperationName(staged.request.operation)) + ' ' +
+                                        std::to_string(staged.request.id) + ": " + *refusal);
+    tables.Restore(staged.before);
+    data_plane.CommitOrLeave();
+    staged.code = kHalKernelRefused;
+  }
 }
 
 void Session::TellRequest() {
@@ -416,7 +463,9 @@ void Session::OnEndReinstall(std::uint32_t sequence) {
 }
 
 void Session::ContinueReinstallEnd() {
-  if (!state_->tables.EndReinstallInPart(kReinstallEndStep)) return;
+  const bool ended = state_->tables.EndReinstallInPart(kReinstallEndStep);
+  if (state_->options.data_plane != nullptr) state_->options.data_plane->CommitOrLeave();
+  if (!ended) return;
   const ReinstallEnd end = *std::exchange(reinstall_end_, std::nullopt);
   AnswerEnd(end.sequence, end.entries_before - EntryCount(state_->tables));
 }

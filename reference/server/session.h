@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "reference/hal/hal_tables.h"
 #include "reference/server/hal_server.h"
@@ -91,6 +92,14 @@ class Session : public std::enable_shared_from_this<Session> {
     std::uint32_t sequence = 0;
     std::size_t entries_before = 0;
   };
+  // A request that the data plane has not committed yet.
+  struct Staged {
+    std::uint32_t sequence = 0;
+    HalRequest request;
+    // As far as the tables know.
+    HalReturnCode code = kHalSuccess;
+    SavedEntry before;
+  };
 
   void Read();
   void ReadSome();
@@ -116,6 +125,11 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnRequest(const FrameSplitter::Frame& frame);
   // Carries out `request_`, as far as a fault lets it; `message` is null if it did not decode.
   void CarryOut(std::uint32_t sequence, const google::protobuf::Message* message);
+  // With a data plane: carries out `request_`, whose answer waits for the commit.
+  void Stage(std::uint32_t sequence, const google::protobuf::Message* message);
+  void CommitStaged();
+  // After a refusal: finds out which of the requests it was.
+  void CommitOneByOne();
   void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
@@ -176,6 +190,8 @@ class Session : public std::enable_shared_from_this<Session> {
   // A member so that its memory is reused.
   HalRequest request_;
   std::string scratch_;
+  // Empty between reads, and without a data plane.
+  std::vector<Staged> staged_;
   // The frames that follow wait for these.
   std::optional<TableReading> table_reading_;
   std::optional<ReinstallEnd> reinstall_end_;

@@ -20,7 +20,7 @@ SEES = {
     "reference/site": {"reference/text"},
     "reference/hal": {"reference/support", "reference/text"} | LIBRARY,
     "reference/data_plane/linux": {"reference/data_plane"},
-    "reference/data_plane": {"reference/hal", "reference/text", "platform"},
+    "reference/data_plane": {"reference/hal", "reference/log", "platform"},
     "reference/wire": {"reference/hal"},
     "reference/socket_client": {"reference/hal", "reference/log", "reference/support",
                                 "reference/text", "reference/wire"},

@@ -1,0 +1,44 @@
+#ifndef ZUSKUX_REFERENCE_HAL_DATA_PLANE_H_
+#define ZUSKUX_REFERENCE_HAL_DATA_PLANE_H_
+
+#include <google/protobuf/message.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "reference/hal/hal_code.h"
+#include "reference/hal/kinds.h"
+
+namespace reference {
+
+/// What forwards packets behind the HAL's tables. The tables name the changes, which take effect
+/// together: the server commits all that a read from its client brought. Used on the thread of the
+/// tables.
+class DataPlane {
+ public:
+  DataPlane() = default;
+  DataPlane(const DataPlane&) = delete;
+  DataPlane& operator=(const DataPlane&) = delete;
+  virtual ~DataPlane() = default;
+
+  /// Adds or replaces an entry; `message` is of the kind's class. Returns why that is impossible;
+  /// nothing has changed then.
+  virtual HalReturnCode Store(HalKind kind, std::uint32_t id,
+                              const google::protobuf::Message& message) = 0;
+
+  /// Removes an entry.
+  virtual void Remove(HalKind kind, std::uint32_t id) = 0;
+
+  /// Makes the changes since the last commit. Returns why one was refused; some of the others have
+  /// been made then. The caller takes back what it wanted, and commits that with `CommitOrLeave`.
+  virtual std::optional<std::string> Commit() = 0;
+
+  /// Makes the changes since the last commit; for those that cannot be taken back. Logs what is
+  /// refused, and leaves it as it is.
+  virtual void CommitOrLeave() = 0;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_HAL_DATA_PLANE_H_

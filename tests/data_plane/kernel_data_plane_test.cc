@@ -1,0 +1,168 @@
+/// Tables, translation and kernel together: what the kernel has after changes and refusals.
+
+#include "reference/data_plane/kernel_data_plane.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "reference/data_plane/difference.h"
+#include "reference/hal/hal_tables.h"
+#include "tests/data_plane/model_kernel.h"
+#include "tests/hal/messages.h"
+
+namespace reference {
+namespace {
+
+using testing::ElementsAre;
+
+const InterfaceNames kInterfaces = {{1, "eth0"}, {2, "eth1"}, {3, "eth1.20"}};
+const std::set<std::string> kDevices = {"eth0", "eth1"};
+
+encapsulation::VlanMessage VlanOn(std::uint32_t id, std::uint32_t lim) {
+  encapsulation::VlanMessage vlan = Vlan(id);
+  std::string bytes(sizeof lim, '\0');
+  std::memcpy(bytes.data(), &lim, sizeof lim);
+  vlan.set_lim_id(bytes);
+  return vlan;
+}
+
+encapsulation::HostMessage Neighbour(std::uint32_t id, std::uint32_t vlan) {
+  encapsulation::HostMessage host = HostOn(id, vlan);
+  host.set_dest_mac("\x02\x02\x02\x02\x02\x02");
+  return host;
+}
+
+template <typename Message>
+HalRequest Request(HalOperation operation, const Message& message) {
+  return {operation, 0, 0, message.SerializeAsString()};
+}
+
+class KernelDataPlaneTest : public testing::Test {
+ protected:
+  std::vector<RefusedChange> Write(const std::vector<KernelChange>& changes) {
+    std::vector<RefusedChange> refused;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+      const bool refuses = refuses_ && refuses_();
+      const auto refusal = refuses ? "out of memory" : kernel_.Write(changes[i]);
+      if (!refuses && refusal && refused.empty()) ADD_FAILURE() << *refusal;
+      if (refusal) refused.push_back({i, *refusal});
+    }
+    return refused;
+  }
+
+  // As the server does it.
+  HalReturnCode CarryOut(HalKind kind, std::uint32_t id, const HalRequest& request) {
+    const SavedEntry before = tables_.Save(kind, id);
+    const HalReturnCode code = tables_.Apply(request);
+    if (code != kHalSuccess || !data_plane_.Commit()) return code;
+    tables_.Restore(before);
+    const auto refuses = std::exchange(refuses_, nullptr);
+    data_plane_.CommitOrLeave();
+    refuses_ = refuses;
+    return kHalKernelRefused;
+  }
+
+  KernelObjects Wanted() const {
+    Translation translation(kInterfaces, kDevices);
+    for (const auto& [key, payload] : tables_.Entries()) {
+      VisitKind(key.first, [&translation, key = key, &payload = payload](auto row) {
+        typename decltype(row)::Message message;
+        EXPECT_TRUE(message.ParseFromString(payload));
+        EXPECT_EQ(translation.Store(key.first, key.second, message), kHalSuccess);
+      });
+    }
+    return translation.objects();
+  }
+
+  ModelKernel kernel_{kDevices};
+  std::function<bool()> refuses_;
+  std::vector<std::string> lines_;
+  KernelDataPlane data_plane_{
+      Translation(kInterfaces, kDevices),
+      [this](const std::vector<KernelChange>& changes) { return Write(changes); },
+      [this](LogLevel, const std::string& line) { lines_.push_back(line); }};
+  HalTables tables_{100, &data_plane_};
+};
+
+TEST_F(KernelDataPlaneTest, TheKernelFollowsTheTables) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallHost, Neighbour(20, 10))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  EXPECT_EQ(kernel_.objects().nexthops.size(), 2);
+  EXPECT_TRUE(kernel_.objects() == Wanted());
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(11, 9))), kHalNoInterface);
+}
+
+TEST_F(KernelDataPlaneTest, TheFirstRefusalIsTheReason) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  int change = 0;
+  refuses_ = [&change] { return ++change == 1; };
+  EXPECT_EQ(data_plane_.Commit(), "out of memory");
+}
+
+TEST_F(KernelDataPlaneTest, WhatCannotBeTakenBackIsLogged) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallEcmp, Ecmp(10, {}))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kDestroyEcmp, Ecmp(10, {}))), kHalSuccess);
+  refuses_ = [] { return true; };
+  data_plane_.CommitOrLeave();
+  data_plane_.CommitOrLeave();
+  EXPECT_THAT(lines_, ElementsAre("the kernel differs from the tables now: out of memory",
+                                  "the kernel differs from the tables now: out of memory"));
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+}
+
+TEST_F(KernelDataPlaneTest, KernelAndTablesAgreeWhateverIsRefused) {
+  std::mt19937 random(7);
+  const auto below = [&random](std::uint32_t bound) {
+    return static_cast<std::uint32_t>(random() % bound);
+  };
+  refuses_ = [&below] { return below(12) == 0; };
+  std::map<HalReturnCode, int> codes;
+  for (int step = 0; step < 3'000; ++step) {
+    const std::uint32_t vlan = 1 + below(3);
+    const std::uint32_t host = 4 + below(3);
+    const std::uint32_t group = 7 + below(2);
+    HalReturnCode code{};
+    switch (below(6)) {
+      case 0:
+        code = CarryOut(HalKind::kVlan, vlan,
+                        Request(HalOperation::kInstallVlan, VlanOn(vlan, 1 + below(3))));
+        break;
+      case 1:
+        code = CarryOut(HalKind::kVlan, vlan,
+                        Request(HalOperation::kReplaceVlan, VlanOn(vlan, 1 + below(3))));
+        break;
+      case 2:
+        code = CarryOut(HalKind::kVlan, vlan, Request(HalOperation::kDestroyVlan, Vlan(vlan)));
+        break;
+      case 3:
+        code = CarryOut(HalKind::kHost, host,
+                        Request(HalOperation::kInstallHost, Neighbour(host, vlan)));
+        break;
+      case 4:
+        code = CarryOut(HalKind::kHost, host,
+                        Request(HalOperation::kReplaceHost, Neighbour(host, vlan)));
+        break;
+      default:
+        code = CarryOut(HalKind::kEcmp, group,
+                        Request(HalOperation::kInstallEcmp, Ecmp(group, {vlan, host})));
+        break;
+    }
+    ++codes[code];
+    ASSERT_TRUE(kernel_.objects() == Wanted()) << "step " << step;
+  }
+  EXPECT_GT(codes[kHalSuccess], 500);
+  EXPECT_GT(codes[kHalKernelRefused], 100);
+}
+
+}  // namespace
+}  // namespace reference

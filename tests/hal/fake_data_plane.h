@@ -1,0 +1,73 @@
+#ifndef ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
+#define ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "reference/hal/data_plane.h"
+
+namespace reference {
+
+/// A data plane that writes down its calls, and refuses what it is told to.
+class FakeDataPlane : public DataPlane {
+ public:
+  HalReturnCode Store(HalKind kind, std::uint32_t id,
+                      const google::protobuf::Message& message) override {
+    const std::string name = Name(kind, id);
+    calls_.push_back("store " + name);
+    const auto code = codes_.find(name);
+    if (code != codes_.end()) return code->second;
+    stored_.insert(name);
+    entries_[name] = message.SerializeAsString();
+    return kHalSuccess;
+  }
+
+  void Remove(HalKind kind, std::uint32_t id) override {
+    calls_.push_back("remove " + Name(kind, id));
+    entries_.erase(Name(kind, id));
+  }
+
+  std::optional<std::string> Commit() override {
+    calls_.emplace_back("commit");
+    const std::set<std::string> stored = std::exchange(stored_, {});
+    for (const std::string& name : stored) {
+      if (refused_.count(name) != 0) return "no room for " + name;
+    }
+    return std::nullopt;
+  }
+
+  void CommitOrLeave() override {
+    calls_.emplace_back("commit or leave");
+    stored_.clear();
+  }
+
+  /// `Store` returns `code` for "vlan 10".
+  void RefuseToStore(const std::string& name, HalReturnCode code) { codes_[name] = code; }
+  /// `Commit` fails with "vlan 10".
+  void RefuseToCommit(const std::string& name) { refused_.insert(name); }
+
+  /// "store vlan 10", "remove vlan 10", "commit", "commit or leave", since the last call.
+  std::vector<std::string> TakeCalls() { return std::exchange(calls_, {}); }
+  /// The messages by name.
+  const std::map<std::string, std::string>& entries() const { return entries_; }
+
+ private:
+  static std::string Name(HalKind kind, std::uint32_t id) {
+    return std::string(HalKindName(kind)) + ' ' + std::to_string(id);
+  }
+
+  std::map<std::string, HalReturnCode> codes_;
+  std::set<std::string> refused_;
+  std::set<std::string> stored_;
+  std::vector<std::string> calls_;
+  std::map<std::string, std::string> entries_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_

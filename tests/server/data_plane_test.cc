@@ -1,0 +1,131 @@
+/// A server with a data plane: batches, answers after the commit, and refusals.
+
+#include "reference/hal/data_plane.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+
+#include "tests/hal/fake_data_plane.h"
+#include "tests/hal/messages.h"
+#include "tests/server/raw_client.h"
+#include "tests/server/test_server.h"
+
+namespace reference {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+
+constexpr int kInstallVlan = 5;
+constexpr int kDestroyVlan = 6;
+constexpr int kReplaceVlan = 7;
+constexpr int kInstallHost = 8;
+constexpr int kBegin = 17;
+constexpr int kEnd = 18;
+constexpr int kHeartbeat = 20;
+
+std::string VlanFrame(int type, std::uint32_t sequence, std::uint32_t id,
+                      std::uint32_t mtu = 1500) {
+  return FrameBytes(type, sequence, Vlan(id, mtu).SerializeAsString());
+}
+
+std::string HostFrame(std::uint32_t sequence, std::uint32_t id, std::uint32_t vlan) {
+  return FrameBytes(kInstallHost, sequence, HostOn(id, vlan).SerializeAsString());
+}
+
+class DataPlaneTest : public testing::Test {
+ protected:
+  DataPlaneTest() { client_.emplace(server_.path()).Greet(); }
+
+  static HalServerOptions Options(DataPlane* data_plane) {
+    HalServerOptions options;
+    options.data_plane = data_plane;
+    return options;
+  }
+
+  // The server's thread has ended then.
+  std::vector<std::string> Calls() {
+    server_.Stop();
+    return data_plane_.TakeCalls();
+  }
+
+  FakeDataPlane data_plane_;
+  TestServer server_{Options(&data_plane_)};
+  std::optional<RawClient> client_;
+};
+
+TEST_F(DataPlaneTest, TheRequestsOfAReadAreOneCommit) {
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + HostFrame(2, 20, 10) +
+                VlanFrame(kReplaceVlan, 3, 10, 1400));
+  EXPECT_THAT(client_->ReceiveFrames(3),
+              ElementsAre(Result(1, 0, 10), Result(2, 0, 20), Result(3, 0, 10)));
+  EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "store host 20", "store vlan 10", "commit"));
+}
+
+TEST_F(DataPlaneTest, ACodeOfTheDataPlaneIsTheResult) {
+  data_plane_.RefuseToStore("vlan 10", kHalNoInterface);
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + FrameBytes(kInstallVlan, 2, "\xFF"));
+  EXPECT_THAT(client_->ReceiveFrames(2), ElementsAre(Result(1, 7, 10), Result(2, 6, 0)));
+}
+
+TEST_F(DataPlaneTest, OnlyTheRefusedRequestFails) {
+  data_plane_.RefuseToCommit("vlan 11");
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + VlanFrame(kInstallVlan, 2, 11) +
+                VlanFrame(kInstallVlan, 3, 12) + FrameBytes(kInstallVlan, 4, "\xFF"));
+  EXPECT_THAT(client_->ReceiveFrames(4),
+              ElementsAre(Result(1, 0, 10), Result(2, 9, 11), Result(3, 0, 12), Result(4, 6, 0)));
+  EXPECT_THAT(server_.Lines(), Contains(EndsWith("install-vlan 11: no room for vlan 11")));
+  const auto entries = server_.Tables().Entries(HalKind::kVlan);
+  EXPECT_EQ(entries.size(), 2);
+  EXPECT_EQ(entries.count(11), 0);
+  Calls();
+  EXPECT_EQ(data_plane_.entries().size(), 2);
+  EXPECT_EQ(data_plane_.entries().count("vlan 11"), 0);
+}
+
+TEST_F(DataPlaneTest, WhatRefersToARefusedEntryFindsItMissing) {
+  data_plane_.RefuseToCommit("vlan 10");
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + HostFrame(2, 20, 10));
+  EXPECT_THAT(client_->ReceiveFrames(2), ElementsAre(Result(1, 9, 10), Result(2, 1, 20)));
+}
+
+TEST_F(DataPlaneTest, ARefusedReplaceLeavesTheEntryAsItWas) {
+  client_->Send(VlanFrame(kInstallVlan, 1, 10));
+  EXPECT_EQ(client_->Receive(), Result(1, 0, 10));
+  data_plane_.RefuseToCommit("vlan 10");
+  client_->Send(VlanFrame(kReplaceVlan, 2, 10, 1400));
+  EXPECT_EQ(client_->Receive(), Result(2, 9, 10));
+  EXPECT_EQ(server_.Tables().Entries(HalKind::kVlan).at(10), Vlan(10).SerializeAsString());
+  EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "commit", "store vlan 10", "commit",
+                                   "store vlan 10", "commit or leave", "store vlan 10", "commit",
+                                   "store vlan 10", "commit or leave"));
+}
+
+TEST_F(DataPlaneTest, OtherFramesWaitForTheRequestsBeforeThem) {
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + FrameBytes(kHeartbeat, 2) +
+                VlanFrame(kDestroyVlan, 3, 10));
+  EXPECT_THAT(client_->ReceiveFrames(3),
+              ElementsAre(Result(1, 0, 10), RawFrame{kHeartbeat, 2, ""}, Result(3, 0, 10)));
+  EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "commit", "remove vlan 10", "commit"));
+}
+
+TEST_F(DataPlaneTest, WhatComesBeforeAProtocolErrorIsCommitted) {
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + FrameBytes(99, 2));
+  EXPECT_EQ(client_->Receive(), Result(1, 0, 10));
+  EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "commit"));
+}
+
+TEST_F(DataPlaneTest, TheEndOfAReinstallIsCommitted) {
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + FrameBytes(kBegin, 2) +
+                VlanFrame(kInstallVlan, 3, 11) + FrameBytes(kEnd, 4));
+  EXPECT_EQ(client_->ReceiveFrames(3).size(), 3);
+  EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "commit", "store vlan 11", "commit",
+                                   "remove vlan 10", "commit or leave"));
+}
+
+}  // namespace
+}  // namespace reference
