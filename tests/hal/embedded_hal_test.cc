@@ -423,6 +423,7 @@ TEST(EmbeddedHalRestartTest, InsideTheResultOfALostRequest) {
   hold.Release();
   EXPECT_THAT(reported.Await(6), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100",
                                              "InstallVlan 3: 100", "found", "InstallVlan 4: 0"));
+  EXPECT_EQ(hal.counters().servers_found, 2U);
 }
 
 TEST(EmbeddedHalRestartTest, InsideTheReportOfTheServerFound) {

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -22,6 +24,46 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+/// Lists the requests and marks that it sees, between those that the connection submits.
+class Observed : public RequestObserver {
+ public:
+  std::uint64_t Request(const HalRequest& /*request*/, const void* /*wrapper*/) override {
+    events.emplace_back("observed request");
+    return 1;
+  }
+  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/,
+              HalReturnCode /*code*/) override {
+    ADD_FAILURE();
+  }
+  void BeginReinstall() override { events.emplace_back("observed begin"); }
+  void EndReinstall() override { events.emplace_back("observed end"); }
+  void ServerFound() override { ADD_FAILURE(); }
+  void Event(std::string_view /*line*/) override { ADD_FAILURE(); }
+
+  std::vector<std::string> events;
+};
+
+class ObservedConnection : public HalConnection {
+ public:
+  explicit ObservedConnection(Observed* observed) : observed_(observed) { Observe(observed); }
+
+  void Start(HalReports /*reports*/) override { ADD_FAILURE(); }
+  bool HasRoom() override { return true; }
+  HalConnectionCounters counters() const override { return {}; }
+  HalLatencies latencies() const override { return {}; }
+
+ protected:
+  HalReturnCode Submit(HalRequest /*request*/) override {
+    observed_->events.emplace_back("submitted request");
+    return kHalSuccess;
+  }
+  void SubmitBeginReinstall() override { observed_->events.emplace_back("submitted begin"); }
+  void SubmitEndReinstall() override { observed_->events.emplace_back("submitted end"); }
+
+ private:
+  Observed* const observed_;
+};
 
 /// Keeps the operation and the id of each request, and refuses it with its own code.
 class SubmittedRequests : public HalConnection {
@@ -86,6 +128,18 @@ TEST(HalConnectionTest, SubmitsEachRequestAndPassesTheAnswerOn) {
           std::pair(HalOperation::kInstallEcmp, 4), std::pair(HalOperation::kDestroyEcmp, 4),
           std::pair(HalOperation::kInstallMpls, 5), std::pair(HalOperation::kDestroyMpls, 5),
           std::pair(HalOperation::kReplaceMpls, 5)));
+}
+
+// The HAL's answer may be observed as soon as it has been submitted.
+TEST(HalConnectionTest, IsObservedBeforeItSubmits) {
+  Observed observed;
+  ObservedConnection connection(&observed);
+  connection.BeginReinstall();
+  VrfEncapsulationMessage vrf;
+  connection.InstallVrfIngressInterface(&vrf);
+  connection.EndReinstall();
+  EXPECT_THAT(observed.events, ElementsAre("observed begin", "submitted begin", "observed request",
+                                           "submitted request", "observed end", "submitted end"));
 }
 
 TEST(HalConnectionTest, InitialisesTheModuleWithoutARequest) {

@@ -811,6 +811,42 @@ TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
 }
 
+TEST_F(ManagerTest, ARestartForgetsWhatWasAwaited) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  site.ecmps = {EcmpEntry(30, {10})};
+  Apply(site);
+  FindServer();
+  Answer("install-vlan 10", kHalLabelOutOfRange);
+  Answer("install-ecmp 30", kHalMissingReference);
+  hal_.LoseServer();
+  FindServer();
+  Sent();
+  Answer("install-ecmp 30", kHalBadRequest);
+  Answer("install-vlan 10");
+  EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
+}
+
+TEST_F(ManagerTest, TheHostHearsOfAServerOnceThereIsOne) {
+  std::vector<bool> heard;
+  ManagerEvents events;
+  Manager* manager = nullptr;
+  events.connection = [&](bool connected) {
+    EXPECT_EQ(connected, manager->connected());
+    heard.push_back(connected);
+  };
+  // The host's manager takes the place of the fixture's.
+  ScriptedHal hal;
+  Manager own(&io_, std::move(events));
+  manager = &own;
+  own.Start(&hal);
+  hal.FindServer();
+  Work();
+  hal.LoseServer();
+  Work();
+  EXPECT_THAT(heard, ElementsAre(true, false));
+}
+
 TEST_F(ManagerTest, ReplacesWhatExists) {
   Site site;
   site.vlans = {VlanEntry(10)};

@@ -53,6 +53,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "f:1:25: ms does not go with what: \"swallow\"; remove it"},
         BadFile{"UselessOf", "fault { what: \"refuse\" of: \"vlan\" }",
                 "f:1:24: of does not go with what: \"refuse\"; remove it"},
+        BadFile{"UselessUnknownOf", "fault { what: \"refuse\" of: \"tree\" }",
+                "f:1:24: of does not go with what: \"refuse\"; remove it"},
         BadFile{"UselessInReinstall", "fault { what: \"refuse\" in_reinstall: true }",
                 "f:1:24: in_reinstall does not go with what: \"refuse\"; remove it"},
         BadFile{"UnknownOf", "fault { what: \"swallow\" of: \"tree\" }",
@@ -82,12 +84,26 @@ TEST(ParseFaultFile, GivesEveryMistakeInOrder) {
 }
 
 TEST(ParseFaultFile, TakesEveryWord) {
-  for (const std::string text :
-       {"refuse\"", "close-on-accept\"", "one-byte-writes\"", "slow-reads\" bytes_per_second: 1",
-        "answer\" code: 0", "table-full\" entries: 0", "close-before\"", "close-after\"",
-        "crash-before\"", "crash-after\"", "cut-in-header\"", "cut-in-body\"", "delay\" ms: 0",
-        "reorder\" window: 2 ms: 600000", "duplicate\"", "swallow\"", "stray\"", "pause\" ms: 1",
-        "stall\" ms: 1"}) {
+  for (const std::string text : {"refuse\"",
+                                 "close-on-accept\"",
+                                 "one-byte-writes\"",
+                                 "slow-reads\" bytes_per_second: 1",
+                                 "answer\" code: 0",
+                                 "table-full\" entries: 0",
+                                 "close-before\"",
+                                 "close-after\"",
+                                 "answer\" code: 1 nth: 1 times: 1 one_in: 1",
+                                 "crash-before\"",
+                                 "crash-after\"",
+                                 "cut-in-header\"",
+                                 "cut-in-body\"",
+                                 "delay\" ms: 0",
+                                 "reorder\" window: 2 ms: 600000",
+                                 "duplicate\"",
+                                 "swallow\"",
+                                 "stray\"",
+                                 "pause\" ms: 1",
+                                 "stall\" ms: 1"}) {
     EXPECT_THAT(Errors(ParseFaultFile("fault { what: \"" + text + " }", {})), ElementsAre())
         << text;
   }

@@ -166,6 +166,13 @@ TEST(ServerFaults, CrashesInAReinstall) {
   EXPECT_EQ(frames[3].type, kInSync);
 }
 
+TEST(ServerFaults, StrikesOnlyBeforeTheEndOfAReinstall) {
+  TestServer server(R"(fault { what: "swallow" in_reinstall: true nth: 2 })");
+  EXPECT_THAT(Converse(&server, FrameBytes(kBegin, 1) + Installs(1, 1) + FrameBytes(kEnd, 2) +
+                                    Installs(3, 4)),
+              SizeIs(4));
+}
+
 struct CutCase {
   const char* what;
   std::size_t bytes;
