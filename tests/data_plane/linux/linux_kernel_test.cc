@@ -263,6 +263,17 @@ TEST_F(LinuxKernelTest, ReplacesANexthopUnderItsGroupAndRoute) {
   EXPECT_THAT(Output("ip route show 203.0.113.0/24"), HasSubstr("nhid 301"));
 }
 
+TEST_F(LinuxKernelTest, ANextHopMayChangeSeveralTimesInOneGo) {
+  Do(Everything());
+  Do({PutNexthop{7, BlackholeNexthop{}}, PutNexthop{7, DeviceNexthop{"zd10", {}, {}}},
+      PutNexthop{8, BlackholeNexthop{}}, RemoveNexthop{8}, RemoveNexthop{101},
+      PutNexthop{101, NexthopGroup{{{102, 1}}}}});
+  const KernelObjects objects = kernel_->Read();
+  EXPECT_EQ(objects.nexthops.at(7), KernelNexthop(DeviceNexthop{"zd10", {}, {}}));
+  EXPECT_EQ(objects.nexthops.count(8), 0U);
+  EXPECT_EQ(objects.nexthops.at(101), KernelNexthop(NexthopGroup{{{102, 1}}}));
+}
+
 TEST_F(LinuxKernelTest, RemovesWhatItMade) {
   Do(Everything());
   Do({RemoveNexthop{301}, RemoveNexthop{302}, RemoveNexthop{101}, RemoveNexthop{103},
@@ -510,13 +521,19 @@ class FaultySocket : public NetlinkSocket {
 
   std::size_t Receive(char* data, std::size_t size) override {
     if (before_receive) before_receive();
-    return socket_->Receive(data, size);
+    if (!drops_answers) return socket_->Receive(data, size);
+    drops_answers = false;
+    while (socket_->Receive(data, size) > 0) {
+    }
+    throw std::system_error(ENOBUFS, std::generic_category(), "injected");
   }
 
   int fd() const override { return socket_->fd(); }
 
   std::function<void(std::string* bytes)> before_send;
   std::function<void()> before_receive;
+  // Loses all answers to the last send, as a kernel without room for them.
+  bool drops_answers = false;
 
  private:
   const std::unique_ptr<NetlinkSocket> socket_;
@@ -583,8 +600,11 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
   int refused_ = 0;
 };
 
-// The kernel refuses one message after the other.
-TEST_F(LinuxKernelFaultTest, EachMessageRefused) {
+class LinuxKernelRefusalTest : public LinuxKernelFaultTest,
+                               public testing::WithParamInterface<bool> {};
+
+// The kernel refuses one message after the other, and says so, or its answers are lost.
+TEST_P(LinuxKernelRefusalTest, OfEachMessage) {
   bool injected = true;
   int messages = 0;
   for (; injected && messages < 100; ++messages) {
@@ -594,12 +614,14 @@ TEST_F(LinuxKernelFaultTest, EachMessageRefused) {
       for (std::size_t place = 0; place < bytes->size();) {
         nlmsghdr header{};
         std::memcpy(&header, bytes->data() + place, sizeof header);
-        const bool asks = header.nlmsg_type == RTM_GETLINK || header.nlmsg_type == RTM_DELLINK;
+        const bool asks = header.nlmsg_type == RTM_GETLINK || header.nlmsg_type == RTM_DELLINK ||
+                          (header.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
         if (!asks && countdown-- == 0) {
           // A type that no kernel knows.
           header.nlmsg_type = RTM_MAX + 1;
           std::memcpy(bytes->data() + place, &header, sizeof header);
           injected = true;
+          socket_->drops_answers = GetParam();
         }
         place += NLMSG_ALIGN(header.nlmsg_len);
       }
@@ -607,10 +629,14 @@ TEST_F(LinuxKernelFaultTest, EachMessageRefused) {
     Survive("message " + std::to_string(messages));
     RemoveAll();
   }
-  // Creating the device, its settings and up, and 8 more.
+  // The device's creation, settings and start, and 8 more.
   EXPECT_EQ(messages, 11 + 1);
   EXPECT_EQ(refused_, 11);
 }
+
+INSTANTIATE_TEST_SUITE_P(Each, LinuxKernelRefusalTest, testing::Bool(), [](const auto& test) {
+  return std::string(test.param ? "AnswerLost" : "Answered");
+});
 
 // One send after the other fails, for lack of memory.
 TEST_F(LinuxKernelFaultTest, EachSendFails) {
@@ -649,6 +675,8 @@ TEST_F(LinuxKernelFaultTest, EachAnswerLost) {
   }
   EXPECT_GE(receives, 10);
   EXPECT_LT(receives, 100);
+  // The kernel has done everything. Only a device's settings are not looked at again: two receives.
+  EXPECT_EQ(refused_, 2);
 }
 
 TEST_F(LinuxKernelFaultTest, ADeviceThatVanishesInTheMiddle) {
