@@ -50,6 +50,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zuskux-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libzuskux0 ${same_version}")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS graphviz)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_SOURCE_DIR}/packaging/conffiles)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
     "reference system around the zuskux library
 Translates forwarding destinations (VLAN, host, MPLS, ECMP, VRF) into
@@ -81,6 +82,11 @@ endfunction()
 option(ZUSKUX_DEBIAN_DOCUMENTS "Install the changelog and copyright files of Debian packages" OFF)
 if(ZUSKUX_DEBIAN_DOCUMENTS)
   zuskux_debian_documents()
+  if(ZUSKUX_BUILD_REFERENCE)
+    # Makes ip show the name of our routing protocol. ip looks there whatever the prefix is.
+    install(FILES ${CMAKE_SOURCE_DIR}/packaging/rt_protos.conf DESTINATION /etc/iproute2/rt_protos.d
+            RENAME zuskux.conf COMPONENT tools)
+  endif()
 endif()
 
 include(CPack)
