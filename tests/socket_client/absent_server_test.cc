@@ -65,6 +65,16 @@ TEST_F(SocketWatchTest, NoticesAFileThatIsMade) {
   EXPECT_EQ(Appeared(), 1);
 }
 
+TEST_F(SocketWatchTest, APathWithoutAFolderIsInTheCurrentOne) {
+  const auto folder = std::filesystem::current_path();
+  std::filesystem::current_path(Path(""));
+  SocketWatch watch(&io_, "hal.sock", [this] { ++appeared_; });
+  watch.Watch();
+  Touch("hal.sock");
+  EXPECT_EQ(Appeared(), 1);
+  std::filesystem::current_path(folder);
+}
+
 TEST_F(SocketWatchTest, NoticesAFileThatIsRenamedToThePath) {
   Touch(Path("other"));
   watch_.Watch();
