@@ -2,7 +2,7 @@
 """Mutation testing: changes one place of the sources at a time and checks that a test fails.
 
   mutate.py [--of SUBJECT] [--count N] [--seed S] [--all] [--file PART] [--again] [--fresh]
-            [--jobs N] [--minutes N]
+            [--jobs N] [--minutes N] [--seconds N]
   mutate.py [--of SUBJECT] --report [--file PART]
   mutate.py [--of SUBJECT] --list [--file PART]
 
@@ -18,6 +18,8 @@
   --jobs N       number of mutants tried in parallel, each in its own tree (default: one per
                  processor)
   --minutes N    starts no mutant after N minutes; the next run continues
+  --seconds N    skips test programs that take longer than N seconds, so more mutants survive;
+                 --again without it then retries those with every program
   --report       prints a report of the results so far, and tries nothing
   --list         prints the mutants, and tries nothing
 
@@ -187,8 +189,9 @@ class Results:
 class Tree:
     """A copy of the sources in which the test programs are built on demand. Used by one worker."""
 
-    def __init__(self, subject, number, killers):
+    def __init__(self, subject, number, killers, longest):
         self.subject = subject
+        self.longest = longest  # in seconds, the time of a test program that is still run
         self.folder = subject.work / str(number)
         self.tree, self.build_folder = self.folder / "tree", self.folder / "build"
         self.killers = killers
@@ -257,6 +260,8 @@ class Tree:
                     target.write_text(mutant.text)
                     if not self.prepare(program):
                         continue
+                if self.seconds[program] > self.longest:
+                    continue
                 if target.read_text() == mutant.text:
                     target.write_text(mutant.mutation.apply(mutant.text))
                 if errors := self.build(program):
@@ -409,16 +414,18 @@ def parse_arguments():
     parser.add_argument("--seed", default="1", **hidden)
     parser.add_argument("--file", default="", **hidden)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)), **hidden)
-    parser.add_argument("--minutes", type=float, default=float("inf"), **hidden)
+    for name in ("minutes", "seconds"):
+        parser.add_argument(f"--{name}", type=float, default=float("inf"), **hidden)
     for name in ("all", "again", "fresh", "report", "list"):
         parser.add_argument(f"--{name}", action="store_true", **hidden)
     return parser.parse_args()
 
 
-def try_all(subject, waiting, results, jobs, end):
-    """Tries the mutants until `end`, `jobs` at a time; returns whether all programs pass unmutated."""
+def try_all(subject, waiting, results, options, end):
+    """Tries the mutants until `end`, several at a time; returns whether all programs pass unmutated."""
     killers = results.killers()
-    trees = [Tree(subject, number, killers) for number in range(1, min(jobs, len(waiting)) + 1)]
+    trees = [Tree(subject, number, killers, options.seconds)
+             for number in range(1, min(options.jobs, len(waiting)) + 1)]
     numbered = iter(enumerate(waiting, 1))
     lock = threading.Lock()
 
@@ -467,12 +474,14 @@ def main():
     waiting = [mutant for mutant in chosen if mutant.key not in results.of
                or options.again and results.of[mutant.key]["outcome"] == "survived"
                and mutant.explanation_key() not in reasons]
+    # A header takes longest, because everything that includes it is compiled again.
+    waiting.sort(key=lambda mutant: mutant.file.endswith(".h"))
     os.nice(19)
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, MEMORY_LIMIT))
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_LIMIT, FILE_LIMIT))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     print(f"{len(chosen)} mutants chosen of {len(mutants)}, {len(waiting)} to try", flush=True)
-    sound = not waiting or try_all(subject, waiting, results, options.jobs, end)
+    sound = not waiting or try_all(subject, waiting, results, options, end)
     good = report([results.of[mutant.key] for mutant in chosen if mutant.key in results.of],
                   subject.target)
     untried = sum(mutant.key not in results.of for mutant in chosen)
