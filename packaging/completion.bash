@@ -9,11 +9,15 @@ _zuskux() {
       mapfile -t COMPREPLY < <(compgen -W 'embedded unix unix:' -- "$word")
       return
       ;;
+    --data-plane)
+      mapfile -t COMPREPLY < <(compgen -W 'linux' -- "$word")
+      return
+      ;;
     --kind)
       mapfile -t COMPREPLY < <(compgen -W 'vrf vlan host ecmp mpls' -- "$word")
       return
       ;;
-    --explain | --max-removals | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+    --explain | --max-removals | --netns | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
       return
       ;;
   esac

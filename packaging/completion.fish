@@ -14,4 +14,5 @@ for program in zuskux-manager zuskux-hal zuskux-record zuskux-generate-site
         -a "(__zuskux_options $program)"
     complete -c $program -n 'test (count (commandline -opc)) -eq 1' -a "(__zuskux_commands $program)"
     complete -c $program -n 'test (commandline -opc)[-1] = --hal' -f -a 'embedded unix unix:'
+    complete -c $program -n 'test (commandline -opc)[-1] = --data-plane' -f -a linux
 end

@@ -8,7 +8,11 @@ case ${words[CURRENT - 1]} in
     compadd -- embedded unix unix:
     return
     ;;
-  --explain | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+  --data-plane)
+    compadd -- linux
+    return
+    ;;
+  --explain | --netns | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
     return
     ;;
 esac

@@ -60,10 +60,6 @@ std::string LabelsText(const std::vector<std::uint32_t>& labels) {
 // The commands of one change.
 class Writer {
  public:
-  explicit Writer(const std::string& netns)
-      : ip_(netns.empty() ? "ip " : "ip -n " + Word(netns) + ' '),
-        exec_(netns.empty() ? "" : "ip netns exec " + Word(netns) + ' ') {}
-
   std::vector<std::string> Take() { return std::move(lines_); }
 
   void operator()(const PutDevice& put) {
@@ -103,18 +99,20 @@ class Writer {
   }
 
  private:
-  void Ip(const std::string& command) { lines_.push_back(ip_ + command); }
+  void Ip(const std::string& command) { lines_.push_back("ip " + command); }
 
   // With slashes, because names of devices contain dots.
   void Sysctl(const std::string& family, const std::string& device, const std::string& setting,
-              bool on) {
+              bool on, const std::string& options = "-qw") {
     const std::string key = "net/" + family + "/conf/" + device + '/' + setting;
-    lines_.push_back(exec_ + "sysctl -qw " + Word(key + '=' + (on ? '1' : '0')));
+    lines_.push_back("sysctl " + options + ' ' + Word(key + '=' + (on ? '1' : '0')));
   }
 
   void SetForwarding(const std::string& device, bool on) {
     Sysctl("ipv4", device, "forwarding", on);
     Sysctl("ipv6", device, "forwarding", on);
+    // Since Linux 6.17; ignored before.
+    Sysctl("ipv6", device, "force_forwarding", on, "-eqw");
   }
 
   void SetAlias(const std::string& name, const MacvlanDevice& macvlan) {
@@ -153,9 +151,9 @@ class Writer {
     if (before.forwarding != after.forwarding) SetForwarding(put.name, after.forwarding);
   }
 
-  std::string MtuText(const MacvlanDevice& macvlan) const {
+  static std::string MtuText(const MacvlanDevice& macvlan) {
     if (macvlan.mtu != 0) return std::to_string(macvlan.mtu);
-    return "\"$(" + ip_ + "link show " + Word(macvlan.parent) +
+    return "\"$(ip link show " + Word(macvlan.parent) +
            " | sed -n 's/.* mtu \\([0-9]*\\).*/\\1/p')\"";
   }
 
@@ -184,16 +182,13 @@ class Writer {
     Ip("nexthop replace id " + id + " group " + members + " protocol " + kMark);
   }
 
-  const std::string ip_;
-  // In front of other programs.
-  const std::string exec_;
   std::vector<std::string> lines_;
 };
 
 }  // namespace
 
-std::vector<std::string> IpCommands(const KernelChange& change, const std::string& netns) {
-  Writer writer(netns);
+std::vector<std::string> IpCommands(const KernelChange& change) {
+  Writer writer;
   std::visit(writer, change);
   return writer.Take();
 }

@@ -9,8 +9,7 @@
 namespace reference {
 
 /// The `ip` and `sysctl` commands that make the same change, one a line, quoted for a POSIX shell.
-/// They work in the network namespace `netns`; in that of the shell if it is empty.
-std::vector<std::string> IpCommands(const KernelChange& change, const std::string& netns);
+std::vector<std::string> IpCommands(const KernelChange& change);
 
 }  // namespace reference
 

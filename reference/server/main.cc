@@ -21,7 +21,9 @@
 #include "reference/record/recorder.h"
 #include "reference/server/fault_file.h"
 #include "reference/server/hal_server.h"
+#include "reference/server/linux_data_plane.h"
 #include "reference/server/tables_command.h"
+#include "reference/site/site_reader.h"
 #include "reference/socket_client/server_contents.h"
 #include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
@@ -72,6 +74,13 @@ po::options_description Options() {
        "misbehave as the file says")                                                //
       ("record", po::value<std::string>()->value_name("FILE"),                      //
        "record all requests and results")                                           //
+      ("data-plane", po::value<std::string>()->value_name("linux"),                 //
+       "program the Linux kernel too")                                              //
+      ("interfaces", po::value<std::string>()->value_name("SITE"),                  //
+       "the site file that names the interfaces")                                   //
+      ("netns", po::value<std::string>()->value_name("NAME"),                       //
+       "program this network namespace")                                            //
+      ("print", "print ip commands instead of programming")                         //
       ("quiet", "do not tell about connections")                                    //
       ("json", "with tables: as JSON")                                              //
       ("help", "show this help and exit")                                           //
@@ -108,12 +117,32 @@ bool IsTablesCommand(const po::variables_map& values) {
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
       tables_command
-          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet"}
+          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet",
+                                     "data-plane", "interfaces",  "netns", "print"}
           : std::vector<std::string>{"json"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
     throw UsageError("--" + option + " does not go " + (tables_command ? "with" : "without") +
                      " tables");
+  }
+}
+
+void CheckDataPlaneOptions(const po::variables_map& values) {
+  const bool data_plane = values.count("data-plane") != 0;
+  for (const char* const option : {"interfaces", "netns", "print"}) {
+    if (!data_plane && values.count(option) != 0) {
+      throw UsageError(std::string("--") + option + " goes with --data-plane linux only");
+    }
+  }
+  if (!data_plane) return;
+  const auto& name = values["data-plane"].as<std::string>();
+  if (name != "linux") throw UsageError("--data-plane \"" + name + "\" is unknown; use linux");
+  if (values.count("interfaces") == 0) throw UsageError("--data-plane needs --interfaces SITE");
+  if (values.count("fault") != 0) throw UsageError("--fault does not go with --data-plane");
+  if (values.count("print") != 0 && values.count("netns") != 0) {
+    throw UsageError(
+        "--netns does not go with --print; run it in the namespace: ip netns exec NAME zuskux-hal "
+        "...");
   }
 }
 
@@ -158,6 +187,29 @@ std::optional<std::unique_ptr<ServerFaults>> ReadFaults(const po::variables_map&
   return std::nullopt;
 }
 
+// Nothing if the file has mistakes, which have been reported by then.
+std::optional<reference::InterfaceNames> ReadInterfaces(const std::string& path) {
+  const auto site = reference::ReadSiteFile(path);
+  if (const auto* const errors = std::get_if<std::vector<reference::Diagnostic>>(&site)) {
+    for (const auto& error : *errors) SayError(FormatDiagnostic(path, error));
+    return std::nullopt;
+  }
+  reference::InterfaceNames names;
+  for (const auto& interface : std::get<reference::Site>(site).interfaces) {
+    names[interface.lim_id] = interface.name;
+  }
+  return names;
+}
+
+std::unique_ptr<reference::DataPlane> MakeDataPlane(const po::variables_map& values,
+                                                    const reference::InterfaceNames& interfaces) {
+  if (values.count("print") != 0) {
+    return reference::MakePrintingDataPlane(interfaces, &std::cout);
+  }
+  const std::string netns = values.count("netns") != 0 ? values["netns"].as<std::string>() : "";
+  return reference::MakeLinuxDataPlane(interfaces, netns, Say);
+}
+
 int Serve(const HalServerOptions& options) {
   boost::asio::io_context io(1);
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
@@ -194,7 +246,7 @@ int ShowTables(const po::variables_map& values) {
 int Run(const po::variables_map& values) {
   if (values.count("help") != 0) {
     std::cout << kUsage << Options()
-              << "\nExit status: 0 done, 1 an error, 2 wrong usage or a wrong fault file.\n";
+              << "\nExit status: 0 done, 1 an error, 2 wrong usage or mistakes in a file.\n";
     return 0;
   }
   if (values.count("version") != 0) {
@@ -203,6 +255,7 @@ int Run(const po::variables_map& values) {
   }
   const bool tables_command = IsTablesCommand(values);
   CheckOptions(values, tables_command);
+  CheckDataPlaneOptions(values);
   if (tables_command) return ShowTables(values);
 
   HalServerOptions options;
@@ -213,6 +266,11 @@ int Run(const po::variables_map& values) {
   const auto faults = ReadFaults(values);
   if (!faults) return kBadUsage;
   options.faults = faults->get();
+  std::optional<reference::InterfaceNames> interfaces;
+  if (values.count("data-plane") != 0) {
+    interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
+    if (!interfaces) return kBadUsage;
+  }
   std::optional<reference::Recorder> recorder;
   if (values.count("record") != 0) {
     recorder.emplace(values["record"].as<std::string>(), "zuskux-hal " ZUSKUX_VERSION, Say);
@@ -220,6 +278,9 @@ int Run(const po::variables_map& values) {
   }
   reference::IgnoreWriteSignals();
   Log().ShowTimes();
+  std::unique_ptr<reference::DataPlane> data_plane;
+  if (interfaces) data_plane = MakeDataPlane(values, *interfaces);
+  options.data_plane = data_plane.get();
   return Serve(options);
 }
 

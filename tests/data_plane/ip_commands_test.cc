@@ -40,9 +40,7 @@ struct CommandCase {
 
 class IpCommandsTest : public testing::TestWithParam<CommandCase> {};
 
-TEST_P(IpCommandsTest, DoTheSame) {
-  EXPECT_EQ(IpCommands(GetParam().change, ""), GetParam().lines);
-}
+TEST_P(IpCommandsTest, DoTheSame) { EXPECT_EQ(IpCommands(GetParam().change), GetParam().lines); }
 
 const auto kCaseName = [](const auto& test) { return std::string(test.param.name); };
 
@@ -55,7 +53,8 @@ INSTANTIATE_TEST_SUITE_P(
             {"ip link add zv7 group 171 type vrf table 7",
              "sysctl -qw 'net/ipv6/conf/zv7/disable_ipv6=0'", "ip link set zv7 addrgenmode none",
              "sysctl -qw 'net/ipv4/conf/zv7/forwarding=1'",
-             "sysctl -qw 'net/ipv6/conf/zv7/forwarding=1'", "ip link set zv7 up"}},
+             "sysctl -qw 'net/ipv6/conf/zv7/forwarding=1'",
+             "sysctl -eqw 'net/ipv6/conf/zv7/force_forwarding=1'", "ip link set zv7 up"}},
         CommandCase{"Dummy",
                     PutDevice{"zcpu", DummyDevice{}, {}},
                     {"ip link add zcpu group 171 type dummy",
@@ -88,7 +87,8 @@ INSTANTIATE_TEST_SUITE_P(
              "sysctl -qw 'net/ipv6/conf/zd10/disable_ipv6=0'", "ip link set zd10 addrgenmode none",
              "ip link set zd10 alias 'acme'\\''s site'",
              "sysctl -qw 'net/ipv4/conf/zd10/forwarding=1'",
-             "sysctl -qw 'net/ipv6/conf/zd10/forwarding=1'", "ip link set zd10 master zv7",
+             "sysctl -qw 'net/ipv6/conf/zd10/forwarding=1'",
+             "sysctl -eqw 'net/ipv6/conf/zd10/force_forwarding=1'", "ip link set zd10 master zv7",
              "ip link set zd10 up"}}),
     kCaseName);
 
@@ -117,7 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
                     PutDevice{"zd10", Macvlan(),
                               With(Macvlan(), [](auto* device) { device->forwarding = true; })},
                     {"sysctl -qw 'net/ipv4/conf/zd10/forwarding=0'",
-                     "sysctl -qw 'net/ipv6/conf/zd10/forwarding=0'"}}),
+                     "sysctl -qw 'net/ipv6/conf/zd10/forwarding=0'",
+                     "sysctl -eqw 'net/ipv6/conf/zd10/force_forwarding=0'"}}),
     kCaseName);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -150,20 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"RemoveNexthop", RemoveNexthop{301}, {"ip nexthop del id 301"}}),
     kCaseName);
 
-TEST(IpCommandsTest, WorkInANamespace) {
-  EXPECT_EQ(IpCommands(PutDevice{"zcpu", DummyDevice{}, {}}, "pe 1").front(),
-            "ip -n 'pe 1' link add zcpu group 171 type dummy");
-  const auto before = With(Macvlan(), [](auto* device) {
-    device->mtu = 1400;
-    device->forwarding = true;
-  });
-  EXPECT_EQ(IpCommands(PutDevice{"zd10", Macvlan(), before}, "pe"),
-            (Lines{"ip -n pe link set zd10 mtu "
-                   "\"$(ip -n pe link show eth0 | sed -n 's/.* mtu \\([0-9]*\\).*/\\1/p')\"",
-                   "ip netns exec pe sysctl -qw 'net/ipv4/conf/zd10/forwarding=0'",
-                   "ip netns exec pe sysctl -qw 'net/ipv6/conf/zd10/forwarding=0'"}));
-}
-
 /// What a shell command writes to both outputs, and its exit status.
 struct Outcome {
   std::string output;
@@ -194,7 +181,7 @@ const std::string kShowLink =
 
 void AppendDifference(const KernelObjects& before, const KernelObjects& after, Lines* lines) {
   for (const KernelChange& change : Difference(before, after)) {
-    for (const std::string& line : IpCommands(change, "")) lines->push_back(line);
+    for (const std::string& line : IpCommands(change)) lines->push_back(line);
   }
 }
 

@@ -39,5 +39,6 @@ for program in "$@"; do
   done
 done
 [ "$(offered "$1" --hal e)" = embedded ] || fail 'embedded is not offered after --hal'
+[ "$(offered "$1" --data-plane l)" = linux ] || fail 'linux is not offered after --data-plane'
 [ "$(offered "$1" objects --f)" = --failed ] || fail 'objects does not offer --failed'
 [ "$(offered "$1" objects --kind h)" = host ] || fail 'host is not offered after --kind'

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "base_encap_message.pb.h"
 #include "tests/server/raw_client.h"
 #include "tests/support/log_text.h"
 #include "tests/support/test_folder.h"
@@ -131,10 +132,11 @@ TEST_F(ZuskuxHalTest, HelpFitsATerminal) {
     ++count;
     EXPECT_LE(line.size(), 80U) << line;
   }
-  EXPECT_LE(count, 24);
+  EXPECT_LE(count, 30);
   for (const char* const option :
        {"tables", "--socket PATH", "--table-size N", "--max-payload BYTES", "--fault FILE",
-        "--quiet", "--json", "--help", "--version"}) {
+        "--data-plane linux", "--interfaces SITE", "--netns NAME", "--print", "--quiet", "--json",
+        "--help", "--version"}) {
     EXPECT_THAT(ended.output, HasSubstr(option));
   }
 }
@@ -158,6 +160,14 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"--sock", "x"}, "--sock"},
            Case{{"--json"}, "--json does not go without tables"},
            Case{{"tables", "--quiet"}, "--quiet does not go with tables"},
+           Case{{"tables", "--print"}, "--print does not go with tables"},
+           Case{{"--print"}, "--print goes with --data-plane linux only"},
+           Case{{"--data-plane", "bsd"}, "--data-plane \"bsd\" is unknown; use linux"},
+           Case{{"--data-plane", "linux"}, "--data-plane needs --interfaces SITE"},
+           Case{{"--data-plane", "linux", "--interfaces", "x", "--fault", "y"},
+                "--fault does not go with --data-plane"},
+           Case{{"--data-plane", "linux", "--interfaces", "x", "--netns", "y", "--print"},
+                "--netns does not go with --print; run it in the namespace: ip netns exec NAME"},
            Case{{"tables", "more"}, "too many positional options"},
        }) {
     const Ended ended = RunToEnd(bad.arguments);
@@ -176,6 +186,39 @@ TEST_F(ZuskuxHalTest, NamesMistakesOfAFaultFile) {
                                             ":1:1: what: \"delay\" has no ms; add ms: N\n"),
                                  HasSubstr(Path("faults") + ":2:1: a fault has no what")));
   EXPECT_FALSE(std::filesystem::exists(Path("hal.sock")));
+}
+
+TEST_F(ZuskuxHalTest, NamesMistakesOfASiteFile) {
+  std::ofstream(Path("site")) << "interface { name: \"eth0\" }\n";
+  const Ended ended = RunToEnd({"--socket", Path("hal.sock"), "--data-plane", "linux",
+                                "--interfaces", Path("site"), "--print"});
+  EXPECT_EQ(ended.code, 2);
+  EXPECT_THAT(ended.error, StartsWith("zuskux-hal: " + Path("site") + ":1:1: "));
+  EXPECT_FALSE(std::filesystem::exists(Path("hal.sock")));
+}
+
+TEST_F(ZuskuxHalTest, NeedsTheNetworkNamespaceThatItShallProgram) {
+  std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
+  const Ended ended = RunToEnd({"--socket", Path("hal.sock"), "--data-plane", "linux",
+                                "--interfaces", Path("site"), "--netns", "zuskux-test-none"});
+  EXPECT_EQ(ended.code, 1);
+  EXPECT_THAT(ended.error, HasSubstr("cannot open the network namespace zuskux-test-none"));
+  EXPECT_FALSE(std::filesystem::exists(Path("hal.sock")));
+}
+
+TEST_F(ZuskuxHalTest, PrintsCommandsBeforeItAnswers) {
+  std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 16843009 }\n";
+  Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--data-plane", "linux",
+                                  "--interfaces", Path("site"), "--print"});
+  ASSERT_TRUE(server.Says("listening on "));
+  RawClient client(Path("hal.sock"));
+  client.Greet();
+  encapsulation::VlanMessage vlan;
+  vlan.set_vlan_destination_id(10);
+  vlan.set_lim_id("\x01\x01\x01\x01");
+  client.Send(5, 1, vlan.SerializeAsString());
+  EXPECT_EQ(client.Receive(), Result(1, 0, 10));
+  EXPECT_THAT(server.Output(), HasSubstr("ip -6 nexthop replace id 10 dev zd10 protocol 171\n"));
 }
 
 TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
