@@ -10,6 +10,7 @@ PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
+VM_PACKAGES=(qemu-system-x86 busybox-static iproute2 tcpdump)
 MUTATION_PACKAGES=(ccache lld)
 COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 
