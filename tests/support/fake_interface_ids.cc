@@ -37,8 +37,8 @@ int limid_to_type(std::uint32_t lim_id, std::uint8_t* type) {
 
 int limid_to_ifindex(std::uint32_t lim_id, std::uint32_t* ifindex) {
   InterfaceIds().calls.push_back("limid_to_ifindex(" + Hex(lim_id) + ")");
-  *ifindex = InterfaceIds().ifindex;
-  return 0;
+  *ifindex = InterfaceIds().ifindex.value_or(0);
+  return InterfaceIds().ifindex ? 0 : -1;
 }
 
 int limid_to_intfname(std::uint32_t lim_id, char* name, std::size_t size, int flags) {

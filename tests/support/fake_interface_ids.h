@@ -10,9 +10,9 @@ namespace testing_support {
 
 /// The answers of the tests' `limid_to_*` functions and `nettypes::MACAddr`, and the calls of them.
 struct FakeInterfaceIds {
-  // The answers. Without one, a function leaves its result untouched; the index always has one.
+  // The answers. Without one, the interface is unknown.
   std::optional<std::uint8_t> type;
-  std::uint32_t ifindex = 0;
+  std::optional<std::uint32_t> ifindex;
   /// Written whole, up to the buffer's size: without a terminator if it is as long as the buffer.
   std::optional<std::string> name;
 
