@@ -18,7 +18,7 @@ struct TextCase {
 
 class HalCodeTextTest : public testing::TestWithParam<TextCase> {};
 
-TEST_P(HalCodeTextTest, IsTheOperators) {
+TEST_P(HalCodeTextTest, IsForOperators) {
   const auto error = MakeErrorCode(HalReturnCode{GetParam().code});
   EXPECT_EQ(error.message(), GetParam().text);
   EXPECT_EQ(error.category(), HalCategory());

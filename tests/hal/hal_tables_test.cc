@@ -228,7 +228,7 @@ TEST(HalTablesTest, KeepsThePayloads) {
   for (const HalKind kind : kAllKinds) EXPECT_EQ(tables.size(kind), 1U);
 }
 
-TEST(HalTablesTest, TakesTheIdOfThePayload) {
+TEST(HalTablesTest, UsesTheIdInThePayload) {
   HalTables tables(1);
   EXPECT_EQ(tables.Apply({Operation::kInstallVlan, 99, 0, Vlan(10).SerializeAsString()}),
             kHalSuccess);
@@ -395,7 +395,7 @@ TEST(HalTablesReinstallTest, AFailedInstallDoesNotName) {
   EXPECT_THAT(Ids(tables, HalKind::kHost), IsEmpty());
 }
 
-TEST(HalTablesReinstallTest, WhatIsDestroyedMeanwhileStaysAway) {
+TEST(HalTablesReinstallTest, WhatIsDestroyedMeanwhileStaysDestroyed) {
   HalTables tables = TablesOf(SmallSite());
   tables.BeginReinstall();
   ASSERT_EQ(tables.Apply(Install(Vlan(10))), kHalSuccess);
@@ -620,7 +620,7 @@ TEST(HalDigestTest, DoesNotDependOnTheOrder) {
   EXPECT_EQ(forwards.count, 50U);
 }
 
-TEST(HalDigestTest, ChangesWithEachChangeAndComesBack) {
+TEST(HalDigestTest, ChangesWithEachChangeAndReverts) {
   HalTables tables = TablesOf(SmallSite());
   const HalDigest before = tables.digest(HalKind::kVlan);
   ASSERT_EQ(tables.Apply(Request(Operation::kReplaceVlan, Vlan(10, 9000))), kHalSuccess);
@@ -634,7 +634,7 @@ TEST(HalDigestTest, ChangesWithEachChangeAndComesBack) {
   EXPECT_EQ(tables.digest(HalKind::kVlan), before);
 }
 
-TEST(HalDigestTest, TellsExchangedContentsApart) {
+TEST(HalDigestTest, DistinguishesSwappedContents) {
   // The same ids and payloads, paired differently.
   EXPECT_NE(EntryHash(1, "a") + EntryHash(2, "b"), EntryHash(1, "b") + EntryHash(2, "a"));
 }

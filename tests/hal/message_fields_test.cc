@@ -55,7 +55,7 @@ TEST(MessageFieldsTest, ShowsLabelsAndAnUnknownInterface) {
             "dest_id: 201 lim_id: 16777217 dest_mac: fe:ff:ab:01:20:7f labels: [1001, 16]");
 }
 
-TEST(MessageFieldsTest, ShowsWhatHasNotTheExpectedLength) {
+TEST(MessageFieldsTest, ShowsFieldsOfUnexpectedLength) {
   encapsulation::HostMessage host;
   host.set_lim_id("abc");
   host.set_dest_mac("\x01\x02");
@@ -79,7 +79,7 @@ TEST(MessageFieldsTest, ShowsUnknownFieldsByNumber) {
             "vrf_id: 7 #9: 300 #10: ab #11: 1 #12: 2 #13: group");
 }
 
-TEST(MessageFieldsTest, ShowsTheBytesOfWhatDoesNotDecode) {
+TEST(MessageFieldsTest, ShowsTheBytesOfAnInvalidPayload) {
   EXPECT_EQ(FieldsText(FieldsOf(HalKind::kVrf, "\x08", kNames)), R"(undecodable: "\\x08")");
 }
 

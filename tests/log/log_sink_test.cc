@@ -212,7 +212,7 @@ TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
   EXPECT_GT(dropped, kLines / 2);
 }
 
-TEST_F(LogSinkTest, AReaderThatGoesDoesNotEndTheProgram) {
+TEST_F(LogSinkTest, AReaderThatLeavesDoesNotEndTheProgram) {
   LogSink sink("program", To(pipe_.writer()));
   sink.Write(LogLevel::kInfo, "first");
   EXPECT_EQ(pipe_.ReadUntil("\n"), "program: first\n");
@@ -223,7 +223,7 @@ TEST_F(LogSinkTest, AReaderThatGoesDoesNotEndTheProgram) {
   }
 }
 
-TEST_F(LogSinkTest, WhatCouldNotBeWrittenIsToldLater) {
+TEST_F(LogSinkTest, ReportsLaterWhatItCouldNotWrite) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ASSERT_GE(full, 0);
   {

@@ -111,7 +111,7 @@ TEST_F(CommandsTest, StatusFollowsTheConnection) {
   EXPECT_EQ(Ask({"reload"}).status, 4);
 }
 
-TEST_F(CommandsTest, ObjectsAreThoseOfTheTable) {
+TEST_F(CommandsTest, ObjectsMatchTheTable) {
   Start(Site(600));
   const Outcome all = Ask({"objects", "--json"});
   EXPECT_EQ(all.status, 0) << all.err;
@@ -173,7 +173,7 @@ TEST_F(CommandsTest, DrawsAllObjectsOrThoseAroundOne) {
   EXPECT_EQ(none.err, "zuskux-manager: there is no vlan:9; objects lists all\n");
 }
 
-TEST_F(CommandsTest, AskingSendsNothingToTheHal) {
+TEST_F(CommandsTest, QueriesSendNothingToTheHal) {
   StartServer();
   Start(Site(3), {"--hal", "unix:" + socket()});
   const Json before = Tables()["requests"];
@@ -202,7 +202,7 @@ TEST_F(CommandsTest, ReloadReadsTheSiteAgain) {
 }
 
 // The refusal's advice works as written.
-TEST_F(CommandsTest, ReloadRefusesToRemoveMuchUnlessTold) {
+TEST_F(CommandsTest, ReloadRemovesMuchOnlyOnRequest) {
   Start(Site(15));
   files_.Write("site", "");
   const Outcome refused = Ask({"reload"});
@@ -352,7 +352,7 @@ TEST_F(CommandsTest, WatchEndsWithTheManager) {
   EXPECT_THAT(watch.err(), HasSubstr("zuskux-manager: the manager on " + control() + ": "));
 }
 
-TEST_F(CommandsTest, SaysWhatIsWrongWithACommand) {
+TEST_F(CommandsTest, ExplainsAWrongCommand) {
   struct Case {
     Words words;
     const char* error;
@@ -388,7 +388,7 @@ TEST_F(CommandsTest, SaysWhatIsWrongWithACommand) {
   }
 }
 
-TEST_F(CommandsTest, HelpIsThereHoweverItIsAsked) {
+TEST_F(CommandsTest, EveryFormOfHelpWorks) {
   const Outcome help = Execute({ZUSKUX_MANAGER, "--help"});
   EXPECT_EQ(help.status, 0);
   for (const char* const word : {"-h", "help"}) {
@@ -404,7 +404,7 @@ TEST_F(CommandsTest, HelpIsThereHoweverItIsAsked) {
   }
 }
 
-TEST_F(CommandsTest, WithoutAManagerTheStatusIsOne) {
+TEST_F(CommandsTest, ExitsWith1WithoutAManager) {
   for (const char* const command : {"status", "objects", "events", "watch", "reload", "resync"}) {
     const Outcome run = Ask({command});
     EXPECT_EQ(run.status, 1);

@@ -104,7 +104,7 @@ TEST_F(ControlServerTest, StopsWhileItWaitsForFileDescriptors) {
   EXPECT_TRUE(io_.stopped());
 }
 
-TEST_F(ControlServerTest, IsTheOnlyOneOnItsSocketAlsoAfterTheSocketWasRemoved) {
+TEST_F(ControlServerTest, StaysTheOnlyOneAfterItsSocketWasRemoved) {
   const ControlServer server(&io_, path_, OneLine);
   unlink(path_.c_str());
   EXPECT_THAT(
@@ -112,7 +112,7 @@ TEST_F(ControlServerTest, IsTheOnlyOneOnItsSocketAlsoAfterTheSocketWasRemoved) {
       ThrowsMessage<boost::system::system_error>(HasSubstr("another program listens on " + path_)));
 }
 
-TEST_F(ControlServerTest, MakesAPieceOnlyWhenTheClientHasTakenTheOneBefore) {
+TEST_F(ControlServerTest, MakesAPieceOnlyOnceTheClientHasReadThePreviousOne) {
   int pieces = 0;
   const std::string text(100'000, 'x');
   ControlServer server(&io_, path_, [&](const std::string&) {
@@ -283,13 +283,13 @@ TEST_F(ControlClientTest, RefusesAnAnswerWithoutAnEndOrThatIsNoJson) {
               ThrowsMessage<std::runtime_error>(HasSubstr("the answer is none of a manager")));
 }
 
-TEST_F(ControlClientTest, NobodyListens) {
+TEST_F(ControlClientTest, FailsIfNobodyListens) {
   EXPECT_THAT([this] { AskManager(path_, {}); },
               ThrowsMessage<std::runtime_error>(
                   HasSubstr("the manager on " + path_ + ": cannot connect: No such file")));
 }
 
-TEST_F(ControlClientTest, APathThatNoAddressHolds) {
+TEST_F(ControlClientTest, RefusesAPathThatIsTooLong) {
   const std::string path = "/" + std::string(200, 'x');
   EXPECT_THAT([&path] { AskManager(path, {}); },
               ThrowsMessage<std::runtime_error>(

@@ -65,7 +65,7 @@ void PrintTo(const ChangeCase& change, std::ostream* out) { *out << change.name;
 
 class DestDatabaseChangeTest : public ::testing::TestWithParam<ChangeCase> {};
 
-TEST_P(DestDatabaseChangeTest, TellsWhatChanges) {
+TEST_P(DestDatabaseChangeTest, ReportsWhatChanges) {
   DestDatabase database;
   Site site = SiteOfAllKinds();
   database.Replace(site);

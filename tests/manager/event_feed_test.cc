@@ -8,7 +8,7 @@
 namespace reference {
 namespace {
 
-TEST(EventFeedTest, TellsEachClientWhatHappensWhileItFollows) {
+TEST(EventFeedTest, SendsEachClientWhatHappensWhileItFollows) {
   EventFeed feed;
   feed.Add("before");
   const Answer early = feed.Follow();
@@ -21,7 +21,7 @@ TEST(EventFeedTest, TellsEachClientWhatHappensWhileItFollows) {
   EXPECT_EQ(early().next, AnswerPiece::Next::kLater);
 }
 
-TEST(EventFeedTest, TellsASlowClientHowManyItMissed) {
+TEST(EventFeedTest, ReportsHowManyASlowClientMissed) {
   EventFeed feed;
   const Answer slow = feed.Follow();
   for (std::size_t i = 0; i < EventFeed::kMaxQueued + 3; ++i) feed.Add("x");

@@ -198,7 +198,7 @@ TEST(SlowReadsTest, SameTablesAndOneResult) {
 }
 
 // A paused server is not dead: it answers heartbeats.
-TEST(PauseTest, ASlowServerIsNotTakenForADeadOne) {
+TEST(PauseTest, ASlowServerIsNotMistakenForADeadOne) {
   TestServer server(R"(fault { what: "pause" ms: 1500 nth: 20 })");
   SocketHalOptions options = Options(server.path());
   // The silence exceeds the limit for a dead server.

@@ -245,7 +245,7 @@ TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
   EXPECT_EQ(Tables()["vlan"]["count"], 3);
 }
 
-TEST_F(ManagerAndServerTest, EndsAndSaysThatItIsNotInSync) {
+TEST_F(ManagerAndServerTest, EndsAndReportsThatItIsNotInSync) {
   // The server reports success for the VRF but does not have it.
   StartServer({"--fault",
                files_.Write("faults", R"(fault { what: "answer" of: "vrf" code: 0 times: 100 })")});
@@ -320,7 +320,7 @@ TEST_F(ManagerAndServerTest, LinesHaveATimeAndALevel) {
                                    MatchesRegex(time + "INFO zuskux-hal: client 1: .* connected")));
 }
 
-TEST_F(ManagerAndServerTest, TheAbsenceOfAServerIsToldOnce) {
+TEST_F(ManagerAndServerTest, ReportsAMissingServerOnce) {
   server_.reset();
   const Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
   EXPECT_TRUE(manager.WaitForError("no HAL server at "));
@@ -400,7 +400,7 @@ TEST_F(ManagerAndServerTest, AManagerThatStartsAgainLeavesNothingStale) {
   EXPECT_EQ(Tables()["vlan"]["count"], 2);
 }
 
-TEST_F(ManagerAndServerTest, TheControlSocketIsOfOneManager) {
+TEST_F(ManagerAndServerTest, OneManagerOwnsTheControlSocket) {
   Process manager(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
   ASSERT_TRUE(manager.WaitForError("settled: "));
   const Outcome second =

@@ -176,7 +176,7 @@ TEST_F(ManagerTest, SendsWhatLackedADestinationAgainWhenThatIsRepaired) {
   EXPECT_EQ(Summary(manager_.database()).text(), "3 objects: 3 installed");
 }
 
-TEST_F(ManagerTest, GivesUpOnAMissingReferenceThatIsThere) {
+TEST_F(ManagerTest, GivesUpWhenTheHalMissesAReferenceThatItHas) {
   Site site;
   site.vlans = {VlanEntry(10)};
   site.hosts = {HostEntry(20, 10)};
@@ -200,7 +200,7 @@ TEST_F(ManagerTest, DoesNotRepeatAPermanentError) {
   EXPECT_THAT(Sent(), IsEmpty());
 }
 
-TEST_F(ManagerTest, SendsALateChangeWhenTheResultIsIn) {
+TEST_F(ManagerTest, SendsALateChangeOnceTheResultArrives) {
   Site site;
   site.vlans = {VlanEntry(10, 1500)};
   Apply(site);
@@ -222,7 +222,7 @@ TEST_F(ManagerTest, SendsALateChangeWhenTheResultIsIn) {
   EXPECT_EQ(finished_, 1);
 }
 
-TEST_F(ManagerTest, RemovesWhenTheResultOfTheInstallIsIn) {
+TEST_F(ManagerTest, RemovesOnceTheInstallHasItsResult) {
   Site site;
   site.vlans = {VlanEntry(10), VlanEntry(11)};
   Apply(site);
@@ -463,7 +463,7 @@ TEST_F(ManagerTest, AChangeDuringAReinstallIsPartOfIt) {
   EXPECT_EQ(finished_, 1);
 }
 
-TEST_F(ManagerTest, WhatIsToBeRemovedVanishesInAReinstall) {
+TEST_F(ManagerTest, APendingRemovalNeedsNoRequestAfterAReinstall) {
   Site site;
   site.vlans = {VlanEntry(10), VlanEntry(11)};
   site.vrfs = {VrfEntry(1, 7)};
@@ -714,7 +714,7 @@ TEST_F(ManagerTest, AnIdThatMovesToAnotherKindMeetsAFullTable) {
   EXPECT_TRUE(manager_.settled());
 }
 
-TEST_F(ManagerTest, CountsWhatStandsHow) {
+TEST_F(ManagerTest, CountsObjectsByStanding) {
   Site site = SiteOfAllKinds();
   Install(site);
   site.mpls[1].neighbor = 0;
@@ -859,7 +859,7 @@ TEST_F(ManagerTest, ReplacesWhatExists) {
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
 }
 
-TEST_F(ManagerTest, InstallsWhatIsNotThereToBeReplaced) {
+TEST_F(ManagerTest, InstallsWhatTheHalCannotReplace) {
   Site site;
   site.vlans = {VlanEntry(10)};
   Install(site);

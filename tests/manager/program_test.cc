@@ -252,7 +252,7 @@ TEST(ManagerProgramTest, ChecksForPrograms) {
                             {"message", "label 1048576 is out of range; use 0 to 1048575"}}));
 }
 
-TEST(ManagerProgramTest, SaysWhatIsWrongWithTheCommandLine) {
+TEST(ManagerProgramTest, ExplainsAWrongCommandLine) {
   struct Case {
     Words arguments;
     const char* error;
@@ -440,7 +440,7 @@ TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
   EXPECT_TRUE(Contains(full.out, "is installed")) << full.out;
 }
 
-TEST(ManagerProgramTest, SaysWhereItRecordsInstead) {
+TEST(ManagerProgramTest, NamesTheFileThatItRecordsToInstead) {
   const ScratchDirectory files{};
   const std::string recording = files.Write("recording", "kept");
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--record", recording});

@@ -283,7 +283,7 @@ TEST_F(GraphFileTest, DrawsWithDot) {
   EXPECT_EQ(FileCount(), 2U);
 }
 
-TEST_F(GraphFileTest, SaysWhatCannotBeWritten) {
+TEST_F(GraphFileTest, NamesWhatCannotBeWritten) {
   const std::string path = directory_ / "missing" / "a.dot";
   EXPECT_THROW(GraphFile{path}, std::runtime_error);
 }

@@ -46,7 +46,7 @@ TEST_F(InterfaceIdsTest, WritesTheIndexOfAnUnknownInterfaceToo) {
   EXPECT_EQ(ifindex_, 0U);
 }
 
-TEST_F(InterfaceIdsTest, CutsANameToItsBuffer) {
+TEST_F(InterfaceIdsTest, TruncatesANameToItsBuffer) {
   EXPECT_EQ(limid_to_intfname(7, name_.data(), 3, 0), 0);
   EXPECT_STREQ(name_.data(), "et");
   EXPECT_EQ(limid_to_intfname(7, name_.data(), 0, 0), -1);

@@ -71,7 +71,7 @@ TEST_F(RecordProgram, ShowsARecording) {
   EXPECT_EQ(ended.err, "");
 }
 
-TEST_F(RecordProgram, ShowsARecordingThatIsCut) {
+TEST_F(RecordProgram, ShowsATruncatedRecording) {
   const std::string whole = RecordingBytes(TestHeader(), {EventEntry("one")});
   WriteFile(folder_.Path("c"), whole + "\x07...");
   const Ended ended = RunProgram("show " + folder_.Path("c"));

@@ -51,7 +51,7 @@ const void* Address(std::uintptr_t value) {
   return reinterpret_cast<const void*>(value);  // NOLINT(performance-no-int-to-ptr)
 }
 
-TEST(Recorder, WritesAllThatItIsTold) {
+TEST(Recorder, WritesEverything) {
   const TestFolder folder;
   const std::string path = folder.Path("recording");
   {
@@ -108,7 +108,7 @@ TEST(Recorder, AnEventIsInTheFileAtOnceWithWhatPrecedesIt) {
               ElementsAre("begin_reinstall { }", "event { line: \"lost\" }"));
 }
 
-TEST(Recorder, WhatIsWrittenIsSoonInTheFile) {
+TEST(Recorder, FlushesSoon) {
   const TestFolder folder;
   Recorder recorder(folder.Path("recording"), "test 1");
   for (const char* const round : {"first", "second"}) {
@@ -155,7 +155,7 @@ TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
                                path + " is there; recording to " + path + ".3"));
 }
 
-TEST(Recorder, NothingIsSaidOfANewFile) {
+TEST(Recorder, CreatesANewFileSilently) {
   const TestFolder folder;
   int lines = 0;
   {
@@ -262,7 +262,7 @@ TEST(Recorder, AnIncompleteEndIsNotACompleteRecording) {
   EXPECT_FALSE(recorder.Finish());
 }
 
-TEST(Recorder, SaysAtOnceThatAnEventCannotBeWritten) {
+TEST(Recorder, ReportsAtOnceThatAnEventCannotBeWritten) {
   const TestFolder folder;
   const std::string path = folder.Path("recording");
   std::string log;
@@ -303,7 +303,7 @@ TEST(Recorder, LeavesOutAPayloadThatIsTooLong) {
   EXPECT_EQ(entries[1], "request { number: 2 operation: 5 id: 1 omitted_payload_bytes: 1047553 }");
 }
 
-TEST(Recorder, CutsLongTexts) {
+TEST(Recorder, TruncatesLongTexts) {
   const TestFolder folder;
   {
     Recorder recorder(folder.Path("recording"), "test 1");

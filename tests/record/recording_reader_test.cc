@@ -61,7 +61,7 @@ TEST(RecordingReader, ReadsHeaderAndEntries) {
   EXPECT_FALSE(recording.cut_at());
 }
 
-TEST(RecordingReader, ReadsUpToAnEntryThatIsCut) {
+TEST(RecordingReader, ReadsUpToATruncatedEntry) {
   const auto entries = SampleEntries();
   const std::string whole = RecordingBytes(TestHeader(), entries);
   const std::size_t header_size = Delimited(TestHeader()).size();
@@ -121,7 +121,7 @@ TEST(RecordingReader, ReadsOrRefusesDamagedRecordings) {
   EXPECT_GT(refused, 0);
 }
 
-TEST(RecordingReader, TakesEntriesOfOneMebibyteAtMost) {
+TEST(RecordingReader, AcceptsEntriesOfUpToOneMebibyte) {
   record::Entry longest = EventEntry(std::string((1 << 20) - 8, 'e'));
   ASSERT_EQ(longest.ByteSizeLong(), std::size_t{1} << 20);
   const std::string valid = RecordingBytes(TestHeader(), {longest});

@@ -77,13 +77,13 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"Syntax", "fault { what: }", "f:1:15: syntax error: "}),
     [](const auto& tested) { return tested.param.name; });
 
-TEST(ParseFaultFile, GivesEveryMistakeInOrder) {
+TEST(ParseFaultFile, ReportsEveryMistakeInOrder) {
   EXPECT_THAT(Errors(ParseFaultFile("fault { what: \"swallow\" ms: 1 nth: 0 }\nfault { }", {})),
               ElementsAre(StartsWith("f:1:25: ms"), StartsWith("f:1:31: nth"),
                           StartsWith("f:2:1: a fault has no what")));
 }
 
-TEST(ParseFaultFile, TakesEveryWord) {
+TEST(ParseFaultFile, AcceptsEveryWord) {
   for (const std::string text : {"refuse\"",
                                  "close-on-accept\"",
                                  "one-byte-writes\"",
@@ -109,7 +109,7 @@ TEST(ParseFaultFile, TakesEveryWord) {
   }
 }
 
-TEST(ParseFaultFile, TakesAnEmptyFile) {
+TEST(ParseFaultFile, AcceptsAnEmptyFile) {
   auto plan = ParseFaultFile("# nothing\n", {});
   ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ServerFaults>>(plan));
   auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);

@@ -95,7 +95,7 @@ class Bystander {
   std::uint32_t sequence_ = 0;
 };
 
-TEST(HalServer, TellsAboutItselfInItsHello) {
+TEST(HalServer, DescribesItselfInItsHello) {
   HalServerOptions options;
   options.table_capacity = 1000;
   options.max_payload = 2000;
@@ -164,7 +164,7 @@ TEST(HalServer, ReadsFramesThatComeByteByByte) {
   EXPECT_THAT(client.ReceiveFrames(2), ElementsAre(::testing::_, Result(2, 0, 5)));
 }
 
-TEST(HalServer, KeepsThePayloadAsItCame) {
+TEST(HalServer, KeepsThePayloadAsReceived) {
   TestServer server;
   RawClient client(server.path());
   client.Greet();
@@ -176,7 +176,7 @@ TEST(HalServer, KeepsThePayloadAsItCame) {
   EXPECT_EQ(server.Tables().digest(HalKind::kVlan).sum, EntryHash(5, payload));
 }
 
-TEST(HalServer, EndOfReinstallRemovesWhatWasNotNamedAndSaysWhatIsThere) {
+TEST(HalServer, EndOfReinstallRemovesWhatWasNotNamedAndReportsTheRest) {
   TestServer server;
   RawClient client(server.path());
   client.Greet();
@@ -522,7 +522,7 @@ TEST(HalServer, EveryTruncationOfAConversationEndsIt) {
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 0U);
 }
 
-TEST(HalServer, RandomStreamsHarmNobody) {
+TEST(HalServer, SurvivesRandomStreams) {
   TestServer server;
   Bystander bystander(server.path());
   std::mt19937 random(3);
@@ -599,7 +599,7 @@ TEST(HalServer, AnswersReadingsOfTheTablesOneAfterAnother) {
   }
 }
 
-TEST(HalServer, OutlivesAClientThatGoesWhileItIsAnswered) {
+TEST(HalServer, SurvivesAClientThatLeavesWhileItIsAnswered) {
   TestServer server;
   for (int round = 0; round < 20; ++round) {
     RawClient client(server.path());

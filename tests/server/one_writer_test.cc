@@ -72,7 +72,7 @@ struct Attempt {
 
 class SecondWriterTest : public ::testing::TestWithParam<Attempt> {};
 
-TEST_P(SecondWriterTest, IsToldWhoTheFirstOneIsAndDoesNotDisturbItsReinstall) {
+TEST_P(SecondWriterTest, LearnsWhoTheFirstOneIsAndDoesNotDisturbItsReinstall) {
   TestServer server;
   RawClient first(server.path());
   first.Send(WriterHello("first"));
@@ -162,7 +162,7 @@ TEST_F(OneWriterTest, CarriesOutNothingThatComesAfterATakeOver) {
   EXPECT_EQ(server_.Tables().size(HalKind::kVlan), 0U);
 }
 
-TEST_F(OneWriterTest, NeedsNobodyToTakeOverFrom) {
+TEST_F(OneWriterTest, MayTakeOverFromNobody) {
   const auto writer = Writer("writer", true);
   writer->Send(kInstallVlan, 1, VlanBytes(1));
   EXPECT_EQ(writer->Receive(), Result(1, 0, 1));
@@ -193,7 +193,7 @@ TEST_F(OneWriterTest, IsFollowedByOneThatWasRefusedBefore) {
   Writer("second");
 }
 
-TEST_F(OneWriterTest, TheLogTellsOnceOfOneThatIsRefusedAgainAndAgain) {
+TEST_F(OneWriterTest, LogsARepeatedRefusalOnce) {
   const auto writer = Writer("writer");
   for (const char* const program : {"one", "one", "one", "two"}) {
     RawClient refused(server_.path());

@@ -221,7 +221,7 @@ TEST_F(ZuskuxHalTest, PrintsCommandsBeforeItAnswers) {
   EXPECT_THAT(server.Output(), HasSubstr("ip -6 nexthop replace id 10 dev zd10 protocol 171\n"));
 }
 
-TEST_F(ZuskuxHalTest, ServesUntilItIsToldToEnd) {
+TEST_F(ZuskuxHalTest, ServesUntilItIsTerminated) {
   for (const int signal : {SIGTERM, SIGINT}) {
     const std::string socket = Path("hal.sock");
     Process server(OutputFolder(), {"--socket", socket});
@@ -279,7 +279,7 @@ TEST_F(ZuskuxHalTest, ReplacesTheSocketOfAServerThatWasKilled) {
   EXPECT_TRUE(RawClient(Path("hal.sock")).Greet());
 }
 
-TEST_F(ZuskuxHalTest, CrashesWhenAFaultSaysSo) {
+TEST_F(ZuskuxHalTest, CrashesOnAFaultsRequest) {
   std::ofstream(Path("faults")) << "fault { what: \"crash-after\" nth: 2 }";
   Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--fault", Path("faults")});
   ASSERT_TRUE(server.Says("listening on "));

@@ -240,7 +240,7 @@ TEST(ClientQueueTest, AReinstallIsOverdueWhenItsEndIsNotAnswered) {
   EXPECT_EQ(host.counters().late_results, 1U) << "the late answer";
 }
 
-TEST(ClientQueueTest, AWriteWakesWhoWaitsForRoom) {
+TEST(ClientQueueTest, AWriteWakesAWaiterForRoom) {
   SocketHalOptions options;
   options.queue_bytes = 100;
   ClientQueue queue(options);
@@ -412,7 +412,7 @@ TEST(HandlerMemoryTest, HoldsOneHandlerAtATime) {
   memory.Free(first);
 }
 
-TEST(HandlerMemoryTest, TakesALargeHandlerFromTheHeap) {
+TEST(HandlerMemoryTest, AllocatesALargeHandlerOnTheHeap) {
   HandlerMemory memory;
   void* const small = memory.Allocate(1);
   memory.Free(small);

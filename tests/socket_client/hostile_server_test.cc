@@ -116,7 +116,7 @@ TEST_P(PromiseAnyBytes, CloseTheConnectionWithOneLineAndConnectAgain) {
 INSTANTIATE_TEST_SUITE_P(Conversations, PromiseAnyBytes, testing::ValuesIn(Conversations()),
                          [](const auto& conversation) { return conversation.param.name; });
 
-TEST(HostileServerTest, TheSameFailureIsToldOnce) {
+TEST(HostileServerTest, ReportsTheSameFailureOnce) {
   FakeServer server;
   Record log;
   Reported reported;

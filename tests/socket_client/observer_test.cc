@@ -51,7 +51,7 @@ std::vector<std::string> Traffic(const Observed& observed) {
   return lines;
 }
 
-TEST(ObserverTest, IsToldByTheEmbeddedHal) {
+TEST(ObserverTest, SeesTheEmbeddedHal) {
   Observed observed;
   EmbeddedHal hal((EmbeddedHalOptions()));
   hal.Observe(&observed);
@@ -63,7 +63,7 @@ TEST(ObserverTest, IsToldByTheEmbeddedHal) {
                                             "#3 install-vlan 5", "#3 install-vlan 5: 3"));
 }
 
-TEST(ObserverTest, IsToldByTheClientAndByTheServer) {
+TEST(ObserverTest, SeesTheClientAndTheServer) {
   Observed at_server;
   HalServerOptions server_options;
   server_options.observer = &at_server;
@@ -105,7 +105,7 @@ TEST(LatencyTest, OfTheEmbeddedHalHasNoWire) {
 }
 
 // The HAL's own time is its delay; the wire takes the rest.
-TEST(LatencyTest, OfTheSocketTellsTheHalFromTheWire) {
+TEST(LatencyTest, OfTheSocketSeparatesTheHalFromTheWire) {
   TestServer server(R"(fault { what: "delay" ms: 20 times: 3 })");
   SocketHalOptions options;
   options.path = server.path();

@@ -99,7 +99,7 @@ class OneWriter : public SocketHalTest {
   Record others_;
 };
 
-TEST_F(OneWriter, SaysInItsHelloWhoItIsAndThatItWrites) {
+TEST_F(OneWriter, IdentifiesItselfAsAWriterInItsHello) {
   StartConnected(Options());
   EXPECT_EQ(server_.hello().program(), "first 1.0");
   EXPECT_EQ(server_.hello().protocol_minor_version(), 1U);
@@ -121,7 +121,7 @@ TEST_F(OneWriter, TakesOverFromTheFirstServersWriterOnly) {
   EXPECT_FALSE(server_.hello().take_over());
 }
 
-TEST_F(OneWriter, IsToldOfTheOtherOneAndTakesItsTurnLater) {
+TEST_F(OneWriter, LearnsOfTheOtherOneAndFollowsIt) {
   Start(Options());
   for (std::size_t attempt = 1; attempt <= 2; ++attempt) {
     server_.Accept();
@@ -146,7 +146,7 @@ TEST_F(OneWriter, StopsSendingWhenAnotherOneHasTakenOver) {
   EXPECT_EQ(InstallVlan(hal, 2), kHalNoServer);
 }
 
-TEST_F(OneWriter, IsNotToldOfAnotherOneByAGoodbyeForOtherReasons) {
+TEST_F(OneWriter, DoesNotMistakeOtherGoodbyesForAnotherWriter) {
   StartConnected(Options());
   for (const std::uint32_t reason : {0U, 3U, 257U}) {
     server_.SendFrame(FrameType::kGoodbye, reason, "going down");
@@ -427,7 +427,7 @@ TEST_F(PromiseVrfsAreKept, UntilTheirDeadline) {
   EXPECT_THAT(reported_.events(), ElementsAre("found", "install-vrf 1: 102", "InstallVlan 9: 0"));
 }
 
-TEST_F(PromiseVrfsAreKept, ARefusalIsTold) {
+TEST_F(PromiseVrfsAreKept, ARefusalIsReported) {
   SocketHal* const hal = StartConnected(Options());
   InstallVrf(hal, 1);
   server_.Answer(server_.Next(), 5);
@@ -760,7 +760,7 @@ class ReinstallTest : public SocketHalTest {
   }
 };
 
-TEST_F(ReinstallTest, TellsWhenItIsInSync) {
+TEST_F(ReinstallTest, ReportsWhenItIsInSync) {
   StartConnected(Options());
   Reinstall(1);
   EXPECT_THAT(log_.AwaitStart("in sync"),

@@ -39,7 +39,7 @@ TEST(DiagnosticsTest, NameTheRange) {
   EXPECT_EQ(taken[1].text, "mtu -1 is out of range; use 5 to 9");
 }
 
-TEST(JoinTest, PutsCommasBetween) {
+TEST(JoinTest, SeparatesWithCommas) {
   EXPECT_EQ(Join({}), "");
   EXPECT_EQ(Join({"a"}), "a");
   EXPECT_EQ(Join({"a", "b"}), "a, b");

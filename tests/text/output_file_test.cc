@@ -62,7 +62,7 @@ TEST_F(OutputFileTest, WritesToADevice) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
-TEST_F(OutputFileTest, SaysWhatCannotBeWritten) {
+TEST_F(OutputFileTest, NamesWhatCannotBeWritten) {
   const auto error = [](const std::string& path) {
     try {
       OutputFile(path).Write("text");

@@ -169,7 +169,7 @@ TEST_F(VlanTranslationTest, KeepsOrderAndDuplicatesOfCapabilities) {
 
 // The list.
 
-TEST_F(VlanTranslationTest, TakesThePresentAndNonEmptyTexts) {
+TEST_F(VlanTranslationTest, CopiesThePresentAndNonEmptyTexts) {
   list() = {Text("a"), Text(""), Absent(std::string("b")), Text("c")};
   Translate();
 
@@ -217,7 +217,7 @@ TEST_F(VlanTranslationTest, AddsAnEmptyListForAMissingOne) {
   EXPECT_THAT(added->second.second, IsEmpty());
 }
 
-TEST_F(VlanTranslationTest, TakesTheListThatTheObjectNames) {
+TEST_F(VlanTranslationTest, UsesTheListThatTheObjectNames) {
   object_.object.list_attribute_name = "other";
   list() = {Text("a")};
   object_.object.attribute_lists["other"].second = {Text("x")};
@@ -226,7 +226,7 @@ TEST_F(VlanTranslationTest, TakesTheListThatTheObjectNames) {
   EXPECT_THAT(message_.list_values(), ElementsAre("x"));
 }
 
-TEST_F(VlanTranslationTest, TakesAnEmptyNameAsAName) {
+TEST_F(VlanTranslationTest, AcceptsAnEmptyName) {
   object_.object.list_attribute_name = "";
   Translate();
 

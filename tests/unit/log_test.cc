@@ -54,7 +54,7 @@ TEST_F(LogTest, WritesWithoutAskingForTheLevel) {
   EXPECT_EQ(LevelQueries(), 0);
 }
 
-TEST_F(LogTest, TakesEveryNumberBut0AsEnabled) {
+TEST_F(LogTest, TreatsEveryNumberBut0AsEnabled) {
   for (const int answer : {1, 2, -1, 256, 0x10000, std::numeric_limits<int>::min()}) {
     SetLevelAnswer([answer](int) { return answer; });
     EXPECT_TRUE(TraceEnabled()) << answer;

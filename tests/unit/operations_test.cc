@@ -394,7 +394,7 @@ TEST_P(OperationTest, SendsTheWholeWrapper) {
   EXPECT_EQ(requests, 1);
 }
 
-TEST_P(OperationTest, SendsToTheClientOfTheMoment) {
+TEST_P(OperationTest, SendsToTheCurrentClient) {
   testing_support::FakeHalClient second;
   int requests = 0;
   second.on_request = [&requests](AppMessage*) { ++requests; };

@@ -237,7 +237,7 @@ TEST_P(RequestTest, AsksOnceForTheLevelOfEachTrace) {
   }
 }
 
-TEST_P(RequestTest, SendsToTheClientOfTheMoment) {
+TEST_P(RequestTest, SendsToTheCurrentClient) {
   for (const std::size_t number : {1U, 0U, 2U}) {
     Register(&clients_[number]);
     GetParam().send();
@@ -284,7 +284,7 @@ TEST_P(CheckedRequestTest, LogsAMissingClientWhateverIsEnabled) {
 }
 
 // One look-up for the check and one for the call.
-TEST_P(CheckedRequestTest, SendsToTheClientOfItsSecondLook) {
+TEST_P(CheckedRequestTest, SendsToTheClientOfItsSecondLookup) {
   SetTrace(false);
   registry_looks = 0;
   registry_hook = [this](int look) { Register(&clients_[static_cast<std::size_t>(look)]); };
@@ -294,7 +294,7 @@ TEST_P(CheckedRequestTest, SendsToTheClientOfItsSecondLook) {
   EXPECT_EQ(registry_looks, 2);
 }
 
-TEST_P(CheckedRequestTest, LooksOnceWithoutAClient) {
+TEST_P(CheckedRequestTest, LooksUpTheClientOnceIfThereIsNone) {
   WithoutClient();
   SetTrace(false);
   registry_looks = 0;
@@ -311,7 +311,7 @@ INSTANTIATE_TEST_SUITE_P(, CheckedRequestTest, ::testing::ValuesIn(RequestsThatC
 
 class UncheckedRequestTest : public RequestTest {};
 
-TEST_P(UncheckedRequestTest, LooksOnce) {
+TEST_P(UncheckedRequestTest, LooksUpTheClientOnce) {
   SetTrace(false);
   registry_looks = 0;
   registry_hook = [this](int look) { Register(&clients_[static_cast<std::size_t>(look)]); };

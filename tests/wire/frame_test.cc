@@ -194,7 +194,7 @@ TEST(AppendFrame, WritesTheGoldenBytes) {
   }
 }
 
-TEST(AppendFrame, CutsTheSequence) {
+TEST(AppendFrame, TruncatesTheSequence) {
   std::string out;
   AppendFrame(FrameType::kHeartbeat, 0xAB000001, {}, &out);
   EXPECT_EQ(out, Bytes("\x14\x00\x00\x01"
@@ -231,14 +231,14 @@ TEST(ParseResult, ReadsTheGoldenBytes) {
   EXPECT_EQ(result->secondary_id, 0x01020304);
 }
 
-TEST(ParseResult, TakesSixteenBytesOnly) {
+TEST(ParseResult, AcceptsSixteenBytesOnly) {
   for (std::size_t size = 0; size < 32; ++size) {
     const std::vector<char> payload(size, 'x');
     EXPECT_EQ(ParseResult({payload.data(), size}).has_value(), size == 16) << size;
   }
 }
 
-TEST(FrameSplitter, CutsTheGoldenFrames) {
+TEST(FrameSplitter, SplitsTheGoldenFrames) {
   for (const GoldenFrame& golden : GoldenFrames()) {
     SCOPED_TRACE(golden.name);
     const Outcome outcome = SplitWhole(golden.bytes, 256);
@@ -247,7 +247,7 @@ TEST(FrameSplitter, CutsTheGoldenFrames) {
   }
 }
 
-TEST(FrameSplitter, ViewsLieBehindEachOtherInOneBuffer) {
+TEST(FrameSplitter, ReturnsAdjacentViewsOfOneBuffer) {
   FrameSplitter splitter(256);
   splitter.Feed(GoldenFrames()[0].bytes + GoldenFrames()[1].bytes);
   const auto first = splitter.Next();
@@ -273,7 +273,7 @@ TEST(FrameSplitter, WaitsForTheRestOfEveryTruncation) {
   }
 }
 
-TEST(FrameSplitter, JudgesEveryValueOfEveryHeaderByte) {
+TEST(FrameSplitter, ChecksEveryValueOfEveryHeaderByte) {
   constexpr std::uint64_t kMaxPayload = 300;
   for (const GoldenFrame& golden : GoldenFrames()) {
     for (std::size_t place = 0; place < kFrameHeaderSize; ++place) {
@@ -309,7 +309,7 @@ TEST(FrameSplitter, JudgesEveryValueOfEveryHeaderByte) {
   }
 }
 
-TEST(FrameSplitter, TakesTheLongestPayloadAndNoLongerOne) {
+TEST(FrameSplitter, AcceptsTheLongestPayloadAndNoLongerOne) {
   std::string longest;
   AppendFrame(FrameType::kHello, 0, std::string(100, 'x'), &longest);
   EXPECT_THAT(SplitWhole(longest, 100).error, "");
@@ -317,7 +317,7 @@ TEST(FrameSplitter, TakesTheLongestPayloadAndNoLongerOne) {
   EXPECT_EQ(SplitWhole(longest, 99).error, "payload of 100 bytes is longer than the limit of 99");
 }
 
-TEST(FrameSplitter, GivesTheFramesBeforeAnErrorAndNothingBehindIt) {
+TEST(FrameSplitter, ReturnsTheFramesBeforeAnErrorAndNoneAfterIt) {
   const std::string good = GoldenFrames()[2].bytes;
   FrameSplitter splitter(256);
   splitter.Feed(good + std::string(8, '\0') + good);
@@ -328,7 +328,7 @@ TEST(FrameSplitter, GivesTheFramesBeforeAnErrorAndNothingBehindIt) {
   EXPECT_EQ(ErrorOf(&splitter), "unknown frame type 0");
 }
 
-TEST(FrameSplitter, CutsTheSameFramesOfEveryChunking) {
+TEST(FrameSplitter, FindsTheSameFramesHoweverTheStreamIsCut) {
   std::mt19937 random(1);
   std::string stream;
   std::vector<Cut> expected;
@@ -345,7 +345,7 @@ TEST(FrameSplitter, CutsTheSameFramesOfEveryChunking) {
   }
 }
 
-TEST(FrameSplitter, TakesRandomBytesTheSameInEveryChunking) {
+TEST(FrameSplitter, HandlesRandomBytesTheSameHoweverTheyAreCut) {
   std::mt19937 random(2);
   for (int round = 0; round < 10'000; ++round) {
     SCOPED_TRACE(round);
@@ -363,7 +363,7 @@ TEST(FrameSplitter, TakesRandomBytesTheSameInEveryChunking) {
   }
 }
 
-TEST(FrameSplitter, KeepsNothingOfATooLongPayload) {
+TEST(FrameSplitter, DropsAPayloadThatIsTooLong) {
   FrameSplitter splitter(1000);
   splitter.Feed(
       Bytes("\x05\x00\x00\x01"
@@ -375,7 +375,7 @@ TEST(FrameSplitter, KeepsNothingOfATooLongPayload) {
   EXPECT_EQ(::testing_support::AllocationCount(), before);
 }
 
-TEST(FrameSplitter, TakesAnEndlessStreamWithoutAllocating) {
+TEST(FrameSplitter, ReadsAnEndlessStreamWithoutAllocating) {
   // Frames of 8 to 1008 bytes, in all positions relative to the reads.
   std::string stream;
   for (std::size_t size = 0; size <= 1000; ++size) {

@@ -114,7 +114,7 @@ TEST_F(UnixListenerTest, RemovesTheSocketAtTheEnd) {
   EXPECT_FALSE(Exists(folder_.Path("hal.sock")));
 }
 
-TEST_F(UnixListenerTest, LeavesWhatHasTakenItsPlace) {
+TEST_F(UnixListenerTest, LeavesTheSocketThatReplacedItsOwn) {
   const std::string path = folder_.Path("hal.sock");
   std::optional<UnixListener> first(std::in_place, &io_, path);
   const UnixListener second(&io_, folder_.Path("second.sock"));
@@ -201,7 +201,7 @@ TEST_F(UnixListenerTest, OfTwoThatStartAtOnceOnAStaleSocketExactlyOneListens) {
   }
 }
 
-TEST_F(UnixListenerTest, LeavesWhatIsNoSocket) {
+TEST_F(UnixListenerTest, LeavesAFileThatIsNotASocket) {
   const std::string path = folder_.Path("file");
   std::ofstream(path) << "precious";
   EXPECT_THAT(Complaint(path), StartsWith(path + " exists and is no socket; remove it"));
@@ -263,7 +263,7 @@ TEST_F(DefaultPathTest, ItsFolderIsMadeForThisUserOnly) {
   EXPECT_EQ(ModeOf(std::filesystem::path(path).parent_path()), 0700U);
 }
 
-TEST_F(DefaultPathTest, ItsFolderThatCannotBeMadeIsNamed) {
+TEST_F(DefaultPathTest, NamesAFolderThatItCannotMake) {
   const TestFolder runtime;
   setenv("XDG_RUNTIME_DIR", runtime.Path("gone").c_str(), 1);
   boost::asio::io_context io;
