@@ -1,8 +1,8 @@
 # The stages that .ci/run and .ci/nightly share. Sourced by bash after scripts/setup.sh, with $root
 # set to the project's folder.
 
-# stage NAME COMMAND [ARG...]: runs the command and prints how long it took. On failure, prints its
-# log and ends the run.
+# stage NAME COMMAND [ARG...]: runs the command and prints how long it took, and what the command
+# writes to descriptor 3. On failure, prints its log and ends the run.
 stage() {
   local what=$1 log=$root/build/stage.log begin=$SECONDS status
   shift
@@ -14,7 +14,7 @@ stage() {
   (
     set -e
     "$@"
-  ) >"$log" 2>&1
+  ) 3>&1 >"$log" 2>&1
   status=$?
   set -e
   if [ "$status" -ne 0 ]; then
@@ -39,6 +39,22 @@ test_folders() {
   for folder in "$@"; do
     ctest --test-dir "$root/build/$preset/$folder" --no-tests=error --output-on-failure -j "$(nproc)"
   done
+}
+
+# linux_tests: the tests that program a kernel: first this system's, which may lack some of what
+# they need, then one in a virtual machine, which has it all.
+linux_tests() {
+  local names=(packets_test linux_kernel_test) test
+  local tests=("${names[@]/#/$root/build/development/bin/}")
+  build_preset development "${names[@]}"
+  "$root/tests/linux/vm_test.sh" --boot
+  for test in "${tests[@]}"; do
+    "$test" | tee "$root/build/linux_tests.log"
+    sed -n "s/^\[  SKIPPED \] \(.*\), listed below:$/   ${test##*/}: \1 left out on this kernel/p" \
+      "$root/build/linux_tests.log" >&3
+  done
+  "$root/tests/linux/vm" --timeout 600 env ZUSKUX_SKIP_NOTHING=1 \
+    bash -c 'for test; do "$test" || exit; done' bash "${tests[@]}"
 }
 
 # tidy ARG... <SOURCES: runs clang-tidy on each source. Arguments after "--" go to the compiler.
