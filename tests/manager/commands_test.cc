@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -54,8 +55,9 @@ class CommandsTest : public testing::Test {
     EXPECT_NE(manager_->Wait(), -1);
   }
 
-  void StartServer() {
-    server_ = std::make_unique<Process>(Words{ZUSKUX_HAL, "--socket", socket()});
+  void StartServer(const std::string& faults = "") {
+    server_ = std::make_unique<Process>(
+        Words{ZUSKUX_HAL, "--socket", socket(), "--fault", files_.Write("faults", faults)});
     ASSERT_TRUE(server_->WaitForError("listening on"));
   }
 
@@ -63,6 +65,20 @@ class CommandsTest : public testing::Test {
     words.insert(words.begin(), ZUSKUX_MANAGER);
     words.insert(words.end(), {"--control", control()});
     return Execute(words);
+  }
+
+  // Follows the events. Until the client follows, events are nobody's; each reload adds some. It
+  // may begin to follow in the middle of one, so that only the next one shows whole.
+  std::unique_ptr<Process> Follow() {
+    auto events =
+        std::make_unique<Process>(Words{ZUSKUX_MANAGER, "events", "--control", control()});
+    for (int vlans = 2; vlans < 50 && events->out().empty(); ++vlans) {
+      files_.Write("site", Site(vlans));
+      EXPECT_EQ(Ask({"reload"}).status, 0);
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    EXPECT_NE(events->out(), "");
+    return events;
   }
 
   Json Tables() const {
@@ -108,6 +124,9 @@ TEST_F(CommandsTest, StatusFollowsTheConnection) {
   const Outcome resync = Ask({"resync"});
   EXPECT_EQ(resync.status, 4);
   EXPECT_THAT(resync.err, HasSubstr("zuskux-manager: there is no connection to the HAL"));
+  const Outcome audit = Ask({"audit"});
+  EXPECT_EQ(audit.status, 4);
+  EXPECT_EQ(audit.err, "zuskux-manager: there is no connection to the HAL\n");
   EXPECT_EQ(Ask({"reload"}).status, 4);
 }
 
@@ -168,6 +187,11 @@ TEST_F(CommandsTest, DrawsAllObjectsOrThoseAroundOne) {
     EXPECT_THAT(one.out, Not(HasSubstr("\"vlan:10\"")));
   }
   EXPECT_THAT(Ask({"graph", "vlan:11"}).out, Not(HasSubstr("\"host:5000\"")));
+  // The host moves to VLAN 11, and VLAN 12 goes.
+  files_.Write("site", Site(2));
+  ASSERT_EQ(Ask({"reload"}).status, 0);
+  ASSERT_TRUE(manager_->WaitForError("settled: 4 objects: 3 installed, 1 removed\n"));
+  EXPECT_THAT(Ask({"graph"}).out, Not(HasSubstr("\"vlan:12\"")));
   const Outcome none = Ask({"graph", "vlan:9"});
   EXPECT_EQ(none.status, 2);
   EXPECT_EQ(none.err, "zuskux-manager: there is no vlan:9; objects lists all\n");
@@ -177,8 +201,8 @@ TEST_F(CommandsTest, QueriesSendNothingToTheHal) {
   StartServer();
   Start(Site(3), {"--hal", "unix:" + socket()});
   const Json before = Tables()["requests"];
-  for (const Words& words :
-       {Words{"status"}, Words{"objects"}, Words{"explain", "vlan:10"}, Words{"graph"}}) {
+  for (const Words& words : {Words{"status"}, Words{"objects"}, Words{"explain", "vlan:10"},
+                             Words{"graph"}, Words{"audit"}}) {
     EXPECT_EQ(Ask(words).status, 0);
   }
   EXPECT_EQ(Tables()["requests"], before);
@@ -238,15 +262,35 @@ TEST_F(CommandsTest, AuditComparesWithTheHal) {
   EXPECT_EQ(same.out, "5 entries of the manager, 5 of the HAL, 0 differences\n");
 }
 
+// From the third request on, the server confirms what it does not do.
 TEST_F(CommandsTest, AuditShowsEveryDifference) {
-  server_ = std::make_unique<Process>(
-      Words{ZUSKUX_HAL, "--socket", socket(), "--fault",
-            files_.Write("faults", R"(fault { what: "answer" of: "vlan" code: 0 times: 100 })")});
-  ASSERT_TRUE(server_->WaitForError("listening on"));
-  Start(Site(1), {"--hal", "unix:" + socket()});
+  StartServer(R"(fault { what: "answer" of: "vlan" code: 0 nth: 3 times: 100 })");
+  const std::string interface = "interface { name: \"eth0\" lim_id: 1 }\n";
+  const auto vlan = [](const std::string& id, const std::string& more) {
+    return "vlan { id: " + id + " name: \"v" + id + "\" interface: \"eth0\" " + more + "}\n";
+  };
+  Start(interface + vlan("10", "") + vlan("11", ""), {"--hal", "unix:" + socket()});
+  files_.Write("site", interface + vlan("10", "mtu: 1400 ") + vlan("12", ""));
+  ASSERT_EQ(Ask({"reload"}).status, 0);
+  ASSERT_TRUE(manager_->WaitForError("settled: 3 objects: 2 installed, 1 removed\n"));
   const Outcome audit = Ask({"audit"});
   EXPECT_EQ(audit.status, 3);
-  EXPECT_THAT(audit.out, testing::StartsWith("missing  vlan 10  v10\n"));
+  EXPECT_EQ(audit.out,
+            "differs  vlan 10  v10\n"
+            "missing  vlan 12  v12\n"
+            "unknown  vlan 11\n"
+            "2 entries of the manager, 2 of the HAL, 3 differences\n");
+  EXPECT_EQ(audit.err, "");
+}
+
+TEST_F(CommandsTest, AuditSaysThatTheManagerIsAtWork) {
+  StartServer(R"(fault { what: "swallow" of: "vlan" nth: 2 times: 100 })");
+  Start(Site(1), {"--hal", "unix:" + socket()});
+  files_.Write("site", Site(2));
+  ASSERT_EQ(Ask({"reload"}).status, 0);
+  const Outcome audit = Ask({"audit"});
+  EXPECT_THAT(audit.err,
+              HasSubstr("the manager is at work; differences may be requests in flight"));
 }
 
 TEST_F(CommandsTest, AuditNeedsAServer) {
@@ -259,26 +303,57 @@ TEST_F(CommandsTest, AuditNeedsAServer) {
 }
 
 TEST_F(CommandsTest, EventsFollowTheManager) {
-  Start(Site(1));
-  Process events({ZUSKUX_MANAGER, "events", "--control", control()});
-  // Until the client follows, events are nobody's; each reload adds some. It may begin to follow in
-  // the middle of one, so that only the next one shows whole.
-  for (int vlans = 2; vlans < 100 && events.out().empty(); ++vlans) {
-    files_.Write("site", Site(vlans));
-    ASSERT_EQ(Ask({"reload"}).status, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  }
+  Start(Site(1), {"--table-size", "50"});
+  const std::unique_ptr<Process> events = Follow();
   files_.Write("site", Site(100));
   ASSERT_EQ(Ask({"reload"}).status, 0);
-  EXPECT_TRUE(events.WaitForOutput("applying " + site() + "\n")) << events.out();
-  EXPECT_TRUE(events.WaitForOutput(" installed\n")) << events.out();
+  EXPECT_TRUE(events->WaitForOutput("applying " + site() + "\n")) << events->out();
+  EXPECT_TRUE(events->WaitForOutput("vlan:20 \"v20\" installed\n")) << events->out();
+  EXPECT_TRUE(events->WaitForOutput("vlan:108 \"v108\" failed: table full\n")) << events->out();
   files_.Write("site", "vlan {");
   Ask({"reload"});
-  EXPECT_TRUE(events.WaitForOutput("reload refused: keeping the site as it was")) << events.out();
+  EXPECT_TRUE(events->WaitForOutput("reload refused: keeping the site as it was")) << events->out();
   manager_->Signal(SIGTERM);
-  EXPECT_EQ(manager_->Wait(), 0);
-  EXPECT_EQ(events.Wait(), 1);
-  EXPECT_THAT(events.err(), HasSubstr("the answer ends early"));
+  EXPECT_EQ(manager_->Wait(), 3);
+  EXPECT_EQ(events->Wait(), 1);
+  EXPECT_THAT(events->err(), HasSubstr("the answer ends early"));
+}
+
+TEST_F(CommandsTest, EventsFollowTheConnection) {
+  StartServer();
+  Start(Site(1), {"--hal", "unix:" + socket()});
+  const std::unique_ptr<Process> events = Follow();
+  EXPECT_THAT(manager_->err(), Not(HasSubstr("reinstall"))) << "following sends nothing";
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  EXPECT_TRUE(events->WaitForOutput("HAL server lost\n")) << events->out();
+  StartServer();
+  EXPECT_TRUE(events->WaitForOutput("in sync\n")) << events->out();
+  EXPECT_THAT(events->out(), testing::ContainsRegex("\nconnected to HAL server zuskux-hal [0-9.]+, "
+                                                    "generation 0x[0-9a-f]{16}\n"));
+}
+
+TEST_F(CommandsTest, OtherRequestsAreAnsweredWithAnError) {
+  Start(Site(1));
+  struct Case {
+    const char* request;
+    const char* error;
+  };
+  for (const Case& wrong :
+       {Case{"status", "the request is not valid: "}, Case{"{}", "the request is not valid: "},
+        Case{R"({"request":"objects","kind":7})", "the request is not valid: "},
+        Case{R"({"request":"dance"})",
+             "this manager has no request dance; it may be older than the command"}}) {
+    using boost::asio::local::stream_protocol;
+    stream_protocol::iostream stream(stream_protocol::endpoint{control()});
+    stream << wrong.request << '\n' << std::flush;
+    std::string line;
+    ASSERT_TRUE(std::getline(stream, line)) << wrong.request;
+    const Json answer = Json::parse(line);
+    EXPECT_EQ(answer["exit_status"], 1) << wrong.request;
+    EXPECT_THAT(answer["error"].get<std::string>(), testing::StartsWith(wrong.error));
+  }
+  EXPECT_EQ(Ask({"status"}).status, 0);
 }
 
 // The next picture on the terminal.

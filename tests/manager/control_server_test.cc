@@ -283,6 +283,16 @@ TEST_F(ControlClientTest, RefusesAnAnswerWithoutAnEndOrThatIsNoJson) {
               ThrowsMessage<std::runtime_error>(HasSubstr("the answer is none of a manager")));
 }
 
+TEST_F(ControlClientTest, GivesUpOnASilentManager) {
+  const ClientAcceptor silent(
+      &io_, path_, [](const ClientAcceptor::Socket&) {}, [](const boost::system::error_code&) {});
+  EXPECT_THAT(
+      [this] {
+        AskManager(path_, {{"request", "x"}});
+      },
+      ThrowsMessage<std::runtime_error>(HasSubstr("no answer: Connection timed out")));
+}
+
 TEST_F(ControlClientTest, FailsIfNobodyListens) {
   EXPECT_THAT([this] { AskManager(path_, {}); },
               ThrowsMessage<std::runtime_error>(
