@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <zlog.h>
 
+#include <algorithm>
 #include <climits>
 #include <filesystem>
 #include <fstream>

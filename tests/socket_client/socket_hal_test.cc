@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/system/system_error.hpp>
 #include <chrono>
 #include <cstdint>
