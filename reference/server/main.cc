@@ -21,6 +21,7 @@
 #include "reference/record/recorder.h"
 #include "reference/server/fault_file.h"
 #include "reference/server/hal_server.h"
+#include "reference/server/kernel_check.h"
 #include "reference/server/linux_data_plane.h"
 #include "reference/server/tables_command.h"
 #include "reference/site/site_reader.h"
@@ -41,6 +42,7 @@ using reference::ServerFaults;
 
 constexpr int kFailed = 1;
 constexpr int kBadUsage = 2;
+constexpr int kDifference = 3;
 
 constexpr std::int64_t kMaxTableSize = std::int64_t{1} << 32;
 constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
@@ -48,6 +50,7 @@ constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
 constexpr const char* kUsage =
     "Usage: zuskux-hal [options]\n"
     "       zuskux-hal tables [--socket PATH] [--json]\n"
+    "       zuskux-hal tables --check --interfaces SITE [--netns NAME]\n"
     "A HAL server on a Unix socket; with \"tables\", shows what a running one holds.\n\n";
 
 struct UsageError : std::runtime_error {
@@ -83,6 +86,7 @@ po::options_description Options() {
       ("print", "print ip commands instead of programming")                         //
       ("quiet", "do not tell about connections")                                    //
       ("json", "with tables: as JSON")                                              //
+      ("check", "with tables: compare with the kernel")                             //
       ("help", "show this help and exit")                                           //
       ("version", "show the version and exit");
   return options;
@@ -116,15 +120,25 @@ bool IsTablesCommand(const po::variables_map& values) {
 // Rejects options of the other command.
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
-      tables_command
-          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet",
-                                     "data-plane", "interfaces",  "netns", "print"}
-          : std::vector<std::string>{"json"};
+      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "record",
+                                                "quiet",      "data-plane",  "print"}
+                     : std::vector<std::string>{"json", "check"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
     throw UsageError("--" + option + " does not go " + (tables_command ? "with" : "without") +
                      " tables");
   }
+}
+
+void CheckTablesOptions(const po::variables_map& values) {
+  const bool check = values.count("check") != 0;
+  for (const char* const option : {"interfaces", "netns"}) {
+    if (!check && values.count(option) != 0) {
+      throw UsageError(std::string("--") + option + " goes with tables --check only");
+    }
+  }
+  if (check && values.count("interfaces") == 0) throw UsageError("--check needs --interfaces SITE");
+  if (check && values.count("json") != 0) throw UsageError("--json does not go with --check");
 }
 
 void CheckDataPlaneOptions(const po::variables_map& values) {
@@ -201,13 +215,16 @@ std::optional<reference::InterfaceNames> ReadInterfaces(const std::string& path)
   return names;
 }
 
+std::string NetworkNamespace(const po::variables_map& values) {
+  return values.count("netns") != 0 ? values["netns"].as<std::string>() : "";
+}
+
 std::unique_ptr<reference::DataPlane> MakeDataPlane(const po::variables_map& values,
                                                     const reference::InterfaceNames& interfaces) {
   if (values.count("print") != 0) {
     return reference::MakePrintingDataPlane(interfaces, &std::cout);
   }
-  const std::string netns = values.count("netns") != 0 ? values["netns"].as<std::string>() : "";
-  return reference::MakeLinuxDataPlane(interfaces, netns, Say);
+  return reference::MakeLinuxDataPlane(interfaces, NetworkNamespace(values), Say);
 }
 
 int Serve(const HalServerOptions& options) {
@@ -233,20 +250,29 @@ int Serve(const HalServerOptions& options) {
 }
 
 int ShowTables(const po::variables_map& values) {
+  std::optional<reference::InterfaceNames> interfaces;
+  if (values.count("check") != 0) {
+    interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
+    if (!interfaces) return kBadUsage;
+  }
   const auto contents = reference::ReadServerContents(SocketPath(values), "zuskux-hal tables");
-  if (values.count("json") != 0) {
+  bool agrees = true;
+  if (interfaces) {
+    agrees = reference::CheckKernel(contents, *interfaces, NetworkNamespace(values), &std::cout);
+  } else if (values.count("json") != 0) {
     PrintAsJson(contents, std::cout);
   } else {
     PrintAsText(contents, std::cout);
   }
   if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
-  return 0;
+  return agrees ? 0 : kDifference;
 }
 
 int Run(const po::variables_map& values) {
   if (values.count("help") != 0) {
     std::cout << kUsage << Options()
-              << "\nExit status: 0 done, 1 an error, 2 wrong usage or mistakes in a file.\n";
+              << "\nExit status: 0 done, 1 an error, 2 wrong usage or mistakes in a file,\n"
+                 "3 the kernel differs from the tables.\n";
     return 0;
   }
   if (values.count("version") != 0) {
@@ -255,8 +281,11 @@ int Run(const po::variables_map& values) {
   }
   const bool tables_command = IsTablesCommand(values);
   CheckOptions(values, tables_command);
+  if (tables_command) {
+    CheckTablesOptions(values);
+    return ShowTables(values);
+  }
   CheckDataPlaneOptions(values);
-  if (tables_command) return ShowTables(values);
 
   HalServerOptions options;
   options.path = SocketPath(values);

@@ -136,7 +136,7 @@ TEST_F(ZuskuxHalTest, HelpFitsATerminal) {
   for (const char* const option :
        {"tables", "--socket PATH", "--table-size N", "--max-payload BYTES", "--fault FILE",
         "--data-plane linux", "--interfaces SITE", "--netns NAME", "--print", "--quiet", "--json",
-        "--help", "--version"}) {
+        "--check", "--help", "--version"}) {
     EXPECT_THAT(ended.output, HasSubstr(option));
   }
 }
@@ -161,6 +161,11 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"--json"}, "--json does not go without tables"},
            Case{{"tables", "--quiet"}, "--quiet does not go with tables"},
            Case{{"tables", "--print"}, "--print does not go with tables"},
+           Case{{"--check"}, "--check does not go without tables"},
+           Case{{"tables", "--netns", "x"}, "--netns goes with tables --check only"},
+           Case{{"tables", "--check"}, "--check needs --interfaces SITE"},
+           Case{{"tables", "--check", "--interfaces", "x", "--json"},
+                "--json does not go with --check"},
            Case{{"--print"}, "--print goes with --data-plane linux only"},
            Case{{"--data-plane", "bsd"}, "--data-plane \"bsd\" is unknown; use linux"},
            Case{{"--data-plane", "linux"}, "--data-plane needs --interfaces SITE"},
@@ -195,6 +200,13 @@ TEST_F(ZuskuxHalTest, NamesMistakesOfASiteFile) {
   EXPECT_EQ(ended.code, 2);
   EXPECT_THAT(ended.error, StartsWith("zuskux-hal: " + Path("site") + ":1:1: "));
   EXPECT_FALSE(std::filesystem::exists(Path("hal.sock")));
+}
+
+TEST_F(ZuskuxHalTest, NamesMistakesOfASiteFileBeforeACheck) {
+  const Ended ended =
+      RunToEnd({"tables", "--socket", Path("hal.sock"), "--check", "--interfaces", Path("none")});
+  EXPECT_EQ(ended.code, 2);
+  EXPECT_THAT(ended.error, HasSubstr(Path("none")));
 }
 
 TEST_F(ZuskuxHalTest, NeedsTheNetworkNamespaceThatItShallProgram) {

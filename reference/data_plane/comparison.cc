@@ -1,0 +1,68 @@
+#include "reference/data_plane/comparison.h"
+
+#include <arpa/inet.h>
+
+#include <array>
+#include <variant>
+
+namespace reference {
+namespace {
+
+std::string NameOf(const std::string& device) { return device; }
+
+std::string NameOf(const NeighbourKey& key) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET6, key.second.data(), text.data(), text.size());
+  return std::string("neighbour ") + text.data() + " on " + key.first;
+}
+
+std::string NameOf(std::uint32_t nexthop) { return "next hop " + std::to_string(nexthop); }
+
+template <typename Map>
+void CompareEach(const Map& wanted, const Map& present, ObjectStates* states) {
+  for (const auto& [key, object] : wanted) {
+    const auto found = present.find(key);
+    (*states)[NameOf(key)] = found == present.end()    ? ObjectState::kMissing
+                             : found->second == object ? ObjectState::kAsWanted
+                                                       : ObjectState::kDifferent;
+  }
+  for (const auto& [key, object] : present) {
+    if (wanted.count(key) == 0) (*states)[NameOf(key)] = ObjectState::kNotWanted;
+  }
+}
+
+}  // namespace
+
+std::string ObjectStateText(ObjectState state) {
+  static constexpr std::array kTexts = {"as wanted", "missing", "different", "not wanted"};
+  return kTexts.at(static_cast<std::size_t>(state));
+}
+
+ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
+                     const std::map<std::string, std::uint32_t>& mtus) {
+  auto devices = wanted.devices;
+  for (auto& [name, device] : devices) {
+    auto* const macvlan = std::get_if<MacvlanDevice>(&device);
+    if (macvlan == nullptr || macvlan->mtu != 0) continue;
+    const auto parent = mtus.find(macvlan->parent);
+    if (parent != mtus.end()) macvlan->mtu = parent->second;
+  }
+  ObjectStates states;
+  CompareEach(devices, present.devices, &states);
+  CompareEach(wanted.neighbours, present.neighbours, &states);
+  CompareEach(wanted.nexthops, present.nexthops, &states);
+  return states;
+}
+
+std::vector<std::string> ObjectsOfDestination(std::uint32_t id, const KernelObjects& wanted) {
+  const auto nexthop = wanted.nexthops.find(id);
+  if (nexthop == wanted.nexthops.end()) return {};
+  std::vector<std::string> names = {NameOf(id)};
+  if (const auto* const out = std::get_if<DeviceNexthop>(&nexthop->second)) {
+    names.push_back(out->device);
+    if (out->gateway != Ipv6Address{}) names.push_back(NameOf({out->device, out->gateway}));
+  }
+  return names;
+}
+
+}  // namespace reference
