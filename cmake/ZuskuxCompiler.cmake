@@ -48,3 +48,19 @@ if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
 endif()
+
+option(ZUSKUX_GROUP_SOURCES "Without ccache, compile several sources of reference/ together" OFF)
+
+# zuskux_group_sources(<target>...): compiles up to eight sources of a target together, so that they
+# parse the large headers (protobuf, Asio, JSON) once: a first build takes less than two thirds of the time.
+# With ccache, single sources are faster.
+function(zuskux_group_sources)
+  if(NOT ZUSKUX_GROUP_SOURCES OR CCACHE)
+    return()
+  endif()
+  set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON)
+  foreach(target IN LISTS ARGN)
+    # The warning takes each grouped source for a header.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+  endforeach()
+endfunction()

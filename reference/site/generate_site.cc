@@ -15,7 +15,7 @@ constexpr std::size_t kMaxInterfaces = 64;
 constexpr std::uint32_t kFirstLimId = 0x01000001;
 constexpr std::uint32_t kMaxIdGap = 16;
 constexpr std::uint32_t kMaxMembers = 8;
-constexpr std::uint32_t kLabels = 1U << 20;
+constexpr std::uint32_t kLabelCount = 1U << 20;
 constexpr std::uint32_t kFirstLabel = 16;
 
 // Number of objects of each kind in a site.
@@ -103,7 +103,7 @@ class SiteGenerator {
     return ip;
   }
 
-  std::uint32_t Label() { return kFirstLabel + Below(kLabels - kFirstLabel); }
+  std::uint32_t Label() { return kFirstLabel + Below(kLabelCount - kFirstLabel); }
 
   template <class Object>
   Object Named(const char* prefix, std::size_t number) {

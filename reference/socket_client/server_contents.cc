@@ -22,8 +22,6 @@ using boost::asio::local::stream_protocol;
 
 // More than any server sends, including what precedes the message of an entry.
 constexpr std::size_t kMaxPayload = std::size_t{128} * 1024 * 1024;
-// The maximum length, in bytes, of a server's text in a log line.
-constexpr std::size_t kMaxForeignText = 200;
 constexpr std::size_t kEntryHeaderSize = 5;
 
 using Clock = std::chrono::steady_clock;

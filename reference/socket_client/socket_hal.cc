@@ -38,8 +38,6 @@ using Protocol = asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
-// The maximum length, in bytes, of a server's text in a log line.
-constexpr std::size_t kMaxForeignText = 200;
 constexpr int kMaxRepeatedReinstalls = 3;
 // Limits the rate of attempts if the socket is recreated again and again.
 constexpr std::chrono::milliseconds kMinAttemptInterval{10};

@@ -20,6 +20,9 @@ namespace reference {
 /// Takes at most `max_bytes` bytes of `text`, in whole characters.
 std::string Printable(std::string_view text, std::size_t max_bytes = std::string_view::npos);
 
+/// The maximum length, in bytes, of a peer's text in a line of the log or of an error.
+inline constexpr std::size_t kMaxForeignText = 200;
+
 /// Whether `Printable` leaves `text` unchanged.
 bool IsPrintable(std::string_view text);
 
