@@ -18,7 +18,7 @@ constexpr std::array kTexts = {
     CodeText{kHalSuccess, "success"},
     CodeText{kHalMissingReference, "a destination that it refers to does not exist in the HAL"},
     CodeText{kHalLabelOutOfRange, "label above 1048575"},
-    CodeText{kHalExists, "exists with another content"},
+    CodeText{kHalExists, "exists with different content"},
     CodeText{kHalNotFound, "not installed"},
     CodeText{kHalTableFull, "table full"},
     CodeText{kHalBadRequest, "bad request"},

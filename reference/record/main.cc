@@ -66,7 +66,7 @@ void TellCut(const RecordingReader& recording) {
   if (!recording.cut_at()) return;
   Log().WriteDiagnostic(LogLevel::kWarning,
                         recording.name() + ": byte " + std::to_string(*recording.cut_at()) +
-                            ": the last entry is not whole; the recording ends before it");
+                            ": the last entry is truncated; the recording ends before it");
 }
 
 int Show(const Arguments& arguments) {

@@ -197,7 +197,7 @@ void Recorder::Writer::Stop() {
 
 Recorder::Recorder(const std::string& path, std::string_view program, LogFunction log) {
   NewFile file = CreateFile(path);
-  if (log && file.path != path) log(LogLevel::kInfo, path + " is there; recording to " + file.path);
+  if (log && file.path != path) log(LogLevel::kInfo, path + " exists; recording to " + file.path);
   writer_ = std::make_unique<Writer>(std::move(file), program, std::move(log));
 }
 

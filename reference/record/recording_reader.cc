@@ -43,7 +43,7 @@ bool IsOperation(std::uint32_t value) {
 
 // What is wrong with an entry that decoded; null if it is valid.
 const char* Fault(const record::Entry& entry) {
-  constexpr const char* kNoOperation = "an entry with an operation that does not exist";
+  constexpr const char* kNoOperation = "an entry with an unknown operation";
   switch (entry.what_case()) {
     case record::Entry::kRequest:
       return IsOperation(entry.request().operation()) ? nullptr : kNoOperation;
@@ -54,7 +54,7 @@ const char* Fault(const record::Entry& entry) {
                  ? nullptr
                  : "an interface whose type is above 255";
     case record::Entry::WHAT_NOT_SET:
-      return "an entry of no known kind";
+      return "an entry of an unknown kind";
     default:
       return nullptr;
   }
@@ -103,7 +103,9 @@ void RecordingReader::ReadHeader() {
   if (read == Read::kEnd) throw error("the file is empty", kRecordAgain);
   const bool is_header = read == Read::kWhole && header_.ParseFromString(bytes_) &&
                          header_.format() == kRecordingFormat;
-  if (!is_header) throw error("this is no recording, or its header is not whole", kNameRecording);
+  if (!is_header) {
+    throw error("this is not a recording, or its header is truncated", kNameRecording);
+  }
   if (header_.format_version() != kRecordingFormatVersion) {
     throw error("format version " + std::to_string(header_.format_version()) + ", not " +
                     std::to_string(kRecordingFormatVersion),

@@ -132,7 +132,7 @@ class Sender {
     const WrappedMessage wrapped =
         WrapMessage(KindOf(step.request.operation), step.request.payload);
     if (step.payload_omitted || wrapped.message == nullptr) {
-      PrintDifference(step, "cannot be sent again: its message was not recorded whole");
+      PrintDifference(step, "cannot be sent again: its message was not recorded in full");
       return;
     }
     Send(step, wrapped.message.get());

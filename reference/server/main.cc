@@ -74,7 +74,7 @@ po::options_description Options() {
        po::value<std::int64_t>()->value_name("BYTES")->default_value(max_payload),  //
        "longest request")                                                           //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
-       "misbehave as the file says")                                                //
+       "inject the faults in the file")                                             //
       ("record", po::value<std::string>()->value_name("FILE"),                      //
        "record all requests and results")                                           //
       ("data-plane", po::value<std::string>()->value_name("linux"),                 //
@@ -84,7 +84,7 @@ po::options_description Options() {
       ("netns", po::value<std::string>()->value_name("NAME"),                       //
        "program this network namespace")                                            //
       ("print", "print ip commands instead of programming")                         //
-      ("quiet", "do not tell about connections")                                    //
+      ("quiet", "do not log connections")                                           //
       ("json", "with tables: as JSON")                                              //
       ("check", "with tables: compare with the kernel")                             //
       ("help", "show this help and exit")                                           //

@@ -84,7 +84,7 @@ class Conversation {
     try {
       return splitter_.Next();
     } catch (const ProtocolError& error) {
-      Fail(std::string("its answer is no frame: ") + error.what());
+      Fail(std::string("its answer is not a frame: ") + error.what());
     }
   }
 

@@ -468,7 +468,7 @@ void SocketHal::Client::OnFrame(const FrameSplitter::Frame& frame) {
       connection_->useful = false;
       throw ConnectionEnd(
           "HAL server closed, it sent frame type " + std::to_string(static_cast<int>(type)) +
-          (type == FrameType::kHello ? ", a second hello" : ", which is not the server's to send"));
+          (type == FrameType::kHello ? ", a second hello" : ", which no server sends"));
   }
 }
 
@@ -522,7 +522,7 @@ void SocketHal::Client::OnResult(const FrameSplitter::Frame& frame) {
     throw ConnectionEnd(
         "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
         std::to_string(request.id) + " with code " +
-        std::to_string(static_cast<std::uint32_t>(result->code)) + ", which is the client's");
+        std::to_string(static_cast<std::uint32_t>(result->code)) + ", a code of the client's own");
   }
   const bool is_vrf = !HasResult(request.operation);
   if (is_vrf && result->code != kHalSuccess) {

@@ -110,7 +110,7 @@ void UnixListener::RemoveStaleSocket() {
   struct stat found {};
   if (lstat(path_.c_str(), &found) != 0) return;
   if (!S_ISSOCK(found.st_mode)) {
-    Fail(EEXIST, path_ + " exists and is no socket; remove it or choose another path");
+    Fail(EEXIST, path_ + " exists and is not a socket; remove it or choose another path");
   }
   // Non-blocking, because a server too busy to accept is alive too.
   stream_protocol::socket probe(acceptor_.get_executor());

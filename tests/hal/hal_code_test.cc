@@ -30,7 +30,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TextCase{"MissingReference", 1,
                              "a destination that it refers to does not exist in the HAL"},
                     TextCase{"LabelOutOfRange", 2, "label above 1048575"},
-                    TextCase{"Exists", 3, "exists with another content"},
+                    TextCase{"Exists", 3, "exists with different content"},
                     TextCase{"NotFound", 4, "not installed"},
                     TextCase{"TableFull", 5, "table full"},
                     TextCase{"BadRequest", 6, "bad request"},

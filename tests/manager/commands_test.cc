@@ -443,12 +443,12 @@ TEST_F(CommandsTest, ExplainsAWrongCommand) {
        "explain vlan names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, "
        "mpls)"},
       {{"objects", "--kind", "x"},
-       "--kind x is no kind of object; use one of vrf, vlan, host, ecmp, mpls"},
+       "--kind x is not a kind of object; use one of vrf, vlan, host, ecmp, mpls"},
       {{"objects", "--kind"},
        "objects: the required argument for option '--kind' is missing; see zuskux-manager help "
        "objects"},
       {{"reload", "--max-removals", "few"},
-       "--max-removals few is no number; write a number of objects, or all"},
+       "--max-removals few is not a number; write a number of objects, or all"},
       {{"statsu"}, "statsu is neither a command nor a site file; did you mean status?"},
       {{"relaod", "--json"}, "relaod is neither a command nor a site file; did you mean reload?"},
       {{"help", "me"}, "there is no help on me; see zuskux-manager --help"},

@@ -280,7 +280,7 @@ TEST_F(ControlClientTest, RefusesAnAnswerWithoutAnEndOrThatIsNoJson) {
   EXPECT_THAT([&] { Ask("{\"a\":1}\n", &lines); },
               ThrowsMessage<std::runtime_error>(HasSubstr("the answer ends early")));
   EXPECT_THAT([&] { Ask("no JSON\n", &lines); },
-              ThrowsMessage<std::runtime_error>(HasSubstr("the answer is none of a manager")));
+              ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not a manager's")));
 }
 
 TEST_F(ControlClientTest, GivesUpOnASilentManager) {
@@ -311,7 +311,7 @@ TEST(StatusTest, JsonThatIsNoStatus) {
     std::ostringstream out;
     EXPECT_THAT(
         [&] { WriteStatus(json, &out); },
-        ThrowsMessage<std::runtime_error>(HasSubstr("the answer is no status of a manager: ")))
+        ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not a manager's status: ")))
         << json;
   }
 }

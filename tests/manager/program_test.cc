@@ -63,7 +63,7 @@ TEST(ManagerProgramTest, InstallsASiteAndShowsTheTable) {
             "host  20  p     installed\n"
             "\n"
             "installed  The HAL has confirmed that it holds the object.\n"
-            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
             "4 objects: 3 installed, 1 sent\n");
   EXPECT_EQ(run.err, "");
 }
@@ -81,7 +81,7 @@ TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
             "HAL\n"
             "\n"
             "installed  The HAL has confirmed that it holds the object.\n"
-            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
             "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "4 objects: 1 installed, 1 sent, 2 failed\n");
 }
@@ -158,7 +158,7 @@ TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
             "vrf   1   red   sent\n"
             "vrf   2   blue  failed     table full\n"
             "\n"
-            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
             "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "2 objects: 1 sent, 1 failed\n");
 }
@@ -259,17 +259,17 @@ TEST(ManagerProgramTest, ExplainsAWrongCommandLine) {
   };
   const std::vector<Case> cases = {
       {{}, "the site file is missing; write zuskux-manager SITE"},
-      {{"a", "b"}, "b is one file too many; write --apply b to go on to it"},
+      {{"a", "b"}, "b is one file too many; write --apply b to apply it next"},
       {{"a", "--explain", "x"},
        "--explain x names no object; write KIND:ID, for example vlan:10 (vrf, vlan, host, ecmp, "
        "mpls)"},
       {{"a", "--graph", "x.png"},
-       "--graph x.png is of no known format; use a name in .svg, .dot or .gv"},
+       "--graph x.png has an unknown format; use a name in .svg, .dot or .gv"},
       {{"a", "--table-size", "0"}, "--table-size 0 is out of range; use 1 to 1073741824"},
       {{"a", "--restart-hal-after", "-1"},
        "--restart-hal-after -1 is out of range; use 1 to 9223372036854775807"},
       {{"a", "--max-removals", "1x"},
-       "--max-removals 1x is no number; write a number of objects, or all"},
+       "--max-removals 1x is not a number; write a number of objects, or all"},
       {{"a", "--hal", "x"}, "--hal x is not known; use embedded, unix or unix:PATH"},
       {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded, unix or unix:PATH"},
       {{"a", "--hal", "unix:s", "--table-size", "5"},
@@ -446,7 +446,7 @@ TEST(ManagerProgramTest, NamesTheFileThatItRecordsToInstead) {
   const Outcome run = RunManager({files.Write("site", kTwoVlans), "--record", recording});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err,
-            "zuskux-manager: " + recording + " is there; recording to " + recording + ".1\n");
+            "zuskux-manager: " + recording + " exists; recording to " + recording + ".1\n");
   EXPECT_EQ(ReadText(recording), "kept");
 }
 

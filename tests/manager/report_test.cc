@@ -86,7 +86,7 @@ TEST_F(ReportTest, Table) {
             "\n"
             "installed  The HAL has confirmed that it holds the object.\n"
             "inactive   The HAL holds it, but it drops packets: it has no active neighbor.\n"
-            "sent       The HAL has taken the request; a VRF gets no other confirmation.\n"
+            "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
             "failed     The HAL refused the last request or gave no answer; see REASON.\n"
             "9 objects: 2 installed, 1 inactive, 1 sent, 5 failed\n");
 }
@@ -156,7 +156,7 @@ TEST_F(ReportTest, NamesControlNothing) {
 TEST_F(ReportTest, ExplainsEveryStanding) {
   EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \\\"a\\\"\" is installed\n");
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"vlan-11\" failed: table full\n");
-  EXPECT_EQ(ExplainText(HalKind::kVrf, 1), "vrf:1 \"vrf-1\" was sent; the HAL has taken it\n");
+  EXPECT_EQ(ExplainText(HalKind::kVrf, 1), "vrf:1 \"vrf-1\" was sent; the HAL has accepted it\n");
   EXPECT_EQ(ExplainText(HalKind::kMpls, 42),
             "mpls:42 \"tunnel-42\" is installed but inactive: no active neighbor: dropping\n");
   database_.SetState(Find(HalKind::kHost, 20), ObjectState::kPending);

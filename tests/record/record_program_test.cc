@@ -78,7 +78,7 @@ TEST_F(RecordProgram, ShowsATruncatedRecording) {
   EXPECT_EQ(ended.code, 0);
   EXPECT_THAT(ended.out, EndsWith("---- one\n"));
   EXPECT_EQ(ended.err, folder_.Path("c") + ": byte " + std::to_string(whole.size()) +
-                           ": the last entry is not whole; the recording ends before it\n");
+                           ": the last entry is truncated; the recording ends before it\n");
 }
 
 TEST_F(RecordProgram, ReplaysARecording) {
@@ -188,9 +188,10 @@ TEST_F(RecordProgram, EndsWith1ForAFileThatIsNoRecording) {
     const Ended ended = RunProgram(command + folder_.Path("text"));
     EXPECT_EQ(ended.code, 1) << command;
     EXPECT_EQ(ended.out, "") << command;
-    EXPECT_EQ(ended.err, "zuskux-record: " + folder_.Path("text") +
-                             ": byte 0: this is no recording, or its header is not whole; name a "
-                             "file that was written as a recording\n")
+    EXPECT_EQ(ended.err,
+              "zuskux-record: " + folder_.Path("text") +
+                  ": byte 0: this is not a recording, or its header is truncated; name a "
+                  "file that was written as a recording\n")
         << command;
   }
 }

@@ -151,8 +151,8 @@ TEST(Recorder, KeepsAFileThatIsThereAndTakesANumber) {
   EXPECT_EQ(ReadFile(path), "kept");
   EXPECT_THAT(ReadEntries(path + ".2"), ElementsAre("event { line: \"first\" }"));
   EXPECT_THAT(ReadEntries(path + ".3"), ElementsAre("event { line: \"second\" }"));
-  EXPECT_THAT(log, ElementsAre(path + " is there; recording to " + path + ".2",
-                               path + " is there; recording to " + path + ".3"));
+  EXPECT_THAT(log, ElementsAre(path + " exists; recording to " + path + ".2",
+                               path + " exists; recording to " + path + ".3"));
 }
 
 TEST(Recorder, CreatesANewFileSilently) {

@@ -148,12 +148,12 @@ TEST(RecordingReader, NamesTheByteAndTheFault) {
   };
   for (const Case& test :
        {Case{"an operation above the last", Delimited(bad_operation),
-             "an entry with an operation that does not exist"},
+             "an entry with an unknown operation"},
         Case{"an operation below the first", Delimited(bad_result),
-             "an entry with an operation that does not exist"},
+             "an entry with an unknown operation"},
         Case{"an interface type", Delimited(bad_interface), "an interface whose type is above 255"},
-        Case{"no kind", std::string(1, '\0'), "an entry of no known kind"},
-        Case{"a kind of later", std::string("\x02\x7A\x00", 3), "an entry of no known kind"},
+        Case{"no kind", std::string(1, '\0'), "an entry of an unknown kind"},
+        Case{"a kind of later", std::string("\x02\x7A\x00", 3), "an entry of an unknown kind"},
         Case{"no protobuf", std::string("\x01\xFF", 2), "an entry that does not decode"},
         Case{"a length of 2^21", std::string("\x80\x80\x80\x01", 4),
              "an entry longer than 1048576 bytes"},
@@ -184,7 +184,7 @@ TEST(RecordingReader, RefusesOtherHeaders) {
     const char* error;
   };
   constexpr const char* kNoRecording =
-      "test: byte 0: this is no recording, or its header is not whole; name a file that was "
+      "test: byte 0: this is not a recording, or its header is truncated; name a file that was "
       "written "
       "as a recording";
   for (const Case& test :

@@ -165,8 +165,8 @@ TEST(Replay, CountsWhatCannotBeSentAsADifference) {
   });
   const Outcome outcome = ReplayEmbedded(steps);
   EXPECT_EQ(outcome.text,
-            "#1 install-vlan id=1: cannot be sent again: its message was not recorded whole\n"
-            "#2 install-vlan id=2: cannot be sent again: its message was not recorded whole\n");
+            "#1 install-vlan id=1: cannot be sent again: its message was not recorded in full\n"
+            "#2 install-vlan id=2: cannot be sent again: its message was not recorded in full\n");
   EXPECT_EQ(outcome.report.differences, 2U);
 }
 

@@ -141,7 +141,7 @@ class MalformedFrames {
     const std::uint32_t type = kTypes.at(From(0, kTypes.size() - 1));
     return {true, Frame(type, Bytes(0, 100)),
             "HAL server closed, it sent frame type " + std::to_string(type) +
-                ", which is not the server's to send"};
+                ", which no server sends"};
   }
 
   Malformed ResultOfAnotherSize() {

@@ -98,8 +98,8 @@ TEST_F(ServerContentsTest, AnEntryOfAnUnknownKindIsNoAnswer) {
 
 TEST_F(ServerContentsTest, BytesThatAreNoFrameAreNoAnswer) {
   const std::string mistake = Mistake([this] { server_.Send(std::string(8, '\xFF')); });
-  EXPECT_EQ(mistake.rfind("the HAL server on " + server_.path() + ": its answer is no frame: ", 0),
-            0U)
+  EXPECT_EQ(
+      mistake.rfind("the HAL server on " + server_.path() + ": its answer is not a frame: ", 0), 0U)
       << mistake;
 }
 

@@ -343,7 +343,7 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersWithACodeOfTheClient) {
     EXPECT_EQ(log_.AwaitStart("HAL server closed, it answered install-vlan 1 with code " +
                               std::to_string(code)),
               "HAL server closed, it answered install-vlan 1 with code " + std::to_string(code) +
-                  ", which is the client's");
+                  ", a code of the client's own");
     server_.AcceptAndGreet();
     EXPECT_EQ(reported_.Await(++events).back(), "found");
   }
@@ -456,7 +456,7 @@ TEST_F(PromiseVrfsAreKept, EachOutcomeIsReported) {
   InstallVrf(hal, 3);
   server_.Answer(server_.Next(), 104);
   EXPECT_THAT(reported_.Await(7), testing::Contains("install-vrf 3: 100"))
-      << "the code is not the server's to send";
+      << "no server sends the code";
   EXPECT_EQ(hal->counters().results, 0U);
 }
 

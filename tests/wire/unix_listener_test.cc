@@ -204,7 +204,7 @@ TEST_F(UnixListenerTest, OfTwoThatStartAtOnceOnAStaleSocketExactlyOneListens) {
 TEST_F(UnixListenerTest, LeavesAFileThatIsNotASocket) {
   const std::string path = folder_.Path("file");
   std::ofstream(path) << "precious";
-  EXPECT_THAT(Complaint(path), StartsWith(path + " exists and is no socket; remove it"));
+  EXPECT_THAT(Complaint(path), StartsWith(path + " exists and is not a socket; remove it"));
   std::string content;
   std::ifstream(path) >> content;
   EXPECT_EQ(content, "precious");

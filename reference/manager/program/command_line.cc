@@ -29,18 +29,18 @@ po::options_description Options() {
   const auto text = [](const char* name) { return po::value<std::string>()->value_name(name); };
   auto add = options.add_options();
   add("apply", po::value<std::vector<std::string>>()->value_name("FILE")->composing(),
-      "when all is settled, go on to this site; repeatable");
+      "then, once settled, apply this site; repeatable");
   add("check", "only read the site files and report their mistakes");
   add("plan", "only show what would change in the HAL's tables");
-  add("stay", "run on until SIGTERM; SIGHUP reads the site again");
+  add("stay", "keep running until SIGTERM; SIGHUP reads the site again");
   add("max-removals", text("N|all"), "how many objects a new site may remove");
   add("explain", text("KIND:ID"), "show why an object is not installed");
   add("json", "write the table of objects for programs");
   add("graph", text("FILE"), "draw the objects to an .svg, .dot or .gv file");
   add("dump-hal", text("FILE"), "write the HAL's tables; - is standard output");
   add("trace", "show the trace lines on standard error");
-  add("log-config", text("FILE"), "log as this zlog configuration says");
-  add("record", text("FILE"), "record all that goes to and comes from the HAL");
+  add("log-config", text("FILE"), "log with this zlog configuration");
+  add("record", text("FILE"), "record all traffic with the HAL");
   add("hal", text("HAL")->default_value("embedded"), "embedded, unix (a zuskux-hal) or unix:PATH");
   add("take-over", "end the manager that programs the zuskux-hal");
   add("stand-by", "with --stay: wait while another manager programs it");
@@ -79,7 +79,7 @@ std::string KindNames() {
 
 void CheckGraph(const std::string& path) {
   if (!GraphFile::IsName(path)) {
-    throw UsageError("--graph " + path + " is of no known format; use a name in .svg, .dot or .gv");
+    throw UsageError("--graph " + path + " has an unknown format; use a name in .svg, .dot or .gv");
   }
 }
 
@@ -143,7 +143,7 @@ std::vector<std::string> ReadSites(const po::variables_map& values) {
   if (sites.empty()) throw UsageError("the site file is missing; write zuskux-manager SITE");
   if (sites.size() > 1) {
     throw UsageError(sites[1] + " is one file too many; write --apply " + sites[1] +
-                     " to go on to it");
+                     " to apply it next");
   }
   if (values.count("apply") != 0) {
     for (const auto& file : values["apply"].as<std::vector<std::string>>()) sites.push_back(file);
@@ -183,7 +183,7 @@ HalKind ReadKind(const std::string& text) {
   for (const HalKind kind : kAllHalKinds) {
     if (text == HalKindName(kind)) return kind;
   }
-  throw UsageError("--kind " + text + " is no kind of object; use one of " + KindNames());
+  throw UsageError("--kind " + text + " is not a kind of object; use one of " + KindNames());
 }
 
 std::size_t ReadMaxRemovals(const std::string& text) {
@@ -192,7 +192,8 @@ std::size_t ReadMaxRemovals(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, limit);
   if (error != std::errc() || rest != end) {
-    throw UsageError("--max-removals " + text + " is no number; write a number of objects, or all");
+    throw UsageError("--max-removals " + text +
+                     " is not a number; write a number of objects, or all");
   }
   return limit;
 }

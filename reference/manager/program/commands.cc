@@ -36,7 +36,7 @@ struct Command {
 
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
-      {"status", TakesObject::kNo, {"json"}, "show how it stands", ShowStatus},
+      {"status", TakesObject::kNo, {"json"}, "show its state", ShowStatus},
       {"objects",
        TakesObject::kNo,
        {"failed", "kind", "json"},
@@ -45,7 +45,7 @@ const std::vector<Command>& Commands() {
       {"explain", TakesObject::kMust, {}, "show why an object is not installed", ExplainObject},
       {"graph", TakesObject::kMay, {}, "draw its objects as DOT text", DrawGraph},
       {"events", TakesObject::kNo, {}, "follow what happens, until interrupted", FollowEvents},
-      {"watch", TakesObject::kNo, {}, "keep showing how it stands", WatchManager},
+      {"watch", TakesObject::kNo, {}, "keep showing its state", WatchManager},
       {"audit", TakesObject::kNo, {}, "compare it with what the HAL holds", AuditHal},
       {"reload", TakesObject::kNo, {"max-removals"}, "read the site file again", ReloadSite},
       {"resync", TakesObject::kNo, {}, "install everything again", ResyncHal},

@@ -198,8 +198,7 @@ Answer ControlRequests::Explain(const Json& arguments) const {
   auto text = key ? reference::Explain(database, *key) : std::nullopt;
   if (!text) return Error("there is no " + name + "; objects lists all", kExitUsage);
   if (!controlled_.manager->connected()) {
-    *text +=
-        "There is no connection to the HAL: that is how it was before, or how it will start.\n";
+    *text += "There is no connection to the HAL; this is the last known or the initial state.\n";
     return LastLine({{"text", *text}}, kExitNotConnected);
   }
   const bool in_order = InOrder(StandingOf(*database.Find(*key)));
@@ -221,8 +220,9 @@ Answer ControlRequests::Reload(const Json& arguments) const {
 
 Answer ControlRequests::Resync(const Json& /*arguments*/) const {
   if (!controlled_.manager->connected()) {
-    return Error("there is no connection to the HAL; everything is installed when there is one",
-                 kExitNotConnected);
+    return Error(
+        "there is no connection to the HAL; everything will be installed once there is one",
+        kExitNotConnected);
   }
   controlled_.manager->Resync();
   return LastLine({{"text", "Everything is being installed again.\n"}}, EXIT_SUCCESS);

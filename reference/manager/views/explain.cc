@@ -18,7 +18,7 @@ std::string Verdict(const Object& object) {
     case Standing::kInactive:
       return "is installed but inactive: " + ReasonOf(object);
     case Standing::kSent:
-      return "was sent; the HAL has taken it";
+      return "was sent; the HAL has accepted it";
     case Standing::kFailed:
       return "failed: " + ReasonOf(object);
     case Standing::kRemoved:

@@ -25,7 +25,7 @@ constexpr std::array<StandingText, kStandings> kStandingTexts = {{
     {"pending", "Its request is still to be sent, or has no result yet."},
     {"installed", "The HAL has confirmed that it holds the object."},
     {"inactive", "The HAL holds it, but it drops packets: it has no active neighbor."},
-    {"sent", "The HAL has taken the request; a VRF gets no other confirmation."},
+    {"sent", "The HAL has accepted the request; a VRF gets no other confirmation."},
     {"failed", "The HAL refused the last request or gave no answer; see REASON."},
     {"removed", "The site no longer has the object, and neither has the HAL."},
 }};
