@@ -73,7 +73,9 @@ cat >"$work/script" <<'SCRIPT'
 echo "$#: $*"
 echo "$PWD, $(cat deeper/file)"
 echo "an error" >&2
-type -P ip tcpdump >/dev/null && echo programs
+ping 127.0.0.1 >/dev/null &
+tcpdump -tqn -c 1 -i lo icmp 2>/dev/null | cut -d, -f1
+kill $!
 ip link add under type dummy && ip link set under up && echo dummy
 ip link add zv9 type vrf table 9 && echo vrf
 ip link add link under name under.9 type vlan id 9 && echo vlan
@@ -93,7 +95,7 @@ cat >"$work/expected" <<EXPECTED
 3: a  b it's \$HOME
 $work/folder, from the folder
 an error
-programs
+IP 127.0.0.1 > 127.0.0.1: ICMP echo request
 dummy
 vrf
 vlan
