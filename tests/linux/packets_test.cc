@@ -572,6 +572,20 @@ TEST_P(VrfPacketsTest, AnotherVrfTakesEffect) {
   EXPECT_EQ(captured.packet.to, kHostMac);
 }
 
+TEST_P(VrfPacketsTest, TheMainTableServesWhatAVrfHasNoRouteFor) {
+  Put(Vrf(1));
+  encapsulation::VlanMessage vlan = VlanOn(3, kVlan);
+  vlan.set_vrf(1);
+  Put(vlan);
+  RouteTo(kOutHost);
+  Probe probe = TheProbe();
+  probe.mac = kVlanMac;
+  EXPECT_EQ(OneThrough(probe, 3).port, 2);
+  // As docs/linux.md tells the operator to prevent it.
+  Ip("route add unreachable default metric 4278198272 vrf zv1\n", GetParam());
+  EXPECT_THAT(Through(probe, 3), IsEmpty());
+}
+
 // Hosts.
 
 TEST_P(HostPacketsTest, DestMacIsTheAddressThatPacketsAreSentTo) {
@@ -690,6 +704,27 @@ TEST_P(MplsPacketsTest, ACircuitFollowsItsTunnel) {
   EXPECT_THAT(LabelsOf(captured), ElementsAre(std::pair(101, false), std::pair(200, true)));
   EXPECT_EQ(captured.port, 3);
   EXPECT_EQ(captured.packet.from, kVlanMac);
+}
+
+TEST_P(MplsPacketsTest, ACircuitWithoutMacHasItsTunnels) {
+  encapsulation::MplsMessage tunnel = MplsOn(kOutVlan, kTunnel, {100});
+  tunnel.set_dest_mac(kOtherMac);
+  Put(tunnel);
+  encapsulation::MplsMessage circuit = MplsOn(kTunnel, kCircuit, {200});
+  circuit.clear_dest_mac();
+  Put(circuit);
+  RouteTo(kCircuit);
+  EXPECT_EQ(OneThrough().packet.to, kOtherMac);
+}
+
+TEST_P(MplsPacketsTest, ACircuitDropsWhenItsTunnelDoes) {
+  encapsulation::MplsMessage tunnel = MplsOn(kOutVlan, kTunnel, {100});
+  Put(tunnel);
+  Put(MplsOn(kTunnel, kCircuit, {200}));
+  RouteTo(kCircuit);
+  tunnel.set_flag(encapsulation::ACTION_DROP);
+  Put(tunnel);
+  EXPECT_THAT(Through(), IsEmpty());
 }
 
 TEST_P(MplsPacketsTest, ThirtyLabelsAreTheMost) {
