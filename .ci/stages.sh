@@ -44,17 +44,19 @@ test_folders() {
 # linux_tests: the tests that program a kernel: first this system's, which may lack some of what
 # they need, then one in a virtual machine, which has it all.
 linux_tests() {
-  local names=(packets_test linux_kernel_test) test
-  local tests=("${names[@]/#/$root/build/development/bin/}")
-  build_preset development "${names[@]}"
+  local bin=$root/build/development/bin names=(packets_test linux_kernel_test) test
+  local tests=("${names[@]/#/$bin/}")
+  build_preset development "${names[@]}" zuskux-hal zuskux-manager
   "$root/tests/linux/vm_test.sh" --boot
   for test in "${tests[@]}"; do
     "$test" | tee "$root/build/linux_tests.log"
     sed -n "s/^\[  SKIPPED \] \(.*\), listed below:$/   ${test##*/}: \1 left out on this kernel/p" \
       "$root/build/linux_tests.log" >&3
   done
-  "$root/tests/linux/vm" --timeout 600 env ZUSKUX_SKIP_NOTHING=1 \
-    bash -c 'for test; do "$test" || exit; done' bash "${tests[@]}"
+  "$root/tests/linux/vm" --timeout 1200 --with "$(type -P ping)" --with "$root/examples/linux" \
+    --with "$bin/zuskux-hal" --with "$bin/zuskux-manager" env ZUSKUX_SKIP_NOTHING=1 \
+    bash -c '"$1" "$2" "$3" && for test in "${@:4}"; do "$test" || exit; done' bash \
+    "$root/tests/linux/example_test.sh" "$root" "$bin" "${tests[@]}"
 }
 
 # tidy ARG... <SOURCES: runs clang-tidy on each source. Arguments after "--" go to the compiler.

@@ -5,7 +5,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost
   libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz
   libmnl-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abigail-tools
-  systemd zsh fish iproute2)
+  systemd zsh fish iproute2 iputils-ping tcpdump)
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)

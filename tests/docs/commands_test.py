@@ -49,6 +49,9 @@ ELSEWHERE = {
     '[levels]': 'a configuration; stage "a zlog of the system" of .ci/nightly reads it',
     '2024-05-17 08:15:30.123456 INFO zuskux-manager: connected to HAL server NAME, generation G':
         'a log line; its times are not stable',
+    'sudo examples/linux/run': 'test linux.example runs it',
+    'sudo zuskux-hal --data-plane linux --interfaces site.txtpb': 'test linux.example runs it',
+    '== ip route add 203.0.113.0/24 nhid 101': 'test linux.example checks it',
     'interface { name: "eth0" lim_id: 16777217 type: 1 ifindex: 1 }': 'test docs.site_page checks it',
 }
 # Commands that do not end with 0.
