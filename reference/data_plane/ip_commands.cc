@@ -111,8 +111,9 @@ class Writer {
   void SetForwarding(const std::string& device, bool on) {
     Sysctl("ipv4", device, "forwarding", on);
     Sysctl("ipv6", device, "forwarding", on);
-    // Since Linux 6.17; ignored before.
+    // Since Linux 6.17. Before, busybox's sysctl fails in spite of -e.
     Sysctl("ipv6", device, "force_forwarding", on, "-eqw");
+    lines_.back() += " || :";
   }
 
   void SetAlias(const std::string& name, const MacvlanDevice& macvlan) {
