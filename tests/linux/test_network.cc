@@ -115,7 +115,7 @@ std::optional<Packet> PacketSocket::Receive(int patience_ms) {
     pollfd readable{socket_.get(), POLLIN, 0};
     if (Checked(poll(&readable, 1, patience_ms), "poll") == 0) return std::nullopt;
     frame.resize(kLargestFrame);
-    std::array<char, CMSG_SPACE(sizeof(tpacket_auxdata))> control{};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(tpacket_auxdata))> control{};
     sockaddr_ll address{};
     iovec part{frame.data(), frame.size()};
     msghdr message{};
