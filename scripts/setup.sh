@@ -50,6 +50,8 @@ install_packages() {
 build_preset() {
   local preset=$1 path
   local folder=$root/build/$preset log=$root/build/$preset.log lock=$root/build/$preset.lock
+  # Presets with the same flags share the objects that ccache keeps, although their folders differ.
+  export CCACHE_BASEDIR=$root
   mkdir -p "$root/build"
   for path in "$root/build" "$folder" "$log" "$lock"; do
     if [ -e "$path" ] && [ ! -w "$path" ]; then
