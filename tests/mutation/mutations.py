@@ -155,11 +155,12 @@ def removal(source):
 
 @operator
 def order(source):
-    """Two neighbouring statements swapped. The compiler refuses to move a lock."""
+    """Two neighbouring statements swapped, unless they only set different things."""
     for statement in statements(source):
         if statement.kind == "block":
             for one, other in zip(statement.parts, statement.parts[1:]):
-                if moves(source, one) and moves(source, other):
+                if moves(source, one) and moves(source, other) and not commute(
+                    *(source.slice(part.first, part.last) for part in (one, other))):
                     yield swap(source, (one.first, one.last), (other.first, other.last))
 
 
@@ -348,6 +349,17 @@ def moves(source, statement):
             return False
         return "(" in source.slice(statement.first, statement.last)
     return statement.kind != "jump"
+
+
+def commute(one, other):
+    """Whether two statements, neither of which calls anything, only set different things."""
+    assignments = [re.fullmatch(r"(?:\+\+|--)?([\w.>-]+)(?:\s*[-+]?=[^=][^()]*)?;", text)
+                   for text in (one, other)]
+    if all(assignments):
+        first, second = (re.escape(assignment[1]) for assignment in assignments)
+        return not re.search(rf"\b{first}\b", other) and not re.search(rf"\b{second}\b", one)
+    setters = [re.fullmatch(r"(\w+(?:->|\.))set_(\w+)\([^()]*\);", text) for text in (one, other)]
+    return all(setters) and setters[0][1] == setters[1][1] and setters[0][2] != setters[1][2]
 
 
 def members(source, one):

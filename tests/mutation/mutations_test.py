@@ -79,6 +79,15 @@ class MutationsTest(unittest.TestCase):
         self.check_body("order", "A a(1); B b(2);", "B b(2); A a(1);")
         self.check_body("order", "const MutexLock lock(&mutex_); G();")
 
+    def test_order_of_what_sets_different_things(self):
+        self.check_body("order", "a = 1; ++b;")
+        self.check_body("order", "a->b = c; a->d = 2;")
+        self.check_body("order", "a->set_b(c); a->set_d(*c.e);")
+        self.check_body("order", "a = 1; b = a;", "b = a; a = 1;")
+        self.check_body("order", "a = 1; ++a;", "++a; a = 1;")
+        self.check_body("order", "a = 1; b = G();", "b = G(); a = 1;")
+        self.check_body("order", "a->set_b(1); a->set_b(2);", "a->set_b(2); a->set_b(1);")
+
     def test_result(self):
         self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
         self.check_body("result", "return g; ", "return {}; ")
