@@ -419,6 +419,7 @@ TEST(EmbeddedHalRestartTest, InsideTheResultOfALostRequest) {
   hold.AwaitReached();
   InstallVlan(&hal, 2);
   hal.Restart();
+  EXPECT_EQ(hal.counters().unfinished, 2U);
   InstallVlan(&hal, 3);
   hold.Release();
   EXPECT_THAT(reported.Await(6), ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100",

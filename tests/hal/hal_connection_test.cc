@@ -142,6 +142,16 @@ TEST(HalConnectionTest, IsObservedBeforeItSubmits) {
                                            "submitted request", "observed end", "submitted end"));
 }
 
+TEST(HalReporterTest, AHostNeedNotHearOfEverything) {
+  HalReporter reporter(HalReports(), nullptr);
+  reporter.Room();
+  reporter.ServerLost();
+  reporter.ReinstallEnded(true);
+  Observed observed;
+  HalReporter(HalReports(), &observed).Room();
+  EXPECT_THAT(observed.events, IsEmpty());
+}
+
 TEST(HalConnectionTest, InitialisesTheModuleWithoutARequest) {
   SubmittedRequests connection;
   EXPECT_EQ(connection.InitEncapsulationModule(), kHalSuccess);

@@ -835,6 +835,7 @@ TEST_F(ManagerTest, TheHostHearsOfAServerOnceThereIsOne) {
     EXPECT_EQ(connected, manager->connected());
     heard.push_back(connected);
   };
+  events.reinstall_ended = [&](bool in_sync) { EXPECT_EQ(in_sync, manager->in_sync()); };
   // The host's manager takes the place of the fixture's.
   ScriptedHal hal;
   Manager own(&io_, std::move(events));
@@ -842,6 +843,9 @@ TEST_F(ManagerTest, TheHostHearsOfAServerOnceThereIsOne) {
   own.Start(&hal);
   hal.FindServer();
   Work();
+  hal.EndReinstalls();
+  Work();
+  EXPECT_TRUE(own.in_sync());
   hal.LoseServer();
   Work();
   EXPECT_THAT(heard, ElementsAre(true, false));
