@@ -15,15 +15,16 @@ enum class ObjectState { kAsWanted, kMissing, kDifferent, kNotWanted };
 /// "as wanted", "missing", "different", "not wanted".
 std::string ObjectStateText(ObjectState state);
 
-/// By the object's name: "zd10", "next hop 101", "neighbour fe80::65 on zd10".
+/// Keyed by the object's name: "zd10", "next hop 101", "neighbour fe80::65 on zd10".
 using ObjectStates = std::map<std::string, ObjectState>;
 
-/// Compares what is wanted with what the kernel has. `mtus` are those of the kernel's devices: a
-/// device without a wanted MTU is to have its parent's.
+/// Compares the wanted objects with those in the kernel. `mtus` has the MTU of every device in the
+/// kernel: a device without a wanted MTU must have its parent's.
 ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
                      const std::map<std::string, std::uint32_t>& mtus);
 
-/// The names of a destination's objects: its next hop, and what that needs. Empty if it has none.
+/// The names of a destination's objects: its next hop, and what the next hop needs. Empty if the
+/// destination has none.
 std::vector<std::string> ObjectsOfDestination(std::uint32_t id, const KernelObjects& wanted);
 
 }  // namespace reference

@@ -18,7 +18,7 @@ const typename Map::mapped_type* Find(const Map& map, const typename Map::key_ty
   return place == map.end() ? nullptr : &place->second;
 }
 
-// A device is put after those of a lower rank, which it may be on, and removed before them.
+// A device may be on devices of a lower rank: it is added after them and removed before them.
 std::size_t Rank(const KernelDevice& device) { return device.index(); }
 constexpr std::size_t kRanks = std::variant_size_v<KernelDevice>;
 
@@ -34,7 +34,7 @@ bool ChangesInPlace(const KernelDevice& before, const KernelDevice& after) {
   return old_device->parent == new_device->parent && old_device->master == new_device->master;
 }
 
-// The steps between states whose common objects can all be changed in place.
+// The changes between two states whose common objects can all change in place.
 class Steps {
  public:
   Steps(const KernelObjects& before, const KernelObjects& after, std::vector<KernelChange>* changes)
@@ -45,7 +45,7 @@ class Steps {
     PutNeighbours();
     PutForwardingNexthops();
     PutGroups();
-    // From here on, no group of several holds what drops or goes away.
+    // From here on, no group of several holds a next hop that turns into a blackhole or goes away.
     PutBlackholes();
     RemoveNexthops();
     RemoveNeighbours();
@@ -79,7 +79,7 @@ class Steps {
     }
   }
 
-  // Whether it has to be put, and is not one of the others.
+  // Writes the next hops that change and that `is` selects.
   template <typename Is>
   void PutNexthops(Is is) {
     for (const auto& [id, nexthop] : after_.nexthops) {
@@ -89,7 +89,7 @@ class Steps {
     }
   }
 
-  // A new blackhole is not in a group yet, and a group that drops needs it.
+  // Includes new blackholes: they are in no group yet, and a group that drops needs one.
   void PutForwardingNexthops() {
     PutNexthops([](const KernelNexthop* old_nexthop, const KernelNexthop& nexthop) {
       return !IsGroup(nexthop) && (!IsBlackhole(nexthop) || old_nexthop == nullptr);
@@ -140,7 +140,7 @@ class Steps {
   const KernelObjects& before_;
   const KernelObjects& after_;
   std::vector<KernelChange>& changes_;
-  // Devices whose neighbours are gone.
+  // Devices whose neighbours the kernel has flushed.
   std::set<std::string> flushed_;
 };
 
@@ -155,7 +155,7 @@ bool IsOnOneOf(const KernelDevice& device, const Names& names) {
          (names.count(macvlan->parent) != 0 || names.count(macvlan->master) != 0);
 }
 
-// The devices that have to be made anew.
+// The devices to make anew.
 Names Remade(const KernelObjects& before, const KernelObjects& after) {
   Names remade;
   for (const auto& [name, device] : before.devices) {
@@ -165,7 +165,7 @@ Names Remade(const KernelObjects& before, const KernelObjects& after) {
   return remade;
 }
 
-// What `after` has without certain devices: neither they nor anything on them.
+// The state between the two: `after` without the devices to make anew and without anything on them.
 class Bridge {
  public:
   Bridge(const KernelObjects& before, KernelObjects after, Names remade)
@@ -190,7 +190,7 @@ class Bridge {
     }
   }
 
-  // Next hops that exist stay, as blackholes.
+  // Next hops that exist already stay, as blackholes.
   void ParkNexthops() {
     for (auto it = bridge_.nexthops.begin(); it != bridge_.nexthops.end();) {
       const KernelNexthop* const old_nexthop = Find(before_.nexthops, it->first);
@@ -225,7 +225,7 @@ class Bridge {
     if (drops) bridge_.nexthops.emplace(kDropNexthop, BlackholeNexthop{});
   }
 
-  // Whether the group has lost members.
+  // Removes parked members. Returns whether the group has lost any.
   bool Reduce(NexthopGroup* group) const {
     const std::size_t size = group->members.size();
     for (auto it = group->members.begin(); it != group->members.end();) {

@@ -7,16 +7,16 @@
 
 namespace reference {
 
-/// The changes that turn `before` into `after`, in an order that the kernel accepts. None for equal
-/// objects. The objects may be a part of all, as a `Transition` has them.
+/// Returns the changes that turn `before` into `after`, in an order that the kernel accepts. Empty
+/// if they are equal. Both may be a subset of all objects, as in a `Transition`.
 ///
-/// Make before break: an object in both is changed in place and never absent in between. What the
-/// kernel cannot change in place is the exception:
-/// - A macvlan device with another parent or master is made anew, with the neighbours on it. (A
-///   device that changes its master goes down and up again, which flushes its next hops.) Its next
-///   hops are blackholes in the meantime, and groups do without them. So no route goes away.
+/// Make before break: an object in both changes in place and is never absent in between. The
+/// exceptions are what the kernel cannot change in place:
+/// - A macvlan device with another parent or master is made anew, with the neighbours on it.
+///   (Changing the master in place would take the device down and up, which flushes its next hops.)
+///   Meanwhile its next hops are blackholes, and groups leave them out, so that all routes stay.
 /// - A next hop that becomes a group, or the other way round, is removed and added.
-/// - A device's new MAC address flushes the neighbours on it; they are put again at once.
+/// - A device's new MAC address flushes the neighbours on it; they are added again at once.
 std::vector<KernelChange> Difference(const KernelObjects& before, const KernelObjects& after);
 
 }  // namespace reference

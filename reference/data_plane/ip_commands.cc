@@ -11,7 +11,7 @@
 namespace reference {
 namespace {
 
-// Text as one word of a shell.
+// Quotes the text as one shell word.
 std::string Word(const std::string& text) {
   const bool plain = !text.empty() && text.find_first_not_of(
                                           "abcdefghijklmnopqrstuvwxyz"
@@ -71,7 +71,7 @@ class Writer {
     if (const auto* const macvlan = std::get_if<MacvlanDevice>(&put.device)) {
       if (!macvlan->alias.empty()) SetAlias(name, *macvlan);
       if (macvlan->forwarding) SetForwarding(put.name, true);
-      // While the device is down: it would go down and up otherwise.
+      // While the device is down; otherwise it would go down and up again.
       if (!macvlan->master.empty()) Ip("link set " + name + " master " + Word(macvlan->master));
     }
     if (std::holds_alternative<VrfDevice>(put.device)) SetForwarding(put.name, true);
@@ -101,7 +101,7 @@ class Writer {
  private:
   void Ip(const std::string& command) { lines_.push_back("ip " + command); }
 
-  // With slashes, because names of devices contain dots.
+  // With slashes, because device names may contain dots.
   void Sysctl(const std::string& family, const std::string& device, const std::string& setting,
               bool on, const std::string& options = "-qw") {
     const std::string key = "net/" + family + "/conf/" + device + '/' + setting;
@@ -111,7 +111,7 @@ class Writer {
   void SetForwarding(const std::string& device, bool on) {
     Sysctl("ipv4", device, "forwarding", on);
     Sysctl("ipv6", device, "forwarding", on);
-    // Since Linux 6.17. Before, busybox's sysctl fails in spite of -e.
+    // Since Linux 6.17. On older kernels, busybox's sysctl fails despite -e.
     Sysctl("ipv6", device, "force_forwarding", on, "-eqw");
     lines_.back() += " || :";
   }
@@ -159,7 +159,7 @@ class Writer {
   }
 
   void PutNexthopOf(const std::string& id, const BlackholeNexthop& /*blackhole*/) {
-    // An IPv6 one, because IPv6 routes do not take the other.
+    // An IPv6 next hop, because IPv6 routes do not accept an IPv4 one.
     Ip("-6 nexthop replace id " + id + " blackhole protocol " + kMark);
   }
 

@@ -8,7 +8,8 @@
 
 namespace reference {
 
-/// The `ip` and `sysctl` commands that make the same change, one a line, quoted for a POSIX shell.
+/// The `ip` and `sysctl` commands that make the same change, one per element, quoted for a POSIX
+/// shell.
 std::vector<std::string> IpCommands(const KernelChange& change);
 
 }  // namespace reference

@@ -25,10 +25,11 @@ struct RefusedChange {
   std::string text;
 };
 
-/// Makes the changes in this order, and returns those that were refused, in the same order.
+/// Makes the changes in this order, and returns the refused ones in the same order.
 using WriteChanges = std::function<std::vector<RefusedChange>(const std::vector<KernelChange>&)>;
 
-/// A data plane of kernel objects. The server's main program owns it.
+/// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
+/// owns it.
 class KernelDataPlane : public DataPlane {
  public:
   /// `write` must not be empty.

@@ -29,7 +29,7 @@ bool IsOn(const KernelDevice& device, const std::string& parent) {
          (macvlan != nullptr && macvlan->parent == parent);
 }
 
-// Devices on devices are three deep at most.
+// Recursive: devices stack at most three deep.
 void RemoveDeviceFrom(const std::string& name, KernelObjects* objects) {
   objects->devices.erase(name);
   DropNeighbours(name, objects);

@@ -14,8 +14,8 @@
 
 namespace reference {
 
-// What the Linux data plane keeps in the kernel, as values: the same for what the tables want and
-// for what the kernel has, so that the two can be compared.
+// The Linux data plane's kernel objects, as values. The same types describe what the tables want
+// and what the kernel has, so that the two can be compared.
 
 using MacAddress = std::array<std::uint8_t, 6>;
 /// In network byte order.
@@ -24,16 +24,15 @@ using Ipv6Address = std::array<std::uint8_t, 16>;
 /// The routing protocol that marks our next hops, as in `ip nexthop ... protocol 171`.
 inline constexpr std::uint8_t kRoutingProtocol = 171;
 
-/// The id of a next hop of our own: a blackhole that is the only member of a group that drops. A
-/// group that became a blackhole itself would lose its routes, because the kernel turns no group
-/// into a single next hop.
+/// The id of the blackhole next hop that is the only member of a group that drops. The kernel
+/// cannot replace a group with a single next hop; removing the group would remove its routes.
 inline constexpr std::uint32_t kDropNexthop = 0xFFFFFFFF;
 
 /// The device for packets to the CPU.
 inline constexpr std::string_view kCpuDevice = "zcpu";
 
-/// At most so many labels, members of a group, and shares of a member in it. The first and the last
-/// are the kernel's limits; the members must fit into one netlink attribute.
+/// The maximum number of labels, of members of a group, and the maximum weight of a member. The
+/// first and the last are the kernel's limits; the members must fit into one netlink attribute.
 inline constexpr std::size_t kMaxLabels = 30;
 inline constexpr std::size_t kMaxMembers = 8191;
 inline constexpr std::uint32_t kMaxWeight = 256;
@@ -42,7 +41,7 @@ inline constexpr std::uint32_t kMaxWeight = 256;
 std::string DestinationDevice(std::uint32_t id);
 /// The device of a VRF: "zv7".
 std::string VrfDeviceName(std::uint32_t vrf);
-/// A destination's neighbour: fe80::<id>.
+/// The address of a destination's neighbour: fe80::<id>.
 Ipv6Address NeighbourAddress(std::uint32_t id);
 
 /// A VRF's device.
@@ -50,7 +49,7 @@ struct VrfDevice {
   std::uint32_t table = 0;
 };
 
-/// A device that only holds what goes to the CPU.
+/// A dummy device: only takes packets to the CPU.
 struct DummyDevice {};
 
 /// An 802.1Q subinterface.
@@ -64,7 +63,7 @@ struct TaggedDevice {
 struct MacvlanDevice {
   std::string parent;
   MacAddress address{};
-  /// In bytes; 0 for the parent's.
+  /// In bytes; 0 to use the parent's.
   std::uint32_t mtu = 0;
   /// The VRF device it belongs to; empty for none.
   std::string master;
@@ -88,7 +87,7 @@ struct DeviceNexthop {
   std::vector<std::uint32_t> labels;
 };
 
-/// Spreads traffic over other next hops.
+/// Spreads traffic over several next hops.
 struct NexthopGroup {
   /// Weight, 1 to 256, by next-hop id. Not empty. No member is a group, and only the single member
   /// of a group may be a blackhole.
@@ -97,10 +96,10 @@ struct NexthopGroup {
 
 using KernelNexthop = std::variant<BlackholeNexthop, DeviceNexthop, NexthopGroup>;
 
-/// A permanent entry: a device's name and the neighbour's address on it.
+/// The key of a permanent neighbour: its device's name and its address.
 using NeighbourKey = std::pair<std::string, Ipv6Address>;
 
-/// Everything of ours in the kernel, by the key under which the kernel has it.
+/// All our objects in the kernel, by the kernel's own keys.
 struct KernelObjects {
   /// By name.
   std::map<std::string, KernelDevice> devices;
@@ -118,13 +117,14 @@ bool operator==(const DeviceNexthop& a, const DeviceNexthop& b);
 bool operator==(const NexthopGroup& a, const NexthopGroup& b);
 bool operator==(const KernelObjects& a, const KernelObjects& b);
 
-/// One write to the kernel: an object that it shall have (new or changed), or lose.
+// One write to the kernel: it adds, changes or removes an object.
+
 struct PutDevice {
   std::string name;
   KernelDevice device;
-  /// What the kernel has under this name; nothing for a new device. Both are macvlan devices with
-  /// the same parent and master then. Only what differs may be written: a new MAC address, even an
-  /// equal one, makes the kernel forget the device's neighbours.
+  /// The device that the kernel has under this name; empty for a new device. If set, both are
+  /// macvlan devices with the same parent and master. Only the differences may be written: setting
+  /// a MAC address, even to the same value, makes the kernel flush the device's neighbours.
   std::optional<KernelDevice> before;
 };
 struct RemoveDevice {
@@ -149,12 +149,12 @@ struct RemoveNexthop {
 using KernelChange =
     std::variant<PutDevice, RemoveDevice, PutNeighbour, RemoveNeighbour, PutNexthop, RemoveNexthop>;
 
-/// Whether a device gets another MAC address.
+/// Whether the device's MAC address changes.
 bool HasNewAddress(const KernelDevice& before, const KernelDevice& after);
 
-/// Carries out a change that the kernel has accepted, with what the kernel does by itself: a device
-/// takes along what is on it, a next hop leaves its groups, and a new MAC address drops the
-/// device's neighbours.
+/// Applies a change that the kernel has accepted, with its side effects: removing a device removes
+/// everything on it, removing a next hop removes it from its groups, and a new MAC address flushes
+/// the device's neighbours.
 void Apply(const KernelChange& change, KernelObjects* objects);
 
 }  // namespace reference

@@ -10,7 +10,7 @@ namespace {
 // The kernel's own tables: default, main and local.
 constexpr std::uint32_t kFirstKernelTable = 253;
 constexpr std::uint32_t kLastKernelTable = 255;
-// Below it the kernel switches IPv6 off on the device, and all next hops are IPv6 ones.
+// With a smaller MTU, the kernel switches IPv6 off on the device, but all next hops are IPv6.
 constexpr std::uint32_t kLeastMtu = 1280;
 constexpr std::size_t kMaxAlias = 255;
 constexpr std::size_t kMaxTunnels = 30;
@@ -29,7 +29,7 @@ bool ReadMac(const std::string& bytes, std::optional<MacAddress>* mac) {
   return true;
 }
 
-// Locally administered, and different for each destination.
+// A locally administered address, different for each destination.
 MacAddress OwnMac(std::uint32_t id) {
   return {0x02,
           0x7A,
@@ -53,7 +53,7 @@ std::optional<TaggedDevice> ReadTagged(const std::string& name) {
   return TaggedDevice{name.substr(0, dot), static_cast<std::uint16_t>(tag)};
 }
 
-// The ids that are paired with `first`.
+// Calls `use` for each id that is paired with `first`.
 template <typename Use>
 void ForEachPaired(const std::set<std::pair<std::uint32_t, std::uint32_t>>& pairs,
                    std::uint32_t first, Use use) {
@@ -83,7 +83,7 @@ void Set(const Key& key, std::optional<Value> value, std::map<Key, Value>* objec
   }
 }
 
-// Splits what changed into its former and its present state.
+// Moves what has changed into the maps of its former and its present values.
 template <typename Key, typename Value>
 void Move(std::map<Key, std::optional<Value>>* former, const std::map<Key, Value>& objects,
           std::map<Key, Value>* before, std::map<Key, Value>* after) {
@@ -269,7 +269,7 @@ HalReturnCode Translation::Translate(std::uint32_t id) {
       if (seen.insert(rider).second) affected.push_back(rider);
     });
   }
-  // Groups come last, because they look at what their members have become.
+  // Groups come last, because they depend on their members' next hops.
   const std::size_t destinations = affected.size();
   for (std::size_t i = 0; i < destinations; ++i) {
     ForEachPaired(groups_, affected[i], [&](std::uint32_t group) {
@@ -299,7 +299,7 @@ HalReturnCode Translation::TranslateOne(std::uint32_t id) {
 
 void Translation::TranslateVlan(std::uint32_t id, const Vlan& vlan) {
   if (vlan.made_parent) UseDevice(vlan.device.parent, *vlan.made_parent);
-  // Also without an entry for the VRF, so that the main table never serves its packets.
+  // Even if the VRF has no entry, so that the main table never routes its packets.
   UseVrf(vlan.vrf);
   const std::string name = DestinationDevice(id);
   SetDevice(name, vlan.device);
@@ -329,7 +329,7 @@ HalReturnCode Translation::FindHop(std::uint32_t id, const Entry& entry, Hop* ho
   std::vector<std::uint32_t> labels;
   std::optional<MacAddress> mac;
   const Rider* at = &rider;
-  // The limit also ends a ring of tunnels.
+  // The limit also breaks a loop of tunnels.
   for (std::size_t tunnels = 0; tunnels <= kMaxTunnels; ++tunnels) {
     if (at->fate == Fate::kDrop) return kHalSuccess;
     if (at->fate == Fate::kToCpu || at->below == 0) {

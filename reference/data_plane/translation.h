@@ -20,21 +20,21 @@
 
 namespace reference {
 
-/// The objects that changes concern, before and after them. An object in neither does not change.
-/// With a device, both have everything on it; with a next hop, every group that holds it; with a
-/// group, `kDropNexthop`.
+/// The objects that a set of changes affects, before and after it. An object in neither does not
+/// change. If a device is included, so is everything on it; if a next hop is, so is every group
+/// that holds it; if a group is, so is `kDropNexthop`.
 struct Transition {
   KernelObjects before;
   KernelObjects after;
 };
 
-/// What `Translation` keeps of the entries.
+/// The parts of the entries that `Translation` keeps.
 namespace entry {
 
 struct Vlan {
   std::uint32_t vrf = 0;
   MacvlanDevice device;
-  /// The parent, if it is a subinterface that is ours to make.
+  /// The parent, if it is a subinterface that we have to make.
   std::optional<TaggedDevice> made_parent;
 };
 
@@ -56,20 +56,20 @@ struct Group {
 
 }  // namespace entry
 
-/// Translates the entries of the HAL's tables into kernel objects, entry by entry: a change
-/// translates the entry again and what depends on it, nothing else. The result depends on the
-/// entries alone, not on the order of the changes. Used by one thread.
+/// Translates the entries of the HAL's tables into kernel objects, incrementally: a change
+/// translates only that entry and the entries that depend on it. The result depends on the entries
+/// alone, not on the order of the changes. Used by one thread.
 ///
-/// What an entry rides on may be gone, because the HAL lets destinations go that others refer to.
-/// Such an entry drops its packets.
+/// An entry may ride on something that no longer exists, because the HAL lets destinations go that
+/// others refer to. Such an entry drops its packets.
 class Translation {
  public:
   /// `interfaces` names the logical interfaces. `devices` are the devices in the kernel that are
-  /// not ours; an interface "eth2.20" that is not among them while "eth2" is will be made.
+  /// not ours. If they include "eth2" but not an interface named "eth2.20", that one will be made.
   Translation(InterfaceNames interfaces, std::set<std::string> devices);
 
   /// Adds or replaces an entry; `message` is of the kind's class. Changes nothing on an error:
-  /// - `kHalExists`: the id is one of a destination of another kind; all share one number space;
+  /// - `kHalExists`: a destination of another kind has the id; all kinds share one number space;
   /// - `kHalNoInterface`: the VLAN destination's interface has no device;
   /// - `kHalNotSupported`: the kernel cannot represent the entry, or another one that rides on it.
   HalReturnCode Store(HalKind kind, std::uint32_t id, const google::protobuf::Message& message);
@@ -77,14 +77,14 @@ class Translation {
   /// Removes an entry; a no-op if there is none.
   void Remove(HalKind kind, std::uint32_t id);
 
-  /// What the entries are in the kernel.
+  /// The kernel objects of all entries.
   const KernelObjects& objects() const { return objects_; }
 
-  /// What has changed since the last call.
+  /// Returns the changes since the last call.
   Transition Take();
 
-  /// The kernel has these objects in place of the former ones of `transition`, which was taken
-  /// before and is part of the next one again.
+  /// Undoes `Take`: `transition` becomes part of the next one again. `present` are the objects that
+  /// the kernel has now, in place of `transition.before`.
   void PutBack(const Transition& transition, const KernelObjects& present);
 
  private:
@@ -122,10 +122,10 @@ class Translation {
   void TranslateVlan(std::uint32_t id, const Vlan& vlan);
   void TranslateGroup(std::uint32_t id, const Group& group);
   HalReturnCode FindHop(std::uint32_t id, const Entry& entry, Hop* hop) const;
-  // Removes what an entry became.
+  // Removes an entry's objects.
   void Withdraw(std::uint32_t id);
 
-  // Shared objects exist while something uses them.
+  // Shared objects exist for as long as something uses them.
   void UseDevice(const std::string& name, const KernelDevice& device);
   void ReleaseDevice(const std::string& name);
   void UseVrf(std::uint32_t vrf);
@@ -139,7 +139,7 @@ class Translation {
 
   std::set<std::uint32_t> vrfs_;
   std::unordered_map<std::uint32_t, Entry> entries_;
-  // Pairs of what is ridden on and what rides on it; of member and group.
+  // Pairs of (the entry below, its rider) and of (member, group).
   std::set<std::pair<std::uint32_t, std::uint32_t>> riders_;
   std::set<std::pair<std::uint32_t, std::uint32_t>> groups_;
 
@@ -147,7 +147,7 @@ class Translation {
   std::map<std::string, std::size_t> device_users_;
   std::size_t drop_users_ = 0;
 
-  // What changed since the last `Take`, as it was before; nothing for what did not exist.
+  // The former values of what has changed since the last `Take`; empty for what did not exist.
   std::map<std::string, std::optional<KernelDevice>> former_devices_;
   std::map<NeighbourKey, std::optional<MacAddress>> former_neighbours_;
   std::map<std::uint32_t, std::optional<KernelNexthop>> former_nexthops_;

@@ -1,4 +1,4 @@
-/// The comparison of what is wanted with what the kernel has.
+/// The comparison of the wanted objects with those in the kernel.
 
 #include "reference/data_plane/comparison.h"
 

@@ -1,4 +1,4 @@
-/// The changes between two states of the kernel: their order, and what never goes away in between.
+/// The changes between two states of the kernel: their order, and what stays in between.
 
 #include "reference/data_plane/difference.h"
 
@@ -38,7 +38,7 @@ DeviceNexthop Via(const std::string& device, std::uint32_t id) {
   return {device, NeighbourAddress(id), {}};
 }
 
-/// Any state that the kernel can be in. The few ids and devices make most pairs of states overlap.
+/// A random state that the kernel can be in. Ids and devices are few, so that most states overlap.
 class AnyState {
  public:
   explicit AnyState(std::mt19937* random) : random_(*random) {
@@ -58,7 +58,7 @@ class AnyState {
       if (Often()) objects_.devices[VrfDeviceName(vrf)] = VrfDevice{vrf};
     }
     if (Often()) objects_.devices["zcpu"] = DummyDevice{};
-    // Two states may have different tags, so that the device has to be made anew.
+    // The tag varies, so that the device may have to be made anew.
     const auto tag = static_cast<std::uint16_t>(20 + Below(2));
     if (Often()) objects_.devices["eth0.20"] = TaggedDevice{"eth0", tag};
     std::vector<std::string> parents = {"eth0", "eth1"};
@@ -95,7 +95,7 @@ class AnyState {
     }
   }
 
-  // 7 and 8 may also be single next hops, in this state or in the other one.
+  // 7 and 8 may also be single next hops, in this state or in the other.
   void AddGroups() {
     for (std::uint32_t id = 7; id <= 12; ++id) {
       if (!Often() || objects_.nexthops.count(id) != 0) continue;
@@ -133,7 +133,7 @@ bool SameDevice(const KernelObjects& a, const KernelObjects& b, const std::strin
 
 bool IsGroup(const KernelNexthop& nexthop) { return std::holds_alternative<NexthopGroup>(nexthop); }
 
-/// What must not be absent between two states.
+/// What must stay in place between two states.
 struct MustStay {
   MustStay(const KernelObjects& a, const KernelObjects& b) {
     for (const auto& [name, device] : a.devices) {
@@ -148,7 +148,7 @@ struct MustStay {
       const auto other = b.nexthops.find(id);
       if (other == b.nexthops.end() || IsGroup(nexthop) != IsGroup(other->second)) continue;
       nexthops.insert(id);
-      // One that does not change, on a device that stays, forwards all the time.
+      // If neither the next hop nor its device changes, it forwards all the time.
       const auto* const out = std::get_if<DeviceNexthop>(&nexthop);
       if (out != nullptr && nexthop == other->second && devices.count(out->device) != 0) {
         unchanged[id] = *out;
@@ -308,7 +308,7 @@ TEST(DifferenceTest, ANexthopThatBecomesAGroupIsRemovedAndAdded) {
 }
 
 TEST(DifferenceTest, LeavesAloneWhatIsInNeitherState) {
-  // A part of the objects: the group's other member and the device are elsewhere.
+  // A subset of the objects: it lacks the group's other member and the device.
   KernelObjects before;
   before.nexthops = {{101, Via("zd1", 101)}, {301, NexthopGroup{{{1, 1}, {101, 3}}}}};
   KernelObjects after;

@@ -1,4 +1,4 @@
-/// Changes as commands: their text, and what the machine's own `ip` does with them.
+/// Changes as commands: their text, and their effect when the machine's own `ip` runs them.
 
 #include "reference/data_plane/ip_commands.h"
 
@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"RemoveNexthop", RemoveNexthop{301}, {"ip nexthop del id 301"}}),
     kCaseName);
 
-/// What a shell command writes to both outputs, and its exit status.
+/// A shell command's output on both streams, and its exit status.
 struct Outcome {
   std::string output;
   int status = -1;
@@ -217,7 +217,7 @@ class RealIpTest : public testing::Test {
 
 TEST_F(RealIpTest, TakesTheCommandsForEveryChange) {
   const KernelObjects before = TwoUplinks();
-  // The first device has another MAC address, the second another parent; 102 drops.
+  // The first device gets another MAC address, the second another parent; 102 drops.
   KernelObjects after = before;
   after.devices["zd10"] = With(Macvlan(), [](auto* device) { device->address[5] = 12; });
   after.devices["zd11"] = With(Macvlan(), [](auto* device) { device->parent = "eth1"; });

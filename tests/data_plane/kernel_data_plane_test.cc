@@ -1,4 +1,4 @@
-/// Tables, translation and kernel together: what the kernel has after changes and refusals.
+/// Tables, translation and kernel together: the kernel's objects after changes and refusals.
 
 #include "reference/data_plane/kernel_data_plane.h"
 
@@ -58,7 +58,7 @@ class KernelDataPlaneTest : public testing::Test {
     return refused;
   }
 
-  // As the server does it.
+  // As the server does.
   HalReturnCode CarryOut(HalKind kind, std::uint32_t id, const HalRequest& request) {
     const SavedEntry before = tables_.Save(kind, id);
     const HalReturnCode code = tables_.Apply(request);

@@ -1,4 +1,4 @@
-/// Kernel objects as values: names, addresses, and what each change does to them.
+/// Kernel objects as values: names, addresses, and the effect of each change.
 
 #include "reference/data_plane/kernel_objects.h"
 

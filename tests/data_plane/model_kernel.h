@@ -11,15 +11,15 @@
 
 namespace reference {
 
-/// A strict kernel for tests: refuses what Linux refuses, and moreover what costs routes or
-/// packets: to remove an object that others use, to change a device's master in place, a next hop
-/// through a neighbour that does not exist.
+/// A strict fake of the kernel. It refuses what Linux refuses, and also what would cost routes or
+/// packets: removing an object that others use, changing a device's master in place, and a next hop
+/// via a neighbour that does not exist.
 class ModelKernel {
  public:
   /// `devices` are those that are not ours.
   explicit ModelKernel(std::set<std::string> devices) : devices_(std::move(devices)) {}
 
-  /// Carries out a change. Returns why it is refused; nothing if it is not.
+  /// Makes a change. Returns the reason if it refuses the change.
   std::optional<std::string> Write(const KernelChange& change);
 
   const KernelObjects& objects() const { return objects_; }
@@ -38,14 +38,14 @@ class ModelKernel {
   bool HasDevice(const std::string& name) const {
     return devices_.count(name) != 0 || objects_.devices.count(name) != 0;
   }
-  // Whether a group of several holds the next hop.
+  // Whether a group of several members has the next hop.
   bool InGroupOfSeveral(std::uint32_t id) const;
 
   std::set<std::string> devices_;
   KernelObjects objects_;
 };
 
-/// Writes all changes. Returns the first refusal with the change's place.
+/// Writes all changes. Returns the first refusal, with the index of the change.
 std::optional<std::string> WriteAll(const std::vector<KernelChange>& changes, ModelKernel* kernel);
 
 }  // namespace reference

@@ -1,4 +1,4 @@
-/// What the entries of the HAL's tables become in the kernel: each field, and what depends on what.
+/// The kernel objects for the entries of the HAL's tables: each field, and each dependency.
 
 #include "reference/data_plane/translation.h"
 
@@ -33,7 +33,7 @@ const InterfaceNames& Interfaces() {
   return names;
 }
 
-// eth0.7 is somebody else's, and eth2 does not exist.
+// eth0.7 belongs to another program, and eth2 does not exist.
 const std::set<std::string>& Devices() {
   static const std::set<std::string> devices = {"lo", "eth0", "eth1", "eth0.7"};
   return devices;
@@ -122,7 +122,7 @@ MacvlanDevice Macvlan(const std::string& parent) {
   return device;
 }
 
-/// What VLAN destination 10 on eth0 becomes.
+/// The kernel objects of VLAN destination 10 on eth0.
 KernelObjects VlanObjects(const MacvlanDevice& device = Macvlan("eth0")) {
   KernelObjects objects;
   objects.devices = {{"zd10", device}};
@@ -396,7 +396,7 @@ TEST(TranslateHostTest, DoesNotRideOnWhatIsNoVlanDestination) {
 
 // Groups.
 
-/// Group 301 of `members`, where 10 and 101 forward and 102 drops.
+/// The next hop of group 301 with these members; 10 and 101 forward, and 102 drops.
 KernelNexthop GroupOf(const std::vector<std::uint32_t>& members) {
   const auto drops =
       With(Neighbour(102, 10), [](HostPtr host) { host->add_flags(encapsulation::ACTION_DROP); });
@@ -452,7 +452,7 @@ struct RefusalCase {
   HalReturnCode code;
 };
 
-/// VLAN destination 10, host 101, tunnel 201 with 10 labels under circuit 202 with 20, group 301.
+/// VLAN destination 10, host 101, tunnel 201 with 10 labels below circuit 202 with 20, group 301.
 Entries SomeEntries() {
   const auto labels = [](int count) {
     return [count](MplsPtr mpls) {
@@ -553,7 +553,7 @@ TEST(TranslationTest, RemovingWhatIsNotThereIsANoOp) {
   EXPECT_TRUE(translation.objects() == before);
 }
 
-// Incremental.
+// Incremental changes.
 
 TEST(TranslationTest, TakesOnlyWhatAChangeConcerns) {
   Translation translation = Translated(SomeEntries());
@@ -594,7 +594,7 @@ TEST(TranslationTest, PutsBackWhatTheKernelHas) {
   Transition again = translation.Take();
   EXPECT_TRUE(again.before == KernelObjects());
   EXPECT_TRUE(again.after == VlanObjects());
-  // The kernel has something that nobody wants.
+  // The kernel has an object that nobody wants.
   KernelObjects left;
   left.nexthops = {{99, BlackholeNexthop{}}};
   translation.PutBack({}, left);
@@ -632,7 +632,7 @@ class AnyEntries {
       }
       case 5:
       case 6: {
-        // Also rides on itself.
+        // It may ride on itself.
         auto mpls = MplsOn(7 + Below(4), Below(2) == 0 ? 1 + Below(3) : 7 + Below(4));
         if (Below(3) != 0) mpls.set_dest_mac(kMacBytes);
         for (std::uint32_t i = Below(3) * 7; i != 0; --i) mpls.add_labels(Below(3));
@@ -666,7 +666,7 @@ TEST(TranslationTest, IncrementalIsAsFromScratchAndTheKernelFollows) {
       } else if (entry.StoreIn(&translation) == kHalSuccess) {
         entries.insert_or_assign(key, entry);
       }
-      // Several changes make one batch.
+      // A batch may have several changes.
       if (random.Below(2) == 0) continue;
       const Transition transition = translation.Take();
       ASSERT_EQ(WriteAll(Difference(transition.before, transition.after), &kernel), std::nullopt)

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kMaxQuestions = 3;
 
-// The devices that a device needs; empty names for none.
+// The devices that a device depends on; empty names for none.
 struct Needs {
   std::string parent;
   std::string master;
@@ -31,7 +31,7 @@ void Refuse(std::size_t change, int error, const std::string& text, Refusals* re
   refusals->emplace(change, KernelRefusal{change, error, text});
 }
 
-// What the kernel cannot change in place.
+// Whether the kernel can turn the device into the wanted one in place.
 bool CanBecome(const Link& link, const KernelDevice& wanted,
                const std::map<int, std::string>& names) {
   const std::optional<KernelDevice> present = OurDevice(link, names);
@@ -111,7 +111,7 @@ void DeviceWriter::Create(Refusals* refusals) {
     work.created = true;
   }
   for (const KernelError& error : client_->Exchange(&batch)) {
-    // Without an answer, the device itself tells.
+    // If the answer was lost, the lookup below shows whether the device exists.
     if (error.certain) Refuse(changes[error.message], error.error, error.text, refusals);
   }
   LookUp(created);
@@ -149,7 +149,7 @@ void DeviceWriter::Change(Refusals* refusals) {
   }
   for (const KernelError& error : client_->Exchange(&batch)) {
     const auto& [change, put] = written[error.message];
-    // The kernel has no words for this.
+    // The kernel has no error text for this.
     const bool same_address = error.error == EADDRINUSE;
     Refuse(change, error.error,
            same_address ? NeedsOf(put->device).parent +
@@ -159,7 +159,7 @@ void DeviceWriter::Change(Refusals* refusals) {
   }
 }
 
-// IPv6 has these settings in files only.
+// These IPv6 settings exist only as files.
 void DeviceWriter::EnableIpv6(Refusals* refusals) {
   for (const Work& work : works_) {
     if (refusals->count(work.change) > 0) continue;
@@ -177,7 +177,7 @@ void DeviceWriter::EnableIpv6(Refusals* refusals) {
     const std::optional<bool> forwarding = ForwardingOf(work.put->device);
     if (!forwarding.has_value()) continue;
     if (present.forwards != *forwarding) set("forwarding", *forwarding);
-    // Since Linux 6.17 a device can forward although the namespace does not.
+    // Since Linux 6.17, a device can forward even if the namespace does not.
     const std::string force = "force_forwarding";
     if (!ReadSysctl(folder + force).empty()) set(force, *forwarding);
   }
@@ -195,7 +195,7 @@ void DeviceWriter::Finish(DeviceIndexes* ours, const Refusals& refusals) {
       (*ours)[work.put->name] = found->second.index;
     }
   }
-  // If one of them stays, the next reading finds it.
+  // Best effort: if a device stays, the next `LinuxKernel::Read` finds it.
   client_->Exchange(&batch);
 }
 

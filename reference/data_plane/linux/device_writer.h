@@ -17,28 +17,28 @@ namespace reference {
 struct KernelRefusal {
   /// Its index in the list of changes.
   std::size_t change = 0;
-  /// An errno value; EEXIST if another program has an object of that name or id.
+  /// An errno value; EEXIST if another program has an object with that name or id.
   int error = 0;
-  /// One line for the operator; the kernel's own words where it has some.
+  /// One line for the operator; the kernel's own error text if there is one.
   std::string text;
 };
 
-/// By the index of the change. Only the first reason counts.
+/// By the index of the change. Only the first refusal of a change counts.
 using Refusals = std::map<std::size_t, KernelRefusal>;
 
-/// Brings a few devices into the state that is wanted, each with as few changes as possible,
-/// because some make the kernel forget neighbours or next hops. One of which that fails is removed
-/// again if it is new. Lives as long as one call of `LinuxKernel::Apply` needs it.
+/// Brings a few devices into the wanted state. Writes as little as possible, because some changes
+/// make the kernel flush neighbours or next hops. If a new device cannot be set up, removes it
+/// again. Lives no longer than one call of `LinuxKernel::Apply`.
 class DeviceWriter {
  public:
   explicit DeviceWriter(NetlinkClient* client) : client_(client) {}
 
-  /// Adds a device to write. It must not need another one of this writer.
+  /// Adds a device to write. It must not depend on another device of this writer.
   void Add(std::size_t change, const PutDevice& put);
-  /// Whether it needs, or is, one that was added.
+  /// Whether the device has been added already, or depends on one that has.
   bool Conflicts(const PutDevice& put) const;
 
-  /// Writes what was added. Adds the devices that are now as wanted to `ours`.
+  /// Writes the added devices. Adds our devices to `ours`, except new ones that failed.
   void Write(DeviceIndexes* ours, Refusals* refusals);
 
  private:
@@ -48,13 +48,13 @@ class DeviceWriter {
     bool created = false;
   };
 
-  // Asks for the devices into `links_`; those that do not exist are missing there.
+  // Looks the devices up into `links_`; those that do not exist have no entry there.
   void LookUp(const std::set<std::string>& names);
   void Create(Refusals* refusals);
   void Change(Refusals* refusals);
   void EnableIpv6(Refusals* refusals);
   void Finish(DeviceIndexes* ours, const Refusals& refusals);
-  // Indexes of all that was looked up.
+  // The indexes of all devices that were looked up.
   DeviceIndexes Indexes() const;
 
   NetlinkClient* const client_;

@@ -16,7 +16,7 @@
 namespace reference {
 namespace {
 
-// Set, it makes the kernel repeat every route of a next hop that changes.
+// If set, the kernel sends a notification for every route of a next hop that changes.
 constexpr char kCompatMode[] = "/proc/sys/net/ipv4/nexthop_compat_mode";
 
 [[noreturn]] void Fail(int error, const std::string& text) {
@@ -41,7 +41,7 @@ NetlinkSockets OpenSocketsIn(const std::string& netns) {
   return OpenNetlinkSockets();
 }
 
-// Whether the kernel has, or lacks, what the change asks for.
+// Whether the kernel's objects show that the change was made.
 struct IsMade {
   const KernelObjects& present;
 
@@ -95,8 +95,8 @@ LinuxKernel::~LinuxKernel() {
   if (!compat_mode_.empty()) WriteSysctl(kCompatMode, compat_mode_);
 }
 
-// The kernel checks the privileges before it looks at a request: at this one, for a next hop that
-// cannot exist.
+// Asks to remove a next hop that cannot exist: the kernel checks privileges before it looks at the
+// request.
 void LinuxKernel::CheckPrivileges() {
   MessageBatch batch;
   WriteNexthopRemoval(0, &batch);
@@ -191,7 +191,7 @@ std::vector<LinuxKernel::Refusal> LinuxKernel::Apply(const std::vector<KernelCha
     }
     MessageBatch batch;
     Pending pending;
-    // Whether a next hop is ours is known only when the answers to these are there.
+    // Until these are answered, it is not known whether the next hops are ours.
     std::unordered_set<std::uint32_t> added;
     for (; index < changes.size(); ++index) {
       const KernelChange& change = changes[index];
@@ -215,7 +215,7 @@ void LinuxKernel::Write(std::size_t index, const KernelChange& change, MessageBa
   const auto refuse = [&](int error, const std::string& text) {
     refusals->emplace(index, Refusal{index, error, text});
   };
-  // The device's index; refuses the change without one.
+  // Returns the device's index, or refuses the change and returns 0.
   const auto device = [&](const std::string& name) {
     const auto found = devices_.find(name);
     if (found != devices_.end()) return found->second;
@@ -258,7 +258,7 @@ void LinuxKernel::Send(MessageBatch* batch, const Pending& pending, Refusals* re
       unknown.emplace_back(index, change);
       lost = {index, error.error, error.text};
     } else if (IsRemoval(*change) && (error.error == ENOENT || error.error == ENODEV)) {
-      // It is gone already.
+      // Already gone.
     } else if (error.error == EEXIST && std::holds_alternative<PutNexthop>(*change)) {
       const std::string id = std::to_string(std::get<PutNexthop>(*change).id);
       std::string text = "another program has a next hop ";
@@ -287,7 +287,7 @@ void LinuxKernel::Note(const KernelChange& change) {
 }
 
 void LinuxKernel::Verify(const Pending& unknown, const Refusal& reason, Refusals* refusals) {
-  // Also learns anew what is ours.
+  // This also updates `devices_` and `nexthops_`.
   const KernelObjects present = Read();
   for (const auto& [index, change] : unknown) {
     if (std::visit(IsMade{present}, *change)) continue;

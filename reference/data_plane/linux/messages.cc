@@ -56,7 +56,7 @@ Attributes AttributesOf(const nlmsghdr& message) {
   return attributes;
 }
 
-// None for none.
+// All null if `nest` is null.
 Attributes NestedIn(const nlattr* nest) {
   Attributes attributes{};
   if (nest != nullptr) mnl_attr_parse_nested(nest, Keep, &attributes);
@@ -106,7 +106,7 @@ int IndexOf(const DeviceIndexes& indexes, const std::string& name) {
   return found == indexes.end() ? 0 : found->second;
 }
 
-// What is special about a new device of each kind.
+// Appends the attributes that are specific to a kind of device.
 struct PutKind {
   nlmsghdr* message;
   const DeviceIndexes& indexes;
@@ -154,10 +154,10 @@ struct PutKind {
   }
 };
 
-// Puts what differs in a VLAN destination.
+// Appends the attributes of a VLAN destination's device that differ.
 void PutDifferences(const Link& present, const MacvlanDevice& wanted, const DeviceIndexes& indexes,
                     nlmsghdr* message) {
-  // Even the same address makes the kernel forget the device's neighbours.
+  // Setting even the same address makes the kernel flush the device's neighbours.
   if (present.address != wanted.address) PutMac(message, IFLA_ADDRESS, wanted.address);
   if (wanted.mtu != 0 && present.mtu != wanted.mtu) {
     mnl_attr_put_u32(message, IFLA_MTU, wanted.mtu);
@@ -166,7 +166,7 @@ void PutDifferences(const Link& present, const MacvlanDevice& wanted, const Devi
     PutNumber(message, IFLA_MASTER, master);
   }
   if (present.alias != wanted.alias) {
-    // An empty one removes it.
+    // An empty alias removes it.
     mnl_attr_put(message, IFLA_IFALIAS, wanted.alias.size(), wanted.alias.data());
   }
 }
@@ -390,7 +390,7 @@ NexthopEntry ReadNexthop(const nlmsghdr& message) {
 
 std::optional<bool> ForwardingOf(const KernelDevice& device) {
   if (const auto* const macvlan = std::get_if<MacvlanDevice>(&device)) return macvlan->forwarding;
-  // In a VRF the kernel asks the VRF's device.
+  // In a VRF, the kernel checks this setting of the VRF's device.
   if (std::holds_alternative<VrfDevice>(device)) return true;
   return std::nullopt;
 }

@@ -13,14 +13,14 @@
 
 namespace reference {
 
-// The route netlink messages for kernel objects, and back. Nothing here talks to the kernel.
+// Converts kernel objects to route netlink messages and back. Does no I/O.
 
 /// The group of our devices, as in `ip link show group 171`.
 inline constexpr std::uint32_t kDeviceGroup = kRoutingProtocol;
-/// The kernel's numbers of devices, by name.
+/// The kernel's index of each device, by name.
 using DeviceIndexes = std::map<std::string, int>;
 
-/// What the kernel says of any device, also of others' ones.
+/// What the kernel reports about a device, ours or not.
 struct Link {
   int index = 0;
   std::string name;
@@ -39,13 +39,13 @@ struct Link {
   struct Ipv6 {
     bool forwards = false;
     bool disabled = false;
-    /// Makes itself an address when it comes up.
+    /// Generates a link-local address when it comes up.
     bool generates_addresses = false;
   };
   std::optional<Ipv6> ipv6;
-  /// Of an 802.1Q subinterface.
+  /// For an 802.1Q subinterface only.
   std::uint16_t tag = 0;
-  /// Of a VRF.
+  /// For a VRF only.
   std::uint32_t table = 0;
 };
 
@@ -62,21 +62,22 @@ struct NexthopEntry {
   std::uint8_t protocol = 0;
   /// The device's index; 0 for a blackhole and a group.
   int device = 0;
-  /// A `DeviceNexthop` has no name yet.
+  /// In a `DeviceNexthop`, the device's name is still empty.
   KernelNexthop nexthop;
 };
 
-/// Asks for one device.
+/// Requests one device.
 void WriteLinkQuery(const std::string& name, MessageBatch* batch);
-/// Ask for everything of a sort.
+/// Request all objects of a type.
 void WriteLinkDump(MessageBatch* batch);
 void WriteNeighbourDump(MessageBatch* batch);
 void WriteNexthopDump(MessageBatch* batch);
 
-/// Creates the device, down. The kernel takes the rest only afterwards: `WriteDeviceChange`.
+/// Creates the device, down. The kernel accepts the other settings only afterwards: see
+/// `WriteDeviceChange`.
 void WriteNewDevice(const std::string& name, const KernelDevice& device,
                     const DeviceIndexes& indexes, MessageBatch* batch);
-/// Sets what differs and can be changed in place.
+/// Sets what differs and can change in place.
 void WriteDeviceChange(const Link& present, const KernelDevice& device,
                        const DeviceIndexes& indexes, MessageBatch* batch);
 void WriteDeviceUp(int index, MessageBatch* batch);
@@ -95,15 +96,15 @@ void WriteNexthopRemoval(std::uint32_t id, MessageBatch* batch);
 
 /// RTM_NEWLINK.
 Link ReadLink(const nlmsghdr& message);
-/// RTM_NEWNEIGH, RTM_DELNEIGH; nothing for one without our mark.
+/// RTM_NEWNEIGH, RTM_DELNEIGH; empty for a neighbour without our mark.
 std::optional<NeighbourEntry> ReadNeighbour(const nlmsghdr& message);
 /// RTM_NEWNEXTHOP, RTM_DELNEXTHOP.
 NexthopEntry ReadNexthop(const nlmsghdr& message);
 
-/// Whether packets that arrive on it shall be forwarded; nothing if that is left as it is.
+/// Whether to forward packets that arrive on the device; empty to leave the setting alone.
 std::optional<bool> ForwardingOf(const KernelDevice& device);
 
-/// The device as an object; nothing if it is not one of ours. `names` are those of all devices, by
+/// The device as an object; empty if it is not ours. `names` has the names of all devices, by
 /// index.
 std::optional<KernelDevice> OurDevice(const Link& link, const std::map<int, std::string>& names);
 

@@ -17,8 +17,8 @@ namespace {
 
 // The largest message is a group: 8 bytes for each of at most 8,191 members.
 constexpr std::size_t kMaxMessage = 72UL << 10U;
-// The kernel copies a piece into one buffer, and may answer each of its messages with an error that
-// takes a kilobyte of the receive buffer.
+// The kernel copies a piece into one buffer. It may answer each message with an error, and each of
+// these takes up a kilobyte of the receive buffer.
 constexpr std::size_t kMaxPiece = 64UL << 10U;
 constexpr int kReceiveBuffer = 8 << 20;
 constexpr std::size_t kMaxDatagram = 64UL << 10U;
@@ -40,23 +40,24 @@ class RouteSocket : public NetlinkSocket {
     if (mnl_socket_bind(socket_.get(), groups, MNL_SOCKET_AUTOPID) != 0) {
       Fail(errno, "cannot bind a netlink socket");
     }
-    // Older kernels and user namespaces refuse some of these; all is well without them, with
-    // shorter texts and less room.
+    // Best effort: older kernels and user namespaces refuse some of these. Without them, error
+    // texts are shorter and the buffer is smaller.
     int on = 1;
     mnl_socket_setsockopt(socket_.get(), NETLINK_EXT_ACK, &on, sizeof on);
     mnl_socket_setsockopt(socket_.get(), NETLINK_CAP_ACK, &on, sizeof on);
     setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof kReceiveBuffer);
   }
 
-  // Links and neighbours have groups that fit into the address, next hops do not.
+  // For next hops: unlike those of links and neighbours, their group does not fit into the address.
   void Join(int group) const {
     if (mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0) {
       Fail(errno, "cannot subscribe to the kernel's notifications");
     }
   }
 
-  // Drops, before they take room, notifications of changes that the socket with this port made. The
-  // kernel names nobody when it has removed a neighbour, but before that it says who asked for it.
+  // Drops notifications of changes that the socket with this port made, before they take up buffer
+  // space. When the kernel has removed a neighbour, the notification names no port, but an earlier
+  // one names the port that asked for the removal.
   void Ignore(unsigned port) const {
     constexpr auto kPort = static_cast<std::uint32_t>(offsetof(nlmsghdr, nlmsg_pid));
     constexpr auto kType = static_cast<std::uint32_t>(offsetof(nlmsghdr, nlmsg_type));
@@ -94,12 +95,12 @@ class RouteSocket : public NetlinkSocket {
   std::unique_ptr<mnl_socket, Close> socket_;
 };
 
-// The kernel's own words in an error message; empty if there are none.
+// The kernel's error text in an error message; empty if there is none.
 std::string ExtendedText(const nlmsghdr& message) {
   std::string text;
   if ((message.nlmsg_flags & NLM_F_ACK_TLVS) == 0) return text;
   std::size_t skipped = sizeof(nlmsgerr);
-  // An error repeats the whole request unless it says otherwise.
+  // Unless this flag is set, an error repeats the whole request.
   if ((message.nlmsg_flags & NLM_F_CAPPED) == 0) {
     const auto* error = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message));
     skipped += error->msg.nlmsg_len - sizeof(nlmsghdr);
@@ -224,7 +225,7 @@ void NetlinkClient::ExchangePiece(MessageBatch* batch, std::size_t begin, std::s
   bool acknowledged = false;
   const auto take_message = [&](const nlmsghdr& message) {
     const std::size_t index = message.nlmsg_seq - first;
-    if (index >= failed.size()) return;  // Of a list that was given up.
+    if (index >= failed.size()) return;  // A stale answer, to a dump that was abandoned.
     if (message.nlmsg_type != NLMSG_ERROR) {
       if (take) take(begin + index, message);
       return;

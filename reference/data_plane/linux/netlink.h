@@ -12,8 +12,8 @@
 
 namespace reference {
 
-/// A route netlink socket. The kernel works on a request before the send returns, so its answers
-/// are there by then, and nothing here ever waits. Tests put faults in between.
+/// A route netlink socket. The kernel handles a request before the send returns, so the answers are
+/// there by then, and no call blocks. Tests inject faults with an implementation of their own.
 class NetlinkSocket {
  public:
   NetlinkSocket() = default;
@@ -21,7 +21,7 @@ class NetlinkSocket {
   NetlinkSocket& operator=(const NetlinkSocket&) = delete;
   virtual ~NetlinkSocket() = default;
 
-  /// Throws `std::system_error` if the kernel took nothing.
+  /// Throws `std::system_error` if the kernel accepted nothing.
   virtual void Send(const char* data, std::size_t size) = 0;
   /// The length of the next datagram; 0 if there is none now. Throws `std::system_error`: ENOBUFS
   /// if the kernel had to drop datagrams.
@@ -30,18 +30,18 @@ class NetlinkSocket {
   virtual int fd() const = 0;
 };
 
-/// The two sockets that one user of the kernel has.
+/// The two sockets of a `LinuxKernel`.
 struct NetlinkSockets {
   std::unique_ptr<NetlinkSocket> requests;
-  /// Gets the changes to devices, neighbours and next hops, except those that `requests` made and
-  /// that the kernel attributes to it.
+  /// Receives notifications of changes to devices, neighbours and next hops, except the changes
+  /// that the kernel attributes to `requests`.
   std::unique_ptr<NetlinkSocket> notifications;
 };
 
 /// Opens them in the calling thread's network namespace. Throws `std::system_error`.
 NetlinkSockets OpenNetlinkSockets();
 
-/// Request messages, one behind the other.
+/// Request messages, back to back in one buffer.
 class MessageBatch {
  public:
   /// Appends a message without attributes; libmnl's functions add them. Valid until the next call.
@@ -55,15 +55,15 @@ class MessageBatch {
   std::vector<std::size_t> offsets_;
 };
 
-/// What the kernel said against a message of a batch.
+/// The kernel's error for a message of a batch.
 struct KernelError {
   /// Its index in the batch.
   std::size_t message = 0;
   /// An errno value.
   int error = 0;
-  /// For the operator: the kernel's own words, else the name of the error.
+  /// For the operator: the kernel's own error text, or else the name of the error.
   std::string text;
-  /// False if the kernel's answer was lost, so that it may have done what the message asks.
+  /// False if the kernel's answer was lost; it may have carried out the request.
   bool certain = true;
 };
 
@@ -74,19 +74,20 @@ class NetlinkClient {
 
   explicit NetlinkClient(std::unique_ptr<NetlinkSocket> socket);
 
-  /// Sends the batch, in as few pieces as the kernel takes, and returns the errors in the order of
-  /// the messages. Only the last message of a piece is acknowledged: errors come unasked.
+  /// Sends the batch, in as few pieces as the kernel accepts, and returns the errors in the order
+  /// of the messages. Requests an acknowledgement only for the last message of a piece: the kernel
+  /// reports errors anyway.
   std::vector<KernelError> Exchange(MessageBatch* batch, const TakeAnswer& take = {});
 
-  /// Sends one request for a list. Starts over, after a call of `restart`, if the list changed
-  /// while the kernel wrote it. Throws `std::system_error`.
+  /// Sends one dump request. Calls `restart` before each attempt, and tries again if the objects
+  /// changed during the dump. Throws `std::system_error`.
   void Dump(MessageBatch* request, const std::function<void()>& restart,
             const std::function<void(const nlmsghdr&)>& take);
 
  private:
   void ExchangePiece(MessageBatch* batch, std::size_t begin, std::size_t end,
                      const TakeAnswer& take, std::vector<KernelError>* errors);
-  // Returns false if it has to be repeated.
+  // Returns false if the dump must be repeated.
   bool DumpOnce(MessageBatch* request, const std::function<void(const nlmsghdr&)>& take);
 
   const std::unique_ptr<NetlinkSocket> socket_;
@@ -94,8 +95,8 @@ class NetlinkClient {
   std::vector<char> buffer_;
 };
 
-/// Reads all datagrams that a socket has now and calls `take` for each message. Returns false if
-/// the kernel had to drop some. Throws `std::system_error` for every other failure.
+/// Reads all datagrams that the socket has now and calls `take` for each message. Returns false if
+/// the kernel had to drop some. Throws `std::system_error` for any other failure.
 bool ReceiveAll(NetlinkSocket* socket, std::vector<char>* buffer,
                 const std::function<void(const nlmsghdr&)>& take);
 

@@ -5,10 +5,10 @@
 
 namespace reference {
 
-// Files below /proc/sys/net, which show the calling thread's network namespace: for what the kernel
-// takes in no message.
+// Settings that netlink cannot reach: files below /proc/sys/net, which shows the calling thread's
+// network namespace.
 
-/// The value, without the newline; empty if it cannot be read.
+/// The value without the newline; empty if it cannot be read.
 std::string ReadSysctl(const std::string& path);
 
 /// Returns 0 or an errno value.

@@ -54,7 +54,7 @@ DeviceNexthop Via(std::uint32_t id, std::vector<std::uint32_t> labels = {}) {
 
 PutNeighbour Host(std::uint32_t id) { return {{"zd10", NeighbourAddress(id)}, kHostMac}; }
 
-// A VLAN destination, two hosts on it, a group of both and what drops.
+// A VLAN destination, two hosts on it, a group of both, and the blackhole.
 std::vector<KernelChange> Everything() {
   return {PutDevice{"zd10", Macvlan(), {}},
           PutNexthop{10, DeviceNexthop{"zd10", {}, {}}},
@@ -82,7 +82,7 @@ class LinuxKernelTest : public NetworkNamespaceTest {
     ASSERT_EQ(kernel_->Read(), KernelObjects{});
   }
 
-  // Applies changes that have to work.
+  // Applies changes that must succeed.
   void Do(const std::vector<KernelChange>& changes) {
     EXPECT_THAT(kernel_->Apply(changes), IsEmpty());
   }
@@ -117,7 +117,7 @@ TEST_F(LinuxKernelTest, IpShowsADevice) {
   if (Works("test -e /proc/sys/net/ipv6/conf/zd10/force_forwarding")) {
     EXPECT_EQ(Output("cat /proc/sys/net/ipv6/conf/zd10/force_forwarding"), "1\n");
   }
-  // It has no address from which it could send something of its own.
+  // It has no address from which it could send packets of its own.
   EXPECT_EQ(Output("ip -6 -o addr show dev zd10"), "");
 }
 
@@ -146,10 +146,10 @@ TEST_F(LinuxKernelTest, RoutesOfBothFamiliesUseANexthop) {
   }
 }
 
-// What not every kernel has.
+// A feature that not every kernel has.
 struct Feature {
   std::string name;
-  // Works where the kernel has it.
+  // Succeeds if the kernel has the feature.
   std::string probe;
   std::vector<KernelChange> changes;
   // A command and a part of its output.
@@ -241,7 +241,7 @@ TEST_F(LinuxKernelTest, ChangesADeviceInPlace) {
   Do({PutDevice{"zd10", after, before}});
   KernelObjects expected = After(Everything());
   expected.devices["zd10"] = after;
-  // The neighbours are still there, which a new address would cost.
+  // The neighbours are still there; setting the address would have flushed them.
   EXPECT_EQ(kernel_->Read(), expected);
 
   after.address[5] = 0x0B;
@@ -456,12 +456,13 @@ TEST_F(LinuxKernelTest, TheCompatibilityModeIsOffMeanwhile) {
   EXPECT_EQ(Output(show), "0\n");
 }
 
-// The text of what the constructor throws, on a thread of its own without root's privileges.
+// Constructs a `LinuxKernel` on a thread of its own, with or without root's privileges. Returns the
+// text of the exception, or "starts".
 std::string RefusalToStart(const std::string& netns, bool privileged) {
   std::string text = "starts";
   std::thread thread([&] {
     constexpr uid_t kNobody = 65534;
-    // The plain system call changes this thread only.
+    // The raw system call changes this thread only.
     const uid_t user = privileged ? 0 : kNobody;
     ASSERT_EQ(syscall(SYS_setresuid, user, user, user), 0);
     try {
@@ -476,7 +477,7 @@ std::string RefusalToStart(const std::string& netns, bool privileged) {
 
 class LinuxKernelStartTest : public NetworkNamespaceTest {
  protected:
-  // Network namespaces get names in a /run of the test's own.
+  // Names network namespaces in a /run of the test's own.
   void SetUp() override {
     NetworkNamespaceTest::SetUp();
     if (IsSkipped()) return;
@@ -508,7 +509,7 @@ TEST_F(LinuxKernelStartTest, SaysWhatIsMissing) {
             "sudo): Operation not permitted");
 }
 
-// Between us and the kernel.
+// Injects faults between us and the kernel.
 class FaultySocket : public NetlinkSocket {
  public:
   explicit FaultySocket(std::unique_ptr<NetlinkSocket> socket) : socket_(std::move(socket)) {}
@@ -532,7 +533,7 @@ class FaultySocket : public NetlinkSocket {
 
   std::function<void(std::string* bytes)> before_send;
   std::function<void()> before_receive;
-  // Loses all answers to the last send, as a kernel without room for them.
+  // Loses all answers to the last send, as if the receive buffer were full.
   bool drops_answers = false;
 
  private:
@@ -551,7 +552,7 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
     Restart();
   }
 
-  // In a network namespace without anything of ours.
+  // Starts over in a network namespace without any of our objects.
   void Restart() {
     NetlinkSockets sockets = OpenNetlinkSockets();
     auto faulty = std::make_unique<FaultySocket>(std::move(sockets.requests));
@@ -568,8 +569,8 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
     ASSERT_EQ(kernel_->Read(), KernelObjects{});
   }
 
-  // Applies everything while the fault is there. What was not refused must be in the kernel, and a
-  // second attempt must complete it.
+  // Applies everything while the fault is there. Changes that were not refused must be in the
+  // kernel, and a second attempt must make the others.
   void Survive(const std::string& place) {
     const std::vector<KernelChange> changes = Everything();
     const auto refusals = kernel_->Apply(changes);
@@ -596,14 +597,14 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
 
   std::unique_ptr<LinuxKernel> kernel_;
   FaultySocket* socket_ = nullptr;
-  // Attempts in which something was refused.
+  // The number of attempts in which a change was refused.
   int refused_ = 0;
 };
 
 class LinuxKernelRefusalTest : public LinuxKernelFaultTest,
                                public testing::WithParamInterface<bool> {};
 
-// The kernel refuses one message after the other, and says so, or its answers are lost.
+// The kernel refuses each message in turn, and either says so or its answers are lost.
 TEST_P(LinuxKernelRefusalTest, OfEachMessage) {
   bool injected = true;
   int messages = 0;
@@ -638,7 +639,7 @@ INSTANTIATE_TEST_SUITE_P(Each, LinuxKernelRefusalTest, testing::Bool(), [](const
   return std::string(test.param ? "AnswerLost" : "Answered");
 });
 
-// One send after the other fails, for lack of memory.
+// Each send in turn fails, for lack of memory.
 TEST_F(LinuxKernelFaultTest, EachSendFails) {
   bool injected = true;
   int sends = 0;
@@ -657,7 +658,7 @@ TEST_F(LinuxKernelFaultTest, EachSendFails) {
   EXPECT_GE(refused_, 3);
 }
 
-// One receive after the other finds that answers were dropped. The answers are still there, which
+// Each receive in turn reports dropped answers. The answers are still there; they are stale, and
 // must not be taken for those of the next request.
 TEST_F(LinuxKernelFaultTest, EachAnswerLost) {
   bool injected = true;
@@ -675,7 +676,7 @@ TEST_F(LinuxKernelFaultTest, EachAnswerLost) {
   }
   EXPECT_GE(receives, 10);
   EXPECT_LT(receives, 100);
-  // The kernel has done everything. Only a device's settings are not looked at again: two receives.
+  // The kernel has made every change. Only a device's settings are not verified: two receives.
   EXPECT_EQ(refused_, 2);
 }
 
@@ -706,7 +707,7 @@ TEST_F(LinuxKernelFaultTest, ADeviceThatVanishesInTheMiddle) {
 TEST_F(LinuxKernelFaultTest, ADeviceThatAnotherProgramMakesMeanwhileIsKept) {
   int sends = 0;
   socket_->before_send = [&](std::string* /*bytes*/) {
-    // After the question whether it exists.
+    // After the lookup that finds no such device.
     if (++sends == 2) Run("ip link add link eth2 name zd10 type macvlan mode bridge");
   };
   EXPECT_THAT(kernel_->Apply({PutDevice{"zd10", Macvlan(), {}}}),
@@ -744,12 +745,12 @@ TEST_F(LinuxKernelFaultTest, AKernelWithoutNextHopsIsRefused) {
   }
 }
 
-// A program that makes changes at random, of which each is one that the kernel takes.
+// Random changes, each of which the kernel accepts.
 class RandomChanges {
  public:
   explicit RandomChanges(unsigned seed) : random_(seed) {}
 
-  // Changes that turn `objects`, which it keeps up to date, into something else.
+  // Returns the next change, and applies it to `objects`.
   KernelChange Next(KernelObjects* objects) {
     KernelChange change = RemoveNexthop{1};
     while (!Pick(*objects, &change)) {
@@ -809,7 +810,7 @@ class RandomChanges {
 
   MacAddress NewMac() { return {0x02, 0, 0, 0, 0, static_cast<std::uint8_t>(Below(256))}; }
 
-  // No two devices on the same one may have the same address.
+  // Devices on the same parent must have different addresses.
   MacAddress NewMacOf(const std::string& device) {
     MacAddress address = NewMac();
     address[4] = static_cast<std::uint8_t>(device.back());
@@ -861,7 +862,7 @@ TEST_F(LinuxKernelTest, AThousandRandomChanges) {
   EXPECT_THAT(ids, testing::UnorderedElementsAreArray(expected_ids));
   EXPECT_EQ(Ip("-6 neigh show nud permanent").size(), expected.neighbours.size());
   const auto links = Ip("link show group 171");
-  // It shows other groups' devices as empty objects.
+  // `ip` shows devices of other groups as empty objects.
   const auto shown = std::count_if(links.begin(), links.end(),
                                    [](const auto& link) { return link.contains("ifname"); });
   EXPECT_EQ(static_cast<std::size_t>(shown), expected.devices.size());

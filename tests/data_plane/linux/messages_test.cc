@@ -16,9 +16,9 @@ constexpr MacAddress kMac = {0x02, 0, 0, 0, 0, 0x0A};
 const DeviceIndexes kIndexes = {{"eth2", 5}, {"zv7", 9}};
 const std::map<int, std::string> kNames = {{5, "eth2"}, {9, "zv7"}};
 
-// A decoder of its own: it knows only how messages and attributes are laid out. A message is its
-// type, its flags in hexadecimal, its header in words and the attributes as TYPE:BYTES or
-// TYPE{nested}.
+// An independent decoder, which knows only the layout of messages and attributes. It shows a
+// message as its type, its flags in hexadecimal, its header in words, and its attributes as
+// TYPE:BYTES or TYPE{nested}.
 std::string Hex(const std::string& bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
@@ -211,7 +211,7 @@ TEST_P(MessagesTest, HasTheseBytes) {
 INSTANTIATE_TEST_SUITE_P(Each, MessagesTest, testing::ValuesIn(kCases),
                          [](const auto& test) { return test.param.name; });
 
-// The kernel answers with the attributes that it was given.
+// The kernel reports a device with the attributes that it was given.
 KernelDevice WrittenAndRead(const std::string& name, const KernelDevice& device) {
   MessageBatch batch;
   WriteNewDevice(name, device, kIndexes, &batch);
@@ -226,7 +226,7 @@ TEST(ReadLinkTest, KnowsEachKindOfDevice) {
   EXPECT_EQ(std::get<TaggedDevice>(WrittenAndRead("eth2.20", TaggedDevice{"eth2", 20})),
             (TaggedDevice{"eth2", 20}));
   MacvlanDevice expected = Macvlan();
-  // What is set afterwards.
+  // These are set afterwards.
   expected.forwarding = false;
   expected.alias.clear();
   EXPECT_EQ(std::get<MacvlanDevice>(WrittenAndRead("zd10", Macvlan())), expected);

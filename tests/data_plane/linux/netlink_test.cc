@@ -20,7 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A kernel that answers as the test says. For each send one list of datagrams; an int in it is an
+// A kernel whose answers the test scripts: one list of datagrams per send. An int in a list is an
 // error of the receive call.
 class ScriptedSocket : public NetlinkSocket {
  public:
@@ -78,7 +78,7 @@ std::string Message(std::uint16_t type, std::uint32_t sequence, const std::strin
   return bytes;
 }
 
-// With the header of the request, as always; `text` as an extended acknowledgement.
+// Includes the request's header, as the kernel does; `text` is the extended acknowledgement.
 std::string Error(const nlmsghdr& request, int error, const std::string& text = {}) {
   std::string payload = Bytes(-error) + Bytes(request);
   std::uint16_t flags = NLM_F_CAPPED;
@@ -247,7 +247,7 @@ TEST(NetlinkClientTest, OtherFailuresToReceiveAreThrown) {
   EXPECT_THROW(client.Exchange(&batch), std::system_error);
 }
 
-// What a list of one-letter payloads becomes when it is read; "|" for each start.
+// What a dump of one-letter payloads reads; "|" for each attempt.
 std::string Dumped(NetlinkClient client) {
   MessageBatch batch = Batch(1);
   std::string read;

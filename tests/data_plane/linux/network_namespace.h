@@ -12,15 +12,15 @@ class NetworkNamespaceTest : public testing::Test {
  protected:
   void SetUp() override;
 
-  /// Runs a shell command that has to work.
+  /// Runs a shell command that must succeed.
   static void Run(const std::string& command);
-  /// Whether a shell command works; prints nothing.
+  /// Whether a shell command succeeds; prints nothing.
   static bool Works(const std::string& command);
-  /// What a shell command prints.
+  /// The output of a shell command.
   static std::string Output(const std::string& command);
-  /// Waits until the kernel has told everybody that the device is up, which it does later.
+  /// Waits until the kernel has sent its notification that the device is up, which may lag.
   static void WaitUntilUp(const std::string& device);
-  /// What `ip -j -d ...` prints.
+  /// The output of `ip -j -d ...`.
   static nlohmann::json Ip(const std::string& arguments);
 };
 
