@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs examples/linux/run with the built programs, and checks what its neighbours captured. Exits
-# with 77 if it cannot run here.
+# with 77 if it may not make network namespaces.
 #
 #     example_test.sh SOURCES PROGRAMS
 set -euo pipefail

@@ -79,7 +79,7 @@ std::string Ipv6Header(const Probe& probe) {
   return header;
 }
 
-// Reads a frame from the front. Reading beyond the end gives zeros and `complete()` false.
+// Reads a frame from the front. Reads beyond the end return zeros and make `complete()` false.
 class Reader {
  public:
   explicit Reader(const std::string& bytes) : bytes_(bytes) {}
@@ -198,7 +198,7 @@ std::optional<Packet> ParseFrame(const std::string& frame) {
       bottom = (entry & 0x100U) != 0;
       packet.labels.push_back({entry >> 12U, bottom});
     }
-    // Below the labels, the packet itself says of which family it is.
+    // Below the labels, only the packet itself shows its family.
     if (!reader.complete() || reader.left() == 0) return std::nullopt;
     type = (static_cast<std::uint8_t>(frame[frame.size() - reader.left()]) >> 4U) == 6 ? kIpv6Type
                                                                                        : kIpv4Type;

@@ -12,7 +12,7 @@ namespace reference {
 
 enum class Family { kIpv4, kIpv6 };
 
-/// What a test sends: a UDP packet in an Ethernet frame.
+/// A packet that a test sends: UDP in an Ethernet frame.
 struct Probe {
   /// The MAC address it is sent to, 6 bytes in transmission order.
   std::string mac;
@@ -40,7 +40,7 @@ struct Label {
   bool bottom = false;
 };
 
-/// What a test finds in a captured frame.
+/// The contents of a captured frame.
 struct Packet {
   /// MAC addresses, 6 bytes each.
   std::string to;

@@ -1,7 +1,7 @@
-// What each field of each HAL message does to packets: each test sends a packet through a router in
-// a network namespace and finds the field's effect in what the router sends. Needs root. Tests that
-// need what the kernel does not have are skipped; with ZUSKUX_SKIP_NOTHING=1 in the environment
-// they fail.
+// The effect of each field of each HAL message on packets. Each test sends a packet through a
+// router in a network namespace, and checks the field's effect on what the router sends. Needs
+// root. A test that needs a feature that the kernel lacks is skipped; with ZUSKUX_SKIP_NOTHING=1 in
+// the environment, it fails.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-// How long a packet may take that must come.
+// How long to wait for a packet that must arrive.
 constexpr int kPatienceMs = 60'000;
 
 // The lim ids of eth1 to eth3 are the ports' numbers.
@@ -46,7 +46,7 @@ constexpr std::uint32_t kSender = 100;
 // On eth2, where the marker leaves.
 constexpr std::uint32_t kOutVlan = 20;
 constexpr std::uint32_t kOutHost = 101;
-// What the tests make besides.
+// The objects that the tests add.
 constexpr std::uint32_t kVlan = 30;
 constexpr std::uint32_t kHost = 201;
 constexpr std::uint32_t kOtherHost = 202;
@@ -121,7 +121,7 @@ encapsulation::VrfMessage Vrf(std::uint32_t id) {
   return vrf;
 }
 
-// A packet, and the port where it left the router.
+// A packet, and the port from which it left the router.
 struct Captured {
   int port = 0;
   Packet packet;
@@ -133,8 +133,8 @@ std::vector<std::pair<std::uint32_t, bool>> LabelsOf(const Captured& captured) {
   return labels;
 }
 
-// A data plane on the thread's kernel. A message is put after those that it refers to; putting one
-// of the same id replaces it.
+// A data plane on the kernel, in the thread's network namespace. Put a message after those that it
+// refers to; a message with the same id replaces the former one.
 class ProgrammedKernel {
  public:
   ProgrammedKernel()
@@ -257,8 +257,8 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
     return BeforeTheMarker();
   }
 
-  // What leaves the router until a marker does, which follows on everything sent before it. Leaves
-  // out what devices send of their own, such as their memberships in multicast groups.
+  // Sends a marker, and returns what leaves the router before it. Leaves out what devices send of
+  // their own, such as multicast membership reports.
   std::vector<Captured> BeforeTheMarker() {
     Probe marker = TheProbe();
     marker.destination = at().marker;
@@ -563,7 +563,7 @@ TEST_P(VrfPacketsTest, AnotherVrfTakesEffect) {
   encapsulation::VlanMessage vlan = VlanOn(3, kVlan);
   vlan.set_vrf(1);
   Put(vlan);
-  // What arrives on it is of the VRF; what is routed to the host still leaves by it.
+  // Packets that arrive on it belong to the VRF; packets routed to the host still leave by it.
   Probe probe = TheProbe();
   probe.mac = kVlanMac;
   EXPECT_EQ(OneThrough(probe, 3).packet.to, kOtherMac);
@@ -581,7 +581,7 @@ TEST_P(VrfPacketsTest, TheMainTableServesWhatAVrfHasNoRouteFor) {
   Probe probe = TheProbe();
   probe.mac = kVlanMac;
   EXPECT_EQ(OneThrough(probe, 3).port, 2);
-  // As docs/linux.md tells the operator to prevent it.
+  // The remedy from docs/linux.md.
   Ip("route add unreachable default metric 4278198272 vrf zv1\n", GetParam());
   EXPECT_THAT(Through(probe, 3), IsEmpty());
 }
@@ -785,7 +785,7 @@ TEST_P(EcmpPacketsTest, SpreadsFlowsByHowOftenAMemberIsNamed) {
     probe.source = GetParam() == Family::kIpv4 ? "10.1." + high + '.' + low
                                                : "2001:db8:a::" + high + ':' + low;
     Outside(1).Send(probe);
-    // So that no queue overflows.
+    // Drains the queues before they overflow.
     if (flow % 100 != 99) continue;
     for (const Captured& captured : BeforeTheMarker()) {
       (captured.packet.to == kHostMac ? to_host : to_other) += 1;

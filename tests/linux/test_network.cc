@@ -28,7 +28,7 @@ namespace {
 
 constexpr std::size_t kLargestFrame = 65'536;
 constexpr std::size_t kMacsSize = 12;
-// So that thousands of packets wait.
+// Holds thousands of packets.
 constexpr int kReceiveBuffer = 32 << 20U;
 
 int Checked(int result, const char* what) {
@@ -46,7 +46,7 @@ void Enter(const OwnedFd& network_namespace) {
 
 void MakeNamespace() {
   Checked(unshare(CLONE_NEWNET), "unshare");
-  // Nothing but what the tests send; devices that need IPv6 turn it on.
+  // Keeps out all packets but the tests' own; devices that need IPv6 turn it on.
   SetSysctl("ipv6/conf/default/disable_ipv6", 1);
 }
 
@@ -93,7 +93,7 @@ PacketSocket::PacketSocket(const std::string& device)
   Checked(setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
                      sizeof(kReceiveBuffer)),
           "receive buffer");
-  // The kernel takes the 802.1Q tag out of the frame, and tells it beside the frame.
+  // The kernel strips the 802.1Q tag from the frame, and passes it beside the frame.
   Checked(setsockopt(socket_.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)), "tags");
   sockaddr_ll address{};
   address.sll_family = AF_PACKET;
@@ -149,8 +149,8 @@ TestNetwork::TestNetwork()
   for (const char* const family : {"all", "default"}) {
     SetSysctl(std::string("ipv4/conf/") + family + "/rp_filter", 0);
   }
-  // A kernel without this setting for each device forwards IPv6 only if the operator sets it for
-  // all.
+  // Without this per-device setting, the kernel forwards IPv6 only if the operator turns it on for
+  // all devices.
   if (!HasSysctl("ipv6/conf/all/force_forwarding")) SetSysctl("ipv6/conf/all/forwarding", 1);
   const std::string others_path =
       "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(others.get());

@@ -29,13 +29,13 @@ class OwnedFd {
 /// A raw socket on one device: sends and captures whole frames.
 class PacketSocket {
  public:
-  /// On the device of that name in the thread's network namespace. Throws std::system_error.
+  /// Opens the device with that name in the thread's network namespace. Throws std::system_error.
   explicit PacketSocket(const std::string& device);
 
   void Send(const Probe& probe);
 
-  /// The next IP packet that the device received (or sent, where `Send` is not used). Empty if
-  /// there is none for `patience_ms`.
+  /// The next IP packet that the device received (or sent, where `Send` is not used). Empty if none
+  /// comes within `patience_ms`.
   std::optional<Packet> Receive(int patience_ms);
 
  private:
@@ -44,8 +44,8 @@ class PacketSocket {
 
 /// A router in a network namespace of its own, with the ports eth1, eth2 and eth3. The other ends
 /// of the cables are in a second namespace and have raw sockets. From construction to destruction,
-/// the thread that constructed it runs on one processor, so that packets keep their order, and in
-/// the router's namespace, as do the commands that it starts.
+/// the constructing thread runs in the router's namespace, as do the commands that it starts. It
+/// runs on one processor, so that packets keep their order.
 class TestNetwork {
  public:
   /// Throws std::system_error, with EPERM if the process may not make namespaces.
@@ -65,12 +65,12 @@ class TestNetwork {
   std::vector<PacketSocket> outside_;
 };
 
-/// Runs `ip` commands, one a line, in the thread's namespace. Returns what `ip` says; throws
-/// std::runtime_error with that text if one fails. With `kIpv6`, commands that do not show a family
-/// are of IPv6, else of IPv4 or none.
+/// Runs `ip` commands, one per line, in the thread's namespace. Returns the output of `ip`; throws
+/// std::runtime_error with that text if a command fails. Commands that name no family default to
+/// IPv6 with `kIpv6`, otherwise to IPv4 or none.
 std::string Ip(const std::string& commands, Family family = Family::kIpv4);
 
-/// Whether the kernel has a setting.
+/// Whether the kernel has the setting.
 bool HasSysctl(const std::string& path);
 
 /// Writes a setting of the thread's namespace, such as "ipv4/ip_forward".

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Checks what tests/linux/vm promises.
+# Checks that tests/linux/vm does what its comment says.
 #
 #     vm_test.sh [--boot]
 #
-# Without --boot, only what it says before it starts a machine.
+# Without --boot, checks only its errors before it starts a machine.
 set -euo pipefail
 
 vm=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/vm
@@ -34,7 +34,7 @@ refuses '--timeout needs a value' --timeout
 refuses '--timeout takes whole seconds, not "1.5"' --timeout 1.5 true
 refuses "--with: there is no $work/missing" --with "$work/missing" true
 
-# Only the programs of the packages that every system has, and of the named ones.
+# Only the programs that every system has, and those of the packages named so far.
 mkdir "$work/bin"
 for program in bash dirname; do
   ln -s "$(type -P "$program")" "$work/bin"
@@ -48,7 +48,7 @@ without busybox busybox-static
 without ip iproute2
 without tcpdump tcpdump
 
-# In a tree without the kernel, and with an apt that fails.
+# In a tree without the kernel, with an apt that fails.
 mkdir -p "$work/tree/tests/linux"
 cp "$vm" "$work/tree/tests/linux"
 for program in awk id mkdir mktemp rm; do
@@ -66,7 +66,7 @@ if [ "${1-}" != --boot ]; then
   exit
 fi
 
-# In one run: arguments, the folder, files, programs, the kernel, both streams, the exit status.
+# In one run: arguments, folder, files, programs, the kernel, both streams, the exit status.
 mkdir -p "$work/folder/deeper"
 echo 'from the folder' >"$work/folder/deeper/file"
 cat >"$work/script" <<'SCRIPT'
