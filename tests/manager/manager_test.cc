@@ -798,6 +798,20 @@ TEST_F(ManagerTest, AChangeStartsTheAttemptsOver) {
   EXPECT_THAT(Sent(), SizeIs(3));
 }
 
+TEST_F(ManagerTest, ARemovalStartsTheAttemptsOver) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  site.vlans[0].mtu = 1400;
+  Apply(site);
+  AnswerAll(kHalDeadline);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kFailed);
+  Sent();
+  Apply(Site());
+  AnswerAll(kHalDeadline);
+  EXPECT_THAT(Sent(), SizeIs(3));
+}
+
 TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
   Site site;
   site.vlans = {VlanEntry(10)};

@@ -11,6 +11,7 @@
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
+#include "wire.pb.h"
 
 namespace reference {
 namespace {
@@ -28,6 +29,7 @@ constexpr int kBegin = 17;
 constexpr int kEnd = 18;
 constexpr int kInSync = 19;
 constexpr int kHeartbeat = 20;
+constexpr int kReadTables = 21;
 
 const RawFrame kBeat{kHeartbeat, 99, ""};
 
@@ -142,6 +144,12 @@ TEST(ServerFaults, CrashesAndStartsAgainEmpty) {
       EXPECT_NE(server.Generation(), generation);
     }
     EXPECT_TRUE(other.Ended());
+    const auto tables = Converse(&server, FrameBytes(kReadTables, 1));
+    ASSERT_THAT(tables, SizeIs(1));
+    wire::ServerStatus status;
+    ASSERT_TRUE(status.ParseFromString(tables.back().payload));
+    EXPECT_EQ(status.requests(), 0U);
+    EXPECT_EQ(status.connections(), 1U);
     EXPECT_EQ(Converse(&server, Installs(1, 3)), Successes(1, 3));
   }
 }

@@ -334,6 +334,14 @@ TEST_F(TablesTest, AreShownAsText) {
                            "vlan 300: vlan_destination_id: 300\n"));
 }
 
+TEST_F(TablesTest, FailIfTheyCannotBeWritten) {
+  const std::string folder = OutputFolder();
+  std::filesystem::create_symlink("/dev/full", folder + "/stdout");
+  Process tables(folder, {"tables", "--socket", Path("hal.sock")});
+  EXPECT_EQ(tables.Wait(), 1);
+  EXPECT_THAT(tables.Error(), HasSubstr("cannot write to standard output"));
+}
+
 TEST_F(TablesTest, AreShownAsJson) {
   const Ended ended = RunToEnd({"tables", "--json", "--socket", Path("hal.sock")});
   EXPECT_EQ(ended.code, 0);
