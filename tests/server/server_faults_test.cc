@@ -174,6 +174,15 @@ TEST(ServerFaults, CrashesInAReinstall) {
   EXPECT_EQ(frames[3].type, kInSync);
 }
 
+TEST(ServerFaults, ACrashEndsAReinstall) {
+  TestServer server(R"(fault { what: "crash-before" in_reinstall: true nth: 2 times: 2 })");
+  RawClient client(server.path());
+  client.Greet();
+  client.Send(FrameBytes(kBegin, 1) + Installs(1, 2));
+  while (client.Receive()) continue;
+  EXPECT_EQ(Converse(&server, Installs(1, 3)), Successes(1, 3));
+}
+
 TEST(ServerFaults, StrikesOnlyBeforeTheEndOfAReinstall) {
   TestServer server(R"(fault { what: "swallow" in_reinstall: true nth: 2 })");
   EXPECT_THAT(Converse(&server, FrameBytes(kBegin, 1) + Installs(1, 1) + FrameBytes(kEnd, 2) +
