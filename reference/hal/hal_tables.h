@@ -71,8 +71,8 @@ struct SavedEntry {
 /// would make. Used by one thread at a time.
 class HalTables {
  public:
-  /// `capacity` is the maximum number of entries in each table. `data_plane` has to agree to every
-  /// entry, and is told of every change; not owned, null for none.
+  /// `capacity` is the maximum number of entries in each table. `data_plane` must accept every
+  /// new entry, and hears of every change; not owned, null for none.
   explicit HalTables(std::size_t capacity, DataPlane* data_plane = nullptr);
 
   /// Carries out one request, whose id is the payload's. Checks, in this order:

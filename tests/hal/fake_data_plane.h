@@ -13,7 +13,7 @@
 
 namespace reference {
 
-/// A data plane that writes down its calls, and refuses what it is told to.
+/// A data plane that records its calls, and refuses what the test chooses.
 class FakeDataPlane : public DataPlane {
  public:
   HalReturnCode Store(HalKind kind, std::uint32_t id,

@@ -1,4 +1,4 @@
-/// The HAL's tables with a data plane: what it is told, and how requests are undone.
+/// The HAL's tables with a data plane: what they tell it, and how requests are undone.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
