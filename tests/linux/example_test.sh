@@ -17,6 +17,11 @@ if ! unshare --net true 2>/dev/null; then
   echo 'left out: needs the right to make network namespaces'
   exit 77
 fi
+# What ip netns exec does, too.
+if ! unshare --mount --propagation slave true 2>/dev/null; then
+  echo 'left out: needs mounts of its own, which a chroot has not'
+  exit 77
+fi
 "$1/examples/linux/run" "$2" >"$output" 2>&1 &
 run=$!
 wait "$run" || fail "exit status $?"
