@@ -29,7 +29,7 @@ Destinations MakeDestinations(std::size_t objects) {
   Add(site.ecmps, &destinations);
   auto& mpls = destinations[static_cast<std::size_t>(reference::HalKind::kMpls)];
   std::stable_partition(mpls.begin(), mpls.end(), [](const reference::HaiObject& destination) {
-    return !reference::IsVirtualCircuit(destination);
+    return reference::LayerOf(destination) < reference::Layer::kCircuit;
   });
   return destinations;
 }
