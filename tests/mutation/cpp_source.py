@@ -98,8 +98,7 @@ class Source:
         return self.text[start:end]
 
     def spaced(self, place):
-        """Whether a sign has space on both sides: binary operators have, brackets of templates
-        have not."""
+        """Whether a sign has space on both sides: binary operators do, template brackets do not."""
         token = self.tokens[place]
         return self.text[token.start - 1].isspace() and self.text[token.end].isspace()
 

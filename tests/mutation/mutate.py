@@ -167,7 +167,7 @@ class Results:
                 try:
                     result = json.loads(line)
                 except json.JSONDecodeError:
-                    continue  # the line at which a run was ended
+                    continue  # a line cut off when a run was interrupted
                 self.of[result["key"]] = result
 
     def killers(self):
@@ -245,7 +245,7 @@ class Tree:
                 including += [user for user in sorted(users[one]) if user not in including]
                 programs_of[file] = programs_of[file] | programs_of.get(one, set())
             if not programs_of[file]:
-                sys.exit(f"no test program holds {file}")
+                sys.exit(f"no test program contains {file}")
         return programs_of
 
     def try_mutant(self, mutant):

@@ -1,6 +1,6 @@
 """The changes that mutation testing makes to a source, one place at a time.
 
-`mutations(text)` lists them all, in the order of the source; of those with the same result one.
+`mutations(text)` lists them in the order of the source, and only one of those with the same result.
 Each operator below is a generator of (start, end, replacement) over a `Source`; its docstring says
 what it changes.
 """
