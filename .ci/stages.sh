@@ -41,8 +41,8 @@ test_folders() {
   done
 }
 
-# linux_tests: the tests that program a kernel: first this system's, which may lack some of what
-# they need, then one in a virtual machine, which has it all.
+# linux_tests: runs the tests that program a kernel: first on this system's kernel, which may lack
+# features that they need, then in a virtual machine, whose kernel has them.
 linux_tests() {
   local bin=$root/build/development/bin names=(packets_test linux_kernel_test) test
   local tests=("${names[@]/#/$bin/}")
@@ -50,7 +50,7 @@ linux_tests() {
   "$root/tests/linux/vm_test.sh" --boot
   for test in "${tests[@]}"; do
     "$test" | tee "$root/build/linux_tests.log"
-    sed -n "s/^\[  SKIPPED \] \(.*\), listed below:$/   ${test##*/}: \1 left out on this kernel/p" \
+    sed -n "s/^\[  SKIPPED \] \(.*\), listed below:$/   ${test##*/}: \1 skipped on this kernel/p" \
       "$root/build/linux_tests.log" >&3
   done
   "$root/tests/linux/vm" --timeout 1200 --with "$(type -P ping)" --with "$root/examples/linux" \

@@ -60,7 +60,7 @@ function(zuskux_group_sources)
   endif()
   set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON)
   foreach(target IN LISTS ARGN)
-    # The warning takes each grouped source for a header.
+    # The warning mistakes each grouped source for a header.
     target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
   endforeach()
 endfunction()

@@ -13,7 +13,7 @@ set(ZUSKUX_INSTALL_DATA ${CMAKE_INSTALL_DATADIR}/zuskux)
 set(ZUSKUX_INSTALL_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux)
 set(ZUSKUX_INSTALL_OPERATOR_DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/zuskux-tools)
 
-# Lets installed files, too, find libraries outside the usual places, such as the system's zlog.
+# Lets installed files find libraries outside the default folders too, such as the system's zlog.
 set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 
 # Sets `result` to the relative path from one folder below the prefix to another.
@@ -166,7 +166,7 @@ function(zuskux_install_completion file folder suffix first)
   endforeach()
 endfunction()
 
-# Installs the systemd units of the programs that run on.
+# Installs the systemd units of the programs that run as services.
 function(zuskux_install_units)
   foreach(unit IN LISTS ARGN)
     configure_file(packaging/systemd/${unit}.service.in

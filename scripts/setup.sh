@@ -19,7 +19,7 @@ COVERAGE_PACKAGES=(clang-14 llvm-14 libclang-rt-14-dev gcovr)
 FORMATTER=clang-format-14
 [ "$(. /etc/os-release && echo "$ID ${VERSION_ID-}")" = 'debian 13' ] || TEST_PACKAGES+=("$FORMATTER")
 
-# install_packages PACKAGE...: installs those that are missing. Several at once wait for each other.
+# install_packages PACKAGE...: installs those that are missing. Concurrent calls wait for each other.
 install_packages() {
   local missing=() package
   for package in "$@"; do
