@@ -3,8 +3,8 @@
 
     bench.py PROGRAMS [--quick] [--peers] [--rounds N] [--out FOLDER] [--document]
 
-Every round measures everything once; what is shown is the median of the rounds, with the least and
-the greatest. Prints a table and writes bench.json and bench.svg to FOLDER. --quick only shows that
+Every round measures everything once. The output shows the median of the rounds, with the minimum and
+the maximum. Prints a table and writes bench.json and bench.svg to FOLDER. --quick only shows that
 everything runs. --document also writes both into docs/performance.md and its picture.
 """
 
@@ -26,7 +26,7 @@ import report
 TIMEOUT = 600
 
 
-# The socket client's limit on unanswered requests, and smaller ones.
+# The socket client's limit on requests in flight, and smaller ones.
 WINDOW = 4096
 SMALL_WINDOWS = [1, 4, 16, 64, 256]
 

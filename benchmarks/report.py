@@ -29,7 +29,7 @@ class Figures:
         return self.median(f"{name}/{unit}") / self.median(f"{to}/{unit}")
 
     def spread(self, name, digits=0):
-        """The median, with the least and the greatest."""
+        """The median, with the minimum and the maximum."""
         figure = self._figures[name]
         return (f"{figure['median']:,.{digits}f} "
                 f"({figure['least']:,.{digits}f} to {figure['greatest']:,.{digits}f})")
