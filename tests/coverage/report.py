@@ -57,7 +57,7 @@ def read_lines(root, path):
         text = (root / file["file"]).read_text().splitlines()
         for line in file["lines"]:
             number = line["line_number"]
-            # gcovr may note a header's code at its line number in the file that includes it.
+            # gcovr may attribute a header's line to the same line of the file that includes it.
             if not line["gcovr/noncode"] and not NO_CODE.match(text[number - 1]):
                 counts[file["file"], number] = line["count"]
     return counts
@@ -75,7 +75,7 @@ def read_branches(root, path):
 
 
 def relative(root, file):
-    """The compiler may have got a path relative to the build folder."""
+    """The compiler may have recorded a path relative to the build folder."""
     path = pathlib.Path(re.sub(r"^.*/build/coverage/\.\./\.\.", str(root), file))
     return path.relative_to(root).as_posix() if path.is_relative_to(root) else file
 
@@ -92,7 +92,7 @@ def read_unreachable(root):
         numbers = {(file, number) for number, line in
                    enumerate((root / file).read_text().splitlines(), 1) if line.strip() in texts}
         if not texts or not numbers:
-            sys.exit(f"unreachable.txt lists what is not there: {file}: {texts}")
+            sys.exit(f"unreachable.txt lists lines that do not exist: {file}: {texts}")
         listed |= numbers
     return listed
 

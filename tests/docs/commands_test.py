@@ -7,7 +7,7 @@ the output that the pages show.
     commands_test.py installed        the other pages with the installed packages
 
 Every block is run in one of these modes or named in ELSEWHERE, so a new block fails the test until it is
-decided. A page's commands share a shell, in an empty folder of their own. After a program has started in
+assigned. A page's commands share a shell, in an empty folder of their own. After a program has started in
 the background, the next command waits until it is ready, as a reader does.
 """
 
@@ -63,7 +63,7 @@ STATUSES = {
 COMMAND = re.compile(r'(\./(run|test|bench|package)|zuskux-|cp |sed |cmake |until |apt-get |manager=)')
 READY = r'''
 settled() { grep -q ' settled: ' "$log"; }
-ready() {  # ready COMMAND: waits until a program in the background is
+ready() {  # ready COMMAND: waits until a program in the background is ready
   local end=$((SECONDS + patience)) socket=()
   [[ $1 =~ (--socket [^ ]+) ]] && socket=(${BASH_REMATCH[1]})
   while [ "$SECONDS" -lt "$end" ]; do
@@ -76,7 +76,7 @@ ready() {  # ready COMMAND: waits until a program in the background is
   echo "@@ not ready: $1"
 }
 '''
-# What ./run needs of scripts/setup.sh when the programs are there.
+# The parts of scripts/setup.sh that ./run needs once the programs are built.
 NO_SETUP = 'install_packages() { :; }\nbuild_preset() { :; }\nBUILD_PACKAGES=()\n'
 
 
@@ -190,7 +190,7 @@ def main():
             if reason and not (mode == 'installed' and reason == 'mode installed'):
                 counts['elsewhere'] += 1
             elif not COMMAND.match(block[0]) and not blocks:
-                mistakes.append(f'{name}: nobody runs or compares this block:\n' + '\n'.join(block))
+                mistakes.append(f'{name}: no test runs or compares this block:\n' + '\n'.join(block))
             else:
                 counts['run' if COMMAND.match(block[0]) else 'output'] += 1
                 blocks.append(block)

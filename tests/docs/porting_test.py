@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks that docs/porting.md names every symbol that libzuskux.so leaves to its host, and that the
-skeleton in examples/vendor_platform defines each one with the same word on exceptions.
+skeleton in examples/vendor_platform defines each one and agrees on whether it may throw.
 
     porting_test.py PORTING_MD SYMBOLS_LEFT_UNDEFINED SKELETON
 

@@ -53,7 +53,7 @@ files() {
     cp "$work/files" "$here/installed.txt"
   fi
   expect_equal "$here/installed.txt" "$work/files" \
-    'other files are installed; if that is meant, see --accept'
+    'the installed files are not the expected ones; if that is intended, see --accept'
 }
 
 programs() {
@@ -62,7 +62,7 @@ programs() {
   for program in "$prefix"/bin/*; do
     "$program" --version >"$work/version"
     echo "$(basename "$program") $version" >"$work/expected_version"
-    expect_equal "$work/expected_version" "$work/version" "$program tells another version"
+    expect_equal "$work/expected_version" "$work/version" "$program reports another version"
   done
   "$prefix/bin/zuskux-manager" "$prefix/share/zuskux/sites/provider_edge.txtpb" >"$work/table"
   [ "$(tail -n 1 "$work/table")" = '76 objects: 74 installed, 2 sent' ] ||
@@ -75,7 +75,7 @@ host() {
     -DCMAKE_CXX_COMPILER="${CXX:-g++}" >"$work/log"
   cmake --build "$work/host" >>"$work/log" || fail "the example host does not build: $(cat "$work/log")"
   "$work/host/host" >"$work/host_output" 2>"$work/host_trace"
-  expect_equal "$here/host_output.txt" "$work/host_output" 'the example host does something else'
+  expect_equal "$here/host_output.txt" "$work/host_output" "the example host's output is not the expected one"
   grep -q 'CreateDestination: \[TX ===>\] hai:host:Install host destination at HW$' \
     "$work/host_trace" || fail 'the example host did not trace its request'
 }
@@ -111,7 +111,7 @@ check_platform() {
     sort >"$work/missing"
   grep -E '^U dest_mng::(MessageController|VrfController)' \
     "$source/tests/system/symbols_left_undefined.txt" | sort >"$work/expected_missing"
-  expect_equal "$work/expected_missing" "$work/missing" 'other symbols than the handlers are missing'
+  expect_equal "$work/expected_missing" "$work/missing" 'symbols other than the handlers are missing'
 
   # Nothing else defines this symbol.
   cat >"$work/hidden.cc" <<'END'
@@ -121,11 +121,11 @@ END
   mapfile -t objects < <(find "$work/host" -name '*.o' ! -name interface_ids.cc.o)
   "$check" "${objects[@]}" "$work/hidden.o" >"$work/with_hidden" || true
   grep -q '^hidden   limid_to_type(unsigned int, unsigned char\*)  (interface_ids/lim_id.h)$' \
-    "$work/with_hidden" || fail "a hidden symbol is not told: $(cat "$work/with_hidden")"
+    "$work/with_hidden" || fail "a hidden symbol is not reported: $(cat "$work/with_hidden")"
 
   status=0
   "$check" "$work/hidden.cc" 2>"$work/error" || status=$?
-  [ "$status" -eq 2 ] || fail "exit status $status for a file that is no object"
+  [ "$status" -eq 2 ] || fail "exit status $status for a file that is not an object file"
 }
 
 "$step"

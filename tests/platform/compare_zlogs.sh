@@ -18,7 +18,7 @@ run() {
   mkdir "$work/$2"
   (
     cd "$work/$2"
-    # Whichever library it was built with.
+    # The program must load this library, whichever one it was built with.
     LD_LIBRARY_PATH=$1 ldd "$samples" | grep -F "=> $1/libzlog.so.1.2 " >/dev/null
     LD_LIBRARY_PATH=$1 "$samples" "$work/config" >enabled 2>errors || {
       cat errors >&2
@@ -44,7 +44,7 @@ compare() {
   lines=$(cat "$work/zlog/"* | wc -l)
   [ "$lines" -eq "$2" ] || {
     cut -c 1-200 "$work/zlog/"* | head -n 20
-    echo "$1: $lines lines in place of $2" >&2
+    echo "$1: $lines lines instead of $2" >&2
     exit 1
   }
   echo "$1: the same $lines lines"

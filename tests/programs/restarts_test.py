@@ -3,10 +3,10 @@
 
     restarts_test.py FOLDER-OF-THE-PROGRAMS [--long]
 
-Pairs of a server and a manager. Every server ends at the same time, half of them by SIGKILL, which
-leaves the socket. They come back one after the other. The time is from the server's line "listening
-on" to the manager's line "in sync". With --long, 60 servers with 10,000 objects are away for 0 to 60 s,
-and 99 % of the managers must be in sync within 300 ms. That takes optimised programs.
+Starts pairs of a server and a manager. All servers end at the same time, half of them by SIGKILL,
+which leaves the socket. They come back one after the other. Measures the time from the server's line
+"listening on" to the manager's line "in sync". With --long, 60 servers with 10,000 objects are away for
+0 to 60 s, and 99 % of the managers must be in sync within 300 ms. That takes optimised programs.
 """
 
 import signal
@@ -18,7 +18,7 @@ from programs import LONG, Programs, percentile
 PAIRS = 60 if LONG else 4
 OBJECTS = 10_000 if LONG else 500
 AWAY = 60.0 if LONG else 1.0
-# The short form runs beside other tests, so its limit only tells a pause of seconds from none.
+# The short form runs in parallel with other tests, so its limit only detects a pause of seconds.
 LIMIT_MS = 300 if LONG else 3_000
 
 

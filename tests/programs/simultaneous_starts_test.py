@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Several zuskux-hal that start at the same moment on a stale socket: exactly one of them listens,
-and it can be reached. The others end with a line and status 1.
+"""Several zuskux-hal processes start at the same moment on a stale socket: exactly one of them
+listens and can be reached. The others exit with one line and status 1.
 
     simultaneous_starts_test.py FOLDER-OF-THE-PROGRAMS [--long]
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""What 20 readers of the status cost a manager that installs many objects.
+"""How much 20 readers of the status slow down a manager that installs many objects.
 
     status_readers_test.py FOLDER-OF-THE-PROGRAMS [--long]
 
 Each reader runs `zuskux-manager status` again and again, at the lowest priority: the test measures
-the manager's work for them, not the processors that they take. Prints the time of an install, as
+the manager's work for them, not the processor time of the readers. Prints the time of an install, as
 the manager logs it ("in sync after"), without and with the readers. With --long: 300,000 objects,
 three installs each. The fastest install with readers may take three times as long as the fastest
-without, because the readers still disturb its processor.
+without, because the readers still share its processor.
 """
 
 import os
@@ -89,7 +89,7 @@ def main():
         f"{READERS}, which read the status {read} times meanwhile"
     )
     if LONG and min(with_readers) > 3 * min(without):
-        sys.exit("the readers take the manager away from its work")
+        sys.exit("the readers slow the manager down too much")
 
 
 main()

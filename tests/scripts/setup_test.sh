@@ -53,7 +53,7 @@ awk 'NR % 2 { begun = $2; if ($1 != "begin") exit 1 }
   fail "two builds at once: $(cat "$work/calls")"
 [ "$(wc -l <"$work/calls")" -eq 4 ] || fail "not both were built: $(cat "$work/calls")"
 cat "$work/one" "$work/two" | grep -qx "Waiting for another build in $work/tree/build/release" ||
-  fail 'nobody was told to wait'
+  fail 'the second build does not say that it waits'
 
 mkdir -p "$work/tree/build/release/bin"
 build three 2>"$work/three"
@@ -95,10 +95,10 @@ if [ "$(id -u)" -eq 0 ]; then
     set -euo pipefail
     . "$1"
     build_preset release program' build "$work/setup.sh" 2>"$work/six"; then
-    fail 'somebody else can build'
+    fail 'another user can build'
   fi
   [ "$(cat "$work/six")" = "Cannot write $work/tree/build, which belongs to root;\
  build as that user, or in a clone of your own" ] ||
-    fail "what somebody else is told: $(cat "$work/six")"
+    fail "the error for another user: $(cat "$work/six")"
 fi
-echo 'all as promised'
+echo 'all checks passed'

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks what the programs tell systemd: that they are ready, once they serve, and that they still work.
+"""Checks the programs' notifications to systemd: that they are ready, once they serve, and that they still work.
 
     notify_test.py ZUSKUX_HAL ZUSKUX_MANAGER SITE
 """
@@ -24,7 +24,7 @@ class NotifyTest(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
 
     def start(self, words, address, **variables):
-        """Starts a program. Returns it, and the socket on which it is heard."""
+        """Starts a program. Returns it and the socket that receives its notifications."""
         ear = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.addCleanup(ear.close)
         ear.bind(address.replace('@', '\0', 1))
@@ -53,19 +53,19 @@ class NotifyTest(unittest.TestCase):
         self.assertEqual(ear.recv(100), b'READY=1')
         self.connect('hal.sock')
 
-    def test_a_manager_is_ready_when_its_status_can_be_asked(self):
+    def test_a_manager_is_ready_when_it_answers_status_requests(self):
         self.hal()
         _, ear = self.manager(f'@zuskux-notify-test-{os.getpid()}')
         self.assertEqual(ear.recv(100), b'READY=1')
         self.connect('manager.sock')
 
-    def test_the_watchdog_hears_from_both_again_and_again(self):
+    def test_both_keep_notifying_the_watchdog(self):
         for start in (self.hal, lambda **more: self.manager(str(self.folder / 'm'), **more)):
             _, ear = start(WATCHDOG_USEC='100000')
             heard = [ear.recv(100) for _ in range(5)]
             self.assertEqual(heard.count(b'WATCHDOG=1'), 4)
 
-    def test_a_program_that_hangs_is_not_heard(self):
+    def test_a_program_that_hangs_stops_notifying(self):
         program, ear = self.hal(WATCHDOG_USEC='100000')
         ear.recv(100)
         program.send_signal(signal.SIGSTOP)

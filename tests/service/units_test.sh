@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks the systemd units: that systemd takes them, and how much they expose.
+# Checks the systemd units: that systemd accepts them, and how much they expose.
 #
 #     units_test.sh UNITS PROGRAMS    the folders with the units and with the programs
 set -euo pipefail

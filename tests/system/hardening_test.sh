@@ -4,8 +4,8 @@
 #     hardening_test.sh FILE...
 #
 # Each must be position-independent, have no stack or segment that is both writable and executable,
-# be bound before it runs and read-only afterwards (RELRO), guard its stack, and call the checking
-# variants of the functions that have them. Fails with a line for each missing measure.
+# be bound at load time and read-only afterwards (RELRO), use the stack protector, and call the
+# fortified variants of the C library's functions. Fails with a line for each missing measure.
 set -euo pipefail
 
 status=0
@@ -26,7 +26,7 @@ for file in "$@"; do
   has 'Type: +DYN' "$header" || missing 'not position-independent'
   if has ' INTERP ' "$segments" && ! has 'FLAGS_1.* PIE' "$dynamic"; then missing 'not a PIE'; fi
   ! has 'TEXTREL' "$dynamic" || missing 'relocations in the code'
-  has 'GNU_STACK .* RW ' "$segments" || missing 'an executable stack, or no word on it'
+  has 'GNU_STACK .* RW ' "$segments" || missing 'an executable stack, or no GNU_STACK header'
   ! has ' RWE ' "$segments" || missing 'a segment that is writable and executable'
   has ' GNU_RELRO ' "$segments" || missing 'no RELRO'
   has 'BIND_NOW|FLAGS_1.* NOW' "$dynamic" || missing 'no immediate binding'

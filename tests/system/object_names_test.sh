@@ -12,8 +12,8 @@ ours='dest_mng|(Vlan|Host|Mpls|Ecmp|Vrf)EncapsulationMessage'
 others='boost|google|encapsulation|db|msg_ctrl|AppMessage|HalL3MplsEncapsulation[A-Za-z]*|__[a-z_]+'
 
 [ $# -gt 0 ]
-# Strips the part of a mangled name that gives the kind of symbol. Then follows the outermost name
-# after its length, or S for std, or small letters for a global operator.
+# Strips the prefix of a mangled name that gives the kind of symbol. The rest begins with the length
+# of the outermost name, S for std, or lower-case letters for a global operator.
 names=$(nm --defined-only "$@" | sed -nE 's/^[0-9a-f]{16} [A-Za-z] //p' | sort -u)
 [ -n "$names" ]
 unexpected=$(

@@ -2,7 +2,7 @@
 """Compares the layout and the virtual tables of the public classes with the checked-in description.
 
     public_classes_test.py LIBRARY            fails with the difference
-    public_classes_test.py LIBRARY --accept   accepts the present state as the expected one
+    public_classes_test.py LIBRARY --accept   accepts the current state as the expected one
 
 LIBRARY is what public_classes.cc compiles to; its debug information is read with abidw. A line with
 a number and a colon is a member at that offset in bytes; "virtual N" is slot N of the virtual table,
@@ -116,7 +116,7 @@ def main():
     if present == expected:
         return
     sys.stderr.writelines(difflib.unified_diff(expected, present, "expected", "present"))
-    sys.exit(f"The public classes changed. If that is meant: {sys.argv[0]} {sys.argv[1]} --accept")
+    sys.exit(f"The public classes changed. If that is intended: {sys.argv[0]} {sys.argv[1]} --accept")
 
 
 if __name__ == "__main__":

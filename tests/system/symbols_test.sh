@@ -2,7 +2,7 @@
 # Compares what the shipped library exports, leaves to its host and needs with the checked-in lists.
 #
 #     symbols_test.sh LIBRARY          fails with the difference
-#     symbols_test.sh LIBRARY --accept accepts the present state as the expected one
+#     symbols_test.sh LIBRARY --accept accepts the current state as the expected one
 set -euo pipefail
 
 library=$1
@@ -25,7 +25,7 @@ for list in exported left_undefined needed; do
   if [ "${2:-}" = --accept ]; then
     "$list" >"$file"
   elif ! diff -u --label "expected ($list)" --label "$(basename "$library")" "$file" <("$list"); then
-    echo "The $list list changed. If that is meant: $0 $library --accept" >&2
+    echo "The $list list changed. If that is intended: $0 $library --accept" >&2
     status=1
   fi
 done
