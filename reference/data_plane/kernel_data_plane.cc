@@ -5,9 +5,36 @@
 #include "reference/data_plane/difference.h"
 
 namespace reference {
+namespace {
 
-KernelDataPlane::KernelDataPlane(Translation translation, WriteChanges write, LogFunction log)
-    : translation_(std::move(translation)), write_(std::move(write)), log_(std::move(log)) {}
+template <typename Map>
+void Subtract(const Map& objects, Map* from) {
+  for (const auto& [key, object] : objects) from->erase(key);
+}
+
+// The objects after the changes that were not refused.
+KernelObjects After(const std::vector<KernelChange>& changes,
+                    const std::vector<RefusedChange>& refused, KernelObjects objects) {
+  auto next = refused.begin();
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    if (next != refused.end() && next->change == i) {
+      ++next;
+    } else {
+      Apply(changes[i], &objects);
+    }
+  }
+  return objects;
+}
+
+}  // namespace
+
+KernelDataPlane::KernelDataPlane(Translation translation, Leftovers left, WriteChanges write,
+                                 LogFunction log)
+    : translation_(std::move(translation)),
+      left_(std::move(left)),
+      adopting_(left_.size() != 0),
+      write_(std::move(write)),
+      log_(std::move(log)) {}
 
 HalReturnCode KernelDataPlane::Store(HalKind kind, std::uint32_t id,
                                      const google::protobuf::Message& message) {
@@ -17,32 +44,56 @@ HalReturnCode KernelDataPlane::Store(HalKind kind, std::uint32_t id,
 void KernelDataPlane::Remove(HalKind kind, std::uint32_t id) { translation_.Remove(kind, id); }
 
 std::optional<std::string> KernelDataPlane::Commit() {
-  const Transition transition = translation_.Take();
-  const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
-  if (changes.empty()) return std::nullopt;
-  const std::vector<RefusedChange> refused = write_(changes);
+  const Transition taken = translation_.Take();
+  KernelObjects present;
+  const std::vector<RefusedChange> refused = Write(taken, &present);
   if (refused.empty()) return std::nullopt;
-
-  KernelObjects present = transition.before;
-  auto next = refused.begin();
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    if (next != refused.end() && next->change == i) {
-      ++next;
-    } else {
-      Apply(changes[i], &present);
-    }
-  }
-  translation_.PutBack(transition, present);
+  // What is left over has been noted as such.
+  Subtract(left_.objects().devices, &present.devices);
+  Subtract(left_.objects().neighbours, &present.neighbours);
+  Subtract(left_.objects().nexthops, &present.nexthops);
+  translation_.PutBack(taken, present);
   return refused.front().text;
 }
 
 void KernelDataPlane::CommitOrLeave() {
-  const Transition transition = translation_.Take();
-  const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
-  if (changes.empty()) return;
-  for (const RefusedChange& refused : write_(changes)) {
+  KernelObjects present;
+  for (const RefusedChange& refused : Write(translation_.Take(), &present)) {
     if (log_) log_(LogLevel::kError, "the kernel differs from the tables now: " + refused.text);
   }
+}
+
+bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
+  if (!adopting_) return true;
+  const std::vector<KernelChange> changes = Difference(left_.Take(limit), {});
+  const std::vector<RefusedChange> refused = write_(changes);
+  for (const RefusedChange& one : refused) {
+    if (log_) log_(LogLevel::kError, "cannot remove what an earlier server left: " + one.text);
+  }
+  writes_ += changes.size() - refused.size();
+  removed_ += changes.size() - refused.size();
+  if (left_.size() != 0) return false;
+  adopting_ = false;
+  if (log_ && removed_ != 0) {
+    log_(LogLevel::kInfo,
+         "removed " + std::to_string(removed_) + " objects of an earlier server from the kernel");
+  }
+  return true;
+}
+
+std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, KernelObjects* present) {
+  Transition extended;
+  if (adopting_) extended = left_.Extend(taken, translation_.objects());
+  const Transition& transition = adopting_ ? extended : taken;
+  const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
+  std::vector<RefusedChange> refused;
+  if (!changes.empty()) refused = write_(changes);
+  writes_ += changes.size() - refused.size();
+  if (!refused.empty()) *present = After(changes, refused, transition.before);
+  if (adopting_) {
+    left_.Settle(transition, refused.empty() ? transition.after : *present, translation_.objects());
+  }
+  return refused;
 }
 
 }  // namespace reference

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "reference/data_plane/kernel_objects.h"
+#include "reference/data_plane/leftovers.h"
 #include "reference/data_plane/translation.h"
 #include "reference/hal/data_plane.h"
 #include "reference/log/log_function.h"
@@ -30,19 +31,33 @@ using WriteChanges = std::function<std::vector<RefusedChange>(const std::vector<
 
 /// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
 /// owns it.
+///
+/// Adopts what an earlier server left in the kernel: an entry that wants an object as it is writes
+/// nothing. Until the leftovers are removed, it removes no other object either, so that packets
+/// keep flowing while the manager reinstalls everything.
 class KernelDataPlane : public DataPlane {
  public:
   /// `write` must not be empty.
-  KernelDataPlane(Translation translation, WriteChanges write, LogFunction log);
+  KernelDataPlane(Translation translation, Leftovers left, WriteChanges write, LogFunction log);
 
   HalReturnCode Store(HalKind kind, std::uint32_t id,
                       const google::protobuf::Message& message) override;
   void Remove(HalKind kind, std::uint32_t id) override;
   std::optional<std::string> Commit() override;
   void CommitOrLeave() override;
+  bool RemoveLeftovers(std::size_t limit) override;
+  std::uint64_t writes() const override { return writes_; }
 
  private:
+  // Writes what the transition changes. Returns what was refused and, if anything was, sets
+  // `present` to what the kernel has now of the objects.
+  std::vector<RefusedChange> Write(const Transition& taken, KernelObjects* present);
+
   Translation translation_;
+  Leftovers left_;
+  bool adopting_;
+  std::size_t removed_ = 0;
+  std::uint64_t writes_ = 0;
   const WriteChanges write_;
   const LogFunction log_;
 };

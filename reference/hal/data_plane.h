@@ -3,6 +3,7 @@
 
 #include <google/protobuf/message.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,6 +38,14 @@ class DataPlane {
   /// Makes the changes since the last commit; for those that cannot be taken back. Logs what is
   /// refused, and leaves it as it is.
   virtual void CommitOrLeave() = 0;
+
+  /// Removes what an earlier server left behind the tables, as far as no entry wants it; about
+  /// `limit` objects at a time. Called at the end of a reinstall until it returns true, which means
+  /// that nothing is left.
+  virtual bool RemoveLeftovers(std::size_t limit) = 0;
+
+  /// How many writes it has made to the hardware.
+  virtual std::uint64_t writes() const = 0;
 };
 
 }  // namespace reference

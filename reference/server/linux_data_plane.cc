@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <ostream>
 #include <set>
 #include <stdexcept>
@@ -16,7 +17,6 @@
 #include <system_error>
 #include <vector>
 
-#include "reference/data_plane/difference.h"
 #include "reference/data_plane/ip_commands.h"
 #include "reference/data_plane/kernel_data_plane.h"
 #include "reference/data_plane/linux/linux_kernel.h"
@@ -69,15 +69,6 @@ struct LockedKernel {
   NamespaceLock lock;
 };
 
-void RemoveLeftovers(const KernelObjects& left, LockedKernel* kernel, const LogFunction& log) {
-  const std::vector<KernelChange> changes = Difference(left, {});
-  if (changes.empty()) return;
-  const std::vector<RefusedChange> refused = kernel->Write(changes);
-  for (const RefusedChange& one : refused) log(LogLevel::kError, one.text);
-  log(LogLevel::kInfo, "removed " + std::to_string(changes.size() - refused.size()) +
-                           " objects of an earlier server from the kernel");
-}
-
 std::set<std::string> DevicesOfThisNamespace() {
   std::set<std::string> devices;
   const std::unique_ptr<struct if_nameindex, void (*)(struct if_nameindex*)> all(if_nameindex(),
@@ -94,14 +85,21 @@ std::set<std::string> DevicesOfThisNamespace() {
 std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
                                               const std::string& netns, const LogFunction& log) {
   const auto kernel = std::make_shared<LockedKernel>(netns);
-  const KernelObjects left = kernel->kernel.Read();
+  kernel->kernel.RemoveDevicesThatAreDown();
+  KernelObjects left = kernel->kernel.Read();
+  std::map<std::string, std::uint32_t> mtus = kernel->kernel.Devices();
   std::set<std::string> devices;
-  for (const auto& [name, mtu] : kernel->kernel.Devices()) {
+  for (const auto& [name, mtu] : mtus) {
     if (left.devices.count(name) == 0) devices.insert(name);
   }
-  RemoveLeftovers(left, kernel.get(), log);
+  Leftovers leftovers(std::move(left), std::move(mtus));
+  if (leftovers.size() != 0) {
+    log(LogLevel::kInfo, "found " + std::to_string(leftovers.size()) +
+                             " objects of an earlier server in the kernel; they stay until the "
+                             "next reinstall ends");
+  }
   return std::make_unique<KernelDataPlane>(
-      Translation(interfaces, std::move(devices)),
+      Translation(interfaces, std::move(devices)), std::move(leftovers),
       [kernel](const std::vector<KernelChange>& changes) { return kernel->Write(changes); }, log);
 }
 
@@ -114,8 +112,8 @@ std::unique_ptr<DataPlane> MakePrintingDataPlane(const InterfaceNames& interface
     if (!out->flush()) throw std::runtime_error("cannot write to standard output");
     return std::vector<RefusedChange>();
   };
-  return std::make_unique<KernelDataPlane>(Translation(interfaces, DevicesOfThisNamespace()), print,
-                                           LogFunction());
+  return std::make_unique<KernelDataPlane>(Translation(interfaces, DevicesOfThisNamespace()),
+                                           Leftovers(), print, LogFunction());
 }
 
 }  // namespace reference

@@ -12,7 +12,7 @@
 namespace reference {
 
 /// A data plane that programs the Linux kernel. Moves the calling thread, which has to be the
-/// server's, into the network namespace `netns`, if that is not empty. Removes what an earlier
+/// server's, into the network namespace `netns`, if that is not empty. Adopts what an earlier
 /// server has left there; leaves its own objects at the end.
 ///
 /// Throws `std::runtime_error`, with a text for the operator, if the kernel or the privileges do

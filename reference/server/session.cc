@@ -100,6 +100,7 @@ wire::ServerStatus ServerState::Status() const {
   status.set_requests(requests);
   status.set_connections(connections);
   status.set_refused_connections(refused_connections);
+  if (options.data_plane != nullptr) status.set_data_plane_writes(options.data_plane->writes());
   return status;
 }
 
@@ -463,8 +464,11 @@ void Session::OnEndReinstall(std::uint32_t sequence) {
 }
 
 void Session::ContinueReinstallEnd() {
-  const bool ended = state_->tables.EndReinstallInPart(kReinstallEndStep);
-  if (state_->options.data_plane != nullptr) state_->options.data_plane->CommitOrLeave();
+  bool ended = state_->tables.EndReinstallInPart(kReinstallEndStep);
+  if (DataPlane* const data_plane = state_->options.data_plane) {
+    data_plane->CommitOrLeave();
+    ended = ended && data_plane->RemoveLeftovers(kReinstallEndStep);
+  }
   if (!ended) return;
   const ReinstallEnd end = *std::exchange(reinstall_end_, std::nullopt);
   AnswerEnd(end.sequence, end.entries_before - EntryCount(state_->tables));

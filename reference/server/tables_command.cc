@@ -15,7 +15,9 @@ void PrintAsText(const ServerContents& contents, std::ostream& out) {
   const wire::ServerStatus& status = contents.status;
   out << "generation " << Hex(status.generation()) << ", up " << status.uptime_ms() << " ms, "
       << status.requests() << " requests, " << status.connections() << " connections, "
-      << status.refused_connections() << " refused\n";
+      << status.refused_connections() << " refused";
+  if (status.has_data_plane_writes()) out << ", " << status.data_plane_writes() << " kernel writes";
+  out << '\n';
   std::string_view separator;
   for (const wire::KindSummary& kind : status.kinds()) {
     out << separator << Printable(kind.kind()) << ' ' << kind.count();
@@ -36,6 +38,7 @@ void PrintAsJson(const ServerContents& contents, std::ostream& out) {
   json["requests"] = status.requests();
   json["connections"] = status.connections();
   json["refused_connections"] = status.refused_connections();
+  if (status.has_data_plane_writes()) json["kernel_writes"] = status.data_plane_writes();
   nlohmann::ordered_json& tables = json["tables"];
   for (const wire::KindSummary& kind : status.kinds()) {
     tables[kind.kind()] = {{"count", kind.count()},

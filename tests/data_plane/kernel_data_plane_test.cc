@@ -86,7 +86,7 @@ class KernelDataPlaneTest : public testing::Test {
   std::function<bool()> refuses_;
   std::vector<std::string> lines_;
   KernelDataPlane data_plane_{
-      Translation(kInterfaces, kDevices),
+      Translation(kInterfaces, kDevices), Leftovers(),
       [this](const std::vector<KernelChange>& changes) { return Write(changes); },
       [this](LogLevel, const std::string& line) { lines_.push_back(line); }};
   HalTables tables_{100, &data_plane_};

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
 #define ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -46,6 +47,17 @@ class FakeDataPlane : public DataPlane {
     stored_.clear();
   }
 
+  bool RemoveLeftovers(std::size_t /*limit*/) override {
+    calls_.emplace_back("remove leftovers");
+    return --leftover_parts_ <= 0;
+  }
+
+  std::uint64_t writes() const override { return writes_; }
+
+  /// `RemoveLeftovers` has to be called `parts` times.
+  void LeaveParts(int parts) { leftover_parts_ = parts; }
+  void set_writes(std::uint64_t writes) { writes_ = writes; }
+
   /// `Store` returns `code` for "vlan 10".
   void RefuseToStore(const std::string& name, HalReturnCode code) { codes_[name] = code; }
   /// `Commit` fails with "vlan 10".
@@ -66,6 +78,8 @@ class FakeDataPlane : public DataPlane {
   std::set<std::string> stored_;
   std::vector<std::string> calls_;
   std::map<std::string, std::string> entries_;
+  int leftover_parts_ = 0;
+  std::uint64_t writes_ = 0;
 };
 
 }  // namespace reference

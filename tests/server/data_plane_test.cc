@@ -12,6 +12,7 @@
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
+#include "wire.pb.h"
 
 namespace reference {
 namespace {
@@ -27,6 +28,7 @@ constexpr int kInstallHost = 8;
 constexpr int kBegin = 17;
 constexpr int kEnd = 18;
 constexpr int kHeartbeat = 20;
+constexpr int kReadTables = 21;
 
 std::string VlanFrame(int type, std::uint32_t sequence, std::uint32_t id,
                       std::uint32_t mtu = 1500) {
@@ -124,7 +126,26 @@ TEST_F(DataPlaneTest, TheEndOfAReinstallIsCommitted) {
                 VlanFrame(kInstallVlan, 3, 11) + FrameBytes(kEnd, 4));
   EXPECT_EQ(client_->ReceiveFrames(3).size(), 3);
   EXPECT_THAT(Calls(), ElementsAre("store vlan 10", "commit", "store vlan 11", "commit",
-                                   "remove vlan 10", "commit or leave"));
+                                   "remove vlan 10", "commit or leave", "remove leftovers"));
+}
+
+TEST_F(DataPlaneTest, AReinstallEndsWhenNothingIsLeftOver) {
+  data_plane_.LeaveParts(3);
+  client_->Send(FrameBytes(kBegin, 1) + FrameBytes(kEnd, 2));
+  EXPECT_EQ(client_->ReceiveFrames(1).size(), 1);
+  EXPECT_THAT(Calls(), ElementsAre("commit or leave", "remove leftovers", "commit or leave",
+                                   "remove leftovers", "commit or leave", "remove leftovers"));
+}
+
+TEST_F(DataPlaneTest, TheStatusCountsTheWrites) {
+  data_plane_.set_writes(7);
+  client_->Send(FrameBytes(kReadTables, 1));
+  const auto end = client_->Receive();
+  ASSERT_TRUE(end.has_value());
+  wire::ServerStatus status;
+  ASSERT_TRUE(status.ParseFromString(end->payload));
+  EXPECT_TRUE(status.has_data_plane_writes());
+  EXPECT_EQ(status.data_plane_writes(), 7);
 }
 
 }  // namespace

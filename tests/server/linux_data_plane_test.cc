@@ -76,17 +76,53 @@ TEST_F(LinuxDataPlaneTest, NamesARefusal) {
               MatchesRegex("id 10 dev eth2 scope [a-z]+ \n"));
 }
 
-TEST_F(LinuxDataPlaneTest, LeavesItsObjectsWhichTheNextOneRemoves) {
+TEST_F(LinuxDataPlaneTest, LeavesItsObjectsWhichTheNextOneAdopts) {
   auto data_plane = Make();
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
   EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kHost, 21, Neighbour(21, 10)), kHalSuccess);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
   data_plane.reset();
-  EXPECT_EQ(Output("ip nexthop"), kNexthops);
 
   data_plane = Make();
-  EXPECT_EQ(Output("ip nexthop; ip neigh show nud permanent; ip link show group 171"), "");
-  EXPECT_THAT(lines_, ElementsAre("removed 4 objects of an earlier server from the kernel"));
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  EXPECT_EQ(data_plane->writes(), 0);
+  EXPECT_NE(Output("ip nexthop"), kNexthops);
+  EXPECT_TRUE(data_plane->RemoveLeftovers(100));
+  EXPECT_EQ(data_plane->writes(), 2);
+  EXPECT_EQ(Output("ip nexthop"), kNexthops);
+  EXPECT_THAT(lines_, ElementsAre("found 6 objects of an earlier server in the kernel; they stay "
+                                  "until the next reinstall ends",
+                                  "removed 2 objects of an earlier server from the kernel"));
+}
+
+// The kernel reports an MTU for each device, also for one without a wanted MTU.
+TEST_F(LinuxDataPlaneTest, AdoptsADeviceWithTheMtuOfItsParent) {
+  encapsulation::VlanMessage vlan = VlanOn(10, 1);
+  vlan.clear_mtu();
+  auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, vlan), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  data_plane.reset();
+  data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, vlan), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  EXPECT_EQ(data_plane->writes(), 0);
+}
+
+TEST_F(LinuxDataPlaneTest, MakesADeviceThatIsDownAnew) {
+  auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  data_plane.reset();
+  Run("ip link set zd10 down");
+  data_plane = Make();
+  EXPECT_EQ(Output("ip link show group 171"), "");
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
 }
 
 TEST_F(LinuxDataPlaneTest, IsTheOnlyOneInANamespace) {

@@ -112,24 +112,38 @@ void LinuxKernel::CheckPrivileges() {
   }
 }
 
-KernelObjects LinuxKernel::Read() {
-  KernelObjects objects;
+std::map<int, Link> LinuxKernel::ReadLinks() {
   std::map<int, Link> links;
-  MessageBatch link_dump;
-  WriteLinkDump(&link_dump);
+  MessageBatch dump;
+  WriteLinkDump(&dump);
   client_.Dump(
-      &link_dump, [&] { links.clear(); },
+      &dump, [&] { links.clear(); },
       [&](const nlmsghdr& message) {
         Link link = ReadLink(message);
         links[link.index] = std::move(link);
       });
+  return links;
+}
+
+void LinuxKernel::RemoveDevicesThatAreDown() {
+  MessageBatch batch;
+  for (const auto& [index, link] : ReadLinks()) {
+    if (!link.up && OurDevice(link, {}).has_value()) WriteDeviceRemoval(index, &batch);
+  }
+  // Best effort: a device that stays makes the requests fail that need its name.
+  client_.Exchange(&batch);
+}
+
+KernelObjects LinuxKernel::Read() {
+  KernelObjects objects;
+  const std::map<int, Link> links = ReadLinks();
   std::map<int, std::string> names;
   for (const auto& [index, link] : links) names[index] = link.name;
   devices_.clear();
   for (const auto& [index, link] : links) {
     const std::optional<KernelDevice> device = OurDevice(link, names);
     if (!device.has_value()) continue;
-    objects.devices[link.name] = *device;
+    if (link.up) objects.devices[link.name] = *device;
     devices_[link.name] = index;
   }
 
@@ -165,14 +179,7 @@ KernelObjects LinuxKernel::Read() {
 
 std::map<std::string, std::uint32_t> LinuxKernel::Devices() {
   std::map<std::string, std::uint32_t> devices;
-  MessageBatch dump;
-  WriteLinkDump(&dump);
-  client_.Dump(
-      &dump, [&] { devices.clear(); },
-      [&](const nlmsghdr& message) {
-        const Link link = ReadLink(message);
-        devices[link.name] = link.mtu;
-      });
+  for (const auto& [index, link] : ReadLinks()) devices[link.name] = link.mtu;
   return devices;
 }
 

@@ -36,9 +36,14 @@ class LinuxKernel {
   /// Leaves all objects in the kernel.
   ~LinuxKernel();
 
-  /// Reads the objects with our mark. `Apply` may change only these and those that it has added
-  /// itself. Throws `std::system_error`.
+  /// Reads the objects with our mark. Leaves out devices that are down, because nothing goes
+  /// through them. `Apply` may change only these and those that it has added itself. Throws
+  /// `std::system_error`.
   KernelObjects Read();
+
+  /// Removes our devices that are down: their making was interrupted, or somebody else has taken
+  /// them down. Call `Read` afterwards. Throws `std::system_error`.
+  void RemoveDevicesThatAreDown();
 
   /// The MTU of every device, by name. Throws `std::system_error`.
   std::map<std::string, std::uint32_t> Devices();
@@ -62,6 +67,8 @@ class LinuxKernel {
   using Pending = std::vector<std::pair<std::size_t, const KernelChange*>>;
 
   void CheckPrivileges();
+  // All devices, by index.
+  std::map<int, Link> ReadLinks();
   // Appends the request for a change other than `PutDevice`, if it needs one. Refuses the change if
   // it is impossible.
   void Write(std::size_t index, const KernelChange& change, MessageBatch* batch, Pending* pending,
