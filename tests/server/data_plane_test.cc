@@ -5,8 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/hal/fake_data_plane.h"
 #include "tests/hal/messages.h"
@@ -146,6 +150,20 @@ TEST_F(DataPlaneTest, TheStatusCountsTheWrites) {
   ASSERT_TRUE(status.ParseFromString(end->payload));
   EXPECT_TRUE(status.has_data_plane_writes());
   EXPECT_EQ(status.data_plane_writes(), 7);
+}
+
+TEST_F(DataPlaneTest, TheEndOfALargeReinstallIsCommittedInSteps) {
+  constexpr std::uint32_t kCount = 40'000;
+  std::string requests;
+  for (std::uint32_t id = 1; id <= kCount; ++id) requests += VlanFrame(kInstallVlan, id, id);
+  std::thread sender([&] { client_->Send(requests); });
+  EXPECT_THAT(client_->ReceiveFrames(kCount), testing::SizeIs(kCount));
+  sender.join();
+  client_->Send(FrameBytes(kBegin, 1) + FrameBytes(kEnd, 2));
+  EXPECT_TRUE(client_->Receive());
+  const std::vector<std::string> calls = Calls();
+  EXPECT_GE(std::count(calls.begin(), calls.end(), "commit or leave"), 3);
+  EXPECT_EQ(calls.back(), "commit or leave");
 }
 
 }  // namespace

@@ -46,7 +46,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"NoWhat", "fault { nth: 2 }",
                 "f:1:1: a fault has no what; add what: with one of: refuse, close-on-accept, "},
         BadFile{"UnknownWhat", "seed: 1\nfault { what: \"explode\" }",
-                "f:2:9: unknown what \"explode\"; use one of: refuse, close-on-accept, "},
+                "f:2:9: unknown what \"explode\"; use one of: refuse, close-on-accept, "
+                "one-byte-writes, slow-reads, answer, table-full, close-before, close-after, "
+                "crash-before, crash-after, cut-in-header, cut-in-body, delay, reorder, duplicate, "
+                "swallow, stray, pause, stall"},
         BadFile{"MissingNumber", "\nfault { what: \"delay\" }",
                 "f:2:1: what: \"delay\" has no ms; add ms: N"},
         BadFile{"UselessNumber", "fault { what: \"swallow\" ms: 5 }",

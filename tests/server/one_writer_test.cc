@@ -128,6 +128,19 @@ TEST_F(OneWriterTest, WelcomesReaders) {
   EXPECT_EQ(writer->Receive(), Result(1, 0, 1));
 }
 
+TEST_F(OneWriterTest, StaysOneWhenAReaderLeaves) {
+  const auto writer = Writer("writer");
+  {
+    RawClient reader(server_.path());
+    ASSERT_TRUE(reader.Greet());
+    reader.EndSending();
+    EXPECT_TRUE(reader.Ended());
+  }
+  RawClient second(server_.path());
+  second.Send(WriterHello("second"));
+  EXPECT_EQ(second.Receive(), (RawFrame{kGoodbye, kOtherWriter, Refusal("writer")}));
+}
+
 TEST_F(OneWriterTest, IsTakenOver) {
   const auto first = Writer("first");
   first->Send(FrameBytes(kInstallVlan, 1, VlanBytes(1)) + FrameBytes(kBegin, 2));
@@ -205,6 +218,14 @@ TEST_F(OneWriterTest, LogsARepeatedRefusalOnce) {
               ElementsAre("client 1: \"writer\" connected",
                           "client 2: " + NameOf("one") + " refused: " + Refusal("writer"),
                           "client 5: " + NameOf("two") + " refused: " + Refusal("writer")));
+  RawClient reader(server_.path());
+  ASSERT_TRUE(reader.Greet());
+  reader.Send(kReadTables, 1);
+  const auto end = reader.Receive();
+  ASSERT_EQ(TypeOf(end), kTableEnd);
+  wire::ServerStatus status;
+  ASSERT_TRUE(status.ParseFromString(end->payload));
+  EXPECT_EQ(status.refused_connections(), 4U);
 }
 
 }  // namespace

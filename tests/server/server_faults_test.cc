@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -233,6 +235,35 @@ TEST(ServerFaults, DelaysResults) {
   EXPECT_THAT(Converse(&client, Installs(1, 3)), ElementsAre(Result(1, 0, 1), Result(3, 0, 3)));
   EXPECT_EQ(client.Receive(), Result(2, 0, 2));
   EXPECT_GE(steady_clock::now() - start, milliseconds(100));
+}
+
+TEST(ServerFaults, SleepsUntilAResultIsDue) {
+  TestServer server(R"(fault { what: "delay" ms: 1000 })");
+  RawClient client(server.path());
+  client.Greet();
+  const std::clock_t start = std::clock();
+  client.Send(Installs(1, 1));
+  EXPECT_EQ(client.Receive(), Result(1, 0, 1));
+  EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 4) << "processor time";
+}
+
+// A late result wakes the server while it reads already.
+TEST(ServerFaults, DelaysResultsOfAClientThatGoesOn) {
+  TestServer server(R"(fault { what: "delay" ms: 1 })");
+  RawClient client(server.path());
+  client.Greet();
+  client.Send(Installs(1, 1));
+  EXPECT_EQ(client.Receive(), Result(1, 0, 1));
+  // More than the server takes in one read waits for it.
+  server.Hold(milliseconds(200));
+  std::string beats;
+  std::vector<RawFrame> expected;
+  for (std::uint32_t sequence = 1; sequence <= 16'000; ++sequence) {
+    beats += FrameBytes(kHeartbeat, sequence);
+    expected.push_back({kHeartbeat, sequence, ""});
+  }
+  client.Send(beats);
+  EXPECT_EQ(client.ReceiveFrames(expected.size()), expected);
 }
 
 TEST(ServerFaults, ReordersResultsInAWindow) {

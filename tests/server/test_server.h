@@ -7,6 +7,7 @@
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <future>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -31,7 +32,7 @@ class TestServer {
   /// Replaces path and log of `options`.
   explicit TestServer(HalServerOptions options) {
     options.path = path();
-    options.log = [this](LogLevel, const std::string& line) { AddLine(line); };
+    options.log = [this](LogLevel level, const std::string& line) { AddLine(level, line); };
     server_.emplace(&io_, std::move(options));
     thread_ = std::thread([this] { io_.run(); });
   }
@@ -71,6 +72,12 @@ class TestServer {
   std::vector<std::string> Lines() {
     const std::lock_guard lock(mutex_);
     return lines_;
+  }
+
+  /// The level of a line that the log has.
+  LogLevel LevelOf(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    return levels_.at(line);
   }
 
   /// The log lines of the faults so far.
@@ -127,14 +134,16 @@ class TestServer {
     return result.get();
   }
 
-  void AddLine(const std::string& line) {
+  void AddLine(LogLevel level, const std::string& line) {
     const std::lock_guard lock(mutex_);
     lines_.push_back(line);
+    levels_[line] = level;
   }
 
   TestFolder folder_;
   std::mutex mutex_;
   std::vector<std::string> lines_;
+  std::map<std::string, LogLevel> levels_;
   std::vector<std::string> fault_lines_;
   // Outlives the server.
   std::unique_ptr<ServerFaults> faults_;

@@ -117,6 +117,25 @@ TEST_F(SocketWatchTest, IgnoresEverythingOnceItIsStopped) {
   EXPECT_EQ(Appeared(), 1);
 }
 
+TEST_F(SocketWatchTest, IgnoresWhatItHasNotReadWhenItIsStopped) {
+  watch_.Watch();
+  Touch(Path("hal.sock"));
+  watch_.Stop();
+  EXPECT_EQ(Appeared(), 0);
+}
+
+TEST_F(SocketWatchTest, IgnoresTheEndOfItsFolder) {
+  const std::string folder = Path("folder");
+  std::filesystem::create_directory(folder);
+  SocketWatch watch(&io_, folder + "/hal.sock", [this] { ++appeared_; });
+  watch.Watch();
+  Touch(folder + "/hal.sock");
+  EXPECT_EQ(Appeared(), 1);
+  // The event that follows has no name.
+  std::filesystem::remove_all(folder);
+  EXPECT_EQ(Appeared(), 0);
+}
+
 TEST_F(SocketWatchTest, FollowsAFolderThatIsReplaced) {
   const std::string folder = Path("folder");
   SocketWatch watch(&io_, folder + "/hal.sock", [this] { ++appeared_; });

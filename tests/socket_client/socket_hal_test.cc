@@ -333,6 +333,23 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersForAnotherObject) {
             "HAL server closed, it answered install-vlan 1 with a result for 7");
 }
 
+TEST_F(PromiseOneResult, WhenTheServerAnswersLateAndForAnotherObject) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(10);
+  SocketHal* const hal = StartConnected(options);
+  for (const std::uint32_t code : {0U, 100U}) {
+    const std::size_t before = reported_.events().size();
+    InstallVlan(hal, 1);
+    EXPECT_EQ(reported_.Await(before + 1).back(), "InstallVlan 1: 102");
+    std::string late;
+    AppendResult(server_.Next().sequence, {HalReturnCode{code}, code == 0 ? 7U : 1U, 0, {}}, &late);
+    server_.Send(late);
+    // The connection ends, without another result.
+    server_.AcceptAndGreet();
+    EXPECT_EQ(reported_.Await(before + 2).back(), "found");
+  }
+}
+
 TEST_F(PromiseOneResult, WhenTheServerAnswersWithACodeOfTheClient) {
   SocketHal* const hal = StartConnected(Options());
   std::size_t events = 1;
@@ -692,6 +709,14 @@ TEST_F(PromiseBounded, ADeadServerIsDropped) {
   EXPECT_EQ(server_.Next().type, FrameType{5});
   EXPECT_EQ(server_.NextOfAny().type, FrameType::kHeartbeat);
   EXPECT_TRUE(server_.AwaitClosed());
+}
+
+TEST_F(PromiseBounded, AServerIsAskedBeforeItIsDropped) {
+  SocketHalOptions options = Options();
+  options.heartbeat = milliseconds(500);
+  options.heartbeats_missed = 1;
+  StartConnected(options);
+  EXPECT_EQ(server_.NextOfAny().type, FrameType::kHeartbeat);
 }
 
 TEST_F(PromiseBounded, AServerWithoutAHelloIsDropped) {

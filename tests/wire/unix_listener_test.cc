@@ -10,9 +10,11 @@
 #include <atomic>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/system/system_error.hpp>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
@@ -26,6 +28,11 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+
+std::ptrdiff_t OpenFiles() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                       std::filesystem::directory_iterator());
+}
 
 mode_t ModeOf(const std::string& path) {
   struct stat found {};
@@ -137,6 +144,14 @@ TEST_F(UnixListenerTest, LeavesALivingServer) {
   const UnixListener listener(&io_, path);
   EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
   RawClient client(path);
+}
+
+TEST_F(UnixListenerTest, LeavesNoFileOpenWhenItFails) {
+  const std::string path = folder_.Path("hal.sock");
+  const UnixListener listener(&io_, path);
+  const auto before = OpenFiles();
+  EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
+  EXPECT_EQ(OpenFiles(), before);
 }
 
 TEST_F(UnixListenerTest, RefusesToReplaceALivingServersLostSocket) {
