@@ -201,7 +201,10 @@ Costs MeasureApply(LinuxKernel* kernel, std::uint32_t objects) {
   start = Now();
   for (std::uint32_t i = 0; i < objects; ++i) {
     NexthopGroup group;
-    for (std::uint32_t k = 0; k < kGroupSize; ++k) group.members[MemberOf(i, k, objects)] = 1;
+    for (std::uint32_t k = 0; k < kGroupSize; ++k) {
+      group.members.emplace_back(MemberOf(i, k, objects), 1);
+    }
+    std::sort(group.members.begin(), group.members.end());
     changes.emplace_back(PutNexthop{kFirstGroup + i, std::move(group)});
     if (changes.size() >= kBatch) Apply(kernel, &changes);
   }

@@ -217,7 +217,7 @@ class Bridge {
         continue;
       }
       if (loses && group->members.empty()) {
-        group->members.emplace(kDropNexthop, 1);
+        group->members.emplace_back(kDropNexthop, 1);
         drops = true;
       }
       ++it;

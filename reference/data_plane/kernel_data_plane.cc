@@ -8,8 +8,20 @@ namespace reference {
 namespace {
 
 template <typename Map>
-void Subtract(const Map& objects, Map* from) {
+void SubtractEach(const Map& objects, Map* from) {
   for (const auto& [key, object] : objects) from->erase(key);
+}
+
+void Subtract(const KernelObjects& objects, KernelObjects* from) {
+  SubtractEach(objects.devices, &from->devices);
+  SubtractEach(objects.neighbours, &from->neighbours);
+  SubtractEach(objects.nexthops, &from->nexthops);
+}
+
+void Add(const KernelObjects& objects, KernelObjects* to) {
+  to->devices.insert(objects.devices.begin(), objects.devices.end());
+  to->neighbours.insert(objects.neighbours.begin(), objects.neighbours.end());
+  to->nexthops.insert(objects.nexthops.begin(), objects.nexthops.end());
 }
 
 // The objects after the changes that were not refused.
@@ -49,10 +61,10 @@ std::optional<std::string> KernelDataPlane::Commit() {
   const std::vector<RefusedChange> refused = Write(taken, &present);
   if (refused.empty()) return std::nullopt;
   // What is left over has been noted as such.
-  Subtract(left_.objects().devices, &present.devices);
-  Subtract(left_.objects().neighbours, &present.neighbours);
-  Subtract(left_.objects().nexthops, &present.nexthops);
-  translation_.PutBack(taken, present);
+  Subtract(left_.objects(), &present);
+  // The next transition has them again, if they are still wanted then.
+  Subtract(taken.after, &wanted_);
+  translation_.PutBack({std::move(present), taken.after});
   return refused.front().text;
 }
 
@@ -74,6 +86,7 @@ bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
   removed_ += changes.size() - refused.size();
   if (left_.size() != 0) return false;
   adopting_ = false;
+  wanted_ = {};
   if (log_ && removed_ != 0) {
     log_(LogLevel::kInfo,
          "removed " + std::to_string(removed_) + " objects of an earlier server from the kernel");
@@ -83,7 +96,11 @@ bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
 
 std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, KernelObjects* present) {
   Transition extended;
-  if (adopting_) extended = left_.Extend(taken, translation_.objects());
+  if (adopting_) {
+    Subtract(taken.before, &wanted_);
+    Add(taken.after, &wanted_);
+    extended = left_.Extend(taken, wanted_);
+  }
   const Transition& transition = adopting_ ? extended : taken;
   const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
   std::vector<RefusedChange> refused;
@@ -91,7 +108,7 @@ std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, Kerne
   writes_ += changes.size() - refused.size();
   if (!refused.empty()) *present = After(changes, refused, transition.before);
   if (adopting_) {
-    left_.Settle(transition, refused.empty() ? transition.after : *present, translation_.objects());
+    left_.Settle(transition, refused.empty() ? transition.after : *present, wanted_);
   }
   return refused;
 }

@@ -56,6 +56,8 @@ class KernelDataPlane : public DataPlane {
   Translation translation_;
   Leftovers left_;
   bool adopting_;
+  // The objects of all entries; only while adopting.
+  KernelObjects wanted_;
   std::size_t removed_ = 0;
   std::uint64_t writes_ = 0;
   const WriteChanges write_;

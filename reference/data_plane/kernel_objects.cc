@@ -1,17 +1,33 @@
 #include "reference/data_plane/kernel_objects.h"
 
+#include <algorithm>
 #include <iterator>
 #include <tuple>
 
 namespace reference {
 namespace {
 
+// The first member whose id is not smaller.
+template <typename Members>
+auto FindMember(Members* members, std::uint32_t id) {
+  return std::lower_bound(
+      members->begin(), members->end(), id,
+      [](const auto& member, std::uint32_t bound) { return member.first < bound; });
+}
+
+// Returns whether the group had it.
+bool RemoveMember(std::uint32_t id, NexthopGroup* group) {
+  const auto place = FindMember(&group->members, id);
+  if (place == group->members.end() || place->first != id) return false;
+  group->members.erase(place);
+  return true;
+}
+
 void RemoveNexthopFrom(std::uint32_t id, KernelObjects* objects) {
   objects->nexthops.erase(id);
   for (auto it = objects->nexthops.begin(); it != objects->nexthops.end();) {
     auto* const group = std::get_if<NexthopGroup>(&it->second);
-    const bool emptied =
-        group != nullptr && group->members.erase(id) != 0 && group->members.empty();
+    const bool emptied = group != nullptr && RemoveMember(id, group) && group->members.empty();
     it = emptied ? objects->nexthops.erase(it) : std::next(it);
   }
 }
@@ -76,6 +92,11 @@ Ipv6Address NeighbourAddress(std::uint32_t id) {
     address[12 + i] = static_cast<std::uint8_t>(id >> (24 - 8 * i));
   }
   return address;
+}
+
+bool HasMember(const NexthopGroup& group, std::uint32_t id) {
+  const auto place = FindMember(&group.members, id);
+  return place != group.members.end() && place->first == id;
 }
 
 bool HasNewAddress(const KernelDevice& before, const KernelDevice& after) {

@@ -87,14 +87,19 @@ struct DeviceNexthop {
   std::vector<std::uint32_t> labels;
 };
 
+/// Next-hop ids in ascending order, each with its weight, 1 to 256. In one piece of memory instead
+/// of one for each member.
+using GroupMembers = std::vector<std::pair<std::uint32_t, std::uint16_t>>;
+
 /// Spreads traffic over several next hops.
 struct NexthopGroup {
-  /// Weight, 1 to 256, by next-hop id. Not empty. No member is a group, and only the single member
-  /// of a group may be a blackhole.
-  std::map<std::uint32_t, std::uint16_t> members;
+  /// Not empty. No member is a group, and only the single member of a group may be a blackhole.
+  GroupMembers members;
 };
 
 using KernelNexthop = std::variant<BlackholeNexthop, DeviceNexthop, NexthopGroup>;
+
+bool HasMember(const NexthopGroup& group, std::uint32_t id);
 
 /// The key of a permanent neighbour: its device's name and its address.
 using NeighbourKey = std::pair<std::string, Ipv6Address>;

@@ -132,7 +132,7 @@ class Fitting {
         it = Forwards(it->first) ? std::next(it) : group->members.erase(it);
       }
       if (!group->members.empty()) continue;
-      group->members.emplace(kDropNexthop, 1);
+      group->members.emplace_back(kDropNexthop, 1);
       drops = true;
     }
     if (drops) objects_.nexthops.emplace(kDropNexthop, BlackholeNexthop{});

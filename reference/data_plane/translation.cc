@@ -53,57 +53,6 @@ std::optional<TaggedDevice> ReadTagged(const std::string& name) {
   return TaggedDevice{name.substr(0, dot), static_cast<std::uint16_t>(tag)};
 }
 
-// Calls `use` for each id that is paired with `first`.
-template <typename Use>
-void ForEachPaired(const std::set<std::pair<std::uint32_t, std::uint32_t>>& pairs,
-                   std::uint32_t first, Use use) {
-  for (auto it = pairs.lower_bound({first, 0}); it != pairs.end() && it->first == first; ++it) {
-    use(it->second);
-  }
-}
-
-// Records an object's value before its first change.
-template <typename Key, typename Value>
-void Note(const std::map<Key, Value>& objects, const Key& key,
-          std::map<Key, std::optional<Value>>* former) {
-  const auto [place, added] = former->try_emplace(key);
-  if (!added) return;
-  const auto object = objects.find(key);
-  if (object != objects.end()) place->second = object->second;
-}
-
-template <typename Key, typename Value>
-void Set(const Key& key, std::optional<Value> value, std::map<Key, Value>* objects,
-         std::map<Key, std::optional<Value>>* former) {
-  Note(*objects, key, former);
-  if (value) {
-    objects->insert_or_assign(key, *std::move(value));
-  } else {
-    objects->erase(key);
-  }
-}
-
-// Moves what has changed into the maps of its former and its present values.
-template <typename Key, typename Value>
-void Move(std::map<Key, std::optional<Value>>* former, const std::map<Key, Value>& objects,
-          std::map<Key, Value>* before, std::map<Key, Value>* after) {
-  for (auto& [key, value] : *former) {
-    if (value) before->emplace_hint(before->end(), key, *std::move(value));
-    const auto object = objects.find(key);
-    if (object != objects.end()) after->emplace_hint(after->end(), key, object->second);
-  }
-  former->clear();
-}
-
-template <typename Key, typename Value>
-void Overwrite(const std::map<Key, Value>& part, const std::map<Key, Value>& present,
-               std::map<Key, std::optional<Value>>* former) {
-  for (const auto& [key, value] : part) {
-    const auto object = present.find(key);
-    (*former)[key] = object == present.end() ? std::nullopt : std::optional(object->second);
-  }
-}
-
 }  // namespace
 
 Translation::Translation(InterfaceNames interfaces, std::set<std::string> devices)
@@ -111,41 +60,31 @@ Translation::Translation(InterfaceNames interfaces, std::set<std::string> device
 
 HalReturnCode Translation::Store(HalKind kind, std::uint32_t id,
                                  const google::protobuf::Message& message) {
-  if (kind == HalKind::kVrf) return StoreVrf(id);
+  if (kind == HalKind::kVrf) {
+    if (IsKernelTable(id)) return kHalNotSupported;
+    if (vrfs_.insert(id).second) UseVrf(id, true);
+    return kHalSuccess;
+  }
   if (id == kDropNexthop) return kHalNotSupported;
   const auto stored = entries_.find(id);
-  std::optional<Entry> before;
-  if (stored != entries_.end()) {
-    if (stored->second.kind != kind) return kHalExists;
-    before = stored->second;
-  }
-  Entry entry{kind, {}};
-  const HalReturnCode code = Read(message, kind, &entry);
+  if (stored != entries_.end() && stored->second.kind != kind) return kHalExists;
+  std::optional<Entry> entry = Entry{kind, {}};
+  HalReturnCode code = Read(message, kind, &*entry);
   if (code != kHalSuccess) return code;
-  Set(id, std::move(entry));
-  const HalReturnCode translated = Translate(id);
-  if (translated == kHalSuccess) return kHalSuccess;
-  Set(id, std::move(before));
-  Translate(id);
-  return translated;
+  code = Exchange(id, &entry);
+  if (code != kHalSuccess) Exchange(id, &entry);
+  return code;
 }
 
 void Translation::Remove(HalKind kind, std::uint32_t id) {
-  if (kind == HalKind::kVrf) return RemoveVrf(id);
+  if (kind == HalKind::kVrf) {
+    if (vrfs_.erase(id) != 0) UseVrf(id, false);
+    return;
+  }
   const auto stored = entries_.find(id);
   if (stored == entries_.end() || stored->second.kind != kind) return;
-  Set(id, std::nullopt);
-  Translate(id);
-}
-
-HalReturnCode Translation::StoreVrf(std::uint32_t vrf) {
-  if (IsKernelTable(vrf)) return kHalNotSupported;
-  if (vrfs_.insert(vrf).second) UseVrf(vrf);
-  return kHalSuccess;
-}
-
-void Translation::RemoveVrf(std::uint32_t vrf) {
-  if (vrfs_.erase(vrf) != 0 && vrf != 0) ReleaseDevice(VrfDeviceName(vrf));
+  std::optional<Entry> none;
+  Exchange(id, &none);
 }
 
 HalReturnCode Translation::Read(const google::protobuf::Message& message, HalKind kind,
@@ -185,7 +124,7 @@ HalReturnCode Translation::ReadVlan(const encapsulation::VlanMessage& message, E
   }
   const std::string& alias = vlan.device.alias;
   if (alias.size() > kMaxAlias || alias.find('\0') != std::string::npos) return kHalNotSupported;
-  entry->content = std::move(vlan);
+  entry->content = std::make_unique<const Vlan>(std::move(vlan));
   return kHalSuccess;
 }
 
@@ -227,218 +166,257 @@ HalReturnCode Translation::ReadMpls(const encapsulation::MplsMessage& message, E
 
 HalReturnCode Translation::ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry) {
   Group group;
-  for (const std::uint32_t id : message.members()) {
-    if (++group.members[id] > kMaxWeight) return kHalNotSupported;
+  std::vector<std::uint32_t> ids(message.members().begin(), message.members().end());
+  std::sort(ids.begin(), ids.end());
+  group.members.reserve(ids.size());
+  for (const std::uint32_t id : ids) {
+    if (group.members.empty() || group.members.back().first != id) {
+      group.members.emplace_back(id, 0);
+    }
+    if (++group.members.back().second > kMaxWeight) return kHalNotSupported;
   }
   if (group.members.size() > kMaxMembers) return kHalNotSupported;
+  group.members.shrink_to_fit();
   entry->content = std::move(group);
   return kHalSuccess;
 }
 
-void Translation::Set(std::uint32_t id, std::optional<Entry> entry) {
+HalReturnCode Translation::Exchange(std::uint32_t id, std::optional<Entry>* entry) {
+  const std::vector<std::uint32_t> affected = Affected(id);
+  for (const std::uint32_t one : affected) Change(one, false);
+
+  std::optional<Entry> former;
   const auto stored = entries_.find(id);
-  if (stored != entries_.end()) Index(id, stored->second, false);
-  if (!entry) {
-    if (stored != entries_.end()) entries_.erase(stored);
-    return;
+  if (stored != entries_.end()) {
+    Index(id, stored->second, false);
+    former = std::move(stored->second);
   }
-  Index(id, *entry, true);
-  entries_.insert_or_assign(id, *std::move(entry));
+  if (*entry) {
+    Index(id, **entry, true);
+    entries_.insert_or_assign(id, std::move(**entry));
+  } else if (stored != entries_.end()) {
+    entries_.erase(stored);
+  }
+  *entry = std::move(former);
+
+  HalReturnCode code = kHalSuccess;
+  for (const std::uint32_t one : affected) {
+    if (Change(one, true) != kHalSuccess) code = kHalNotSupported;
+  }
+  return code;
 }
 
 void Translation::Index(std::uint32_t id, const Entry& entry, bool add) {
-  const auto change = [add](auto* pairs, std::uint32_t first, std::uint32_t second) {
+  const auto change = [id, add](std::uint32_t first, PairSet* pairs) {
     if (add) {
-      pairs->emplace(first, second);
+      pairs->Insert({first, id});
     } else {
-      pairs->erase({first, second});
+      pairs->Erase({first, id});
     }
   };
   if (const auto* const rider = std::get_if<Rider>(&entry.content)) {
-    if (rider->below != 0) change(&riders_, rider->below, id);
+    if (rider->below != 0) change(rider->below, &riders_);
   } else if (const auto* const group = std::get_if<Group>(&entry.content)) {
-    for (const auto& [member, weight] : group->members) change(&groups_, member, id);
+    for (const auto& [member, weight] : group->members) change(member, &groups_);
   }
 }
 
-HalReturnCode Translation::Translate(std::uint32_t id) {
+std::vector<std::uint32_t> Translation::Affected(std::uint32_t id) const {
   std::vector<std::uint32_t> affected = {id};
-  std::set<std::uint32_t> seen = {id};
-  for (std::size_t i = 0; i < affected.size(); ++i) {
-    ForEachPaired(riders_, affected[i], [&](std::uint32_t rider) {
-      if (seen.insert(rider).second) affected.push_back(rider);
-    });
-  }
-  // Groups come last, because they depend on their members' next hops.
-  const std::size_t destinations = affected.size();
-  for (std::size_t i = 0; i < destinations; ++i) {
-    ForEachPaired(groups_, affected[i], [&](std::uint32_t group) {
-      if (seen.insert(group).second) affected.push_back(group);
-    });
-  }
-  for (const std::uint32_t one : affected) {
-    const HalReturnCode code = TranslateOne(one);
-    if (code != kHalSuccess) return code;
-  }
-  return kHalSuccess;
+  const auto add = [id, &affected](std::uint32_t dependent) {
+    if (dependent != id) affected.push_back(dependent);
+  };
+  // An entry rides on one other at most, so each is found once, and a ring leads back to `id`.
+  std::size_t next = 0;
+  while (next < affected.size()) riders_.ForEach(affected[next++], add);
+  const std::size_t riders = affected.size();
+  for (std::size_t i = 0; i < riders; ++i) groups_.ForEach(affected[i], add);
+  // A group may have several of them.
+  const auto groups = affected.begin() + static_cast<std::ptrdiff_t>(riders);
+  std::sort(groups, affected.end());
+  affected.erase(std::unique(groups, affected.end()), affected.end());
+  return affected;
 }
 
-HalReturnCode Translation::TranslateOne(std::uint32_t id) {
-  Withdraw(id);
-  const auto entry = entries_.find(id);
-  if (entry == entries_.end()) return kHalSuccess;
-  if (const auto* const vlan = std::get_if<Vlan>(&entry->second.content)) {
-    TranslateVlan(id, *vlan);
-  } else if (const auto* const group = std::get_if<Group>(&entry->second.content)) {
-    TranslateGroup(id, *group);
-  } else {
-    return TranslateRider(id, entry->second);
+std::optional<Translation::Hop> Translation::HopOf(std::uint32_t id, const Entry& entry) const {
+  if (entry.kind == HalKind::kVlan) {
+    return Hop{DeviceNexthop{DestinationDevice(id), {}, {}}, std::nullopt};
   }
-  return kHalSuccess;
-}
-
-void Translation::TranslateVlan(std::uint32_t id, const Vlan& vlan) {
-  if (vlan.made_parent) UseDevice(vlan.device.parent, *vlan.made_parent);
-  // Even if the VRF has no entry, so that the main table never routes its packets.
-  UseVrf(vlan.vrf);
-  const std::string name = DestinationDevice(id);
-  SetDevice(name, vlan.device);
-  SetNexthop(id, DeviceNexthop{name, {}, {}});
-}
-
-HalReturnCode Translation::TranslateRider(std::uint32_t id, const Entry& entry) {
-  Hop hop;
-  const HalReturnCode code = FindHop(id, entry, &hop);
-  if (code != kHalSuccess) return code;
-  if (const auto* const out = std::get_if<DeviceNexthop>(&hop.nexthop)) {
-    if (hop.neighbour) {
-      SetNeighbour({out->device, out->gateway}, hop.neighbour);
-    } else {
-      UseDevice(out->device, DummyDevice{});
-    }
+  if (const auto* const group = std::get_if<Group>(&entry.content)) {
+    return Hop{NexthopGroupOf(*group), std::nullopt};
   }
-  SetNexthop(id, std::move(hop.nexthop));
-  return kHalSuccess;
+  std::optional<Path> path = PathOf(entry);
+  if (!path) return std::nullopt;
+  if (path->fate == Fate::kDrop) return Hop{BlackholeNexthop{}, std::nullopt};
+  if (path->fate == Fate::kToCpu) {
+    return Hop{DeviceNexthop{std::string(kCpuDevice), {}, {}}, std::nullopt};
+  }
+  return Hop{
+      DeviceNexthop{DestinationDevice(path->vlan), NeighbourAddress(id), std::move(path->labels)},
+      path->mac};
 }
 
-HalReturnCode Translation::FindHop(std::uint32_t id, const Entry& entry, Hop* hop) const {
-  const auto& rider = std::get<Rider>(entry.content);
-  const Hop to_cpu{DeviceNexthop{std::string(kCpuDevice), {}, {}}, std::nullopt};
-  *hop = {BlackholeNexthop{}, std::nullopt};
-  // Its own label is the innermost; each tunnel's labels go in front.
-  std::vector<std::uint32_t> labels;
-  std::optional<MacAddress> mac;
-  const Rider* at = &rider;
+std::optional<Translation::Path> Translation::PathOf(const Entry& entry) const {
+  Path path;
+  const auto* at = &std::get<Rider>(entry.content);
   // The limit also breaks a loop of tunnels.
   for (std::size_t tunnels = 0; tunnels <= kMaxTunnels; ++tunnels) {
-    if (at->fate == Fate::kDrop) return kHalSuccess;
+    if (at->fate == Fate::kDrop) return path;
     if (at->fate == Fate::kToCpu || at->below == 0) {
-      *hop = to_cpu;
-      return kHalSuccess;
+      path.fate = Fate::kToCpu;
+      return path;
     }
-    labels.insert(labels.begin(), at->labels.begin(), at->labels.end());
-    if (labels.size() > kMaxLabels) return kHalNotSupported;
-    if (!mac) mac = at->mac;
+    // Its own label is the innermost; each tunnel's labels go in front.
+    path.labels.insert(path.labels.begin(), at->labels.begin(), at->labels.end());
+    if (path.labels.size() > kMaxLabels) return std::nullopt;
+    if (!path.mac) path.mac = at->mac;
     const auto below = entries_.find(at->below);
-    if (below == entries_.end()) return kHalSuccess;
+    if (below == entries_.end()) return path;
     if (below->second.kind == HalKind::kVlan) {
-      if (!mac) {
-        *hop = to_cpu;
-      } else {
-        *hop = {DeviceNexthop{DestinationDevice(at->below), NeighbourAddress(id), labels}, mac};
-      }
-      return kHalSuccess;
+      path.fate = path.mac ? Fate::kForward : Fate::kToCpu;
+      path.vlan = at->below;
+      return path;
     }
-    if (entry.kind != HalKind::kMpls || below->second.kind != HalKind::kMpls) return kHalSuccess;
+    if (entry.kind != HalKind::kMpls || below->second.kind != HalKind::kMpls) return path;
     at = &std::get<Rider>(below->second.content);
   }
-  return kHalNotSupported;
+  return std::nullopt;
 }
 
-void Translation::TranslateGroup(std::uint32_t id, const Group& group) {
+NexthopGroup Translation::NexthopGroupOf(const Group& group) const {
   NexthopGroup nexthops;
+  nexthops.members.reserve(group.members.size());
   for (const auto& [member, weight] : group.members) {
-    const auto nexthop = objects_.nexthops.find(member);
-    if (nexthop == objects_.nexthops.end()) continue;
-    if (!std::holds_alternative<DeviceNexthop>(nexthop->second)) continue;
-    nexthops.members.emplace(member, static_cast<std::uint16_t>(weight));
+    if (Forwards(member)) nexthops.members.emplace_back(member, weight);
   }
-  if (nexthops.members.empty()) {
-    nexthops.members.emplace(kDropNexthop, 1);
-    if (++drop_users_ == 1) SetNexthop(kDropNexthop, BlackholeNexthop{});
-  }
-  SetNexthop(id, std::move(nexthops));
+  if (nexthops.members.empty()) nexthops.members.emplace_back(kDropNexthop, 1);
+  return nexthops;
 }
 
-void Translation::Withdraw(std::uint32_t id) {
-  const auto nexthop = objects_.nexthops.find(id);
-  if (nexthop == objects_.nexthops.end()) return;
-  if (const auto* const out = std::get_if<DeviceNexthop>(&nexthop->second)) {
-    const std::string device = out->device;
-    if (device == kCpuDevice) {
-      ReleaseDevice(device);
-    } else if (out->gateway != Ipv6Address{}) {
-      SetNeighbour({device, out->gateway}, std::nullopt);
+// Whether a group may have it as a member: its next hop leads out of a device.
+bool Translation::Forwards(std::uint32_t id) const {
+  const auto entry = entries_.find(id);
+  if (entry == entries_.end() || entry->second.kind == HalKind::kEcmp) return false;
+  if (entry->second.kind == HalKind::kVlan) return true;
+  const std::optional<Path> path = PathOf(entry->second);
+  return path && path->fate != Fate::kDrop;
+}
+
+HalReturnCode Translation::Change(std::uint32_t id, bool add) {
+  const auto entry = entries_.find(id);
+  if (entry == entries_.end()) return kHalSuccess;
+  std::optional<Hop> hop = HopOf(id, entry->second);
+  if (!hop) return kHalNotSupported;
+  if (entry->second.kind == HalKind::kVlan) {
+    const auto& vlan = *std::get<std::unique_ptr<const Vlan>>(entry->second.content);
+    if (vlan.made_parent) UseDevice(vlan.device.parent, *vlan.made_parent, add);
+    // Even if the VRF has no entry, so that the main table never routes its packets.
+    UseVrf(vlan.vrf, add);
+    Record<std::string, KernelDevice>(DestinationDevice(id), vlan.device, add, &changed_devices_);
+  } else if (const auto* const group = std::get_if<NexthopGroup>(&hop->nexthop)) {
+    UseDropNexthop(HasMember(*group, kDropNexthop), add);
+  } else if (const auto* const out = std::get_if<DeviceNexthop>(&hop->nexthop)) {
+    if (hop->neighbour) {
+      Record({out->device, out->gateway}, *hop->neighbour, add, &changed_neighbours_);
     } else {
-      const auto macvlan = std::get<MacvlanDevice>(objects_.devices.at(device));
-      SetDevice(device, std::nullopt);
-      if (devices_.count(macvlan.parent) == 0) ReleaseDevice(macvlan.parent);
-      if (!macvlan.master.empty()) ReleaseDevice(macvlan.master);
-    }
-  } else if (const auto* const group = std::get_if<NexthopGroup>(&nexthop->second)) {
-    // A transition may have to park the group on it.
-    Note(objects_.nexthops, kDropNexthop, &former_nexthops_);
-    if (group->members.count(kDropNexthop) != 0 && --drop_users_ == 0) {
-      SetNexthop(kDropNexthop, std::nullopt);
+      UseDevice(out->device, DummyDevice{}, add);
     }
   }
-  SetNexthop(id, std::nullopt);
+  Record(id, std::move(hop->nexthop), add, &changed_nexthops_);
+  return kHalSuccess;
 }
 
-void Translation::UseDevice(const std::string& name, const KernelDevice& device) {
-  if (++device_users_[name] == 1) SetDevice(name, device);
+void Translation::UseDevice(const std::string& name, const KernelDevice& device, bool add) {
+  const auto shared = shared_devices_.try_emplace(name, SharedDevice{device, 0}).first;
+  std::size_t& users = shared->second.users;
+  const bool changes = users == (add ? 0 : 1);
+  users = add ? users + 1 : users - 1;
+  if (users == 0) shared_devices_.erase(shared);
+  if (changes) Record(name, device, add, &changed_devices_);
 }
 
-void Translation::ReleaseDevice(const std::string& name) {
-  const auto users = device_users_.find(name);
-  if (--users->second != 0) return;
-  device_users_.erase(users);
-  SetDevice(name, std::nullopt);
+void Translation::UseVrf(std::uint32_t vrf, bool add) {
+  if (vrf != 0) UseDevice(VrfDeviceName(vrf), VrfDevice{vrf}, add);
 }
 
-void Translation::UseVrf(std::uint32_t vrf) {
-  if (vrf != 0) UseDevice(VrfDeviceName(vrf), VrfDevice{vrf});
+void Translation::UseDropNexthop(bool drops, bool add) {
+  // Part of the transition in any case: it may have to park the group there.
+  const auto [place, first] = changed_nexthops_.try_emplace(kDropNexthop);
+  if (first) place->second.before = DropNexthop();
+  if (drops) drop_users_ = add ? drop_users_ + 1 : drop_users_ - 1;
+  place->second.after = DropNexthop();
 }
 
-void Translation::SetDevice(const std::string& name, std::optional<KernelDevice> device) {
-  reference::Set(name, std::move(device), &objects_.devices, &former_devices_);
+std::optional<KernelNexthop> Translation::DropNexthop() const {
+  if (drop_users_ == 0) return std::nullopt;
+  return BlackholeNexthop{};
 }
 
-void Translation::SetNeighbour(const NeighbourKey& key, std::optional<MacAddress> address) {
-  reference::Set(key, address, &objects_.neighbours, &former_neighbours_);
-}
-
-void Translation::SetNexthop(std::uint32_t id, std::optional<KernelNexthop> nexthop) {
-  reference::Set(id, std::move(nexthop), &objects_.nexthops, &former_nexthops_);
+KernelObjects Translation::Objects() const {
+  KernelObjects objects;
+  for (const auto& [name, shared] : shared_devices_) objects.devices.emplace(name, shared.device);
+  if (const auto drop = DropNexthop()) objects.nexthops.emplace(kDropNexthop, *drop);
+  for (const auto& [id, entry] : entries_) {
+    std::optional<Hop> hop = HopOf(id, entry);
+    if (const auto* const vlan = std::get_if<std::unique_ptr<const Vlan>>(&entry.content)) {
+      objects.devices.emplace(DestinationDevice(id), (*vlan)->device);
+    }
+    if (hop->neighbour) {
+      const auto& out = std::get<DeviceNexthop>(hop->nexthop);
+      objects.neighbours.emplace(NeighbourKey(out.device, out.gateway), *hop->neighbour);
+    }
+    objects.nexthops.emplace(id, std::move(hop->nexthop));
+  }
+  return objects;
 }
 
 Transition Translation::Take() {
   Transition taken;
-  Move(&former_devices_, objects_.devices, &taken.before.devices, &taken.after.devices);
-  Move(&former_neighbours_, objects_.neighbours, &taken.before.neighbours, &taken.after.neighbours);
-  Move(&former_nexthops_, objects_.nexthops, &taken.before.nexthops, &taken.after.nexthops);
+  MoveChanges(&changed_devices_, &taken.before.devices, &taken.after.devices);
+  MoveChanges(&changed_neighbours_, &taken.before.neighbours, &taken.after.neighbours);
+  MoveChanges(&changed_nexthops_, &taken.before.nexthops, &taken.after.nexthops);
   return taken;
 }
 
-void Translation::PutBack(const Transition& transition, const KernelObjects& present) {
-  for (const KernelObjects* const part : {&transition.before, &transition.after}) {
-    Overwrite(part->devices, present.devices, &former_devices_);
-    Overwrite(part->neighbours, present.neighbours, &former_neighbours_);
-    Overwrite(part->nexthops, present.nexthops, &former_nexthops_);
+void Translation::PutBack(const Transition& transition) {
+  const auto& [before, after] = transition;
+  PutBackChanges(before.devices, after.devices, &changed_devices_);
+  PutBackChanges(before.neighbours, after.neighbours, &changed_neighbours_);
+  PutBackChanges(before.nexthops, after.nexthops, &changed_nexthops_);
+  // The kernel may have it although nothing in the transition concerns it.
+  const auto drop = changed_nexthops_.find(kDropNexthop);
+  if (drop != changed_nexthops_.end()) drop->second.after = DropNexthop();
+}
+
+// Records that an object comes or goes.
+template <typename Key, typename Value>
+void Translation::Record(const Key& key, Value value, bool add, Changes<Key, Value>* changes) {
+  const auto [place, first] = changes->try_emplace(key);
+  Changed<Value>& change = place->second;
+  if (add) {
+    change.after = std::move(value);
+  } else if (first) {
+    change.before = std::move(value);
+  } else {
+    change.after.reset();
   }
-  Overwrite(present.devices, present.devices, &former_devices_);
-  Overwrite(present.neighbours, present.neighbours, &former_neighbours_);
-  Overwrite(present.nexthops, present.nexthops, &former_nexthops_);
+}
+
+template <typename Key, typename Value>
+void Translation::MoveChanges(Changes<Key, Value>* changes, std::map<Key, Value>* before,
+                              std::map<Key, Value>* after) {
+  for (auto& [key, change] : *changes) {
+    if (change.before) before->emplace_hint(before->end(), key, *std::move(change.before));
+    if (change.after) after->emplace_hint(after->end(), key, *std::move(change.after));
+  }
+  changes->clear();
+}
+
+template <typename Key, typename Value>
+void Translation::PutBackChanges(const std::map<Key, Value>& before,
+                                 const std::map<Key, Value>& after, Changes<Key, Value>* changes) {
+  for (const auto& [key, value] : before) (*changes)[key].before = value;
+  for (const auto& [key, value] : after) (*changes)[key].after = value;
 }
 
 }  // namespace reference

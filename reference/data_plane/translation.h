@@ -3,8 +3,10 @@
 
 #include <google/protobuf/message.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "reference/data_plane/kernel_objects.h"
+#include "reference/data_plane/pair_set.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/kinds.h"
 #include "reference/hal/message_fields.h"
@@ -38,7 +41,7 @@ struct Vlan {
   std::optional<TaggedDevice> made_parent;
 };
 
-enum class Fate { kForward, kDrop, kToCpu };
+enum class Fate : std::uint8_t { kForward, kDrop, kToCpu };
 
 /// A host or an MPLS destination.
 struct Rider {
@@ -50,15 +53,16 @@ struct Rider {
 };
 
 struct Group {
-  /// How often each id occurs.
-  std::map<std::uint32_t, std::uint32_t> members;
+  /// All of them, also those that drop.
+  GroupMembers members;
 };
 
 }  // namespace entry
 
 /// Translates the entries of the HAL's tables into kernel objects, incrementally: a change
 /// translates only that entry and the entries that depend on it. The result depends on the entries
-/// alone, not on the order of the changes. Used by one thread.
+/// alone, not on the order of the changes. Keeps the entries, not their kernel objects, which would
+/// take several times the memory. Used by one thread.
 ///
 /// An entry may ride on something that no longer exists, because the HAL lets destinations go that
 /// others refer to. Such an entry drops its packets.
@@ -77,15 +81,15 @@ class Translation {
   /// Removes an entry; a no-op if there is none.
   void Remove(HalKind kind, std::uint32_t id);
 
-  /// The kernel objects of all entries.
-  const KernelObjects& objects() const { return objects_; }
+  /// The kernel objects of all entries. Translates them all.
+  KernelObjects Objects() const;
 
   /// Returns the changes since the last call.
   Transition Take();
 
-  /// Undoes `Take`: `transition` becomes part of the next one again. `present` are the objects that
-  /// the kernel has now, in place of `transition.before`.
-  void PutBack(const Transition& transition, const KernelObjects& present);
+  /// Makes `transition` part of the next one again. Call it right after `Take`, with the objects
+  /// that the kernel has now as `transition.before`.
+  void PutBack(const Transition& transition);
 
  private:
   using Vlan = entry::Vlan;
@@ -94,12 +98,33 @@ class Translation {
   using Fate = entry::Fate;
   struct Entry {
     HalKind kind{};
-    std::variant<Vlan, Rider, Group> content;
+    // VLAN destinations are large, but few.
+    std::variant<std::unique_ptr<const Vlan>, Rider, Group> content;
   };
-  // A host's or MPLS destination's next hop, with the neighbour that it needs.
+  // Where the packets of a host or an MPLS destination go.
+  struct Path {
+    Fate fate = Fate::kDrop;
+    // If forwarded: to which VLAN destination, to which neighbour there, and the labels to push,
+    // outermost first.
+    std::uint32_t vlan = 0;
+    std::optional<MacAddress> mac;
+    std::vector<std::uint32_t> labels;
+  };
+  // A next hop, with the neighbour that it needs.
   struct Hop {
     KernelNexthop nexthop;
     std::optional<MacAddress> neighbour;
+  };
+  template <typename Value>
+  struct Changed {
+    std::optional<Value> before;
+    std::optional<Value> after;
+  };
+  template <typename Key, typename Value>
+  using Changes = std::map<Key, Changed<Value>>;
+  struct SharedDevice {
+    KernelDevice device;
+    std::size_t users = 0;
   };
 
   HalReturnCode Read(const google::protobuf::Message& message, HalKind kind, Entry* entry) const;
@@ -109,30 +134,36 @@ class Translation {
   static HalReturnCode ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry);
   HalReturnCode FindParent(const std::string& lim_id, Vlan* vlan) const;
 
-  HalReturnCode StoreVrf(std::uint32_t vrf);
-  void RemoveVrf(std::uint32_t vrf);
-
-  // Sets the entry, or removes it.
-  void Set(std::uint32_t id, std::optional<Entry> entry);
+  // Exchanges the entry, where none stands for one that does not exist, and with it the objects of
+  // all entries that depend on it. Returns whether the kernel can represent them.
+  HalReturnCode Exchange(std::uint32_t id, std::optional<Entry>* entry);
   void Index(std::uint32_t id, const Entry& entry, bool add);
-  // Translates the entry and everything that depends on it.
-  HalReturnCode Translate(std::uint32_t id);
-  HalReturnCode TranslateOne(std::uint32_t id);
-  HalReturnCode TranslateRider(std::uint32_t id, const Entry& entry);
-  void TranslateVlan(std::uint32_t id, const Vlan& vlan);
-  void TranslateGroup(std::uint32_t id, const Group& group);
-  HalReturnCode FindHop(std::uint32_t id, const Entry& entry, Hop* hop) const;
-  // Removes an entry's objects.
-  void Withdraw(std::uint32_t id);
+  // The entry and all that depend on it.
+  std::vector<std::uint32_t> Affected(std::uint32_t id) const;
 
+  // Empty if the kernel cannot represent the entry.
+  std::optional<Hop> HopOf(std::uint32_t id, const Entry& entry) const;
+  std::optional<Path> PathOf(const Entry& entry) const;
+  NexthopGroup NexthopGroupOf(const Group& group) const;
+  bool Forwards(std::uint32_t id) const;
+
+  // Adds or removes the objects of an entry, if it exists. Returns whether the kernel can represent
+  // it; an entry without any objects is no obstacle to removing them.
+  HalReturnCode Change(std::uint32_t id, bool add);
   // Shared objects exist for as long as something uses them.
-  void UseDevice(const std::string& name, const KernelDevice& device);
-  void ReleaseDevice(const std::string& name);
-  void UseVrf(std::uint32_t vrf);
+  void UseDevice(const std::string& name, const KernelDevice& device, bool add);
+  void UseVrf(std::uint32_t vrf, bool add);
+  void UseDropNexthop(bool drops, bool add);
+  std::optional<KernelNexthop> DropNexthop() const;
 
-  void SetDevice(const std::string& name, std::optional<KernelDevice> device);
-  void SetNeighbour(const NeighbourKey& key, std::optional<MacAddress> address);
-  void SetNexthop(std::uint32_t id, std::optional<KernelNexthop> nexthop);
+  template <typename Key, typename Value>
+  static void Record(const Key& key, Value value, bool add, Changes<Key, Value>* changes);
+  template <typename Key, typename Value>
+  static void MoveChanges(Changes<Key, Value>* changes, std::map<Key, Value>* before,
+                          std::map<Key, Value>* after);
+  template <typename Key, typename Value>
+  static void PutBackChanges(const std::map<Key, Value>& before, const std::map<Key, Value>& after,
+                             Changes<Key, Value>* changes);
 
   const InterfaceNames interfaces_;
   const std::set<std::string> devices_;
@@ -140,17 +171,18 @@ class Translation {
   std::set<std::uint32_t> vrfs_;
   std::unordered_map<std::uint32_t, Entry> entries_;
   // Pairs of (the entry below, its rider) and of (member, group).
-  std::set<std::pair<std::uint32_t, std::uint32_t>> riders_;
-  std::set<std::pair<std::uint32_t, std::uint32_t>> groups_;
+  PairSet riders_;
+  PairSet groups_;
 
-  KernelObjects objects_;
-  std::map<std::string, std::size_t> device_users_;
+  // VRFs, 802.1Q subinterfaces and the device for packets to the CPU, by name.
+  std::map<std::string, SharedDevice> shared_devices_;
+  // How many groups have `kDropNexthop` as their only member.
   std::size_t drop_users_ = 0;
 
-  // The former values of what has changed since the last `Take`; empty for what did not exist.
-  std::map<std::string, std::optional<KernelDevice>> former_devices_;
-  std::map<NeighbourKey, std::optional<MacAddress>> former_neighbours_;
-  std::map<std::uint32_t, std::optional<KernelNexthop>> former_nexthops_;
+  // What has changed since the last `Take`.
+  Changes<std::string, KernelDevice> changed_devices_;
+  Changes<NeighbourKey, MacAddress> changed_neighbours_;
+  Changes<std::uint32_t, KernelNexthop> changed_nexthops_;
 };
 
 }  // namespace reference

@@ -47,13 +47,14 @@ bool CheckKernel(const ServerContents& contents, const InterfaceNames& interface
     if (code != kHalSuccess) refused[key] = code;
   }
 
-  ObjectStates states = Compare(translation.objects(), present, mtus);
+  const KernelObjects wanted = translation.Objects();
+  ObjectStates states = Compare(wanted, present, mtus);
   for (const auto& [key, payload] : contents.entries) {
     *out << HalKindName(key.first) << ' ' << key.second << ':';
     const auto refusal = refused.find(key);
     if (refusal != refused.end()) *out << ' ' << MakeErrorCode(refusal->second).message();
     const char* separator = " ";
-    for (const std::string& name : ObjectsOf(key.first, key.second, translation.objects())) {
+    for (const std::string& name : ObjectsOf(key.first, key.second, wanted)) {
       *out << std::exchange(separator, ", ") << name << ' ' << ObjectStateText(states.at(name));
     }
     *out << '\n';

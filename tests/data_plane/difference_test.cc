@@ -101,11 +101,11 @@ class AnyState {
       if (!Often() || objects_.nexthops.count(id) != 0) continue;
       NexthopGroup group;
       for (const std::uint32_t member : forwarding_) {
-        if (Below(2) == 0) group.members[member] = static_cast<std::uint16_t>(1 + Below(2));
+        if (Below(2) == 0) group.members.emplace_back(member, 1 + Below(2));
       }
       if (group.members.empty()) {
         objects_.nexthops[kDropNexthop] = BlackholeNexthop{};
-        group.members[kDropNexthop] = 1;
+        group.members.emplace_back(kDropNexthop, 1);
       }
       objects_.nexthops[id] = group;
     }

@@ -79,7 +79,7 @@ class KernelDataPlaneTest : public testing::Test {
         EXPECT_EQ(translation.Store(key.first, key.second, message), kHalSuccess);
       });
     }
-    return translation.objects();
+    return translation.Objects();
   }
 
   ModelKernel kernel_{kDevices};

@@ -121,7 +121,7 @@ class LeftoversTest : public testing::Test {
     for (const Entry& entry : entries) {
       EXPECT_EQ(translation.Store(entry.kind, entry.id, *entry.message), kHalSuccess);
     }
-    return translation.objects();
+    return translation.Objects();
   }
 
   ModelKernel kernel_{kDevices};

@@ -131,7 +131,7 @@ Refusal ModelKernel::Check(const RemoveNexthop& removed) const {
   if (objects_.nexthops.count(removed.id) == 0) return name + " does not exist";
   for (const auto& [id, nexthop] : objects_.nexthops) {
     const auto* const group = std::get_if<NexthopGroup>(&nexthop);
-    if (group != nullptr && group->members.count(removed.id) != 0) {
+    if (group != nullptr && HasMember(*group, removed.id)) {
       return name + " is in group " + std::to_string(id);
     }
   }
@@ -141,7 +141,7 @@ Refusal ModelKernel::Check(const RemoveNexthop& removed) const {
 bool ModelKernel::InGroupOfSeveral(std::uint32_t id) const {
   return std::any_of(objects_.nexthops.begin(), objects_.nexthops.end(), [id](const auto& entry) {
     const auto* const group = std::get_if<NexthopGroup>(&entry.second);
-    return group != nullptr && group->members.size() > 1 && group->members.count(id) != 0;
+    return group != nullptr && group->members.size() > 1 && HasMember(*group, id);
   });
 }
 

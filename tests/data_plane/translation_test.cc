@@ -113,7 +113,7 @@ Translation Translated(const Entries& entries) {
   return translation;
 }
 
-KernelObjects ObjectsOf(const Entries& entries) { return Translated(entries).objects(); }
+KernelObjects ObjectsOf(const Entries& entries) { return Translated(entries).Objects(); }
 
 MacvlanDevice Macvlan(const std::string& parent) {
   MacvlanDevice device;
@@ -142,7 +142,7 @@ TEST(TranslateVrfTest, ZeroIsTheMainTable) {
   EXPECT_TRUE(ObjectsOf({Vrf(0)}) == KernelObjects());
   Translation translation = Translated({Vrf(0)});
   translation.Remove(HalKind::kVrf, 0);
-  EXPECT_TRUE(translation.objects() == KernelObjects());
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
 TEST(TranslateVrfTest, TheKernelsOwnTablesAreNotSupported) {
@@ -210,12 +210,12 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(TranslateVlanTest, ASubinterfaceIsMadeAndGoesWithItsLastDestination) {
   Translation translation = Translated({VlanOn(10, kEth1Tag20), VlanOn(11, kEth1Tag20)});
   const KernelDevice tagged = TaggedDevice{"eth1", 20};
-  EXPECT_TRUE(translation.objects().devices.at("eth1.20") == tagged);
-  EXPECT_TRUE(translation.objects().devices.at("zd10") == KernelDevice(Macvlan("eth1.20")));
+  EXPECT_TRUE(translation.Objects().devices.at("eth1.20") == tagged);
+  EXPECT_TRUE(translation.Objects().devices.at("zd10") == KernelDevice(Macvlan("eth1.20")));
   translation.Remove(HalKind::kVlan, 10);
-  EXPECT_EQ(translation.objects().devices.count("eth1.20"), 1);
+  EXPECT_EQ(translation.Objects().devices.count("eth1.20"), 1);
   translation.Remove(HalKind::kVlan, 11);
-  EXPECT_TRUE(translation.objects() == KernelObjects());
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
 TEST(TranslateVlanTest, TheLargestTagIsMade) {
@@ -227,13 +227,13 @@ TEST(TranslateVlanTest, AVrfExistsAsLongAsItsEntryOrADestinationInIt) {
   const auto vlan = With(VlanOn(10), [](VlanPtr message) { message->set_vrf(7); });
   Translation translation = Translated({vlan, Vrf(7)});
   translation.Remove(HalKind::kVrf, 7);
-  EXPECT_EQ(translation.objects().devices.count("zv7"), 1);
+  EXPECT_EQ(translation.Objects().devices.count("zv7"), 1);
   translation.Remove(HalKind::kVlan, 10);
-  EXPECT_TRUE(translation.objects() == KernelObjects());
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
 
   Translation other = Translated({vlan, Vrf(7)});
   other.Remove(HalKind::kVlan, 10);
-  EXPECT_EQ(other.objects().devices.count("zv7"), 1);
+  EXPECT_EQ(other.Objects().devices.count("zv7"), 1);
 }
 
 // Hosts and MPLS destinations.
@@ -377,12 +377,12 @@ TEST(TranslateCircuitTest, ChangesWithItsTunnel) {
       Translated({VlanOn(10), VlanOn(11, kEth1), Tunnel(201, 10, 1201), MplsOn(301, 201, 16)});
   EXPECT_EQ(AnyEntry(Tunnel(201, 11, 1999)).StoreIn(&translation), kHalSuccess);
   const KernelNexthop moved = DeviceNexthop{"zd11", NeighbourAddress(301), {1999, 16}};
-  EXPECT_TRUE(translation.objects().nexthops.at(301) == moved);
-  EXPECT_EQ(translation.objects().neighbours.count({"zd10", NeighbourAddress(301)}), 0);
+  EXPECT_TRUE(translation.Objects().nexthops.at(301) == moved);
+  EXPECT_EQ(translation.Objects().neighbours.count({"zd10", NeighbourAddress(301)}), 0);
 
   translation.Remove(HalKind::kMpls, 201);
   const KernelNexthop drops = BlackholeNexthop{};
-  EXPECT_TRUE(translation.objects().nexthops.at(301) == drops);
+  EXPECT_TRUE(translation.Objects().nexthops.at(301) == drops);
 }
 
 TEST(TranslateHostTest, DoesNotRideOnWhatIsNoVlanDestination) {
@@ -391,7 +391,7 @@ TEST(TranslateHostTest, DoesNotRideOnWhatIsNoVlanDestination) {
   EXPECT_EQ(AnyEntry(VlanOn(11)).StoreIn(&translation), kHalSuccess);
   EXPECT_EQ(AnyEntry(Tunnel(10, 11, 5)).StoreIn(&translation), kHalSuccess);
   const KernelNexthop drops = BlackholeNexthop{};
-  EXPECT_TRUE(translation.objects().nexthops.at(101) == drops);
+  EXPECT_TRUE(translation.Objects().nexthops.at(101) == drops);
 }
 
 // Groups.
@@ -403,9 +403,7 @@ KernelNexthop GroupOf(const std::vector<std::uint32_t>& members) {
   return ObjectsOf({VlanOn(10), Neighbour(101, 10), drops, Ecmp(301, members)}).nexthops.at(301);
 }
 
-KernelNexthop Members(const std::map<std::uint32_t, std::uint16_t>& members) {
-  return NexthopGroup{members};
-}
+KernelNexthop Members(const GroupMembers& members) { return NexthopGroup{members}; }
 
 TEST(TranslateGroupTest, ARepeatedMemberHasWeight) {
   EXPECT_TRUE(GroupOf({101, 10, 101, 101}) == Members({{10, 1}, {101, 3}}));
@@ -431,17 +429,17 @@ TEST(TranslateGroupTest, WithoutMembersItDrops) {
 TEST(TranslateGroupTest, TheBlackholeGoesWithTheLastGroupThatDrops) {
   Translation translation = Translated({Ecmp(301, {}), Ecmp(302, {})});
   translation.Remove(HalKind::kEcmp, 301);
-  EXPECT_EQ(translation.objects().nexthops.count(kDropNexthop), 1);
+  EXPECT_EQ(translation.Objects().nexthops.count(kDropNexthop), 1);
   translation.Remove(HalKind::kEcmp, 302);
-  EXPECT_TRUE(translation.objects() == KernelObjects());
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
 TEST(TranslateGroupTest, FollowsItsMembers) {
   Translation translation = Translated({VlanOn(10), Neighbour(101, 10), Ecmp(301, {101})});
   translation.Remove(HalKind::kVlan, 10);
-  EXPECT_TRUE(translation.objects().nexthops.at(301) == Members({{kDropNexthop, 1}}));
+  EXPECT_TRUE(translation.Objects().nexthops.at(301) == Members({{kDropNexthop, 1}}));
   EXPECT_EQ(AnyEntry(VlanOn(10)).StoreIn(&translation), kHalSuccess);
-  EXPECT_TRUE(translation.objects().nexthops.at(301) == Members({{101, 1}}));
+  EXPECT_TRUE(translation.Objects().nexthops.at(301) == Members({{101, 1}}));
 }
 
 // Refusals.
@@ -468,9 +466,9 @@ class TranslateRefusalTest : public testing::TestWithParam<RefusalCase> {};
 
 TEST_P(TranslateRefusalTest, ChangesNothing) {
   Translation translation = Translated(SomeEntries());
-  const KernelObjects before = translation.objects();
+  const KernelObjects before = translation.Objects();
   EXPECT_EQ(GetParam().entry.StoreIn(&translation), GetParam().code);
-  EXPECT_TRUE(translation.objects() == before);
+  EXPECT_TRUE(translation.Objects() == before);
 }
 
 encapsulation::VlanMessage VlanAlias(const std::string& alias) {
@@ -541,16 +539,16 @@ TEST(TranslateRefusalTest, ARingWithoutLabelsEnds) {
   Translation translation(Interfaces(), Devices());
   const auto unlabelled = With(Tunnel(201, 201, 1), [](MplsPtr mpls) { mpls->clear_labels(); });
   EXPECT_EQ(AnyEntry(unlabelled).StoreIn(&translation), kHalNotSupported);
-  EXPECT_TRUE(translation.objects() == KernelObjects());
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
 TEST(TranslationTest, RemovingWhatIsNotThereIsANoOp) {
   Translation translation = Translated(SomeEntries());
-  const KernelObjects before = translation.objects();
+  const KernelObjects before = translation.Objects();
   translation.Remove(HalKind::kVlan, 99);
   translation.Remove(HalKind::kHost, 10);
   translation.Remove(HalKind::kVrf, 7);
-  EXPECT_TRUE(translation.objects() == before);
+  EXPECT_TRUE(translation.Objects() == before);
 }
 
 // Incremental changes.
@@ -590,14 +588,14 @@ TEST(TranslationTest, PutsBackWhatTheKernelHas) {
   Translation translation = Translated({VlanOn(10)});
   const Transition lost = translation.Take();
   // The kernel has refused everything.
-  translation.PutBack(lost, lost.before);
+  translation.PutBack(lost);
   Transition again = translation.Take();
   EXPECT_TRUE(again.before == KernelObjects());
   EXPECT_TRUE(again.after == VlanObjects());
   // The kernel has an object that nobody wants.
   KernelObjects left;
   left.nexthops = {{99, BlackholeNexthop{}}};
-  translation.PutBack({}, left);
+  translation.PutBack({left, {}});
   again = translation.Take();
   EXPECT_TRUE(again.before == left);
   EXPECT_TRUE(again.after == KernelObjects());
@@ -671,10 +669,10 @@ TEST(TranslationTest, IncrementalIsAsFromScratchAndTheKernelFollows) {
       const Transition transition = translation.Take();
       ASSERT_EQ(WriteAll(Difference(transition.before, transition.after), &kernel), std::nullopt)
           << "seed " << seed << ", step " << step;
-      ASSERT_TRUE(kernel.objects() == translation.objects()) << "seed " << seed;
+      ASSERT_TRUE(kernel.objects() == translation.Objects()) << "seed " << seed;
       Entries all;
       for (const auto& [id, one] : entries) all.push_back(one);
-      ASSERT_TRUE(ObjectsOf(all) == translation.objects()) << "seed " << seed << ", step " << step;
+      ASSERT_TRUE(ObjectsOf(all) == translation.Objects()) << "seed " << seed << ", step " << step;
     }
   }
 }

@@ -1,5 +1,7 @@
 #include "tests/support/allocations.h"
 
+#include <malloc.h>
+
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -14,6 +16,7 @@ thread_local std::size_t allocation_count = 0;
 thread_local std::size_t until_failure = 0;
 thread_local bool all_after_fail = false;
 std::atomic<std::ptrdiff_t> live_allocations{0};
+std::atomic<std::ptrdiff_t> live_bytes{0};
 
 struct Watch {
   std::atomic<const void*> pointer{nullptr};
@@ -21,6 +24,10 @@ struct Watch {
 };
 
 std::array<Watch, 16> watches;
+
+std::ptrdiff_t BytesOf(void* pointer) {
+  return static_cast<std::ptrdiff_t>(malloc_usable_size(pointer) + sizeof(std::size_t));
+}
 
 void* Allocate(std::size_t size) {
   if (until_failure != 0 && --until_failure == 0) {
@@ -31,12 +38,14 @@ void* Allocate(std::size_t size) {
   if (pointer == nullptr) throw std::bad_alloc();
   ++allocation_count;
   ++live_allocations;
+  live_bytes += BytesOf(pointer);
   return pointer;
 }
 
 void Deallocate(void* pointer) {
   if (pointer == nullptr) return;
   --live_allocations;
+  live_bytes -= BytesOf(pointer);
   const char* event = nullptr;
   for (Watch& watch : watches) {
     const void* expected = pointer;
@@ -51,6 +60,8 @@ void Deallocate(void* pointer) {
 std::size_t AllocationCount() { return allocation_count; }
 
 std::ptrdiff_t LiveAllocations() { return live_allocations; }
+
+std::ptrdiff_t LiveBytes() { return live_bytes; }
 
 void FailAllocation(std::size_t n, bool all_after) {
   until_failure = n;

@@ -370,8 +370,10 @@ NexthopEntry ReadNexthop(const nlmsghdr& message) {
   if (attributes[NHA_GROUP] != nullptr) {
     NexthopGroup group;
     for (const nexthop_grp& member : ArrayOf<nexthop_grp>(attributes[NHA_GROUP])) {
-      group.members[member.id] = static_cast<std::uint16_t>(member.weight + 1);
+      group.members.emplace_back(member.id, member.weight + 1);
     }
+    // Another program may have written it.
+    std::sort(group.members.begin(), group.members.end());
     entry.nexthop = std::move(group);
     return entry;
   }

@@ -359,7 +359,7 @@ TEST_F(LinuxKernelTest, RefusesWhatCannotBe) {
   small.address[5] = 1;
   MacvlanDevice same = Macvlan();
   NexthopGroup huge;
-  for (std::uint32_t id = 1; id <= kMaxMembers + 1; ++id) huge.members[id] = 1;
+  for (std::uint32_t id = 1; id <= kMaxMembers + 1; ++id) huge.members.emplace_back(id, 1);
   const KernelObjects before = kernel_->Read();
   const auto refusals = kernel_->Apply(
       {PutDevice{"zd10", elsewhere, Macvlan()}, PutDevice{"zd11", nowhere, {}},
@@ -830,7 +830,7 @@ class RandomChanges {
   static bool IsMember(const KernelObjects& objects, std::uint32_t id) {
     return std::any_of(objects.nexthops.begin(), objects.nexthops.end(), [&](const auto& entry) {
       const auto* const group = std::get_if<NexthopGroup>(&entry.second);
-      return group != nullptr && group->members.count(id) > 0;
+      return group != nullptr && HasMember(*group, id);
     });
   }
 
@@ -838,7 +838,7 @@ class RandomChanges {
     NexthopGroup group;
     for (const auto& [member, nexthop] : objects.nexthops) {
       if (std::holds_alternative<DeviceNexthop>(nexthop) && Below(3) == 0) {
-        group.members[member] = static_cast<std::uint16_t>(1 + Below(256));
+        group.members.emplace_back(member, 1 + Below(256));
       }
     }
     *change = PutNexthop{id, group};

@@ -289,7 +289,7 @@ TEST(ReadNexthopTest, KnowsEachKindOfNexthop) {
 TEST(ReadNexthopTest, KnowsTheLargestGroup) {
   NexthopGroup group;
   for (std::uint32_t id = 1; id <= kMaxMembers; ++id) {
-    group.members[id] = static_cast<std::uint16_t>(1 + id % kMaxWeight);
+    group.members.emplace_back(id, 1 + id % kMaxWeight);
   }
   EXPECT_EQ(WrittenAndRead(group).nexthop, KernelNexthop(group));
 }
