@@ -58,7 +58,7 @@ function(zuskux_group_sources)
   if(NOT ZUSKUX_GROUP_SOURCES OR CCACHE)
     return()
   endif()
-  set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON)
+  set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   foreach(target IN LISTS ARGN)
     # The warning mistakes each grouped source for a header.
     target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
