@@ -38,15 +38,20 @@ std::string ObjectStateText(ObjectState state) {
   return kTexts.at(static_cast<std::size_t>(state));
 }
 
-ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
-                     const std::map<std::string, std::uint32_t>& mtus) {
-  auto devices = wanted.devices;
-  for (auto& [name, device] : devices) {
+void UseMtusOfParents(const std::map<std::string, std::uint32_t>& mtus,
+                      std::map<std::string, KernelDevice>* devices) {
+  for (auto& [name, device] : *devices) {
     auto* const macvlan = std::get_if<MacvlanDevice>(&device);
     if (macvlan == nullptr || macvlan->mtu != 0) continue;
     const auto parent = mtus.find(macvlan->parent);
     if (parent != mtus.end()) macvlan->mtu = parent->second;
   }
+}
+
+ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
+                     const std::map<std::string, std::uint32_t>& mtus) {
+  auto devices = wanted.devices;
+  UseMtusOfParents(mtus, &devices);
   ObjectStates states;
   CompareEach(devices, present.devices, &states);
   CompareEach(wanted.neighbours, present.neighbours, &states);

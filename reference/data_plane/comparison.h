@@ -18,6 +18,11 @@ std::string ObjectStateText(ObjectState state);
 /// Keyed by the object's name: "zd10", "next hop 101", "neighbour fe80::65 on zd10".
 using ObjectStates = std::map<std::string, ObjectState>;
 
+/// Sets the MTU of each device without a wanted MTU to that of its parent, which the kernel gives
+/// it. `mtus` has the MTU of every device in the kernel.
+void UseMtusOfParents(const std::map<std::string, std::uint32_t>& mtus,
+                      std::map<std::string, KernelDevice>* devices);
+
 /// Compares the wanted objects with those in the kernel. `mtus` has the MTU of every device in the
 /// kernel: a device without a wanted MTU must have its parent's.
 ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,

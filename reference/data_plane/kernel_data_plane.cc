@@ -2,10 +2,14 @@
 
 #include <utility>
 
+#include "reference/data_plane/comparison.h"
 #include "reference/data_plane/difference.h"
 
 namespace reference {
 namespace {
+
+// How many differing objects a repair names.
+constexpr std::size_t kNamed = 3;
 
 template <typename Map>
 void SubtractEach(const Map& objects, Map* from) {
@@ -40,12 +44,12 @@ KernelObjects After(const std::vector<KernelChange>& changes,
 
 }  // namespace
 
-KernelDataPlane::KernelDataPlane(Translation translation, Leftovers left, WriteChanges write,
+KernelDataPlane::KernelDataPlane(Translation translation, Leftovers left, KernelAccess kernel,
                                  LogFunction log)
     : translation_(std::move(translation)),
       left_(std::move(left)),
       adopting_(left_.size() != 0),
-      write_(std::move(write)),
+      kernel_(std::move(kernel)),
       log_(std::move(log)) {}
 
 HalReturnCode KernelDataPlane::Store(HalKind kind, std::uint32_t id,
@@ -78,7 +82,7 @@ void KernelDataPlane::CommitOrLeave() {
 bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
   if (!adopting_) return true;
   const std::vector<KernelChange> changes = Difference(left_.Take(limit), {});
-  const std::vector<RefusedChange> refused = write_(changes);
+  const std::vector<RefusedChange> refused = kernel_.write(changes);
   for (const RefusedChange& one : refused) {
     if (log_) log_(LogLevel::kError, "cannot remove what an earlier server left: " + one.text);
   }
@@ -94,6 +98,35 @@ bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
   return true;
 }
 
+Repair KernelDataPlane::MakeAsWanted() {
+  if (!kernel_.read) return {};
+  KernelState state = kernel_.read();
+  Transition transition{std::move(state.objects), translation_.Objects()};
+  UseMtusOfParents(state.mtus, &transition.after.devices);
+  if (adopting_) {
+    KernelObjects left = transition.before;
+    Subtract(transition.after, &left);
+    left_ = Leftovers(std::move(left), state.mtus);
+    transition = left_.Extend(std::move(transition), wanted_);
+  }
+  const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
+  if (changes.empty()) return {};
+
+  Repair repair;
+  for (const auto& [name, object] : Compare(transition.after, transition.before, state.mtus)) {
+    if (object == ObjectState::kAsWanted) continue;
+    if (++repair.differences > kNamed) continue;
+    if (!repair.text.empty()) repair.text += ", ";
+    repair.text += name + ' ' + ObjectStateText(object);
+  }
+  if (repair.differences > kNamed) repair.text += ", ...";
+  KernelObjects present;
+  for (RefusedChange& refused : WriteAndSettle(transition, changes, &present)) {
+    repair.refusals.push_back(std::move(refused.text));
+  }
+  return repair;
+}
+
 std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, KernelObjects* present) {
   Transition extended;
   if (adopting_) {
@@ -102,9 +135,14 @@ std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, Kerne
     extended = left_.Extend(taken, wanted_);
   }
   const Transition& transition = adopting_ ? extended : taken;
-  const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
+  return WriteAndSettle(transition, Difference(transition.before, transition.after), present);
+}
+
+std::vector<RefusedChange> KernelDataPlane::WriteAndSettle(const Transition& transition,
+                                                           const std::vector<KernelChange>& changes,
+                                                           KernelObjects* present) {
   std::vector<RefusedChange> refused;
-  if (!changes.empty()) refused = write_(changes);
+  if (!changes.empty()) refused = kernel_.write(changes);
   writes_ += changes.size() - refused.size();
   if (!refused.empty()) *present = After(changes, refused, transition.before);
   if (adopting_) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +30,24 @@ struct RefusedChange {
 /// Makes the changes in this order, and returns the refused ones in the same order.
 using WriteChanges = std::function<std::vector<RefusedChange>(const std::vector<KernelChange>&)>;
 
+/// What is in the kernel.
+struct KernelState {
+  /// Those with our marks.
+  KernelObjects objects;
+  /// The MTU of every device, by name.
+  std::map<std::string, std::uint32_t> mtus;
+};
+
+/// How the data plane reaches the kernel.
+struct KernelAccess {
+  WriteChanges write;
+  /// The rest is empty if nothing can be read.
+  std::function<KernelState()> read;
+  /// See `DataPlane::TakeChanges`.
+  std::function<bool()> take_changes;
+  int change_fd = -1;
+};
+
 /// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
 /// owns it.
 ///
@@ -37,8 +56,7 @@ using WriteChanges = std::function<std::vector<RefusedChange>(const std::vector<
 /// keep flowing while the manager reinstalls everything.
 class KernelDataPlane : public DataPlane {
  public:
-  /// `write` must not be empty.
-  KernelDataPlane(Translation translation, Leftovers left, WriteChanges write, LogFunction log);
+  KernelDataPlane(Translation translation, Leftovers left, KernelAccess kernel, LogFunction log);
 
   HalReturnCode Store(HalKind kind, std::uint32_t id,
                       const google::protobuf::Message& message) override;
@@ -47,11 +65,17 @@ class KernelDataPlane : public DataPlane {
   void CommitOrLeave() override;
   bool RemoveLeftovers(std::size_t limit) override;
   std::uint64_t writes() const override { return writes_; }
+  int change_fd() const override { return kernel_.change_fd; }
+  bool TakeChanges() override { return kernel_.take_changes(); }
+  Repair MakeAsWanted() override;
 
  private:
   // Writes what the transition changes. Returns what was refused and, if anything was, sets
   // `present` to what the kernel has now of the objects.
   std::vector<RefusedChange> Write(const Transition& taken, KernelObjects* present);
+  std::vector<RefusedChange> WriteAndSettle(const Transition& transition,
+                                            const std::vector<KernelChange>& changes,
+                                            KernelObjects* present);
 
   Translation translation_;
   Leftovers left_;
@@ -60,7 +84,7 @@ class KernelDataPlane : public DataPlane {
   KernelObjects wanted_;
   std::size_t removed_ = 0;
   std::uint64_t writes_ = 0;
-  const WriteChanges write_;
+  const KernelAccess kernel_;
   const LogFunction log_;
 };
 

@@ -7,11 +7,22 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/kinds.h"
 
 namespace reference {
+
+/// What a comparison of the hardware with the tables found and did.
+struct Repair {
+  /// How many objects were not as the tables want them.
+  std::size_t differences = 0;
+  /// One line for the operator that names some of them. Empty if there were none.
+  std::string text;
+  /// What could not be written, one line each.
+  std::vector<std::string> refusals;
+};
 
 /// What forwards packets behind the HAL's tables. The tables name the changes, which take effect
 /// together: the server commits all that a read from its client brought. Used on the thread of the
@@ -46,6 +57,17 @@ class DataPlane {
 
   /// How many writes it has made to the hardware.
   virtual std::uint64_t writes() const = 0;
+
+  /// A descriptor that is readable when somebody else may have changed the hardware; -1 if that
+  /// cannot be noticed.
+  virtual int change_fd() const = 0;
+
+  /// Takes what makes `change_fd` readable. Returns whether it is time to repair.
+  virtual bool TakeChanges() = 0;
+
+  /// Compares the hardware with the tables, and makes what differs. Not between a change and its
+  /// commit.
+  virtual Repair MakeAsWanted() = 0;
 };
 
 }  // namespace reference

@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <utility>
 
+#include "reference/server/data_plane_watch.h"
 #include "reference/server/server_faults.h"
 #include "reference/server/session.h"
 #include "reference/wire/client_acceptor.h"
@@ -19,10 +20,18 @@ class HalServer::Impl {
             io, state_->options.path, [this](Session::Socket socket) { Admit(std::move(socket)); },
             [this](const ErrorCode& error) {
               state_->Log(LogLevel::kError, "cannot accept a client: " + error.message());
-            }) {}
+            }) {
+    if (state_->options.data_plane == nullptr) return;
+    state_->watch = std::make_unique<DataPlaneWatch>(
+        io, state_->options.data_plane, state_->options.audit,
+        [this](LogLevel level, const std::string& line) { state_->Log(level, line); });
+  }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
-  ~Impl() { state_->CloseSessions(); }
+  ~Impl() {
+    state_->watch.reset();
+    state_->CloseSessions();
+  }
 
   const ServerState& state() const { return *state_; }
 

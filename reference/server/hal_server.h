@@ -49,6 +49,8 @@ struct HalServerOptions {
   /// Forwards what the tables say; all requests of a read are committed together, before they are
   /// answered. Not owned, must outlive the server; null for tables alone. Not together with faults.
   DataPlane* data_plane = nullptr;
+  /// The interval between two comparisons of the data plane with the tables; 0 for none.
+  std::chrono::seconds audit{60};
   /// Called with every connection event, one line each. May be empty.
   LogFunction log;
 };

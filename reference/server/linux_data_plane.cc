@@ -100,7 +100,14 @@ std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
   }
   return std::make_unique<KernelDataPlane>(
       Translation(interfaces, std::move(devices)), std::move(leftovers),
-      [kernel](const std::vector<KernelChange>& changes) { return kernel->Write(changes); }, log);
+      KernelAccess{
+          [kernel](const std::vector<KernelChange>& changes) { return kernel->Write(changes); },
+          [kernel] {
+            return KernelState{kernel->kernel.Read(), kernel->kernel.Devices()};
+          },
+          [kernel] { return kernel->kernel.TakeNotifications(); },
+          kernel->kernel.notification_fd()},
+      log);
 }
 
 std::unique_ptr<DataPlane> MakePrintingDataPlane(const InterfaceNames& interfaces,
@@ -113,7 +120,7 @@ std::unique_ptr<DataPlane> MakePrintingDataPlane(const InterfaceNames& interface
     return std::vector<RefusedChange>();
   };
   return std::make_unique<KernelDataPlane>(Translation(interfaces, DevicesOfThisNamespace()),
-                                           Leftovers(), print, LogFunction());
+                                           Leftovers(), KernelAccess{print, {}, {}}, LogFunction());
 }
 
 }  // namespace reference

@@ -6,6 +6,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/program_options.hpp>
 #include <boost/system/system_error.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <exception>
@@ -45,6 +46,7 @@ constexpr int kBadUsage = 2;
 constexpr int kDifference = 3;
 
 constexpr std::int64_t kMaxTableSize = std::int64_t{1} << 32;
+constexpr std::int64_t kMaxAudit = 86'400;
 constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
 
 constexpr const char* kUsage =
@@ -84,6 +86,9 @@ po::options_description Options() {
       ("netns", po::value<std::string>()->value_name("NAME"),                       //
        "program this network namespace")                                            //
       ("print", "print ip commands instead of programming")                         //
+      ("audit", po::value<std::int64_t>()->value_name("SECONDS"),                   //
+       "how often to compare the kernel with the tables\n"                          //
+       "(missing: 60; 0: never)")                                                   //
       ("quiet", "do not log connections")                                           //
       ("json", "with tables: as JSON")                                              //
       ("check", "with tables: compare with the kernel")                             //
@@ -121,7 +126,7 @@ bool IsTablesCommand(const po::variables_map& values) {
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
       tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "record",
-                                                "quiet",      "data-plane",  "print"}
+                                                "quiet",      "data-plane",  "print", "audit"}
                      : std::vector<std::string>{"json", "check"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
@@ -143,7 +148,7 @@ void CheckTablesOptions(const po::variables_map& values) {
 
 void CheckDataPlaneOptions(const po::variables_map& values) {
   const bool data_plane = values.count("data-plane") != 0;
-  for (const char* const option : {"interfaces", "netns", "print"}) {
+  for (const char* const option : {"interfaces", "netns", "print", "audit"}) {
     if (!data_plane && values.count(option) != 0) {
       throw UsageError(std::string("--") + option + " goes with --data-plane linux only");
     }
@@ -161,11 +166,11 @@ void CheckDataPlaneOptions(const po::variables_map& values) {
 }
 
 std::size_t ReadNumber(const po::variables_map& values, const std::string& option,
-                       std::int64_t last) {
+                       std::int64_t last, std::int64_t first = 1) {
   const auto value = values[option].as<std::int64_t>();
-  if (value < 1 || value > last) {
-    throw UsageError("--" + option + ' ' + std::to_string(value) + " is out of range; use 1 to " +
-                     std::to_string(last));
+  if (value < first || value > last) {
+    throw UsageError("--" + option + ' ' + std::to_string(value) + " is out of range; use " +
+                     std::to_string(first) + " to " + std::to_string(last));
   }
   return static_cast<std::size_t>(value);
 }
@@ -299,6 +304,9 @@ int Run(const po::variables_map& values) {
   if (values.count("data-plane") != 0) {
     interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
     if (!interfaces) return kBadUsage;
+  }
+  if (values.count("audit") != 0) {
+    options.audit = std::chrono::seconds(ReadNumber(values, "audit", kMaxAudit, 0));
   }
   std::optional<reference::Recorder> recorder;
   if (values.count("record") != 0) {

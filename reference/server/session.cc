@@ -15,6 +15,7 @@
 
 #include "reference/hal/data_plane.h"
 #include "reference/hal/request_observer.h"
+#include "reference/server/data_plane_watch.h"
 #include "reference/server/decode_request.h"
 #include "reference/text/printable.h"
 #include "reference/wire/send.h"
@@ -91,6 +92,8 @@ ServerState::ServerState(HalServerOptions server_options)
   if (options.observer != nullptr) options.observer->ServerFound();
 }
 
+ServerState::~ServerState() = default;
+
 wire::ServerStatus ServerState::Status() const {
   wire::ServerStatus status;
   status.set_generation(generation);
@@ -101,6 +104,7 @@ wire::ServerStatus ServerState::Status() const {
   status.set_connections(connections);
   status.set_refused_connections(refused_connections);
   if (options.data_plane != nullptr) status.set_data_plane_writes(options.data_plane->writes());
+  if (watch != nullptr) status.set_data_plane_differences(watch->differences());
   return status;
 }
 

@@ -26,11 +26,15 @@
 
 namespace reference {
 
+class DataPlaneWatch;
 class Session;
 
 /// The state that a server's sessions share. Used on the server's thread.
 struct ServerState {
   explicit ServerState(HalServerOptions server_options);
+  ServerState(const ServerState&) = delete;
+  ServerState& operator=(const ServerState&) = delete;
+  ~ServerState();
 
   wire::ServerStatus Status() const;
   void Log(LogLevel level, const std::string& line) const;
@@ -46,6 +50,8 @@ struct ServerState {
   std::uint64_t requests = 0;
   std::uint64_t connections = 0;
   std::uint64_t refused_connections = 0;
+  /// Null without a data plane.
+  std::unique_ptr<DataPlaneWatch> watch;
   /// Number of table readings in progress.
   std::size_t table_readings = 0;
   /// The sessions whose reading, or end of a reinstall, can continue, in turn; the first one's turn

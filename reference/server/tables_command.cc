@@ -17,6 +17,9 @@ void PrintAsText(const ServerContents& contents, std::ostream& out) {
       << status.requests() << " requests, " << status.connections() << " connections, "
       << status.refused_connections() << " refused";
   if (status.has_data_plane_writes()) out << ", " << status.data_plane_writes() << " kernel writes";
+  if (status.has_data_plane_differences()) {
+    out << ", " << status.data_plane_differences() << " differences";
+  }
   out << '\n';
   std::string_view separator;
   for (const wire::KindSummary& kind : status.kinds()) {
@@ -39,6 +42,9 @@ void PrintAsJson(const ServerContents& contents, std::ostream& out) {
   json["connections"] = status.connections();
   json["refused_connections"] = status.refused_connections();
   if (status.has_data_plane_writes()) json["kernel_writes"] = status.data_plane_writes();
+  if (status.has_data_plane_differences()) {
+    json["kernel_differences"] = status.data_plane_differences();
+  }
   nlohmann::ordered_json& tables = json["tables"];
   for (const wire::KindSummary& kind : status.kinds()) {
     tables[kind.kind()] = {{"count", kind.count()},

@@ -22,6 +22,7 @@ namespace reference {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 const InterfaceNames kInterfaces = {{1, "eth0"}, {2, "eth1"}, {3, "eth1.20"}};
 const std::set<std::string> kDevices = {"eth0", "eth1"};
@@ -83,11 +84,16 @@ class KernelDataPlaneTest : public testing::Test {
   }
 
   ModelKernel kernel_{kDevices};
+  std::map<std::string, std::uint32_t> mtus_;
   std::function<bool()> refuses_;
   std::vector<std::string> lines_;
   KernelDataPlane data_plane_{
       Translation(kInterfaces, kDevices), Leftovers(),
-      [this](const std::vector<KernelChange>& changes) { return Write(changes); },
+      KernelAccess{[this](const std::vector<KernelChange>& changes) { return Write(changes); },
+                   [this] {
+                     return KernelState{kernel_.objects(), mtus_};
+                   },
+                   {}},
       [this](LogLevel, const std::string& line) { lines_.push_back(line); }};
   HalTables tables_{100, &data_plane_};
 };
@@ -118,6 +124,51 @@ TEST_F(KernelDataPlaneTest, WhatCannotBeTakenBackIsLogged) {
   EXPECT_THAT(lines_, ElementsAre("the kernel differs from the tables now: out of memory",
                                   "the kernel differs from the tables now: out of memory"));
   EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+}
+
+TEST_F(KernelDataPlaneTest, ARepairMakesWhatSomebodyElseChanged) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallHost, Neighbour(20, 10))), kHalSuccess);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallEcmp, Ecmp(30, {20}))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  EXPECT_EQ(data_plane_.MakeAsWanted().differences, 0);
+  const std::uint64_t writes = data_plane_.writes();
+  // This also removes the group.
+  KernelObjects present = kernel_.objects();
+  Apply(RemoveNexthop{20}, &present);
+  present.nexthops[99] = BlackholeNexthop{};
+  std::get<MacvlanDevice>(present.devices.at("zd10")).mtu = 1400;
+  kernel_.set_objects(present);
+  const Repair repair = data_plane_.MakeAsWanted();
+  EXPECT_EQ(repair.differences, 4);
+  EXPECT_EQ(repair.text, "next hop 20 missing, next hop 30 missing, next hop 99 not wanted, ...");
+  EXPECT_THAT(repair.refusals, IsEmpty());
+  EXPECT_TRUE(kernel_.objects() == Wanted());
+  EXPECT_EQ(data_plane_.writes(), writes + 4);
+  EXPECT_THAT(lines_, IsEmpty());
+}
+
+TEST_F(KernelDataPlaneTest, ARepairNamesWhatIsRefused) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  kernel_.set_objects({});
+  refuses_ = [] { return true; };
+  const Repair repair = data_plane_.MakeAsWanted();
+  EXPECT_EQ(repair.differences, 2);
+  EXPECT_THAT(repair.refusals, ElementsAre("out of memory", "out of memory"));
+}
+
+// The kernel reports the parent's MTU for a device without one of its own.
+TEST_F(KernelDataPlaneTest, TheMtuOfTheParentNeedsNoRepair) {
+  mtus_ = {{"eth0", 1500}};
+  encapsulation::VlanMessage vlan = VlanOn(10, 1);
+  vlan.clear_mtu();
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, vlan)), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  KernelObjects present = kernel_.objects();
+  std::get<MacvlanDevice>(present.devices.at("zd10")).mtu = 1500;
+  kernel_.set_objects(present);
+  EXPECT_EQ(data_plane_.MakeAsWanted().differences, 0);
 }
 
 TEST_F(KernelDataPlaneTest, KernelAndTablesAgreeWhateverIsRefused) {

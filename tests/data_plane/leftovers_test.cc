@@ -77,10 +77,15 @@ Entry EcmpEntry(std::uint32_t id, const std::vector<std::uint32_t>& members) {
 /// Servers that follow one another on a model of the kernel.
 class LeftoversTest : public testing::Test {
  protected:
-  void StartServer(std::map<std::string, std::uint32_t> mtus = {}) {
+  void StartServer(const std::map<std::string, std::uint32_t>& mtus = {}) {
+    mtus_ = mtus;
     data_plane_ = std::make_unique<KernelDataPlane>(
-        Translation(kInterfaces, kDevices), Leftovers(kernel_.objects(), std::move(mtus)),
-        [this](const std::vector<KernelChange>& changes) { return Write(changes); },
+        Translation(kInterfaces, kDevices), Leftovers(kernel_.objects(), mtus),
+        KernelAccess{[this](const std::vector<KernelChange>& changes) { return Write(changes); },
+                     [this] {
+                       return KernelState{kernel_.objects(), mtus_};
+                     },
+                     {}},
         [this](LogLevel, const std::string& line) { lines_.push_back(line); });
   }
 
@@ -125,6 +130,7 @@ class LeftoversTest : public testing::Test {
   }
 
   ModelKernel kernel_{kDevices};
+  std::map<std::string, std::uint32_t> mtus_;
   std::function<bool()> refuses_;
   std::function<void()> after_write_;
   std::vector<std::string> lines_;
@@ -274,6 +280,24 @@ TEST_F(LeftoversTest, NeighboursComeBackWhenTheAddressOfTheirDeviceChanges) {
   StartServer();
   InstallAll({WithMac(VlanEntry(10, 1), std::string(6, 4))});
   EXPECT_EQ(kernel_.objects().neighbours.count({"zd10", NeighbourAddress(20)}), 1);
+}
+
+TEST_F(LeftoversTest, ARepairKeepsThem) {
+  const Entries entries = {VlanEntry(10, 1), HostEntry(20, 10), HostEntry(21, 10)};
+  StartServer();
+  Reinstall(entries);
+  StartServer();
+  InstallAll({VlanEntry(10, 1), HostEntry(20, 10)});
+  KernelObjects present = kernel_.objects();
+  Apply(RemoveNexthop{20}, &present);
+  kernel_.set_objects(present);
+  const Repair repair = data_plane_->MakeAsWanted();
+  EXPECT_EQ(repair.differences, 1);
+  EXPECT_EQ(repair.text, "next hop 20 missing");
+  EXPECT_TRUE(kernel_.objects() == Wanted(entries));
+  EXPECT_EQ(data_plane_->writes(), 1);
+  EXPECT_TRUE(data_plane_->RemoveLeftovers(kAll));
+  EXPECT_TRUE(kernel_.objects() == Wanted({VlanEntry(10, 1), HostEntry(20, 10)}));
 }
 
 /// A random site. Ids and interfaces are few, so that two sites overlap, and an id may move to

@@ -1,6 +1,10 @@
 #ifndef ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
 #define ZUSKUX_TESTS_HAL_FAKE_DATA_PLANE_H_
 
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -54,6 +58,27 @@ class FakeDataPlane : public DataPlane {
 
   std::uint64_t writes() const override { return writes_; }
 
+  int change_fd() const override { return change_fd_; }
+
+  bool TakeChanges() override {
+    std::array<char, 64> bytes{};
+    return read(change_fd_, bytes.data(), bytes.size()) > 0 && concerned_;
+  }
+
+  Repair MakeAsWanted() override {
+    ++repairs_;
+    return repair_;
+  }
+
+  /// `MakeAsWanted` returns this. Before the server starts.
+  void set_repair(Repair repair) { repair_ = std::move(repair); }
+  /// Not owned. Each of its bytes is a change.
+  void set_change_fd(int fd) { change_fd_ = fd; }
+  /// Whether changes concern the data plane's objects.
+  void set_concerned(bool concerned) { concerned_ = concerned; }
+  /// How often it was asked to repair. May be called on any thread.
+  int repairs() const { return repairs_; }
+
   /// `RemoveLeftovers` has to be called `parts` times.
   void LeaveParts(int parts) { leftover_parts_ = parts; }
   void set_writes(std::uint64_t writes) { writes_ = writes; }
@@ -80,6 +105,10 @@ class FakeDataPlane : public DataPlane {
   std::map<std::string, std::string> entries_;
   int leftover_parts_ = 0;
   std::uint64_t writes_ = 0;
+  Repair repair_;
+  int change_fd_ = -1;
+  std::atomic<bool> concerned_{true};
+  std::atomic<int> repairs_{0};
 };
 
 }  // namespace reference

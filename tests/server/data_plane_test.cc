@@ -150,6 +150,7 @@ TEST_F(DataPlaneTest, TheStatusCountsTheWrites) {
   ASSERT_TRUE(status.ParseFromString(end->payload));
   EXPECT_TRUE(status.has_data_plane_writes());
   EXPECT_EQ(status.data_plane_writes(), 7);
+  EXPECT_TRUE(status.has_data_plane_differences());
 }
 
 TEST_F(DataPlaneTest, TheEndOfALargeReinstallIsCommittedInSteps) {
@@ -163,7 +164,7 @@ TEST_F(DataPlaneTest, TheEndOfALargeReinstallIsCommittedInSteps) {
   EXPECT_TRUE(client_->Receive());
   const std::vector<std::string> calls = Calls();
   EXPECT_GE(std::count(calls.begin(), calls.end(), "commit or leave"), 3);
-  EXPECT_EQ(calls.back(), "commit or leave");
+  EXPECT_EQ(calls.back(), "remove leftovers");
 }
 
 }  // namespace

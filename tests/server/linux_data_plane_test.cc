@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
+#include <cctype>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -122,6 +124,60 @@ TEST_F(LinuxDataPlaneTest, MakesADeviceThatIsDownAnew) {
   EXPECT_EQ(Output("ip link show group 171"), "");
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
+}
+
+class DriftTest : public LinuxDataPlaneTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(DriftTest, IsNoticedAndRepaired) {
+  const auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kEcmp, 30, Ecmp(30, {20})), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  data_plane->TakeChanges();
+  const std::string kState =
+      "ip nexthop; ip neigh show nud permanent; ip link show group 171 | grep -o 'zd.*mtu.*qdisc'";
+  const std::string before = Output(kState);
+
+  Run(GetParam());
+  pollfd changes{data_plane->change_fd(), POLLIN, 0};
+  EXPECT_EQ(poll(&changes, 1, 10'000), 1);
+  EXPECT_TRUE(data_plane->TakeChanges());
+  const Repair repair = data_plane->MakeAsWanted();
+  EXPECT_NE(repair.differences, 0);
+  EXPECT_THAT(repair.refusals, IsEmpty());
+  EXPECT_EQ(Output(kState), before);
+  EXPECT_EQ(data_plane->MakeAsWanted().differences, 0);
+  EXPECT_THAT(lines_, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, DriftTest,
+                         testing::Values("ip nexthop del id 20", "ip nexthop del id 30",
+                                         "ip nexthop flush proto 171", "ip link del zd10",
+                                         "ip link set zd10 mtu 1300", "ip link set zd10 down",
+                                         "ip link set zd10 alias changed",
+                                         "ip neigh del fe80::14 dev zd10",
+                                         "ip link set eth2 down && ip link set eth2 up"),
+                         [](const auto& drift) {
+                           std::string name;
+                           for (const char c : std::string(drift.param)) {
+                             if (std::isalnum(static_cast<unsigned char>(c)) != 0) name += c;
+                           }
+                           return name;
+                         });
+
+TEST_F(LinuxDataPlaneTest, RepairsWhenTheLinkIsBack) {
+  const auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  Run("ip link set eth2 down");
+  EXPECT_TRUE(data_plane->TakeChanges());
+  // The kernel may refuse next hops without a carrier.
+  data_plane->MakeAsWanted();
+  Run("ip link set eth2 up");
+  EXPECT_TRUE(data_plane->TakeChanges());
+  EXPECT_THAT(data_plane->MakeAsWanted().refusals, IsEmpty());
   EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
 }
 

@@ -1,0 +1,80 @@
+#ifndef ZUSKUX_REFERENCE_SERVER_DATA_PLANE_WATCH_H_
+#define ZUSKUX_REFERENCE_SERVER_DATA_PLANE_WATCH_H_
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "reference/hal/data_plane.h"
+#include "reference/log/log_function.h"
+
+namespace reference {
+
+/// Says when the hardware may be repaired, so that somebody who keeps changing it costs little: a
+/// tenth of the time at most, and no more than five repairs a second after the first 50.
+///
+/// A value.
+class RepairBudget {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// When the next repair may begin.
+  Time next() const { return next_; }
+
+  /// A repair began and ended at these times.
+  void Spend(Time begin, Time end);
+
+ private:
+  Time next_;
+  // Each repair costs 200 ms; the credit is limited.
+  Time paid_until_;
+};
+
+/// Notices what somebody else changes in the hardware, and repairs it; also looks at regular
+/// intervals. Logs what differed, at most one line a minute.
+///
+/// The server owns it. Used on the thread that runs the `io_context`.
+class DataPlaneWatch {
+ public:
+  /// `data_plane` must outlive it. `audit` is the interval between two looks; 0 for none.
+  DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, std::chrono::seconds audit,
+                 LogFunction log);
+  DataPlaneWatch(const DataPlaneWatch&) = delete;
+  DataPlaneWatch& operator=(const DataPlaneWatch&) = delete;
+  ~DataPlaneWatch();
+
+  /// How many objects have been found to differ.
+  std::uint64_t differences() const { return differences_; }
+
+ private:
+  using ErrorCode = boost::system::error_code;
+  using Time = RepairBudget::Time;
+
+  void AwaitChange();
+  void AwaitAudit();
+  void Schedule();
+  void MakeAsWanted();
+  void Report(const Repair& repair);
+
+  DataPlane& data_plane_;
+  const std::chrono::seconds audit_;
+  const LogFunction log_;
+  boost::asio::posix::stream_descriptor changes_;
+  boost::asio::steady_timer repair_timer_;
+  boost::asio::steady_timer audit_timer_;
+  bool scheduled_ = false;
+  RepairBudget budget_;
+  std::uint64_t differences_ = 0;
+  // Since the last line.
+  std::size_t unreported_ = 0;
+  Time reported_;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SERVER_DATA_PLANE_WATCH_H_
