@@ -81,7 +81,9 @@ TEST_P(DataPlaneMemoryTest, IsSmallForAnObject) {
   for (const bool with_data_plane : {false, true}) {
     KernelDataPlane data_plane(
         Translation({{1, "eth0"}}, {"eth0"}), Leftovers(),
-        [](const std::vector<KernelChange>&) { return std::vector<RefusedChange>(); }, nullptr);
+        KernelAccess{
+            [](const std::vector<KernelChange>&) { return std::vector<RefusedChange>(); }, {}, {}},
+        nullptr);
     HalTables tables(kObjects, with_data_plane ? &data_plane : nullptr);
     InstallVlan(&tables);
     if (GetParam().install_members != nullptr) {

@@ -139,12 +139,14 @@ class ProgrammedKernel {
  public:
   ProgrammedKernel()
       : kernel_(""),
-        data_plane_(
-            Translation(Interfaces(), PresentDevices()),
-            [this](const std::vector<KernelChange>& changes) { return Apply(changes); },
-            [](LogLevel, const std::string&) {}) {
-    kernel_.Read();
-  }
+        present_(kernel_.Read()),
+        data_plane_(Translation(Interfaces(), DevicesOfOthers()),
+                    Leftovers(present_, kernel_.Devices()),
+                    KernelAccess{
+                        [this](const std::vector<KernelChange>& changes) { return Apply(changes); },
+                        {},
+                        {}},
+                    [](LogLevel, const std::string&) {}) {}
 
   void Put(const encapsulation::VrfMessage& vrf) { Store(HalKind::kVrf, vrf.vrf_id(), vrf); }
   void Put(const encapsulation::VlanMessage& vlan) {
@@ -154,14 +156,20 @@ class ProgrammedKernel {
   void Put(const encapsulation::MplsMessage& mpls) { Store(HalKind::kMpls, mpls.dest_id(), mpls); }
   void Put(const encapsulation::EcmpMessage& ecmp) { Store(HalKind::kEcmp, ecmp.db_id(), ecmp); }
 
+  // The end of the first reinstall.
+  void RemoveLeftovers() { EXPECT_TRUE(data_plane_.RemoveLeftovers(1'000)); }
+  std::uint64_t writes() const { return data_plane_.writes(); }
+
  private:
   static InterfaceNames Interfaces() {
     return {{1, "eth1"}, {2, "eth2"}, {3, "eth3"}, {kTaggedLim, "eth2." + std::to_string(kTag)}};
   }
 
-  std::set<std::string> PresentDevices() {
+  std::set<std::string> DevicesOfOthers() {
     std::set<std::string> names;
-    for (const auto& [name, mtu] : kernel_.Devices()) names.insert(name);
+    for (const auto& [name, mtu] : kernel_.Devices()) {
+      if (present_.devices.count(name) == 0) names.insert(name);
+    }
     return names;
   }
 
@@ -184,6 +192,7 @@ class ProgrammedKernel {
   }
 
   LinuxKernel kernel_;
+  const KernelObjects present_;
   KernelDataPlane data_plane_;
 };
 
@@ -198,13 +207,21 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
       return;
     }
     hal_.emplace();
+    PutFirst();
+    Ip(std::string("address add ") + at().router + " dev lo\n" +
+       RouteCommand(at().senders, kSender) + RouteCommand(at().markers, kOutHost));
+  }
+
+  void PutFirst() {
     Put(VlanOn(1, kInVlan));
     Put(HostOn(kInVlan, kSender));
     Put(VlanOn(2, kOutVlan));
     Put(HostOn(kOutVlan, kOutHost));
-    Ip(std::string("address add ") + at().router + " dev lo\n" +
-       RouteCommand(at().senders, kSender) + RouteCommand(at().markers, kOutHost));
   }
+
+  // The server goes, and its objects stay.
+  void StopHal() { hal_.reset(); }
+  ProgrammedKernel& StartHal() { return hal_.emplace(); }
 
   // Skips the test if the kernel refuses the command.
   void Need(const std::string& what, const std::string& command) {
@@ -306,6 +323,7 @@ std::string FamilyName(const ::testing::TestParamInfo<Family>& info) {
 class VlanPacketsTest : public PacketsTest {};
 class HostPacketsTest : public PacketsTest {};
 class EcmpPacketsTest : public PacketsTest {};
+class RestartPacketsTest : public PacketsTest {};
 class TaggedPacketsTest : public PacketsTest {
  protected:
   void SetUp() override {
@@ -338,6 +356,7 @@ class MplsPacketsTest : public PacketsTest {
 INSTANTIATE_TEST_SUITE_P(, VlanPacketsTest, kFamilies, FamilyName);
 INSTANTIATE_TEST_SUITE_P(, HostPacketsTest, kFamilies, FamilyName);
 INSTANTIATE_TEST_SUITE_P(, EcmpPacketsTest, kFamilies, FamilyName);
+INSTANTIATE_TEST_SUITE_P(, RestartPacketsTest, kFamilies, FamilyName);
 INSTANTIATE_TEST_SUITE_P(, TaggedPacketsTest, kFamilies, FamilyName);
 INSTANTIATE_TEST_SUITE_P(, VrfPacketsTest, kFamilies, FamilyName);
 INSTANTIATE_TEST_SUITE_P(, CpuPacketsTest, kFamilies, FamilyName);
@@ -867,6 +886,55 @@ TEST_P(MplsPacketsTest, AGroupMayHoldHostsAndTunnels) {
   }
   EXPECT_TRUE(with_label);
   EXPECT_TRUE(without);
+}
+
+// Restarts of the server.
+
+TEST_P(RestartPacketsTest, TheKernelForwardsWithoutAServer) {
+  RouteTo(kOutHost);
+  StopHal();
+  EXPECT_EQ(OneThrough().packet.to, kOutHostMac);
+}
+
+TEST_P(RestartPacketsTest, AReinstallOfTheSameObjectsWritesNothing) {
+  Put(HostOn(kOutVlan, kHost));
+  Put(EcmpOf({kOutHost, kHost, kHost}));
+  RouteTo(kGroup);
+  StopHal();
+  ProgrammedKernel& hal = StartHal();
+  PutFirst();
+  EXPECT_THAT(Through(), SizeIs(1));
+  Put(HostOn(kOutVlan, kHost));
+  Put(EcmpOf({kOutHost, kHost, kHost}));
+  hal.RemoveLeftovers();
+  EXPECT_EQ(hal.writes(), 0);
+  EXPECT_THAT(Through(), SizeIs(1));
+}
+
+TEST_P(RestartPacketsTest, RoutesStayWhenADestinationChangesMeanwhile) {
+  RouteTo(kOutHost);
+  StopHal();
+  ProgrammedKernel& hal = StartHal();
+  Put(VlanOn(1, kInVlan));
+  Put(HostOn(kInVlan, kSender));
+  Put(VlanOn(2, kOutVlan));
+  EXPECT_EQ(OneThrough().packet.to, kOutHostMac);
+  encapsulation::HostMessage host = HostOn(kOutVlan, kOutHost);
+  host.set_dest_mac(kOtherMac);
+  Put(host);
+  hal.RemoveLeftovers();
+  EXPECT_EQ(OneThrough().packet.to, kOtherMac);
+}
+
+TEST_P(RestartPacketsTest, WhatNobodyNamesForwardsUntilTheReinstallEnds) {
+  Put(HostOn(kOutVlan, kHost));
+  RouteTo(kHost);
+  StopHal();
+  ProgrammedKernel& hal = StartHal();
+  PutFirst();
+  EXPECT_EQ(OneThrough().packet.to, kHostMac);
+  hal.RemoveLeftovers();
+  EXPECT_THAT(Through(), IsEmpty());
 }
 
 }  // namespace
