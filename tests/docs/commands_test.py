@@ -41,7 +41,7 @@ ELSEWHERE = {
         'C++ code; test install.host builds the same',
     'zuskux-check-platform build/host': 'mode installed',
     'install -D -m 644 site.txtpb /etc/zuskux/site.txtpb':
-        'needs a system that systemd has started; tests service.* check the units',
+        'tests/service/services_test.sh runs it on a system that systemd has booted',
     'missing  limid_to_type(unsigned int, unsigned char*)  (interface_ids/lim_id.h)':
         'test install.check_platform compares it',
     'zlog_init("/etc/my_host/zlog.conf");': 'C++ code; test install.host builds the same',

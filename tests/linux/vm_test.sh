@@ -26,13 +26,15 @@ refuses() {
     fail "tests/linux/vm $*: $(cat "$work/output")"
 }
 
-usage='tests/linux/vm [--timeout SECONDS] [--with PATH]... COMMAND'
+usage='tests/linux/vm [--timeout SECONDS] [--with PATH]... [--system ARCHIVE] COMMAND'
 refuses "no command. Use: $usage"
 refuses "no command. Use: $usage" --timeout 5
 refuses "unknown option --boot. Use: $usage" --boot true
 refuses '--timeout needs a value' --timeout
 refuses '--timeout takes whole seconds, not "1.5"' --timeout 1.5 true
 refuses "--with: there is no $work/missing" --with "$work/missing" true
+refuses "--system: there is no file $work" --system "$work" true
+refuses '--with does not add to the archive of --system' --system "$0" --with / true
 
 # Only the programs that every system has, and those of the packages named so far.
 mkdir "$work/bin"

@@ -15,7 +15,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 for unit in "$1"/*.service; do
   # The programs are not installed.
-  sed -E "s#^ExecStart=[^ ]*/#ExecStart=$(realpath "$2")/#" "$unit" >"$work/$(basename "$unit")"
+  sed -E "s#^(Exec[A-Z][a-z]*=)[^ ]*/#\1$(realpath "$2")/#" "$unit" >"$work/$(basename "$unit")"
 done
 [ "$(ls "$work" | wc -l)" -eq 2 ]
 systemd-analyze verify --man=no "$work"/*.service >"$work/said" 2>&1
