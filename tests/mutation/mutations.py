@@ -7,7 +7,7 @@ what it changes.
 import re
 from dataclasses import dataclass
 
-from cpp_source import Source
+from cpp_source import JUMPS, Source
 
 OPERATORS = {}
 COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], ">": [">=", "<"],
@@ -18,6 +18,13 @@ ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "&": "|", "|": "&", "&&": 
 RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
            ("Success", "Error"), ("TraceLevel", "ErrorLevel"), ("db_id", "secondary_id", "vrf_id"),
            ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]
+# Functions that change nothing, and that change nothing but their object. Nothing that may run a
+# destructor is among them.
+READERS = {"static_cast", "now", "min", "max", "size", "empty", "begin", "end", "data", "c_str",
+           "count"}
+GROWERS = {"push_back", "emplace", "emplace_back", "append"}
+ASSIGNMENTS = {"=", "++", "--", *(sign + "=" for sign in "+-*/%&|^"), "<<=", ">>="}
+NO_EFFECTS_OF = JUMPS | {"new", "delete", "while", "do", "case", "static"}
 SPECIAL = {"virtual", "static", "explicit", "operator", "override", "=", "~"}
 LOGS = {"ZUSKUX_TRACE": "ZUSKUX_LOG", "ZUSKUX_LOG": "ZUSKUX_TRACE"}
 
@@ -146,8 +153,11 @@ def alternatives(source):
 
 @operator
 def removal(source):
-    """A call, assignment, loop or jump removed."""
+    """A call, assignment, loop or jump removed, unless the jump leads to where the removal does."""
+    idle = set(idle_breaks(source))
     for statement in statements(source):
+        if statement.first in idle:
+            continue
         if statement.kind in ("expression", "loop") or source.slice(
             statement.first, statement.last) in ("return;", "continue;", "break;"):
             yield *source.span(statement.first, statement.last), ";"
@@ -159,8 +169,7 @@ def order(source):
     for statement in statements(source):
         if statement.kind == "block":
             for one, other in zip(statement.parts, statement.parts[1:]):
-                if moves(source, one) and moves(source, other) and not commute(
-                    *(source.slice(part.first, part.last) for part in (one, other))):
+                if moves(source, one) and moves(source, other) and not commute(source, one, other):
                     yield swap(source, (one.first, one.last), (other.first, other.last))
 
 
@@ -183,13 +192,14 @@ def result(source):
 @operator
 def arguments(source):
     """Two neighbouring arguments, rows of a table or initial values swapped; for min and max, they
-    are equivalent."""
+    are equivalent. Parameters, also those of a lambda, keep their order."""
     blocks = {statement.first for statement in statements(source) if statement.kind == "block"}
     bodies = [(body.block.first, body.block.last) for body in source.bodies]
     for place, token in signs(source):
-        call = token.text == "(" and any(first < place < last for first, last in bodies)
-        values = token.text == "{" and place not in blocks and source.tokens[
-            place - 1].text not in ("namespace", "dest_mng") and not is_enumeration(source, place)
+        call = (token.text == "(" and source.word(place - 1) != "]"
+                and any(first < place < last for first, last in bodies))
+        values = (token.text == "{" and place not in blocks and not is_namespace(source, place)
+                  and not is_enumeration(source, place))
         if (call or values) and source.word(place - 1) not in ("for", "min", "max"):
             pieces = source.split(place + 1, source.partner[place] - 1)
             for one, other in zip(pieces, pieces[1:]):
@@ -325,6 +335,15 @@ def is_enumeration(source, opening):
     return "enum" in [source.word(place) for place in range(opening - 6, opening)]
 
 
+def is_namespace(source, opening):
+    """Whether a brace opens a namespace, in which commas separate members' initialisers."""
+    place = opening - 1
+    while source.tokens[place].kind == "word" and source.word(place) != "namespace" or source.word(
+        place) == "::":
+        place -= 1
+    return source.word(place) == "namespace"
+
+
 def is_log_site(source, token):
     statement = source.text[source.text.rfind(";", 0, token.start) + 1 : token.start]
     return "constexpr LogSite" in statement
@@ -351,15 +370,84 @@ def moves(source, statement):
     return statement.kind != "jump"
 
 
-def commute(one, other):
-    """Whether two statements, neither of which calls anything, only set different things."""
-    assignments = [re.fullmatch(r"(?:\+\+|--)?([\w.>-]+)(?:\s*[-+]?=[^=][^()]*)?;", text)
-                   for text in (one, other)]
-    if all(assignments):
-        first, second = (re.escape(assignment[1]) for assignment in assignments)
-        return not re.search(rf"\b{first}\b", other) and not re.search(rf"\b{second}\b", one)
-    setters = [re.fullmatch(r"(\w+(?:->|\.))set_(\w+)\([^()]*\);", text) for text in (one, other)]
-    return all(setters) and setters[0][1] == setters[1][1] and setters[0][2] != setters[1][2]
+def idle_breaks(source):
+    """The tokens of the breaks of a switch that another break or the switch's end follows."""
+    for statement in statements(source):
+        if statement.kind == "switch":
+            parts = statement.parts[0].parts
+            for one, other in zip(parts, parts[1:] + [None]):
+                if source.word(one.first) == "break" and (
+                    other is None or source.word(other.first) == "break"):
+                    yield one.first
+
+
+def commute(source, one, other):
+    """Whether two statements only set different things, and neither reads what the other sets."""
+    effects = [effects_of(source, statement) for statement in (one, other)]
+    if None in effects:
+        return False
+    (reads, writes), (other_reads, other_writes) = effects
+    return not (overlap(writes, other_reads | other_writes) or overlap(other_writes, reads))
+
+
+def effects_of(source, statement):
+    """What a statement reads and sets, as sets of paths such as ("a", "b") for a->b; nothing if it
+    jumps or may call anything but READERS, GROWERS and setters."""
+    reads, writes = set(), set()
+    place = statement.first
+    while place <= statement.last:
+        word, before = source.word(place), source.word(place - 1)
+        if word == "[" and before == "=" and source.word(place + 1) in ("&", "this") and source.word(
+            place + 2) == "]":
+            # A lambda that is assigned does not run now.
+            while source.word(place) != "{":
+                place = source.partner.get(place, place) + 1
+            place = source.partner[place] + 1
+            continue
+        if word in ("<<", ">>") or word == "(" and before in (">", ")", "]") or word == "[" and (
+            source.tokens[place - 1].kind != "word"):
+            return None
+        if source.tokens[place].kind != "word":
+            place += 1
+            continue
+        path = [word]
+        while source.word(place + 1) in (".", "->", "::") and (
+            source.tokens[place + 2].kind == "word"):
+            place += 2
+            path.append(source.word(place))
+        place += 1
+        if word == "static_cast":
+            while source.word(place) != "(":
+                place += 1
+        if word in NO_EFFECTS_OF:
+            return None
+        if source.word(place) == "(" and word not in ("if", "for", "switch"):
+            name = path.pop()
+            field = re.fullmatch(r"(?:set|add)_(\w+)", name)
+            if path and field:
+                writes.add((*path, field[1]))
+            elif path and name in GROWERS:
+                writes.add(tuple(path))
+            elif name not in READERS:
+                return None
+            elif path:
+                reads.add(tuple(path))
+            place += 1
+            continue
+        end = source.partner[place] + 1 if source.word(place) == "[" else place
+        if source.word(end) in ASSIGNMENTS or before in ("++", "--"):
+            writes.add(tuple(path))
+        elif source.word(place) == "{" and word != "else":
+            return None
+        # The address of something does not depend on its value.
+        if source.word(end) != "=" and (before != "&" or source.word(place) not in (")", ",")):
+            reads.add(tuple(path))
+    return reads, writes
+
+
+def overlap(paths, others):
+    """Whether a path is one of the others, a part of it or contains it."""
+    return any(one[: len(other)] == other[: len(one)] for one in paths for other in others)
 
 
 def members(source, one):

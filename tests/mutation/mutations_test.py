@@ -83,10 +83,31 @@ class MutationsTest(unittest.TestCase):
         self.check_body("order", "a = 1; ++b;")
         self.check_body("order", "a->b = c; a->d = 2;")
         self.check_body("order", "a->set_b(c); a->set_d(*c.e);")
+        self.check_body("order", "if (a.b) c->set_b(*a.b); for (int x : a.d) c->add_d(x);")
+        self.check_body("order", "a = 1; b = steady_clock::now();")
+        self.check_body("order", "a.b = [this] { G(); }; a.c = [this] { H(); };")
+        self.check_body("order", "const auto a = static_cast<int>(b); if (!c.empty()) c += 'd';")
+        self.check_body("order", "a.b = 1; c.push_back(&a);")
         self.check_body("order", "a = 1; b = a;", "b = a; a = 1;")
         self.check_body("order", "a = 1; ++a;", "++a; a = 1;")
         self.check_body("order", "a = 1; b = G();", "b = G(); a = 1;")
         self.check_body("order", "a->set_b(1); a->set_b(2);", "a->set_b(2); a->set_b(1);")
+        for one, other in (
+            ("if (a.b) c->set_b(1);", "if (c.b) a->set_b(2);"),
+            ("a.push_back(b);", "a.push_back(c);"),
+            ("a.push_back(b);", "++b;"),
+            ("a = x.size();", "x.push_back(1);"),
+            ("a = 1;", "b.log(c);"),
+            ("a = 1;", "b.clear();"),
+            ("a = 1;", "b = F<int>(c);"),
+            ("a = 1;", "b = [c = G()] { };"),
+            ("a = 1;", "b << c;"),
+            ("a = 1;", "if (b) return 2;"),
+            ("a = 1;", "b = B{2};"),
+            ("a.b = 1;", "c = *a;"),
+        ):
+            with self.subTest(one + other):
+                self.assertIn(body(f"{other} {one}"), made(body(f"{one} {other}"), "order"))
 
     def test_result(self):
         self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
@@ -101,6 +122,12 @@ class MutationsTest(unittest.TestCase):
 
     def test_parameters_stay(self):
         self.check("arguments", "int F(int a, int b) { return a; }")
+        self.check_body("arguments", "x = [](int a, int b) { return G(b, a); };",
+                        "x = [](int a, int b) { return G(a, b); };")
+
+    def test_initialisers_of_members_stay(self):
+        self.check("arguments", "namespace a { A::A(int b) : c_(b), d_(b) { } }")
+        self.check("arguments", "namespace a::b { A::A(int b) : c_(b), d_(b) { } }")
 
     def test_related_name(self):
         self.check_body("related_name", "c.InstallVlan();", "c.DestroyVlan();", "c.ReplaceVlan();")
@@ -157,6 +184,10 @@ class MutationsTest(unittest.TestCase):
                         "switch (a) { case A::kB: case 'c': ; break; default: H(); }",
                         "switch (a) { case A::kB: case 'c': G(); ; default: H(); }",
                         "switch (a) { case A::kB: case 'c': G(); break; default: ; }")
+
+    def test_breaks_before_nothing_but_breaks_stay(self):
+        self.check_body("removal", "switch (a) { case 1: G(); break; case 2: break; }",
+                        "switch (a) { case 1: ; break; case 2: break; }")
 
     def test_statements_of_a_try(self):
         self.check_body("removal", "try { F(); } catch (const E& e) { G(); } catch (...) { H(); }",
