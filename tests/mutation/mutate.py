@@ -2,14 +2,14 @@
 """Mutation testing: changes one place of the sources at a time and checks that a test fails.
 
   mutate.py [--of SUBJECT] [--count N] [--seed S] [--all] [--file PART] [--again] [--fresh]
-            [--jobs N] [--minutes N] [--seconds N]
+            [--jobs N] [--minutes N] [--seconds N] [--programs N]
   mutate.py [--of SUBJECT] --report [--file PART]
   mutate.py [--of SUBJECT] --list [--file PART]
 
   --of SUBJECT   library (default) or reference: the HAL, its server and client, the wire and the
                  manager's engine
   --count N      number of mutants to choose, from each file in proportion to its size (default: 500
-                 for the library, 600 for the reference system)
+                 for the library, 760 for the reference system)
   --seed S       seed of the choice (default: 1)
   --all          chooses all mutants
   --file PART    limits the choice to files whose path contains PART
@@ -20,13 +20,16 @@
   --minutes N    starts no mutant after N minutes; the next run continues
   --seconds N    skips test programs that take longer than N seconds, so more mutants survive;
                  --again without it then retries those with every program
+  --programs N   runs only the N likeliest test programs of each file, with the same effect
   --report       prints a report of the results so far, and tries nothing
   --list         prints the mutants, and tries nothing
 
-Each mutant is built without optimisation and with warnings allowed. Then the test programs that
-contain the file run until one fails, the most likely first. A mutant is killed if a test fails,
-crashes or times out, and survives if all tests pass. Mutants that do not compile do not count. A
-test program that fails on the original sources is skipped, and the run fails.
+A mutant is built with warnings allowed and with the assertions of the standard library, everything
+else as for development. Then the test programs that contain the file run until one fails, the most
+likely first. Of each program, the tests that killed mutants of the file before run first. A mutant
+is killed if a test fails or crashes twice, or times out, and survives if all tests pass. Mutants
+that do not compile do not count. A test program that fails on the original sources is skipped, and
+the run fails.
 
 Everything happens in copies of the tree below build/mutation/SUBJECT; results.jsonl there holds the
 results. You can interrupt a run at any time: the next one continues. tests/mutation/equivalent.txt
@@ -61,6 +64,15 @@ OUTCOMES = ("killed", "survived", "does not compile")
 MEMORY_LIMIT = 4 << 30  # bytes
 FILE_LIMIT = 1 << 30  # bytes
 INCOMPLETE = 2
+TIMEOUT = "takes too long"
+# Last on the command line, so that they replace those of the build.
+MUTANT_FLAGS = "-w -O0 -g0 -D_GLIBCXX_ASSERTIONS"
+LAUNCHER = """#!/bin/sh
+# Runs the compiler on a mutant, or on an original through the cache, if there is one.
+if [ -n "$MUTANT_FLAGS" ]; then exec "$@" $MUTANT_FLAGS; fi
+if command -v ccache >/dev/null; then exec ccache "$@"; fi
+exec "$@"
+"""
 
 
 @dataclass(frozen=True)
@@ -94,7 +106,7 @@ SUBJECTS = {
         Subject("reference",
                 ("reference/hal", "reference/server", "reference/socket_client", "reference/wire",
                  "reference/manager/engine"),
-                frozenset(("text", "layout", "static", "setter")), (), 600, 0.90),
+                frozenset(("text", "layout", "static", "setter")), (), 760, 0.90),
     )
 }
 
@@ -171,10 +183,13 @@ class Results:
                 self.of[result["key"]] = result
 
     def killers(self):
-        """How many mutants of a file a program has killed."""
-        return collections.Counter(
-            (result["file"], result["by"].split(":")[0]) for result in self.of.values()
-            if result["outcome"] == "killed")
+        """For each file and program, the tests that have killed mutants, and how many of them."""
+        killers = collections.defaultdict(collections.Counter)
+        for result in self.of.values():
+            if result["outcome"] == "killed":
+                program, _, test = result["by"].partition(": ")
+                killers[result["file"], program][test.split()[0]] += 1
+        return killers
 
     def add(self, mutant, outcome, by, seconds):
         result = {"key": mutant.key, "file": mutant.file, "line": mutant.mutation.line,
@@ -189,13 +204,17 @@ class Results:
 class Tree:
     """A copy of the sources in which the test programs are built on demand. Used by one worker."""
 
-    def __init__(self, subject, number, killers, longest):
+    def __init__(self, subject, number, killers, options):
         self.subject = subject
-        self.longest = longest  # in seconds, the time of a test program that is still run
+        self.longest = options.seconds  # the time of a test program that is still run
+        self.programs = options.programs  # the number of them for each mutant
         self.folder = subject.work / str(number)
-        self.tree, self.build_folder = self.folder / "tree", self.folder / "build"
+        self.tree = self.folder / "tree"
+        # Where a developer's build is, relative to the sources, so that both share a cache.
+        self.build_folder = self.tree / "build" / "mutants"
         self.killers = killers
         self.seconds = {}  # what each program takes, of those that were built
+        self.tests = {}  # what each of its tests takes
         self.failing = {}  # the programs that fail without a mutation, and how
         self.copy()
         self.configure()
@@ -205,8 +224,8 @@ class Tree:
         """Brings the copy up to date; unchanged files keep their timestamps."""
         listed = run(["git", "-C", ROOT, "ls-files", "-z"]).split("\0")
         wanted = {file for file in listed if file and (ROOT / file).is_file()}
-        for path in self.tree.rglob("*"):
-            if path.is_file() and path.relative_to(self.tree).as_posix() not in wanted:
+        for path in self.sources():
+            if path.relative_to(self.tree).as_posix() not in wanted:
                 path.unlink()
         for file in wanted:
             source, target = ROOT / file, self.tree / file
@@ -215,19 +234,28 @@ class Tree:
                 shutil.copyfile(source, target)
                 shutil.copymode(source, target)
 
+    def sources(self):
+        """The files of the copy."""
+        return [path for path in self.tree.rglob("*")
+                if path.is_file() and self.build_folder not in path.parents]
+
     def configure(self):
         environment = {name: value for name, value in os.environ.items()
                        if not name.startswith("CMAKE_")}
         linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
                   "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
-        run(["cmake", "-S", self.tree, "-B", self.build_folder, "-G", "Ninja",
-             "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-w",
-             "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0", *linker, *self.subject.options], env=environment)
+        launcher = self.folder / "launcher"
+        launcher.write_text(LAUNCHER)
+        launcher.chmod(0o755)
+        run(["cmake", "--preset", "development", "-S", self.tree, "-B", self.build_folder,
+             "-DZUSKUX_GROUP_SOURCES=OFF", f"-DCMAKE_C_COMPILER_LAUNCHER={launcher}",
+             f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}", *linker, *self.subject.options],
+            cwd=self.tree, env=environment)
 
     def find_programs(self):
         """For each file, the test programs that contain it or start one that does."""
         users = collections.defaultdict(set)
-        for path in self.tree.rglob("*"):
+        for path in self.sources():
             if path.suffix in (".h", ".cc"):
                 for name in re.findall(r'^#include ["<](.+)[">]', path.read_text(), re.MULTILINE):
                     for folder in ("", "include/", "src/"):
@@ -253,8 +281,11 @@ class Tree:
         target = self.tree / mutant.file
         tried = set()
         try:
-            while program := next((program for program in self.in_order(mutant.file)
-                                   if program not in tried), None):
+            while len(tried) < self.programs:
+                program = next((program for program in self.in_order(mutant.file)
+                                if program not in tried), None)
+                if program is None:
+                    break
                 tried.add(program)
                 if program not in self.seconds:
                     target.write_text(mutant.text)
@@ -264,29 +295,42 @@ class Tree:
                     continue
                 if target.read_text() == mutant.text:
                     target.write_text(mutant.mutation.apply(mutant.text))
-                if errors := self.build(program):
+                if errors := self.build(program, {"MUTANT_FLAGS": MUTANT_FLAGS}):
                     if re.search(r"tree/tests/.*static assertion failed", errors):
                         return "killed", f"{program}: static assertion"
                     return "does not compile", ""
-                # Far more than it needs, for a busy machine.
-                if failure := self.test(program, 15 + 5 * self.seconds[program]):
-                    self.killers[mutant.file, program] += 1
+                if failure := self.failure_of(program, self.killers[mutant.file, program]):
                     return "killed", f"{program}: {failure}"
             return "survived", ""
         finally:
             target.write_text(mutant.text)
 
+    def failure_of(self, program, killers):
+        """The first failure of a test program, which must happen twice unless it is a timeout."""
+        likely = [test for test, _ in killers.most_common(10) if test in self.tests[program]]
+        failure = (likely and self.test(program, likely)) or self.test(program)
+        if not failure:
+            return ""
+        test = failure.split()[0]
+        if test in self.tests[program] and not failure.endswith(TIMEOUT) and not self.test(
+            program, [test]):
+            print(f"{program}: {failure}, but not when it runs again", flush=True)
+            return ""
+        killers[test] += 1
+        return failure
+
     def prepare(self, program):
         """Builds a program without a mutation and measures its time; returns whether it passes."""
-        # Reuses what another tree has compiled.
-        if errors := self.build(program, {"CCACHE_DIR": str(self.subject.work / "ccache"),
-                                          "CCACHE_BASEDIR": str(self.folder),
+        # Reuses what other builds have compiled.
+        if errors := self.build(program, {"CCACHE_BASEDIR": str(self.folder),
                                           "CCACHE_NOHASHDIR": "1"}):
             sys.exit(f"{program} does not build without a mutation: {errors}")
         for _ in range(2):  # in case a busy machine is the reason
             start = time.monotonic()
-            failure = self.test(program, min(600, self.longest))
+            failure = self.test(program, limit=min(600, self.longest))
             self.seconds[program] = time.monotonic() - start
+            self.tests[program] = {test: int(ms) / 1000 for test, ms in re.findall(
+                r"^\[       OK \] (\S+) \((\d+) ms\)", self.output(), re.MULTILINE)}
             if not failure or self.seconds[program] > self.longest:
                 return True
         self.failing[program] = failure
@@ -299,44 +343,49 @@ class Tree:
 
         def unlikelihood(program):
             likeness = len(words & set(program.split("_")))
-            return (-self.killers[file, program], -likeness,
+            return (-self.killers[file, program].total(), -likeness,
                     self.seconds.get(program, float("inf")), program)
 
         return sorted(self.programs_of[file] - self.failing.keys(), key=unlikelihood)
 
-    def build(self, program, environment=None):
+    def build(self, program, environment):
         """The error, or nothing."""
         done = subprocess.run(["ninja", "-C", self.build_folder, f"bin/{program}"],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace",
-                              env={**os.environ, **(environment or {"CCACHE_DISABLE": "1"})},
-                              check=False)
+                              env={**os.environ, **environment}, check=False)
         return done.stdout if done.returncode != 0 else ""
 
-    def test(self, program, time_limit):
-        """The first failure of a test program, or nothing."""
+    def output(self):
+        """What the test program that ran last has printed."""
+        return (self.folder / "output").read_text(errors="replace")
+
+    def test(self, program, tests=(), limit=None):
+        """The first failure of a test program, or of the named tests of it, or nothing."""
+        if limit is None:  # Far more than it needs, for a busy machine.
+            limit = 15 + 5 * (sum(map(self.tests[program].get, tests)) or self.seconds[program])
         temporary = tempfile.mkdtemp(prefix="mutate-")
-        with open(self.folder / "output", "w+", errors="replace") as file:
+        with open(self.folder / "output", "w") as file:
             process = subprocess.Popen(
-                [self.build_folder / "bin" / program, "--gtest_fail_fast", "--gtest_color=no"],
+                [self.build_folder / "bin" / program, "--gtest_fail_fast", "--gtest_color=no",
+                 f"--gtest_filter={':'.join(tests) or '*'}"],
                 cwd=self.build_folder, env={**os.environ, "TMPDIR": temporary},
                 stdin=subprocess.DEVNULL, stdout=file, stderr=subprocess.STDOUT,
                 start_new_session=True)
             try:
-                code = process.wait(time_limit)
+                code = process.wait(limit)
             except subprocess.TimeoutExpired:
                 code = None
             end_group(process.pid)
             process.wait()
-            file.seek(0)
-            output = file.read()
         shutil.rmtree(temporary, ignore_errors=True)
-        if code is None:
-            return "takes too long"
         if code == 0:
             return ""
-        failed = re.findall(r"^\[  FAILED  \] ([\w/.]+)", output, re.MULTILINE)
-        running = re.findall(r"^\[ RUN      \] ([\w/.]+)", output, re.MULTILINE)
-        return failed[0] if failed else f"{(running or ['?'])[-1]} ends with {code}"
+        failed = re.findall(r"^\[  FAILED  \] ([\w/.]+)", self.output(), re.MULTILINE)
+        running = re.findall(r"^\[ RUN      \] ([\w/.]+)", self.output(), re.MULTILINE)
+        if failed:
+            return failed[0]
+        end = TIMEOUT if code is None else f"ends with {code}"
+        return f"{(running or ['?'])[-1]} {end}"
 
 
 def end_group(leader):
@@ -415,7 +464,7 @@ def parse_arguments():
     parser.add_argument("--seed", default="1", **hidden)
     parser.add_argument("--file", default="", **hidden)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)), **hidden)
-    for name in ("minutes", "seconds"):
+    for name in ("minutes", "seconds", "programs"):
         parser.add_argument(f"--{name}", type=float, default=float("inf"), **hidden)
     for name in ("all", "again", "fresh", "report", "list"):
         parser.add_argument(f"--{name}", action="store_true", **hidden)
@@ -425,7 +474,7 @@ def parse_arguments():
 def try_all(subject, waiting, results, options, end):
     """Tries the mutants until `end`, several at a time; returns whether all programs pass unmutated."""
     killers = results.killers()
-    trees = [Tree(subject, number, killers, options.seconds)
+    trees = [Tree(subject, number, killers, options)
              for number in range(1, min(options.jobs, len(waiting)) + 1)]
     numbered = iter(enumerate(waiting, 1))
     lock = threading.Lock()
@@ -471,12 +520,14 @@ def main():
 
     count = options.count or subject.count
     chosen = mutants if options.all else choose(mutants, count, options.seed)
-    reasons = explanations() if options.again else {}
+    reasons = explanations()
     waiting = [mutant for mutant in chosen if mutant.key not in results.of
                or options.again and results.of[mutant.key]["outcome"] == "survived"
                and mutant.explanation_key() not in reasons]
-    # A header takes longest, because everything that includes it is compiled again.
-    waiting.sort(key=lambda mutant: mutant.file.endswith(".h"))
+    # A header takes longest, because everything that includes it is compiled again. Survivors run
+    # every test.
+    waiting.sort(key=lambda mutant: (mutant.file.endswith(".h"),
+                                     mutant.explanation_key() in reasons))
     os.nice(19)
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, MEMORY_LIMIT))
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_LIMIT, FILE_LIMIT))

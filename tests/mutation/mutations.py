@@ -397,8 +397,8 @@ def effects_of(source, statement):
     place = statement.first
     while place <= statement.last:
         word, before = source.word(place), source.word(place - 1)
-        if word == "[" and before == "=" and source.word(place + 1) in ("&", "this") and source.word(
-            place + 2) == "]":
+        capture = source.word(place + 1) if source.word(place + 2) == "]" else ""
+        if word == "[" and before == "=" and capture in ("&", "this"):
             # A lambda that is assigned does not run now.
             while source.word(place) != "{":
                 place = source.partner.get(place, place) + 1
