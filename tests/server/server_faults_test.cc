@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "reference/hal/request_observer.h"
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
@@ -154,6 +157,37 @@ TEST(ServerFaults, CrashesAndStartsAgainEmpty) {
     EXPECT_EQ(status.connections(), 1U);
     EXPECT_EQ(Converse(&server, Installs(1, 3)), Successes(1, 3));
   }
+}
+
+// Counts the starts that it sees.
+class StartObserver : public RequestObserver {
+ public:
+  int starts() const { return starts_; }
+
+  std::uint64_t Request(const HalRequest& /*request*/, const void* /*wrapper*/) override {
+    return 1;
+  }
+  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/,
+              HalReturnCode /*code*/) override {}
+  void BeginReinstall() override {}
+  void EndReinstall() override {}
+  void ServerFound() override { ++starts_; }
+  void Event(std::string_view /*line*/) override {}
+
+ private:
+  std::atomic<int> starts_ = 0;
+};
+
+TEST(ServerFaults, ACrashIsAStartForTheObserver) {
+  StartObserver observer;
+  HalServerOptions options;
+  options.observer = &observer;
+  TestServer server(R"(fault { what: "crash-before" })", options);
+  EXPECT_EQ(observer.starts(), 1);
+  EXPECT_THAT(Converse(&server, Installs(1, 1)), ElementsAre());
+  // Waits for the end of the crash.
+  server.Generation();
+  EXPECT_EQ(observer.starts(), 2);
 }
 
 TEST(ServerFaults, CrashesInAReinstall) {

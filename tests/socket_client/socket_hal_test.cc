@@ -795,6 +795,19 @@ TEST_F(ReinstallTest, ReportsWhenItIsInSync) {
   EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0"));
 }
 
+TEST_F(ReinstallTest, BeginsAndEndsThoughNothingElseIsSent) {
+  SocketHalOptions options = Options();
+  options.heartbeat = std::chrono::hours(1);
+  StartConnected(options);
+  // Nearly always, the client's thread sleeps by then.
+  std::this_thread::sleep_for(milliseconds(20));
+  hal_->BeginReinstall();
+  EXPECT_EQ(server_.Next().type, FrameType::kBeginReinstall);
+  std::this_thread::sleep_for(milliseconds(20));
+  hal_->EndReinstall();
+  EXPECT_EQ(server_.Next().type, FrameType::kEndReinstall);
+}
+
 TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItIsNot) {
   StartConnected(Options());
   for (std::size_t i = 0; i < 3; ++i) {
