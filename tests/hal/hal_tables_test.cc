@@ -370,7 +370,7 @@ TEST(HalTablesReinstallTest, InstallReplacesEveryKind) {
 }
 
 // Otherwise they would outlive what they refer to, which the end removes.
-TEST(HalTablesReinstallTest, NothingRefersToWhatIsNotNamed) {
+TEST(HalTablesReinstallTest, NothingRefersToUnnamedEntries) {
   HalTables tables = TablesOf(SmallSite());
   tables.BeginReinstall();
   EXPECT_EQ(tables.Apply(Install(HostOn(20, 10))), kHalMissingReference) << "the same as before";
@@ -435,8 +435,8 @@ IdSet Multiples(std::uint32_t of, std::uint32_t count) {
   return ids;
 }
 
-// If a table's size is one of these numbers and it takes the remainder, all of the number's
-// multiples land in one place.
+// If a hash table has one of these sizes and places ids by remainder, all of the number's multiples
+// collide.
 IdSet MultiplesOfPrimes() {
   IdSet ids;
   for (const std::uint32_t prime :
@@ -635,7 +635,7 @@ TEST(HalDigestTest, ChangesWithEachChangeAndReverts) {
 }
 
 TEST(HalDigestTest, DistinguishesSwappedContents) {
-  // The same ids and payloads, paired differently.
+  // The same ids and payloads in different pairs.
   EXPECT_NE(EntryHash(1, "a") + EntryHash(2, "b"), EntryHash(1, "b") + EntryHash(2, "a"));
 }
 

@@ -370,8 +370,8 @@ TEST(ServerFaults, StallsHeartbeatsToo) {
   EXPECT_EQ(client.Receive(), Result(1, 0, 1));
 }
 
-// The socket accepts answers that are not delayed immediately, so nothing else wakes the server.
-TEST(ServerFaults, WhatIsLateKeepsNothingWaitingThatWasRead) {
+// The socket immediately accepts answers that are not delayed, so nothing else wakes the server.
+TEST(ServerFaults, LateAnswersDoNotHoldUpFramesAlreadyRead) {
   constexpr std::uint32_t kLate = 40;
   constexpr std::uint32_t kHosts = 200;
   HalServerOptions options;

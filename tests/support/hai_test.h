@@ -57,7 +57,7 @@ std::string Address(const void* object);
 std::string Frame(std::string_view payload);
 std::string Frame(std::string_view payload, std::uint32_t length);
 
-/// The number of live allocations, not counting the events, which this forgets.
+/// Clears the events, and returns the number of live allocations.
 std::ptrdiff_t LiveWithoutEvents();
 
 /// The library with fakes around it: a registered HAL client, tracing on, an empty list of events.

@@ -12,8 +12,8 @@
 
 namespace reference {
 
-/// A terminal that passes text through unchanged. It is `columns` wide; it has `lines`, or does not
-/// say how many.
+/// A terminal that passes text through unchanged. It is `columns` wide and has `lines` lines; 0 if
+/// it does not report its height.
 class Terminal {
  public:
   explicit Terminal(unsigned short columns, unsigned short lines = 0) {

@@ -1,5 +1,5 @@
 /// Ends the program if a test takes longer than ZUSKUX_TEST_DEADLINE seconds, and names the test,
-/// so that a hanging test fails like any other. Just link it into a test program.
+/// so that a hanging test fails like any other. Takes effect when linked into a test program.
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -70,7 +70,7 @@ TEST(AttributeDeathTest, EndsTheProcessOnAnImpossibleAlternative) {
   EXPECT_DEATH(DestroyCorrupted(), "forced_return.*false");
 }
 
-TEST(ReadIntegerTest, GivesThePresentInteger) {
+TEST(ReadIntegerTest, ReturnsThePresentInteger) {
   DbHostObject object;
   object.attributes["a"] = Attribute(-1);
   object.attributes["b"] = Attribute(7);

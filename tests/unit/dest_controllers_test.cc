@@ -48,7 +48,7 @@ class DestControllerTest : public testing_support::HaiTest {};
 
 TYPED_TEST_SUITE(DestControllerTest, Kinds, KindNames);
 
-TYPED_TEST(DestControllerTest, GivesTheMessageItWasMadeFor) {
+TYPED_TEST(DestControllerTest, ReturnsItsMessage) {
   typename TypeParam::Record record;
   auto* const message = new typename TypeParam::Message(&record);
   const typename TypeParam::Controller controller(message);
@@ -57,7 +57,7 @@ TYPED_TEST(DestControllerTest, GivesTheMessageItWasMadeFor) {
   EXPECT_EQ(controller.message()->message(), &record);
 }
 
-TYPED_TEST(DestControllerTest, IsOfItsOwnRunTimeType) {
+TYPED_TEST(DestControllerTest, HasItsOwnRunTimeType) {
   typename TypeParam::Record record;
   const std::unique_ptr<msg_ctrl::MessageController> controller =
       std::make_unique<typename TypeParam::Controller>(new typename TypeParam::Message(&record));

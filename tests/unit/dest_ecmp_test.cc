@@ -112,7 +112,7 @@ TEST_F(EcmpGroupTest, MembersAreAddedOneAtATime) {
 
 // The next hops are returned by value, which allocates.
 
-TEST_F(EcmpGroupTest, DestroyDoesNotTakeTheNextHops) {
+TEST_F(EcmpGroupTest, DestroyDoesNotReadTheNextHops) {
   testing_support::SetTrace(false);
   WithoutClient();
   testing_support::SetLogHook([] {});
@@ -127,7 +127,7 @@ TEST_F(EcmpGroupTest, DestroyDoesNotTakeTheNextHops) {
   EXPECT_EQ(allocations_of_destroy(full), allocations_of_destroy(empty));
 }
 
-TEST_F(EcmpGroupTest, FailureToTakeTheNextHopsPropagatesBeforeAnythingElse) {
+TEST_F(EcmpGroupTest, FailureToReadTheNextHopsPropagatesBeforeAnythingElse) {
   const EcmpData group = Group({12, 15});
   const std::ptrdiff_t before = LiveWithoutEvents();
   testing_support::FailAllocation(1);
@@ -210,7 +210,7 @@ TEST_F(EcmpRenderingTest, NumbersAreUnsignedAndRepeated) {
                                         "EcmpMembers[ 4294967295 0 4294967295 ])");
 }
 
-TEST_F(EcmpRenderingTest, LongListOfMembersIsShownWhole) {
+TEST_F(EcmpRenderingTest, LongListOfMembersIsShownInFull) {
   EcmpEncapsulationMessage wrapper;
   std::string members;
   for (std::uint32_t member = 0; member < 1000; ++member) {
@@ -246,7 +246,7 @@ TEST_F(EcmpWrapperTest, HoldsItsMessageByValue) {
   EXPECT_TRUE(std::less<>()(held, static_cast<const void*>(&wrapper_ + 1)));
 }
 
-TEST_F(EcmpWrapperTest, MakingOneAllocatesNothing) {
+TEST_F(EcmpWrapperTest, ConstructionAllocatesNothing) {
   const std::size_t before = AllocationCount();
   const EcmpEncapsulationMessage wrapper;
   EXPECT_EQ(AllocationCount(), before);

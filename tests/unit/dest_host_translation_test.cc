@@ -57,7 +57,7 @@ TEST_F(HostTranslationTest, EveryFieldIsTranslated) {
             R"(flags: ACTION_DROP dest_mac: "\002\000\000\000\001\013")");
 }
 
-TEST_F(HostTranslationTest, RecordFieldsOfNoConcernAreLeftOut) {
+TEST_F(HostTranslationTest, IrrelevantRecordFieldsAreIgnored) {
   record().set_ip_address("\x0a\x00\x00\x01"s);
   record().set_name("to-core");
   record().set_vrf(3);
@@ -81,7 +81,7 @@ TEST_F(HostTranslationTest, PresentEmptyBytesAreSet) {
   EXPECT_EQ(Translate(), R"(lim_id: "" dest_mac: "")");
 }
 
-TEST_F(HostTranslationTest, BytesAreCopiedWholeWhateverTheirLength) {
+TEST_F(HostTranslationTest, BytesOfAnyLengthAreCopied) {
   record().set_lim_id("\x01\x00\x03\x04\x05\x00"s);
   record().set_dest_mac("\x02\x00"s);
   EXPECT_EQ(Translate(), R"(lim_id: "\001\000\003\004\005\000" dest_mac: "\002\000")");
@@ -104,7 +104,7 @@ TEST_F(HostTranslationTest, MissingVlanDestIdLeavesAnEmptyAttribute) {
   EXPECT_THAT(object_.object.attribute_lists, IsEmpty());
 }
 
-TEST_F(HostTranslationTest, PresentVlanDestIdStaysAsItIs) {
+TEST_F(HostTranslationTest, PresentVlanDestIdIsUnchanged) {
   attribute("vlan_dest_id") = db::Attribute(7);
   EXPECT_EQ(Translate(), "vlan_dest_id: 7");
   ASSERT_THAT(object_.object.attributes, ElementsAre(Key("vlan_dest_id")));

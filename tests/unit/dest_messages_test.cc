@@ -47,7 +47,7 @@ TYPED_TEST(DestAppMessageTest, CarriesTheRecordItIsGiven) {
   EXPECT_EQ(message.message(), &record);
 }
 
-TYPED_TEST(DestAppMessageTest, IsOfItsOwnRunTimeType) {
+TYPED_TEST(DestAppMessageTest, HasItsOwnRunTimeType) {
   typename TypeParam::Record record;
   const std::unique_ptr<AppDestMessage> message =
       std::make_unique<typename TypeParam::Message>(&record);
@@ -71,7 +71,7 @@ TYPED_TEST(DestAppMessageTest, LeavesItsRecordIntact) {
   EXPECT_EQ(record->db_id(), 8U);
 }
 
-TYPED_TEST(DestAppMessageTest, IsFreedWholeThroughTheBase) {
+TYPED_TEST(DestAppMessageTest, IsFreedCompletelyThroughTheBase) {
   typename TypeParam::Record record;
   const auto before = LiveWithoutEvents();
   AppMessage* message = new typename TypeParam::Message(&record);

@@ -73,7 +73,7 @@ TEST_F(MplsTranslationTest, EveryFieldIsTranslated) {
             "flag: ACTION_DROP pass_through_value: 77");
 }
 
-TEST_F(MplsTranslationTest, RecordFieldsOfNoConcernAreLeftOut) {
+TEST_F(MplsTranslationTest, IrrelevantRecordFieldsAreIgnored) {
   record().set_name("lsp-7");
   record().set_tunnel_dest_id(6);
   record().set_db_id(4);
@@ -104,7 +104,7 @@ TEST_F(MplsTranslationTest, PresentEmptyBytesAreSet) {
   EXPECT_EQ(Translate(), R"(vlan_tunnel_dest_id: 0 lim_id: "" dest_mac: "")");
 }
 
-TEST_F(MplsTranslationTest, BytesAreCopiedWholeWhateverTheirLength) {
+TEST_F(MplsTranslationTest, BytesOfAnyLengthAreCopied) {
   record().set_lim_id("\x01\x00\x03\x04\x05\x00"s);
   record().set_dest_mac("\x02\x00"s);
   EXPECT_EQ(Translate(),
@@ -145,7 +145,7 @@ TEST_F(MplsTranslationTest, MissingAttributesAreLeftEmpty) {
   EXPECT_THAT(object_.object.attribute_lists, IsEmpty());
 }
 
-TEST_F(MplsTranslationTest, PresentAttributesStayAsTheyAre) {
+TEST_F(MplsTranslationTest, PresentAttributesAreUnchanged) {
   attribute("vlan_dest_id") = db::Attribute(5);
   Translate();
   ASSERT_THAT(object_.object.attributes, ElementsAre(Key("host_dest_id"), Key("vlan_dest_id")));

@@ -301,7 +301,7 @@ TEST_F(VlanTranslationTest, TracesAnEmptyRecord) {
   EXPECT_THAT(Events(), ElementsAre(kTrace));
 }
 
-TEST_F(VlanTranslationTest, TracesAPercentSignAsItIs) {
+TEST_F(VlanTranslationTest, TracesAPercentSignLiterally) {
   record().set_name("100%s %n");
   Translate();
 

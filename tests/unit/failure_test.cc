@@ -1,5 +1,5 @@
-// Failures of an allocation or of the host's code, at any point of any operation: the exception
-// propagates, everything is destroyed once, and the next request works.
+// An allocation or the host's code fails at any point of any operation: the exception propagates,
+// everything is destroyed exactly once, and the next request works.
 
 #include <google/protobuf/descriptor.h>
 #include <gtest/gtest.h>
@@ -89,7 +89,7 @@ bool Passes(const Point& point, Operation operation) {
   return passes;
 }
 
-/// One operation on its own inputs, which do not outlive it.
+/// An operation on inputs of its own, which do not outlive it.
 struct Operation {
   std::string name;
   /// Returns whether it succeeded.
@@ -429,7 +429,7 @@ class FailureTest : public ::testing::TestWithParam<Operation> {
     return CallsOfHost();
   }
 
-  // Fails at the first point of the kind, then at the second and so on, until the operation
+  // Fails at the first point of the kind, then at the second, and so on until the operation
   // succeeds. Returns the number of points.
   static std::size_t FailAtEachPoint(Point::Kind kind) {
     const HostCalls undisturbed = UndisturbedCalls();
@@ -451,23 +451,23 @@ class FailureTest : public ::testing::TestWithParam<Operation> {
         EXPECT_EQ(CallsOfHost().requests, 0);
         EXPECT_EQ(CallsOfHost().notifications, 0);
       }
-      EXPECT_EQ(UndisturbedCalls(), undisturbed) << "the next one";
+      EXPECT_EQ(UndisturbedCalls(), undisturbed) << "the next operation";
     }
-    ADD_FAILURE() << "it does not pass";
+    ADD_FAILURE() << "the operation never succeeds";
     return kMaxPoints;
   }
 
   static constexpr Point kNowhere = {Point::Kind::kAllocation, 0};
 };
 
-TEST_P(FailureTest, PassesOnThatAnAllocationFailed) {
+TEST_P(FailureTest, PropagatesAllocationFailures) {
   const std::size_t points = FailAtEachPoint(Point::Kind::kAllocation);
 
   EXPECT_EQ(FailAtEachPoint(Point::Kind::kAllocationsFromThere), points);
   RecordProperty("points", static_cast<int>(points));
 }
 
-TEST_P(FailureTest, PassesOnThatAnAllocationFailedWithoutTraces) {
+TEST_P(FailureTest, PropagatesAllocationFailuresWithoutTraces) {
   SetQuietTrace(false);
   const std::size_t points = FailAtEachPoint(Point::Kind::kAllocation);
 
@@ -475,7 +475,7 @@ TEST_P(FailureTest, PassesOnThatAnAllocationFailedWithoutTraces) {
   RecordProperty("points", static_cast<int>(points));
 }
 
-TEST_P(FailureTest, PassesOnWhatTheHostThrows) {
+TEST_P(FailureTest, PropagatesWhatTheHostThrows) {
   const HostCalls calls = UndisturbedCalls();
 
   const int points = calls.log_lines + calls.requests + calls.notifications;
@@ -486,7 +486,7 @@ TEST_P(FailureTest, PassesOnWhatTheHostThrows) {
 // Logging the missing client is a host call too. VRFs are not programmed without a client.
 class FailureWithoutClientTest : public FailureTest {};
 
-TEST_P(FailureWithoutClientTest, PassesOnWhatTheHostThrows) {
+TEST_P(FailureWithoutClientTest, PropagatesWhatTheHostThrows) {
   Hai::GetInstance()->set_client(nullptr);
   const HostCalls calls = UndisturbedCalls();
 

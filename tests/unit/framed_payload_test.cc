@@ -110,7 +110,7 @@ TEST(FramedPayloadTest, RefusesAPayloadThatDoesNotParse) {
   EXPECT_FALSE(Parse(Frame(Vlan12().SerializeAsString() + "\x0A"), &message)) << "cut in field 2";
 }
 
-TEST(FramedPayloadTest, RefusesLengthsOfMoreThan31BitsUnread) {
+TEST(FramedPayloadTest, RefusesLengthsOfMoreThan31BitsWithoutReading) {
   for (const std::uint32_t length : {0x80000000U, 0x80000001U, 0xFFFFFFF8U, 0xFFFFFFFFU}) {
     VlanMessage message = Vlan12();
 

@@ -137,8 +137,8 @@ void WatchRecord(const char* event) {
   WatchDeletion(record->GetReflection()->GetStringReference(*record, name, &unused).data(), event);
 }
 
-// Where `object` is on the stack. AddressSanitizer keeps local variables elsewhere; then it is
-// where the frame is to which the object belongs.
+// The stack address of `object`. AddressSanitizer keeps local variables elsewhere; in that case,
+// the address of the frame that the object belongs to.
 const void* PlaceOnTheStack(const void* object) {
 #ifdef ZUSKUX_ADDRESS_SANITIZER
   void* const frame = __asan_addr_is_in_fake_stack(__asan_get_current_fake_stack(),
@@ -198,7 +198,7 @@ TEST_P(ResultTest, CarriesTheLargestIds) {
                             Expected(GetParam().success, GetParam().Ids(kLargest, kLargest - 1))));
 }
 
-TEST_P(ResultTest, TracesWithoutAskingForTheLevel) {
+TEST_P(ResultTest, TracesWithoutCheckingTheLevel) {
   SetTrace(false);
   GetParam().Call(kSuccess, 5, 9);
 
@@ -215,7 +215,7 @@ TEST_P(ResultTest, ReachesTheRecordThroughTheController) {
 }
 
 // ECMP records are filled before the controller exists, the others through it.
-TEST_P(ResultTest, FillsItsRecordAtItsTime) {
+TEST_P(ResultTest, FillsItsRecordAtTheRightTime) {
   std::string at_construction;
   SetConstructionHook([&at_construction](const AppMessage& message) {
     at_construction = message.message()->ShortDebugString();
@@ -256,7 +256,7 @@ TEST_P(ResultTest, DestroysEverythingOnceWhenTheHandlerThrows) {
     const char* const handler = code == 0 ? GetParam().success : GetParam().error;
     try {
       GetParam().Call(ReturnCode{code}, 5, 9);
-      ADD_FAILURE() << "the exception of " << handler << " did not pass";
+      ADD_FAILURE() << "the exception of " << handler << " was not propagated";
     } catch (const std::runtime_error& error) {
       EXPECT_STREQ(error.what(), handler);
     }
@@ -277,7 +277,7 @@ TEST_P(ResultTest, BuildsNothingWhenTheLogThrows) {
   EXPECT_THAT(Events(), IsEmpty());
 }
 
-TEST_P(ResultTest, GivesTheLogAFormatWithoutArguments) {
+TEST_P(ResultTest, PassesTheLogAFormatWithoutArguments) {
   GetParam().Call(kSuccess, 5, 9);
 
   EXPECT_THAT(RawRecords(), ElementsAre("Entry Point"));
@@ -427,7 +427,7 @@ TEST_F(ServerFoundTest, HandlesEmptyRecords) {
   EXPECT_THAT(sizes, ElementsAre(0, 0, 0, 0, 0));
 }
 
-TEST_F(ServerFoundTest, TakesAnyContext) {
+TEST_F(ServerFoundTest, AcceptsAnyContext) {
   int context = 0;
   void* const dangling = &context + 1;
   for (void* given : {static_cast<void*>(&context), dangling, static_cast<void*>(&client_)}) {
@@ -439,7 +439,7 @@ TEST_F(ServerFoundTest, TakesAnyContext) {
   EXPECT_EQ(context, 0);
 }
 
-TEST_F(ServerFoundTest, TracesWithoutAskingForTheLevel) {
+TEST_F(ServerFoundTest, TracesWithoutCheckingTheLevel) {
   SetTrace(false);
   Callback::HalServerFoundCallback(nullptr);
 
@@ -470,7 +470,7 @@ TEST_F(ServerFoundTest, BuildsNothingWhenTheLogThrows) {
   EXPECT_THAT(Events(), IsEmpty());
 }
 
-TEST_F(ServerFoundTest, GivesTheLogAFormatWithoutArguments) {
+TEST_F(ServerFoundTest, PassesTheLogAFormatWithoutArguments) {
   Callback::HalServerFoundCallback(nullptr);
 
   EXPECT_THAT(RawRecords(), ElementsAre("Entry Point"));
@@ -498,7 +498,7 @@ TEST_P(ServerFoundThrowTest, SkipsTheRestAndUnwindsNewestFirst) {
   });
   try {
     Callback::HalServerFoundCallback(nullptr);
-    ADD_FAILURE() << "the exception did not pass";
+    ADD_FAILURE() << "the exception was not propagated";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), kReinstalls[GetParam()].handler);
   }

@@ -72,7 +72,7 @@ std::vector<Hai*> UseOnManyThreads() {
   Hai::GetInstance();
   EXPECT_EQ(testing_support::AllocationCount(), before + 1) << "more than the callback object";
   Hai::GetInstance();
-  EXPECT_EQ(testing_support::AllocationCount(), before + 1) << "not only the first use allocates";
+  EXPECT_EQ(testing_support::AllocationCount(), before + 1) << "a later use allocates too";
   Exit();
 }
 
@@ -93,7 +93,7 @@ std::vector<Hai*> UseOnManyThreads() {
   Exit();
 }
 
-// Without a client, which only the instance can tell.
+// Only a request that reached the instance logs this.
 constexpr char kNoClient[] =
     "log 12 src/dest_ecmp/hai/hai_dest_ecmp InstallEcmp:29 "
     "Hai has no HalL3MplsEncapsulationClient registered!!!";
@@ -135,7 +135,7 @@ TEST(HaiFirstUseTest, CanBeARequest) {
   EXPECT_EXIT(RequestFirst(), testing::ExitedWithCode(0), "");
 }
 
-TEST(HaiFirstUseTest, PassesAFailureThroughTheRequest) {
+TEST(HaiFirstUseTest, PropagatesAFailureThroughTheRequest) {
   EXPECT_EXIT(FailWithinARequest(), testing::ExitedWithCode(0), "");
 }
 

@@ -48,7 +48,7 @@ TEST_F(HaiTest, HasOneInstanceForAllThreads) {
   for (auto& instance : instances) EXPECT_EQ(instance.get(), Hai::GetInstance());
 }
 
-TEST_F(HaiTest, GivesTheSameCallbackObjectEachTime) {
+TEST_F(HaiTest, ReturnsTheSameCallbackObjectEachTime) {
   HaiDestClientCallback* const callback = Hai::GetInstance()->hal_encap_callback();
 
   ASSERT_NE(callback, nullptr);
@@ -80,7 +80,7 @@ TEST_F(HaiTest, HasItsOwnCallbackObjectInEachInstance) {
   EXPECT_NE(hai.hal_encap_callback(), Hai::GetInstance()->hal_encap_callback());
 }
 
-TEST_F(HaiTest, GivesTheLastRegisteredClient) {
+TEST_F(HaiTest, ReturnsTheLastRegisteredClient) {
   FakeHalClient second;
   Hai hai;
 
@@ -120,7 +120,7 @@ TEST_F(HaiTest, DeletesItsCallbackObjectOnceAndNeverTheClient) {
   EXPECT_THAT(Events(), ElementsAre("callback freed"));
 }
 
-TEST_F(HaiTest, PassesTheFailureToAllocateTheCallbackObject) {
+TEST_F(HaiTest, PropagatesTheFailureToAllocateTheCallbackObject) {
   const auto before = LiveAllocations();
 
   FailAllocation(1);

@@ -148,7 +148,7 @@ TEST_F(HostRenderingTest, FlagsAreCopiedAtOnce) {
   EXPECT_EQ(allocations(9), allocations(0) + 1);
 }
 
-TEST_F(HostRenderingTest, LongListOfFlagsIsShownWhole) {
+TEST_F(HostRenderingTest, LongListOfFlagsIsShownInFull) {
   HostMessage message;
   std::string labels = "Drop Packet";
   message.add_flags(encapsulation::ActionFlags{1});

@@ -45,7 +45,7 @@ TEST_F(LogTest, WritesLongTextsWhole) {
   EXPECT_THAT(Events(), ElementsAre("log 12 src/some/file SomeFunction:123 " + text));
 }
 
-TEST_F(LogTest, WritesWithoutAskingForTheLevel) {
+TEST_F(LogTest, WritesWithoutCheckingTheLevel) {
   SetTrace(false);
   constexpr LogSite kTraced{"f", "g", 1, kTraceLevel};
   ZUSKUX_LOG(kTraced, "text");
@@ -63,7 +63,7 @@ TEST_F(LogTest, TreatsEveryNumberBut0AsEnabled) {
   EXPECT_FALSE(TraceEnabled());
 }
 
-TEST_F(LogTest, AsksForTheTraceLevelEachTime) {
+TEST_F(LogTest, ChecksTheTraceLevelEachTime) {
   EXPECT_TRUE(TraceEnabled());
   SetTrace(false);
   EXPECT_FALSE(TraceEnabled());

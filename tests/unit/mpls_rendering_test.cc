@@ -213,7 +213,7 @@ TEST_F(MplsRenderingTest, CapabilitiesAreCopiedAtOnce) {
   EXPECT_EQ(allocations(9), allocations(0) + 1);
 }
 
-TEST_F(MplsRenderingTest, LongListOfLabelsIsShownWhole) {
+TEST_F(MplsRenderingTest, LongListOfLabelsIsShownInFull) {
   MplsMessage message;
   std::string labels;
   for (std::uint32_t label = 1000; label < 1300; ++label) {

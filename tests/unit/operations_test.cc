@@ -1,5 +1,5 @@
-/// What holds for the operations of every kind: what each logs, sends and destroys, in which order,
-/// also if the host throws. Each kind's own tests say what its messages contain.
+/// The common behaviour of the operations of all kinds: what each logs, sends and destroys, in
+/// which order, even if the host throws. Each kind's own tests check the contents of its messages.
 
 #include <boost/variant/get.hpp>
 #include <cstddef>
@@ -63,12 +63,13 @@ static_assert(std::is_base_of_v<HaiL3MplsEncapsulation, HaiL3MplsEncapsulationMp
 
 using Call = std::function<int()>;
 
-/// An operation on an example object, and what it does.
+/// An operation on an example object, and its effects.
 struct Operation {
   std::string name;
-  /// Makes the object and returns the call. The call itself allocates what the operation does.
+  /// Makes the object and returns the call, which allocates nothing besides what the operation
+  /// does.
   std::function<Call()> prepare;
-  /// The wrapper of the kind, if the message is one.
+  /// Casts the message to the kind's wrapper; null if it is another type.
   const void* (*as_wrapper)(const AppMessage* message);
   /// The translation's trace; empty if it has none.
   std::string record_trace;
@@ -415,7 +416,7 @@ TEST_P(OperationTest, LeavesNothingBehind) {
   }
 }
 
-TEST_P(OperationTest, PassesTheClientsException) {
+TEST_P(OperationTest, PropagatesTheClientsException) {
   client_.on_request = [this](AppMessage* wrapper) {
     wrapper_ = Address(wrapper);
     throw std::runtime_error("HAL");
@@ -428,7 +429,7 @@ TEST_P(OperationTest, PassesTheClientsException) {
 }
 
 // The record's trace, if there is one, comes before the message has an owner.
-TEST_P(OperationTest, PassesTheSinksExceptionAtTheTrace) {
+TEST_P(OperationTest, PropagatesTheSinksExceptionAtTheTrace) {
   Run();
   const auto before = Live();
   SetLogHook([records = HasRecordTrace() ? 2 : 1]() mutable {
@@ -492,7 +493,7 @@ TEST_P(NoClientTest, LeavesNothingBehind) {
   }
 }
 
-TEST_P(NoClientTest, PassesTheSinksException) {
+TEST_P(NoClientTest, PropagatesTheSinksException) {
   Run();
   const auto before = Live();
   SetTrace(false);
@@ -532,7 +533,7 @@ INSTANTIATE_TEST_SUITE_P(, MessageTest,
 /// A translation that fails: an attribute has the wrong type.
 struct FailedTranslation {
   const char* name;
-  /// Makes the object, and translates it into a message of its own. Returns what the message
+  /// Makes an object and translates it into a message of its own. Returns how much the message
   /// allocates up to the failure.
   std::function<std::ptrdiff_t()> size_of_message;
   std::function<std::vector<Call>()> prepare;

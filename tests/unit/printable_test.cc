@@ -99,7 +99,7 @@ TYPED_TEST(PrintableTest, UnserializesAnEmptyPayload) {
   EXPECT_EQ(wrapper.message()->ByteSizeLong(), 0U);
 }
 
-TYPED_TEST(PrintableTest, UnserializesWhateverTheHeaderWord) {
+TYPED_TEST(PrintableTest, IgnoresTheHeaderWord) {
   const std::string payload = Filled<typename TypeParam::Message>()->SerializeAsString();
   for (const char byte : {'\0', '\x7F', '\xFF'}) {
     typename TypeParam::Wrapper wrapper;
@@ -126,7 +126,7 @@ TYPED_TEST(PrintableTest, RefusesAPayloadThatDoesNotParse) {
   EXPECT_NE(dynamic_cast<typename TypeParam::Message*>(wrapper.message()), nullptr);
 }
 
-TYPED_TEST(PrintableTest, RefusesLengthsOfMoreThan31BitsUnread) {
+TYPED_TEST(PrintableTest, RefusesLengthsOfMoreThan31BitsWithoutReading) {
   for (const std::uint32_t length : {0x80000000U, 0xFFFFFFFFU}) {
     typename TypeParam::Wrapper wrapper;
 
@@ -144,7 +144,7 @@ TYPED_TEST(PrintableTest, RendersTheSameThroughBothBases) {
   EXPECT_EQ(printable.ToString(false), wrapper.ToString(false));
 }
 
-TYPED_TEST(PrintableTest, IsDestroyedWholeThroughTheMessageBase) {
+TYPED_TEST(PrintableTest, IsFullyDestroyedThroughTheMessageBase) {
   const auto before = LiveWithoutEvents();
   auto* const wrapper = new typename TypeParam::Wrapper;
   std::string frame = Frame(Filled<typename TypeParam::Message>()->SerializeAsString());
@@ -157,7 +157,7 @@ TYPED_TEST(PrintableTest, IsDestroyedWholeThroughTheMessageBase) {
   EXPECT_EQ(LiveWithoutEvents(), before);
 }
 
-TYPED_TEST(PrintableTest, IsDestroyedWholeThroughThePrintableBase) {
+TYPED_TEST(PrintableTest, IsFullyDestroyedThroughThePrintableBase) {
   const auto before = LiveWithoutEvents();
   auto* const wrapper = new typename TypeParam::Wrapper;
   std::string frame = Frame(Filled<typename TypeParam::Message>()->SerializeAsString());
@@ -227,7 +227,7 @@ TYPED_TEST(OwningPrintableTest, OwnsTheMessageOfAPayloadThatDidNotParse) {
   EXPECT_THAT(Events(), ElementsAre("message freed", "AppMessage destroyed"));
 }
 
-TYPED_TEST(OwningPrintableTest, LeavesAnEarlierMessageAsItStands) {
+TYPED_TEST(OwningPrintableTest, LeavesAnEarlierMessageAlone) {
   for (const char* payload : {"", kCutShort}) {
     Events().clear();
     // Owned here as well: the wrapper drops it without deleting it.
@@ -245,7 +245,7 @@ TYPED_TEST(OwningPrintableTest, LeavesAnEarlierMessageAsItStands) {
   }
 }
 
-TYPED_TEST(OwningPrintableTest, LeavesTheFirstOfTwoUnserializedMessages) {
+TYPED_TEST(OwningPrintableTest, DoesNotDeleteThePreviousMessage) {
   typename TypeParam::Wrapper wrapper;
   ASSERT_TRUE(this->Unserialize(&wrapper,
                                 Frame(Filled<typename TypeParam::Message>()->SerializeAsString())));
@@ -263,7 +263,7 @@ class OwningPrintableDeathTest : public PrintableTest<K> {};
 
 TYPED_TEST_SUITE(OwningPrintableDeathTest, OwningKinds, KindNames);
 
-// With the length, and memory too, out of reach: allocating first would throw.
+// Neither the length can be read nor memory be allocated: allocating first would throw.
 TYPED_TEST(OwningPrintableDeathTest, ReadsTheLengthBeforeItAllocates) {
   typename TypeParam::Wrapper wrapper;
   const GuardedBytes header_word("HEAD");
@@ -291,7 +291,7 @@ class ShortFieldTest : public PrintableTest<K> {};
 
 TYPED_TEST_SUITE(ShortFieldTest, OwningKinds, KindNames);
 
-TYPED_TEST(ShortFieldTest, ReadsAsPaddedWithZeros) {
+TYPED_TEST(ShortFieldTest, IsPaddedWithZeros) {
   auto message = std::make_unique<typename TypeParam::Message>();
   message->set_lim_id(std::string(1, '\x61'));
   *MacOf(message.get()) = std::string(2, '\x62');
@@ -337,7 +337,7 @@ TYPED_TEST(HoldingPrintableTest, KeepsItsMessage) {
   EXPECT_EQ(wrapper.message(), message);
   EXPECT_TRUE(this->Unserialize(&wrapper, Frame("")));
   EXPECT_EQ(wrapper.message(), message);
-  EXPECT_EQ(message->ByteSizeLong(), 0U) << "the earlier content is still there";
+  EXPECT_EQ(message->ByteSizeLong(), 0U) << "the previous content is still there";
 }
 
 // ToHexString.

@@ -1,5 +1,5 @@
 /// What the texts of VLAN, host and MPLS messages share: the address, the interface of the lim id
-/// and the MAC address. Each kind's own tests have its other fields.
+/// and the MAC address. Each kind's own tests check the other fields.
 
 #include <algorithm>
 #include <cstdint>
@@ -101,7 +101,7 @@ using Kinds = ::testing::Types<Vlan, Host, Mpls>;
 TYPED_TEST_SUITE(RenderingTest, Kinds, testing_support::ClassNames);
 
 TYPED_TEST(RenderingTest, ShowsItsOwnAddressWithNothingToShow) {
-  // All of the number's digits differ in case or are leading zeros.
+  // Every digit either is a leading zero or differs between upper and lower case.
   const ObjectAt<typename TypeParam::Wrapper> wrapper(
       0x00007FFC1A2B3C40, std::make_unique<typename TypeParam::Message>());
   ASSERT_NE(wrapper.get(), nullptr) << "the address is taken in this process; run again";

@@ -36,7 +36,7 @@ namespace {
 std::function<void(int look)> registry_hook;
 int registry_looks = 0;
 
-// What successive reads of an attribute return instead.
+// If not empty, successive reads of an attribute return these values instead.
 std::vector<int> attribute_values;
 
 // The ECMP or VRF message constructed last.
@@ -218,7 +218,7 @@ class RequestTest : public testing_support::HaiTest, public ::testing::WithParam
   std::vector<std::size_t> asked_;
 };
 
-TEST_P(RequestTest, GivesTheLogItsFormatAndArguments) {
+TEST_P(RequestTest, PassesTheLogItsFormatAndArguments) {
   GetParam().send();
 
   std::vector<std::string> records;
@@ -229,7 +229,7 @@ TEST_P(RequestTest, GivesTheLogItsFormatAndArguments) {
   EXPECT_THAT(records, ElementsAreArray(GetParam().traces));
 }
 
-TEST_P(RequestTest, AsksOnceForTheLevelOfEachTrace) {
+TEST_P(RequestTest, ChecksTheLevelOncePerTrace) {
   for (const bool on : {true, false}) {
     SetTrace(on);
     GetParam().send();
@@ -275,7 +275,7 @@ TEST_P(CheckedRequestTest, MissesAClientThatItsTraceUnregistered) {
   EXPECT_EQ(records, static_cast<int>(GetParam().traces.size()) + 1);
 }
 
-TEST_P(CheckedRequestTest, LogsAMissingClientWhateverIsEnabled) {
+TEST_P(CheckedRequestTest, LogsAMissingClientAtAnyLevel) {
   WithoutClient();
   SetLevelAnswer([](int) { return 0; });
   GetParam().send();

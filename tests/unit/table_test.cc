@@ -10,13 +10,13 @@ namespace {
 
 constexpr std::array kTable = {10, 11, 12};
 
-TEST(EntryOrTest, GivesTheEntryAtAValueOfTheTable) {
+TEST(EntryOrTest, ReturnsTheEntryOfAValueInTheTable) {
   EXPECT_EQ(EntryOr(kTable, 0, -1), 10);
   EXPECT_EQ(EntryOr(kTable, 1, -1), 11);
   EXPECT_EQ(EntryOr(kTable, 2, -1), 12);
 }
 
-TEST(EntryOrTest, GivesTheFallbackOutsideTheTable) {
+TEST(EntryOrTest, ReturnsTheFallbackOutsideTheTable) {
   EXPECT_EQ(EntryOr(kTable, 3, -1), -1);
   EXPECT_EQ(EntryOr(kTable, -1, -1), -1);
   EXPECT_EQ(EntryOr(kTable, std::numeric_limits<int>::max(), -1), -1);

@@ -39,7 +39,7 @@ TEST(TextTest, KeepsZeroBytes) {
   EXPECT_EQ(text.str(), std::string("a\0b", 3));
 }
 
-TEST(TextTest, GrowsOnAfterItWasRead) {
+TEST(TextTest, KeepsGrowingAfterARead) {
   Text text;
   text.Append("a");
   EXPECT_EQ(text.str(), "a");
@@ -99,7 +99,7 @@ TEST(TextTest, AllocatesNothingForANumberThatFits) {
   EXPECT_EQ(text.str(), piece + "18446744073709551615");
 }
 
-TEST(TextTest, AllocatesWhenTheBufferIsPassed) {
+TEST(TextTest, AllocatesBeyondTheBuffer) {
   const std::string piece = Letters(kBuffer);
   const std::size_t before = AllocationCount();
   Text text;

@@ -1,5 +1,5 @@
-// The order in which the translations fill their messages. Bytes fields and lists allocate; the
-// contents of the message when that fails show what came before.
+// The order in which the translations fill their messages. Bytes fields and lists allocate. When an
+// allocation fails, the contents of the message show what came before.
 
 #include <sys/mman.h>
 #include <unistd.h>

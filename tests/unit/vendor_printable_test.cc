@@ -1,5 +1,5 @@
-// Renderings on a vendor's printable base: that base formats every hexadecimal number. The wrappers
-// are rebuilt for this program, with vendor_printable/ before the platform's headers.
+// Renderings on a vendor's printable base, which formats every hexadecimal number. The wrappers are
+// rebuilt for this program, with vendor_printable/ ahead of the platform's headers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

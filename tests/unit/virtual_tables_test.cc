@@ -185,7 +185,7 @@ std::size_t Slots() {
   return (bits - 1) / sizeof(void*);
 }
 
-TEST(SlotsTest, AreThoseOfTheListedOperations) {
+TEST(SlotsTest, CountTheListedOperations) {
   EXPECT_EQ(Slots<class Hai>(), 2U);
   EXPECT_EQ(Slots<HaiL3MplsEncapsulation>(), 5U);
   EXPECT_EQ(Slots<HaiL3MplsEncapsulationVlan>(), 5U);

@@ -145,7 +145,7 @@ TEST_F(VrfWrapperTest, HoldsItsMessageByValue) {
   EXPECT_TRUE(std::less<>()(held, static_cast<const void*>(&wrapper_ + 1)));
 }
 
-TEST_F(VrfWrapperTest, MakingOneAllocatesNothing) {
+TEST_F(VrfWrapperTest, ConstructionAllocatesNothing) {
   const std::size_t before = AllocationCount();
   const VrfEncapsulationMessage wrapper;
   EXPECT_EQ(AllocationCount(), before);
