@@ -9,7 +9,7 @@
 namespace bench {
 
 /// The maximum number of requests in flight. Once half of them have been answered, more are sent.
-/// The socket client does this, and so do all the transports that it is compared with.
+/// The socket client and all transports that it is compared with do this.
 inline constexpr std::size_t kWindow = 4096;
 
 /// The requests that the library sends for the objects of `MakeDestinations(objects)`, in the order

@@ -38,7 +38,7 @@ void* operator new(std::size_t size) {
 void operator delete(void* pointer) noexcept { std::free(pointer); }
 void operator delete(void* pointer, std::size_t /*size*/) noexcept { std::free(pointer); }
 
-// A log that drops its text, so that only the library's share of logging counts.
+// A log that drops its text, so that only the library's share of the logging cost counts.
 int zlog_level_enabled(zlog_category_t* /*category*/, const int /*level*/) { return traced; }
 void zlog(zlog_category_t* /*category*/, const char* /*file*/, size_t /*filelen*/,
           const char* /*func*/, size_t /*funclen*/, long /*line*/, int /*level*/,

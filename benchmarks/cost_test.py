@@ -12,8 +12,8 @@ import costs
 
 # As a multiple of the floor's instructions.
 LIMITS = {"request": 1.045, "render": 1.25, "result": 1.15}
-# Its floor is so small that the calls of the message's exported constructor and destructor weigh
-# more.
+# The floor is so small that the calls of the message's exported constructor and destructor count
+# for more.
 SPECIAL_LIMITS = {"request/vrf": 1.14}
 CASES = {"request": 5, "render": 5, "result": 11}
 # A rendering allocates its text, the platform's text of the address (except for VRFs; it is too

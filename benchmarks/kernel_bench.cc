@@ -1,10 +1,11 @@
-// What it costs to put next hops into the Linux kernel through LinuxKernel::Apply, and through the
-// fewest messages that do the same, written by hand.
+// The cost of adding next hops to the Linux kernel through LinuxKernel::Apply, and with
+// hand-written messages, as few as possible.
 //
 //     kernel_bench OBJECTS ROUNDS
 //
-// Needs root: works in a network namespace of its own. Prints, for hosts (a neighbour and a next
-// hop) and for groups of four of them, the median processor time an object of both, and the ratio.
+// Needs root: works in a network namespace of its own. Prints the median processor time per object
+// of both ways and their ratio, for hosts (a neighbour and a next hop) and for groups of four
+// hosts.
 
 #include <libmnl/libmnl.h>
 #include <linux/neighbour.h>
@@ -46,8 +47,8 @@ using reference::PutNeighbour;
 using reference::PutNexthop;
 using reference::RemoveDevice;
 
-// The kernel works in the caller's thread, so the thread's processor time is all of it, and does
-// not count what else the machine does.
+// The kernel works in the caller's thread, so the thread's processor time includes its work, and no
+// other work of the machine.
 using Nanoseconds = std::chrono::nanoseconds;
 
 constexpr char kDevice[] = "zd1";
@@ -55,15 +56,15 @@ constexpr MacAddress kMac = {0x02, 0, 0, 0, 0, 0x65};
 constexpr std::uint32_t kFirstHost = 1000;
 constexpr std::uint32_t kFirstGroup = 10'000'000;
 constexpr std::uint32_t kGroupSize = 4;
-// As many as a server's read of many requests brings.
+// About as many changes as a server commits after one read when it is busy.
 constexpr std::size_t kBatch = 1000;
 
 [[noreturn]] void Fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// The lower bound: messages written one behind the other into one buffer, sent when it is full,
-/// with an acknowledgement of the last.
+/// The lower bound: writes messages into one buffer, sends it when it is full, and requests an
+/// acknowledgement for the last message only.
 class RawMessages {
  public:
   RawMessages() : socket_(mnl_socket_open(NETLINK_ROUTE)) {
@@ -158,7 +159,7 @@ double NanosecondsEach(Nanoseconds start, std::uint32_t objects) {
   return static_cast<double>((Now() - start).count()) / objects;
 }
 
-// Nanoseconds a host and a group, in this order.
+// Nanoseconds per host and per group, in this order.
 using Costs = std::array<double, 2>;
 
 Costs MeasureRaw(std::uint32_t objects) {
@@ -213,7 +214,7 @@ Costs MeasureApply(LinuxKernel* kernel, std::uint32_t objects) {
   return costs;
 }
 
-// A device without anything on it; what was there goes with the old one.
+// Replaces the device with an empty one, which removes everything on it.
 void Reset(LinuxKernel* kernel) {
   kernel->Read();
   std::vector<KernelChange> changes = {
@@ -232,7 +233,7 @@ void Measure(std::uint32_t objects, int rounds) {
   if (unshare(CLONE_NEWNET) != 0) Fail("kernel_bench needs root, for a network namespace");
   if (std::system("ip link add eth0 type veth peer name far0 && ip link set eth0 up && "  // NOLINT
                   "ip link set far0 up") != 0) {
-    throw std::runtime_error("cannot make a device");
+    throw std::runtime_error("cannot create a device");
   }
   LinuxKernel kernel("");
   std::array<std::vector<double>, 2> raw;

@@ -48,7 +48,7 @@ sockaddr_un Address(std::string_view path) {
   return address;
 }
 
-/// Waits for input and reads what is there.
+/// Waits for input and reads what is available.
 std::size_t ReadSome(int socket, char* data, std::size_t size) {
   pollfd readable{socket, POLLIN, 0};
   Check(poll(&readable, 1, -1), "poll");
@@ -124,7 +124,7 @@ void Send(const char* path, std::size_t objects, std::size_t window) {
       written = ends[sent - 1];
     }
     const std::size_t size = ReadSome(server, input.data(), input.size());
-    if (size == 0) throw std::runtime_error("the server has gone");
+    if (size == 0) throw std::runtime_error("the server closed the connection");
     read_bytes += size;
   }
   const std::chrono::duration<double, std::nano> time = Clock::now() - begin;

@@ -171,7 +171,7 @@ class TableTransport : public Transport {
 std::unique_ptr<Transport> MakeTransport(std::string_view name, const char* socket) {
   if (name == "list") return std::make_unique<ListTransport>(socket);
   if (name == "table") return std::make_unique<TableTransport>(socket);
-  throw std::runtime_error("say list or table");
+  throw std::runtime_error("the transport must be list or table");
 }
 
 void Send(Transport* transport, std::size_t objects) {

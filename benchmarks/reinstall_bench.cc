@@ -27,7 +27,7 @@ constexpr std::size_t kLeastObjects = 200'000;
   asm volatile("" : : "r"(destination) : "memory");
 }
 
-/// A manager that only does what it is asked to.
+/// A manager that reinstalls its objects on request and does nothing else.
 class Walker : public reference::NotificationSink {
  public:
   explicit Walker(std::size_t objects) : destinations_(bench::MakeDestinations(objects)) {
