@@ -1,5 +1,5 @@
-// Any byte stream through the frame splitter: it returns exactly the stream's frames, however the
-// reads cut the stream. It never loses or invents bytes and never keeps them too long.
+// Any byte stream through the frame splitter: it returns exactly the stream's frames, wherever the
+// reads split the stream. It never loses or invents bytes, nor keeps them longer than necessary.
 //
 // Input: the longest payload (1 byte, times 4), the size of the reads (1 byte), the stream.
 

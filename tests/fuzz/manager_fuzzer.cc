@@ -110,7 +110,7 @@ class SteppedHal : public HalConnection {
   HalReturnCode Submit(HalRequest request) override {
     if (HasResult(request.operation)) ++requests_;
     const bool first = under_way_.insert({KindOf(request.operation), request.id}).second;
-    Check(first, "two requests for an object at a time");
+    Check(first, "two requests in flight for one object");
     if (!found_) {
       End(std::move(request), kHalNoServer);
       return kHalNoServer;
@@ -181,12 +181,12 @@ class System {
     hal_.SetRoom(kAmpleRoom);
     Work();
     for (int round = 0; !hal_.idle(); ++round) {
-      Check(round < kMaxRounds, "it never settles");
+      Check(round < kMaxRounds, "the manager never settles");
       while (!hal_.idle()) hal_.CarryOut();
       Work();
     }
-    Check(manager_.finished(), "nothing is left to do and it has not finished");
-    Check(manager_.in_sync(), "the reinstall has ended and it is not in sync");
+    Check(manager_.finished(), "nothing is left to do, but the manager has not finished");
+    Check(manager_.in_sync(), "the reinstall has ended, but the manager is not in sync");
     Check(hal_.requests() == hal_.results(), "a request without a result");
   }
 

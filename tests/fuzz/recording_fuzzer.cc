@@ -2,8 +2,8 @@
 // error.
 //
 // Input: flags (1 byte), the recording. Bit 0 puts a valid header before it; bits 1 and 2 choose
-// what to do with it. Parsing that header's schema takes longer than the rest of an input, so the
-// header has it only for showing messages, and not even then if bit 3 is set.
+// what to do with it. Parsing the header's schema takes longer than the rest of an input, so the
+// header contains it only for showing messages, and only if bit 3 is not set.
 
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/util/delimited_message_util.h>
@@ -44,18 +44,18 @@ std::string ValidHeader(const google::protobuf::FileDescriptorSet& schema) {
 void ReadAll(RecordingReader* recording, std::size_t size) {
   record::Entry entry;
   while (recording->Next(&entry)) {
-    Check(entry.what_case() != record::Entry::WHAT_NOT_SET, "an entry of no kind");
+    Check(entry.what_case() != record::Entry::WHAT_NOT_SET, "an entry without content");
   }
-  Check(!recording->Next(&entry), "an end that is none");
+  Check(!recording->Next(&entry), "an entry after the end");
   const auto cut_at = recording->cut_at();
-  Check(!cut_at || *cut_at < size, "cut behind the end");
+  Check(!cut_at || *cut_at < size, "cut beyond the end");
 }
 
 void Show(RecordingReader* recording) {
   std::ostringstream out;
   ShowRecording(recording, &out);
   const std::string text = out.str();
-  Check(!text.empty() && text.back() == '\n', "a last line that does not end");
+  Check(!text.empty() && text.back() == '\n', "the last line has no newline");
   Check(std::none_of(text.begin(), text.end(),
                      [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7F; }),
         "a control character is shown");

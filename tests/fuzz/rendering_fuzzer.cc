@@ -1,8 +1,8 @@
 // The rendering of any message of every kind: all labels appear in order, the short form is a
 // prefix of the long one, and the platform's knowledge of interfaces changes nothing else.
 //
-// Input: the kind (1 byte), an interface (lim id, type, index, name), the serialised message, which
-// may be truncated or invalid: the part that parsed is rendered.
+// Input: the kind (1 byte), an interface (lim id, type, index, name), the serialised message. The
+// message may be truncated or invalid: the part that parses is rendered.
 
 #include <initializer_list>
 #include <memory>

@@ -1,6 +1,5 @@
 // A client that sends any bytes to the HAL server's side of a connection. The answers are a valid
-// stream in which every request has exactly one result, and nothing of the session is left once the
-// client has gone.
+// stream in which every request has exactly one result, and the session ends with its client.
 //
 // Input: flags (1 byte), the bytes. Bit 0 puts a valid hello before them; bits 1 to 3 choose into
 // how many writes the client splits it all.
@@ -38,7 +37,7 @@ reference::HalServerOptions Options() {
   options.max_unsent = 4096;
   options.log = [](reference::LogLevel, const std::string& line) {
     Check(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }),
-          "a character that no terminal should get is logged");
+          "an unsafe character is logged");
   };
   return options;
 }
@@ -91,11 +90,11 @@ class Answers {
 
  private:
   void Take(const FrameSplitter::Frame& frame) {
-    Check(!refused_, "more after the goodbye");
+    Check(!refused_, "a frame after the goodbye");
     const FrameType type = frame.header.type;
     Check(type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
               type != FrameType::kReadTables && !IsRequest(type),
-          "a frame that is the client's to send");
+          "a frame that only clients send");
     if (type == FrameType::kResult) ++results_[frame.header.sequence];
     refused_ = type == FrameType::kGoodbye;
   }
@@ -191,7 +190,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Results requests = Requests(bytes);
   for (const auto& [sequence, count] : conversation.answers().results()) {
     const auto request = requests.find(sequence);
-    Check(request != requests.end() && count <= request->second, "a result too many");
+    Check(request != requests.end() && count <= request->second, "one result too many");
   }
   if (!conversation.answers().refused()) {
     Check(conversation.answers().results() == requests, "a request without its result");

@@ -23,7 +23,7 @@ void CheckErrors(const std::vector<Diagnostic>& errors) {
   const Diagnostic* earlier = nullptr;
   for (const Diagnostic& error : errors) {
     Check(!error.text.empty(), "a mistake without a text");
-    Check(error.place.line >= 0 && error.place.column >= 0, "a mistake at no place");
+    Check(error.place.line >= 0 && error.place.column >= 0, "a mistake without a place");
     Check(earlier == nullptr || !(error.place < earlier->place), "mistakes out of order");
     earlier = &error;
   }

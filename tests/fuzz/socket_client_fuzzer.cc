@@ -119,7 +119,7 @@ reference::SocketHalOptions Options(const std::string& path) {
   options.deadline = kNever;
   options.log = [](reference::LogLevel, const std::string& line) {
     Check(std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; }),
-          "a character that no terminal should get is logged");
+          "an unsafe character is logged");
   };
   return options;
 }
@@ -235,7 +235,7 @@ class Client {
     hal_.EndReinstall();
   }
 
-  // Renumbers the answers in `bytes`, relative to the client's present number.
+  // Renumbers the answers in `bytes`, relative to the client's current number.
   void Renumber(std::string* bytes) const {
     std::size_t place = 0;
     while (bytes->size() - place >= reference::kFrameHeaderSize) {
@@ -271,7 +271,7 @@ class Client {
     const auto results = results_.Take(last_id);
     Check(results.size() >= last_id, "a request without a result");
     for (const auto& [id, count] : results) {
-      Check(id >= 1 && id <= last_id, "a result that nobody asked for");
+      Check(id >= 1 && id <= last_id, "a result without a request");
       Check(count == 1, "more than one result");
     }
   }
@@ -280,7 +280,7 @@ class Client {
   Results results_;
   std::atomic<unsigned int> requests_ = 0;
   std::atomic<unsigned int> last_id_ = 0;
-  // How many the client has numbered.
+  // How many requests the client has numbered.
   std::atomic<std::uint32_t> requests_sent_ = 0;
   std::atomic<std::uint32_t> marks_sent_ = 0;
   std::unique_ptr<Protocol::socket> socket_;

@@ -219,7 +219,7 @@ void RunVlan(Input* input) {
   const bool returned =
       Returns([&] { adapter.TranslateVlanObjectToEncapMessage(&object, &message); });
   Check(returned == readable, "VLAN: exception");
-  Check(object.attribute_lists.count(object.list_attribute_name) == 1, "VLAN: the list is there");
+  Check(object.attribute_lists.count(object.list_attribute_name) == 1, "VLAN: the list exists");
   if (!returned) return;
   Check(message.SerializeAsString() == expected.SerializeAsString(), "VLAN: message");
   CheckOperations(&adapter, static_cast<DbVlanObject*>(&object),
@@ -257,7 +257,7 @@ void RunHost(Input* input) {
   const bool returned =
       Returns([&] { adapter.TranslateHostObjectToEncapMessage(&object, &message); });
   Check(returned == vlan.has_value(), "host: exception");
-  Check(object.attributes.count("vlan_dest_id") == 1, "host: the attribute is there");
+  Check(object.attributes.count("vlan_dest_id") == 1, "host: the attribute exists");
   if (!returned) return;
   Check(message.SerializeAsString() == expected.SerializeAsString(), "host: message");
   CheckOperations(&adapter, static_cast<DbHostObject*>(&object),
@@ -308,9 +308,9 @@ void RunMpls(Input* input) {
       Returns([&] { adapter.TranslateMplsObjectToEncapMessage(&object, &message); });
   Check(returned == (vlan.has_value() && host.has_value()), "MPLS: exception");
   Check((object.attributes.count("vlan_dest_id") == 1) == (had_vlan || !circuit),
-        "MPLS: the VLAN attribute is there");
+        "MPLS: the VLAN attribute exists");
   if (!returned) return;
-  Check(object.attributes.count("host_dest_id") == 1, "MPLS: the host attribute is there");
+  Check(object.attributes.count("host_dest_id") == 1, "MPLS: the host attribute exists");
   Check(message.SerializeAsString() == expected.SerializeAsString(), "MPLS: message");
   CheckOperations(&adapter, static_cast<DbMplsObject*>(&object),
                   reference::HalOperation::kInstallMpls, reference::HalOperation::kDestroyMpls,

@@ -57,10 +57,10 @@ void CheckOnce(Wrapper* wrapper, Frame* frame) {
   const bool parses = frame->length() <= kLargest &&
                       expected.ParseFromArray(frame->payload(), static_cast<int>(frame->length()));
 
-  Check(wrapper->Unserialize(frame->data()) == parses, "another result than protobuf's");
+  Check(wrapper->Unserialize(frame->data()) == parses, "a result other than protobuf's");
   Check(wrapper->message() != nullptr, "no message");
   Check(wrapper->message()->SerializeAsString() == expected.SerializeAsString(),
-        "another message than protobuf's");
+        "a message other than protobuf's");
 }
 
 template <typename Wrapper, typename Message>
