@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs examples/linux/run with the built programs, and checks what its neighbours captured. Exits
-# with 77 if it may not make network namespaces.
+# with 77 if it cannot create network namespaces or mounts of its own.
 #
 #     example_test.sh SOURCES PROGRAMS
 set -euo pipefail
@@ -14,12 +14,12 @@ fail() {
 }
 
 if ! unshare --net true 2>/dev/null; then
-  echo 'left out: needs the right to make network namespaces'
+  echo 'skipped: needs permission to create network namespaces'
   exit 77
 fi
-# What ip netns exec does, too.
+# `ip netns exec` needs this.
 if ! unshare --mount --propagation slave true 2>/dev/null; then
-  echo 'left out: needs mounts of its own, which a chroot has not'
+  echo 'skipped: needs mounts of its own, which a chroot does not have'
   exit 77
 fi
 "$1/examples/linux/run" "$2" >"$output" 2>&1 &
@@ -42,7 +42,7 @@ for host in 1 2 3 4; do
     fail "not one packet for 203.0.114.$host"
 done
 
-lacks() { grep -q "^Left out, because this kernel lacks it: $1" "$output"; }
+lacks() { grep -q "^Skipped, because this kernel lacks it: $1" "$output"; }
 lacks 802.1Q || expect 203.0.115.0/24 "port 2: 02:00:00:00:01:03 > 02:00:00:00:02:02,\
  802.1Q, length 102: vlan 20, p 0, IPv4, 198.51.100.1 > 203.0.115.1"
 lacks MPLS || captured 203.0.116.0/24 | grep -q "^$first, MPLS .*(label 1201, .*\[S\]" ||

@@ -23,7 +23,7 @@ struct Probe {
   std::string destination;
   /// Bytes of the IP packet, headers included; at least `kSmallest`.
   std::size_t size = kSmallest;
-  /// The UDP source port, by which tests tell their packets apart.
+  /// The UDP source port, which identifies the packet.
   std::uint16_t port = 0;
 
   static constexpr std::size_t kSmallest = 64;

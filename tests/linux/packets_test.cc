@@ -1,7 +1,7 @@
 // The effect of each field of each HAL message on packets. Each test sends a packet through a
 // router in a network namespace, and checks the field's effect on what the router sends. Needs
-// root. A test that needs a feature that the kernel lacks is skipped; with ZUSKUX_SKIP_NOTHING=1 in
-// the environment, it fails.
+// root. If the kernel lacks a feature that a test needs, the test is skipped; with
+// ZUSKUX_SKIP_NOTHING=1 in the environment, it fails.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -203,7 +203,7 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
       network_.emplace();
     } catch (const std::system_error& error) {
       if (error.code() != std::errc::operation_not_permitted) throw;
-      LeaveOut("the right to make network namespaces");
+      LeaveOut("permission to create network namespaces");
       return;
     }
     hal_.emplace();
@@ -235,7 +235,7 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
 
   void LeaveOut(const std::string& what) {
     if (std::getenv("ZUSKUX_SKIP_NOTHING") != nullptr) FAIL() << "this kernel lacks " << what;
-    GTEST_SKIP() << "left out: needs " << what;
+    GTEST_SKIP() << "needs " << what;
   }
 
   template <typename Message>
@@ -274,8 +274,8 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
     return BeforeTheMarker();
   }
 
-  // Sends a marker, and returns what leaves the router before it. Leaves out what devices send of
-  // their own, such as multicast membership reports.
+  // Sends a marker, and returns what leaves the router before it. Ignores packets that devices send
+  // on their own, such as multicast membership reports.
   std::vector<Captured> BeforeTheMarker() {
     Probe marker = TheProbe();
     marker.destination = at().marker;
@@ -424,7 +424,7 @@ TEST_P(VlanPacketsTest, RoutedForwardsWhatArrives) {
 
 TEST_P(VlanPacketsTest, NotRoutedForwardsNothingThatArrives) {
   if (GetParam() == Family::kIpv6 && !HasSysctl("ipv6/conf/all/force_forwarding")) {
-    GTEST_SKIP() << "before Linux 6.17 only all devices together can be kept from forwarding IPv6";
+    GTEST_SKIP() << "before Linux 6.17, IPv6 forwarding cannot be turned off for a single device";
   }
   encapsulation::VlanMessage vlan = VlanOn(3, kVlan);
   vlan.clear_capabilities();

@@ -46,7 +46,7 @@ void Enter(const OwnedFd& network_namespace) {
 
 void MakeNamespace() {
   Checked(unshare(CLONE_NEWNET), "unshare");
-  // Keeps out all packets but the tests' own; devices that need IPv6 turn it on.
+  // Without IPv6, devices send nothing on their own; those that need IPv6 turn it on.
   SetSysctl("ipv6/conf/default/disable_ipv6", 1);
 }
 

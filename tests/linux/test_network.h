@@ -42,13 +42,13 @@ class PacketSocket {
   OwnedFd socket_;
 };
 
-/// A router in a network namespace of its own, with the ports eth1, eth2 and eth3. The other ends
-/// of the cables are in a second namespace and have raw sockets. From construction to destruction,
-/// the constructing thread runs in the router's namespace, as do the commands that it starts. It
-/// runs on one processor, so that packets keep their order.
+/// A router in its own network namespace, with the ports eth1, eth2 and eth3. The other ends of the
+/// cables are in a second namespace and have raw sockets. From construction to destruction, the
+/// constructing thread and the commands that it starts run in the router's namespace. The thread
+/// stays on one processor, so that packets keep their order.
 class TestNetwork {
  public:
-  /// Throws std::system_error, with EPERM if the process may not make namespaces.
+  /// Throws std::system_error, with EPERM if the process may not create namespaces.
   TestNetwork();
   TestNetwork(const TestNetwork&) = delete;
   TestNetwork& operator=(const TestNetwork&) = delete;
@@ -66,8 +66,8 @@ class TestNetwork {
 };
 
 /// Runs `ip` commands, one per line, in the thread's namespace. Returns the output of `ip`; throws
-/// std::runtime_error with that text if a command fails. Commands that name no family default to
-/// IPv6 with `kIpv6`, otherwise to IPv4 or none.
+/// std::runtime_error with that text if a command fails. With `kIpv6`, commands that name no family
+/// use IPv6, otherwise the default of `ip`.
 std::string Ip(const std::string& commands, Family family = Family::kIpv4);
 
 /// Whether the kernel has the setting.

@@ -64,7 +64,7 @@ vm=$work/tree/tests/linux/vm path=$work/bin refuses \
   'the kernel, linux-image-cloud-amd64, cannot be downloaded. Run: apt-get update' true
 
 if [ "${1-}" != --boot ]; then
-  echo 'all as promised; no machine was started'
+  echo 'all checks passed; no machine was started'
   exit
 fi
 
@@ -120,4 +120,4 @@ status=0
 [ "$status" -eq 125 ] || fail "exit status $status after a reboot: $(cat "$work/output")"
 [ "$(tail -n 1 "$work/output")" = 'tests/linux/vm: the machine ended before the command did' ] ||
   fail "after a reboot: $(cat "$work/output")"
-echo 'all as promised'
+echo 'all checks passed'
