@@ -155,7 +155,7 @@ bool IsOnOneOf(const KernelDevice& device, const Names& names) {
          (names.count(macvlan->parent) != 0 || names.count(macvlan->master) != 0);
 }
 
-// The devices to make anew.
+// The devices to recreate.
 Names Remade(const KernelObjects& before, const KernelObjects& after) {
   Names remade;
   for (const auto& [name, device] : before.devices) {
@@ -165,7 +165,7 @@ Names Remade(const KernelObjects& before, const KernelObjects& after) {
   return remade;
 }
 
-// The state between the two: `after` without the devices to make anew and without anything on them.
+// The state between the two: `after` without the devices to recreate and without anything on them.
 class Bridge {
  public:
   Bridge(const KernelObjects& before, KernelObjects after, Names remade)

@@ -12,7 +12,7 @@ namespace reference {
 ///
 /// Make before break: an object in both changes in place and is never absent in between. The
 /// exceptions are what the kernel cannot change in place:
-/// - A macvlan device with another parent or master is made anew, with the neighbours on it.
+/// - A macvlan device with another parent or master is recreated, with the neighbours on it.
 ///   (Changing the master in place would take the device down and up, which flushes its next hops.)
 ///   Meanwhile its next hops are blackholes, and groups leave them out, so that all routes stay.
 /// - A next hop that becomes a group, or the other way round, is removed and added.

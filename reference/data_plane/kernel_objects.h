@@ -49,7 +49,7 @@ struct VrfDevice {
   std::uint32_t table = 0;
 };
 
-/// A dummy device: only takes packets to the CPU.
+/// A dummy device, which receives the packets for the CPU.
 struct DummyDevice {};
 
 /// An 802.1Q subinterface.

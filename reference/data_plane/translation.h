@@ -64,12 +64,12 @@ struct Group {
 /// alone, not on the order of the changes. Keeps the entries, not their kernel objects, which would
 /// take several times the memory. Used by one thread.
 ///
-/// An entry may ride on something that no longer exists, because the HAL lets destinations go that
-/// others refer to. Such an entry drops its packets.
+/// An entry may ride on something that no longer exists, because the HAL accepts the removal of a
+/// destination that others refer to. Such an entry drops its packets.
 class Translation {
  public:
   /// `interfaces` names the logical interfaces. `devices` are the devices in the kernel that are
-  /// not ours. If they include "eth2" but not an interface named "eth2.20", that one will be made.
+  /// not ours. If they include "eth2" but not an interface named "eth2.20", that one is created.
   Translation(InterfaceNames interfaces, std::set<std::string> devices);
 
   /// Adds or replaces an entry; `message` is of the kind's class. Changes nothing on an error:

@@ -58,7 +58,7 @@ class AnyState {
       if (Often()) objects_.devices[VrfDeviceName(vrf)] = VrfDevice{vrf};
     }
     if (Often()) objects_.devices["zcpu"] = DummyDevice{};
-    // The tag varies, so that the device may have to be made anew.
+    // The tag varies, so that the device may have to be recreated.
     const auto tag = static_cast<std::uint16_t>(20 + Below(2));
     if (Often()) objects_.devices["eth0.20"] = TaggedDevice{"eth0", tag};
     std::vector<std::string> parents = {"eth0", "eth1"};
@@ -148,7 +148,7 @@ struct MustStay {
       const auto other = b.nexthops.find(id);
       if (other == b.nexthops.end() || IsGroup(nexthop) != IsGroup(other->second)) continue;
       nexthops.insert(id);
-      // If neither the next hop nor its device changes, it forwards all the time.
+      // If neither the next hop nor its device changes, it must never stop forwarding.
       const auto* const out = std::get_if<DeviceNexthop>(&nexthop);
       if (out != nullptr && nexthop == other->second && devices.count(out->device) != 0) {
         unchanged[id] = *out;
@@ -196,7 +196,7 @@ TEST(DifferenceTest, EqualStatesNeedNoChange) {
   }
 }
 
-/// zd1 on eth0 with neighbour 101, a next hop via it, and a group of both.
+/// zd1 on eth0 with neighbour 101, a next hop out of each, and a group of the two next hops.
 KernelObjects SmallState() {
   KernelObjects state;
   state.devices = {{"zd1", On("eth0")}};
@@ -256,13 +256,13 @@ TEST(DifferenceTest, AChangedDeviceKeepsWhatIsOnIt) {
   EXPECT_EQ(ShortDifference(SmallState(), changed), (Texts{"+zd1"}));
 }
 
-TEST(DifferenceTest, ANewMacAddressFlushesTheNeighboursWhichArePutAgain) {
+TEST(DifferenceTest, ANewMacAddressFlushesTheNeighboursWhichAreAddedAgain) {
   KernelObjects changed = SmallState();
   changed.devices["zd1"] = On("eth0", 2);
   EXPECT_EQ(ShortDifference(SmallState(), changed), (Texts{"+zd1", "+neighbour zd1"}));
 }
 
-TEST(DifferenceTest, ADeviceIsMadeAnewUnderItsNexthopsWhichStay) {
+TEST(DifferenceTest, ARecreatedDeviceKeepsItsNexthops) {
   KernelObjects changed = SmallState();
   changed.devices["zd1"] = On("eth1");
   const Texts texts = {
@@ -281,7 +281,7 @@ TEST(DifferenceTest, ANewGroupWaitsForItsMembers) {
   EXPECT_EQ(ShortDifference(before, after), texts);
 }
 
-TEST(DifferenceTest, ADeviceMadeAnewTakesAlongTheDevicesOnIt) {
+TEST(DifferenceTest, RecreatingADeviceRecreatesTheDevicesOnIt) {
   KernelObjects before;
   before.devices = {{"eth0.20", TaggedDevice{"eth0", 20}}, {"zd1", On("eth0.20")}};
   KernelObjects after = before;
@@ -289,7 +289,7 @@ TEST(DifferenceTest, ADeviceMadeAnewTakesAlongTheDevicesOnIt) {
   EXPECT_EQ(ShortDifference(before, after), (Texts{"-zd1", "-eth0.20", "+eth0.20", "+zd1"}));
 }
 
-TEST(DifferenceTest, ADeviceThatJoinsAVrfIsMadeAnew) {
+TEST(DifferenceTest, ADeviceThatJoinsAVrfIsRecreated) {
   KernelObjects before = SmallState();
   before.nexthops = {{1, DeviceNexthop{"zd1", {}, {}}}};
   before.neighbours.clear();

@@ -1,4 +1,4 @@
-/// Changes as commands: their text, and their effect when the machine's own `ip` runs them.
+/// Changes as commands: their text, and their effect when the installed `ip` runs them.
 
 #include "reference/data_plane/ip_commands.h"
 

@@ -114,7 +114,7 @@ TEST_F(KernelDataPlaneTest, TheFirstRefusalIsTheReason) {
   EXPECT_EQ(data_plane_.Commit(), "out of memory");
 }
 
-TEST_F(KernelDataPlaneTest, WhatCannotBeTakenBackIsLogged) {
+TEST_F(KernelDataPlaneTest, WhatCannotBeUndoneIsLogged) {
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallEcmp, Ecmp(10, {}))), kHalSuccess);
   EXPECT_EQ(data_plane_.Commit(), std::nullopt);
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kDestroyEcmp, Ecmp(10, {}))), kHalSuccess);

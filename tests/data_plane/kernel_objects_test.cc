@@ -96,7 +96,7 @@ TEST(KernelObjectsTest, ARemovedNeighbourLeavesTheNexthop) {
   EXPECT_EQ(After(RemoveNeighbour{{"zd10", NeighbourAddress(101)}}), expected);
 }
 
-TEST(KernelObjectsTest, ARemovedDeviceTakesAlongWhatIsOnIt) {
+TEST(KernelObjectsTest, ARemovedDeviceTakesEverythingOnItAlong) {
   KernelObjects expected;
   expected.nexthops = {{102, BlackholeNexthop{}}};
   EXPECT_EQ(After(RemoveDevice{"eth0.20"}), expected);

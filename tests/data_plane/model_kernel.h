@@ -11,9 +11,9 @@
 
 namespace reference {
 
-/// A strict fake of the kernel. It refuses what Linux refuses, and also what would cost routes or
-/// packets: removing an object that others use, changing a device's master in place, and a next hop
-/// via a neighbour that does not exist.
+/// A strict fake of the kernel. It refuses what Linux refuses, and also what would lose routes or
+/// packets: removing an object that others use, changing a device's master in place, and adding a
+/// next hop via a missing neighbour.
 class ModelKernel {
  public:
   /// `devices` are those that are not ours.

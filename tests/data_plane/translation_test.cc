@@ -207,7 +207,7 @@ INSTANTIATE_TEST_SUITE_P(
                  [](MacvlanDevice* device) { device->alias = "acme site 2"; }}),
     [](const auto& test) { return std::string(test.param.name); });
 
-TEST(TranslateVlanTest, ASubinterfaceIsMadeAndGoesWithItsLastDestination) {
+TEST(TranslateVlanTest, ASubinterfaceIsCreatedAndRemovedWithItsLastDestination) {
   Translation translation = Translated({VlanOn(10, kEth1Tag20), VlanOn(11, kEth1Tag20)});
   const KernelDevice tagged = TaggedDevice{"eth1", 20};
   EXPECT_TRUE(translation.Objects().devices.at("eth1.20") == tagged);
@@ -218,7 +218,7 @@ TEST(TranslateVlanTest, ASubinterfaceIsMadeAndGoesWithItsLastDestination) {
   EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
-TEST(TranslateVlanTest, TheLargestTagIsMade) {
+TEST(TranslateVlanTest, TheLargestTagIsAccepted) {
   const KernelDevice tagged = TaggedDevice{"eth0", 4094};
   EXPECT_TRUE(ObjectsOf({VlanOn(10, 207)}).devices.at("eth0.4094") == tagged);
 }
@@ -542,7 +542,7 @@ TEST(TranslateRefusalTest, ARingWithoutLabelsEnds) {
   EXPECT_TRUE(translation.Objects() == KernelObjects());
 }
 
-TEST(TranslationTest, RemovingWhatIsNotThereIsANoOp) {
+TEST(TranslationTest, RemovingAMissingEntryIsANoOp) {
   Translation translation = Translated(SomeEntries());
   const KernelObjects before = translation.Objects();
   translation.Remove(HalKind::kVlan, 99);
@@ -553,7 +553,7 @@ TEST(TranslationTest, RemovingWhatIsNotThereIsANoOp) {
 
 // Incremental changes.
 
-TEST(TranslationTest, TakesOnlyWhatAChangeConcerns) {
+TEST(TranslationTest, TakesOnlyWhatAChangeAffects) {
   Translation translation = Translated(SomeEntries());
   translation.Take();
   EXPECT_TRUE(translation.Take().after == KernelObjects());
@@ -566,7 +566,7 @@ TEST(TranslationTest, TakesOnlyWhatAChangeConcerns) {
   EXPECT_EQ(Difference(transition.before, transition.after).size(), 2);
 }
 
-TEST(TranslationTest, WhatAnEntryNoLongerRefersToDoesNotConcernIt) {
+TEST(TranslationTest, WhatAnEntryNoLongerRefersToDoesNotAffectIt) {
   Translation translation =
       Translated({VlanOn(10), VlanOn(11), Neighbour(101, 10), Ecmp(301, {10, 101})});
   EXPECT_EQ(AnyEntry(Neighbour(101, 11)).StoreIn(&translation), kHalSuccess);
@@ -592,7 +592,7 @@ TEST(TranslationTest, PutsBackWhatTheKernelHas) {
   Transition again = translation.Take();
   EXPECT_TRUE(again.before == KernelObjects());
   EXPECT_TRUE(again.after == VlanObjects());
-  // The kernel has an object that nobody wants.
+  // The kernel has an object that no entry wants.
   KernelObjects left;
   left.nexthops = {{99, BlackholeNexthop{}}};
   translation.PutBack({left, {}});
@@ -649,7 +649,7 @@ class AnyEntries {
   std::mt19937 random_;
 };
 
-TEST(TranslationTest, IncrementalIsAsFromScratchAndTheKernelFollows) {
+TEST(TranslationTest, IncrementalEqualsFromScratchAndTheKernelFollows) {
   for (std::uint32_t seed = 1; seed <= 20; ++seed) {
     AnyEntries random(seed);
     Translation translation(Interfaces(), Devices());

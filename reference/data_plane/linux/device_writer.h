@@ -48,7 +48,7 @@ class DeviceWriter {
     bool created = false;
   };
 
-  // Looks the devices up into `links_`; those that do not exist have no entry there.
+  // Looks up the devices and fills `links_`, which has no entry for a missing device.
   void LookUp(const std::set<std::string>& names);
   void Create(Refusals* refusals);
   void Change(Refusals* refusals);

@@ -28,7 +28,7 @@ NetlinkSockets OpenSocketsIn(const std::string& netns) {
     const std::string path = "/run/netns/" + netns;
     const int folder = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (folder < 0) {
-      Fail(errno, "cannot open the network namespace " + netns + " (make it with ip netns add " +
+      Fail(errno, "cannot open the network namespace " + netns + " (create it with ip netns add " +
                       netns + ")");
     }
     const int error = setns(folder, CLONE_NEWNET) == 0 ? 0 : errno;

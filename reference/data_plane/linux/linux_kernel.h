@@ -25,9 +25,9 @@ class LinuxKernel {
  public:
   using Refusal = KernelRefusal;
 
-  /// Moves the calling thread into the network namespace that `ip netns add` made under this name;
-  /// with an empty name, the thread stays where it is. Throws `std::system_error` with a text for
-  /// the operator, for example if privileges are missing.
+  /// Moves the calling thread into the network namespace that `ip netns add` created under this
+  /// name; with an empty name, the thread stays where it is. Throws `std::system_error` with a text
+  /// for the operator, for example if privileges are missing.
   explicit LinuxKernel(const std::string& netns);
   /// Uses these sockets, which must be of the thread's namespace.
   explicit LinuxKernel(NetlinkSockets sockets);

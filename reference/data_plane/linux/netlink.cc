@@ -75,7 +75,8 @@ class RouteSocket : public NetlinkSocket {
   }
 
   void Send(const char* data, std::size_t size) override {
-    if (mnl_socket_sendto(socket_.get(), data, size) < 0) Fail(errno, "cannot ask the kernel");
+    if (mnl_socket_sendto(socket_.get(), data, size) < 0)
+      Fail(errno, "cannot send a request to the kernel");
   }
 
   std::size_t Receive(char* data, std::size_t size) override {
@@ -252,7 +253,7 @@ void NetlinkClient::Dump(MessageBatch* request, const std::function<void()>& res
     restart();
     if (DumpOnce(request, take)) return;
   }
-  Fail(EAGAIN, "what the kernel has changes faster than it can be read");
+  Fail(EAGAIN, "the kernel's objects change faster than they can be read");
 }
 
 bool NetlinkClient::DumpOnce(MessageBatch* request,
@@ -276,7 +277,7 @@ bool NetlinkClient::DumpOnce(MessageBatch* request,
       take(message);
     }
   });
-  if (error != 0) Fail(error, "cannot read what the kernel has");
+  if (error != 0) Fail(error, "cannot read the kernel's objects");
   return complete && ended && consistent;
 }
 

@@ -12,8 +12,8 @@
 
 namespace reference {
 
-/// A route netlink socket. The kernel handles a request before the send returns, so the answers are
-/// there by then, and no call blocks. Tests inject faults with an implementation of their own.
+/// A route netlink socket. The kernel handles a request before the send returns, so its answers are
+/// available by then, and no call blocks. Tests inject faults with an implementation of their own.
 class NetlinkSocket {
  public:
   NetlinkSocket() = default;

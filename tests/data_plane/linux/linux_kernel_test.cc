@@ -95,7 +95,7 @@ class LinuxKernelTest : public NetworkNamespaceTest {
   std::unique_ptr<LinuxKernel> kernel_;
 };
 
-TEST_F(LinuxKernelTest, HasWhatItWasGiven) {
+TEST_F(LinuxKernelTest, ReadsBackWhatItWrote) {
   Do(Everything());
   EXPECT_EQ(kernel_->Read(), After(Everything()));
 }
@@ -117,7 +117,7 @@ TEST_F(LinuxKernelTest, IpShowsADevice) {
   if (Works("test -e /proc/sys/net/ipv6/conf/zd10/force_forwarding")) {
     EXPECT_EQ(Output("cat /proc/sys/net/ipv6/conf/zd10/force_forwarding"), "1\n");
   }
-  // It has no address from which it could send packets of its own.
+  // Without an address, the device cannot send packets of its own.
   EXPECT_EQ(Output("ip -6 -o addr show dev zd10"), "");
 }
 
@@ -162,7 +162,7 @@ std::ostream& operator<<(std::ostream& out, const Feature& feature) { return out
 class LinuxKernelFeatureTest : public LinuxKernelTest,
                                public testing::WithParamInterface<Feature> {};
 
-TEST_P(LinuxKernelFeatureTest, HasWhatItWasGiven) {
+TEST_P(LinuxKernelFeatureTest, ReadsBackWhatItWrote) {
   if (!Works(GetParam().probe)) GTEST_SKIP() << "this kernel cannot do: " << GetParam().probe;
   Do(GetParam().changes);
   EXPECT_EQ(kernel_->Read(), After(GetParam().changes));
@@ -211,7 +211,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "encap mpls  100/1048575 via fe80::65"}),
     [](const auto& test) { return test.param.name; });
 
-TEST_F(LinuxKernelTest, ADeviceThatComesUpWithIpv6OffGetsIt) {
+TEST_F(LinuxKernelTest, ADeviceWithIpv6OffGetsIpv6) {
   Run("echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6");
   Do(Everything());
   EXPECT_EQ(kernel_->Read(), After(Everything()));
@@ -219,7 +219,7 @@ TEST_F(LinuxKernelTest, ADeviceThatComesUpWithIpv6OffGetsIt) {
   EXPECT_EQ(Output("ip -6 -o addr show dev zd10"), "");
 }
 
-TEST_F(LinuxKernelTest, ForwardingIsOffWhereItShallNotBe) {
+TEST_F(LinuxKernelTest, ForwardingIsOffUnlessWanted) {
   Run("echo 1 >/proc/sys/net/ipv4/ip_forward");
   Run("echo 1 >/proc/sys/net/ipv6/conf/all/forwarding");
   MacvlanDevice device = Macvlan();
@@ -274,7 +274,7 @@ TEST_F(LinuxKernelTest, ANextHopMayChangeSeveralTimesInOneGo) {
   EXPECT_EQ(objects.nexthops.at(101), KernelNexthop(NexthopGroup{{{102, 1}}}));
 }
 
-TEST_F(LinuxKernelTest, RemovesWhatItMade) {
+TEST_F(LinuxKernelTest, RemovesItsOwnObjects) {
   Do(Everything());
   Do({RemoveNexthop{301}, RemoveNexthop{302}, RemoveNexthop{101}, RemoveNexthop{103},
       RemoveNeighbour{{"zd10", NeighbourAddress(101)}}});
@@ -346,7 +346,7 @@ TEST_F(LinuxKernelTest, KeepsTheDevicesOfOthers) {
   EXPECT_EQ(Output("ip -d link show zd10; ip nexthop"), before);
 }
 
-TEST_F(LinuxKernelTest, RefusesWhatCannotBe) {
+TEST_F(LinuxKernelTest, RefusesImpossibleChanges) {
   Do(Everything());
   MacvlanDevice elsewhere = Macvlan();
   elsewhere.parent = "far2";
@@ -413,7 +413,7 @@ TEST_F(LinuxKernelTest, NotifiesOfTheChangesOfOthers) {
   }
 }
 
-TEST_F(LinuxKernelTest, TheOthersOwnAffairsAreNoReasonToRead) {
+TEST_F(LinuxKernelTest, ChangesToObjectsOfOthersAreNoReasonToRead) {
   Do(Everything());
   WaitUntilUp("zd10");
   kernel_->TakeNotifications();
@@ -436,7 +436,7 @@ TEST_F(LinuxKernelTest, IsNotNotifiedOfItsOwnNextHopsAndNeighbours) {
   EXPECT_FALSE(kernel_->TakeNotifications());
 }
 
-TEST_F(LinuxKernelTest, NotificationsThatDoNotFitAreAReasonToRead) {
+TEST_F(LinuxKernelTest, LostNotificationsAreAReasonToRead) {
   kernel_->TakeNotifications();
   const int small = 1;
   ASSERT_EQ(setsockopt(kernel_->notification_fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
@@ -475,7 +475,7 @@ std::string RefusalToStart(const std::string& netns, bool privileged) {
   return text;
 }
 
-constexpr char kNeedsOwnMounts[] = "left out: in a chroot, / is no mount point";
+constexpr char kNeedsOwnMounts[] = "skipped: in a chroot, / is not a mount point";
 
 // Gives this process mounts that nobody else sees. Returns whether that is possible.
 bool HasOwnMounts() {
@@ -485,7 +485,7 @@ bool HasOwnMounts() {
 
 class LinuxKernelStartTest : public NetworkNamespaceTest {
  protected:
-  // Names network namespaces in a /run of the test's own.
+  // Creates named network namespaces below a /run of the test's own.
   void SetUp() override {
     NetworkNamespaceTest::SetUp();
     if (IsSkipped()) return;
@@ -503,11 +503,12 @@ TEST_F(LinuxKernelStartTest, WorksInANamedNamespace) {
   EXPECT_EQ(devices.count("lo"), 1U);
 }
 
-TEST_F(LinuxKernelStartTest, SaysWhatIsMissing) {
+TEST_F(LinuxKernelStartTest, NamesWhatIsMissing) {
   EXPECT_EQ(RefusalToStart("", /*privileged=*/true), "starts");
-  EXPECT_EQ(RefusalToStart("blue", /*privileged=*/true),
-            "cannot open the network namespace blue (make it with ip netns add blue): No such file "
-            "or directory");
+  EXPECT_EQ(
+      RefusalToStart("blue", /*privileged=*/true),
+      "cannot open the network namespace blue (create it with ip netns add blue): No such file "
+      "or directory");
   EXPECT_EQ(RefusalToStart("", /*privileged=*/false),
             "changing the network needs CAP_NET_ADMIN (run it as root, or allow it: sudo setcap "
             "cap_net_admin+ep PROGRAM): Operation not permitted");
@@ -576,8 +577,8 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
     ASSERT_EQ(kernel_->Read(), KernelObjects{});
   }
 
-  // Applies everything while the fault is there. Changes that were not refused must be in the
-  // kernel, and a second attempt must make the others.
+  // Applies everything while the fault is active. Changes that were not refused must be in the
+  // kernel, and a second attempt must succeed with the others.
   void Survive(const std::string& place) {
     const std::vector<KernelChange> changes = Everything();
     const auto refusals = kernel_->Apply(changes);
@@ -611,7 +612,7 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
 class LinuxKernelRefusalTest : public LinuxKernelFaultTest,
                                public testing::WithParamInterface<bool> {};
 
-// The kernel refuses each message in turn, and either says so or its answers are lost.
+// The kernel refuses each message in turn. Either its answers arrive, or they are lost.
 TEST_P(LinuxKernelRefusalTest, OfEachMessage) {
   bool injected = true;
   int messages = 0;
@@ -625,7 +626,7 @@ TEST_P(LinuxKernelRefusalTest, OfEachMessage) {
         const bool asks = header.nlmsg_type == RTM_GETLINK || header.nlmsg_type == RTM_DELLINK ||
                           (header.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
         if (!asks && countdown-- == 0) {
-          // A type that no kernel knows.
+          // A message type that no kernel knows.
           header.nlmsg_type = RTM_MAX + 1;
           std::memcpy(bytes->data() + place, &header, sizeof header);
           injected = true;
@@ -665,8 +666,8 @@ TEST_F(LinuxKernelFaultTest, EachSendFails) {
   EXPECT_GE(refused_, 3);
 }
 
-// Each receive in turn reports dropped answers. The answers are still there; they are stale, and
-// must not be taken for those of the next request.
+// Each receive in turn reports dropped answers. The answers are still there, but stale: the next
+// request must not mistake them for its own.
 TEST_F(LinuxKernelFaultTest, EachAnswerLost) {
   bool injected = true;
   int receives = 0;
@@ -714,7 +715,7 @@ TEST_F(LinuxKernelFaultTest, ADeviceThatVanishesInTheMiddle) {
 TEST_F(LinuxKernelFaultTest, ADeviceThatAnotherProgramMakesMeanwhileIsKept) {
   int sends = 0;
   socket_->before_send = [&](std::string* /*bytes*/) {
-    // After the lookup that finds no such device.
+    // The first send looks the device up and finds none.
     if (++sends == 2) Run("ip link add link eth2 name zd10 type macvlan mode bridge");
   };
   EXPECT_THAT(kernel_->Apply({PutDevice{"zd10", Macvlan(), {}}}),

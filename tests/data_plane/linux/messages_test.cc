@@ -226,7 +226,7 @@ TEST(ReadLinkTest, KnowsEachKindOfDevice) {
   EXPECT_EQ(std::get<TaggedDevice>(WrittenAndRead("eth2.20", TaggedDevice{"eth2", 20})),
             (TaggedDevice{"eth2", 20}));
   MacvlanDevice expected = Macvlan();
-  // These are set afterwards.
+  // The creation of a device does not set these.
   expected.forwarding = false;
   expected.alias.clear();
   EXPECT_EQ(std::get<MacvlanDevice>(WrittenAndRead("zd10", Macvlan())), expected);
@@ -294,7 +294,7 @@ TEST(ReadNexthopTest, KnowsTheLargestGroup) {
   EXPECT_EQ(WrittenAndRead(group).nexthop, KernelNexthop(group));
 }
 
-TEST(ReadTest, AMessageWithoutAttributesIsNoFault) {
+TEST(ReadTest, AMessageWithoutAttributesIsAccepted) {
   MessageBatch batch;
   batch.Start(16, 0);
   EXPECT_EQ(ReadLink(*batch.message(0)).name, "");

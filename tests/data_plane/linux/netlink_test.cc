@@ -144,7 +144,7 @@ TEST(NetlinkClientTest, SendsALargeBatchInPieces) {
   EXPECT_EQ(messages, 10000U);
 }
 
-TEST(NetlinkClientTest, ReturnsTheKernelsWords) {
+TEST(NetlinkClientTest, ReturnsTheKernelsErrorTexts) {
   NetlinkClient client = Client([](const std::vector<nlmsghdr>& requests) {
     return std::vector<ScriptedSocket::Datagram>{
         Error(requests[0], EINVAL, "Nexthop id does not exist"),
@@ -156,7 +156,7 @@ TEST(NetlinkClientTest, ReturnsTheKernelsWords) {
                           "2 95 Unknown device type"));
 }
 
-TEST(NetlinkClientTest, FindsTheWordsBehindARepeatedRequest) {
+TEST(NetlinkClientTest, FindsTheErrorTextBehindARepeatedRequest) {
   NetlinkClient client = Client([](const std::vector<nlmsghdr>& requests) {
     nlmsghdr request = requests[0];
     const std::string body(8, 'x');
@@ -170,7 +170,7 @@ TEST(NetlinkClientTest, FindsTheWordsBehindARepeatedRequest) {
   EXPECT_THAT(Texts(client.Exchange(&batch)), ElementsAre("0 22 bad"));
 }
 
-TEST(NetlinkClientTest, GivesAnswersToTheirQuestions) {
+TEST(NetlinkClientTest, MatchesAnswersToRequests) {
   NetlinkClient client = Client([](const std::vector<nlmsghdr>& requests) {
     return std::vector<ScriptedSocket::Datagram>{
         Message(RTM_NEWLINK, requests[0].nlmsg_seq, "a"), Error(requests[1], ENODEV),
@@ -296,7 +296,7 @@ TEST(NetlinkDumpTest, StartsOverWhenAPartIsLost) {
             "|a|a|a");
 }
 
-TEST(NetlinkDumpTest, GivesUpOnAListThatNeverStandsStill) {
+TEST(NetlinkDumpTest, GivesUpOnAListThatKeepsChanging) {
   int sends = 0;
   try {
     Dumped(Client([&](const std::vector<nlmsghdr>& requests) {
@@ -307,7 +307,7 @@ TEST(NetlinkDumpTest, GivesUpOnAListThatNeverStandsStill) {
     FAIL();
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code().value(), EAGAIN);
-    EXPECT_THAT(error.what(), testing::HasSubstr("changes faster than it can be read"));
+    EXPECT_THAT(error.what(), testing::HasSubstr("change faster than they can be read"));
   }
   EXPECT_EQ(sends, 20);
 }

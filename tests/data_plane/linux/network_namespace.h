@@ -6,8 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-/// A test in a network namespace of its own, with one Ethernet device "eth2" that is up. Needs
-/// root.
+/// A test in its own network namespace, with one Ethernet device "eth2" that is up. Needs root.
 class NetworkNamespaceTest : public testing::Test {
  protected:
   void SetUp() override;
