@@ -35,7 +35,7 @@ struct DiffSide {
   const InterfaceNames* interfaces;
 };
 
-/// An entry that the two sides do not hold alike.
+/// An entry that differs between the two sides, or that only one of them holds.
 struct Difference {
   HalKind kind = HalKind::kVrf;
   std::uint32_t id = 0;

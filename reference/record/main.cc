@@ -156,10 +156,10 @@ po::options_description Options() {
   po::options_description options("Options");
   options.add_options()                                     //
       ("hal", po::value<std::string>()->value_name("HAL"),  //
-       "where replay sends to: embedded, or unix or unix:PATH for a HAL server, "
-       "whose tables are emptied wherever the recording found a server")  //
-      ("json", "write the result of diff as JSON")                        //
-      ("help", "show this help and exit")                                 //
+       "where replay sends the requests: embedded, unix or unix:PATH; empties the "
+       "tables at each point where the recording found a server")  //
+      ("json", "write the result of diff as JSON")                 //
+      ("help", "show this help and exit")                          //
       ("version", "show the version and exit");
   return options;
 }

@@ -191,8 +191,8 @@ void Recorder::Writer::Stop() {
   const auto reason = boost::system::error_code(file_.GetErrno(), boost::system::system_category());
   if (!log_) return;
   log_(LogLevel::kError, "recording to " + path_ + " stopped: " + reason.message() +
-                             "; what was written before is kept; make room and start again to "
-                             "record on");
+                             "; what was written before is kept; free space and restart to "
+                             "record again");
 }
 
 Recorder::Recorder(const std::string& path, std::string_view program, LogFunction log) {

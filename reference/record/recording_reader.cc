@@ -140,7 +140,7 @@ bool RecordingReader::Next(record::Entry* entry) {
 RecordingError RecordingReader::Error(const std::string& what) const {
   const std::string offset = std::to_string(offset_);
   RecordingError error(name_ + ": byte " + offset + ": " + what +
-                       "; what precedes is valid: head -c " + offset + " gives it");
+                       "; the part before it is valid: head -c " + offset + " extracts it");
   return error;
 }
 

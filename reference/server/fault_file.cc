@@ -148,7 +148,7 @@ class RuleReader {
 
   void RefuseField(int field) {
     if (!Has(field)) return;
-    mistakes_->Add(PlaceOfField(field), FaultField(field)->name() + " does not go with what: " +
+    mistakes_->Add(PlaceOfField(field), FaultField(field)->name() + " does not apply to what: " +
                                             Quote(fault_.what()) + "; remove it");
   }
 

@@ -9,8 +9,8 @@
 
 namespace reference {
 
-/// Prints for each entry what it is in the kernel and whether that is so, then what is wrong
-/// besides. Moves the calling thread into the network namespace `netns`, if that is not empty.
+/// Prints the kernel objects of each entry and whether they are right, then everything else that is
+/// wrong. Moves the calling thread into the network namespace `netns`, if that is not empty.
 /// Returns whether the kernel has exactly what the tables want. Throws `std::runtime_error`, with a
 /// text for the operator.
 bool CheckKernel(const ServerContents& contents, const InterfaceNames& interfaces,

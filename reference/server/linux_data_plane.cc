@@ -25,7 +25,7 @@
 namespace reference {
 namespace {
 
-/// Keeps a second server out of the network namespace, to which an abstract socket's name belongs.
+/// Keeps a second server out of the network namespace: an abstract socket's name is unique there.
 class NamespaceLock {
  public:
   NamespaceLock() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

@@ -11,12 +11,12 @@
 
 namespace reference {
 
-/// A data plane that programs the Linux kernel. Moves the calling thread, which has to be the
-/// server's, into the network namespace `netns`, if that is not empty. Adopts what an earlier
-/// server has left there; leaves its own objects at the end.
+/// A data plane that programs the Linux kernel. Moves the calling thread, which must be the
+/// server's, into the network namespace `netns`, if that is not empty. Adopts the objects that an
+/// earlier server left there; leaves its own objects when it is destroyed.
 ///
-/// Throws `std::runtime_error`, with a text for the operator, if the kernel or the privileges do
-/// not suffice, or another server programs the namespace.
+/// Throws `std::runtime_error`, with a text for the operator, if the kernel lacks a feature, if
+/// privileges are missing, or if another server programs the namespace.
 std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
                                               const std::string& netns, const LogFunction& log);
 

@@ -67,14 +67,14 @@ po::options_description Options() {
   // The numbers are parsed as wide signed values, so that -1 does not become a huge number.
   options.add_options()                                                             //
       ("socket", po::value<std::string>()->value_name("PATH"),                      //
-       "the server's socket (missing: zuskux/hal.sock\nunder $XDG_RUNTIME_DIR, "    //
+       "the server's socket (default: zuskux/hal.sock\nunder $XDG_RUNTIME_DIR, "    //
        "else /tmp/zuskux-UID/hal.sock)")                                            //
       ("table-size",                                                                //
        po::value<std::int64_t>()->value_name("N")->default_value(table_size),       //
-       "entries that each table takes")                                             //
+       "maximum number of entries in each table")                                   //
       ("max-payload",                                                               //
        po::value<std::int64_t>()->value_name("BYTES")->default_value(max_payload),  //
-       "longest request")                                                           //
+       "longest payload of a request")                                              //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
        "inject the faults in the file")                                             //
       ("record", po::value<std::string>()->value_name("FILE"),                      //
@@ -85,10 +85,10 @@ po::options_description Options() {
        "the site file that names the interfaces")                                   //
       ("netns", po::value<std::string>()->value_name("NAME"),                       //
        "program this network namespace")                                            //
-      ("print", "print ip commands instead of programming")                         //
+      ("print", "print ip commands instead of changing the kernel")                 //
       ("audit", po::value<std::int64_t>()->value_name("SECONDS"),                   //
        "how often to compare the kernel with the tables\n"                          //
-       "(missing: 60; 0: never)")                                                   //
+       "(default: 60; 0: never)")                                                   //
       ("quiet", "do not log connections")                                           //
       ("json", "with tables: as JSON")                                              //
       ("check", "with tables: compare with the kernel")                             //
@@ -130,8 +130,8 @@ void CheckOptions(const po::variables_map& values, bool tables_command) {
                      : std::vector<std::string>{"json", "check"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
-    throw UsageError("--" + option + " does not go " + (tables_command ? "with" : "without") +
-                     " tables");
+    throw UsageError("--" + option +
+                     (tables_command ? " cannot be combined with tables" : " needs tables"));
   }
 }
 
@@ -139,29 +139,30 @@ void CheckTablesOptions(const po::variables_map& values) {
   const bool check = values.count("check") != 0;
   for (const char* const option : {"interfaces", "netns"}) {
     if (!check && values.count(option) != 0) {
-      throw UsageError(std::string("--") + option + " goes with tables --check only");
+      throw UsageError(std::string("--") + option + " with tables needs --check");
     }
   }
   if (check && values.count("interfaces") == 0) throw UsageError("--check needs --interfaces SITE");
-  if (check && values.count("json") != 0) throw UsageError("--json does not go with --check");
+  if (check && values.count("json") != 0)
+    throw UsageError("--json cannot be combined with --check");
 }
 
 void CheckDataPlaneOptions(const po::variables_map& values) {
   const bool data_plane = values.count("data-plane") != 0;
   for (const char* const option : {"interfaces", "netns", "print", "audit"}) {
     if (!data_plane && values.count(option) != 0) {
-      throw UsageError(std::string("--") + option + " goes with --data-plane linux only");
+      throw UsageError(std::string("--") + option + " needs --data-plane linux");
     }
   }
   if (!data_plane) return;
   const auto& name = values["data-plane"].as<std::string>();
   if (name != "linux") throw UsageError("--data-plane \"" + name + "\" is unknown; use linux");
   if (values.count("interfaces") == 0) throw UsageError("--data-plane needs --interfaces SITE");
-  if (values.count("fault") != 0) throw UsageError("--fault does not go with --data-plane");
+  if (values.count("fault") != 0) throw UsageError("--fault cannot be combined with --data-plane");
   if (values.count("print") != 0 && values.count("netns") != 0) {
     throw UsageError(
-        "--netns does not go with --print; run it in the namespace: ip netns exec NAME zuskux-hal "
-        "...");
+        "--netns cannot be combined with --print; run it in the namespace: ip netns exec NAME "
+        "zuskux-hal ...");
   }
 }
 

@@ -35,7 +35,7 @@ constexpr std::size_t kReadingStep = std::size_t{32} * 1024;
 // How many entries a turn of the end of a reinstall examines.
 constexpr std::size_t kReinstallEndStep = std::size_t{16} * 1024;
 constexpr std::size_t kMaxWrite = std::size_t{64} * 1024;
-// So far from the client's sequence numbers that none of them matches.
+// Far enough from the client's sequence numbers to match none of them.
 constexpr std::uint32_t kStrayDistance = (kSequenceMask + 1) / 2;
 
 std::uint64_t NewGeneration() {
@@ -78,8 +78,8 @@ void CheckFrame(const FrameSplitter::Frame& frame) {
   }
   if (frame.payload.empty()) return;
   throw ProtocolError("frame of type " + std::to_string(static_cast<int>(type)) +
-                      " with a payload of " + std::to_string(frame.payload.size()) +
-                      " bytes, which has none");
+                      " has a payload of " + std::to_string(frame.payload.size()) +
+                      " bytes, but must have none");
 }
 
 }  // namespace
@@ -277,7 +277,7 @@ void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
   CheckFrame(frame);
-  // What follows sees the requests before it in effect.
+  // Other frames must see the effect of the requests before them.
   if (!IsRequest(type)) CommitStaged();
   const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
   // A client of minor version 0 does not announce in its hello that it writes.
@@ -298,7 +298,7 @@ void Session::Handle(const FrameSplitter::Frame& frame) {
 void Session::OnHello(const FrameSplitter::Frame& frame) {
   if (frame.header.type != FrameType::kHello) {
     throw ProtocolError("the first frame is of type " +
-                        std::to_string(static_cast<int>(frame.header.type)) + ", no hello");
+                        std::to_string(static_cast<int>(frame.header.type)) + ", not a hello");
   }
   wire::Hello theirs;
   if (!theirs.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
@@ -493,8 +493,7 @@ void Session::AnswerEnd(std::uint32_t sequence, std::uint64_t removed) {
 void Session::StartTableReading(std::uint32_t sequence) {
   const std::size_t limit = state_->options.max_table_readings;
   if (state_->table_readings >= limit) {
-    return Refuse("the tables are read by " + std::to_string(limit) +
-                  " clients already, which is the limit");
+    return Refuse(std::to_string(limit) + " clients already read the tables, which is the limit");
   }
   ++state_->table_readings;
   table_reading_ = TableReading{sequence};

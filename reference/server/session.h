@@ -102,7 +102,7 @@ class Session : public std::enable_shared_from_this<Session> {
   struct Staged {
     std::uint32_t sequence = 0;
     HalRequest request;
-    // As far as the tables know.
+    // The code from the tables; the data plane may still refuse the request.
     HalReturnCode code = kHalSuccess;
     SavedEntry before;
   };
@@ -134,7 +134,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // With a data plane: carries out `request_`, whose answer waits for the commit.
   void Stage(std::uint32_t sequence, const google::protobuf::Message* message);
   void CommitStaged();
-  // After a refusal: finds out which of the requests it was.
+  // After a refusal: finds the refused requests.
   void CommitOneByOne();
   void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
   void OnBeginReinstall();

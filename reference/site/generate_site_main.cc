@@ -42,7 +42,7 @@ po::options_description Options() {
       ("seed", po::value<std::int64_t>()->value_name("S")->default_value(1),  //
        "0 to 4294967295; the same seed gives the same site")                  //
       ("output,o", po::value<std::string>()->value_name("FILE"),              //
-       "where to write; standard output if missing")                          //
+       "where to write (default: standard output)")                           //
       ("help", "show this help and exit")                                     //
       ("version", "show the version and exit");
   return options;

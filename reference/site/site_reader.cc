@@ -167,7 +167,7 @@ class Space {
     Place place;
   };
 
-  // Reports names that people cannot tell apart: those that differ in nothing but spaces.
+  // Reports names that people cannot tell apart: those that differ only in spaces.
   void ReportSpaced(Checker& checker, const char* owned) const {
     std::map<std::string, Spaced> seen;
     for (const Spaced& spaced : spaced_) {
@@ -400,7 +400,7 @@ class SiteReader {
         entry.Describe() + " has tunnel but no vc_label; add vc_label: N or remove tunnel");
   }
 
-  // The HAL takes a VRF number that it does not know, so such a number is not a mistake.
+  // The HAL accepts unknown VRF numbers, so such a number is not a mistake.
   std::optional<std::uint32_t> VrfNumber(const Entry& entry, int field) {
     const auto number = checker_.Number(entry, field);
     if (number && vrf_numbers_.count(*number) == 0) {

@@ -20,7 +20,7 @@ SiteOrMistakes ParseSite(const std::string& text);
 /// Reads a site file. An unreadable file is a single mistake.
 SiteOrMistakes ReadSiteFile(const std::string& path);
 
-/// What is to be said about a site file.
+/// The findings in a site file.
 struct SiteFindings {
   /// In file order.
   std::vector<Diagnostic> diagnostics;

@@ -63,14 +63,14 @@ std::string FolderOf(const std::string& path) {
   return parent.empty() ? "." : parent;
 }
 
-// Makes the default folder only. A path that the operator gave may be mistyped.
+// Creates the default folder only. A path that the operator gave may be mistyped.
 void PrepareFolder(const std::string& path) {
   const std::string folder = FolderOf(path);
   if (folder == FolderOf(DefaultSocketPath({}))) {
     if (mkdir(folder.c_str(), kFolderMode) == 0) return;
-    if (errno != EEXIST) Fail(errno, "cannot make the folder " + folder + " for the socket");
+    if (errno != EEXIST) Fail(errno, "cannot create the folder " + folder + " for the socket");
   } else if (struct stat found{}; stat(folder.c_str(), &found) != 0) {
-    Fail(errno, "there is no folder " + folder + " for the socket; make it first with mkdir " +
+    Fail(errno, "there is no folder " + folder + " for the socket; create it first with mkdir " +
                     folder + ", or correct the path");
   }
   CheckFolder(folder);
@@ -131,7 +131,7 @@ void UnixListener::Listen() {
   error_code error;
   acceptor_.open(stream_protocol());
   acceptor_.bind(path_, error);
-  if (error) Fail(error.value(), "cannot make the socket " + path_);
+  if (error) Fail(error.value(), "cannot create the socket " + path_);
   struct stat made {};
   // Nobody can connect before `listen`.
   if (chmod(path_.c_str(), kSocketMode) != 0 || lstat(path_.c_str(), &made) != 0) {

@@ -37,7 +37,7 @@ class LastRequest : public HalClientBase {
   HalRequest request_;
 };
 
-TEST(TranslateForHalTest, GivesWhatAnInstallSends) {
+TEST(TranslateForHalTest, ReturnsWhatAnInstallSends) {
   std::vector<HaiObject> destinations;
   destinations.push_back(MakeHaiObject(VrfEntry(1, 4000000000)));
   destinations.push_back(MakeHaiObject(VrfEntry(1, 0)));

@@ -40,7 +40,7 @@ std::string Site(int vlans) {
 
 class CommandsTest : public testing::Test {
  protected:
-  // Starts a manager with the embedded HAL and waits until it has settled, or not.
+  // Starts a manager and waits until it has settled, or has reported that it cannot.
   void Start(const std::string& site, const Words& options = {}) {
     Words words = {ZUSKUX_MANAGER, files_.Write("site", site), "--stay", "--control", control()};
     words.insert(words.end(), options.begin(), options.end());
@@ -67,8 +67,8 @@ class CommandsTest : public testing::Test {
     return Execute(words);
   }
 
-  // Follows the events. Until the client follows, events are nobody's; each reload adds some. It
-  // may begin to follow in the middle of one, so that only the next one shows whole.
+  // Starts a client that follows the events. The manager drops events until the client follows, so
+  // this reloads new sites until the client shows one. Its first reload may be incomplete.
   std::unique_ptr<Process> Follow() {
     auto events =
         std::make_unique<Process>(Words{ZUSKUX_MANAGER, "events", "--control", control()});
@@ -169,7 +169,8 @@ TEST_F(CommandsTest, ShowsAndExplainsWhatFailed) {
   EXPECT_EQ(vlan.out, "vlan:10 \"v10\" is installed\n");
   const Outcome unknown = Ask({"explain", "vlan:12"});
   EXPECT_EQ(unknown.status, 2);
-  EXPECT_EQ(unknown.err, "zuskux-manager: there is no vlan:12; objects lists all\n");
+  EXPECT_EQ(unknown.err,
+            "zuskux-manager: there is no vlan:12; zuskux-manager objects lists all of them\n");
 }
 
 TEST_F(CommandsTest, DrawsAllObjectsOrThoseAroundOne) {
@@ -194,7 +195,8 @@ TEST_F(CommandsTest, DrawsAllObjectsOrThoseAroundOne) {
   EXPECT_THAT(Ask({"graph"}).out, Not(HasSubstr("\"vlan:12\"")));
   const Outcome none = Ask({"graph", "vlan:9"});
   EXPECT_EQ(none.status, 2);
-  EXPECT_EQ(none.err, "zuskux-manager: there is no vlan:9; objects lists all\n");
+  EXPECT_EQ(none.err,
+            "zuskux-manager: there is no vlan:9; zuskux-manager objects lists all of them\n");
 }
 
 TEST_F(CommandsTest, QueriesSendNothingToTheHal) {
@@ -218,11 +220,10 @@ TEST_F(CommandsTest, ReloadReadsTheSiteAgain) {
   files_.Write("site", "vlan {");
   const Outcome mistakes = Ask({"reload"});
   EXPECT_EQ(mistakes.status, 3);
-  EXPECT_EQ(mistakes.err, "zuskux-manager: keeping the site as it was; correct " + site() +
+  EXPECT_EQ(mistakes.err, "zuskux-manager: keeping the current site; correct " + site() +
                               "; zuskux-manager --check " + site() + " lists its mistakes\n");
-  EXPECT_THAT(Ask({"status"}).out,
-              testing::ContainsRegex(std::string("last reload refused ") + kTime +
-                                     ": keeping the site as it was; "));
+  EXPECT_THAT(Ask({"status"}).out, testing::ContainsRegex(std::string("last reload refused ") +
+                                                          kTime + ": keeping the current site; "));
 }
 
 // The refusal's advice works as written.
@@ -259,10 +260,10 @@ TEST_F(CommandsTest, AuditComparesWithTheHal) {
   Start("vrf { id: 1 name: \"red\" vrf_id: 7 }\n" + Site(3), {"--hal", "unix:" + socket()});
   const Outcome same = Ask({"audit"});
   EXPECT_EQ(same.status, 0) << same.err;
-  EXPECT_EQ(same.out, "5 entries of the manager, 5 of the HAL, 0 differences\n");
+  EXPECT_EQ(same.out, "5 entries in the manager, 5 in the HAL, 0 differences\n");
 }
 
-// From the third request on, the server confirms what it does not do.
+// From the third request on, the server reports success without applying the request.
 TEST_F(CommandsTest, AuditShowsEveryDifference) {
   StartServer(R"(fault { what: "answer" of: "vlan" code: 0 nth: 3 times: 100 })");
   const std::string interface = "interface { name: \"eth0\" lim_id: 1 }\n";
@@ -279,7 +280,7 @@ TEST_F(CommandsTest, AuditShowsEveryDifference) {
             "differs  vlan 10  v10\n"
             "missing  vlan 12  v12\n"
             "unknown  vlan 11\n"
-            "2 entries of the manager, 2 of the HAL, 3 differences\n");
+            "2 entries in the manager, 2 in the HAL, 3 differences\n");
   EXPECT_EQ(audit.err, "");
 }
 
@@ -312,7 +313,7 @@ TEST_F(CommandsTest, EventsFollowTheManager) {
   EXPECT_TRUE(events->WaitForOutput("vlan:108 \"v108\" failed: table full\n")) << events->out();
   files_.Write("site", "vlan {");
   Ask({"reload"});
-  EXPECT_TRUE(events->WaitForOutput("reload refused: keeping the site as it was")) << events->out();
+  EXPECT_TRUE(events->WaitForOutput("reload refused: keeping the current site")) << events->out();
   manager_->Signal(SIGTERM);
   EXPECT_EQ(manager_->Wait(), 3);
   EXPECT_EQ(events->Wait(), 1);
@@ -323,7 +324,7 @@ TEST_F(CommandsTest, EventsFollowTheConnection) {
   StartServer();
   Start(Site(1), {"--hal", "unix:" + socket()});
   const std::unique_ptr<Process> events = Follow();
-  EXPECT_THAT(manager_->err(), Not(HasSubstr("reinstall"))) << "following sends nothing";
+  EXPECT_THAT(manager_->err(), Not(HasSubstr("reinstall"))) << "following must send nothing";
   server_->Signal(SIGKILL);
   server_->Wait();
   EXPECT_TRUE(events->WaitForOutput("HAL server lost\n")) << events->out();
@@ -343,7 +344,7 @@ TEST_F(CommandsTest, OtherRequestsAreAnsweredWithAnError) {
        {Case{"status", "the request is not valid: "}, Case{"{}", "the request is not valid: "},
         Case{R"({"request":"objects","kind":7})", "the request is not valid: "},
         Case{R"({"request":"dance"})",
-             "this manager has no request dance; it may be older than the command"}}) {
+             "this manager does not know the request dance; it may be older than the command"}}) {
     using boost::asio::local::stream_protocol;
     stream_protocol::iostream stream(stream_protocol::endpoint{control()});
     stream << wrong.request << '\n' << std::flush;
@@ -356,7 +357,7 @@ TEST_F(CommandsTest, OtherRequestsAreAnsweredWithAnError) {
   EXPECT_EQ(Ask({"status"}).status, 0);
 }
 
-// The next picture on the terminal.
+// The next screen that the command draws on the terminal.
 std::string NextPicture(const Terminal& terminal) {
   std::string picture = terminal.ReadUntil("\x1b[J\x1b[?7h");
   EXPECT_THAT(picture, testing::StartsWith("\x1b[?7l\x1b[Hzuskux-manager "));

@@ -1,4 +1,4 @@
-// The control socket: its bounds, a system out of resources, and a client that finds no manager.
+// The control socket: its limits, a system without free resources, and a client without a manager.
 
 #include "reference/manager/program/control_server.h"
 
@@ -194,7 +194,7 @@ TEST_F(ControlServerTest, LimitsTheNumberOfClients) {
   EXPECT_EQ(Received(&next), "next\n");
 }
 
-// A manager whose status the test chooses.
+// The command `watch`, given a manager whose status the test chooses.
 class WatchTest : public ControlServerTest {
  protected:
   static std::string Status(const std::string& installed) {
@@ -202,7 +202,7 @@ class WatchTest : public ControlServerTest {
            R"(,"inactive":0,"sent":0,"failed":0,"removed":0}},"exit_status":0})";
   }
 
-  // Serves the command until it ends, but not forever; returns its exit status.
+  // Serves the command until it ends, within bounds. Returns its exit status.
   int End(Process* watch) {
     for (int i = 0; i < 6000 && watch->Runs(); ++i) io_.run_one_for(milliseconds(10));
     return watch->Wait();
@@ -217,7 +217,7 @@ TEST_F(WatchTest, WritesALineOnlyWhenSomethingChanges) {
     return OneLine(Status(++asked_ < 3 ? "1" : "2"));
   });
   Process watch(words_);
-  // The command has written what it got before it asks again.
+  // The command writes each answer before it asks again.
   RunUntil([this] { return asked_ == 5; });
   EXPECT_THAT(watch.out(), ::testing::MatchesRegex(".{19} settled: 1 object: 1 installed\n"
                                                    ".{19} settled: 2 objects: 2 installed\n"));
@@ -244,7 +244,7 @@ TEST_F(WatchTest, EndsWhenItCannotWrite) {
 
 class ControlClientTest : public ControlServerTest {
  protected:
-  // What the client makes of the answer `text`.
+  // Serves the answer `text` to the client. Returns what the client returns.
   Json Ask(const std::string& text, std::vector<Json>* lines) {
     ControlServer server(&io_, path_, [&text](const std::string&) {
       return [&text] { return AnswerPiece{text, Next::kEnd}; };
@@ -280,7 +280,7 @@ TEST_F(ControlClientTest, RefusesAnAnswerWithoutAnEndOrThatIsNoJson) {
   EXPECT_THAT([&] { Ask("{\"a\":1}\n", &lines); },
               ThrowsMessage<std::runtime_error>(HasSubstr("the answer ends early")));
   EXPECT_THAT([&] { Ask("no JSON\n", &lines); },
-              ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not a manager's")));
+              ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not from a manager")));
 }
 
 TEST_F(ControlClientTest, GivesUpOnASilentManager) {
@@ -311,7 +311,7 @@ TEST(StatusTest, JsonThatIsNoStatus) {
     std::ostringstream out;
     EXPECT_THAT(
         [&] { WriteStatus(json, &out); },
-        ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not a manager's status: ")))
+        ThrowsMessage<std::runtime_error>(HasSubstr("the answer is not a manager status: ")))
         << json;
   }
 }

@@ -252,7 +252,7 @@ TEST(DestDatabaseTest, BuildsEcmpGroupsAndVrfs) {
   EXPECT_EQ(vrf.db_id, 1U);
 }
 
-TEST(DestDatabaseTest, AVrfStandsAsItsNewNumberDoes) {
+TEST(DestDatabaseTest, AVrfHasTheStateOfItsNewNumber) {
   DestDatabase database;
   Site site;
   site.vrfs = {VrfEntry(1, 7)};

@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(ClientCodes, AnswerTest, testing::Range(99U, 106U));
 INSTANTIATE_TEST_SUITE_P(LastCode, AnswerTest, testing::Values(0xFFFFFFFFU));
 
 // Whatever the code, the manager finishes, and its report is true: complete if and only if the
-// tables are.
+// tables are complete.
 TEST_P(AnswerTest, OneResultAndATrueReport) {
   const TableEntries expected = UndisturbedTables();
   TestServer server(

@@ -63,7 +63,7 @@ bool KeptServer::Signal() {
 void KeptServer::Keep() {
   while (true) {
     siginfo_t ended{};
-    // Does not reap the child, so that its process id is not reused before `child_` is reset.
+    // WNOWAIT does not reap the child, so its process id is not reused before `child_` is reset.
     waitid(P_PID, static_cast<id_t>(child_), &ended, WEXITED | WNOWAIT);
     const std::lock_guard lock(mutex_);
     waitpid(child_, nullptr, 0);

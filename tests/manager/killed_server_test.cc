@@ -166,8 +166,8 @@ TEST_F(KilledServerTest, AgainAndAgain) {
     next = results + 1 + random() % (2 * objects);
   });
   system.Start(site);
-  // Results arrive only while something is being installed, so any restart without a following kill
-  // is ended by one.
+  // The callback above kills only when results arrive. If the manager settles before the next kill
+  // is due, kills the server here.
   while (kills < wanted) {
     system.Settle([] { return true; });
     if (kills < wanted && server->Kill()) ++kills;

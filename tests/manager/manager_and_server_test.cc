@@ -83,7 +83,7 @@ class ManagerAndServerTest : public testing::Test {
   std::unique_ptr<Process> server_;
 };
 
-TEST_F(ManagerAndServerTest, BringTheServerToWhatTheEmbeddedHalHolds) {
+TEST_F(ManagerAndServerTest, TheServerEndsUpWithWhatTheEmbeddedHalHolds) {
   for (const char* const site : {"two_uplinks.txtpb", "provider_edge.txtpb"}) {
     const Outcome run = Execute(Manager({Example(site), "--dump-hal", "-"}));
     const Outcome embedded = Execute({ZUSKUX_MANAGER, Example(site), "--dump-hal", "-"});

@@ -48,7 +48,7 @@ class ManagerTest : public ::testing::Test {
   // Answers every request with `code` until the manager sends no more.
   void AnswerAll(HalReturnCode code = kHalSuccess) {
     for (int round = 0; hal_.outstanding() != 0; ++round) {
-      ASSERT_LT(round, 100) << "it sends again and again";
+      ASSERT_LT(round, 100) << "the manager does not stop sending";
       hal_.AnswerAll(code);
       Work();
     }
@@ -131,7 +131,7 @@ TEST_F(ManagerTest, ReportsAnApplyWithoutChangesAsSettled) {
   EXPECT_EQ(finished_, 1);
 }
 
-TEST_F(ManagerTest, SendsAnEcmpGroupAgainWhenItsLastMemberIsInstalled) {
+TEST_F(ManagerTest, ResendsAnEcmpGroupOnceItsLastMemberIsInstalled) {
   Site site;
   site.vlans = {VlanEntry(10)};
   site.mpls = {TunnelEntry(41, 10, 0), TunnelEntry(42, 10, 0)};
@@ -151,7 +151,7 @@ TEST_F(ManagerTest, SendsAnEcmpGroupAgainWhenItsLastMemberIsInstalled) {
   EXPECT_EQ(StandingOf(HalKind::kEcmp, 30), Standing::kInstalled);
 }
 
-TEST_F(ManagerTest, SendsWhatLackedADestinationAgainWhenThatIsRepaired) {
+TEST_F(ManagerTest, ResendsWhatLackedADestinationOnceThatIsRepaired) {
   Site site;
   site.vlans = {VlanEntry(10)};
   site.hosts = {HostEntry(20, 10)};
@@ -631,7 +631,7 @@ TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShown) {
   EXPECT_FALSE(manager_.settled());
 }
 
-// What is left of the old number has to be cleaned up, whatever becomes of the new one.
+// The entry of the old number must still be removed, whether or not the new one is installed.
 TEST_F(ManagerTest, AFailedRemovalOfTheOldNumberIsShownBeforeARefusalOfTheNewOne) {
   for (const std::uint32_t next : {6U, 8U}) {
     Site site;
@@ -651,7 +651,7 @@ TEST_F(ManagerTest, TheReportOfAnEarlierReinstallSaysNothingAboutTheOneInProgres
   Install(SiteOfAllKinds());
   FindServer();
   hal_.ReportReinstallEnded(true);
-  // Until the last end is sent, and not yet answered.
+  // Answers everything except the end of the last reinstall.
   for (int round = 0; hal_.outstanding() != 0; ++round) {
     ASSERT_LT(round, 100);
     hal_.AnswerAll();
@@ -841,7 +841,7 @@ TEST_F(ManagerTest, ARestartForgetsWhatWasAwaited) {
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
 }
 
-TEST_F(ManagerTest, TheHostHearsOfAServerOnceThereIsOne) {
+TEST_F(ManagerTest, TheHostIsNotifiedOfAServerOnceThereIsOne) {
   std::vector<bool> heard;
   ManagerEvents events;
   Manager* manager = nullptr;
@@ -945,7 +945,7 @@ TEST_F(ManagerTest, CountsItsQueues) {
   }
   EXPECT_EQ(queues.due.peak, 3U);
   EXPECT_EQ(queues.outstanding.peak, 3U);
-  EXPECT_EQ(queues.inbox.peak, 7U) << "server found, five kinds to reinstall, all asked for";
+  EXPECT_EQ(queues.inbox.peak, 7U) << "server found, a reinstall of each of five kinds, the end";
 }
 
 TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
@@ -977,7 +977,7 @@ TEST_F(ManagerTest, AnIdMayGoToAnotherKind) {
   EXPECT_THAT(Sent(), ElementsAre("install-host 10", "destroy-vlan 10"));
 }
 
-TEST_F(ManagerTest, GivesTheInterfacesToThePlatform) {
+TEST_F(ManagerTest, PassesTheInterfacesToThePlatform) {
   Site site;
   site.interfaces = {{"eth0", 0x01000001, 1, 1}, {"eth1", 0x01000002, 1, 2}};
   Apply(site);

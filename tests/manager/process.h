@@ -38,14 +38,14 @@ class Process {
   Process& operator=(const Process&) = delete;
   ~Process();
 
-  /// Waits for the end, but not forever. Returns the exit status, or -1 for any other end.
+  /// Waits for the end, within bounds. Returns the exit status, or -1 for any other end.
   int Wait();
   void Signal(int signal) const;
   /// Whether it has not ended yet.
   bool Runs() const;
   /// The process id.
   pid_t id() const { return child_; }
-  /// Waits, but not forever, until the program has written `text` to its standard error `times`
+  /// Waits, within bounds, until the program has written `text` to its standard error `times`
   /// times.
   bool WaitForError(const std::string& text, int times = 1) const;
   /// The same for its standard output.

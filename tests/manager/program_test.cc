@@ -111,8 +111,9 @@ TEST(ManagerProgramTest, Explains) {
   const Outcome unknown = RunManager({site, "--explain", "host:21"});
   EXPECT_EQ(unknown.status, 2);
   EXPECT_EQ(unknown.out, "");
-  EXPECT_EQ(unknown.err,
-            "zuskux-manager: there is no host:21; the table without --explain lists all\n");
+  EXPECT_EQ(
+      unknown.err,
+      "zuskux-manager: there is no host:21; without --explain, the table lists all objects\n");
 }
 
 TEST(ManagerProgramTest, AppliesOneSiteAfterTheOther) {
@@ -273,18 +274,18 @@ TEST(ManagerProgramTest, ExplainsAWrongCommandLine) {
       {{"a", "--hal", "x"}, "--hal x is not known; use embedded, unix or unix:PATH"},
       {{"a", "--hal", "unix:"}, "--hal unix: is not known; use embedded, unix or unix:PATH"},
       {{"a", "--hal", "unix:s", "--table-size", "5"},
-       "--table-size is the server's to say; use zuskux-hal --table-size"},
+       "--table-size needs --hal embedded; use zuskux-hal --table-size"},
       {{"a", "--hal", "unix:s", "--restart-hal-after", "5"},
-       "--restart-hal-after goes with --hal embedded; see zuskux-hal --fault"},
-      {{"a", "--take-over"}, "--take-over goes with --hal unix:PATH"},
-      {{"a", "--stay", "--stand-by"}, "--stand-by goes with --hal unix:PATH"},
-      {{"a", "--hal", "unix:s", "--stand-by"}, "--stand-by goes with --stay; add --stay"},
+       "--restart-hal-after needs --hal embedded; see zuskux-hal --fault"},
+      {{"a", "--take-over"}, "--take-over needs --hal unix:PATH"},
+      {{"a", "--stay", "--stand-by"}, "--stand-by needs --hal unix:PATH"},
+      {{"a", "--hal", "unix:s", "--stand-by"}, "--stand-by needs --stay; add --stay"},
       {{"--check"}, "the site file is missing; write zuskux-manager --check FILE..."},
-      {{"--check", "a", "--stay"}, "--stay does not go with --check; leave it out"},
-      {{"a", "--plan", "--take-over"}, "--take-over does not go with --plan; leave it out"},
+      {{"--check", "a", "--stay"}, "--stay has no effect with --check; leave it out"},
+      {{"a", "--plan", "--take-over"}, "--take-over has no effect with --plan; leave it out"},
       {{"a", "--deadline", "0"}, "--deadline 0 is out of range; use 1 to 86400"},
-      {{"a", "--plan", "--apply", "b"}, "--apply does not go with --plan; leave it out"},
-      {{"a", "--plan", "--record", "b"}, "--record does not go with --plan; leave it out"},
+      {{"a", "--plan", "--apply", "b"}, "--apply has no effect with --plan; leave it out"},
+      {{"a", "--plan", "--record", "b"}, "--record has no effect with --plan; leave it out"},
       {{"a", "--wrong"}, "unrecognised option '--wrong'; see zuskux-manager --help"},
   };
   for (const Case& wrong : cases) {
@@ -310,7 +311,7 @@ TEST(ManagerProgramTest, ShowsTraceLinesOnRequest) {
   EXPECT_TRUE(Contains(run.err, "lim id(name=eth0, ")) << run.err;
 }
 
-TEST(ManagerProgramTest, LogsAsAConfigurationSays) {
+TEST(ManagerProgramTest, LogsAsConfigured) {
   const ScratchDirectory files{};
   const std::string log = files.File("log");
   const std::string config = files.Write(
@@ -400,7 +401,7 @@ TEST(ManagerProgramTest, ARestartOfTheHalChangesNothing) {
   }
 }
 
-TEST(ManagerProgramTest, TheJournalReadsPriorities) {
+TEST(ManagerProgramTest, LogsPrioritiesToTheJournal) {
   const ScratchDirectory files{};
   const std::string log = files.Write("log", "");
   const int file = open(log.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
@@ -417,7 +418,7 @@ TEST(ManagerProgramTest, TheJournalReadsPriorities) {
   std::istringstream lines(ReadText(log));
   std::string line;
   while (std::getline(lines, line)) {
-    if (line == "<3>there is no host:1; the table without --explain lists all") continue;
+    if (line == "<3>there is no host:1; without --explain, the table lists all objects") continue;
     EXPECT_TRUE(std::regex_match(line, std::regex("<7>[0-9].* TRACE .*"))) << line;
     ++traced;
   }
@@ -435,8 +436,8 @@ TEST(ManagerProgramTest, ARecordingThatEndsEarlyHasAnExitStatus) {
                                     recording + " --explain " + vlan});
   EXPECT_EQ(full.status, 5) << full.err;
   EXPECT_EQ(full.err, "zuskux-manager: recording to " + recording +
-                          " stopped: File too large; what was written before is kept; make room "
-                          "and start again to record on\n");
+                          " stopped: File too large; what was written before is kept; free space "
+                          "and restart to record again\n");
   EXPECT_TRUE(Contains(full.out, "is installed")) << full.out;
 }
 
@@ -450,7 +451,7 @@ TEST(ManagerProgramTest, NamesTheFileThatItRecordsToInstead) {
   EXPECT_EQ(ReadText(recording), "kept");
 }
 
-TEST(ManagerProgramTest, StaysUntilItIsEnded) {
+TEST(ManagerProgramTest, RunsUntilItIsTerminated) {
   const ScratchDirectory files{};
   const std::string site = files.Write("site", kTwoVlans);
   Process process(Command({site, "--stay", "--control", files.File("manager.sock")}));
@@ -462,7 +463,7 @@ TEST(ManagerProgramTest, StaysUntilItIsEnded) {
 
   files.Write("site", "vrf { id: 0 name: \"red\" vrf_id: 7 }\n");
   process.Signal(SIGHUP);
-  ASSERT_TRUE(process.WaitForError("keeping the site as it was; correct " + site));
+  ASSERT_TRUE(process.WaitForError("keeping the current site; correct " + site));
 
   process.Signal(SIGUSR1);
   ASSERT_TRUE(process.WaitForError("reinstall finished: 1 objects in "));
@@ -494,11 +495,11 @@ TEST(ManagerProgramTest, ATruncatedSiteDoesNotEmptyTheHal) {
   ASSERT_TRUE(process.WaitForError(
       "ERROR zuskux-manager: " + site +
       " is refused: it would remove 15 of 15 objects: vlan:10 \"v10\", vlan:11 \"v11\", vlan:12 "
-      "\"v12\", vlan:13 \"v13\", vlan:14 \"v14\" and 10 more; the present site stays; correct "
+      "\"v12\", vlan:13 \"v13\", vlan:14 \"v14\" and 10 more; the current site stays; correct "
       "the file, or run zuskux-manager reload --control " +
       files.File("manager.sock") + " --max-removals 15\n"));
 
-  // Ten may go, however many there are.
+  // Ten objects may always be removed, however few there are.
   files.Write("site", Vlans(5));
   process.Signal(SIGHUP);
   ASSERT_TRUE(process.WaitForError("settled: 15 objects: 5 installed, 10 removed\n"));

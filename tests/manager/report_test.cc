@@ -161,7 +161,7 @@ TEST_F(ReportTest, ExplainsEveryStanding) {
             "mpls:42 \"tunnel-42\" is installed but inactive: no active neighbor: dropping\n");
   database_.SetState(Find(HalKind::kHost, 20), ObjectState::kPending);
   EXPECT_EQ(ExplainText(HalKind::kHost, 20),
-            "host:20 \"host-20\" is pending: its request has not been settled\n");
+            "host:20 \"host-20\" is pending: its request is not sent or not answered yet\n");
   database_.SetState(Find(HalKind::kHost, 20), ObjectState::kRemoved);
   EXPECT_EQ(ExplainText(HalKind::kHost, 20), "host:20 \"host-20\" was removed\n");
   EXPECT_EQ(ExplainText(HalKind::kHost, 99), "no such object");

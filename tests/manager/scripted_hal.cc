@@ -74,7 +74,7 @@ void ScriptedHal::ReportRoom() {
 std::vector<std::string> ScriptedHal::TakeLog() { return std::exchange(log_, {}); }
 
 HalReturnCode ScriptedHal::Submit(HalRequest request) {
-  EXPECT_TRUE(std::exchange(room_asked_, false)) << Describe(request) << ": room was not asked for";
+  EXPECT_TRUE(std::exchange(room_asked_, false)) << Describe(request) << ": sent without HasRoom";
   for (const HalRequest& other : outstanding_) {
     EXPECT_FALSE(KindOf(other.operation) == KindOf(request.operation) && other.id == request.id)
         << Describe(request) << " while " << Describe(other) << " is outstanding";

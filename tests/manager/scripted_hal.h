@@ -24,7 +24,7 @@ class ScriptedHal : public HalConnection {
   void EndReinstalls();
   /// Sets what those answers report from now on.
   void SetInSync(bool in_sync) { in_sync_ = in_sync; }
-  /// Reports the end of a reinstall that nothing asked for.
+  /// Reports the end of a reinstall that was not requested.
   void ReportReinstallEnded(bool in_sync) { reports_.reinstall_ended(in_sync); }
   void LoseServer() { reports_.server_lost(); }
   /// Finds the server; every result of the previous server has been delivered.

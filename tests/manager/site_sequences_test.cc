@@ -49,7 +49,7 @@ class System {
       Work();
       if (hal_.CarryOut(kAll) == 0) return;
     }
-    ADD_FAILURE() << "it never finishes";
+    ADD_FAILURE() << "the manager never finishes";
   }
 
  private:
@@ -67,7 +67,7 @@ TableEntries TablesOf(const Site& site) {
   System system(site);
   system.Finish();
   EXPECT_TRUE(system.manager().settled());
-  EXPECT_EQ(system.manager().refused(), 0U) << "a clean install in the order of dependence";
+  EXPECT_EQ(system.manager().refused(), 0U) << "a clean install, referenced objects first";
   return system.hal().tables().Entries();
 }
 
@@ -169,8 +169,8 @@ class Sites {
 
 class SiteSequenceTest : public testing::TestWithParam<std::uint32_t> {
  protected:
-  /// Lets `play` change the site of a system again and again, and checks that the HAL ends with
-  /// what the last site alone gives. `play` returns that site.
+  /// Lets `play` change the site of a system many times, and checks that the HAL ends up with what
+  /// the last site alone gives. `play` returns that site.
   static void CheckEnds(const std::function<Site(System*, Sites*, Site)>& play) {
     constexpr std::uint32_t kSequencesEach = 1000;
     for (std::uint32_t i = 0; i < kSequencesEach; ++i) {

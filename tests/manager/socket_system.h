@@ -49,8 +49,8 @@ class SocketSystem {
     manager_.Start(&hal_);
   }
 
-  /// Runs until the manager has finished and is in sync with the present server, and `killed` says
-  /// that no server will be killed any more. Returns what that server holds.
+  /// Runs until the manager has finished and is in sync with the current server, and `killed`
+  /// returns that no server will be killed any more. Returns what that server holds.
   TableEntries Settle(const std::function<bool()>& killed) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < end) {

@@ -87,7 +87,7 @@ TEST(EndState, CountsWhatDoesNotFit) {
   EXPECT_TRUE(state.tables.Contains(HalKind::kVlan, 2));
 }
 
-TEST(Diff, NamesKindAndIdAndWhatDiffers) {
+TEST(Diff, NamesKindIdAndDifferences) {
   const EndState a = EndStateAfter([](RecordedSession* session) {
     InstallSome(session);
     session->Send(HalOperation::kInstallVlan, 10, Vlan(10));

@@ -236,8 +236,8 @@ TEST(Recorder, StopsWithOneLineWhenTheFileCannotBeWritten) {
   }
   EXPECT_EQ(log,
             "recording to " + path +
-                " stopped: File too large; what was written before is kept; make room and start "
-                "again to record on\n");
+                " stopped: File too large; what was written before is kept; free space and restart "
+                "to record again\n");
   RecordingReader recording(path);
   const auto entries = ReadEntries(&recording);
   EXPECT_GE(entries.size(), 10U);
@@ -272,7 +272,7 @@ TEST(Recorder, ReportsAtOnceThatAnEventCannotBeWritten) {
   EXPECT_THAT(log, HasSubstr("recording to " + path + " stopped: File too large; "));
 }
 
-// Some file systems report only then that they could not keep what was written.
+// Some file systems report only at the close that they could not keep what was written.
 TEST(Recorder, AFileThatCannotBeClosedIsNotACompleteRecording) {
   const TestFolder folder;
   const std::string path = folder.Path("recording");

@@ -132,8 +132,8 @@ TEST(RecordingReader, AcceptsEntriesOfUpToOneMebibyte) {
   const std::string offset = std::to_string(Delimited(TestHeader()).size());
   EXPECT_EQ(ErrorIn(RecordingBytes(TestHeader(), {longest})),
             "test: byte " + offset +
-                ": an entry longer than 1048576 bytes; what precedes is valid: head -c " + offset +
-                " gives it");
+                ": an entry longer than 1048576 bytes; the part before it is valid: head -c " +
+                offset + " extracts it");
 }
 
 TEST(RecordingReader, NamesTheByteAndTheFault) {
@@ -161,8 +161,8 @@ TEST(RecordingReader, NamesTheByteAndTheFault) {
     const std::string before = RecordingBytes(TestHeader(), {EventEntry("before")});
     const std::string offset = std::to_string(before.size());
     EXPECT_EQ(ErrorIn(before + test.record), "test: byte " + offset + ": " + test.fault +
-                                                 "; what precedes is valid: head -c " + offset +
-                                                 " gives it")
+                                                 "; the part before it is valid: head -c " +
+                                                 offset + " extracts it")
         << test.name;
   }
 }

@@ -180,7 +180,7 @@ TEST(Replay, WaitsForRoom) {
   options.queue_capacity = 1;
   options.before_apply = [&applied](const HalRequest& /*request*/) { ++applied; };
   EXPECT_EQ(ReplayEmbedded(steps, options).report.sent, 100U);
-  EXPECT_GE(applied, 99) << "the last one may be on its way";
+  EXPECT_GE(applied, 99) << "the last request may be in flight";
 }
 
 /// A HAL that never answers, and whose server may or may not be found.

@@ -1,5 +1,5 @@
-// The bytes of the messages, the frames and a recording, written by hand. Processors that pass this
-// test understand one another's HALs and recordings; .ci/arm64 runs it too.
+// The bytes of the messages, the frames and a recording, written by hand. Machines on which this
+// test passes can exchange requests and recordings; .ci/arm64 runs it too.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -50,7 +50,7 @@ record::Entry Installed(std::uint64_t number, HalReturnCode code = kHalSuccess) 
   return ResultEntry(number, HalOperation::kInstallVlan, 1, code);
 }
 
-TEST(ReadSteps, KeepsWhatARequestCarries) {
+TEST(ReadSteps, KeepsTheContentsOfARequest) {
   record::Entry request = RequestEntry(4, HalOperation::kReplaceMpls, MplsOn(17, 5), 17);
   request.mutable_request()->set_secondary_id(99);
   record::Entry omitted = RequestEntry(5, HalOperation::kReplaceMpls, encapsulation::MplsMessage());
@@ -90,9 +90,9 @@ TEST(ReadSteps, RefuseAResultWithoutARequest) {
               StepsOf({Install(1), Installed(2)});
             }),
             "test: byte " + offset +
-                ": a result of request #2, which does not precede it; what precedes is valid: head "
-                "-c " +
-                offset + " gives it");
+                ": a result of request #2, which does not precede it; the part before it is valid: "
+                "head -c " +
+                offset + " extracts it");
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ class DataPlaneTest : public testing::Test {
     return options;
   }
 
-  // The server's thread has ended then.
+  // Stops the server first, so its thread has ended.
   std::vector<std::string> Calls() {
     server_.Stop();
     return data_plane_.TakeCalls();

@@ -77,7 +77,7 @@ void InstallVlans(RawClient* client, std::uint32_t count) {
   }
 }
 
-// A client that takes no part in the test and must still be served.
+// A client that takes no part in the conversation under test and must still be served.
 class Bystander {
  public:
   explicit Bystander(const std::string& path) : client_(path) {
@@ -496,9 +496,9 @@ INSTANTIATE_TEST_SUITE_P(
                   "the client speaks protocol version 0, the server version 1"},
         BadStream{"HelloThatDoesNotDecode", FrameBytes(1, 0, "\xFF"), "its hello does not decode"},
         BadStream{"RequestBeforeHello", FrameBytes(kInstallVlan, 1, VlanBytes(5)),
-                  "the first frame is of type 5, no hello"},
+                  "the first frame is of type 5, not a hello"},
         BadStream{"HeartbeatBeforeHello", FrameBytes(kHeartbeat, 1),
-                  "the first frame is of type 20, no hello"},
+                  "the first frame is of type 20, not a hello"},
         BadStream{"Garbage", "GET / HTTP/1.1\r\n\r\n", "unknown frame type 71"},
         BadStream{"Zeros", std::string(8, '\0'), "unknown frame type 0"},
         BadStream{"TooLongBeforeHello", "\x01" + std::string(3, '\0') + Big(65537),
@@ -510,7 +510,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadStream{"ServersFrame", WithHello(FrameBytes(16, 1, std::string(16, '\0'))),
                   "unexpected frame of type 16", 1},
         BadStream{"HeartbeatWithPayload", WithHello(FrameBytes(kHeartbeat, 1, "x")),
-                  "frame of type 20 with a payload of 1 bytes, which has none", 1},
+                  "frame of type 20 has a payload of 1 bytes, but must have none", 1},
         BadStream{"AnswersFirst",
                   WithHello(FrameBytes(kInstallVlan, 1, VlanBytes(5)) + std::string(8, '\xFF')),
                   "unknown frame type 255", 2}),

@@ -56,7 +56,7 @@ class KernelCheckTest : public NetworkNamespaceTest {
   std::ostringstream out_;
 };
 
-TEST_F(KernelCheckTest, SaysWhatEachEntryIs) {
+TEST_F(KernelCheckTest, ShowsTheKernelObjectsOfEachEntry) {
   EXPECT_TRUE(Check());
   EXPECT_EQ(out_.str(),
             "vrf 0:\n"
@@ -66,7 +66,7 @@ TEST_F(KernelCheckTest, SaysWhatEachEntryIs) {
             "5 objects, 0 wrong, 0 entries that cannot be in the kernel\n");
 }
 
-TEST_F(KernelCheckTest, NamesWhatSomebodyElseChanged) {
+TEST_F(KernelCheckTest, NamesWhatAnotherProgramChanged) {
   Run("ip neigh del fe80::14 dev zd10");
   Run("ip link set zd10 mtu 1400");
   Run("ip -6 nexthop add id 40 blackhole protocol 171");

@@ -185,7 +185,7 @@ TEST_F(LinuxDataPlaneTest, IsTheOnlyOneInANamespace) {
   const auto data_plane = Make();
   try {
     Make();
-    FAIL() << "two at a time";
+    FAIL() << "a second one has started";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(),
                  "another zuskux-hal programs this network namespace; end it, or use --netns");

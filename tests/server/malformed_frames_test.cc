@@ -107,7 +107,7 @@ class MalformedFrames {
   Malformed NoHello() {
     const auto type = static_cast<int>(From(2, kLastType));
     return {false, Frame(type, Bytes(0, 100)),
-            "the first frame is of type " + std::to_string(type) + ", no hello"};
+            "the first frame is of type " + std::to_string(type) + ", not a hello"};
   }
 
   Malformed OtherVersion() {
@@ -126,8 +126,8 @@ class MalformedFrames {
     const int type = OneOf(std::array{17, 18, 20, 21});
     const std::string payload = Bytes(1, 100);
     return {true, Frame(type, payload),
-            "frame of type " + std::to_string(type) + " with a payload of " +
-                std::to_string(payload.size()) + " bytes, which has none"};
+            "frame of type " + std::to_string(type) + " has a payload of " +
+                std::to_string(payload.size()) + " bytes, but must have none"};
   }
 
   Malformed Cut() {
@@ -139,7 +139,7 @@ class MalformedFrames {
   std::mt19937 random_{11};
 };
 
-// Sends it as client `number` and checks the outcome.
+// Sends the frame as client `number` and checks the outcome.
 void ExpectFate(const Malformed& malformed, int number, TestServer* server) {
   RawClient client(server->path());
   const std::string name = "client " + std::to_string(number) + ": ";
@@ -178,7 +178,7 @@ TEST(ServerMalformedFramesTest, EachEndsItsConnectionAloneAndLeavesNothing) {
     bystander.Send(20, 2);
     ASSERT_EQ(bystander.Receive(), (RawFrame{20, 2, ""}));
     ASSERT_EQ(server.Tables().size(HalKind::kVlan), 1U);
-    // A connection leaves the same behind after the first hundred as after all of them.
+    // Memory must not grow after the first hundred connections.
     if (frame == 100) live = testing_support::LiveAllocations();
     ASSERT_LE(testing_support::LiveAllocations(), live + 100);
   }
@@ -199,7 +199,7 @@ std::vector<std::string> GoodFrames() {
   return frames;
 }
 
-/// Clients that finish sending, whatever they sent, beside one that must be served all the time.
+/// Clients that send anything and then finish sending, beside one that must always be served.
 class ServerChangedFramesTest : public testing::Test {
  protected:
   ServerChangedFramesTest() { EXPECT_TRUE(bystander_.Greet()); }

@@ -62,7 +62,7 @@ std::uint64_t Removed(const std::optional<RawFrame>& in_sync) {
   return summary.removed();
 }
 
-/// The first thing that marks a client as a writer.
+/// The first frame that makes a client a writer.
 struct Attempt {
   const char* name;
   std::string bytes;
@@ -183,8 +183,8 @@ TEST_F(OneWriterTest, MayTakeOverFromNobody) {
 
 TEST_F(OneWriterTest, IsFollowedAtOnceWhenItEnds) {
   auto first = Writer("first");
-  // As much as the socket accepts, several reads of the server, is still unread when the next
-  // writer comes. The frames have no answers, since sending one would fail.
+  // Fills the socket with more than the server takes in one read, so that most of it is unread when
+  // the next writer comes. The frames need no answers, which could not be sent.
   std::string marks;
   while (marks.size() < 1'000'000) marks += FrameBytes(kBegin, 1);
   server_.Hold(std::chrono::milliseconds(300));

@@ -1,4 +1,4 @@
-// Clients that read large tables, and a writer that is served meanwhile. With ZUSKUX_LONG_TESTS=1
+// Clients that read large tables, while the server still serves a writer. With ZUSKUX_LONG_TESTS=1
 // in the environment, the tables have 1,000,000 entries.
 
 #include <gmock/gmock.h>
@@ -118,10 +118,9 @@ TEST_F(ReadersTest, AreRefusedAboveTheLimit) {
     readers.push_back(Reader());
     EXPECT_EQ(readers.back()->ReceiveFrames(1).size(), 1U);
   }
-  EXPECT_EQ(
-      Reader()->Receive(),
-      (RawFrame{kGoodbye, 0, "the tables are read by 20 clients already, which is the limit"}));
-  // A reading that ends, and a reader that leaves, make room.
+  EXPECT_EQ(Reader()->Receive(),
+            (RawFrame{kGoodbye, 0, "20 clients already read the tables, which is the limit"}));
+  // Room appears when a reading ends and when a reader disconnects.
   EXPECT_EQ(readers.front()->ReceiveFrames(50'000).back().type, kTableEnd);
   EXPECT_EQ(Reader()->ReceiveFrames(50'001).back().type, kTableEnd);
   readers.pop_back();
@@ -191,7 +190,7 @@ TEST_F(LargeReinstallTest, TakesTurnsWithOtherClients) {
   hello.set_take_over(true);
   second.Send(FrameBytes(1, 0, hello.SerializeAsString()));
   ASSERT_TRUE(second.Receive());
-  // It has not waited for the end, which stops where it is.
+  // The takeover did not wait for the end of the reinstall, which stops where it is.
   const auto goodbye = writer_.Receive();
   ASSERT_TRUE(goodbye);
   EXPECT_EQ(goodbye->type, kGoodbye);
@@ -210,7 +209,7 @@ TEST_F(ReadersTest, SeeTheChangesThatAreMadeWhileTheyRead) {
   Fill(kEntries);
   const auto reader = Reader();
   ASSERT_EQ(reader->ReceiveFrames(100).size(), 100U);
-  // Far from where the reading is.
+  // An entry far from the position of the reading.
   ASSERT_TRUE(writer_.Send(7, 1, Vlan(1, 9000).SerializeAsString()));
   EXPECT_EQ(writer_.Receive(), Result(1, 0, 1));
   const auto frames = reader->ReceiveFrames(kEntries - 99);

@@ -159,25 +159,26 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"--max-payload", "0", "--table-size", "0"}, "--table-size 0 is out of range"},
            Case{{"--table-size", "x"}, "'x'"},
            Case{{"--sock", "x"}, "--sock"},
-           Case{{"--json"}, "--json does not go without tables"},
-           Case{{"--check", "--json"}, "--json does not go without tables"},
-           Case{{"tables", "--quiet"}, "--quiet does not go with tables"},
+           Case{{"--json"}, "--json needs tables"},
+           Case{{"--check", "--json"}, "--json needs tables"},
+           Case{{"tables", "--quiet"}, "--quiet cannot be combined with tables"},
            Case{{"tables", "--quiet", "--record", "x", "--fault", "y"},
-                "--fault does not go with tables"},
-           Case{{"tables", "--quiet", "--record", "x"}, "--record does not go with tables"},
-           Case{{"tables", "--print"}, "--print does not go with tables"},
-           Case{{"--check"}, "--check does not go without tables"},
-           Case{{"tables", "--netns", "x"}, "--netns goes with tables --check only"},
+                "--fault cannot be combined with tables"},
+           Case{{"tables", "--quiet", "--record", "x"}, "--record cannot be combined with tables"},
+           Case{{"tables", "--print"}, "--print cannot be combined with tables"},
+           Case{{"--check"}, "--check needs tables"},
+           Case{{"tables", "--netns", "x"}, "--netns with tables needs --check"},
            Case{{"tables", "--check"}, "--check needs --interfaces SITE"},
            Case{{"tables", "--check", "--interfaces", "x", "--json"},
-                "--json does not go with --check"},
-           Case{{"--print"}, "--print goes with --data-plane linux only"},
+                "--json cannot be combined with --check"},
+           Case{{"--print"}, "--print needs --data-plane linux"},
            Case{{"--data-plane", "bsd"}, "--data-plane \"bsd\" is unknown; use linux"},
            Case{{"--data-plane", "linux"}, "--data-plane needs --interfaces SITE"},
            Case{{"--data-plane", "linux", "--interfaces", "x", "--fault", "y"},
-                "--fault does not go with --data-plane"},
+                "--fault cannot be combined with --data-plane"},
            Case{{"--data-plane", "linux", "--interfaces", "x", "--netns", "y", "--print"},
-                "--netns does not go with --print; run it in the namespace: ip netns exec NAME"},
+                "--netns cannot be combined with --print; run it in the namespace: ip netns exec "
+                "NAME"},
            Case{{"tables", "more"}, "too many positional options"},
        }) {
     const Ended ended = RunToEnd(bad.arguments);
@@ -214,7 +215,7 @@ TEST_F(ZuskuxHalTest, NamesMistakesOfASiteFileBeforeACheck) {
   EXPECT_THAT(ended.error, HasSubstr(Path("none")));
 }
 
-TEST_F(ZuskuxHalTest, NeedsTheNetworkNamespaceThatItShallProgram) {
+TEST_F(ZuskuxHalTest, NeedsItsNetworkNamespace) {
   std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
   const Ended ended = RunToEnd({"--socket", Path("hal.sock"), "--data-plane", "linux",
                                 "--interfaces", Path("site"), "--netns", "zuskux-test-none"});
@@ -257,12 +258,12 @@ TEST_F(ZuskuxHalTest, ServesUntilItIsTerminated) {
   }
 }
 
-TEST_F(ZuskuxHalTest, MakesNoFolderForASocket) {
+TEST_F(ZuskuxHalTest, CreatesNoFolderForASocket) {
   const std::string folder = folder_.Path("nodir");
   const Ended ended = RunToEnd({"--socket", folder + "/x.sock"});
   EXPECT_EQ(ended.code, 1);
   EXPECT_THAT(ended.error, HasSubstr("there is no folder " + folder +
-                                     " for the socket; make it first with mkdir " + folder));
+                                     " for the socket; create it first with mkdir " + folder));
   EXPECT_FALSE(std::filesystem::exists(folder));
 }
 
@@ -397,8 +398,7 @@ class ReadersMemoryTest : public ZuskuxHalTest {
     return client;
   }
 
-  // How many KiB the memory has grown once the server has done everything that it can do without
-  // waiting.
+  // The growth of the memory in KiB, once the server has done all that it can without waiting.
   int Growth() {
     for (std::uint32_t beat = 0; beat < 20; ++beat) {
       EXPECT_TRUE(writer_->Send(20, beat));

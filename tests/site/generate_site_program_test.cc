@@ -36,7 +36,7 @@ class GenerateSiteProgramTest : public ::testing::Test {
 
   GenerateSiteProgramTest() { fs::create_directory(Target().parent_path()); }
 
-  // In its own directory.
+  // In a directory of its own.
   fs::path Target() const { return directory_ / "sites" / "a.txtpb"; }
 
   Result Run(std::vector<std::string> arguments) {
@@ -116,7 +116,7 @@ Writes a valid pseudo-random site file.
 Options:
   --objects N           number of VRFs and destinations, 1 to 10000000
   --seed S (=1)         0 to 4294967295; the same seed gives the same site
-  -o [ --output ] FILE  where to write; standard output if missing
+  -o [ --output ] FILE  where to write (default: standard output)
   --help                show this help and exit
   --version             show the version and exit
 

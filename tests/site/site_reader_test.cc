@@ -448,7 +448,7 @@ TEST(SiteReaderTest, WithoutCandidatesOnlyTheEntryToAddIsNamed) {
       "site.txtpb:1:25: unknown interface \"eth0\"; add an interface { name: \"eth0\" ... }\n");
 }
 
-// Line and column of each.
+// The line and column of each mistake.
 std::vector<std::pair<int, int>> Places(const SiteOrMistakes& result) {
   std::vector<std::pair<int, int>> places;
   if (const auto* errors = std::get_if<std::vector<Diagnostic>>(&result)) {

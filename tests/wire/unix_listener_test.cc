@@ -63,7 +63,7 @@ class UnixListenerTest : public ::testing::Test {
   boost::asio::io_context io_;
 };
 
-TEST_F(UnixListenerTest, MakesTheSocketForThisUserOnly) {
+TEST_F(UnixListenerTest, CreatesTheSocketForThisUserOnly) {
   const mode_t before = umask(0);
   const UnixListener listener(&io_, folder_.Path("hal.sock"));
   umask(before);
@@ -234,11 +234,11 @@ TEST_F(UnixListenerTest, NamesTheLimitOfAPath) {
   EXPECT_THAT(Complaint(""), StartsWith("the socket path is empty; name a file"));
 }
 
-TEST_F(UnixListenerTest, AFolderThatDoesNotExistIsNamedAndNotMade) {
+TEST_F(UnixListenerTest, AMissingFolderIsNamedAndNotCreated) {
   const std::string folder = folder_.Path("nodir");
   EXPECT_THAT(
       Complaint(folder + "/hal.sock"),
-      StartsWith("there is no folder " + folder + " for the socket; make it first with mkdir " +
+      StartsWith("there is no folder " + folder + " for the socket; create it first with mkdir " +
                  folder + ", or correct the path"));
   EXPECT_FALSE(Exists(folder));
 }
@@ -267,7 +267,7 @@ TEST_F(DefaultPathTest, IsUnderTheRuntimeFolder) {
   EXPECT_EQ(DefaultSocketPath("hal.sock"), "/run/user/7/zuskux/hal.sock");
 }
 
-TEST_F(DefaultPathTest, ItsFolderIsMadeForThisUserOnly) {
+TEST_F(DefaultPathTest, ItsFolderIsCreatedForThisUserOnly) {
   const TestFolder runtime;
   setenv("XDG_RUNTIME_DIR", runtime.Path("").c_str(), 1);
   const std::string path = DefaultSocketPath("hal.sock");
@@ -278,15 +278,15 @@ TEST_F(DefaultPathTest, ItsFolderIsMadeForThisUserOnly) {
   EXPECT_EQ(ModeOf(std::filesystem::path(path).parent_path()), 0700U);
 }
 
-TEST_F(DefaultPathTest, NamesAFolderThatItCannotMake) {
+TEST_F(DefaultPathTest, NamesAFolderThatItCannotCreate) {
   const TestFolder runtime;
   setenv("XDG_RUNTIME_DIR", runtime.Path("gone").c_str(), 1);
   boost::asio::io_context io;
   try {
     const UnixListener listener(&io, DefaultSocketPath("hal.sock"));
-    FAIL() << "made in a folder that does not exist";
+    FAIL() << "created in a folder that does not exist";
   } catch (const boost::system::system_error& error) {
-    EXPECT_THAT(error.what(), HasSubstr("cannot make the folder " + runtime.Path("gone/zuskux") +
+    EXPECT_THAT(error.what(), HasSubstr("cannot create the folder " + runtime.Path("gone/zuskux") +
                                         " for the socket"));
   }
 }

@@ -192,7 +192,7 @@ void Manager::Handle(const ServerLostNotice& /*notice*/) {
   if (events_.connection) events_.connection(false);
 }
 
-// The reinstall that follows the next server-found report does whatever is due.
+// The reinstall that follows the next server-found report sends whatever is due.
 void Manager::LoseServer() {
   server_found_ = false;
   in_sync_.reset();

@@ -35,7 +35,7 @@ struct ManagerEvents {
   std::function<void(std::size_t objects, std::chrono::steady_clock::duration time)> reinstalled;
   /// The total number of results so far.
   std::function<void(std::uint64_t results)> results;
-  /// A HAL server was found, or the one before was lost.
+  /// The HAL server was found or lost.
   std::function<void(bool connected)> connection = nullptr;
   /// A reinstall has ended, with or without both sides in agreement.
   std::function<void(bool in_sync)> reinstall_ended = nullptr;

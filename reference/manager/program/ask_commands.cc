@@ -92,7 +92,8 @@ int DrawGraph(const CommandArguments& arguments) {
       });
   if (arguments.object) {
     if (nodes.count(*arguments.object) == 0) {
-      throw UsageError("there is no " + KeyText(*arguments.object) + "; objects lists all");
+      throw UsageError("there is no " + KeyText(*arguments.object) +
+                       "; zuskux-manager objects lists all of them");
     }
     nodes = NodesAround(nodes, *arguments.object);
   }
@@ -150,7 +151,7 @@ int AuditHal(const CommandArguments& arguments) {
     show("unknown", key.first, key.second);
     std::cout << '\n';
   }
-  std::cout << believed.size() << " entries of the manager, " << held.size() << " of the HAL, "
+  std::cout << believed.size() << " entries in the manager, " << held.size() << " in the HAL, "
             << differences << (differences == 1 ? " difference\n" : " differences\n");
   if (!answer.at("finished").get<bool>()) {
     LogLine(LogLevel::kWarning, "the manager is at work; differences may be requests in flight");

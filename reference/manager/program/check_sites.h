@@ -7,9 +7,8 @@
 
 namespace reference {
 
-/// Checks site files and writes what is found: the mistakes and warnings to standard error, the
-/// files without mistakes to `out`; with `json`, everything to `out`. Returns whether no file has a
-/// mistake.
+/// Checks site files. Writes the mistakes and warnings to standard error, and the files without
+/// mistakes to `out`; with `json`, everything to `out`. Returns whether no file has a mistake.
 bool CheckSites(const std::vector<std::string>& paths, bool json, std::ostream* out);
 
 }  // namespace reference

@@ -35,7 +35,7 @@ po::options_description Options() {
   add("stay", "keep running until SIGTERM; SIGHUP reads the site again");
   add("max-removals", text("N|all"), "how many objects a new site may remove");
   add("explain", text("KIND:ID"), "show why an object is not installed");
-  add("json", "write the table of objects for programs");
+  add("json", "write the table of objects as JSON");
   add("graph", text("FILE"), "draw the objects to an .svg, .dot or .gv file");
   add("dump-hal", text("FILE"), "write the HAL's tables; - is standard output");
   add("trace", "show the trace lines on standard error");
@@ -47,7 +47,7 @@ po::options_description Options() {
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
   add("control", text("PATH"), "control socket of --stay");
-  add("table-size", number("N")->default_value(kDefaultTableSize), "entries of a HAL table");
+  add("table-size", number("N")->default_value(kDefaultTableSize), "entries in a HAL table");
   add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
   add("version", "show the version and exit");
   add("help,h", "show this help and exit");
@@ -91,10 +91,10 @@ std::optional<std::string> ReadHal(const po::variables_map& values) {
     throw UsageError("--hal " + hal + " is not known; use embedded, unix or unix:PATH");
   }
   if (!values["table-size"].defaulted()) {
-    throw UsageError("--table-size is the server's to say; use zuskux-hal --table-size");
+    throw UsageError("--table-size needs --hal embedded; use zuskux-hal --table-size");
   }
   if (values.count("restart-hal-after") != 0) {
-    throw UsageError("--restart-hal-after goes with --hal embedded; see zuskux-hal --fault");
+    throw UsageError("--restart-hal-after needs --hal embedded; see zuskux-hal --fault");
   }
   return path;
 }
@@ -105,9 +105,9 @@ void ReadWriting(const po::variables_map& values, CommandLine* line) {
   line->stand_by = values.count("stand-by") != 0;
   for (const char* const option : {"take-over", "stand-by"}) {
     if (values.count(option) == 0 || line->hal_socket) continue;
-    throw UsageError(std::string("--") + option + " goes with --hal unix:PATH");
+    throw UsageError(std::string("--") + option + " needs --hal unix:PATH");
   }
-  if (line->stand_by && !line->stay) throw UsageError("--stand-by goes with --stay; add --stay");
+  if (line->stand_by && !line->stay) throw UsageError("--stand-by needs --stay; add --stay");
 }
 
 // Rejects options that have no effect on a plan.
@@ -115,7 +115,7 @@ void CheckPlan(const po::variables_map& values) {
   for (const char* const option : {"apply", "stay", "max-removals", "explain", "graph", "dump-hal",
                                    "record", "restart-hal-after", "take-over", "stand-by"}) {
     if (values.count(option) == 0) continue;
-    throw UsageError(std::string("--") + option + " does not go with --plan; leave it out");
+    throw UsageError(std::string("--") + option + " has no effect with --plan; leave it out");
   }
 }
 
@@ -129,7 +129,7 @@ std::vector<std::string> ReadCheck(const po::variables_map& values) {
   if (values.count("check") == 0) return {};
   for (const auto& [option, value] : values) {
     if (option == "check" || option == "site" || option == "json" || value.defaulted()) continue;
-    throw UsageError("--" + option + " does not go with --check; leave it out");
+    throw UsageError("--" + option + " has no effect with --check; leave it out");
   }
   std::vector<std::string> files = Words(values);
   if (files.empty()) {

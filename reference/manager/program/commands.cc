@@ -105,7 +105,7 @@ po::options_description OptionsOf(const Command& command) {
   if (takes("max-removals")) {
     add("max-removals", text("N|all"), "how many objects the site may remove, this time");
   }
-  if (takes("json")) add("json", "write it for programs");
+  if (takes("json")) add("json", "write JSON");
   add("control", text("PATH"), "the manager's control socket");
   add("help,h", "show this help and exit");
   return options;

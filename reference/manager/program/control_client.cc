@@ -49,7 +49,7 @@ Json AskManager(const std::string& path, const Json& request,
       if (json.contains("exit_status")) return json;
       if (use) use(json);
     } catch (const Json::exception& error) {
-      Fail(path, std::string("the answer is not a manager's: ") + error.what());
+      Fail(path, std::string("the answer is not from a manager: ") + error.what());
     }
   }
   const bool ended = !stream.error() || stream.error() == boost::asio::error::eof;

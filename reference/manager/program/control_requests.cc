@@ -37,8 +37,8 @@ Answer Error(const std::string& error, int exit_status) {
   return LastLine({{"error", error}}, exit_status);
 }
 
-// An answer with the lines that `line_of` makes of the objects of a table, which may change between
-// the pieces, then what `last` makes.
+// An answer with a line from `line_of` for each object of a table, which may change between the
+// pieces, then the line from `last`.
 template <typename LineOf, typename Last>
 Answer Pages(const DestDatabase::Objects* objects, LineOf line_of, Last last) {
   return [objects, line_of, last, place = std::optional<ObjectKey>()]() mutable {
@@ -65,7 +65,7 @@ Answer Sequence(Answer first, Answer second) {
   };
 }
 
-// Whether there is nothing left to do for an object, and nothing to mend.
+// Whether an object needs no attention: it is neither pending nor failed.
 bool InOrder(Standing standing) {
   return standing != Standing::kPending && standing != Standing::kFailed;
 }
@@ -101,8 +101,9 @@ Answer ControlRequests::AnswerTo(const std::string& request) const {
     for (const Named& each : kRequests) {
       if (each.name == name) return (this->*each.answer)(arguments);
     }
-    return Error("this manager has no request " + name + "; it may be older than the command",
-                 kExitFailed);
+    return Error(
+        "this manager does not know the request " + name + "; it may be older than the command",
+        kExitFailed);
   } catch (const Json::exception& error) {
     return Error(std::string("the request is not valid: ") + error.what(), kExitFailed);
   }
@@ -154,7 +155,7 @@ Answer ControlRequests::Nodes(const Json& /*arguments*/) const {
       });
 }
 
-// What the HAL has acknowledged, as the HAL keeps it: VRFs by number.
+// The entries that the HAL has acknowledged, by the HAL's own keys: VRFs by number.
 Answer ControlRequests::Entries(const Json& /*arguments*/) const {
   if (controlled_.hal_socket.empty()) {
     return Error("the HAL is in the manager's own process, so there is nothing to compare with",
@@ -196,7 +197,8 @@ Answer ControlRequests::Explain(const Json& arguments) const {
   const auto key = ParseObjectKey(name);
   const DestDatabase& database = controlled_.manager->database();
   auto text = key ? reference::Explain(database, *key) : std::nullopt;
-  if (!text) return Error("there is no " + name + "; objects lists all", kExitUsage);
+  if (!text)
+    return Error("there is no " + name + "; zuskux-manager objects lists all of them", kExitUsage);
   if (!controlled_.manager->connected()) {
     *text += "There is no connection to the HAL; this is the last known or the initial state.\n";
     return LastLine({{"text", *text}}, kExitNotConnected);

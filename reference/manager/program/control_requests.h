@@ -15,7 +15,7 @@
 
 namespace reference {
 
-/// What the requests at the control socket are about. Nothing is owned.
+/// The manager behind the control socket. Owns nothing.
 struct ControlledManager {
   Manager* manager = nullptr;
   const HalConnection* hal = nullptr;
@@ -23,8 +23,8 @@ struct ControlledManager {
   /// The absolute path of the HAL server's socket; empty for the embedded HAL.
   std::string hal_socket;
   std::function<StatusHead()> head;
-  /// Reads the site again; `max_removals` is for this time only. Returns why it was refused,
-  /// if it was.
+  /// Reads the site again; `max_removals` applies to this reload only. If the site is refused,
+  /// returns the reason.
   std::function<std::optional<std::string>(std::optional<std::size_t> max_removals)> reload;
 };
 

@@ -70,7 +70,7 @@ class ControlServer::Session : public std::enable_shared_from_this<Session> {
     });
   }
 
-  // A client has nothing more to send, so whatever it does is its end.
+  // A client must not send anything more, so any event on its socket ends the conversation.
   void WatchForEnd() {
     socket_.async_read_some(asio::buffer(more_),
                             [self = shared_from_this()](const error_code&, std::size_t) {

@@ -21,7 +21,7 @@ struct EventFeed::Queue {
   std::size_t lines = 0;
   std::uint64_t missed = 0;
 
-  // After a gap, nothing is added until the client has been told of it.
+  // After a gap, nothing is added until the client has got the number of dropped events.
   void Add(const std::string& line) {
     if (missed != 0 || lines == kMaxQueued) {
       ++missed;

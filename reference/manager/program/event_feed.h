@@ -11,13 +11,13 @@
 
 namespace reference {
 
-/// What happens in a manager, for the clients that follow it. Each has a bounded queue and
+/// The events of a manager, for the clients that follow it. Each client has a bounded queue and
 /// gets the number of events that did not fit.
 ///
 /// Owned by the program, on the manager's thread. Costs next to nothing while nobody follows.
 class EventFeed {
  public:
-  /// The connection, a reload and the like, in words.
+  /// An event of the connection, of a reload and the like: one line of text.
   void Add(const std::string& text);
   /// An object's standing has changed.
   void Add(const Object& object);

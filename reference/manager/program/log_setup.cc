@@ -99,7 +99,8 @@ void Forward(int pipe, LogSink* sink) {
 }  // namespace
 
 LibraryLog::LibraryLog(bool trace, LogSink* sink) {
-  if (pipe2(pipe_.data(), O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe to log to");
+  if (pipe2(pipe_.data(), O_CLOEXEC) != 0)
+    throw std::runtime_error("cannot create a pipe for the log");
   reader_ = std::thread(Forward, pipe_[0], sink);
   try {
     const TemporaryFile file(std::string(kConfig) + kCategory + (trace ? ".TRACE" : ".HAL_ERROR") +

@@ -9,9 +9,9 @@
 
 namespace reference {
 
-/// What to say if a new site would remove more objects than `limit`, with the first few. A
-/// truncated or empty file reads as a site without most of the objects. Without a limit, a site may
-/// remove 10 objects or, if that is more, a quarter of all.
+/// The reason for refusing a site that would remove more objects than `limit`, with the first few
+/// of them; nothing for any other site. Without a limit, a site may remove 10 objects or, if that
+/// is more, a quarter of all: a truncated or empty file would remove more.
 std::optional<std::string> TooManyRemovals(const DestDatabase::Removals& removals,
                                            std::optional<std::size_t> limit);
 

@@ -117,7 +117,7 @@ class Run {
     AppliedNext();
   }
 
-  // Whether there was another site that may be applied.
+  // Applies the next site of the command line; false if there is none, or if it is refused.
   bool ApplyNext() {
     if (applied_ == sites_.size()) return false;
     const auto refusal =
@@ -134,18 +134,18 @@ class Run {
   }
 
   void AppliedNext() {
-    // The database has its objects now.
+    // Frees the memory: the database has its own objects now.
     sites_[applied_++] = Site();
   }
 
-  // Why the site of the file must not replace the present one, if so.
+  // The reason why the site of the file must not replace the current one; nothing if it may.
   std::optional<std::string> RefusalOf(const Site& site, const std::string& path,
                                        std::optional<std::size_t> max_removals,
                                        const std::string& remedy) const {
     const DestDatabase::Removals removals = manager_.database().RemovalsBy(site);
     const auto reason = TooManyRemovals(removals, max_removals);
     if (!reason) return std::nullopt;
-    return path + " is refused: it " + *reason + "; the present site stays; correct the file, or " +
+    return path + " is refused: it " + *reason + "; the current site stays; correct the file, or " +
            remedy + " --max-removals " + std::to_string(removals.objects.size());
   }
 
@@ -165,7 +165,7 @@ class Run {
   // Only a manager that stays keeps waiting for a server.
   void EndWithoutServer() {
     const HalConnectionCounters counters = hal_.connection()->counters();
-    // Counts checks instead of time: while this thread is busy, nobody looks for the server.
+    // Counts checks instead of time: while this thread is busy, it does not check for the server.
     checks_without_server_ = counters.connected ? 0 : checks_without_server_ + 1;
     if (checks_without_server_ > kServerPatience / kServerCheckInterval) {
       if (counters.servers_found == 0) {
@@ -184,7 +184,7 @@ class Run {
     });
   }
 
-  // The file of the present site.
+  // The file of the current site.
   const std::string& SitePath() const { return line_.sites[applied_ == 0 ? 0 : applied_ - 1]; }
 
   StatusHead Head() const {
@@ -196,7 +196,8 @@ class Run {
     return head;
   }
 
-  // A server that is found again because the tables differ is still the same connection.
+  // If a server is reported as found again because the tables differ, the connection has not
+  // changed.
   void ConnectionChanged(bool up) {
     const FoundServer server = hal_.connection()->server();
     if (up == connection_up_ && server.generation == server_.generation) return;
@@ -253,7 +254,7 @@ class Run {
   }
 
   void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
-    // The first one is the start.
+    // The first reinstall is the start.
     if (reinstalls_ == 1) return;
     LogLine(LogLevel::kInfo,
             "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
@@ -320,7 +321,7 @@ class Run {
     std::optional<std::string> refusal =
         site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
                          "run zuskux-manager reload --control " + line_.control)
-             : "keeping the site as it was; correct " + path + "; zuskux-manager --check " + path +
+             : "keeping the current site; correct " + path + "; zuskux-manager --check " + path +
                    " lists its mistakes";
     if (refusal) {
       LogLine(LogLevel::kError, *refusal);
@@ -343,7 +344,7 @@ class Run {
       const auto text = Explain(database, *line_.explain);
       if (!text) {
         LogLine(LogLevel::kError, "there is no " + KeyText(*line_.explain) +
-                                      "; the table without --explain lists all");
+                                      "; without --explain, the table lists all objects");
         return kExitUsage;
       }
       std::cout << *text;
@@ -420,7 +421,7 @@ class Run {
   // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;
   ChosenHal hal_;
-  // What is known only here; `Head` fills in the rest.
+  // The members that only this class knows; `Head` fills in the rest.
   StatusHead head_;
   FoundServer server_;
   ControlRequests control_requests_{{&manager_, hal_.connection(), &events_, HalSocket(),

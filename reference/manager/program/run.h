@@ -11,8 +11,7 @@ struct CommandLine;
 
 /// Runs a manager with its HAL on the calling thread until everything is settled or a signal ends
 /// it, and shows the final state of the objects. `sites` are those of the command line, in order.
-/// Returns the exit status. Throws `std::exception`, with a text for the operator, for what cannot
-/// be done.
+/// Returns the exit status. Throws `std::exception`, with a text for the operator, on failure.
 int RunManager(const CommandLine& line, std::vector<Site> sites);
 
 }  // namespace reference

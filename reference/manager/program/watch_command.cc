@@ -31,10 +31,10 @@ using Json = nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 
 constexpr Clock::duration kInterval = std::chrono::seconds(1);
-// The manager looks through a large site for some time; watching takes a tenth of its time at most.
+// The manager takes a while to list a large site. Watching may take at most a tenth of its time.
 constexpr int kPausePerLook = 9;
 
-/// The signals that end the command, which come only while it waits for them.
+/// The signals that end the command. Delivered only while it waits for them.
 class EndSignals {
  public:
   EndSignals() {
@@ -43,7 +43,7 @@ class EndSignals {
     pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   }
 
-  /// Returns whether one came before the time was over.
+  /// Waits for a signal, at most for `time`. Returns whether one came.
   bool Wait(Clock::duration time) const {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
     const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - seconds);
@@ -92,17 +92,17 @@ std::string Screen(const std::string& control, const Json& status, std::size_t h
   return text.str();
 }
 
-// Draws over the screen before. The terminal cuts long lines.
+// Draws over the previous screen. The terminal truncates long lines.
 void Draw(const std::string& screen, std::size_t height, std::ostream* out) {
   *out << "\x1b[?7l\x1b[H";
   std::istringstream text(screen);
   std::string line;
-  // The cursor takes the last line.
+  // Leaves the last line to the cursor.
   for (std::size_t i = 1; i < height && std::getline(text, line); ++i) *out << line << "\x1b[K\n";
   *out << "\x1b[J\x1b[?7h";
 }
 
-/// What is on standard output so far.
+/// What standard output shows so far.
 class Shown {
  public:
   void Update(const std::string& control, const Json& status) {

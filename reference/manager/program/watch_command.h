@@ -5,10 +5,11 @@
 
 namespace reference {
 
-/// Shows how a running manager stands until it ends or a signal interrupts. On a terminal, redraws
-/// the status and the objects that are not in order; else writes a line whenever the condition or
-/// the number of objects in a state changes. Returns the exit status. Throws `std::runtime_error`,
-/// with a text for the operator, if there is no manager at `arguments.control` to begin with.
+/// Shows the state of a running manager until the manager ends or a signal arrives. On a terminal,
+/// redraws the status and the objects that failed or are pending; elsewhere, writes a line whenever
+/// the condition or the number of objects in a state changes. Returns the exit status. Throws
+/// `std::runtime_error`, with a text for the operator, if no manager listens on `arguments.control`
+/// at the start.
 int WatchManager(const CommandArguments& arguments);
 
 }  // namespace reference

@@ -15,7 +15,7 @@ struct CheckedFile {
   SiteFindings findings;
 };
 
-/// Whether any file has a mistake. Warnings are none.
+/// Whether any file has a mistake. Warnings do not count.
 bool HasErrors(const std::vector<CheckedFile>& files);
 
 /// "2 errors and 1 warning in 3 files; nothing was programmed". Empty without errors and warnings.

@@ -12,7 +12,7 @@ std::string Named(const Object& object) { return KeyText(object.key) + ' ' + Quo
 std::string Verdict(const Object& object) {
   switch (StandingOf(object)) {
     case Standing::kPending:
-      return "is pending: its request has not been settled";
+      return "is pending: its request is not sent or not answered yet";
     case Standing::kInstalled:
       return "is installed";
     case Standing::kInactive:

@@ -216,7 +216,7 @@ ObjectKey KeyOf(const nlohmann::ordered_json& json) {
   throw std::runtime_error("no object has the name " + json.dump());
 }
 
-// Where an edge leads from a node, besides to its neighbor.
+// The targets of a node's edges, except for its neighbor.
 std::vector<ObjectKey> Under(const GraphNode& node,
                              const std::map<std::uint32_t, ObjectKey>& vrfs) {
   std::vector<ObjectKey> under = node.references;

@@ -34,7 +34,7 @@ nlohmann::ordered_json NodeAsJson(const GraphNode& node);
 /// The reverse. Throws `nlohmann::json::exception` or `std::runtime_error` for other JSON.
 GraphNode NodeOfJson(const nlohmann::ordered_json& json);
 
-/// Those of `nodes` that `key` rides on, directly or not, those that ride on it, and itself.
+/// `key`, the nodes that it rides on, directly or not, and those that ride on it.
 GraphNodes NodesAround(const GraphNodes& nodes, const ObjectKey& key);
 
 /// The objects and their dependencies in the DOT language, with a legend.

@@ -57,7 +57,7 @@ class Summary {
   DestDatabase::StandingCounts counts_{};
 };
 
-/// Writes a line for each row below a header, then what the states mean that occur.
+/// Writes a line for each row below a header, then the meanings of the states in these rows.
 void WriteRows(const std::vector<ObjectRow>& rows, std::ostream* out);
 
 /// Writes what every state means, one sentence each.

@@ -148,7 +148,7 @@ void ShowStatus(const Show& show) {
   try {
     show();
   } catch (const Json::exception& error) {
-    throw std::runtime_error(std::string("the answer is not a manager's status: ") + error.what());
+    throw std::runtime_error(std::string("the answer is not a manager status: ") + error.what());
   }
 }
 

@@ -11,7 +11,7 @@
 
 namespace reference {
 
-/// What a status says besides what the manager and the connection know. Times are local, as in
+/// The parts of a status that neither the manager nor the connection knows. Times are local, as in
 /// "2024-05-17 08:15:30".
 struct StatusHead {
   /// The current site file.
@@ -19,7 +19,7 @@ struct StatusHead {
   /// "embedded" or "unix:PATH".
   std::string hal;
   std::chrono::milliseconds uptime{0};
-  /// Since when the connection is up, or down.
+  /// When the connection last came up or went down.
   std::string connection_since;
   /// The last time that both sides agreed; empty for never.
   std::string last_in_sync;
