@@ -14,19 +14,19 @@
 
 namespace reference {
 
-/// What a comparison of the hardware with the tables found and did.
+/// The outcome of comparing the hardware with the tables and repairing it.
 struct Repair {
-  /// How many objects were not as the tables want them.
+  /// The number of objects that differed from the tables.
   std::size_t differences = 0;
   /// One line for the operator that names some of them. Empty if there were none.
   std::string text;
-  /// What could not be written, one line each.
+  /// The changes that failed, one line each.
   std::vector<std::string> refusals;
 };
 
-/// What forwards packets behind the HAL's tables. The tables name the changes, which take effect
-/// together: the server commits all that a read from its client brought. Used on the thread of the
-/// tables.
+/// Forwards packets as the HAL's tables say. The tables pass it each change. The changes take
+/// effect together when the server commits those from one read of its client. Used on the thread of
+/// the tables.
 class DataPlane {
  public:
   DataPlane() = default;
@@ -34,20 +34,20 @@ class DataPlane {
   DataPlane& operator=(const DataPlane&) = delete;
   virtual ~DataPlane() = default;
 
-  /// Adds or replaces an entry; `message` is of the kind's class. Returns why that is impossible;
-  /// nothing has changed then.
+  /// Adds or replaces an entry; `message` is of the kind's class. If that is impossible, returns
+  /// the reason and changes nothing.
   virtual HalReturnCode Store(HalKind kind, std::uint32_t id,
                               const google::protobuf::Message& message) = 0;
 
   /// Removes an entry.
   virtual void Remove(HalKind kind, std::uint32_t id) = 0;
 
-  /// Makes the changes since the last commit. Returns why one was refused; some of the others have
-  /// been made then. The caller takes back what it wanted, and commits that with `CommitOrLeave`.
+  /// Makes the changes since the last commit. If one is refused, returns the reason; some of the
+  /// others may have been made. The caller then undoes its changes and calls `CommitOrLeave`.
   virtual std::optional<std::string> Commit() = 0;
 
-  /// Makes the changes since the last commit; for those that cannot be taken back. Logs what is
-  /// refused, and leaves it as it is.
+  /// Makes the changes since the last commit, if they cannot be undone. Logs a refused change and
+  /// leaves the kernel as it is.
   virtual void CommitOrLeave() = 0;
 
   /// Removes what an earlier server left behind the tables, as far as no entry wants it; about
@@ -58,15 +58,15 @@ class DataPlane {
   /// How many writes it has made to the hardware.
   virtual std::uint64_t writes() const = 0;
 
-  /// A descriptor that is readable when somebody else may have changed the hardware; -1 if that
-  /// cannot be noticed.
+  /// A descriptor that is readable when another program may have changed the hardware; -1 if that
+  /// cannot be detected.
   virtual int change_fd() const = 0;
 
-  /// Takes what makes `change_fd` readable. Returns whether it is time to repair.
+  /// Consumes what makes `change_fd` readable. Returns whether a repair is due.
   virtual bool TakeChanges() = 0;
 
-  /// Compares the hardware with the tables, and makes what differs. Not between a change and its
-  /// commit.
+  /// Compares the hardware with the tables and repairs the differences. Do not call between a
+  /// change and its commit.
   virtual Repair MakeAsWanted() = 0;
 };
 

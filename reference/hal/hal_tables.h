@@ -58,7 +58,7 @@ struct TableEntryView {
   std::string_view payload;
 };
 
-/// An entry as it was, or that there was none.
+/// The former state of an entry, which may not have existed.
 struct SavedEntry {
   HalKind kind{};
   std::uint32_t id = 0;
@@ -72,7 +72,7 @@ struct SavedEntry {
 class HalTables {
  public:
   /// `capacity` is the maximum number of entries in each table. `data_plane` must accept every
-  /// new entry, and hears of every change; not owned, null for none.
+  /// new entry and gets every change; not owned, null for none.
   explicit HalTables(std::size_t capacity, DataPlane* data_plane = nullptr);
 
   /// Carries out one request, whose id is the payload's. Checks, in this order:
@@ -96,8 +96,8 @@ class HalTables {
   /// The same for a payload that is already decoded into `message`, which is of the kind's class.
   HalReturnCode Apply(const HalRequest& request, const google::protobuf::Message& message);
 
-  /// For undoing requests, the latest one first: `Restore` brings back what `Save` has seen before
-  /// a request.
+  /// For undoing requests, the latest one first: `Restore` brings back what `Save` returned before
+  /// the request.
   SavedEntry Save(HalKind kind, std::uint32_t id) const;
   void Restore(const SavedEntry& saved);
 
@@ -120,8 +120,8 @@ class HalTables {
   /// it.
   bool Holds(HalKind kind, std::uint32_t id) const;
   std::size_t size(HalKind kind) const;
-  /// For how many entries of the kind memory is allocated: at most 8 times the number of entries or
-  /// 1024, whatever the ids were.
+  /// The number of entries of the kind for which memory is allocated: at most 8 times the number of
+  /// entries or 1024, whatever the ids.
   std::size_t reserved(HalKind kind) const;
   HalDigest digest(HalKind kind) const;
 
@@ -191,7 +191,7 @@ class HalTables {
   bool reinstalling_ = false;
   // The latest reinstall, counted from 1.
   std::uint64_t reinstall_ = 0;
-  // How far its end has got.
+  // The progress of its end.
   TableCursor unended_;
   std::array<Table, kHalKinds> tables_;
 };

@@ -123,7 +123,7 @@ void AddUnknownFields(const pb::UnknownFieldSet& unknown, MessageFields* fields)
   }
 }
 
-// A word such as eth0 or 02:00:00:00:01:0a as it is, other text in quotes.
+// A word such as eth0 or 02:00:00:00:01:0a unchanged, other text in quotes.
 std::string WordText(const std::string& text) {
   const bool is_word = !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
     return c < 0x80 &&

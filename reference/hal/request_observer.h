@@ -8,9 +8,9 @@
 
 namespace reference {
 
-/// Sees every request to a HAL connection or a HAL server and every answer. They hold a pointer to
-/// one, null for none, and do not own it. Called on any of their threads, possibly several at once;
-/// must not throw.
+/// Sees every request to a HAL connection or a HAL server, and every answer. The connection or
+/// server does not own its observer, and calls it on any thread, possibly on several at once. Must
+/// not throw.
 class RequestObserver {
  public:
   RequestObserver() = default;

@@ -75,7 +75,7 @@ TEST(EmbeddedHalTest, ReportsTheCodeOfTheTables) {
   EmbeddedHal hal({});
   hal.Start(reported.Reports());
   InstallVlan(&hal, 5);
-  EXPECT_EQ(InstallVlan(&hal, 5, 9000), kHalSuccess) << "accepted, and refused by the tables";
+  EXPECT_EQ(InstallVlan(&hal, 5, 9000), kHalSuccess) << "accepted, then refused by the tables";
   EXPECT_THAT(reported.Await(3), ElementsAre("found", "InstallVlan 5: 0", "InstallVlan 5: 3"));
 }
 
@@ -151,7 +151,7 @@ TEST(EmbeddedHalTest, ReportsTheOutcomeOfEachVrfRequest) {
   hold.Release();
   EXPECT_THAT(reported.Await(5), ElementsAre("found", "install-vrf 1: 0", "install-vrf 3: 101",
                                              "install-vrf 2: 5", "InstallVlan 5: 0"));
-  EXPECT_EQ(hal.counters().results, 1U) << "of the VLAN";
+  EXPECT_EQ(hal.counters().results, 1U) << "only the VLAN has a result";
 }
 
 TEST(EmbeddedHalTest, ReportsTheEndOfAReinstall) {

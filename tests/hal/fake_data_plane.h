@@ -18,7 +18,7 @@
 
 namespace reference {
 
-/// A data plane that records its calls, and refuses what the test chooses.
+/// A data plane that records its calls and refuses the entries that the test chooses.
 class FakeDataPlane : public DataPlane {
  public:
   HalReturnCode Store(HalKind kind, std::uint32_t id,

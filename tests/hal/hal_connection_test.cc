@@ -130,7 +130,7 @@ TEST(HalConnectionTest, SubmitsEachRequestAndPassesTheAnswerOn) {
           std::pair(HalOperation::kReplaceMpls, 5)));
 }
 
-// The HAL's answer may be observed as soon as it has been submitted.
+// The observer may see the HAL's answer as soon as the request has been submitted.
 TEST(HalConnectionTest, IsObservedBeforeItSubmits) {
   Observed observed;
   ObservedConnection connection(&observed);
@@ -142,7 +142,7 @@ TEST(HalConnectionTest, IsObservedBeforeItSubmits) {
                                            "submitted request", "observed end", "submitted end"));
 }
 
-TEST(HalReporterTest, AHostNeedNotHearOfEverything) {
+TEST(HalReporterTest, CallbacksMayBeEmpty) {
   HalReporter reporter(HalReports(), nullptr);
   reporter.Room();
   reporter.ServerLost();

@@ -169,13 +169,13 @@ TEST(MakeRequestTest, GivesZeroForIdsThatAreMissing) {
                 "");
 }
 
-TEST(MakeRequestTest, TakesNothingFromAWrapperWithoutAMessage) {
+TEST(MakeRequestTest, CopiesNothingFromAWrapperWithoutAMessage) {
   const VlanEncapsulationMessage message;
   ExpectRequest(MakeRequest(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
                 "");
 }
 
-TEST(MakeRequestTest, TakesNothingFromAnotherKind) {
+TEST(MakeRequestTest, CopiesNothingFromAnotherKind) {
   const HostEncapsulationMessage message(std::make_unique<encapsulation::HostMessage>(Host(7)));
   ExpectRequest(MakeRequest(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
                 "");

@@ -1,4 +1,4 @@
-/// The HAL's tables with a data plane: what they tell it, and how requests are undone.
+/// The HAL's tables with a data plane: the changes that it gets, and how requests are undone.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -39,13 +39,13 @@ class HalTablesDataPlaneTest : public testing::Test {
   HalTables tables_{2, &data_plane_};
 };
 
-TEST_F(HalTablesDataPlaneTest, IsToldOfEveryChange) {
+TEST_F(HalTablesDataPlaneTest, GetsEveryChange) {
   Apply({InstallVlan(10), ReplaceVlan(10, 1400), DestroyVlan(10)});
   EXPECT_THAT(data_plane_.TakeCalls(),
               ElementsAre("store vlan 10", "store vlan 10", "remove vlan 10"));
 }
 
-TEST_F(HalTablesDataPlaneTest, IsNotToldOfWhatDoesNotChange) {
+TEST_F(HalTablesDataPlaneTest, DoesNotGetWhatStaysTheSame) {
   Apply({InstallVlan(10)});
   tables_.BeginReinstall();
   data_plane_.TakeCalls();
@@ -53,7 +53,7 @@ TEST_F(HalTablesDataPlaneTest, IsNotToldOfWhatDoesNotChange) {
   EXPECT_THAT(data_plane_.TakeCalls(), IsEmpty());
 }
 
-TEST_F(HalTablesDataPlaneTest, IsNotAskedAboutWhatTheTablesRefuse) {
+TEST_F(HalTablesDataPlaneTest, DoesNotGetWhatTheTablesRefuse) {
   Apply({InstallVlan(10), InstallVlan(11)});
   data_plane_.TakeCalls();
   EXPECT_EQ(tables_.Apply(InstallVlan(12)), kHalTableFull);
@@ -72,7 +72,7 @@ TEST_F(HalTablesDataPlaneTest, WhatItRefusesChangesNothing) {
   EXPECT_EQ(tables_.Entries(), before);
 }
 
-TEST_F(HalTablesDataPlaneTest, IsToldWhatTheEndOfAReinstallRemoves) {
+TEST_F(HalTablesDataPlaneTest, GetsTheRemovalsAtTheEndOfAReinstall) {
   Apply({InstallVlan(10), InstallVlan(11)});
   tables_.BeginReinstall();
   Apply({InstallVlan(11)});
@@ -81,7 +81,7 @@ TEST_F(HalTablesDataPlaneTest, IsToldWhatTheEndOfAReinstallRemoves) {
   EXPECT_THAT(data_plane_.TakeCalls(), ElementsAre("remove vlan 10"));
 }
 
-TEST_F(HalTablesDataPlaneTest, IsToldWhenTheTablesAreEmptied) {
+TEST_F(HalTablesDataPlaneTest, GetsTheRemovalsWhenTheTablesAreEmptied) {
   Apply({InstallVlan(10)});
   data_plane_.TakeCalls();
   tables_.Clear();
