@@ -70,7 +70,7 @@ class Pipe {
     return text;
   }
 
-  /// What a sink wrote that has since been destroyed.
+  /// Everything that a sink, destroyed by now, has written.
   std::string ReadAll() {
     CloseWriter();
     return ReadUntil(kNever);
@@ -179,7 +179,7 @@ TEST_F(LogSinkTest, AStreamThatWasRedirectedIsNotTheJournal) {
   EXPECT_EQ(pipe_.ReadAll(), "program: text\n");
 }
 
-TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
+TEST_F(LogSinkTest, CountsTheLinesThatAnUnreadStreamDrops) {
   constexpr int kLines = 100'000;
   auto options = To(pipe_.writer());
   options.max_queued_bytes = 10'000;
@@ -195,7 +195,7 @@ TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
   }
   pipe_.CloseWriter();
 
-  // Each line either arrived or is counted where it is missing.
+  // Each line either arrived or is counted in its place.
   int next = 0;
   int dropped = 0;
   for (const std::string& line : Lines(read.get())) {
@@ -212,7 +212,7 @@ TEST_F(LogSinkTest, NobodyReadsAndTheDroppedLinesAreCounted) {
   EXPECT_GT(dropped, kLines / 2);
 }
 
-TEST_F(LogSinkTest, AReaderThatLeavesDoesNotEndTheProgram) {
+TEST_F(LogSinkTest, AClosedReaderDoesNotEndTheProgram) {
   LogSink sink("program", To(pipe_.writer()));
   sink.Write(LogLevel::kInfo, "first");
   EXPECT_EQ(pipe_.ReadUntil("\n"), "program: first\n");
@@ -240,7 +240,7 @@ TEST_F(LogSinkTest, ReportsLaterWhatItCouldNotWrite) {
             "program: kept\n");
 }
 
-TEST_F(LogSinkTest, ANonBlockingStreamIsWaitedFor) {
+TEST_F(LogSinkTest, WaitsForANonBlockingStream) {
   fcntl(pipe_.writer(), F_SETFL, O_NONBLOCK);
   const std::string text(300'000, 'x');
   LogSink sink("program", To(pipe_.writer()));

@@ -132,8 +132,8 @@ TEST_F(UnreadLogTest, TheManagerTracesAndProgramsTheHal) {
   EXPECT_EQ(Run(words, error_.writer()), 0);
 }
 
-// The library's lines then go through the host's zlog, which writes in the thread that logs and
-// drops nothing. This is the one log that the programs wait for.
+// With --log-config, the library's lines go through the host's zlog, which writes in the thread
+// that logs and drops nothing. This is the one log that can block a program.
 TEST_F(UnreadLogTest, AConfigurationThatNamesStandardErrorWaitsForItsReader) {
   const std::string config =
       files_.Write("config",
@@ -163,7 +163,7 @@ TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {
   ASSERT_TRUE(WaitForFile(control()));
   const auto status = [this] {
     Process process({ZUSKUX_MANAGER, "status", "--control", control(), "--json"});
-    // Soon after the start, nothing is settled.
+    // So soon after the start, the manager may not have settled.
     EXPECT_THAT(process.Wait(), testing::AnyOf(0, 3, 4));
     return process.out();
   };

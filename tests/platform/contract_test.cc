@@ -1,5 +1,5 @@
-// What a platform's headers promise, checked for each implementation in the tree: the stand-ins,
-// the fakes of the unit tests and the skeleton of a vendor's platform. The build defines
+// The promises of the platform's headers, checked for each implementation in the tree: the
+// stand-ins, the fakes of the unit tests and the skeleton of a vendor's platform. The build defines
 // ZUSKUX_CONTRACT, the name of the suite.
 
 #include <gtest/gtest.h>

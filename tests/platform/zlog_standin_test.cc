@@ -1,4 +1,4 @@
-/// What only the stand-in promises: its errors, and how it shares an output.
+/// What only the stand-in promises: its error messages, and whole records from several threads.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-/// What this system needs of zlog, whichever library provides `zlog.h`.
+/// What this system needs from zlog, whichever library provides `zlog.h`.
 
 #include <gtest/gtest.h>
 #include <zlog.h>
@@ -67,7 +67,7 @@ class TimeZone {
 
 /// The local time as `%d(%F %T)` shows it.
 std::string LocalTime() {
-  // The clock that the log reads; `std::time` lags behind it.
+  // Uses the clock that the log reads; `std::time` lags behind it.
   const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   std::tm local{};
   localtime_r(&now, &local);

@@ -147,7 +147,7 @@ TEST_F(SocketWatchTest, FollowsAFolderThatIsReplaced) {
   std::filesystem::create_directory(folder);
   watch.Watch();
   Touch(Path("old/hal.sock"));
-  EXPECT_EQ(Appeared(), 0) << "in the folder of before";
+  EXPECT_EQ(Appeared(), 0) << "in the previous folder";
   Touch(folder + "/hal.sock");
   EXPECT_EQ(Appeared(), 1);
 }
@@ -195,7 +195,7 @@ TEST_F(AbsentServerTest, ASocketThatAppearsAgainAndAgainIsTriedEveryTenMilliseco
   for (std::size_t i = 1; i <= kTimes; ++i) {
     server_.AcceptAndGreet();
     server_.Close();
-    // It is found, then lost.
+    // The client finds the server, then loses it.
     ASSERT_EQ(log_.Await(2 * i).size(), 2 * i);
     const std::string other = server_.path() + ".old";
     std::filesystem::rename(server_.path(), other);

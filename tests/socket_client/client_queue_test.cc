@@ -1,4 +1,4 @@
-/// The queue between the host's thread and the connection's, without either.
+/// The queue between the host's thread and the connection's, tested without threads.
 
 #include "reference/socket_client/client_queue.h"
 
@@ -85,7 +85,7 @@ TEST_F(ClientQueueTest, TheServersLimitHoldsWhenItIsFound) {
   EXPECT_EQ(InstallVlan(4, 101).code, kHalTooLarge);
 }
 
-// Those that wait for the next server count beside those in flight.
+// VRF requests that wait for the next server count as well as those in flight.
 TEST_F(ClientQueueTest, VrfsTakeNoMoreThanTheQueuesBytes) {
   connection_->ServerFound(kAnyPayload);
   EXPECT_EQ(InstallVrf(1, 400), kHalSuccess);
@@ -109,7 +109,7 @@ TEST_F(ClientQueueTest, AnAnswerDoesNotCountAsWrittenWhatIsStillBeingWritten) {
   const auto now = Clock::now();
   ASSERT_TRUE(connection_->TakeAnswered(0, now, std::chrono::nanoseconds(0)));
   EXPECT_EQ(host_->counters().queued, 1U);
-  // Its answer came before its write was confirmed.
+  // The answer came before the write was confirmed.
   ASSERT_TRUE(connection_->TakeAnswered(1, now, std::chrono::nanoseconds(0)));
   EXPECT_EQ(host_->counters().queued, 0U);
   connection_->ConfirmWritten();

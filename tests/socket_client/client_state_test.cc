@@ -29,7 +29,7 @@ OutstandingRequest Outstanding(std::uint32_t id,
   return outstanding;
 }
 
-TEST(OutstandingRequestsTest, ASequenceInUseIsNeverGivenAgain) {
+TEST(OutstandingRequestsTest, ASequenceInUseIsNeverAssignedAgain) {
   OutstandingRequests requests(100, 0xFFFFFE);
   std::set<std::uint32_t> sequences;
   while (!requests.full()) sequences.insert(requests.Add(Outstanding(1)));
@@ -47,7 +47,7 @@ TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
   EXPECT_FALSE(requests.Take(0xFFFFFE));
   EXPECT_EQ(requests.Take(0)->request.id, 2U);
   EXPECT_FALSE(requests.Take(0));
-  EXPECT_TRUE(requests.full()) << "the place of the oldest one is in use";
+  EXPECT_TRUE(requests.full()) << "the place of the oldest request is in use";
   EXPECT_EQ(requests.Take(0xFFFFFF)->request.id, 1U);
   EXPECT_EQ(requests.size(), 1U);
   EXPECT_EQ(requests.Take(1)->request.id, 3U);
@@ -87,7 +87,7 @@ TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
   EXPECT_FALSE(requests.Take(0));
 }
 
-TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomThoughNothingIsAnsweredAnyMore) {
+TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
   OutstandingRequests requests(3, 0);
   for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
   requests.Take(1);
@@ -99,7 +99,7 @@ TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomThoughNothingIsAnsweredAnyMore)
   EXPECT_EQ(requests.size(), 2U);
   EXPECT_EQ(requests.Add(Outstanding(4)), 3U);
   EXPECT_EQ(requests.size(), 2U);
-  EXPECT_FALSE(requests.Take(0)) << "its place was taken";
+  EXPECT_FALSE(requests.Take(0)) << "another request has its place";
   EXPECT_EQ(requests.Add(Outstanding(5)), 4U);
   EXPECT_TRUE(requests.full());
   EXPECT_EQ(requests.Take(2)->request.id, 3U);
@@ -132,7 +132,7 @@ TEST(OutstandingRequestsTest, AreAllTakenInOrder) {
   EXPECT_EQ(requests.Add(Outstanding(4)), 3U) << "numbers go on";
 }
 
-TEST(ClientQueueTest, WhatIsAnsweredDuringItsWriteIsNotQueued) {
+TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
   SocketHalOptions options;
   options.queue_entries = 2;
   ClientQueue queue(options);
@@ -198,13 +198,13 @@ TEST(ClientQueueTest, AnOverdueVrfEndsAndNeitherTakesRoomNorGoesToTheNextServer)
     return code;
   };
   EXPECT_EQ(submit(7), kHalSuccess);
-  EXPECT_TRUE(connection.AllowWakeUps()) << "its deadline is to be watched";
+  EXPECT_TRUE(connection.AllowWakeUps()) << "there is a deadline to watch";
   const auto due = connection.EndOverdue(begin);
   ASSERT_TRUE(due);
   EXPECT_EQ(submit(8), kHalQueueFull);
   std::vector<ConnectionQueue::Ended> ended;
   connection.TakeEnded(&ended);
-  EXPECT_EQ(ended.size(), 1U) << "the refused one";
+  EXPECT_EQ(ended.size(), 1U) << "the refused request";
   EXPECT_EQ(connection.EndOverdue(*due), std::nullopt);
   connection.TakeEnded(&ended);
   ASSERT_EQ(ended.size(), 1U);
@@ -213,11 +213,11 @@ TEST(ClientQueueTest, AnOverdueVrfEndsAndNeitherTakesRoomNorGoesToTheNextServer)
   EXPECT_EQ(ended[0].code, kHalDeadline);
   EXPECT_EQ(submit(8), kHalSuccess);
   EXPECT_TRUE(connection.TakeAnswered(0, {}, {})->expired);
-  EXPECT_EQ(submit(9), kHalQueueFull) << "its payload was counted once only";
+  EXPECT_EQ(submit(9), kHalQueueFull) << "its payload must be counted only once";
   connection.TakeEnded(&ended);
 
   connection.ServerLost();
-  EXPECT_EQ(host.counters().queued, 1U) << "the one that has not ended";
+  EXPECT_EQ(host.counters().queued, 1U) << "the request that has not ended";
 }
 
 TEST(ClientQueueTest, AReinstallIsOverdueWhenItsEndIsNotAnswered) {
@@ -284,7 +284,7 @@ TEST(ClientQueueTest, EverythingOverdueExpiresTogether) {
   EXPECT_THAT(ids, ElementsAre(1, 2, 3));
 }
 
-TEST(ClientQueueTest, ThereIsNoRoomWhileAsMuchHasEndedAsMayBeOutstanding) {
+TEST(ClientQueueTest, ThereIsNoRoomWhileTooManyEndedRequestsWait) {
   SocketHalOptions options;
   options.queue_entries = 2;
   ClientQueue queue(options);

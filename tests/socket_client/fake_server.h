@@ -24,7 +24,7 @@ class SocketFolder {
   TestFolder folder_;
 };
 
-/// A HAL server whose every step the test plays; one client at a time. Anything that does not
+/// A HAL server that the test controls step by step; one client at a time. Anything that does not
 /// arrive in time fails the test.
 class FakeServer {
  public:

@@ -1,4 +1,4 @@
-/// Anything invalid from a server closes the connection with one line in the log, and the client
+/// If a server sends anything invalid, the client closes the connection with one log line, and
 /// reconnects.
 
 #include <gmock/gmock.h>

@@ -217,7 +217,7 @@ class ClientMalformedFramesTest : public testing::Test {
  protected:
   void SetUp() override { server_.Accept(); }
 
-  // Sends it on the waiting connection. The outcome is known once the next connection waits.
+  // Sends the frame on the waiting connection. The outcome is known once the next connection waits.
   void ExpectFate(const Malformed& malformed) {
     std::vector<std::string> lines;
     if (malformed.greeted) {
@@ -228,7 +228,7 @@ class ClientMalformedFramesTest : public testing::Test {
     }
     ASSERT_TRUE(server_.Send(malformed.bytes));
     if (malformed.cut) {
-      // If the request stayed unread, the end would be a reset.
+      // Reads the request: closing with unread bytes would reset the connection.
       server_.Next();
       server_.Close();
     } else {
@@ -248,7 +248,7 @@ class ClientMalformedFramesTest : public testing::Test {
   FakeServer server_;
   WatchedClient client_{server_.path()};
   std::string last_line_;
-  // How many the client has numbered.
+  // How many requests the client has numbered.
   std::uint32_t requests_ = 0;
 };
 
@@ -259,7 +259,7 @@ TEST_F(ClientMalformedFramesTest, EachEndsItsConnectionAndLeavesNothing) {
   for (int frame = 1; frame <= frames; ++frame) {
     SCOPED_TRACE(frame);
     ASSERT_NO_FATAL_FAILURE(ExpectFate(malformed.Next(requests_)));
-    // A connection leaves the same behind after the first hundred as after all of them.
+    // Memory must not grow after the first hundred connections.
     if (frame == 100) live = testing_support::LiveAllocations();
     if (frame < 100) continue;
     ASSERT_LE(testing_support::LiveAllocations(), live + 100);
@@ -287,7 +287,7 @@ class ClientChangedFramesTest : public testing::Test {
  protected:
   void SetUp() override { server_.Accept(); }
 
-  // Whatever the bytes: the connection ends, one line is logged, and the request has one result.
+  // For any bytes: the connection ends, one line is logged, and the request has one result.
   void ExpectOneLineAndOneResult(const std::string& bytes) {
     server_.Greet();
     server_.Next();

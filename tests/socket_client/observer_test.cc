@@ -1,4 +1,4 @@
-/// What a connection and a server report to their observers, and their counters.
+/// What a connection and a server report to their observers; and the latencies.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

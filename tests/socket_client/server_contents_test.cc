@@ -80,7 +80,7 @@ TEST_F(ServerContentsTest, AnotherTypeOfFrameIsNoAnswer) {
   EXPECT_EQ(MistakeOf(FrameType::kInSync, ""), Text("it answers with a frame of type 19"));
 }
 
-TEST_F(ServerContentsTest, AGoodbyeIsPassedOn) {
+TEST_F(ServerContentsTest, AGoodbyeIsReported) {
   EXPECT_EQ(MistakeOf(FrameType::kGoodbye, "enough\x1B"), Text("it says enough\\x1b"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(ServerContentsTest, AServerThatRepeatsAnEntryForEverIsLeft) {
   EXPECT_EQ(MistakeOfEntries(10'000'000, limits), Text("it sends more than 1000 table entries"));
 }
 
-TEST_F(ServerContentsTest, BytesAreBoundedInAll) {
+TEST_F(ServerContentsTest, TotalBytesAreBounded) {
   ReadLimits limits;
   const std::size_t hello = HelloFrame().size();
   const std::size_t table_end = kFrameHeaderSize;
@@ -125,7 +125,7 @@ TEST_F(ServerContentsTest, BytesAreBoundedInAll) {
             Text("it sends more than " + std::to_string(limits.bytes) + " bytes"));
 }
 
-TEST_F(ServerContentsTest, TimeIsBoundedInAllThoughTheServerIsNeverSilent) {
+TEST_F(ServerContentsTest, TotalTimeIsBoundedEvenIfTheServerIsNeverSilent) {
   ReadLimits limits;
   limits.time = std::chrono::milliseconds(1'000);
   EXPECT_EQ(MistakeOfEntries(10'000, limits, std::chrono::milliseconds(1)),

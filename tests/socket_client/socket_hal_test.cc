@@ -1,4 +1,4 @@
-/// The HAL client against a server that the test plays.
+/// The HAL client against a server that the test controls.
 
 #include "reference/socket_client/socket_hal.h"
 
@@ -112,7 +112,7 @@ TEST_F(OneWriter, TakesOverFromTheFirstServersWriterOnly) {
   SocketHalOptions options = Options();
   options.take_over = true;
   Start(options);
-  // The server goes away before it answers.
+  // This server goes away before it answers.
   server_.Accept();
   EXPECT_TRUE(server_.hello().take_over());
   server_.AcceptAndGreet();
@@ -122,7 +122,7 @@ TEST_F(OneWriter, TakesOverFromTheFirstServersWriterOnly) {
   EXPECT_FALSE(server_.hello().take_over());
 }
 
-TEST_F(OneWriter, LearnsOfTheOtherOneAndFollowsIt) {
+TEST_F(OneWriter, LearnsOfAnotherWriterAndSucceedsIt) {
   Start(Options());
   for (std::size_t attempt = 1; attempt <= 2; ++attempt) {
     server_.Accept();
@@ -212,7 +212,7 @@ TEST_F(PromiseOneResult, RequestsFromBeforeTheServerWaitForIt) {
 TEST_F(PromiseOneResult, WithoutAServer) {
   server_.StopListening();
   hal_ = std::make_unique<SocketHal>(Options());
-  EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess) << "it waits for the first attempt";
+  EXPECT_EQ(InstallVlan(hal_.get(), 1), kHalSuccess) << "the request waits for the first attempt";
   hal_->Start(reported_.Reports());
   EXPECT_THAT(reported_.Await(1), ElementsAre("InstallVlan 1: 104"));
   EXPECT_FALSE(hal_->counters().connected);
@@ -300,7 +300,7 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersNothing) {
     EXPECT_THAT(events,
                 AnyOf(ElementsAre(first, second, "room"), ElementsAre(first, "room", second)));
   }
-  // The answers to the first two find others in their places.
+  // The places of the first two requests now hold others.
   for (int i = 0; i < 4; ++i) server_.Answer(server_.Next());
   EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results == 4; }));
   Settle(5);
@@ -473,7 +473,7 @@ TEST_F(PromiseVrfsAreKept, EachOutcomeIsReported) {
   InstallVrf(hal, 3);
   server_.Answer(server_.Next(), 104);
   EXPECT_THAT(reported_.Await(7), testing::Contains("install-vrf 3: 100"))
-      << "no server sends the code";
+      << "a code that no server sends";
   EXPECT_EQ(hal->counters().results, 0U);
 }
 
@@ -514,7 +514,7 @@ TEST_F(PromiseVrfsAreKept, InBounds) {
   EXPECT_EQ(InstallVrf(hal, 1), kHalSuccess);
   EXPECT_EQ(InstallVrf(hal, 2), kHalSuccess);
   EXPECT_EQ(InstallVrf(hal, 3), kHalQueueFull);
-  EXPECT_EQ(DestroyVrf(hal, 2), kHalSuccess) << "takes the place of the other one";
+  EXPECT_EQ(DestroyVrf(hal, 2), kHalSuccess) << "replaces the other request for VRF 2";
   EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 3 dropped: send queue full");
   EXPECT_THAT(reported_.events(), IsEmpty());
 }
@@ -623,7 +623,7 @@ TEST_F(PromiseBounded, RequestsOneAtATimeNeedNoWakeUpEach) {
   const SocketHalStatistics before = hal->statistics();
   for (std::uint32_t id = 2; id <= 20; ++id) Settle(id);
   const SocketHalStatistics after = hal->statistics();
-  // One wake-up is due if the thread, running late, finds no deadline left to watch.
+  // If the thread runs late and finds no deadline left to watch, it needs one more wake-up.
   EXPECT_LT(after.wake_ups - before.wake_ups, 19U);
   EXPECT_EQ(after.writes - before.writes, 19U);
 }
@@ -745,7 +745,7 @@ TEST_F(PromiseNoReportAfterTheEnd, WithoutAStart) {
   EXPECT_THAT(reported_.events(), IsEmpty());
 }
 
-TEST_F(PromiseNoReportAfterTheEnd, ThoughTheServerFloods) {
+TEST_F(PromiseNoReportAfterTheEnd, WhileTheServerFloods) {
   SocketHal* const hal = StartConnected(Options());
   std::thread flood([this] {
     std::string frames;

@@ -1,5 +1,5 @@
-// Whatever files, command lines and peers feed the programs, they write nothing that controls a
-// terminal. All of the tests' own texts are ASCII, so all output must be too.
+// Whatever text the programs get from files, command lines and peers, they write nothing that
+// controls a terminal. All of the tests' own texts are ASCII, so all output must be too.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
