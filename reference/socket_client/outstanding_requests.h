@@ -17,7 +17,7 @@ struct OutstandingRequest {
   /// Without the payload, except for VRFs that have not expired: they may have to be sent again.
   HalRequest request;
   std::chrono::steady_clock::time_point submitted;
-  /// When the socket had taken it.
+  /// When the socket accepted it.
   std::optional<std::chrono::steady_clock::time_point> written;
   /// The reinstall that it is part of, 0 for none, and the hash of its entry.
   std::uint32_t reinstall = 0;

@@ -13,8 +13,8 @@
 namespace reference {
 
 /// Notices when a socket appears at a path, by watching its folder with inotify, so that a client
-/// need not poll for its server. Best effort: a folder that does not exist yet, or a system without
-/// an inotify instance to spare, goes unwatched, so a slow poll belongs beside it.
+/// need not poll for its server. Best effort: a folder that does not exist yet is not watched, nor
+/// any on a system that has no inotify instance left. Combine it with a slow poll.
 ///
 /// Owned by the connection and used on its thread, which runs the `io_context`.
 class SocketWatch {

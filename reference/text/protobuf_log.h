@@ -6,7 +6,7 @@
 namespace reference {
 
 /// Stops protobuf's own lines on standard error, such as those on strings that are not UTF-8. For
-/// programs that report themselves what they cannot read. Call before other threads start.
+/// programs with their own error messages. Call before other threads start.
 inline void SilenceProtobufLog() { google::protobuf::SetLogHandler(nullptr); }
 
 }  // namespace reference

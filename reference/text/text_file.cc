@@ -49,7 +49,7 @@ class NoErrors : public ErrorCollector {
   void AddError(int /*line*/, ColumnNumber /*column*/, const std::string& /*text*/) override {}
 };
 
-// A part of a text with one entry of the outermost message, as far as its end can be told.
+// A part of a text with one entry of the outermost message, as far as its end can be determined.
 struct Entry {
   Position start;
   std::size_t begin;
@@ -142,7 +142,7 @@ class EntryDivider {
   std::vector<Entry> entries_;
   int depth_ = 0;
   bool closed_ = false;
-  // The last position whose offset was asked for.
+  // The last position whose offset was requested.
   Position at_{0, 0};
   std::size_t offset_ = 0;
 };
