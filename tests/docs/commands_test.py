@@ -28,7 +28,7 @@ PAGES = ['README.md', 'docs/operating.md', 'docs/porting.md',
 PATIENCE = 60
 FRESH_PATIENCE = 1800  # It is built first.
 
-# Blocks that are no output and not run in mode `tree`, by first line, and what runs them.
+# Blocks that are neither output nor run in mode `tree`, by first line, and what covers them.
 ELSEWHERE = {
     './test': 'this test is a part of it',
     './bench': 'stage "benchmarks" of .ci/nightly',

@@ -163,7 +163,7 @@ TEST(MakeRequestTest, CopiesAnMplsDestinationWithItsPassThroughValue) {
   }
 }
 
-TEST(MakeRequestTest, GivesZeroForIdsThatAreMissing) {
+TEST(MakeRequestTest, UsesZeroForMissingIds) {
   const MplsEncapsulationMessage message(std::make_unique<encapsulation::MplsMessage>());
   ExpectRequest(MakeRequest(HalOperation::kInstallMpls, message), HalOperation::kInstallMpls, 0, 0,
                 "");

@@ -235,7 +235,7 @@ TEST(HalTablesTest, UsesTheIdInThePayload) {
   EXPECT_THAT(Ids(tables, HalKind::kVlan), ElementsAre(10));
 }
 
-TEST(HalTablesTest, InstallOfTheSameAsksForNoReference) {
+TEST(HalTablesTest, InstallOfAnEqualEntryChecksNoReferences) {
   HalTables tables = TablesOf(SmallSite());
   ASSERT_EQ(tables.Apply(Request(Operation::kDestroyVlan, Vlan(10))), kHalSuccess);
   EXPECT_EQ(tables.Apply(Install(HostOn(20, 10))), kHalSuccess);
@@ -264,7 +264,7 @@ TEST(HalTablesTest, InstallOfAnExistingVrfSucceedsWhateverItCarries) {
   EXPECT_EQ(tables.size(HalKind::kVrf), 1U);
 }
 
-TEST(HalTablesTest, RefusesWhatIsAboveTheCapacityOfATable) {
+TEST(HalTablesTest, RefusesEntriesAboveTheCapacity) {
   HalTables tables(2);
   ASSERT_EQ(tables.Apply(Install(Vlan(1))), kHalSuccess);
   ASSERT_EQ(tables.Apply(Install(Vlan(2))), kHalSuccess);
@@ -534,7 +534,7 @@ class Reading {
   TableEntries entries_;
 };
 
-TEST(HalTablesReadingTest, OfTablesThatStayGivesEachEntryOnce) {
+TEST(HalTablesReadingTest, OfUnchangedTablesReturnsEachEntryOnce) {
   HalTables tables(100);
   Reading empty(&tables);
   EXPECT_FALSE(empty.Step());
@@ -549,7 +549,7 @@ TEST(HalTablesReadingTest, OfTablesThatStayGivesEachEntryOnce) {
   EXPECT_FALSE(reading.Step());
 }
 
-TEST(HalTablesReadingTest, OfTablesThatChangeMissesNothingThatIsThereAllTheTime) {
+TEST(HalTablesReadingTest, OfChangingTablesMissesNoPersistentEntry) {
   constexpr std::uint32_t kIds = 3'000;
   std::mt19937 random(5);
   for (int round = 0; round < 50; ++round) {
@@ -584,7 +584,7 @@ TEST(HalTablesReadingTest, OfTablesThatChangeMissesNothingThatIsThereAllTheTime)
   }
 }
 
-TEST(HalTablesReadingTest, GoesOnWhenAReinstallEndsMeanwhile) {
+TEST(HalTablesReadingTest, ContinuesWhenAReinstallEndsMeanwhile) {
   HalTables tables(1'000);
   for (std::uint32_t id = 1; id <= 1'000; ++id) tables.Apply(Install(Vlan(id)));
   Reading reading(&tables);

@@ -770,7 +770,7 @@ TEST_P(MplsPacketsTest, FlagDropDrops) {
   EXPECT_THAT(Through(), IsEmpty());
 }
 
-TEST_P(MplsPacketsTest, TheVlansMtuHoldsWithLabels) {
+TEST_P(MplsPacketsTest, TheVlansMtuAppliesWithLabels) {
   constexpr std::uint32_t kMtu = 1400;
   constexpr std::uint32_t kLabelSize = 4;
   encapsulation::VlanMessage vlan = VlanOn(3, kVlan);

@@ -88,7 +88,7 @@ class UnreadLogTest : public ::testing::Test {
   FullPipe error_;
 };
 
-TEST_F(UnreadLogTest, TheServerServesOn) {
+TEST_F(UnreadLogTest, TheServerKeepsServing) {
   Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
   ASSERT_TRUE(WaitForFile(socket()));
   ASSERT_NO_FATAL_FAILURE(Connect(1000));
@@ -97,7 +97,7 @@ TEST_F(UnreadLogTest, TheServerServesOn) {
   EXPECT_EQ(server.Wait(), 0);
 }
 
-TEST_F(UnreadLogTest, TheServerServesOnWhenTheReaderGoes) {
+TEST_F(UnreadLogTest, TheServerKeepsServingWhenTheReaderCloses) {
   Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
   ASSERT_TRUE(WaitForFile(socket()));
   error_.CloseReader();

@@ -306,7 +306,7 @@ TEST_F(ControlClientTest, RefusesAPathThatIsTooLong) {
                   HasSubstr("the manager on " + path + ": cannot connect: File name too long")));
 }
 
-TEST(StatusTest, JsonThatIsNoStatus) {
+TEST(StatusTest, RejectsOtherJson) {
   for (const Json& json : {Json(), Json::object(), Json({{"hal", 1}})}) {
     std::ostringstream out;
     EXPECT_THAT(

@@ -10,7 +10,7 @@
 
 namespace reference {
 
-/// A zuskux-hal that is restarted, without its first options, whenever it ends.
+/// A zuskux-hal that is restarted, without its initial options, whenever it ends.
 class KeptServer {
  public:
   /// `program` is zuskux-hal's path.

@@ -206,15 +206,15 @@ class Tree:
 
     def __init__(self, subject, number, killers, options):
         self.subject = subject
-        self.longest = options.seconds  # the time of a test program that is still run
-        self.programs = options.programs  # the number of them for each mutant
+        self.longest = options.seconds  # slower test programs are skipped
+        self.programs = options.programs  # the maximum number of test programs per mutant
         self.folder = subject.work / str(number)
         self.tree = self.folder / "tree"
         # Where a developer's build is, relative to the sources, so that both share a cache.
         self.build_folder = self.tree / "build" / "mutants"
         self.killers = killers
-        self.seconds = {}  # what each program takes, of those that were built
-        self.tests = {}  # what each of its tests takes
+        self.seconds = {}  # the run time of each program that was built
+        self.tests = {}  # the run time of each of its tests
         self.failing = {}  # the programs that fail without a mutation, and how
         self.copy()
         self.configure()

@@ -220,7 +220,7 @@ def related_name(source):
 
 @operator
 def constant_name(source):
-    """A constant of the file for the next one."""
+    """A constant of the file replaced by the next one."""
     names = [token.text for place, token in enumerate(source.tokens)
              if re.fullmatch(r"k[A-Z]\w*", token.text) and source.word(place + 1) in "{=["]
     for token in code(source):
@@ -230,7 +230,7 @@ def constant_name(source):
 
 @operator
 def accessor(source):
-    """A field that is read for the next one that the function reads of the same object."""
+    """A field replaced by the next one that the function reads from the same object."""
     for body in source.bodies:
         reads = {}
         for place in range(body.block.first, body.block.last):

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Compares what the shipped library exports, leaves to its host and needs with the checked-in lists.
+# Compares the symbols that the shipped library exports and leaves to its host, and the libraries
+# that it needs, with the checked-in lists.
 #
 #     symbols_test.sh LIBRARY          fails with the difference
 #     symbols_test.sh LIBRARY --accept accepts the current state as the expected one

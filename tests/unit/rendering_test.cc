@@ -134,7 +134,7 @@ TYPED_TEST(RenderingTest, ShowsTheWholeObjectThroughThePrintableBase) {
   EXPECT_EQ(printable.ToString(true), this->wrapper_.ToString(true));
 }
 
-TYPED_TEST(RenderingTest, AsksForTheFirstFourBytesOfTheLimIdInHostByteOrder) {
+TYPED_TEST(RenderingTest, PassesTheFirstFourBytesOfTheLimIdInHostByteOrder) {
   const std::string bytes = "\x81\x92\xA3\xB4\xC5"s;
   for (std::size_t size = 0; size <= bytes.size(); ++size) {
     SCOPED_TRACE(size);

@@ -477,7 +477,7 @@ std::string RefusalToStart(const std::string& netns, bool privileged) {
 
 constexpr char kNeedsOwnMounts[] = "skipped: in a chroot, / is not a mount point";
 
-// Gives this process mounts that nobody else sees. Returns whether that is possible.
+// Gives this process its own mounts. Returns whether that is possible.
 bool HasOwnMounts() {
   EXPECT_EQ(unshare(CLONE_NEWNS), 0);
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
