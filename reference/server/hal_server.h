@@ -46,8 +46,8 @@ struct HalServerOptions {
   RequestObserver* observer = nullptr;
   /// Makes the server misbehave. Not owned, must outlive the server; null for no faults.
   ServerFaults* faults = nullptr;
-  /// Forwards what the tables say; all requests of a read are committed together, before they are
-  /// answered. Not owned, must outlive the server; null for tables alone. Not together with faults.
+  /// Forwards packets as the tables say; all requests of a read are committed together, before they
+  /// are answered. Not owned, must outlive the server; null for tables alone, or with faults.
   DataPlane* data_plane = nullptr;
   /// The interval between two comparisons of the data plane with the tables; 0 for none.
   std::chrono::seconds audit{60};

@@ -156,7 +156,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // The result of `request_`, sent at `due`, or now if that is past.
   ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due) const;
 
-  // Rejects an invalid conversation: tells the log and the client, and closes.
+  // Rejects an invalid conversation: logs the reason, sends it to the client, and closes.
   void Refuse(const std::string& reason);
   void SayGoodbye(GoodbyeReason reason, const std::string& text);
   // Closes once the waiting answers have been written, or after a short timeout.

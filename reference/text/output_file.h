@@ -16,7 +16,7 @@ class OutputFile {
   explicit OutputFile(const std::string& path);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
-  /// Leaves nothing behind besides what was written.
+  /// Removes everything except a file that was written.
   ~OutputFile();
 
   /// Replaces the file at the path in one step. Call once. Throws as the constructor does; the
