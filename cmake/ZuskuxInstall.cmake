@@ -176,7 +176,7 @@ function(zuskux_install_units)
   endforeach()
 endfunction()
 
-# Installs what is not installed where it is defined.
+# Installs everything that is not installed next to its definition.
 function(zuskux_install_all)
   zuskux_install_library(zuskux)
   zuskux_install_interface(zuskux_headers)
