@@ -51,8 +51,8 @@ struct KernelAccess {
 /// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
 /// owns it.
 ///
-/// Adopts what an earlier server left in the kernel: an entry that wants an object as it is writes
-/// nothing. Until the leftovers are removed, it removes no other object either, so that packets
+/// Adopts what an earlier server left in the kernel: if an entry wants an unchanged object, nothing
+/// is written. Until the leftovers are removed, no other object is removed either, so that packets
 /// keep flowing while the manager reinstalls everything.
 class KernelDataPlane : public DataPlane {
  public:
@@ -70,8 +70,8 @@ class KernelDataPlane : public DataPlane {
   Repair MakeAsWanted() override;
 
  private:
-  // Writes what the transition changes. Returns what was refused and, if anything was, sets
-  // `present` to what the kernel has now of the objects.
+  // Writes what the transition changes. Returns the refused changes. If there are any, sets
+  // `present` to those of the objects that the kernel has now.
   std::vector<RefusedChange> Write(const Transition& taken, KernelObjects* present);
   std::vector<RefusedChange> WriteAndSettle(const Transition& transition,
                                             const std::vector<KernelChange>& changes,

@@ -11,9 +11,9 @@
 
 namespace reference {
 
-/// What an earlier server left in the kernel, for as long as no entry of the tables wants it: from
-/// the start of a server until the first reinstall ends. Packets still flow through it, so nothing
-/// is removed before: each object stays until an entry wants it, possibly changed.
+/// The objects that an earlier server left in the kernel and that no entry of the tables wants yet:
+/// from the start of a server until the first reinstall ends. Packets still flow through them, so
+/// none is removed before that; an entry that wants one takes it over, possibly changed.
 ///
 /// A value; `KernelDataPlane` owns it.
 class Leftovers {
@@ -25,21 +25,22 @@ class Leftovers {
   const KernelObjects& objects() const { return objects_; }
   std::size_t size() const;
 
-  /// Extends a transition to what the kernel really has before it: the leftovers that it concerns.
-  /// What the transition would remove stays, and so do leftovers that depend on what it changes,
-  /// as far as the kernel lets them: what would lose its device becomes a blackhole, to keep its
-  /// routes. `wanted` are the objects of all entries after the transition.
+  /// Adds the leftovers that a transition affects to its former state, which then is the kernel's.
+  /// What the transition would remove stays. So do leftovers that depend on what it changes, as far
+  /// as the kernel lets them: a next hop that would lose its device becomes a blackhole, to keep
+  /// its routes. `wanted` are the objects of all entries after the transition.
   Transition Extend(Transition transition, const KernelObjects& wanted) const;
 
-  /// Takes note that the objects of an extended transition are `present` in the kernel now.
+  /// Records that the objects of an extended transition are `present` in the kernel now.
   void Settle(const Transition& extended, const KernelObjects& present,
               const KernelObjects& wanted);
 
-  /// Takes out about `limit` objects, to be removed: groups first, devices last.
+  /// Removes and returns about `limit` objects, which must be removed from the kernel: groups
+  /// first, devices last.
   KernelObjects Take(std::size_t limit);
 
  private:
-  // The kernel's MTU of a device without a wanted one is its parent's.
+  // Without a wanted MTU, the kernel reports the parent's.
   bool HasMtuOfParent(const MacvlanDevice& device) const;
 
   KernelObjects objects_;

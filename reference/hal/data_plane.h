@@ -50,12 +50,12 @@ class DataPlane {
   /// leaves the kernel as it is.
   virtual void CommitOrLeave() = 0;
 
-  /// Removes what an earlier server left behind the tables, as far as no entry wants it; about
-  /// `limit` objects at a time. Called at the end of a reinstall until it returns true, which means
-  /// that nothing is left.
+  /// Removes about `limit` of the objects that an earlier server left in the hardware and that no
+  /// entry wants. Called at the end of a reinstall until it returns true, which means that nothing
+  /// is left.
   virtual bool RemoveLeftovers(std::size_t limit) = 0;
 
-  /// How many writes it has made to the hardware.
+  /// The number of writes to the hardware so far.
   virtual std::uint64_t writes() const = 0;
 
   /// A descriptor that is readable when another program may have changed the hardware; -1 if that

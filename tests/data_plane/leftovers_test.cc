@@ -1,4 +1,4 @@
-/// A server that finds what an earlier one left in the kernel: what it writes, and what stays.
+/// A server that finds objects of an earlier one in the kernel: what it writes, and what stays.
 
 #include "reference/data_plane/leftovers.h"
 
@@ -74,7 +74,7 @@ Entry EcmpEntry(std::uint32_t id, const std::vector<std::uint32_t>& members) {
   return MakeEntry(HalKind::kEcmp, id, Ecmp(id, members));
 }
 
-/// Servers that follow one another on a model of the kernel.
+/// Successive servers on a model of the kernel.
 class LeftoversTest : public testing::Test {
  protected:
   void StartServer(const std::map<std::string, std::uint32_t>& mtus = {}) {
@@ -159,7 +159,7 @@ TEST_F(LeftoversTest, OnlyWhatDiffersIsWritten) {
   EXPECT_EQ(data_plane_->writes(), 1);
 }
 
-TEST_F(LeftoversTest, WhatNobodyNamesStaysUntilTheEndOfTheReinstall) {
+TEST_F(LeftoversTest, UnnamedObjectsStayUntilTheEndOfTheReinstall) {
   StartServer();
   Reinstall({VlanEntry(10, 1), HostEntry(20, 10), HostEntry(21, 10)});
   StartServer();
@@ -217,7 +217,7 @@ TEST_F(LeftoversTest, ARefusedBatchRemovesNothing) {
   refuses_ = [] { return true; };
   EXPECT_EQ(data_plane_->Commit(), "out of memory");
   refuses_ = nullptr;
-  // As the server takes a batch back.
+  // The server undoes a refused batch like this.
   data_plane_->Remove(HalKind::kVlan, 11);
   data_plane_->Remove(HalKind::kVlan, 10);
   data_plane_->CommitOrLeave();
@@ -227,13 +227,13 @@ TEST_F(LeftoversTest, ARefusedBatchRemovesNothing) {
 }
 
 // The kernel reports the parent's MTU for a device without one of its own.
-TEST_F(LeftoversTest, TheMtuOfTheParentIsAsGoodAsNone) {
+TEST_F(LeftoversTest, TheMtuOfTheParentEqualsNone) {
   StartServer();
   Reinstall({VlanEntry(10, 1, 1500), VlanEntry(11, 2, 1500)});
   StartServer({{"eth0", 1500}, {"eth1", 9000}});
   InstallAll({VlanEntry(10, 1)});
   EXPECT_EQ(data_plane_->writes(), 0);
-  // The parent of 11 has another one.
+  // The parent of 11 has another MTU.
   InstallAll({VlanEntry(11, 2)});
   EXPECT_EQ(data_plane_->writes(), 1);
 }
@@ -397,7 +397,7 @@ TEST_F(LeftoversTest, AnyReinstallAfterAnyOtherKeepsTheRoutesOfBoth) {
       const bool refused = data_plane_->Commit().has_value();
       refuses_ = nullptr;
       if (!refused) continue;
-      // As the server does: it takes the batch back, and repeats it one by one.
+      // Like the server, undoes the batch and repeats its requests one by one.
       ++refusals;
       for (std::size_t back = i; back-- != begin;) {
         data_plane_->Remove(second[back].kind, second[back].id);

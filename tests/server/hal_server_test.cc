@@ -157,7 +157,7 @@ TEST(HalServer, AnswersAConversation) {
   EXPECT_EQ(tables.Entries(HalKind::kMpls).at(9), mpls.SerializeAsString());
 }
 
-TEST(HalServer, SaysHowLongItHadARequest) {
+TEST(HalServer, ReportsHowLongItHadARequest) {
   TestServer server;
   RawClient client(server.path());
   ASSERT_TRUE(client.Greet());
@@ -169,7 +169,7 @@ TEST(HalServer, SaysHowLongItHadARequest) {
   EXPECT_LE(std::chrono::nanoseconds(result->hal_ns), time);
 }
 
-TEST(HalServer, WarnsOfAClientThatLeavesInTheMiddle) {
+TEST(HalServer, WarnsOfAClientThatLeavesInTheMiddleOfAFrame) {
   TestServer server;
   std::optional<RawClient> client(server.path());
   ASSERT_TRUE(client->Greet());

@@ -114,7 +114,7 @@ TEST_F(LinuxDataPlaneTest, AdoptsADeviceWithTheMtuOfItsParent) {
   EXPECT_EQ(data_plane->writes(), 0);
 }
 
-TEST_F(LinuxDataPlaneTest, MakesADeviceThatIsDownAnew) {
+TEST_F(LinuxDataPlaneTest, RecreatesADeviceThatIsDown) {
   auto data_plane = Make();
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);

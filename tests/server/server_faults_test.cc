@@ -281,14 +281,14 @@ TEST(ServerFaults, SleepsUntilAResultIsDue) {
   EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 4) << "processor time";
 }
 
-// A late result wakes the server while it reads already.
-TEST(ServerFaults, DelaysResultsOfAClientThatGoesOn) {
+// A late result wakes the server while it is already reading.
+TEST(ServerFaults, DelaysResultsOfAClientThatKeepsSending) {
   TestServer server(R"(fault { what: "delay" ms: 1 })");
   RawClient client(server.path());
   client.Greet();
   client.Send(Installs(1, 1));
   EXPECT_EQ(client.Receive(), Result(1, 0, 1));
-  // More than the server takes in one read waits for it.
+  // Sends more than the server takes in one read.
   server.Hold(milliseconds(200));
   std::string beats;
   std::vector<RawFrame> expected;

@@ -74,7 +74,7 @@ class TestServer {
     return lines_;
   }
 
-  /// The level of a line that the log has.
+  /// The level of a line in the log.
   LogLevel LevelOf(const std::string& line) {
     const std::lock_guard lock(mutex_);
     return levels_.at(line);

@@ -36,13 +36,13 @@ class LinuxKernel {
   /// Leaves all objects in the kernel.
   ~LinuxKernel();
 
-  /// Reads the objects with our mark. Leaves out devices that are down, because nothing goes
-  /// through them. `Apply` may change only these and those that it has added itself. Throws
+  /// Reads the objects with our mark, except devices that are down: they carry no traffic. `Apply`
+  /// may change only these objects and those that it has added itself. Throws
   /// `std::system_error`.
   KernelObjects Read();
 
-  /// Removes our devices that are down: their making was interrupted, or somebody else has taken
-  /// them down. Call `Read` afterwards. Throws `std::system_error`.
+  /// Removes our devices that are down: a server ended while it created them, or another program
+  /// has taken them down. Call `Read` afterwards. Throws `std::system_error`.
   void RemoveDevicesThatAreDown();
 
   /// The MTU of every device, by name. Throws `std::system_error`.
