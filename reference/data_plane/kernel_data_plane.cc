@@ -8,7 +8,7 @@
 namespace reference {
 namespace {
 
-// How many differing objects a repair names.
+// The number of differing objects that a repair names.
 constexpr std::size_t kNamed = 3;
 
 template <typename Map>

@@ -30,7 +30,7 @@ struct RefusedChange {
 /// Makes the changes in this order, and returns the refused ones in the same order.
 using WriteChanges = std::function<std::vector<RefusedChange>(const std::vector<KernelChange>&)>;
 
-/// What is in the kernel.
+/// The contents of the kernel.
 struct KernelState {
   /// Those with our marks.
   KernelObjects objects;
@@ -41,7 +41,7 @@ struct KernelState {
 /// How the data plane reaches the kernel.
 struct KernelAccess {
   WriteChanges write;
-  /// The rest is empty if nothing can be read.
+  /// This and the members below are empty if the kernel cannot be read.
   std::function<KernelState()> read;
   /// See `DataPlane::TakeChanges`.
   std::function<bool()> take_changes;

@@ -37,14 +37,14 @@ class PairSet {
 
  private:
   using Block = std::vector<Pair>;
-  // By the least pair that goes into the block; the greatest is below the next block's.
+  // By the least pair that belongs in the block. All its pairs are below the next block's key.
   using Blocks = std::map<Pair, Block>;
 
   Blocks::const_iterator BlockFor(const Pair& pair) const {
     return std::prev(blocks_.upper_bound(pair));
   }
 
-  // The first one stays, even if it is empty.
+  // The first block stays, even if it is empty.
   Blocks blocks_ = {{Pair(), Block()}};
 };
 

@@ -134,7 +134,7 @@ class Translation {
   static HalReturnCode ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry);
   HalReturnCode FindParent(const std::string& lim_id, Vlan* vlan) const;
 
-  // Exchanges the entry, where none stands for one that does not exist, and with it the objects of
+  // Exchanges the entry with the stored one (empty if there is none), and updates the objects of
   // all entries that depend on it. Returns whether the kernel can represent them.
   HalReturnCode Exchange(std::uint32_t id, std::optional<Entry>* entry);
   void Index(std::uint32_t id, const Entry& entry, bool add);
@@ -148,7 +148,7 @@ class Translation {
   bool Forwards(std::uint32_t id) const;
 
   // Adds or removes the objects of an entry, if it exists. Returns whether the kernel can represent
-  // it; an entry without any objects is no obstacle to removing them.
+  // it. Removing the objects of an entry that has none succeeds.
   HalReturnCode Change(std::uint32_t id, bool add);
   // Shared objects exist for as long as something uses them.
   void UseDevice(const std::string& name, const KernelDevice& device, bool add);

@@ -11,11 +11,11 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kPrice{200};
-// For 50 repairs at once.
+// Enough for 50 repairs in a row.
 constexpr milliseconds kCredit{9'800};
-// One part of the time in ten is for repairs.
+// Repairs may take one tenth of the time.
 constexpr int kPause = 9;
-// One cause often has several notifications.
+// One cause often leads to several notifications.
 constexpr milliseconds kSettle{5};
 constexpr seconds kReportInterval{60};
 
@@ -41,7 +41,7 @@ DataPlaneWatch::DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plan
   if (audit_ != seconds::zero()) AwaitAudit();
 }
 
-// The descriptor is the data plane's.
+// The data plane owns the descriptor.
 DataPlaneWatch::~DataPlaneWatch() {
   if (changes_.is_open()) changes_.release();
 }

@@ -15,8 +15,8 @@
 
 namespace reference {
 
-/// Says when the hardware may be repaired, so that somebody who keeps changing it costs little: a
-/// tenth of the time at most, and no more than five repairs a second after the first 50.
+/// Limits repairs of the hardware, so that a program that keeps changing it costs little: at most a
+/// tenth of the time, and no more than five repairs a second after the first 50.
 ///
 /// A value.
 class RepairBudget {
@@ -26,7 +26,7 @@ class RepairBudget {
   /// When the next repair may begin.
   Time next() const { return next_; }
 
-  /// A repair began and ended at these times.
+  /// Records a repair that began and ended at these times.
   void Spend(Time begin, Time end);
 
  private:
@@ -35,20 +35,20 @@ class RepairBudget {
   Time paid_until_;
 };
 
-/// Notices what somebody else changes in the hardware, and repairs it; also looks at regular
-/// intervals. Logs what differed, at most one line a minute.
+/// Repairs the hardware when another program has changed it, and checks it at regular intervals.
+/// Logs the differences, at most one line a minute.
 ///
 /// The server owns it. Used on the thread that runs the `io_context`.
 class DataPlaneWatch {
  public:
-  /// `data_plane` must outlive it. `audit` is the interval between two looks; 0 for none.
+  /// `data_plane` must outlive it. `audit` is the interval between two checks; 0 for none.
   DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, std::chrono::seconds audit,
                  LogFunction log);
   DataPlaneWatch(const DataPlaneWatch&) = delete;
   DataPlaneWatch& operator=(const DataPlaneWatch&) = delete;
   ~DataPlaneWatch();
 
-  /// How many objects have been found to differ.
+  /// The number of objects that have differed so far.
   std::uint64_t differences() const { return differences_; }
 
  private:
@@ -70,7 +70,7 @@ class DataPlaneWatch {
   bool scheduled_ = false;
   RepairBudget budget_;
   std::uint64_t differences_ = 0;
-  // Since the last line.
+  // The differences since the last log line.
   std::size_t unreported_ = 0;
   Time reported_;
 };

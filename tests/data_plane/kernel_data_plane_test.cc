@@ -126,7 +126,7 @@ TEST_F(KernelDataPlaneTest, WhatCannotBeUndoneIsLogged) {
   EXPECT_EQ(data_plane_.Commit(), std::nullopt);
 }
 
-TEST_F(KernelDataPlaneTest, ARepairMakesWhatSomebodyElseChanged) {
+TEST_F(KernelDataPlaneTest, ARepairUndoesWhatAnotherProgramChanged) {
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallHost, Neighbour(20, 10))), kHalSuccess);
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallEcmp, Ecmp(30, {20}))), kHalSuccess);

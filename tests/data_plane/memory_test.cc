@@ -20,7 +20,7 @@ constexpr std::uint32_t kObjects = 4'000;
 constexpr std::uint32_t kVlan = 1;
 constexpr std::uint32_t kFirst = 1'000;
 constexpr std::uint32_t kFirstGroup = 1'000'000;
-// Together with what `LinuxKernel` keeps about a next hop, below 300 bytes.
+// With the memory that `LinuxKernel` needs for a next hop, the sum is below 300 bytes.
 constexpr std::ptrdiff_t kMaxBytes = 250;
 const std::string kMac("\x02\x00\x00\x00\x01\x0a", 6);
 
@@ -60,7 +60,7 @@ std::ptrdiff_t BytesEach(InstallOne install, HalTables* tables, KernelDataPlane*
   const std::ptrdiff_t before = testing_support::LiveBytes();
   for (std::uint32_t i = 0; i < kObjects; ++i) {
     install(i, tables);
-    // As after a read of many requests.
+    // A commit, as after a read of many requests.
     if (i % 500 == 0) data_plane->CommitOrLeave();
   }
   data_plane->CommitOrLeave();

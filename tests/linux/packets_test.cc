@@ -219,7 +219,7 @@ class PacketsTest : public ::testing::TestWithParam<Family> {
     Put(HostOn(kOutVlan, kOutHost));
   }
 
-  // The server goes, and its objects stay.
+  // The server ends, and its objects stay.
   void StopHal() { hal_.reset(); }
   ProgrammedKernel& StartHal() { return hal_.emplace(); }
 
@@ -926,7 +926,7 @@ TEST_P(RestartPacketsTest, RoutesStayWhenADestinationChangesMeanwhile) {
   EXPECT_EQ(OneThrough().packet.to, kOtherMac);
 }
 
-TEST_P(RestartPacketsTest, WhatNobodyNamesForwardsUntilTheReinstallEnds) {
+TEST_P(RestartPacketsTest, UnnamedObjectsForwardUntilTheReinstallEnds) {
   Put(HostOn(kOutVlan, kHost));
   RouteTo(kHost);
   StopHal();

@@ -18,8 +18,8 @@ ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "&": "|", "|": "&", "&&": 
 RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
            ("Success", "Error"), ("TraceLevel", "ErrorLevel"), ("db_id", "secondary_id", "vrf_id"),
            ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]
-# Functions that change nothing, and that change nothing but their object. Nothing that may run a
-# destructor is among them.
+# Functions that change nothing, and functions that change only their object. None may run a
+# destructor.
 READERS = {"static_cast", "now", "min", "max", "size", "empty", "begin", "end", "data", "c_str",
            "count"}
 GROWERS = {"push_back", "emplace", "emplace_back", "append"}

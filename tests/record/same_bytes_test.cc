@@ -111,7 +111,7 @@ TEST(SameBytesTest, AHelloAndADigest) {
                                              "\x19\x08\x07\x06\x05\x04\x03\x02\x01"
                                              "\x28\x80\x80\x04"
                                              "\x38\x01"));
-  // Worked out apart from this code, for id 10.
+  // Computed independently of this code, for id 10.
   EXPECT_EQ(EntryHash(10, VlanBytes()), 0xDBEBADDDE8C87EBCU);
 }
 

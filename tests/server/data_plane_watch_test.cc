@@ -1,4 +1,4 @@
-/// When the server looks at the hardware, and what it says about it.
+/// When the server checks the hardware, and what it logs about it.
 
 #include "reference/server/data_plane_watch.h"
 
@@ -104,7 +104,7 @@ TEST_F(DataPlaneWatchTest, AChangeLeadsToARepair) {
   EXPECT_EQ(watch_->differences(), 2);
 }
 
-TEST_F(DataPlaneWatchTest, SaysWhatItCannotRepair) {
+TEST_F(DataPlaneWatchTest, LogsWhatItCannotRepair) {
   data_plane_.set_repair({1, "zd10 missing", {"there is no device eth2", "no such device"}});
   Watch();
   Change();
@@ -114,7 +114,7 @@ TEST_F(DataPlaneWatchTest, SaysWhatItCannotRepair) {
                           "cannot repair all: there is no device eth2"));
 }
 
-TEST_F(DataPlaneWatchTest, SaysNothingWhenNothingDiffers) {
+TEST_F(DataPlaneWatchTest, LogsNothingWhenNothingDiffers) {
   Watch();
   Change();
   EXPECT_TRUE(RunUntilRepairs(1));
@@ -144,7 +144,7 @@ TEST_F(DataPlaneWatchTest, LogsALineAMinuteAtMost) {
   EXPECT_EQ(watch_->differences(), 3);
 }
 
-TEST_F(DataPlaneWatchTest, SomebodyWhoKeepsChangingCostsLittle) {
+TEST_F(DataPlaneWatchTest, AProgramThatKeepsChangingCostsLittle) {
   data_plane_.set_repair({1, "zd10 missing", {}});
   Watch();
   const auto begin = steady_clock::now();
@@ -162,7 +162,7 @@ TEST_F(DataPlaneWatchTest, AnAuditNeedsNoChange) {
   EXPECT_TRUE(RunUntilRepairs(2));
 }
 
-TEST_F(DataPlaneWatchTest, WithoutADescriptorOnlyTheAuditLooks) {
+TEST_F(DataPlaneWatchTest, WithoutADescriptorOnlyTheAuditRepairs) {
   data_plane_.set_change_fd(-1);
   Watch(seconds(1));
   EXPECT_TRUE(RunUntilRepairs(1));

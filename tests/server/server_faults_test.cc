@@ -178,7 +178,7 @@ class StartObserver : public RequestObserver {
   std::atomic<int> starts_ = 0;
 };
 
-TEST(ServerFaults, ACrashIsAStartForTheObserver) {
+TEST(ServerFaults, TheObserverSeesACrashAsAStart) {
   StartObserver observer;
   HalServerOptions options;
   options.observer = &observer;

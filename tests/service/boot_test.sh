@@ -4,7 +4,7 @@
 #
 #     boot_test.sh PACKAGES    the folder with the .deb files that ./package builds
 #
-# The system is of this system's release and processor (amd64).
+# The machine's Debian has the release and the architecture (amd64) of this system.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)

@@ -9,7 +9,7 @@ export LC_ALL=C SYSTEMD_PAGER=''
 
 readonly SITE=/etc/zuskux/site.txtpb CONTROL=/run/zuskux-manager/manager.sock
 readonly EXAMPLE=/usr/share/zuskux/sites/two_uplinks.txtpb
-# In fifths of a second. A watchdog takes 60 s of it.
+# In fifths of a second. The watchdog alone takes 60 s.
 readonly PATIENCE=900
 
 fail() {
@@ -47,7 +47,7 @@ logged() { journalctl --unit "$1" --output cat PRIORITY="$2" | grep "$3" >/dev/n
 echo 'without a site: the manager does not start'
 systemctl start zuskux-manager
 [ "$(property zuskux-manager ActiveState)" = inactive ] || fail 'it has started'
-[ "$(property zuskux-manager ConditionResult)" = no ] || fail 'for another reason'
+[ "$(property zuskux-manager ConditionResult)" = no ] || fail 'zuskux-manager is inactive for another reason'
 systemctl stop zuskux-hal
 
 echo "the operator's commands: both are ready"
@@ -69,7 +69,7 @@ user=$(stat -c %u "/proc/$(pid zuskux-hal)")
 for unit in zuskux-hal zuskux-manager; do
   grep -qx $'NoNewPrivs:\t1' "/proc/$(pid "$unit")/status" || fail "$unit may gain privileges"
   grep -qx $'CapEff:\t0000000000000000' "/proc/$(pid "$unit")/status" || fail "$unit is privileged"
-  grep -qx $'Seccomp:\t2' "/proc/$(pid "$unit")/status" || fail "$unit may call everything"
+  grep -qx $'Seccomp:\t2' "/proc/$(pid "$unit")/status" || fail "$unit may make any system call"
   [ "$(stat -c %u "/proc/$(pid "$unit")")" = "$user" ] || fail "$unit runs as another user"
   [ "$(stat -c '%a %u' "/run/$unit/")" = "700 $user" ] || fail "others may enter /run/$unit"
 done
@@ -82,7 +82,7 @@ until_true 'the new object is installed' object_is another-lan installed
 : >"$SITE"
 ! systemctl reload zuskux-manager || fail 'an empty site is taken'
 object_is another-lan installed || fail 'an empty site has removed what was there'
-[ "$(pid zuskux-manager)" = "$before" ] || fail 'it was started again instead'
+[ "$(pid zuskux-manager)" = "$before" ] || fail 'zuskux-manager was restarted instead'
 cp "$EXAMPLE" "$SITE"
 systemctl reload zuskux-manager
 until_true 'the object is removed' object_is another-lan removed
@@ -106,7 +106,7 @@ until_true 'the manager is in order' in_order
 echo 'another manager takes over: ours ends and stays so'
 zuskux-manager "$SITE" --hal unix:/run/zuskux-hal/hal.sock --take-over >/tmp/table
 until_true 'our manager has ended' eval '[ "$(property zuskux-manager ActiveState)" = failed ]'
-[ "$(property zuskux-manager ExecMainStatus)" -eq 4 ] || fail 'with another status'
+[ "$(property zuskux-manager ExecMainStatus)" -eq 4 ] || fail 'it ended with another status'
 [ "$(restarts zuskux-manager)" -eq 2 ] || fail 'it was started again'
 
 echo 'wrong usage: the server is not started again'
@@ -115,8 +115,8 @@ printf '[Service]\nExecStart=\nExecStart=/usr/bin/zuskux-hal --mistyped\n' \
   >/run/systemd/system/zuskux-hal.service.d/test.conf
 systemctl daemon-reload
 ! systemctl restart zuskux-hal 2>/tmp/error || fail 'it has started'
-[ "$(property zuskux-hal ExecMainStatus)" -eq 2 ] || fail 'with another status'
-[ "$(property zuskux-hal ActiveState)" = failed ] || fail 'it is started again'
+[ "$(property zuskux-hal ExecMainStatus)" -eq 2 ] || fail 'it ended with another status'
+[ "$(property zuskux-hal ActiveState)" = failed ] || fail 'it was restarted'
 rm -r /run/systemd/system/zuskux-hal.service.d
 systemctl daemon-reload
 
@@ -125,7 +125,7 @@ systemctl start zuskux-hal zuskux-manager
 until_true 'the manager is in order' in_order
 systemctl stop zuskux-manager zuskux-hal
 for unit in zuskux-hal zuskux-manager; do
-  [ "$(property "$unit" Result)" = success ] || fail "$unit did not end well"
+  [ "$(property "$unit" Result)" = success ] || fail "$unit did not end with success"
   [ ! -e "/run/$unit" ] || fail "/run/$unit is still there"
 done
 

@@ -795,11 +795,11 @@ TEST_F(ReinstallTest, ReportsWhenItIsInSync) {
   EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0"));
 }
 
-TEST_F(ReinstallTest, BeginsAndEndsThoughNothingElseIsSent) {
+TEST_F(ReinstallTest, BeginsAndEndsEvenIfNothingElseIsSent) {
   SocketHalOptions options = Options();
   options.heartbeat = std::chrono::hours(1);
   StartConnected(options);
-  // Nearly always, the client's thread sleeps by then.
+  // By then, the client's thread is nearly always asleep.
   std::this_thread::sleep_for(milliseconds(20));
   hal_->BeginReinstall();
   EXPECT_EQ(server_.Next().type, FrameType::kBeginReinstall);

@@ -13,7 +13,7 @@ std::size_t AllocationCount();
 /// Allocations of the whole program that have not been deleted.
 std::ptrdiff_t LiveAllocations();
 
-/// The memory that these take, with the heap's own 8 bytes for each.
+/// The memory of these allocations, including the heap's own 8 bytes for each.
 std::ptrdiff_t LiveBytes();
 
 /// Makes the `n`-th allocation of this thread from now on throw `std::bad_alloc` (1 is the next
