@@ -23,6 +23,7 @@ class ZUSKUX_EXPORT MessageControllerVlan : public msg_ctrl::MessageController {
   ~MessageControllerVlan() override;
 
   /// The HAL answered a request for the VLAN destination whose ids are in the record.
+  /// @{
   void CreatedDestVlanSuccess();
   void CreatedDestVlanError();
   void UpdatedDestVlanSuccess();
@@ -42,6 +43,7 @@ class ZUSKUX_EXPORT MessageControllerHost : public msg_ctrl::MessageController {
   ~MessageControllerHost() override;
 
   /// The HAL answered a request for the host destination whose ids are in the record.
+  /// @{
   void CreatedDestHostSuccess();
   void CreatedDestHostError();
   void UpdatedDestHostSuccess();
@@ -61,6 +63,7 @@ class ZUSKUX_EXPORT MessageControllerEcmp : public msg_ctrl::MessageController {
   ~MessageControllerEcmp() override;
 
   /// The HAL answered a request for the ECMP group whose ids are in the record.
+  /// @{
   void CreatedDestEcmpSuccess();
   void CreatedDestEcmpError();
   void DeletedDestEcmpSuccess();
@@ -78,6 +81,7 @@ class ZUSKUX_EXPORT MessageControllerMpls : public msg_ctrl::MessageController {
   ~MessageControllerMpls() override;
 
   /// The HAL answered a request for the MPLS destination whose ids are in the record.
+  /// @{
   void CreatedDestMplsSuccess();
   void CreatedDestMplsError();
   void UpdatedDestMplsSuccess();
