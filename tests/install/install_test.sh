@@ -126,6 +126,10 @@ END
   status=0
   "$check" "$work/hidden.cc" 2>"$work/error" || status=$?
   [ "$status" -eq 2 ] || fail "exit status $status for a file that is not an object file"
+  status=0
+  "$check" "$work/nowhere.o" 2>"$work/error" || status=$?
+  [ "$status $(cat "$work/error")" = "2 zuskux-check-platform: $work/nowhere.o cannot be read" ] ||
+    fail "status $status for a missing file: $(cat "$work/error")"
 }
 
 "$step"
