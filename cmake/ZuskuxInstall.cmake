@@ -46,12 +46,11 @@ function(zuskux_install_program target)
   install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endfunction()
 
-# zuskux_install_platform_folder(<folder> EXCEPT <header>...): installs the headers that the library
-# was built with, including those in subfolders.
+# zuskux_install_platform_folder(<folder>): installs the headers that the library was built with,
+# including those in subfolders.
 function(zuskux_install_platform_folder folder)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" EXCEPT)
   zuskux_install_interface(platform_${folder})
-  set(installed ${ARG_EXCEPT})
+  set(installed ${ZUSKUX_STANDIN_HEADERS})
   foreach(root IN LISTS ZUSKUX_PLATFORM_ROOTS)
     set(patterns *.h *.hh *.hpp *.hxx *.inc *.ipp)
     list(TRANSFORM patterns PREPEND ${root}/${folder}/)

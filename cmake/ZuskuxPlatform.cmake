@@ -10,9 +10,16 @@ set(ZUSKUX_PLATFORM_ROOTS ${ZUSKUX_PLATFORM_DIR} ${CMAKE_SOURCE_DIR}/platform)
 # The folders that a vendor can replace.
 set(ZUSKUX_VENDOR_FOLDERS app_framework hal_schema hal_client interface_ids dest_manager)
 
+# Headers of the stand-ins in platform/. The library does not use them, so they are not installed.
+set(ZUSKUX_STANDIN_HEADERS interface_table.h)
+
 # Fails if ZUSKUX_PLATFORM_DIR, or a part of it, would silently be ignored.
 function(zuskux_check_vendor_platform)
   if(NOT ZUSKUX_PLATFORM_DIR)
+    if(ZUSKUX_VENDOR)
+      message(FATAL_ERROR "ZUSKUX_PLATFORM_DIR is not set. Name the vendor's platform with "
+                          "-D ZUSKUX_PLATFORM_DIR=FOLDER.")
+    endif()
     return()
   endif()
   if(NOT IS_DIRECTORY ${ZUSKUX_PLATFORM_DIR})
@@ -47,9 +54,25 @@ function(zuskux_add_platform_folder folder)
   set(path ${CMAKE_SOURCE_DIR}/platform/${folder})
   if(folder IN_LIST ZUSKUX_VENDOR_FOLDERS AND EXISTS ${ZUSKUX_PLATFORM_DIR}/${folder}/CMakeLists.txt)
     set(path ${ZUSKUX_PLATFORM_DIR}/${folder})
+    file(GLOB defaults RELATIVE ${CMAKE_SOURCE_DIR}/platform/${folder}
+         ${CMAKE_SOURCE_DIR}/platform/${folder}/*.h ${CMAKE_SOURCE_DIR}/platform/${folder}/*.proto)
+    file(GLOB own RELATIVE ${path} ${path}/*)
+    list(REMOVE_ITEM defaults ${own} ${ZUSKUX_STANDIN_HEADERS})
+    list(JOIN defaults ", " defaults)
     message(STATUS "Platform: ${folder} from ${path}")
+    if(defaults)
+      message(STATUS "  and from platform/: ${defaults}")
+    endif()
   endif()
   add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
+endfunction()
+
+# zuskux_check_arguments(<function> <unknown argument>...): fails if there is any.
+function(zuskux_check_arguments function)
+  if(ARGN)
+    list(JOIN ARGN " " unknown)
+    message(FATAL_ERROR "${function} does not take \"${unknown}\"; see cmake/ZuskuxPlatform.cmake.")
+  endif()
 endfunction()
 
 # zuskux_platform_requires(<package> [VERSION <version>] [PKG_CONFIG <module>]): finds a CMake
@@ -59,6 +82,7 @@ endfunction()
 # A macro, because find_package sets variables for its caller.
 macro(zuskux_platform_requires package)
   cmake_parse_arguments(ZUSKUX_REQUIRES "" "VERSION;PKG_CONFIG" "" ${ARGN})
+  zuskux_check_arguments(zuskux_platform_requires ${ZUSKUX_REQUIRES_UNPARSED_ARGUMENTS})
   set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
   find_package(${package} ${ZUSKUX_REQUIRES_VERSION} REQUIRED)
   unset(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL)
@@ -69,17 +93,21 @@ macro(zuskux_platform_requires package)
   endif()
 endmacro()
 
-# zuskux_platform_interface(<folder> [DEPENDS <target>...] [STANDIN_HEADERS <header>...]): defines
-# the interface of the folder. The stand-in's headers are not installed.
+# zuskux_platform_interface(<folder> [DEPENDS <target>...]): defines the interface of the folder.
 function(zuskux_platform_interface folder)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "DEPENDS;STANDIN_HEADERS")
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "DEPENDS")
+  zuskux_check_arguments(zuskux_platform_interface ${ARG_UNPARSED_ARGUMENTS})
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME name)
+  if(NOT folder STREQUAL name)
+    message(FATAL_ERROR "zuskux_platform_interface(${folder}) is in the folder ${name}.")
+  endif()
   add_library(platform_${folder} INTERFACE)
   add_library(platform::${folder} ALIAS platform_${folder})
   target_include_directories(
     platform_${folder} INTERFACE "$<BUILD_INTERFACE:${ZUSKUX_PLATFORM_ROOTS}>"
                                  $<INSTALL_INTERFACE:${ZUSKUX_INSTALL_PLATFORM}>)
   target_link_libraries(platform_${folder} INTERFACE ${ARG_DEPENDS})
-  zuskux_install_platform_folder(${folder} EXCEPT ${ARG_STANDIN_HEADERS})
+  zuskux_install_platform_folder(${folder})
 endfunction()
 
 # zuskux_platform_standin(<folder> <source>...): defines the stand-in.

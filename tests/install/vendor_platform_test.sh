@@ -29,17 +29,31 @@ configure() {
 
 # refuses FOLDER TEXT: checks that the configuration fails with TEXT.
 refuses() {
-  if configure -DZUSKUX_PLATFORM_DIR="$1"; then fail "$1 is accepted"; fi
+  if configure ${1:+-DZUSKUX_PLATFORM_DIR="$1"}; then fail "$1 is accepted"; fi
   # CMake wraps its messages.
   tr -s '[:space:]' ' ' <"$work/log" | grep -qF "$2" || fail "$1: no \"$2\" in: $(cat "$work/log")"
 }
 
+# refuses_line LINE TEXT: the same of a platform whose interface_ids/CMakeLists.txt is LINE.
+refuses_line() {
+  mkdir -p "$work/line/interface_ids"
+  echo "$1" >"$work/line/interface_ids/CMakeLists.txt"
+  refuses "$work/line" "$2"
+}
+
 mkdir -p "$work/empty" "$work/mistyped/hal_cleint" "$work/bare/hal_client"
 touch "$work/mistyped/hal_cleint/CMakeLists.txt"
+refuses '' 'ZUSKUX_PLATFORM_DIR is not set'
 refuses "$work/nowhere" "$work/nowhere, which is not a folder"
 refuses "$work/empty" 'has none of these folders: app_framework, hal_schema, hal_client'
 refuses "$work/mistyped" 'hal_cleint replaces nothing'
 refuses "$work/bare" 'hal_client has no CMakeLists.txt'
+refuses_line 'zuskux_platform_interface(interface_id)' \
+  'zuskux_platform_interface(interface_id) is in the folder interface_ids'
+refuses_line 'zuskux_platform_interface(interface_ids vendor::ids)' \
+  'zuskux_platform_interface does not take "vendor::ids"'
+refuses_line 'zuskux_platform_requires(Threads COMPONENTS ids)' \
+  'zuskux_platform_requires does not take "COMPONENTS ids"'
 
 # The vendor's package: an imported target with headers.
 mkdir -p "$package/include/vendor_ids" "$package/lib/cmake/vendor_ids" "$package/lib/pkgconfig"
@@ -73,6 +87,15 @@ for folder in app_framework dest_manager hal_client interface_ids; do
   grep -qF "Platform: $folder from $platform/$folder" "$work/log" ||
     fail "the vendor's $folder is not used"
 done
+# The vendor has both headers of interface_ids and none of app_framework.
+grep -A1 -F 'Platform: app_framework' "$work/log" |
+  grep -qxF -- '--   and from platform/: app_message.h, message_controller.h, strategy.h' ||
+  fail "the headers that the vendor lacks are not named: $(cat "$work/log")"
+! grep -A1 -F 'Platform: interface_ids' "$work/log" | grep -F 'and from' ||
+  fail 'headers that the vendor has are named as missing'
+# Packages of this build are those of the library.
+grep -qx 'set(CPACK_COMPONENTS_ALL "runtime;development")' "$build/CPackConfig.cmake" ||
+  fail "a package would be empty: $(grep COMPONENTS_ALL "$build/CPackConfig.cmake")"
 cmake --build "$build" >"$work/log" || fail "$(cat "$work/log")"
 
 # The skeleton defines everything except the handlers, which belong to the host program.
@@ -87,8 +110,12 @@ diff -u --label 'the handlers' --label 'what the skeleton lacks' "$work/handlers
 for component in runtime development; do
   cmake --install "$build" --prefix "$prefix" --component "$component" >"$work/log"
 done
+(cd "$prefix/include/zuskux/platform/interface_ids" && find . -type f | sort) >"$work/headers"
+printf './%s\n' detail/index.hpp lim_id.h mac_addr.h |
+  diff -u --label 'the headers of interface_ids' --label 'what is installed' - "$work/headers"
+# The package raises the host's own, older standard.
 cmake -S "$source/examples/host" -B "$work/host" -G Ninja -Dzuskux_ROOT="$prefix" \
-  -DCMAKE_PREFIX_PATH="$package" -DCMAKE_CXX_COMPILER="${CXX:-g++}" >"$work/log"
+  -DCMAKE_PREFIX_PATH="$package" -DCMAKE_CXX_COMPILER="${CXX:-g++}" -DCMAKE_CXX_STANDARD=14 >"$work/log"
 cmake --build "$work/host" >>"$work/log" || fail "a host does not build: $(cat "$work/log")"
 "$work/host/host" >"$work/host_output" 2>"$work/host_trace"
 diff -u "$source/tests/install/host_output.txt" "$work/host_output"
