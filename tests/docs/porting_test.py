@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Checks that docs/porting.md names every symbol that libzuskux.so leaves to its host, and that the
-skeleton in examples/vendor_platform defines each one and agrees on whether it may throw.
+skeleton in examples/vendor_platform defines each one and agrees on whether it may throw. Also checks that
+the page names the fields of the records that the library reads, and no others.
 
-    porting_test.py PORTING_MD SYMBOLS_LEFT_UNDEFINED SKELETON
+    porting_test.py PORTING_MD SYMBOLS_LEFT_UNDEFINED SKELETON LIBRARY
 
 Ignores the schemas' symbols, since the schemas are separate libraries, and virtual tables and type
 information, which come with a destructor.
@@ -66,6 +67,19 @@ def contradictions(page, skeleton):
             yield f'{name}: the skeleton says that it may throw; docs/porting.md does not'
 
 
+def wrong_fields(page, library):
+    """What differs between the fields of a record that the page lists and those that the library reads."""
+    for kind in ('vlan', 'host', 'mpls'):
+        text = (library / f'dest_{kind}/hai/hai_dest_{kind}.cc').read_text()
+        read = set(re.findall(r'\brecord\.(?!has_)([a-z_]+)\(', text))
+        row = re.search(rf'^\| \w+ \| `Dest{kind.capitalize()}Message` \|(.*)$', page, re.MULTILINE)
+        listed = set(re.findall(r'`(\w+)`', row[1])) if row else set()
+        for field in sorted(read - listed):
+            yield f'docs/porting.md does not list {field}, which the library reads of a {kind} record'
+        for field in sorted(listed - read):
+            yield f'docs/porting.md lists {field}, which the library does not read of a {kind} record'
+
+
 def main():
     page = pathlib.Path(sys.argv[1]).read_text()
     symbols = [line[2:].replace('[abi:cxx11]', '')
@@ -74,7 +88,8 @@ def main():
     missing = [symbol for symbol in symbols if not is_named(symbol, page)]
     for symbol in missing:
         print(f'{symbol} is not named')
-    differences = list(contradictions(page, pathlib.Path(sys.argv[3])))
+    differences = [*contradictions(page, pathlib.Path(sys.argv[3])),
+                   *wrong_fields(page, pathlib.Path(sys.argv[4]))]
     for difference in differences:
         print(difference)
     print(f'{len(symbols)} symbols, {len(missing)} not named')
