@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <utility>
 
+#include "reference/server/abandoned_tables.h"
 #include "reference/server/data_plane_watch.h"
 #include "reference/server/server_faults.h"
 #include "reference/server/session.h"
@@ -21,6 +22,9 @@ class HalServer::Impl {
             [this](const ErrorCode& error) {
               state_->Log(LogLevel::kError, "cannot accept a client: " + error.message());
             }) {
+    if (const auto keep = state_->options.keep) {
+      state_->abandoned_tables = std::make_unique<AbandonedTables>(io, state_.get(), *keep);
+    }
     if (state_->options.data_plane == nullptr) return;
     state_->watch = std::make_unique<DataPlaneWatch>(
         io, state_->options.data_plane, state_->options.audit,
@@ -30,6 +34,7 @@ class HalServer::Impl {
   Impl& operator=(const Impl&) = delete;
   ~Impl() {
     state_->watch.reset();
+    state_->abandoned_tables.reset();
     state_->CloseSessions();
   }
 

@@ -46,6 +46,8 @@ constexpr int kBadUsage = 2;
 constexpr int kDifference = 3;
 
 constexpr std::int64_t kMaxTableSize = std::int64_t{1} << 32;
+// A year.
+constexpr std::int64_t kMaxKeep = 31'536'000;
 constexpr std::int64_t kMaxAudit = 86'400;
 constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
 
@@ -75,6 +77,9 @@ po::options_description Options() {
       ("max-payload",                                                               //
        po::value<std::int64_t>()->value_name("BYTES")->default_value(max_payload),  //
        "longest payload of a request")                                              //
+      ("keep", po::value<std::int64_t>()->value_name("SECONDS"),                    //
+       "how long the tables stay without a manager\n"                               //
+       "(missing: for ever)")                                                       //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
        "inject the faults in the file")                                             //
       ("record", po::value<std::string>()->value_name("FILE"),                      //
@@ -125,9 +130,10 @@ bool IsTablesCommand(const po::variables_map& values) {
 // Rejects options of the other command.
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
-      tables_command ? std::vector<std::string>{"table-size", "max-payload", "fault", "record",
-                                                "quiet",      "data-plane",  "print", "audit"}
-                     : std::vector<std::string>{"json", "check"};
+      tables_command
+          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet",
+                                     "data-plane", "print",       "audit", "keep"}
+          : std::vector<std::string>{"json", "check"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
     throw UsageError("--" + option +
@@ -305,6 +311,9 @@ int Run(const po::variables_map& values) {
   if (values.count("data-plane") != 0) {
     interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
     if (!interfaces) return kBadUsage;
+  }
+  if (values.count("keep") != 0) {
+    options.keep = std::chrono::seconds(ReadNumber(values, "keep", kMaxKeep));
   }
   if (values.count("audit") != 0) {
     options.audit = std::chrono::seconds(ReadNumber(values, "audit", kMaxAudit, 0));

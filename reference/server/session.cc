@@ -15,6 +15,7 @@
 
 #include "reference/hal/data_plane.h"
 #include "reference/hal/request_observer.h"
+#include "reference/server/abandoned_tables.h"
 #include "reference/server/data_plane_watch.h"
 #include "reference/server/decode_request.h"
 #include "reference/text/printable.h"
@@ -62,12 +63,6 @@ void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::
   }
 }
 
-std::size_t EntryCount(const HalTables& tables) {
-  std::size_t count = 0;
-  for (const HalKind kind : kAllHalKinds) count += tables.size(kind);
-  return count;
-}
-
 // Throws `ProtocolError` for a frame that is invalid after the hello.
 void CheckFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
@@ -111,6 +106,29 @@ wire::ServerStatus ServerState::Status() const {
 void ServerState::Log(LogLevel level, const std::string& line) const {
   if (options.observer != nullptr) options.observer->Event(line);
   if (options.log) options.log(level, line);
+}
+
+std::size_t ServerState::EntryCount() const {
+  std::size_t count = 0;
+  for (const HalKind kind : kAllHalKinds) count += tables.size(kind);
+  return count;
+}
+
+bool ServerState::EndReinstallInPart() {
+  const bool ended = tables.EndReinstallInPart(kReinstallEndStep);
+  if (options.data_plane == nullptr) return ended;
+  options.data_plane->CommitOrLeave();
+  return ended && options.data_plane->RemoveLeftovers(kReinstallEndStep);
+}
+
+void ServerState::SetWriter(std::uint64_t session) {
+  writer = session;
+  if (abandoned_tables == nullptr) return;
+  if (session == 0) {
+    abandoned_tables->WriterLeft();
+  } else {
+    abandoned_tables->WriterCame();
+  }
 }
 
 void ServerState::CloseSessions() const {
@@ -158,7 +176,7 @@ void Session::Close() {
   deadline_.cancel(ignored);
   read_timer_.cancel(ignored);
   late_timer_.cancel(ignored);
-  if (state_->writer == number_) state_->writer = 0;
+  if (state_->writer == number_) state_->SetWriter(0);
   EndTableReading();
   reinstall_end_.reset();
   state_->sessions.erase(number_);
@@ -342,7 +360,7 @@ bool Session::BecomeWriter(bool take_over) {
       return false;
     }
   }
-  state_->writer = number_;
+  state_->SetWriter(number_);
   return true;
 }
 
@@ -463,19 +481,14 @@ void Session::OnBeginReinstall() {
 void Session::OnEndReinstall(std::uint32_t sequence) {
   if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
   if (!std::exchange(reinstalling_, false)) return AnswerEnd(sequence, 0);
-  reinstall_end_ = ReinstallEnd{sequence, EntryCount(state_->tables)};
+  reinstall_end_ = ReinstallEnd{sequence, state_->EntryCount()};
   ContinueReinstallEnd();
 }
 
 void Session::ContinueReinstallEnd() {
-  bool ended = state_->tables.EndReinstallInPart(kReinstallEndStep);
-  if (DataPlane* const data_plane = state_->options.data_plane) {
-    data_plane->CommitOrLeave();
-    ended = ended && data_plane->RemoveLeftovers(kReinstallEndStep);
-  }
-  if (!ended) return;
+  if (!state_->EndReinstallInPart()) return;
   const ReinstallEnd end = *std::exchange(reinstall_end_, std::nullopt);
-  AnswerEnd(end.sequence, end.entries_before - EntryCount(state_->tables));
+  AnswerEnd(end.sequence, end.entries_before - state_->EntryCount());
 }
 
 void Session::AnswerEnd(std::uint32_t sequence, std::uint64_t removed) {
@@ -568,7 +581,7 @@ void Session::SayGoodbye(GoodbyeReason reason, const std::string& text) {
 
 void Session::CloseAfterWriting() {
   closing_ = true;
-  if (state_->writer == number_) state_->writer = 0;
+  if (state_->writer == number_) state_->SetWriter(0);
   EndTableReading();
   reinstall_end_.reset();
   StartDeadline(kCloseTimeout);

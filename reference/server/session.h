@@ -26,6 +26,7 @@
 
 namespace reference {
 
+class AbandonedTables;
 class DataPlaneWatch;
 class Session;
 
@@ -38,6 +39,13 @@ struct ServerState {
 
   wire::ServerStatus Status() const;
   void Log(LogLevel level, const std::string& line) const;
+  /// Number of entries in all tables.
+  std::size_t EntryCount() const;
+  /// Removes some of what the reinstall has not named, from the tables and the data plane. Returns
+  /// whether nothing is left.
+  bool EndReinstallInPart();
+  /// Changes the writer; 0 for none.
+  void SetWriter(std::uint64_t session);
   /// Closes every session.
   void CloseSessions() const;
   /// Does what a restart of the process would do, or really ends the process.
@@ -52,6 +60,8 @@ struct ServerState {
   std::uint64_t refused_connections = 0;
   /// Null without a data plane.
   std::unique_ptr<DataPlaneWatch> watch;
+  /// Null if the tables stay for ever.
+  std::unique_ptr<AbandonedTables> abandoned_tables;
   /// Number of table readings in progress.
   std::size_t table_readings = 0;
   /// The sessions whose reading, or end of a reinstall, can continue, in turn; the first one's turn

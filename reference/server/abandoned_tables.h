@@ -1,0 +1,37 @@
+#ifndef ZUSKUX_REFERENCE_SERVER_ABANDONED_TABLES_H_
+#define ZUSKUX_REFERENCE_SERVER_ABANDONED_TABLES_H_
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+
+namespace reference {
+
+struct ServerState;
+
+/// Empties the tables, and what is behind them, when there has been no writer for some time. Works
+/// in steps, between which the server serves its clients.
+///
+/// `ServerState` owns it. Used on the server's thread.
+class AbandonedTables {
+ public:
+  /// There is no writer yet. `state` must outlive it.
+  AbandonedTables(boost::asio::io_context* io, ServerState* state, std::chrono::seconds keep);
+
+  void WriterCame();
+  void WriterLeft();
+
+ private:
+  void Empty();
+  void Continue();
+
+  ServerState& state_;
+  const std::chrono::seconds keep_;
+  boost::asio::steady_timer timer_;
+  std::size_t entries_ = 0;
+};
+
+}  // namespace reference
+
+#endif  // ZUSKUX_REFERENCE_SERVER_ABANDONED_TABLES_H_

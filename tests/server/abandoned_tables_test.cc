@@ -1,0 +1,125 @@
+/// What happens to the tables while there is no manager.
+
+#include "reference/server/abandoned_tables.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "tests/hal/fake_data_plane.h"
+#include "tests/hal/messages.h"
+#include "tests/server/raw_client.h"
+#include "tests/server/test_server.h"
+
+namespace reference {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::Contains;
+using testing::EndsWith;
+
+constexpr int kInstallVlan = 5;
+
+HalServerOptions Keep(seconds keep, DataPlane* data_plane = nullptr) {
+  HalServerOptions options;
+  options.keep = keep;
+  options.data_plane = data_plane;
+  return options;
+}
+
+void InstallVlans(std::uint32_t count, RawClient* client) {
+  std::string requests;
+  for (std::uint32_t id = 1; id <= count; ++id) {
+    requests += FrameBytes(kInstallVlan, id, Vlan(id).SerializeAsString());
+  }
+  std::thread sender([&] { client->Send(requests); });
+  EXPECT_EQ(client->ReceiveFrames(count).size(), count);
+  sender.join();
+}
+
+// Waits until the server holds that many entries, for 20 s at most.
+bool Holds(std::size_t entries, TestServer* server) {
+  const auto end = steady_clock::now() + seconds(20);
+  while (server->Tables().size(HalKind::kVlan) != entries) {
+    if (steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  return true;
+}
+
+TEST(AbandonedTablesTest, AreEmptiedAfterTheTime) {
+  // More than the server removes in one step.
+  constexpr std::uint32_t kCount = 40'000;
+  TestServer server(Keep(seconds(1)));
+  {
+    RawClient client(server.path());
+    client.Greet();
+    InstallVlans(kCount, &client);
+  }
+  EXPECT_TRUE(Holds(0, &server));
+  EXPECT_THAT(server.Lines(), Contains(EndsWith("no manager for 1 s: removed 40000 entries")));
+}
+
+TEST(AbandonedTablesTest, AreEmptiedBehindTheTablesToo) {
+  FakeDataPlane data_plane;
+  TestServer server(Keep(seconds(1), &data_plane));
+  {
+    RawClient client(server.path());
+    client.Greet();
+    InstallVlans(1, &client);
+  }
+  EXPECT_TRUE(Holds(0, &server));
+  server.Stop();
+  EXPECT_TRUE(data_plane.entries().empty());
+}
+
+TEST(AbandonedTablesTest, StayWhileThereIsAManager) {
+  TestServer server(Keep(seconds(1)));
+  RawClient client(server.path());
+  client.Greet();
+  InstallVlans(1, &client);
+  std::this_thread::sleep_for(milliseconds(1'500));
+  EXPECT_EQ(server.Tables().size(HalKind::kVlan), 1);
+}
+
+TEST(AbandonedTablesTest, StayForEverByDefault) {
+  TestServer server;
+  {
+    RawClient client(server.path());
+    client.Greet();
+    InstallVlans(1, &client);
+  }
+  std::this_thread::sleep_for(milliseconds(1'500));
+  EXPECT_EQ(server.Tables().size(HalKind::kVlan), 1);
+}
+
+// Only a writer counts.
+TEST(AbandonedTablesTest, AReaderIsNoManager) {
+  TestServer server(Keep(seconds(1)));
+  {
+    RawClient client(server.path());
+    client.Greet();
+    InstallVlans(1, &client);
+  }
+  RawClient reader(server.path());
+  reader.Greet();
+  EXPECT_TRUE(Holds(0, &server));
+}
+
+TEST(AbandonedTablesTest, WithoutAnyManagerTheTimeBeginsWithTheServer) {
+  TestServer server(Keep(seconds(1)));
+  const auto end = steady_clock::now() + seconds(20);
+  const auto emptied = Contains(EndsWith("no manager for 1 s: removed 0 entries"));
+  while (!testing::Matches(emptied)(server.Lines()) && steady_clock::now() < end) {
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  EXPECT_THAT(server.Lines(), emptied);
+}
+
+}  // namespace
+}  // namespace reference
