@@ -9,16 +9,16 @@ class AppMessage;
 ///
 /// Each request takes the printable message of its kind (`VlanEncapsulationMessage` and so on),
 /// which lives only for the duration of the call: a client copies or serialises what it keeps. The
-/// return code says whether the request was accepted. Its outcome arrives later, on the client
-/// library's thread, at the `HalL3MplsEncapsulationClientCallbackItf`. VRF requests have no
-/// outcome.
+/// outcome of a request arrives later, on the client library's thread, at the
+/// `HalL3MplsEncapsulationClientCallbackItf`. That includes a refusal: the adapters ignore the
+/// return code. VRF requests have no outcome.
 ///
 /// Requests arrive on the destination manager's thread. The host program owns the client.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class __attribute__((visibility("default"))) HalL3MplsEncapsulationClient {
  public:
-  /// Whether a request was accepted.
+  /// Whether a request was accepted: 0, or a code of the HAL client library.
   using ReturnCode = HalL3MplsEncapsulationReturnCode;
 
   HalL3MplsEncapsulationClient() = default;
