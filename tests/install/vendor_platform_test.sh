@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the library with a vendor's platform, as examples/vendor_platform/README.md describes: the
-# skeleton, plus a header in a subfolder and a package of the vendor. Then installs it and builds a
-# host program with it.
+# skeleton, plus a header in a subfolder and a package of the vendor with the definitions of one
+# folder. Then installs it and builds a host program with it.
 #
 #     vendor_platform_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
@@ -55,19 +55,21 @@ refuses_line 'zuskux_platform_interface(interface_ids vendor::ids)' \
 refuses_line 'zuskux_platform_requires(Threads COMPONENTS ids)' \
   'zuskux_platform_requires does not take "COMPONENTS ids"'
 
-# The vendor's package: an imported target with headers.
+# The vendor's package: headers and an imported target, which is a library with definitions.
 mkdir -p "$package/include/vendor_ids" "$package/lib/cmake/vendor_ids" "$package/lib/pkgconfig"
 echo 'using VendorIndex = unsigned int;' >"$package/include/vendor_ids/index.h"
 cat >"$package/lib/cmake/vendor_ids/vendor_ids-config.cmake" <<'END'
-add_library(vendor::ids INTERFACE IMPORTED)
-set_target_properties(vendor::ids PROPERTIES INTERFACE_INCLUDE_DIRECTORIES
-                                             ${CMAKE_CURRENT_LIST_DIR}/../../../include)
+add_library(vendor::ids SHARED IMPORTED)
+set_target_properties(vendor::ids PROPERTIES
+  IMPORTED_LOCATION ${CMAKE_CURRENT_LIST_DIR}/../../libvendor_ids.so
+  INTERFACE_INCLUDE_DIRECTORIES ${CMAKE_CURRENT_LIST_DIR}/../../../include)
 END
 cat >"$package/lib/pkgconfig/vendor_ids.pc" <<'END'
 Name: vendor_ids
 Description: The vendor's interface ids
 Version: 1
 Cflags: -I${pcfiledir}/../../include
+Libs: -L${pcfiledir}/.. -lvendor_ids
 END
 
 cp -r "$source/examples/vendor_platform" "$platform"
@@ -75,12 +77,13 @@ mkdir "$platform/interface_ids/detail"
 cat >"$platform/interface_ids/CMakeLists.txt" <<'END'
 zuskux_platform_requires(vendor_ids PKG_CONFIG vendor_ids)
 zuskux_platform_interface(interface_ids DEPENDS vendor::ids)
-zuskux_platform_standin(interface_ids interface_ids.cc)
 END
 echo '#include <vendor_ids/index.h>' >"$platform/interface_ids/detail/index.hpp"
 sed 's|^#include <cstddef>|#include "interface_ids/detail/index.hpp"\n&|' \
   "$source/platform/interface_ids/lim_id.h" >"$platform/interface_ids/lim_id.h"
 cp "$source/platform/interface_ids/mac_addr.h" "$platform/interface_ids"
+"${CXX:-g++}" -std=c++17 -shared -fPIC -I"$platform" -I"$package/include" \
+  "$platform/interface_ids/interface_ids.cc" -o "$package/lib/libvendor_ids.so"
 
 configure -DZUSKUX_PLATFORM_DIR="$platform" || fail "$(cat "$work/log")"
 for folder in app_framework dest_manager hal_client interface_ids; do
@@ -98,7 +101,8 @@ grep -qx 'set(CPACK_COMPONENTS_ALL "runtime;development")' "$build/CPackConfig.c
   fail "a package would be empty: $(grep COMPONENTS_ALL "$build/CPackConfig.cmake")"
 cmake --build "$build" >"$work/log" || fail "$(cat "$work/log")"
 
-# The skeleton defines everything except the handlers, which belong to the host program.
+# The skeleton and the vendor's library, which the library loads, define everything except the
+# handlers, which belong to the host program.
 mapfile -t objects < <(find "$build/platform" -path '*_standin.dir/*' -name '*.o')
 "$check" --library "$build/lib/libzuskux.so" "${objects[@]}" >"$work/report" || true
 sed -nE 's/^(missing|hidden) +([^ ].*)  \([^()]*\)$/U \2/p' "$work/report" | sort >"$work/missing"
