@@ -195,6 +195,15 @@ TEST_F(OneWriterTest, IsFollowedAtOnceWhenItEnds) {
   EXPECT_EQ(second->Receive(), Result(1, 0, 2));
 }
 
+TEST_F(OneWriterTest, IsFollowedWhenItLeavesBesideAReader) {
+  RawClient reader(server_.path());
+  ASSERT_TRUE(reader.Greet());
+  const auto first = Writer("first");
+  first->EndSending();
+  EXPECT_TRUE(first->Ended());
+  Writer("second");
+}
+
 TEST_F(OneWriterTest, IsFollowedByOneThatWasRefusedBefore) {
   auto first = Writer("first");
   {

@@ -272,13 +272,13 @@ TEST(ServerFaults, DelaysResults) {
 }
 
 TEST(ServerFaults, SleepsUntilAResultIsDue) {
-  TestServer server(R"(fault { what: "delay" ms: 1000 })");
+  TestServer server(R"(fault { what: "delay" ms: 2000 })");
   RawClient client(server.path());
   client.Greet();
   const std::clock_t start = std::clock();
   client.Send(Installs(1, 1));
   EXPECT_EQ(client.Receive(), Result(1, 0, 1));
-  EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 4) << "processor time";
+  EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 10) << "processor time";
 }
 
 // A late result wakes the server while it is already reading.

@@ -9,6 +9,7 @@
 #include <boost/system/system_error.hpp>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <thread>
@@ -304,6 +305,16 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersNothing) {
   for (int i = 0; i < 4; ++i) server_.Answer(server_.Next());
   EXPECT_TRUE(Eventually([hal] { return hal->counters().late_results == 4; }));
   Settle(5);
+}
+
+TEST_F(PromiseOneResult, AfterASleepWhenTheServerAnswersNothing) {
+  SocketHalOptions options = Options();
+  options.deadline = milliseconds(2'000);
+  SocketHal* const hal = StartConnected(options);
+  const std::clock_t start = std::clock();
+  InstallVlan(hal, 1);
+  EXPECT_EQ(reported_.Await(2).back(), "InstallVlan 1: 102");
+  EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 10) << "processor time";
 }
 
 TEST_F(PromiseOneResult, WhenTheServerAnswersTwiceOrWithoutBeingAsked) {
@@ -669,6 +680,14 @@ TEST_F(PromiseBoundedLargeRequest, IsWrittenToItsEndBeforeTheNext) {
   EXPECT_THAT(reported_.Await(4),
               ElementsAre("found", "InstallVlan 1: 0", "InstallEcmp 2: 0", "InstallVlan 3: 0"));
   EXPECT_EQ(hal_->counters().queued, 0U);
+}
+
+TEST_F(PromiseBoundedLargeRequest, LeavesRoomOnceItIsWritten) {
+  InstallLarge(2);
+  EXPECT_FALSE(hal_->HasRoom());
+  // Reads it without an answer.
+  server_.Next();
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 1: 0", "room"));
 }
 
 TEST_F(PromiseBoundedLargeRequest, EndsWithTheServerInTheMiddleOfIt) {
