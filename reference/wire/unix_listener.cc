@@ -112,7 +112,8 @@ void UnixListener::RemoveStaleSocket() {
   if (!S_ISSOCK(found.st_mode)) {
     Fail(EEXIST, path_ + " exists and is not a socket; remove it or choose another path");
   }
-  // Non-blocking, because a server too busy to accept is alive too.
+  // Non-blocking, because a server too busy to accept is alive too. Asio reports that, EAGAIN, as
+  // no_buffer_space.
   stream_protocol::socket probe(acceptor_.get_executor());
   probe.open();
   probe.non_blocking(true);
@@ -120,7 +121,7 @@ void UnixListener::RemoveStaleSocket() {
   probe.connect(path_, error);
   if (error == boost::asio::error::connection_refused) {
     unlink(path_.c_str());
-  } else if (!error || error == boost::asio::error::try_again) {
+  } else if (!error || error == boost::asio::error::no_buffer_space) {
     FailForListener(path_);
   } else {
     Fail(error.value(), "cannot find out who listens on " + path_);

@@ -8,7 +8,9 @@
 
 #include <array>
 #include <atomic>
+#include <boost/asio/error.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <boost/system/error_code.hpp>
 #include <boost/system/system_error.hpp>
 #include <cstddef>
 #include <cstdlib>
@@ -18,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "reference/server/hal_server.h"
 #include "tests/server/raw_client.h"
@@ -144,6 +147,29 @@ TEST_F(UnixListenerTest, LeavesALivingServer) {
   const UnixListener listener(&io_, path);
   EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
   RawClient client(path);
+}
+
+TEST_F(UnixListenerTest, LeavesAListenerThatHasNoLock) {
+  const std::string path = folder_.Path("hal.sock");
+  const boost::asio::local::stream_protocol::acceptor other(io_, path);
+  EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
+  RawClient client(path);
+}
+
+TEST_F(UnixListenerTest, LeavesAListenerThatIsTooBusyToAccept) {
+  using boost::asio::local::stream_protocol;
+  const std::string path = folder_.Path("hal.sock");
+  stream_protocol::acceptor busy(io_, stream_protocol());
+  busy.bind(path);
+  busy.listen(0);
+  std::vector<stream_protocol::socket> waiting;
+  boost::system::error_code error;
+  while (!error && waiting.size() < 10) {
+    waiting.emplace_back(io_, stream_protocol()).non_blocking(true);
+    waiting.back().connect(path, error);
+  }
+  ASSERT_TRUE(error);
+  EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
 }
 
 TEST_F(UnixListenerTest, LeavesNoFileOpenWhenItFails) {
