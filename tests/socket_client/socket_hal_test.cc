@@ -178,6 +178,18 @@ TEST_F(PromiseOneResult, WithTheServersCode) {
 }
 
 // `Reported` fails if a report runs inside another.
+TEST_F(PromiseOneResult, CountedWhenItsDeliveryBegins) {
+  reported_.on_event = [this](const std::string& event) {
+    const HalConnectionCounters counters = hal_->counters();
+    EXPECT_EQ(counters.servers_found, 1U) << event;
+    EXPECT_EQ(counters.results, event == "found" ? 0U : 1U) << event;
+  };
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  server_.Answer(server_.Next());
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 1: 0"));
+}
+
 TEST_F(PromiseOneResult, NeverInsideARequestThatIsSentInsideAReport) {
   SocketHalOptions options = Options();
   options.queue_entries = 1;
@@ -895,6 +907,17 @@ TEST_F(ReinstallTest, IsRepeatedThreeTimesWhenItsEndIsNotAnswered) {
   hal_->EndReinstall();
   EXPECT_TRUE(Eventually([this] { return hal_->counters().unfinished == 0; }));
   EXPECT_EQ(reported_.events().size(), 5U);
+}
+
+TEST_F(ReinstallTest, DoesNotMissAVlanThatWasRefused) {
+  StartConnected(Options());
+  hal_->BeginReinstall();
+  InstallVlan(hal_.get(), 1);
+  hal_->EndReinstall();
+  server_.Next();
+  server_.Answer(server_.Next(), static_cast<std::uint32_t>(kHalTableFull));
+  server_.SendFrame(FrameType::kInSync, server_.Next().sequence, "");
+  EXPECT_THAT(log_.AwaitStart("in sync"), StartsWith("in sync after "));
 }
 
 TEST_F(ReinstallTest, MissesAVrfThatWasRefused) {
