@@ -133,7 +133,7 @@ endfunction()
 
 # Installs the operator's page and the pages that it links to.
 function(zuskux_install_operator_page)
-  install(FILES docs/operating.md docs/wire_protocol.md docs/recovery.md
+  install(FILES docs/operating.md docs/wire_protocol.md docs/recovery.md docs/linux.md
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS} COMPONENT tools)
   install(FILES docs/pictures/recovery.svg
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}/pictures COMPONENT tools)

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -61,10 +62,15 @@ class FullPipe {
   std::array<int, 2> ends_{};
 };
 
-bool WaitForFile(const std::string& path) {
+// A socket's file exists a moment before anybody listens on it.
+bool WaitForListener(const std::string& path) {
   for (int i = 0; i < 2000; ++i) {
-    if (access(path.c_str(), F_OK) == 0) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    try {
+      const RawClient connected(path);
+      return true;
+    } catch (const std::runtime_error&) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
   }
   return false;
 }
@@ -90,7 +96,7 @@ class UnreadLogTest : public ::testing::Test {
 
 TEST_F(UnreadLogTest, TheServerKeepsServing) {
   Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
-  ASSERT_TRUE(WaitForFile(socket()));
+  ASSERT_TRUE(WaitForListener(socket()));
   ASSERT_NO_FATAL_FAILURE(Connect(1000));
   EXPECT_EQ(ShowTables(), 0);
   server.Signal(SIGTERM);
@@ -99,7 +105,7 @@ TEST_F(UnreadLogTest, TheServerKeepsServing) {
 
 TEST_F(UnreadLogTest, TheServerKeepsServingWhenTheReaderCloses) {
   Process server({ZUSKUX_HAL, "--socket", socket()}, error_.writer());
-  ASSERT_TRUE(WaitForFile(socket()));
+  ASSERT_TRUE(WaitForListener(socket()));
   error_.CloseReader();
   ASSERT_NO_FATAL_FAILURE(Connect(10));
   EXPECT_EQ(ShowTables(), 0);
@@ -109,7 +115,7 @@ TEST_F(UnreadLogTest, TheServerKeepsServingWhenTheReaderCloses) {
 
 TEST_F(UnreadLogTest, TheManagerProgramsTheHal) {
   const Process server({ZUSKUX_HAL, "--socket", socket()});
-  ASSERT_TRUE(WaitForFile(socket()));
+  ASSERT_TRUE(WaitForListener(socket()));
   EXPECT_EQ(Run({ZUSKUX_MANAGER, files_.Write("site", kSite), "--hal", "unix:" + socket()},
                 error_.writer()),
             0);
@@ -160,7 +166,7 @@ TEST_F(UnreadLogTest, AConfigurationThatNamesStandardErrorWaitsForItsReader) {
 TEST_F(UnreadLogTest, AManagerThatStaysAnswersAndReloads) {
   const std::string site = files_.Write("site", kSite);
   Process manager({ZUSKUX_MANAGER, site, "--stay", "--control", control()}, error_.writer());
-  ASSERT_TRUE(WaitForFile(control()));
+  ASSERT_TRUE(WaitForListener(control()));
   const auto status = [this] {
     Process process({ZUSKUX_MANAGER, "status", "--control", control(), "--json"});
     // So soon after the start, the manager may not have settled.

@@ -89,6 +89,7 @@ class TestServer {
   /// The lines of the log since the previous call.
   std::vector<std::string> TakeLines() {
     const std::lock_guard lock(mutex_);
+    levels_.clear();
     return std::exchange(lines_, {});
   }
 
