@@ -42,7 +42,7 @@ po::options_description Options() {
   add("log-config", text("FILE"), "log with this zlog configuration");
   add("record", text("FILE"), "record all traffic with the HAL");
   add("hal", text("HAL")->default_value("embedded"), "embedded, unix (a zuskux-hal) or unix:PATH");
-  add("take-over", "end the manager that programs the zuskux-hal");
+  add("take-over", "take over from the manager that programs the HAL");
   add("stand-by", "with --stay: wait while another manager programs it");
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
