@@ -23,7 +23,7 @@ void AbandonedTables::WriterLeft() {
   });
 }
 
-// As a reinstall that names nothing.
+// Works like a reinstall that names nothing.
 void AbandonedTables::Empty() {
   if (RequestObserver* const observer = state_.options.observer) {
     observer->BeginReinstall();

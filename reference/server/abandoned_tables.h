@@ -10,8 +10,8 @@ namespace reference {
 
 struct ServerState;
 
-/// Empties the tables, and what is behind them, when there has been no writer for some time. Works
-/// in steps, between which the server serves its clients.
+/// Empties the tables and the data plane after some time without a writer. Works in steps, between
+/// which the server serves its clients.
 ///
 /// `ServerState` owns it. Used on the server's thread.
 class AbandonedTables {

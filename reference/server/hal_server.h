@@ -50,7 +50,7 @@ struct HalServerOptions {
   /// Forwards packets as the tables say; all requests of a read are committed together, before they
   /// are answered. Not owned, must outlive the server; null for tables alone, or with faults.
   DataPlane* data_plane = nullptr;
-  /// How long the tables stay without a writer; for ever if empty.
+  /// How long the tables stay without a writer; forever if empty.
   std::optional<std::chrono::seconds> keep;
   /// The interval between two comparisons of the data plane with the tables; 0 for none.
   std::chrono::seconds audit{60};

@@ -79,7 +79,7 @@ po::options_description Options() {
        "longest payload of a request")                                              //
       ("keep", po::value<std::int64_t>()->value_name("SECONDS"),                    //
        "how long the tables stay without a manager\n"                               //
-       "(missing: for ever)")                                                       //
+       "(default: forever)")                                                        //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
        "inject the faults in the file")                                             //
       ("record", po::value<std::string>()->value_name("FILE"),                      //

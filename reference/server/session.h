@@ -60,7 +60,7 @@ struct ServerState {
   std::uint64_t refused_connections = 0;
   /// Null without a data plane.
   std::unique_ptr<DataPlaneWatch> watch;
-  /// Null if the tables stay for ever.
+  /// Null if the tables stay forever.
   std::unique_ptr<AbandonedTables> abandoned_tables;
   /// Number of table readings in progress.
   std::size_t table_readings = 0;

@@ -34,7 +34,7 @@ refuses() {
   tr -s '[:space:]' ' ' <"$work/log" | grep -qF "$2" || fail "$1: no \"$2\" in: $(cat "$work/log")"
 }
 
-# refuses_line LINE TEXT: the same of a platform whose interface_ids/CMakeLists.txt is LINE.
+# refuses_line LINE TEXT: the same for a platform whose interface_ids/CMakeLists.txt is LINE.
 refuses_line() {
   mkdir -p "$work/line/interface_ids"
   echo "$1" >"$work/line/interface_ids/CMakeLists.txt"

@@ -87,7 +87,7 @@ TEST(AbandonedTablesTest, StayWhileThereIsAManager) {
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 1);
 }
 
-TEST(AbandonedTablesTest, StayForEverByDefault) {
+TEST(AbandonedTablesTest, StayForeverByDefault) {
   TestServer server;
   {
     RawClient client(server.path());

@@ -109,7 +109,7 @@ TEST_F(ServerContentsTest, AsManyEntriesAsAllowedAreRead) {
   EXPECT_EQ(MistakeOfEntries(1'000, limits), "");
 }
 
-TEST_F(ServerContentsTest, AServerThatRepeatsAnEntryForEverIsLeft) {
+TEST_F(ServerContentsTest, AServerThatRepeatsAnEntryForeverIsLeft) {
   ReadLimits limits;
   limits.entries = 1'000;
   EXPECT_EQ(MistakeOfEntries(10'000'000, limits), Text("it sends more than 1000 table entries"));
