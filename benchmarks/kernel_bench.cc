@@ -1,274 +1,337 @@
-// The cost of adding next hops to the Linux kernel through LinuxKernel::Apply, and with
-// hand-written messages, as few as possible.
+// What it costs to put next hops into the Linux kernel: with the fewest messages that do it,
+// written by hand, and with requests to zuskux-hal, to their results.
 //
-//     kernel_bench OBJECTS ROUNDS
+//     kernel_bench KINDS OBJECTS ROUNDS ZUSKUX_HAL
 //
-// Needs root: works in a network namespace of its own. Prints the median processor time per object
-// of both ways and their ratio, for hosts (a neighbour and a next hop) and for groups of four
-// hosts.
+// KINDS is host,group or mpls,group: so many of each, one kind after the other; the groups hold
+// four of the others. Needs root: works in a network namespace of its own. Prints lines of a name
+// and a number; each round prints all of them:
+//
+//     KIND/WRITER/ns      elapsed time for an object
+//     KIND/WRITER/cpu-ns  processor time for an object
+//     KIND/WRITER/bytes   resident memory for an object; the simulation is a zuskux-hal without a
+//                         data plane
 
-#include <libmnl/libmnl.h>
-#include <linux/neighbour.h>
-#include <linux/nexthop.h>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <sched.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <iomanip>
+#include <filesystem>
+#include <fstream>
+#include <future>
 #include <iostream>
-#include <memory>
+#include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
-#include "reference/data_plane/kernel_objects.h"
+#include "base_encap_message.pb.h"
+#include "benchmarks/child_process.h"
+#include "benchmarks/kernel_nexthops.h"
 #include "reference/data_plane/linux/linux_kernel.h"
+#include "reference/hal/kinds.h"
+#include "reference/record/wrapped_message.h"
+#include "reference/socket_client/socket_hal.h"
 
 namespace {
 
-using reference::DeviceNexthop;
-using reference::KernelChange;
+using bench::ChildProcess;
+using bench::Cost;
+using bench::NexthopKind;
+using reference::HalKind;
 using reference::LinuxKernel;
-using reference::MacAddress;
-using reference::NeighbourAddress;
-using reference::NexthopGroup;
-using reference::PutDevice;
-using reference::PutNeighbour;
-using reference::PutNexthop;
-using reference::RemoveDevice;
+using reference::SocketHal;
 
-// The kernel works in the caller's thread, so the thread's processor time includes its work, and no
-// other work of the machine.
-using Nanoseconds = std::chrono::nanoseconds;
+using Clock = std::chrono::steady_clock;
 
-constexpr char kDevice[] = "zd1";
-constexpr MacAddress kMac = {0x02, 0, 0, 0, 0, 0x65};
-constexpr std::uint32_t kFirstHost = 1000;
-constexpr std::uint32_t kFirstGroup = 10'000'000;
-constexpr std::uint32_t kGroupSize = 4;
-// About as many changes as a server commits after one read when it is busy.
-constexpr std::size_t kBatch = 1000;
+const std::map<std::string_view, NexthopKind> kKinds = {
+    {"host", NexthopKind::kHost}, {"mpls", NexthopKind::kMpls}, {"group", NexthopKind::kGroup}};
+const std::string kMacBytes(bench::kMac.begin(), bench::kMac.end());
 
-[[noreturn]] void Fail(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
+struct Options {
+  std::vector<std::pair<std::string, NexthopKind>> kinds;
+  std::uint32_t objects = 0;
+  int rounds = 0;
+  std::string server;
+  // Empty for none.
+  std::string zebra;
+};
+
+std::vector<NexthopKind> KindsOf(const Options& options) {
+  std::vector<NexthopKind> kinds;
+  for (const auto& [name, kind] : options.kinds) kinds.push_back(kind);
+  return kinds;
 }
 
-/// The lower bound: writes messages into one buffer, sends it when it is full, and requests an
-/// acknowledgement for the last message only.
-class RawMessages {
+// Requests, and what they take in the server.
+
+struct Request {
+  decltype(reference::OperationTraits::request) install = nullptr;
+  reference::WrappedMessage wrapped;
+};
+
+template <typename Message>
+Request MakeRequest(HalKind kind, const Message& message) {
+  // The first operation of each kind is its install.
+  const auto install = VisitKind(kind, [](auto row) { return row.kOperations[0].request; });
+  return {install, reference::WrapMessage(kind, message.SerializeAsString())};
+}
+
+Request MakeVlan() {
+  encapsulation::VlanMessage vlan;
+  vlan.set_vlan_destination_id(bench::kVlan);
+  vlan.set_lim_id(std::string("\x01\0\0\0", 4));
+  return MakeRequest(HalKind::kVlan, vlan);
+}
+
+Request MakeDestination(NexthopKind kind, std::uint32_t i, std::uint32_t objects) {
+  if (kind == NexthopKind::kHost) {
+    encapsulation::HostMessage host;
+    host.set_dest_id(bench::kFirstDestination + i);
+    host.set_vlan_dest_id(bench::kVlan);
+    host.set_dest_mac(kMacBytes);
+    return MakeRequest(HalKind::kHost, host);
+  }
+  if (kind == NexthopKind::kMpls) {
+    encapsulation::MplsMessage mpls;
+    mpls.set_dest_id(bench::kFirstDestination + i);
+    mpls.set_vlan_tunnel_dest_id(bench::kVlan);
+    mpls.set_dest_mac(kMacBytes);
+    mpls.add_labels(bench::LabelOf(bench::kFirstDestination + i));
+    return MakeRequest(HalKind::kMpls, mpls);
+  }
+  encapsulation::EcmpMessage group;
+  group.set_db_id(bench::kFirstGroup + i);
+  for (const std::uint32_t member : bench::MembersOf(i, objects)) group.add_members(member);
+  return MakeRequest(HalKind::kEcmp, group);
+}
+
+/// What the server took for a kind, from the first request to the last result.
+struct ServerCost {
+  Cost cost;
+  std::ptrdiff_t bytes = 0;
+};
+
+/// Sends one list of requests after the other, each when the one before has all its results. Makes
+/// them within the connection's reports, so that the measurement involves no other thread.
+class Installer : public reference::HalCallbackBase {
  public:
-  RawMessages() : socket_(mnl_socket_open(NETLINK_ROUTE)) {
-    if (socket_ == nullptr || mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) != 0) {
-      Fail("netlink");
+  Installer(std::vector<std::vector<Request>> lists, const ChildProcess* server)
+      : lists_(std::move(lists)), server_(*server) {}
+
+  /// What each list took. Throws `std::runtime_error` if there were failures.
+  std::vector<ServerCost> Run(const std::string& socket) {
+    reference::SocketHalOptions options;
+    options.path = socket;
+    SocketHal hal(options);
+    hal_ = &hal;
+    hal.Start({this, [this] { Begin(); }, [this] { Send(); }});
+    auto end = end_.get_future();
+    while (end.wait_for(std::chrono::seconds(1)) != std::future_status::ready) {
+      if (server_.HasEnded()) throw std::runtime_error("the server has ended");
     }
-  }
-
-  void AddHost(unsigned device, std::uint32_t id) {
-    const auto address = NeighbourAddress(id);
-    nlmsghdr* message = Start(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE);
-    auto* const neighbour = static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ndmsg)));
-    neighbour->ndm_family = AF_INET6;
-    neighbour->ndm_ifindex = static_cast<int>(device);
-    neighbour->ndm_state = NUD_PERMANENT;
-    mnl_attr_put(message, NDA_DST, address.size(), address.data());
-    mnl_attr_put(message, NDA_LLADDR, kMac.size(), kMac.data());
-    mnl_attr_put_u8(message, NDA_PROTOCOL, reference::kRoutingProtocol);
-    End(message);
-
-    message = Start(RTM_NEWNEXTHOP, NLM_F_CREATE | NLM_F_EXCL);
-    auto* const nexthop = static_cast<nhmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(nhmsg)));
-    nexthop->nh_family = AF_INET6;
-    nexthop->nh_protocol = reference::kRoutingProtocol;
-    nexthop->nh_flags = RTNH_F_ONLINK;
-    mnl_attr_put_u32(message, NHA_ID, id);
-    mnl_attr_put_u32(message, NHA_OIF, device);
-    mnl_attr_put(message, NHA_GATEWAY, address.size(), address.data());
-    End(message);
-  }
-
-  void AddGroup(std::uint32_t id, const std::array<nexthop_grp, kGroupSize>& members) {
-    nlmsghdr* const message = Start(RTM_NEWNEXTHOP, NLM_F_CREATE | NLM_F_EXCL);
-    auto* const nexthop = static_cast<nhmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(nhmsg)));
-    nexthop->nh_protocol = reference::kRoutingProtocol;
-    mnl_attr_put_u32(message, NHA_ID, id);
-    mnl_attr_put(message, NHA_GROUP, sizeof members, members.data());
-    End(message);
-  }
-
-  void Send() {
-    if (used_ == 0) return;
-    last_->nlmsg_flags |= NLM_F_ACK;
-    if (mnl_socket_sendto(socket_.get(), buffer_.data(), used_) < 0) Fail("send");
-    const ssize_t length = mnl_socket_recvfrom(socket_.get(), buffer_.data(), buffer_.size());
-    if (length < 0) Fail("receive");
-    int error = 0;
-    std::memcpy(&error, buffer_.data() + sizeof(nlmsghdr), sizeof error);
-    errno = -error;
-    if (error != 0) Fail("the kernel refuses an object");
-    used_ = 0;
+    end.get();
+    return costs_;
   }
 
  private:
-  static constexpr std::size_t kPiece = std::size_t{64} * 1024;
-  static constexpr std::size_t kLargestMessage = 256;
-
-  nlmsghdr* Start(std::uint16_t type, std::uint16_t flags) {
-    nlmsghdr* const message = mnl_nlmsg_put_header(buffer_.data() + used_);
-    message->nlmsg_type = type;
-    message->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
-    return message;
+  void Begin() {
+    next_ = 0;
+    results_ = 0;
+    begin_ = Clock::now();
+    processor_ = server_.ProcessorTime();
+    bytes_ = server_.ResidentBytes();
+    Send();
   }
 
-  void End(nlmsghdr* message) {
-    // All attributes here end on a multiple of four bytes, or libmnl pads them.
-    used_ += message->nlmsg_len;
-    last_ = message;
-    if (used_ > kPiece - kLargestMessage) Send();
+  void Send() {
+    const std::vector<Request>& requests = lists_[costs_.size()];
+    while (next_ < requests.size() && hal_->HasRoom()) {
+      const Request& request = requests[next_++];
+      (hal_->*request.install)(request.wrapped.message.get());
+    }
   }
 
-  struct Close {
-    void operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
-  };
-  std::unique_ptr<mnl_socket, Close> socket_;
-  std::vector<char> buffer_ = std::vector<char>(kPiece);
-  std::size_t used_ = 0;
-  nlmsghdr* last_ = nullptr;
+  void OnResult(reference::HalOperation /*operation*/, reference::HalReturnCode code,
+                const reference::ResultIds& /*ids*/) override {
+    if (code != reference::kHalSuccess && !std::exchange(failed_, true)) {
+      end_.set_exception(std::make_exception_ptr(
+          std::runtime_error("a request failed: " + reference::MakeErrorCode(code).message())));
+    }
+    if (failed_ || ++results_ < lists_[costs_.size()].size()) return;
+    const auto end = Clock::now();
+    costs_.push_back({{end - begin_, server_.ProcessorTime() - processor_},
+                      static_cast<std::ptrdiff_t>(server_.ResidentBytes() - bytes_)});
+    if (costs_.size() < lists_.size()) return Begin();
+    end_.set_value();
+  }
+
+  const std::vector<std::vector<Request>> lists_;
+  const ChildProcess& server_;
+  SocketHal* hal_ = nullptr;
+  // On the connection's thread, until `end_`:
+  std::size_t next_ = 0;
+  std::size_t results_ = 0;
+  bool failed_ = false;
+  Clock::time_point begin_;
+  std::chrono::nanoseconds processor_{};
+  std::size_t bytes_ = 0;
+  std::vector<ServerCost> costs_;
+
+  std::promise<void> end_;
 };
 
-std::uint32_t MemberOf(std::uint32_t group, std::uint32_t member, std::uint32_t hosts) {
-  return kFirstHost + (group + member) % hosts;
-}
-
-Nanoseconds Now() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return std::chrono::seconds(now.tv_sec) + Nanoseconds(now.tv_nsec);
-}
-
-double NanosecondsEach(Nanoseconds start, std::uint32_t objects) {
-  return static_cast<double>((Now() - start).count()) / objects;
-}
-
-// Nanoseconds per host and per group, in this order.
-using Costs = std::array<double, 2>;
-
-Costs MeasureRaw(std::uint32_t objects) {
-  const unsigned device = if_nametoindex(kDevice);
-  RawMessages raw;
-  Costs costs{};
-  auto start = Now();
-  for (std::uint32_t i = 0; i < objects; ++i) raw.AddHost(device, kFirstHost + i);
-  raw.Send();
-  costs[0] = NanosecondsEach(start, objects);
-
-  start = Now();
-  for (std::uint32_t i = 0; i < objects; ++i) {
-    std::array<nexthop_grp, kGroupSize> members{};
-    for (std::uint32_t k = 0; k < kGroupSize; ++k) members.at(k).id = MemberOf(i, k, objects);
-    raw.AddGroup(kFirstGroup + i, members);
-  }
-  raw.Send();
-  costs[1] = NanosecondsEach(start, objects);
-  return costs;
-}
-
-void Apply(LinuxKernel* kernel, std::vector<KernelChange>* changes) {
-  if (!kernel->Apply(*changes).empty()) throw std::runtime_error("the kernel refuses an object");
-  changes->clear();
-}
-
-Costs MeasureApply(LinuxKernel* kernel, std::uint32_t objects) {
-  std::vector<KernelChange> changes;
-  Costs costs{};
-  auto start = Now();
-  for (std::uint32_t id = kFirstHost; id < kFirstHost + objects; ++id) {
-    changes.emplace_back(PutNeighbour{{kDevice, NeighbourAddress(id)}, kMac});
-    changes.emplace_back(PutNexthop{id, DeviceNexthop{kDevice, NeighbourAddress(id), {}}});
-    if (changes.size() >= kBatch) Apply(kernel, &changes);
-  }
-  Apply(kernel, &changes);
-  costs[0] = NanosecondsEach(start, objects);
-
-  start = Now();
-  for (std::uint32_t i = 0; i < objects; ++i) {
-    NexthopGroup group;
-    for (std::uint32_t k = 0; k < kGroupSize; ++k) {
-      group.members.emplace_back(MemberOf(i, k, objects), 1);
+/// A folder for the server's socket and site file.
+class Folder {
+ public:
+  Folder() {
+    std::string pattern = std::filesystem::temp_directory_path() / "kernel_bench.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+      throw std::system_error(errno, std::generic_category(), "cannot make a folder");
     }
-    std::sort(group.members.begin(), group.members.end());
-    changes.emplace_back(PutNexthop{kFirstGroup + i, std::move(group)});
-    if (changes.size() >= kBatch) Apply(kernel, &changes);
+    path_ = pattern;
+    std::ofstream(path_ / "site") << "interface { name: \"eth0\" lim_id: 1 type: 1 ifindex: 1 }\n";
   }
-  Apply(kernel, &changes);
-  costs[1] = NanosecondsEach(start, objects);
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+
+  std::string path() const { return path_; }
+  std::string operator/(const char* file) const { return path_ / file; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+std::vector<ServerCost> InstallThroughServer(const Options& options, bool with_data_plane) {
+  const Folder folder;
+  std::vector<std::string> command = {options.server, "--quiet",      "--socket",
+                                      folder / "hal", "--table-size", "10000000"};
+  if (with_data_plane) {
+    for (const std::string& word : {std::string("--data-plane"), std::string("linux"),
+                                    std::string("--interfaces"), folder / "site"}) {
+      command.push_back(word);
+    }
+  }
+  const ChildProcess server(command);
+  std::vector<std::vector<Request>> lists;
+  lists.emplace_back().push_back(MakeVlan());
+  for (const NexthopKind kind : KindsOf(options)) {
+    auto& list = lists.emplace_back();
+    for (std::uint32_t i = 0; i < options.objects; ++i) {
+      list.push_back(MakeDestination(kind, i, options.objects));
+    }
+  }
+  std::vector<ServerCost> costs = Installer(std::move(lists), &server).Run(folder / "hal");
+  // The VLAN destination's.
+  costs.erase(costs.begin());
   return costs;
 }
 
-// Replaces the device with an empty one, which removes everything on it.
-void Reset(LinuxKernel* kernel) {
-  kernel->Read();
-  std::vector<KernelChange> changes = {
-      RemoveDevice{kDevice},
-      PutDevice{kDevice, reference::MacvlanDevice{"eth0", kMac, 1500, "", true, ""}, {}}};
-  Apply(kernel, &changes);
-  if (!kernel->Read().nexthops.empty()) throw std::runtime_error("next hops are left over");
-}
+// The kernel.
 
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-void Measure(std::uint32_t objects, int rounds) {
-  if (unshare(CLONE_NEWNET) != 0) Fail("kernel_bench needs root, for a network namespace");
-  if (std::system("ip link add eth0 type veth peer name far0 && ip link set eth0 up && "  // NOLINT
+void Reset() {
+  // Everything of the round before goes with the device.
+  if (std::system("ip link del eth0 2>/dev/null; ip link set lo up && "  // NOLINT
+                  "ip link add eth0 type veth peer name far0 && ip link set eth0 up && "
                   "ip link set far0 up") != 0) {
-    throw std::runtime_error("cannot create a device");
+    throw std::runtime_error("cannot make a device");
   }
+}
+
+void MakeVlanDevice() {
   LinuxKernel kernel("");
-  std::array<std::vector<double>, 2> raw;
-  std::array<std::vector<double>, 2> applied;
-  for (int round = 0; round < rounds; ++round) {
-    Reset(&kernel);
-    const Costs raw_costs = MeasureRaw(objects);
-    Reset(&kernel);
-    const Costs applied_costs = MeasureApply(&kernel, objects);
-    if (kernel.Read().nexthops.size() != 2 * std::size_t{objects}) {
-      throw std::runtime_error("next hops are missing");
-    }
-    for (std::size_t i = 0; i < raw.size(); ++i) {
-      raw.at(i).push_back(raw_costs.at(i));
-      applied.at(i).push_back(applied_costs.at(i));
-    }
+  kernel.Read();
+  const std::string name = reference::DestinationDevice(bench::kVlan);
+  const reference::MacvlanDevice device = {"eth0", bench::kMac, 0, "", false, ""};
+  if (!kernel.Apply({reference::PutDevice{name, device, {}}}).empty()) {
+    throw std::runtime_error("cannot make the device " + name);
   }
-  std::cout << "| objects | libmnl, CPU ns each | LinuxKernel, CPU ns each | rate |\n"
-               "| --- | --- | --- | --- |\n"
-            << std::fixed;
-  const std::array<const char*, 2> names = {"hosts", "groups of 4"};
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const double bound = Median(raw.at(i));
-    const double cost = Median(applied.at(i));
-    std::cout << "| " << objects << ' ' << names.at(i) << std::setprecision(0) << " | " << bound
-              << " | " << cost << std::setprecision(2) << " | " << bound / cost << " |\n";
+}
+
+// `others` are the next hops of other kinds.
+void CheckWritten(const Options& options, std::size_t others) {
+  const std::size_t written = LinuxKernel("").Read().nexthops.size();
+  if (written != options.kinds.size() * options.objects + others) {
+    throw std::runtime_error("next hops are missing");
   }
+}
+
+void Print(const std::string& name, double value) {
+  std::cout << name << ' ' << std::fixed << value << '\n' << std::flush;
+}
+
+void Print(const std::string& name, const Cost& cost, std::uint32_t objects) {
+  Print(name + "/ns", static_cast<double>(cost.elapsed.count()) / objects);
+  Print(name + "/cpu-ns", static_cast<double>(cost.processor.count()) / objects);
+}
+
+// Fewer, since it takes a hundred times as long.
+std::uint32_t ZebraObjects(const Options& options) { return options.objects / 10; }
+
+void MeasureRound(const Options& options) {
+  Reset();
+  MakeVlanDevice();
+  const std::vector<Cost> raw = bench::WriteRaw(KindsOf(options), options.objects);
+  CheckWritten(options, 0);
+  Reset();
+  const std::vector<ServerCost> simulation = InstallThroughServer(options, false);
+  const std::vector<ServerCost> server = InstallThroughServer(options, true);
+  // The VLAN destination has one too.
+  CheckWritten(options, 1);
+  std::vector<Cost> zebra;
+  if (!options.zebra.empty()) {
+    Reset();
+    MakeVlanDevice();
+    const Folder folder;
+    zebra = bench::WriteThroughZebra(options.zebra, folder.path(), KindsOf(options),
+                                     ZebraObjects(options));
+  }
+  for (std::size_t i = 0; i < options.kinds.size(); ++i) {
+    const std::string& name = options.kinds[i].first;
+    Print(name + "/raw", raw[i], options.objects);
+    Print(name + "/server", server[i].cost, options.objects);
+    Print(name + "/server/bytes", static_cast<double>(server[i].bytes) / options.objects);
+    if (!zebra.empty()) Print(name + "/zebra", zebra[i], ZebraObjects(options));
+    Print(name + "/simulation", simulation[i].cost, options.objects);
+    Print(name + "/simulation/bytes", static_cast<double>(simulation[i].bytes) / options.objects);
+  }
+}
+
+Options ReadOptions(const std::vector<std::string>& arguments) {
+  if (arguments.size() != 4 && arguments.size() != 5) {
+    throw std::runtime_error("usage: kernel_bench KINDS OBJECTS ROUNDS ZUSKUX_HAL [ZEBRA]");
+  }
+  Options options;
+  std::istringstream names(arguments[0]);
+  for (std::string name; std::getline(names, name, ',');) {
+    options.kinds.emplace_back(name, kKinds.at(name));
+  }
+  options.objects = static_cast<std::uint32_t>(std::stoul(arguments[1]));
+  options.rounds = std::stoi(arguments[2]);
+  options.server = arguments[3];
+  if (arguments.size() == 5) options.zebra = arguments[4];
+  return options;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    if (argc != 3) throw std::runtime_error("usage: kernel_bench OBJECTS ROUNDS");
-    Measure(static_cast<std::uint32_t>(std::stoul(argv[1])), std::stoi(argv[2]));
+    const Options options = ReadOptions({argv + 1, argv + argc});
+    if (unshare(CLONE_NEWNET) != 0) {
+      throw std::system_error(errno, std::generic_category(),
+                              "kernel_bench needs root, for a network namespace");
+    }
+    for (int round = 0; round < options.rounds; ++round) MeasureRound(options);
   } catch (const std::exception& error) {
     std::cerr << "kernel_bench: " << error.what() << '\n';
     return EXIT_FAILURE;

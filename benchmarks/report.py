@@ -246,10 +246,13 @@ def document(root, text, drawn):
     """Writes both into the documentation."""
     with open(os.path.join(root, "docs/pictures/performance.svg"), "w", encoding="utf-8") as file:
         file.write(drawn)
-    path = os.path.join(root, "docs/performance.md")
+    write_between(os.path.join(root, "docs/performance.md"), BEGIN, END, text)
+
+
+def write_between(path, begin, end, text):
+    """Replaces what stands between two lines of a file."""
     with open(path, encoding="utf-8") as file:
-        page = file.read()
-    before, rest = page.split(BEGIN)
-    _, after = rest.split(END)
+        before, rest = file.read().split(begin)
+    _, after = rest.split(end)
     with open(path, "w", encoding="utf-8") as file:
-        file.write(f"{before}{BEGIN}\n\n{text}\n{END}{after}")
+        file.write(f"{before}{begin}\n\n{text}\n{end}{after}")

@@ -9,6 +9,8 @@ TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abiga
 PACKAGE_PACKAGES=(git dpkg-dev file)
 BENCH_PACKAGES=(libbenchmark-dev)
 PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
+# Where a system starts services, installing frr starts it; without a configuration it changes nothing.
+KERNEL_PEER_PACKAGES=(frr)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
 VM_PACKAGES=(qemu-system-x86 busybox-static iproute2 tcpdump)
 MUTATION_PACKAGES=(ccache lld)
