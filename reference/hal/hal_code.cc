@@ -61,4 +61,10 @@ boost::system::error_code MakeErrorCode(HalReturnCode code) {
   return {static_cast<int>(code), HalCategory()};
 }
 
+std::string OutcomeText(HalReturnCode code, std::string_view reason) {
+  std::string text = MakeErrorCode(code).message();
+  if (!reason.empty()) text.append(": ").append(reason);
+  return text;
+}
+
 }  // namespace reference

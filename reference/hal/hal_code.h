@@ -2,6 +2,8 @@
 #define ZUSKUX_REFERENCE_HAL_HAL_CODE_H_
 
 #include <boost/system/error_code.hpp>
+#include <string>
+#include <string_view>
 
 #include "hal_client/hal_l3_mpls_encapsulation_return_code.h"
 
@@ -49,6 +51,10 @@ const boost::system::error_category& HalCategory();
 
 /// The code as an error of `HalCategory`; success converts to false.
 boost::system::error_code MakeErrorCode(HalReturnCode code);
+
+/// The code's text and, unless it is empty, the HAL's reason: "refused by the kernel: Invalid
+/// nexthop id".
+std::string OutcomeText(HalReturnCode code, std::string_view reason);
 
 }  // namespace reference
 

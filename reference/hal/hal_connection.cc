@@ -6,16 +6,19 @@ namespace reference {
 namespace {
 
 thread_local HalReturnCode reported_code = kHalSuccess;
+thread_local std::string_view reported_reason;
 
 }  // namespace
 
-void HalReporter::Result(const HalRequest& request, HalReturnCode code) const {
+void HalReporter::Result(const HalRequest& request, HalReturnCode code,
+                         std::string_view reason) const {
   if (!HasResult(request.operation)) {
+    const ScopedReport reported(code, reason);
     if (reports_.vrf_result) reports_.vrf_result(request, code);
     return;
   }
-  if (observer_ != nullptr) observer_->Result(request.number, request, code);
-  ReportResult(reports_.results, request, code);
+  if (observer_ != nullptr) observer_->Result(request.number, request, code, reason);
+  ReportResult(reports_.results, request, code, reason);
 }
 
 void HalReporter::ServerFound() const {
@@ -59,9 +62,15 @@ void HalConnection::EndReinstall() {
 
 HalReturnCode ReportedCode() { return reported_code; }
 
-ScopedReportedCode::ScopedReportedCode(HalReturnCode code)
-    : previous_(std::exchange(reported_code, code)) {}
+std::string_view ReportedReason() { return reported_reason; }
 
-ScopedReportedCode::~ScopedReportedCode() { reported_code = previous_; }
+ScopedReport::ScopedReport(HalReturnCode code, std::string_view reason)
+    : previous_code_(std::exchange(reported_code, code)),
+      previous_reason_(std::exchange(reported_reason, reason)) {}
+
+ScopedReport::~ScopedReport() {
+  reported_code = previous_code_;
+  reported_reason = previous_reason_;
+}
 
 }  // namespace reference

@@ -30,8 +30,9 @@ struct HalReports {
   /// May be empty.
   std::function<void()> room;
   /// The outcome of a VRF request, which has no result operation: the server's code, or the
-  /// client's if no server answered in time. Reported once per request, except for a
-  /// request that a newer one for the same VRF superseded while there was no server. May be empty.
+  /// client's if no server answered in time; `ReportedReason` returns the server's reason
+  /// meanwhile. Reported once per request, except for a request that a newer one for the same VRF
+  /// superseded while there was no server. May be empty.
   std::function<void(const HalRequest& request, HalReturnCode code)> vrf_result = nullptr;
   /// The server is gone, and every request sent to it has had its result. A connection that finds
   /// the next server immediately does not report this. May be empty.
@@ -77,7 +78,7 @@ class HalReporter {
       : reports_(std::move(reports)), observer_(observer) {}
 
   /// Calls the result operation or `vrf_result`; the observer does not see the latter.
-  void Result(const HalRequest& request, HalReturnCode code) const;
+  void Result(const HalRequest& request, HalReturnCode code, std::string_view reason = {}) const;
   void ServerFound() const;
   void ServerLost() const;
   void ReinstallEnded(bool in_sync) const;
@@ -148,17 +149,23 @@ class HalConnection : public HalClientBase {
 /// report, read it here.
 HalReturnCode ReportedCode();
 
-/// Makes `code` the reported one on this thread for its lifetime, then restores the previous one.
-/// Wraps each call of a result operation, as in `ReportResult`.
-class ScopedReportedCode {
+/// What the HAL says about the refusal being reported on this thread, in one line that is safe to
+/// print; empty if it says nothing, and outside of a report. Valid during the report.
+std::string_view ReportedReason();
+
+/// Makes `code` and `reason` the reported ones on this thread for its lifetime, then restores the
+/// previous ones. Wraps each call of a result operation, as in `ReportResult`. `reason` must
+/// outlive it.
+class ScopedReport {
  public:
-  explicit ScopedReportedCode(HalReturnCode code);
-  ScopedReportedCode(const ScopedReportedCode&) = delete;
-  ScopedReportedCode& operator=(const ScopedReportedCode&) = delete;
-  ~ScopedReportedCode();
+  explicit ScopedReport(HalReturnCode code, std::string_view reason = {});
+  ScopedReport(const ScopedReport&) = delete;
+  ScopedReport& operator=(const ScopedReport&) = delete;
+  ~ScopedReport();
 
  private:
-  HalReturnCode previous_;
+  HalReturnCode previous_code_;
+  std::string_view previous_reason_;
 };
 
 }  // namespace reference

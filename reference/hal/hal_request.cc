@@ -23,10 +23,11 @@ HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper) {
   return request;
 }
 
-void ReportResult(HalCallback* callback, const HalRequest& request, HalReturnCode code) {
+void ReportResult(HalCallback* callback, const HalRequest& request, HalReturnCode code,
+                  std::string_view reason) {
   const auto report = TraitsOf(request.operation).report;
   if (report == nullptr) return;
-  const ScopedReportedCode reported(code);
+  const ScopedReport reported(code, reason);
   report(callback, code, {request.id, request.secondary_id});
 }
 

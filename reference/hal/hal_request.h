@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/kinds.h"
@@ -29,9 +30,10 @@ HalRequest WithoutPayload(const HalRequest& request);
 /// of another kind, the request has no payload, and the HAL refuses it.
 HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper);
 
-/// Calls the request's result operation, if it has one, on the calling thread; `ReportedCode`
-/// returns the code meanwhile. Does not read the payload.
-void ReportResult(HalCallback* callback, const HalRequest& request, HalReturnCode code);
+/// Calls the request's result operation, if it has one, on the calling thread; `ReportedCode` and
+/// `ReportedReason` return `code` and `reason` meanwhile. Does not read the payload.
+void ReportResult(HalCallback* callback, const HalRequest& request, HalReturnCode code,
+                  std::string_view reason = {});
 
 }  // namespace reference
 

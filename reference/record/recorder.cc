@@ -235,7 +235,8 @@ std::uint64_t Recorder::Request(const HalRequest& request, const void* wrapper) 
   return number;
 }
 
-void Recorder::Result(std::uint64_t number, const HalRequest& request, HalReturnCode code) {
+void Recorder::Result(std::uint64_t number, const HalRequest& request, HalReturnCode code,
+                      std::string_view reason) {
   writer_->Write([&](record::Entry* entry) {
     record::Result* const result = entry->mutable_result();
     result->set_number(number);
@@ -243,6 +244,7 @@ void Recorder::Result(std::uint64_t number, const HalRequest& request, HalReturn
     result->set_id(request.id);
     result->set_secondary_id(request.secondary_id);
     result->set_code(static_cast<std::uint32_t>(code));
+    if (!reason.empty()) result->set_reason(Cut(reason));
   });
 }
 

@@ -36,7 +36,9 @@ class Recorder : public RequestObserver {
 
   /// Omits a payload that is too long for a record and records its length instead.
   std::uint64_t Request(const HalRequest& request, const void* wrapper) override;
-  void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code) override;
+  /// Truncates a reason after 64 KiB.
+  void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code,
+              std::string_view reason) override;
   void BeginReinstall() override;
   void EndReinstall() override;
   void ServerFound() override;

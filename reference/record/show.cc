@@ -55,7 +55,7 @@ std::string Line(const record::Result& result) {
     line += " secondary_id=" + std::to_string(result.secondary_id());
   }
   return line + " code=" + std::to_string(result.code()) + ' ' +
-         MakeErrorCode(HalReturnCode{result.code()}).message();
+         OutcomeText(HalReturnCode{result.code()}, result.reason());
 }
 
 std::string MessageText(const RecordedSchema& schema, const record::Request& request) {

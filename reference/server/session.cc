@@ -330,6 +330,7 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
   program_ = Quote(theirs.program(), kMaxName);
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
+  takes_reasons_ = theirs.protocol_minor_version() >= kMinorVersionWithReasons;
   StartDeadline(state_->options.idle_timeout);
   state_->Log(LogLevel::kInfo,
               "client " + std::to_string(number_) + ": " + program_ + " connected");
@@ -419,7 +420,7 @@ void Session::Stage(std::uint32_t sequence, const google::protobuf::Message* mes
   const SavedEntry before = state_->tables.Save(KindOf(request_.operation), request_.id);
   const HalReturnCode code =
       message == nullptr ? kHalBadRequest : state_->tables.Apply(request_, *message);
-  staged_.push_back({sequence, request_, code, before});
+  staged_.push_back({sequence, request_, code, before, {}});
 }
 
 void Session::CommitStaged() {
@@ -427,7 +428,7 @@ void Session::CommitStaged() {
   if (state_->options.data_plane->Commit()) CommitOneByOne();
   for (Staged& staged : staged_) {
     request_ = std::move(staged.request);
-    Answer({}, staged.sequence, staged.code);
+    Answer({}, staged.sequence, staged.code, staged.reason);
   }
   staged_.clear();
 }
@@ -453,6 +454,7 @@ void Session::CommitOneByOne() {
     tables.Restore(staged.before);
     data_plane.CommitOrLeave();
     staged.code = kHalKernelRefused;
+    staged.reason = *refusal;
   }
 }
 
@@ -461,14 +463,16 @@ void Session::TellRequest() {
   if (observer != nullptr) request_.number = observer->Request(request_, nullptr);
 }
 
-void Session::TellResult(HalReturnCode code) const {
+void Session::TellResult(HalReturnCode code, std::string_view reason) const {
   RequestObserver* const observer = state_->options.observer;
   if (observer == nullptr || !HasResult(request_.operation)) return;
-  observer->Result(request_.number, request_, code);
+  observer->Result(request_.number, request_, code, reason);
 }
 
-ResultPayload Session::ResultOf(HalReturnCode code, ServerFaults::Time due) const {
-  return {code, request_.id, request_.secondary_id, std::max(steady_clock::now(), due) - read_at_};
+ResultPayload Session::ResultOf(HalReturnCode code, std::string_view reason,
+                                ServerFaults::Time due) const {
+  return {code, request_.id, request_.secondary_id, std::max(steady_clock::now(), due) - read_at_,
+          takes_reasons_ ? reason : std::string_view()};
 }
 
 void Session::OnBeginReinstall() {
@@ -612,9 +616,9 @@ void Session::OnDeadline() {
 }
 
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
-                     HalReturnCode code) {
-  TellResult(code);
-  const ResultPayload result = ResultOf(code, fate.due);
+                     HalReturnCode code, std::string_view reason) {
+  TellResult(code, reason);
+  const ResultPayload result = ResultOf(code, reason, fate.due);
   const auto append = [&](std::string* out) {
     for (int copy = 0; copy < fate.copies; ++copy) AppendResult(sequence, result, out);
     if (fate.stray) AppendResult(sequence + kStrayDistance, result, out);

@@ -115,6 +115,8 @@ class Session : public std::enable_shared_from_this<Session> {
     // The code from the tables; the data plane may still refuse the request.
     HalReturnCode code = kHalSuccess;
     SavedEntry before;
+    // Why the data plane refused it; empty otherwise.
+    std::string reason;
   };
 
   void Read();
@@ -146,7 +148,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void CommitStaged();
   // After a refusal: finds the refused requests.
   void CommitOneByOne();
-  void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code);
+  void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code,
+              std::string_view reason = {});
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
   void ContinueReinstallEnd();
@@ -162,9 +165,9 @@ class Session : public std::enable_shared_from_this<Session> {
   void AppendMessage(FrameType type, std::uint32_t sequence,
                      const google::protobuf::MessageLite& message);
   void TellRequest();
-  void TellResult(HalReturnCode code) const;
+  void TellResult(HalReturnCode code, std::string_view reason) const;
   // The result of `request_`, sent at `due`, or now if that is past.
-  ResultPayload ResultOf(HalReturnCode code, ServerFaults::Time due) const;
+  ResultPayload ResultOf(HalReturnCode code, std::string_view reason, ServerFaults::Time due) const;
 
   // Rejects an invalid conversation: logs the reason, sends it to the client, and closes.
   void Refuse(const std::string& reason);
@@ -186,6 +189,8 @@ class Session : public std::enable_shared_from_this<Session> {
   const ServerFaults::ConnectionFate fate_;
 
   bool greeted_ = false;
+  // Whether the client understands reasons in results.
+  bool takes_reasons_ = false;
   // In quotes and safe to print.
   std::string program_;
   // Whether a reinstall that this session began is open.

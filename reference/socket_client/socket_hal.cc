@@ -142,7 +142,7 @@ class SocketHal::Client {
   void ReportReinstallEnded(bool in_sync);
   void ReportEnded();
   void ReportRoom();
-  void Report(const HalRequest& request, HalReturnCode code);
+  void Report(const HalRequest& request, HalReturnCode code, std::string_view reason = {});
 
   void Log(LogLevel level, const std::string& line) const;
   void LogFailure(const std::string& line);
@@ -524,17 +524,18 @@ void SocketHal::Client::OnResult(const FrameSplitter::Frame& frame) {
         std::to_string(request.id) + " with code " +
         std::to_string(static_cast<std::uint32_t>(result->code)) + ", a code of the client's own");
   }
+  const std::string reason = Printable(result->reason);
   const bool is_vrf = !HasResult(request.operation);
   if (is_vrf && result->code != kHalSuccess) {
     Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
                               std::to_string(request.id) +
-                              " refused: " + MakeErrorCode(result->code).message());
+                              " refused: " + OutcomeText(result->code, reason));
   }
   // A refused VRF is missing from the summary at the end, so the reinstall is repeated for it.
   if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
     reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
   }
-  if (!answered->expired) Report(request, result->code);
+  if (!answered->expired) Report(request, result->code, reason);
 }
 
 void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
@@ -595,10 +596,11 @@ void SocketHal::Client::ReportRoom() {
   reporter_.Room();
 }
 
-void SocketHal::Client::Report(const HalRequest& request, HalReturnCode code) {
+void SocketHal::Client::Report(const HalRequest& request, HalReturnCode code,
+                               std::string_view reason) {
   if (stopping_) return;
   if (HasResult(request.operation)) queue_->CountResult();
-  reporter_.Result(request, code);
+  reporter_.Result(request, code, reason);
 }
 
 void SocketHal::Client::Log(LogLevel level, const std::string& line) const {

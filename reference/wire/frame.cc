@@ -77,7 +77,8 @@ void AppendFrame(FrameType type, std::uint32_t sequence, std::string_view payloa
 void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out) {
   constexpr std::chrono::nanoseconds kLongest{std::numeric_limits<std::uint32_t>::max()};
   const auto hal_time = static_cast<std::uint32_t>(std::min(result.hal_time, kLongest).count());
-  const Header header = MakeHeader(FrameType::kResult, sequence, kResultSize);
+  const std::string_view reason = result.reason.substr(0, kMaxReason);
+  const Header header = MakeHeader(FrameType::kResult, sequence, kResultSize + reason.size());
   const std::array frame = {header[0],
                             header[1],
                             native_to_big(static_cast<std::uint32_t>(result.code)),
@@ -86,13 +87,17 @@ void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::stri
                             native_to_big(hal_time)};
   static_assert(sizeof frame == kFrameHeaderSize + kResultSize);
   AppendNumbers(frame, out);
+  out->append(reason);
 }
 
 std::optional<ResultPayload> ParseResult(std::string_view payload) {
-  if (payload.size() != kResultSize) return std::nullopt;
+  if (payload.size() < kResultSize || payload.size() > kResultSize + kMaxReason) {
+    return std::nullopt;
+  }
   return ResultPayload{static_cast<HalReturnCode>(NumberAt(payload, 0)),
                        NumberAt(payload, kNumberSize), NumberAt(payload, 2 * kNumberSize),
-                       std::chrono::nanoseconds(NumberAt(payload, 3 * kNumberSize))};
+                       std::chrono::nanoseconds(NumberAt(payload, 3 * kNumberSize)),
+                       payload.substr(kResultSize)};
 }
 
 FrameSplitter::FrameSplitter(std::size_t max_payload) : max_payload_(max_payload) {}

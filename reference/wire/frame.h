@@ -18,10 +18,14 @@ namespace reference {
 // in its highest byte and a sequence number in the other three.
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
-inline constexpr std::uint32_t kProtocolMinorVersion = 1;
+inline constexpr std::uint32_t kProtocolMinorVersion = 2;
+/// From this minor version on, clients understand a reason in a result.
+inline constexpr std::uint32_t kMinorVersionWithReasons = 2;
 inline constexpr std::size_t kFrameHeaderSize = 8;
 inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
 inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
+/// The maximum length of a result's reason, in bytes.
+inline constexpr std::size_t kMaxReason = 256;
 
 enum class FrameType : std::uint8_t {
   /// Both sides, first: payload `wire.Hello`.
@@ -32,8 +36,9 @@ enum class FrameType : std::uint8_t {
   // The values of `HalOperation` (3 to 15): requests; the payload is the kind's message. New types
   // and new operations take values from 24.
   /// Server: the payload is the code, the id, the secondary id, and how long the server had the
-  /// request, in nanoseconds, at most 2^32 - 1 (4 bytes each). The sequence is the request's. VRF
-  /// requests are answered too.
+  /// request, in nanoseconds, at most 2^32 - 1 (4 bytes each), then the reason for a refusal, if
+  /// there is one and the client understands it. The sequence is the request's. VRF requests are
+  /// answered too.
   kResult = 16,
   /// Client; no payload.
   kBeginReinstall = 17,
@@ -82,12 +87,15 @@ struct ResultPayload {
   std::uint32_t secondary_id = 0;
   /// Never negative.
   std::chrono::nanoseconds hal_time{0};
+  /// One line of text for the operator: why the HAL refused the request; empty for none. Not owned.
+  std::string_view reason{};
 };
 
-/// Appends a `kResult` frame.
+/// Appends a `kResult` frame. Truncates the reason after `kMaxReason` bytes.
 void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::string* out);
 
-/// Parses the payload of a `kResult` frame; nothing if its size is wrong.
+/// Parses the payload of a `kResult` frame, to which the reason refers; nothing if its size is
+/// wrong.
 std::optional<ResultPayload> ParseResult(std::string_view payload);
 
 /// What the peer sent breaks the protocol; close the connection.

@@ -53,7 +53,9 @@ void CheckFrame(const FrameSplitter::Frame& frame) {
   Check(static_cast<std::uint32_t>(frame.header.type) == word >> 24, "type");
   Check(frame.header.sequence == (word & reference::kSequenceMask), "sequence");
   const auto result = reference::ParseResult(frame.payload);
-  Check(result.has_value() == (frame.payload.size() == 16), "result");
+  const std::size_t size = frame.payload.size();
+  Check(result.has_value() == (size >= 16 && size <= 16 + 256), "result");
+  Check(!result || result->reason == frame.payload.substr(16), "reason");
 }
 
 Frames Split(std::string_view stream, std::size_t max_payload, std::size_t read_size) {

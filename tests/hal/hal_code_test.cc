@@ -51,6 +51,11 @@ TEST(HalCodeTest, OnlySuccessConvertsToFalse) {
   EXPECT_TRUE(MakeErrorCode(HalReturnCode{4294967295}));
 }
 
+TEST(HalCodeTest, AnOutcomesTextHasTheReason) {
+  EXPECT_EQ(OutcomeText(kHalKernelRefused, ""), "refused by the kernel");
+  EXPECT_EQ(OutcomeText(kHalKernelRefused, "no memory"), "refused by the kernel: no memory");
+}
+
 TEST(HalCodeTest, CategoryIsOneNamedHal) {
   EXPECT_EQ(std::string(HalCategory().name()), "hal");
   EXPECT_EQ(&HalCategory(), &HalCategory());

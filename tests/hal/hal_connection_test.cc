@@ -32,8 +32,8 @@ class Observed : public RequestObserver {
     events.emplace_back("observed request");
     return 1;
   }
-  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/,
-              HalReturnCode /*code*/) override {
+  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/, HalReturnCode /*code*/,
+              std::string_view /*reason*/) override {
     ADD_FAILURE();
   }
   void BeginReinstall() override { events.emplace_back("observed begin"); }
@@ -158,25 +158,41 @@ TEST(HalConnectionTest, InitialisesTheModuleWithoutARequest) {
   EXPECT_THAT(connection.submitted(), IsEmpty());
 }
 
-TEST(ReportedCodeTest, IsTheInnermostAndThenTheOneBefore) {
-  EXPECT_EQ(ReportedCode(), kHalSuccess);
-  {
-    const ScopedReportedCode outer(kHalTableFull);
-    EXPECT_EQ(ReportedCode(), kHalTableFull);
-    {
-      const ScopedReportedCode inner(kHalExists);
-      EXPECT_EQ(ReportedCode(), kHalExists);
-    }
-    EXPECT_EQ(ReportedCode(), kHalTableFull);
-  }
-  EXPECT_EQ(ReportedCode(), kHalSuccess);
+void ExpectReported(HalReturnCode code, const std::string& reason) {
+  EXPECT_EQ(ReportedCode(), code);
+  EXPECT_EQ(ReportedReason(), reason);
 }
 
-TEST(ReportedCodeTest, IsEachThreadsOwn) {
-  const ScopedReportedCode reported(kHalTableFull);
-  HalReturnCode elsewhere = kHalExists;
-  std::thread([&elsewhere] { elsewhere = ReportedCode(); }).join();
-  EXPECT_EQ(elsewhere, kHalSuccess);
+TEST(ScopedReportTest, TheInnermostCountsAndThenTheOneBefore) {
+  ExpectReported(kHalSuccess, "");
+  {
+    const ScopedReport outer(kHalKernelRefused, "no memory");
+    ExpectReported(kHalKernelRefused, "no memory");
+    {
+      const ScopedReport inner(kHalExists);
+      ExpectReported(kHalExists, "");
+    }
+    ExpectReported(kHalKernelRefused, "no memory");
+  }
+  ExpectReported(kHalSuccess, "");
+}
+
+TEST(ScopedReportTest, IsEachThreadsOwn) {
+  const ScopedReport reported(kHalKernelRefused, "no memory");
+  std::thread([] { ExpectReported(kHalSuccess, ""); }).join();
+}
+
+TEST(HalReporterTest, AVrfsReasonIsReportedWithItsOutcome) {
+  HalReports reports;
+  int outcomes = 0;
+  reports.vrf_result = [&outcomes](const HalRequest& /*request*/, HalReturnCode code) {
+    ExpectReported(code, "no memory");
+    ++outcomes;
+  };
+  HalReporter(reports, nullptr)
+      .Result({HalOperation::kInstallVrf, 7, 0, {}}, kHalKernelRefused, "no memory");
+  EXPECT_EQ(outcomes, 1);
+  ExpectReported(kHalSuccess, "");
 }
 
 }  // namespace

@@ -54,14 +54,15 @@ TEST_P(HalOperationTest, ReportsToItsResultOperation) {
   const OperationCase& test = GetParam();
   std::vector<Result> results;
   RecordingResults recorder([&results](const Result& result) { results.push_back(result); });
-  ReportResult(&recorder, {test.operation, 5, 9, {}}, HalReturnCode{4000000000});
+  ReportResult(&recorder, {test.operation, 5, 9, {}}, HalReturnCode{4000000000}, "no memory");
   if (std::string(test.result).empty()) {
     EXPECT_THAT(results, IsEmpty());
     EXPECT_FALSE(HasResult(test.operation));
     return;
   }
   const std::uint32_t secondary_id = test.kind == HalKind::kMpls ? 9 : 0;
-  EXPECT_THAT(results, ElementsAre(Result{test.result, 4000000000, 5, secondary_id, 4000000000}));
+  EXPECT_THAT(results, ElementsAre(Result{test.result, 4000000000, 5, secondary_id, 4000000000,
+                                          "no memory"}));
   EXPECT_TRUE(HasResult(test.operation));
   EXPECT_EQ(ReportedCode(), kHalSuccess);
 }

@@ -11,8 +11,8 @@
 
 namespace reference {
 
-/// Records what it observes as lines: "#1 install-vlan 5", "#1 install-vlan 5: 0", "begin", "end",
-/// "found", "event ...".
+/// Records what it observes as lines: "#1 install-vlan 5", "#1 install-vlan 5: 0", with a reason
+/// "#1 install-vlan 5: 9 no memory", "begin", "end", "found", "event ...".
 class Observed : public RequestObserver {
  public:
   std::uint64_t Request(const HalRequest& request, const void* wrapper) override {
@@ -21,8 +21,12 @@ class Observed : public RequestObserver {
     lines_.push_back(Name(wrappers_.size(), request));
     return wrappers_.size();
   }
-  void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code) override {
-    Add(Name(number, request) + ": " + std::to_string(static_cast<std::uint32_t>(code)));
+  void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code,
+              std::string_view reason) override {
+    std::string line = Name(number, request) + ": ";
+    line += std::to_string(static_cast<std::uint32_t>(code));
+    if (!reason.empty()) line.append(" ").append(reason);
+    Add(line);
   }
   void BeginReinstall() override { Add("begin"); }
   void EndReinstall() override { Add("end"); }

@@ -21,18 +21,20 @@ struct Result {
   std::uint32_t code = 0;
   std::uint32_t id = 0;
   std::uint32_t secondary_id = 0;
-  /// What `ReportedCode` returned inside the call.
+  /// What `ReportedCode` and `ReportedReason` returned inside the call.
   std::uint32_t reported = 0;
+  std::string reason{};
 };
 
 inline bool operator==(const Result& a, const Result& b) {
-  return std::tie(a.operation, a.code, a.id, a.secondary_id, a.reported) ==
-         std::tie(b.operation, b.code, b.id, b.secondary_id, b.reported);
+  return std::tie(a.operation, a.code, a.id, a.secondary_id, a.reported, a.reason) ==
+         std::tie(b.operation, b.code, b.id, b.secondary_id, b.reported, b.reason);
 }
 
 inline std::ostream& operator<<(std::ostream& out, const Result& result) {
   return out << result.operation << " code=" << result.code << " id=" << result.id
-             << " secondary_id=" << result.secondary_id << " reported=" << result.reported;
+             << " secondary_id=" << result.secondary_id << " reported=" << result.reported
+             << " reason=" << result.reason;
 }
 
 /// Passes every result to a function, on the reporting thread.
@@ -89,7 +91,7 @@ class RecordingResults : public HalL3MplsEncapsulationClientCallbackItf {
   void Record(const char* operation, ReturnCode code, unsigned int id,
               unsigned int secondary_id = 0) {
     record_({operation, static_cast<std::uint32_t>(code), id, secondary_id,
-             static_cast<std::uint32_t>(ReportedCode())});
+             static_cast<std::uint32_t>(ReportedCode()), std::string(ReportedReason())});
   }
 
   std::function<void(const Result&)> record_;

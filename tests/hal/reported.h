@@ -63,7 +63,8 @@ class Record {
   std::vector<std::string> entries_;
 };
 
-/// Records everything that a connection reports: "found", "room", "InstallVlan 5: 0".
+/// Records everything that a connection reports: "found", "room", "InstallVlan 5: 0", with a reason
+/// "InstallVlan 5: 9 no memory".
 class Reported {
  public:
   Reported() : results_([this](const Result& result) { AddResult(result); }) {}
@@ -77,8 +78,8 @@ class Reported {
   HalReports AllReports() {
     HalReports reports = Reports();
     reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
-      Add(std::string(OperationName(request.operation)) + ' ' + std::to_string(request.id) + ": " +
-          std::to_string(static_cast<std::uint32_t>(code)));
+      AddOutcome(std::string(OperationName(request.operation)), request.id,
+                 static_cast<std::uint32_t>(code), std::string(ReportedReason()));
     };
     reports.server_lost = [this] { Add("lost"); };
     reports.reinstall_ended = [this](bool in_sync) { Add(in_sync ? "in sync" : "not in sync"); };
@@ -100,7 +101,13 @@ class Reported {
  private:
   void AddResult(const Result& result) {
     EXPECT_EQ(result.reported, result.code);
-    Add(result.operation + ' ' + std::to_string(result.id) + ": " + std::to_string(result.code));
+    AddOutcome(result.operation, result.id, result.code, result.reason);
+  }
+
+  void AddOutcome(const std::string& operation, std::uint32_t id, std::uint32_t code,
+                  const std::string& reason) {
+    Add(operation + ' ' + std::to_string(id) + ": " + std::to_string(code) +
+        (reason.empty() ? "" : ' ' + reason));
   }
 
   void Add(const std::string& event) {

@@ -35,8 +35,8 @@ class ResultCounter : public RequestObserver {
     if (HasResult(request.operation)) results_[requests_] = 0;
     return requests_;
   }
-  void Result(std::uint64_t number, const HalRequest& /*request*/,
-              HalReturnCode /*code*/) override {
+  void Result(std::uint64_t number, const HalRequest& /*request*/, HalReturnCode /*code*/,
+              std::string_view /*reason*/) override {
     const std::lock_guard lock(mutex_);
     ++results_[number];
   }

@@ -39,8 +39,8 @@ class AtFrame : public RequestObserver {
   }
   void BeginReinstall() override { Count(); }
   void EndReinstall() override { Count(); }
-  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/,
-              HalReturnCode /*code*/) override {}
+  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/, HalReturnCode /*code*/,
+              std::string_view /*reason*/) override {}
   void ServerFound() override {}
   void Event(std::string_view /*line*/) override {}
 

@@ -608,6 +608,32 @@ TEST_F(ManagerTest, AVrfIsRefusedAndSentAgainAfterARemoval) {
   EXPECT_TRUE(manager_.settled());
 }
 
+TEST_F(ManagerTest, ARefusalHasTheReasonThatTheHalGives) {
+  Site site;
+  site.vrfs = {VrfEntry(1, 10)};
+  site.vlans = {VlanEntry(10)};
+  Apply(site);
+  FindServer();
+  hal_.SetReason("no memory");
+  Answer("install-vrf 10", kHalKernelRefused);
+  Answer("install-vlan 10", kHalKernelRefused);
+  EXPECT_EQ(StandingText(HalKind::kVrf, 1), "failed refused by the kernel: no memory");
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed refused by the kernel: no memory");
+
+  // The next result replaces it.
+  manager_.Resync();
+  Work();
+  hal_.SetReason("");
+  Answer("install-vlan 10", kHalNotSupported);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed not supported");
+  manager_.Resync();
+  Work();
+  hal_.SetReason("a success needs none");
+  AnswerAll();
+  EXPECT_EQ(manager_.database().Find({HalKind::kVlan, 10})->reason, "");
+  EXPECT_EQ(manager_.database().Find({HalKind::kVrf, 1})->reason, "");
+}
+
 TEST_F(ManagerTest, IsNotSettledWithAVrfThatWasRefused) {
   Site site;
   site.vrfs = {VrfEntry(1, 10)};

@@ -153,6 +153,13 @@ TEST_F(ReportTest, NamesControlNothing) {
   EXPECT_THAT(GraphText(NodesOf(database_)), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
 }
 
+TEST_F(ReportTest, ExplainsWithTheHalsReason) {
+  Find(HalKind::kVlan, 11)->code = kHalKernelRefused;
+  Find(HalKind::kVlan, 11)->reason = "no memory";
+  EXPECT_EQ(ExplainText(HalKind::kVlan, 11),
+            "vlan:11 \"vlan-11\" failed: refused by the kernel: no memory\n");
+}
+
 TEST_F(ReportTest, ExplainsEveryStanding) {
   EXPECT_EQ(ExplainText(HalKind::kVlan, 10), "vlan:10 \"c\xC3\xB4re \\\"a\\\"\" is installed\n");
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11), "vlan:11 \"vlan-11\" failed: table full\n");

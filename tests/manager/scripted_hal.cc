@@ -61,8 +61,9 @@ void ScriptedHal::Report(HalOperation operation, std::uint32_t id, HalReturnCode
 
 void ScriptedHal::Report(const HalRequest& request, HalReturnCode code) {
   if (HasResult(request.operation)) {
-    ReportResult(reports_.results, request, code);
+    ReportResult(reports_.results, request, code, reason_);
   } else {
+    const ScopedReport reported(code, reason_);
     reports_.vrf_result(request, code);
   }
 }

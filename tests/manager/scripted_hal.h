@@ -31,6 +31,8 @@ class ScriptedHal : public HalConnection {
   void FindServer();
   /// The same while requests are in flight; the new server answers them.
   void FindServerWithRequestsInFlight() { reports_.server_found(); }
+  /// Sets what the HAL says about its results from now on.
+  void SetReason(const std::string& reason) { reason_ = reason; }
   /// Answers the oldest request in flight.
   void Answer(HalReturnCode code = kHalSuccess);
   void AnswerAll(HalReturnCode code = kHalSuccess);
@@ -64,6 +66,7 @@ class ScriptedHal : public HalConnection {
   std::deque<HalRequest> outstanding_;
   std::vector<std::string> log_;
   std::string last_payload_;
+  std::string reason_;
   bool end_sent_ = false;
   bool in_sync_ = true;
   std::size_t room_ = 1000;

@@ -64,8 +64,8 @@ TEST(Recorder, WritesEverything) {
     const HalRequest destroy = {HalOperation::kDestroyVlan, 12, 0, "other"};
     EXPECT_EQ(recorder.Request(destroy, nullptr), 2U);
     recorder.EndReinstall();
-    recorder.Result(2, destroy, kHalNotFound);
-    recorder.Result(1, install, kHalSuccess);
+    recorder.Result(2, destroy, kHalNotFound, "not there");
+    recorder.Result(1, install, kHalSuccess, "");
     recorder.Event("in sync");
   }
   RecordingReader recording(path);
@@ -73,15 +73,15 @@ TEST(Recorder, WritesEverything) {
   EXPECT_TRUE(recording.schema().built_in());
   EXPECT_THAT(
       ReadEntries(&recording),
-      ElementsAre("server_found { }",
-                  "interface { lim_id: 3 name: \"eth3\" type: 2 ifindex: 16777475 }",
-                  "begin_reinstall { }",
-                  "request { number: 1 operation: 13 id: 17 secondary_id: 99 payload: \"payload\" "
-                  "wrapper: 94355207757344 }",
-                  "request { number: 2 operation: 6 id: 12 payload: \"other\" }",
-                  "end_reinstall { }", "result { number: 2 operation: 6 id: 12 code: 4 }",
-                  "result { number: 1 operation: 13 id: 17 secondary_id: 99 }",
-                  "event { line: \"in sync\" }"));
+      ElementsAre(
+          "server_found { }", "interface { lim_id: 3 name: \"eth3\" type: 2 ifindex: 16777475 }",
+          "begin_reinstall { }",
+          "request { number: 1 operation: 13 id: 17 secondary_id: 99 payload: \"payload\" "
+          "wrapper: 94355207757344 }",
+          "request { number: 2 operation: 6 id: 12 payload: \"other\" }", "end_reinstall { }",
+          "result { number: 2 operation: 6 id: 12 code: 4 reason: \"not there\" }",
+          "result { number: 1 operation: 13 id: 17 secondary_id: 99 }",
+          "event { line: \"in sync\" }"));
   EXPECT_FALSE(recording.cut_at());
 }
 
@@ -326,7 +326,7 @@ TEST(Recorder, NumbersAndOrdersTheRequestsOfSeveralThreads) {
       threads.emplace_back([&recorder] {
         const HalRequest request = {HalOperation::kInstallVrf, 1, 0, "p"};
         for (std::uint64_t count = 0; count < kRequests; ++count) {
-          recorder.Result(recorder.Request(request, nullptr), request, kHalSuccess);
+          recorder.Result(recorder.Request(request, nullptr), request, kHalSuccess, "");
         }
       });
     }

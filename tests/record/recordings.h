@@ -124,14 +124,14 @@ class RecordedSession {
     const HalRequest request = {operation, id, 0, message.SerializeAsString()};
     const std::uint64_t number = recorder_.Request(request, nullptr);
     const HalReturnCode code = tables_.Apply(request);
-    if (HasResult(operation)) recorder_.Result(number, request, code);
+    if (HasResult(operation)) recorder_.Result(number, request, code, "");
   }
 
   /// Records a request with the given result, without applying it to the tables.
   void Fail(HalOperation operation, std::uint32_t id, const google::protobuf::Message& message,
             HalReturnCode code) {
     const HalRequest request = {operation, id, 0, message.SerializeAsString()};
-    recorder_.Result(recorder_.Request(request, nullptr), request, code);
+    recorder_.Result(recorder_.Request(request, nullptr), request, code, "");
   }
 
   void BeginReinstall() {

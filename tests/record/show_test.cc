@@ -75,6 +75,8 @@ TEST_F(Show, PrintsEveryEntryOnALine) {
   end.mutable_end_reinstall();
   record::Entry mpls_result = ResultEntry(4, HalOperation::kReplaceMpls, 17, kHalSuccess);
   mpls_result.mutable_result()->set_secondary_id(99);
+  record::Entry refused = ResultEntry(5, HalOperation::kInstallEcmp, 7, kHalKernelRefused);
+  refused.mutable_result()->set_reason("no memory");
 
   std::vector<record::Entry> entries = {
       InterfaceEntry(3, 0x01000103),
@@ -91,6 +93,7 @@ TEST_F(Show, PrintsEveryEntryOnALine) {
       ResultEntry(3, HalOperation::kInstallHost, 12, kHalMissingReference),
       mpls_result,
       ResultEntry(5, HalOperation::kInstallEcmp, 7, HalReturnCode{77}),
+      refused,
       EventEntry("in sync after 120 ms"),
   };
   std::uint64_t time = 0;
@@ -123,7 +126,8 @@ TEST_F(Show, PrintsEveryEntryOnALine) {
           "exist in the HAL\n"
           "5.200000013 <=== #4 replace-mpls id=17 secondary_id=99 code=0 success\n"
           "5.600000014 <=== #5 install-ecmp id=7 code=77 code 77\n"
-          "6.000000015 ---- in sync after 120 ms\n");
+          "6.000000015 <=== #5 install-ecmp id=7 code=9 refused by the kernel: no memory\n"
+          "6.400000016 ---- in sync after 120 ms\n");
 }
 
 TEST_F(Show, RendersWhatTheRecordedMessageRendered) {

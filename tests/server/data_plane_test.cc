@@ -14,6 +14,7 @@
 
 #include "tests/hal/fake_data_plane.h"
 #include "tests/hal/messages.h"
+#include "tests/hal/observed.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
 #include "wire.pb.h"
@@ -91,6 +92,33 @@ TEST_F(DataPlaneTest, OnlyTheRefusedRequestFails) {
   Calls();
   EXPECT_EQ(data_plane_.entries().size(), 2);
   EXPECT_EQ(data_plane_.entries().count("vlan 11"), 0);
+}
+
+TEST_F(DataPlaneTest, AClientOfMinorVersion2IsGivenTheReason) {
+  data_plane_.RefuseToCommit("vlan 11");
+  for (const char minor_version : {'\x01', '\x02', '\x7F'}) {
+    client_.reset();
+    client_.emplace(server_.path()).Greet(HelloBytes(minor_version));
+    client_->Send(VlanFrame(kInstallVlan, 1, 10) + VlanFrame(kInstallVlan, 2, 11));
+    const std::string reason = minor_version == 1 ? "" : "no room for vlan 11";
+    EXPECT_THAT(client_->ReceiveFrames(2),
+                ElementsAre(Result(1, 0, 10), Result(2, 9, 11, 0, reason)));
+  }
+}
+
+TEST(DataPlaneObserverTest, SeesTheReason) {
+  FakeDataPlane data_plane;
+  data_plane.RefuseToCommit("vlan 11");
+  Observed observed;
+  HalServerOptions options;
+  options.data_plane = &data_plane;
+  options.observer = &observed;
+  TestServer server(options);
+  RawClient client(server.path());
+  client.Greet();
+  client.Send(VlanFrame(kInstallVlan, 1, 11));
+  EXPECT_EQ(client.Receive(), Result(1, 9, 11));
+  EXPECT_THAT(observed.lines(), Contains("#1 install-vlan 11: 9 no room for vlan 11"));
 }
 
 TEST_F(DataPlaneTest, WhatRefersToARefusedEntryFindsItMissing) {

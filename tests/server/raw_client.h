@@ -50,13 +50,18 @@ inline std::string FrameBytes(int type, std::uint32_t sequence, std::string_view
          Big(static_cast<std::uint32_t>(payload.size())) + std::string(payload);
 }
 
-/// A client's hello of protocol version 1, from the program "test".
+/// A client's hello of protocol version 1, minor version 0, from the program "test".
 inline std::string HelloBytes() { return FrameBytes(1, 0, "\x08\x01\x12\x04test"); }
+
+/// The same of another minor version, up to 127.
+inline std::string HelloBytes(char minor_version) {
+  return FrameBytes(1, 0, std::string("\x08\x01\x12\x04test\x30") + minor_version);
+}
 
 /// A result frame as compared.
 inline RawFrame Result(std::uint32_t sequence, std::uint32_t code, std::uint32_t id,
-                       std::uint32_t secondary_id = 0) {
-  return {16, sequence, Big(code) + Big(id) + Big(secondary_id)};
+                       std::uint32_t secondary_id = 0, const std::string& reason = {}) {
+  return {16, sequence, Big(code) + Big(id) + Big(secondary_id) + reason};
 }
 
 /// A client that sends any bytes and waits for the answers, on the test's thread. Every wait ends
@@ -104,8 +109,8 @@ class RawClient {
   }
 
   /// Sends a hello. Returns the server's frame.
-  std::optional<RawFrame> Greet() {
-    Send(HelloBytes());
+  std::optional<RawFrame> Greet(const std::string& hello = HelloBytes()) {
+    Send(hello);
     return Receive();
   }
 
@@ -119,9 +124,9 @@ class RawClient {
     const std::uint32_t size = Number(header, 4);
     frame.payload = ReceiveBytes(size);
     if (frame.payload.size() < size) return std::nullopt;
-    if (frame.type == 16 && size == 16) {
+    if (frame.type == 16 && size >= 16) {
       frame.hal_ns = Number(frame.payload, 12);
-      frame.payload.resize(12);
+      frame.payload.erase(12, 4);
     }
     return frame;
   }

@@ -96,9 +96,9 @@ FakeServer::Frame FakeServer::NextOfAny() {
   }
 }
 
-void FakeServer::Answer(const Frame& request, std::uint32_t code) {
+void FakeServer::Answer(const Frame& request, std::uint32_t code, std::string_view reason) {
   std::string frame;
-  AppendResult(request.sequence, {HalReturnCode{code}, IdIn(request), 0, {}}, &frame);
+  AppendResult(request.sequence, {HalReturnCode{code}, IdIn(request), 0, {}, reason}, &frame);
   Send(frame);
 }
 

@@ -71,7 +71,7 @@ class FakeServer {
   /// The next frame of any type.
   Frame NextOfAny();
   /// Sends a result for the request.
-  void Answer(const Frame& request, std::uint32_t code = 0);
+  void Answer(const Frame& request, std::uint32_t code = 0, std::string_view reason = {});
   /// Sends bytes; false if the client has closed the connection.
   bool Send(std::string_view bytes) const;
   void SendFrame(FrameType type, std::uint32_t sequence, std::string_view payload) const;

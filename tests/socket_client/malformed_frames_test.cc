@@ -145,8 +145,7 @@ class MalformedFrames {
   }
 
   Malformed ResultOfAnotherSize() {
-    std::string payload = Bytes(0, 100);
-    if (payload.size() == 16) payload.pop_back();
+    const std::string payload = From(0, 1) == 0 ? Bytes(0, 15) : Bytes(273, 400);
     return {true, Frame(16, payload),
             "HAL server closed, it sent a result of " + std::to_string(payload.size()) + " bytes"};
   }

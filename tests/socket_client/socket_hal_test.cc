@@ -104,7 +104,7 @@ class OneWriter : public SocketHalTest {
 TEST_F(OneWriter, IdentifiesItselfAsAWriterInItsHello) {
   StartConnected(Options());
   EXPECT_EQ(server_.hello().program(), "first 1.0");
-  EXPECT_EQ(server_.hello().protocol_minor_version(), 1U);
+  EXPECT_EQ(server_.hello().protocol_minor_version(), 2U);
   EXPECT_TRUE(server_.hello().writes());
   EXPECT_FALSE(server_.hello().take_over());
 }
@@ -344,6 +344,13 @@ TEST_F(PromiseOneResult, WhenTheServerAnswersTwiceOrWithoutBeingAsked) {
   EXPECT_EQ(hal->counters().late_results, 2U);
 }
 
+TEST_F(PromiseOneResult, WithTheReasonThatTheServerGivesMadeSafe) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 1);
+  server_.Answer(server_.Next(), 9, "no memory\n\x1b[31m");
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", R"(InstallVlan 1: 9 no memory\n\x1b[31m)"));
+}
+
 TEST_F(PromiseOneResult, WhenTheServerAnswersForAnotherObject) {
   SocketHal* const hal = StartConnected(Options());
   InstallVlan(hal, 1);
@@ -474,6 +481,18 @@ TEST_F(PromiseVrfsAreKept, ARefusalIsReported) {
   server_.Answer(server_.Next(), 5);
   EXPECT_EQ(log_.AwaitStart("install-vrf"), "install-vrf 1 refused: table full");
   EXPECT_THAT(reported_.events(), ElementsAre("found"));
+}
+
+TEST_F(PromiseVrfsAreKept, ARefusalIsReportedWithItsReason) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  InstallVrf(hal_.get(), 1);
+  server_.Answer(server_.Next(), 9, "no memory");
+  EXPECT_EQ(log_.AwaitStart("install-vrf"),
+            "install-vrf 1 refused: refused by the kernel: no memory");
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "install-vrf 1: 9 no memory"));
 }
 
 TEST_F(PromiseVrfsAreKept, EachOutcomeIsReported) {

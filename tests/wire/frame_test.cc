@@ -212,6 +212,26 @@ TEST(AppendResult, WritesTheGoldenBytes) {
                                   "\x00\x00\x11\x22"));
 }
 
+TEST(AppendResult, EndsWithTheReason) {
+  std::string out;
+  AppendResult(2, {kHalKernelRefused, 5, 0, {}, "no memory"}, &out);
+  EXPECT_EQ(out, Bytes("\x10\x00\x00\x02"
+                       "\x00\x00\x00\x19"
+                       "\x00\x00\x00\x09"
+                       "\x00\x00\x00\x05"
+                       "\x00\x00\x00\x00"
+                       "\x00\x00\x00\x00"
+                       "no memory"));
+}
+
+TEST(AppendResult, CutsAReasonThatIsTooLong) {
+  const std::string reason(300, 'x');
+  std::string out;
+  AppendResult(2, {kHalKernelRefused, 5, 0, {}, reason}, &out);
+  EXPECT_EQ(out.substr(4, 4), Bytes("\x00\x00\x01\x10"));
+  EXPECT_EQ(out.substr(24), std::string(256, 'x'));
+}
+
 TEST(AppendResult, CutsATimeThatIsTooLong) {
   std::string out;
   AppendResult(1, {kHalSuccess, 5, 0, std::chrono::seconds(5)}, &out);
@@ -231,10 +251,14 @@ TEST(ParseResult, ReadsTheGoldenBytes) {
   EXPECT_EQ(result->secondary_id, 0x01020304);
 }
 
-TEST(ParseResult, AcceptsSixteenBytesOnly) {
-  for (std::size_t size = 0; size < 32; ++size) {
+TEST(ParseResult, AcceptsSixteenBytesAndAReasonOfAtMost256) {
+  for (std::size_t size = 0; size < 300; ++size) {
     const std::vector<char> payload(size, 'x');
-    EXPECT_EQ(ParseResult({payload.data(), size}).has_value(), size == 16) << size;
+    const auto result = ParseResult({payload.data(), size});
+    EXPECT_EQ(result.has_value(), size >= 16 && size <= 272) << size;
+    if (result) {
+      EXPECT_EQ(result->reason, std::string(size - 16, 'x'));
+    }
   }
 }
 

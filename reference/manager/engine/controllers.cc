@@ -6,6 +6,7 @@
 #include <google/protobuf/message.h>
 
 #include <mutex>
+#include <string>
 
 #include "app_framework/app_message.h"
 #include "dest_mng.pb.h"
@@ -26,7 +27,8 @@ NotificationSink* sink = nullptr;
 template <HalKind kind, typename Record>
 void PassResult(HalAction action, bool success, const msg_ctrl::MessageController& controller) {
   const auto& record = dynamic_cast<const Record&>(*controller.message()->message());
-  const HalResult result{kind, action, success, ReportedCode(), record.db_id()};
+  const HalResult result{kind,           action,         success,
+                         ReportedCode(), record.db_id(), std::string(ReportedReason())};
   const std::lock_guard lock(sink_mutex);
   if (sink != nullptr) sink->OnResult(result);
 }

@@ -210,6 +210,7 @@ void DestDatabase::UpdateVrf(Object* vrf) {
   const std::uint32_t own_number = std::get<dest_mng::VrfData>(vrf->content).vrf_id;
   ObjectState state = ObjectState::kRemoved;
   HalReturnCode code = kHalSuccess;
+  std::string reason;
   auto& numbers = numbers_of_vrf_[vrf->key.id];
   for (auto number = numbers.begin(); number != numbers.end();) {
     const Object& entry = vrf_entries_.at({HalKind::kVrf, *number});
@@ -225,9 +226,11 @@ void DestDatabase::UpdateVrf(Object* vrf) {
     if ((own && state == ObjectState::kRemoved) || (!own && left_is_there)) {
       state = entry.state();
       code = entry.code;
+      reason = entry.reason;
     }
   }
   vrf->code = code;
+  vrf->reason = std::move(reason);
   SetStateOf(vrf, state);
 }
 

@@ -78,8 +78,9 @@ struct Object {
   bool wanted = true;
 
   Presence presence = Presence::kAbsent;
-  /// The code of the last result.
+  /// The code of the last result, and what the HAL says about it; the latter may be empty.
   HalReturnCode code = kHalSuccess;
+  std::string reason;
   /// The request in flight, at most one.
   std::optional<HalAction> outstanding;
   /// Whether another request must be sent, once the outstanding one has its result.

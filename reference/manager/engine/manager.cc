@@ -60,7 +60,7 @@ void Manager::Start(HalConnection* hal) {
   };
   reports.room = [this] { Put(RoomNotice()); };
   reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
-    Put(VrfResult{request.id, ActionOf(request.operation), code});
+    Put(VrfResult{request.id, ActionOf(request.operation), code, std::string(ReportedReason())});
   };
   reports.server_lost = [this] { Put(ServerLostNotice()); };
   reports.reinstall_ended = [this](bool in_sync) { Put(ReinstallEndedNotice{in_sync}); };
@@ -158,7 +158,7 @@ void Manager::Handle(const HalResult& result) {
   ++results_;
   Object* const object = database_.FindEntry({result.kind, result.id});
   if (object != nullptr && object->outstanding == result.action) {
-    EndRequest(object, result.action, result.success, result.code);
+    EndRequest(object, result.action, result.success, result.code, result.reason);
   }
   if (events_.results) events_.results(results_);
 }
@@ -166,7 +166,7 @@ void Manager::Handle(const HalResult& result) {
 void Manager::Handle(const VrfResult& result) {
   Object* const entry = database_.FindEntry({HalKind::kVrf, result.number});
   if (entry == nullptr || entry->outstanding != result.action) return;
-  EndRequest(entry, result.action, result.code == kHalSuccess, result.code);
+  EndRequest(entry, result.action, result.code == kHalSuccess, result.code, result.reason);
 }
 
 void Manager::Handle(const ServerFoundNotice& /*notice*/) { BeginReinstall(); }
@@ -304,11 +304,13 @@ void Manager::Send(Object* object, HalAction action) {
   }
 }
 
-void Manager::EndRequest(Object* object, HalAction action, bool success, HalReturnCode code) {
+void Manager::EndRequest(Object* object, HalAction action, bool success, HalReturnCode code,
+                         const std::string& reason) {
   // An object to be removed may be gone already.
   const bool done = success || (action == HalAction::kDestroy && code == kHalNotFound);
   if (!done && IsHalCode(code)) ++refused_;
   object->code = done ? kHalSuccess : code;
+  object->reason = done ? std::string() : reason;
   SetOutstanding(object, std::nullopt);
   if (done) {
     Succeeded(object, action);

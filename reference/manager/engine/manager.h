@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -115,6 +116,7 @@ class Manager : private NotificationSink {
     std::uint32_t number = 0;
     HalAction action = HalAction::kInstall;
     HalReturnCode code = kHalSuccess;
+    std::string reason;
   };
   /// A server was found. A notice for each kind follows, then `EverythingAskedForNotice`.
   struct ServerFoundNotice {};
@@ -162,7 +164,8 @@ class Manager : private NotificationSink {
   bool MayGoNext(const Object& object) const;
   void Send(Object* object, HalAction action);
 
-  void EndRequest(Object* object, HalAction action, bool success, HalReturnCode code);
+  void EndRequest(Object* object, HalAction action, bool success, HalReturnCode code,
+                  const std::string& reason);
   void Succeeded(Object* object, HalAction action);
   void Failed(Object* object, HalAction action);
   void RetryOrFail(Object* object);

@@ -2,6 +2,7 @@
 #define ZUSKUX_REFERENCE_MANAGER_ENGINE_NOTIFICATION_SINK_H_
 
 #include <cstdint>
+#include <string>
 
 #include "reference/hal/hal_code.h"
 #include "reference/hal/kinds.h"
@@ -16,6 +17,8 @@ struct HalResult {
   /// The reason for a failure.
   HalReturnCode code = kHalSuccess;
   std::uint32_t id = 0;
+  /// What the HAL says about the failure; may be empty.
+  std::string reason;
 };
 
 /// Receives what the controllers' handlers forward. Called on the HAL's thread, which it must not
