@@ -1,12 +1,9 @@
 #include "reference/server/kernel_check.h"
 
-#include <map>
+#include <cstddef>
 #include <ostream>
 #include <set>
-#include <utility>
-#include <vector>
 
-#include "reference/data_plane/comparison.h"
 #include "reference/data_plane/linux/linux_kernel.h"
 #include "reference/data_plane/translation.h"
 
@@ -31,8 +28,18 @@ std::vector<std::string> ObjectsOf(HalKind kind, std::uint32_t id, const KernelO
 
 }  // namespace
 
-bool CheckKernel(const ServerContents& contents, const InterfaceNames& interfaces,
-                 const std::string& netns, std::ostream* out) {
+std::string EntryText(const EntryInKernel& entry) {
+  if (entry.refusal != kHalSuccess) return MakeErrorCode(entry.refusal).message();
+  std::string text;
+  for (const auto& [name, state] : entry.objects) {
+    if (!text.empty()) text += ", ";
+    text += name + ' ' + ObjectStateText(state);
+  }
+  return text;
+}
+
+KernelComparison CompareWithKernel(const ServerContents& contents, const InterfaceNames& interfaces,
+                                   const std::string& netns) {
   LinuxKernel kernel(netns);
   const KernelObjects present = kernel.Read();
   const std::map<std::string, std::uint32_t> mtus = kernel.Devices();
@@ -40,34 +47,40 @@ bool CheckKernel(const ServerContents& contents, const InterfaceNames& interface
   for (const auto& [name, mtu] : mtus) {
     if (present.devices.count(name) == 0) devices.insert(name);
   }
+  KernelComparison comparison;
   Translation translation(interfaces, std::move(devices));
-  std::map<std::pair<HalKind, std::uint32_t>, HalReturnCode> refused;
   for (const auto& [key, payload] : contents.entries) {
-    const HalReturnCode code = StoreEntry(key.first, key.second, payload, &translation);
-    if (code != kHalSuccess) refused[key] = code;
+    comparison.entries[key].refusal = StoreEntry(key.first, key.second, payload, &translation);
   }
 
   const KernelObjects wanted = translation.Objects();
-  ObjectStates states = Compare(wanted, present, mtus);
-  for (const auto& [key, payload] : contents.entries) {
-    *out << HalKindName(key.first) << ' ' << key.second << ':';
-    const auto refusal = refused.find(key);
-    if (refusal != refused.end()) *out << ' ' << MakeErrorCode(refusal->second).message();
-    const char* separator = " ";
+  comparison.objects = Compare(wanted, present, mtus);
+  for (auto& [key, entry] : comparison.entries) {
+    if (entry.refusal != kHalSuccess) continue;
     for (const std::string& name : ObjectsOf(key.first, key.second, wanted)) {
-      *out << std::exchange(separator, ", ") << name << ' ' << ObjectStateText(states.at(name));
+      entry.objects.emplace_back(name, comparison.objects.at(name));
     }
-    *out << '\n';
+  }
+  return comparison;
+}
+
+bool PrintCheck(const KernelComparison& comparison, std::ostream* out) {
+  std::size_t refused = 0;
+  for (const auto& [key, entry] : comparison.entries) {
+    const std::string text = EntryText(entry);
+    *out << HalKindName(key.first) << ' ' << key.second << ':' << (text.empty() ? "" : " ") << text
+         << '\n';
+    if (entry.refusal != kHalSuccess) ++refused;
   }
   std::size_t wrong = 0;
-  for (const auto& [name, state] : states) {
+  for (const auto& [name, state] : comparison.objects) {
     if (state == ObjectState::kAsWanted) continue;
     *out << "WRONG: " << name << ' ' << ObjectStateText(state) << '\n';
     ++wrong;
   }
-  *out << states.size() << " objects, " << wrong << " wrong, " << refused.size()
+  *out << comparison.objects.size() << " objects, " << wrong << " wrong, " << refused
        << " entries that cannot be in the kernel\n";
-  return wrong == 0 && refused.empty();
+  return wrong == 0 && refused == 0;
 }
 
 }  // namespace reference

@@ -53,8 +53,8 @@ constexpr std::int64_t kMaxPayload = std::int64_t{64} << 20;
 
 constexpr const char* kUsage =
     "Usage: zuskux-hal [options]\n"
-    "       zuskux-hal tables [--socket PATH] [--json]\n"
-    "       zuskux-hal tables --check --interfaces SITE [--netns NAME]\n"
+    "       zuskux-hal tables [--socket PATH] [--json | --check]\n"
+    "                  [--interfaces SITE [--netns NAME]]\n"
     "A HAL server on a Unix socket; with \"tables\", shows what a running one holds.\n\n";
 
 struct UsageError : std::runtime_error {
@@ -143,14 +143,14 @@ void CheckOptions(const po::variables_map& values, bool tables_command) {
 
 void CheckTablesOptions(const po::variables_map& values) {
   const bool check = values.count("check") != 0;
-  for (const char* const option : {"interfaces", "netns"}) {
-    if (!check && values.count(option) != 0) {
-      throw UsageError(std::string("--") + option + " with tables needs --check");
+  for (const char* const option : {"check", "netns"}) {
+    if (values.count(option) != 0 && values.count("interfaces") == 0) {
+      throw UsageError(std::string("--") + option + " needs --interfaces SITE");
     }
   }
-  if (check && values.count("interfaces") == 0) throw UsageError("--check needs --interfaces SITE");
-  if (check && values.count("json") != 0)
+  if (check && values.count("json") != 0) {
     throw UsageError("--json cannot be combined with --check");
+  }
 }
 
 void CheckDataPlaneOptions(const po::variables_map& values) {
@@ -263,18 +263,22 @@ int Serve(const HalServerOptions& options) {
 
 int ShowTables(const po::variables_map& values) {
   std::optional<reference::InterfaceNames> interfaces;
-  if (values.count("check") != 0) {
+  if (values.count("interfaces") != 0) {
     interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
     if (!interfaces) return kBadUsage;
   }
   const auto contents = reference::ReadServerContents(SocketPath(values), "zuskux-hal tables");
-  bool agrees = true;
+  std::optional<reference::KernelComparison> kernel;
   if (interfaces) {
-    agrees = reference::CheckKernel(contents, *interfaces, NetworkNamespace(values), &std::cout);
+    kernel = reference::CompareWithKernel(contents, *interfaces, NetworkNamespace(values));
+  }
+  bool agrees = true;
+  if (values.count("check") != 0) {
+    agrees = reference::PrintCheck(*kernel, &std::cout);
   } else if (values.count("json") != 0) {
-    PrintAsJson(contents, std::cout);
+    PrintAsJson(contents, kernel ? &*kernel : nullptr, std::cout);
   } else {
-    PrintAsText(contents, std::cout);
+    PrintAsText(contents, kernel ? &*kernel : nullptr, std::cout);
   }
   if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
   return agrees ? 0 : kDifference;

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "reference/hal/message_fields.h"
 #include "reference/text/hex.h"
@@ -11,7 +12,9 @@
 #include "reference/text/printable.h"
 
 namespace reference {
-void PrintAsText(const ServerContents& contents, std::ostream& out) {
+
+void PrintAsText(const ServerContents& contents, const KernelComparison* kernel,
+                 std::ostream& out) {
   const wire::ServerStatus& status = contents.status;
   out << "generation " << Hex(status.generation()) << ", up " << status.uptime_ms() << " ms, "
       << status.requests() << " requests, " << status.connections() << " connections, "
@@ -30,10 +33,14 @@ void PrintAsText(const ServerContents& contents, std::ostream& out) {
   for (const auto& [key, message] : contents.entries) {
     out << HalKindName(key.first) << ' ' << key.second << ": "
         << FieldsText(FieldsOf(key.first, message, {})) << '\n';
+    if (kernel == nullptr) continue;
+    const std::string text = EntryText(kernel->entries.at(key));
+    out << "  in the kernel: " << (text.empty() ? "nothing" : text) << '\n';
   }
 }
 
-void PrintAsJson(const ServerContents& contents, std::ostream& out) {
+void PrintAsJson(const ServerContents& contents, const KernelComparison* kernel,
+                 std::ostream& out) {
   const wire::ServerStatus& status = contents.status;
   nlohmann::ordered_json json;
   json["generation"] = Hex(status.generation());
@@ -52,8 +59,18 @@ void PrintAsJson(const ServerContents& contents, std::ostream& out) {
                            {"entries", nlohmann::ordered_json::array()}};
   }
   for (const auto& [key, message] : contents.entries) {
-    tables[std::string(HalKindName(key.first))]["entries"].push_back(
-        {{"id", key.second}, {"fields", FieldsOf(key.first, message, {})}});
+    nlohmann::ordered_json entry = {{"id", key.second},
+                                    {"fields", FieldsOf(key.first, message, {})}};
+    if (kernel != nullptr) {
+      const EntryInKernel& in_kernel = kernel->entries.at(key);
+      if (in_kernel.refusal != kHalSuccess) {
+        entry["kernel_refusal"] = MakeErrorCode(in_kernel.refusal).message();
+      }
+      nlohmann::ordered_json& objects = entry["kernel_objects"];
+      objects = nlohmann::ordered_json::object();
+      for (const auto& [name, state] : in_kernel.objects) objects[name] = ObjectStateText(state);
+    }
+    tables[std::string(HalKindName(key.first))]["entries"].push_back(std::move(entry));
   }
   out << JsonText(json, 2) << '\n';
 }

@@ -3,15 +3,17 @@
 
 #include <iosfwd>
 
+#include "reference/server/kernel_check.h"
 #include "reference/socket_client/server_contents.h"
 
 namespace reference {
 
-/// Prints one line for the server, one for the tables, then one for each entry, by kind and id.
-void PrintAsText(const ServerContents& contents, std::ostream& out);
+/// Prints one line for the server, one for the tables, then one for each entry, by kind and id. If
+/// `kernel`, of the same contents, is not null, another line says what the entry is in the kernel.
+void PrintAsText(const ServerContents& contents, const KernelComparison* kernel, std::ostream& out);
 
 /// Prints the same as one JSON object.
-void PrintAsJson(const ServerContents& contents, std::ostream& out);
+void PrintAsJson(const ServerContents& contents, const KernelComparison* kernel, std::ostream& out);
 
 }  // namespace reference
 

@@ -2,19 +2,27 @@
 
 #include "reference/server/kernel_check.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 
 #include "reference/server/linux_data_plane.h"
+#include "reference/server/tables_command.h"
 #include "tests/data_plane/linux/network_namespace.h"
 #include "tests/hal/messages.h"
 
 namespace reference {
 namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
 
 encapsulation::VlanMessage VlanOn(std::uint32_t id, std::uint32_t lim) {
   encapsulation::VlanMessage vlan;
@@ -47,7 +55,7 @@ class KernelCheckTest : public NetworkNamespaceTest {
 
   bool Check() {
     out_.str("");
-    return CheckKernel(contents_, interfaces_, "", &out_);
+    return PrintCheck(CompareWithKernel(contents_, interfaces_, ""), &out_);
   }
 
   const InterfaceNames interfaces_ = {{1, "eth2"}};
@@ -64,6 +72,49 @@ TEST_F(KernelCheckTest, ShowsTheKernelObjectsOfEachEntry) {
             "host 20: next hop 20 as wanted, zd10 as wanted, neighbour fe80::14 on zd10 as wanted\n"
             "ecmp 30: next hop 30 as wanted\n"
             "5 objects, 0 wrong, 0 entries that cannot be in the kernel\n");
+}
+
+TEST_F(KernelCheckTest, TheTablesShowIt) {
+  Run("ip neigh del fe80::14 dev zd10");
+  contents_.entries[{HalKind::kVlan, 11}] = VlanOn(11, 9).SerializeAsString();
+  const KernelComparison kernel = CompareWithKernel(contents_, interfaces_, "");
+  PrintAsText(contents_, &kernel, out_);
+  EXPECT_THAT(out_.str(),
+              MatchesRegex("generation [^\n]*\n"
+                           "\n"
+                           "vrf 0: [^\n]*\n"
+                           "  in the kernel: nothing\n"
+                           "vlan 10: [^\n]*\n"
+                           "  in the kernel: next hop 10 as wanted, zd10 as wanted\n"
+                           "vlan 11: [^\n]*\n"
+                           "  in the kernel: no such interface\n"
+                           "host 20: [^\n]*\n"
+                           "  in the kernel: next hop 20 as wanted, zd10 as wanted, neighbour "
+                           "fe80::14 on zd10 missing\n"
+                           "ecmp 30: [^\n]*\n"
+                           "  in the kernel: next hop 30 as wanted\n"));
+
+  std::ostringstream json;
+  PrintAsJson(contents_, &kernel, json);
+  const auto tables = nlohmann::json::parse(json.str()).at("tables");
+  const auto entry = [&tables](const char* kind, std::size_t place) {
+    nlohmann::json shown = tables.at(kind).at("entries").at(place);
+    shown.erase("fields");
+    return shown;
+  };
+  using Json = nlohmann::json;
+  EXPECT_EQ(entry("vrf", 0), Json::parse(R"({"id": 0, "kernel_objects": {}})"));
+  EXPECT_EQ(entry("vlan", 1), Json::parse(R"({"id": 11, "kernel_objects": {},
+                                              "kernel_refusal": "no such interface"})"));
+  EXPECT_EQ(entry("host", 0), Json::parse(R"({"id": 20, "kernel_objects":
+      {"next hop 20": "as wanted", "zd10": "as wanted", "neighbour fe80::14 on zd10": "missing"}})"));
+}
+
+TEST_F(KernelCheckTest, TheTablesAloneDoNotMentionTheKernel) {
+  PrintAsText(contents_, nullptr, out_);
+  PrintAsJson(contents_, nullptr, out_);
+  EXPECT_THAT(out_.str(),
+              AllOf(HasSubstr("host 20: "), HasSubstr("\"id\": 20"), Not(HasSubstr("kernel"))));
 }
 
 TEST_F(KernelCheckTest, NamesWhatAnotherProgramChanged) {

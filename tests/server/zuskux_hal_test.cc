@@ -167,7 +167,7 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"tables", "--quiet", "--record", "x"}, "--record cannot be combined with tables"},
            Case{{"tables", "--print"}, "--print cannot be combined with tables"},
            Case{{"--check"}, "--check needs tables"},
-           Case{{"tables", "--netns", "x"}, "--netns with tables needs --check"},
+           Case{{"tables", "--netns", "x"}, "--netns needs --interfaces SITE"},
            Case{{"tables", "--check"}, "--check needs --interfaces SITE"},
            Case{{"tables", "--check", "--interfaces", "x", "--json"},
                 "--json cannot be combined with --check"},
