@@ -70,15 +70,6 @@ TEST(EmbeddedHalTest, ReportsTheServerFoundFirstAndThenWhatWaited) {
   EXPECT_THAT(reported.Await(2), ElementsAre("found", "InstallVlan 5: 0"));
 }
 
-TEST(EmbeddedHalTest, ReportsTheCodeOfTheTables) {
-  Reported reported;
-  EmbeddedHal hal({});
-  hal.Start(reported.Reports());
-  InstallVlan(&hal, 5);
-  EXPECT_EQ(InstallVlan(&hal, 5, 9000), kHalSuccess) << "accepted, then refused by the tables";
-  EXPECT_THAT(reported.Await(3), ElementsAre("found", "InstallVlan 5: 0", "InstallVlan 5: 3"));
-}
-
 TEST(EmbeddedHalTest, ReportsOnOneThreadOfItsOwn) {
   Reported reported;
   EmbeddedHal hal({});
