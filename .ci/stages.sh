@@ -44,7 +44,8 @@ test_folders() {
 # linux_tests: runs the tests that program a kernel: first on this system's kernel, which may lack
 # features that they need, then in a virtual machine, whose kernel has them.
 linux_tests() {
-  local bin=$root/build/development/bin names=(packets_test linux_kernel_test) test
+  local bin=$root/build/development/bin test
+  local names=(packets_test linux_kernel_test conformance_test faults_test)
   local tests=("${names[@]/#/$bin/}")
   build_preset development "${names[@]}" zuskux-hal zuskux-manager
   "$root/tests/linux/vm_test.sh" --boot

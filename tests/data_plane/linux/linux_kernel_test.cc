@@ -12,8 +12,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -25,6 +23,7 @@
 #include <vector>
 
 #include "reference/data_plane/kernel_objects.h"
+#include "tests/data_plane/linux/faulty_socket.h"
 #include "tests/data_plane/linux/network_namespace.h"
 
 namespace reference {
@@ -517,41 +516,6 @@ TEST_F(LinuxKernelStartTest, NamesWhatIsMissing) {
             "sudo): Operation not permitted");
 }
 
-// Injects faults between us and the kernel.
-class FaultySocket : public NetlinkSocket {
- public:
-  explicit FaultySocket(std::unique_ptr<NetlinkSocket> socket) : socket_(std::move(socket)) {}
-
-  void Send(const char* data, std::size_t size) override {
-    std::string bytes(data, size);
-    if (before_send) before_send(&bytes);
-    socket_->Send(bytes.data(), bytes.size());
-  }
-
-  std::size_t Receive(char* data, std::size_t size) override {
-    if (before_receive) before_receive();
-    if (!drops_answers) return socket_->Receive(data, size);
-    drops_answers = false;
-    while (socket_->Receive(data, size) > 0) {
-    }
-    throw std::system_error(ENOBUFS, std::generic_category(), "injected");
-  }
-
-  int fd() const override { return socket_->fd(); }
-
-  std::function<void(std::string* bytes)> before_send;
-  std::function<void()> before_receive;
-  // Loses all answers to the last send, as if the receive buffer were full.
-  bool drops_answers = false;
-
- private:
-  const std::unique_ptr<NetlinkSocket> socket_;
-};
-
-[[noreturn]] void Throw(int error) {
-  throw std::system_error(error, std::generic_category(), "injected");
-}
-
 class LinuxKernelFaultTest : public NetworkNamespaceTest {
  protected:
   void SetUp() override {
@@ -620,20 +584,14 @@ TEST_P(LinuxKernelRefusalTest, OfEachMessage) {
     injected = false;
     int countdown = messages;
     socket_->before_send = [&](std::string* bytes) {
-      for (std::size_t place = 0; place < bytes->size();) {
-        nlmsghdr header{};
-        std::memcpy(&header, bytes->data() + place, sizeof header);
+      RefuseMessages(bytes, [&](const nlmsghdr& header, const std::string& /*message*/) {
         const bool asks = header.nlmsg_type == RTM_GETLINK || header.nlmsg_type == RTM_DELLINK ||
                           (header.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
-        if (!asks && countdown-- == 0) {
-          // A message type that no kernel knows.
-          header.nlmsg_type = RTM_MAX + 1;
-          std::memcpy(bytes->data() + place, &header, sizeof header);
-          injected = true;
-          socket_->drops_answers = GetParam();
-        }
-        place += NLMSG_ALIGN(header.nlmsg_len);
-      }
+        if (asks || countdown-- != 0) return false;
+        injected = true;
+        socket_->drops_answers = GetParam();
+        return true;
+      });
     };
     Survive("message " + std::to_string(messages));
     RemoveAll();
@@ -738,10 +696,7 @@ TEST_F(LinuxKernelFaultTest, AKernelWithoutNextHopsIsRefused) {
   NetlinkSockets sockets = OpenNetlinkSockets();
   auto faulty = std::make_unique<FaultySocket>(std::move(sockets.requests));
   faulty->before_send = [](std::string* bytes) {
-    nlmsghdr header{};
-    std::memcpy(&header, bytes->data(), sizeof header);
-    header.nlmsg_type = RTM_MAX + 1;
-    std::memcpy(bytes->data(), &header, sizeof header);
+    RefuseMessages(bytes, [](const nlmsghdr&, const std::string&) { return true; });
   };
   sockets.requests = std::move(faulty);
   try {
