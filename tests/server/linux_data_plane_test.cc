@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <cctype>
 #include <cstring>
@@ -179,6 +180,22 @@ TEST_F(LinuxDataPlaneTest, RepairsWhenTheLinkIsBack) {
   EXPECT_TRUE(data_plane->TakeChanges());
   EXPECT_THAT(data_plane->MakeAsWanted().refusals, IsEmpty());
   EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
+}
+
+TEST_F(LinuxDataPlaneTest, RepairsWhatLostNotificationsWereAbout) {
+  const auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  data_plane->TakeChanges();
+  const int small = 1;
+  ASSERT_EQ(setsockopt(data_plane->change_fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+  // Notifications about another program's next hops fill the buffer, so the one about ours is lost.
+  Run("for id in $(seq 101 140); do echo nexthop add id $id blackhole; done | ip -batch -");
+  Run("ip nexthop del id 20");
+  EXPECT_TRUE(data_plane->TakeChanges());
+  EXPECT_EQ(data_plane->MakeAsWanted().differences, 1);
+  EXPECT_EQ(Output("ip nexthop show protocol 171"), kNexthops);
 }
 
 TEST_F(LinuxDataPlaneTest, IsTheOnlyOneInANamespace) {
