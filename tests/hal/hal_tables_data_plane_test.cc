@@ -106,6 +106,14 @@ TEST_F(HalTablesDataPlaneTest, ARestoredEntryIsAsBefore) {
   EXPECT_EQ(data_plane_.entries().at("vlan 10"), Vlan(10).SerializeAsString());
 }
 
+TEST_F(HalTablesDataPlaneTest, ARestoreThatChangesNothingStoresNothing) {
+  Apply({InstallVlan(10)});
+  const SavedEntry saved = tables_.Save(HalKind::kVlan, 10);
+  data_plane_.TakeCalls();
+  tables_.Restore(saved);
+  EXPECT_THAT(data_plane_.TakeCalls(), IsEmpty());
+}
+
 TEST_F(HalTablesDataPlaneTest, ARestoredEntryIsUnnamedAgain) {
   Apply({InstallVlan(10)});
   tables_.BeginReinstall();

@@ -189,6 +189,18 @@ TEST(HalTablesReinstallTest, EndsInParts) {
   EXPECT_TRUE(tables.EndReinstallInPart(0));
 }
 
+TEST(HalTablesReinstallTest, EachRemovesWhatItDoesNotName) {
+  HalTables tables = TablesOf({Install(Vlan(1)), Install(Vlan(2)), Install(Vlan(3))});
+  for (const std::uint32_t kept : {2U, 1U}) {
+    tables.BeginReinstall();
+    for (std::uint32_t id = 1; id <= kept; ++id) {
+      ASSERT_EQ(tables.Apply(Install(Vlan(id))), kHalSuccess);
+    }
+    tables.EndReinstall();
+    EXPECT_EQ(tables.size(HalKind::kVlan), kept);
+  }
+}
+
 TEST(HalTablesReinstallTest, ABeginInTheMiddleOfTheEndStartsOver) {
   HalTables tables(100);
   for (std::uint32_t id = 1; id <= 20; ++id)
