@@ -180,6 +180,16 @@ TEST_F(UnixListenerTest, LeavesNoFileOpenWhenItFails) {
   EXPECT_EQ(OpenFiles(), before);
 }
 
+TEST_F(UnixListenerTest, LeavesNoFileOpenWhenItEnds) {
+  const std::string path = folder_.Path("hal.sock");
+  std::optional<UnixListener> listener(std::in_place, &io_, path);
+  listener.reset();
+  const auto before = OpenFiles();
+  listener.emplace(&io_, path);
+  listener.reset();
+  EXPECT_EQ(OpenFiles(), before);
+}
+
 TEST_F(UnixListenerTest, RefusesToReplaceALivingServersLostSocket) {
   const std::string path = folder_.Path("hal.sock");
   const UnixListener listener(&io_, path);
