@@ -13,11 +13,12 @@ others='boost|google|encapsulation|db|msg_ctrl|AppMessage|HalL3MplsEncapsulation
 
 [ $# -gt 0 ]
 # Strips the prefix of a mangled name that gives the kind of symbol. The rest begins with the length
-# of the outermost name, S for std, or lower-case letters for a global operator.
+# of the outermost name, S for std, or lower-case letters for a global operator. arm64's assembler
+# marks code and data with $x and $d.
 names=$(nm --defined-only "$@" | sed -nE 's/^[0-9a-f]{16} [A-Za-z] //p' | sort -u)
 [ -n "$names" ]
 unexpected=$(
-  grep -vE '^(DW\.ref\.|_GLOBAL__sub_I_|__clang_call_terminate|\.|_ZL?[0-9]+__static_initialization)' <<<"$names" |
+  grep -vE '^(DW\.ref\.|_GLOBAL__sub_I_|__clang_call_terminate|\.|\$[dx]$|_ZL?[0-9]+__static_initialization)' <<<"$names" |
     sed -E 's/^_Z(GV|T[VIST]|Th[n0-9]+_)?(L|Z)*(N[VKRO]*)?L?//' |
     grep -vE "^(S[a-z_]|(nw|na|dl|da)[A-Za-z])|^[0-9]+($ours|$others)([^a-z_]|$)" || true
 )
