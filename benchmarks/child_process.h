@@ -10,7 +10,7 @@
 
 namespace bench {
 
-/// A program that runs beside this one, on the first of its cores. Owned by whoever measures it.
+/// A program that runs beside this one, on the first of its cores. Owned by the measurement.
 class ChildProcess {
  public:
   /// Starts it, with its standard output discarded. Throws `std::system_error`.
@@ -21,7 +21,7 @@ class ChildProcess {
   ~ChildProcess();
 
   bool HasEnded() const;
-  /// The processor time of all its threads so far, with what the kernel did for them.
+  /// The processor time of all its threads so far, including the kernel's work for them.
   std::chrono::nanoseconds ProcessorTime() const;
   /// Its resident memory.
   std::size_t ResidentBytes() const;

@@ -1,5 +1,5 @@
-// What it costs to put next hops into the Linux kernel: with the fewest messages that do it,
-// written by hand, and with requests to zuskux-hal, to their results.
+// The cost of adding next hops to the Linux kernel: with hand-written messages, as few as possible,
+// and with requests to zuskux-hal, up to their results.
 //
 //     kernel_bench KINDS OBJECTS ROUNDS ZUSKUX_HAL
 //
@@ -111,7 +111,7 @@ Request MakeDestination(NexthopKind kind, std::uint32_t i, std::uint32_t objects
   return MakeRequest(HalKind::kEcmp, group);
 }
 
-/// What the server took for a kind, from the first request to the last result.
+/// The server's cost for a kind, from the first request to the last result.
 struct ServerCost {
   Cost cost;
   std::ptrdiff_t bytes = 0;
@@ -124,7 +124,7 @@ class Installer : public reference::HalCallbackBase {
   Installer(std::vector<std::vector<Request>> lists, const ChildProcess* server)
       : lists_(std::move(lists)), server_(*server) {}
 
-  /// What each list took. Throws `std::runtime_error` if there were failures.
+  /// Returns the cost of each list. Throws `std::runtime_error` if there were failures.
   std::vector<ServerCost> Run(const std::string& socket) {
     reference::SocketHalOptions options;
     options.path = socket;

@@ -31,7 +31,7 @@ inline Members MembersOf(std::uint32_t group, std::uint32_t destinations) {
 
 inline std::uint32_t LabelOf(std::uint32_t destination) { return 16 + destination % 1'000; }
 
-/// What it took to write all objects of a kind.
+/// The cost of writing all objects of a kind.
 struct Cost {
   std::chrono::nanoseconds elapsed{};
   /// Of the thread or process that programs the kernel. The kernel works in its caller's thread, so

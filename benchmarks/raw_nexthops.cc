@@ -26,7 +26,7 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Messages, one behind the other in one buffer that is sent when it is full.
+/// Messages in one buffer, which is sent when it is full.
 class RawMessages {
  public:
   RawMessages() : socket_(mnl_socket_open(NETLINK_ROUTE)) {

@@ -250,7 +250,7 @@ def document(root, text, drawn):
 
 
 def write_between(path, begin, end, text):
-    """Replaces what stands between two lines of a file."""
+    """Replaces the text between two lines of a file."""
     with open(path, encoding="utf-8") as file:
         before, rest = file.read().split(begin)
     _, after = rest.split(end)

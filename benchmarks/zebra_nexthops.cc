@@ -25,7 +25,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of FRR 8.4, as its developer's guide and its headers have them.
+// Of FRR 8.4, from its developer's guide and its headers.
 constexpr std::uint8_t kMarker = 254;
 constexpr std::uint8_t kVersion = 6;
 constexpr std::uint16_t kHello = 18;

@@ -149,8 +149,8 @@ class HalConnection : public HalClientBase {
 /// report, read it here.
 HalReturnCode ReportedCode();
 
-/// What the HAL says about the refusal being reported on this thread, in one line that is safe to
-/// print; empty if it says nothing, and outside of a report. Valid during the report.
+/// The HAL's reason for the refusal being reported on this thread, in one line that is safe to
+/// print; empty if it gives none, and outside of a report. Valid during the report.
 std::string_view ReportedReason();
 
 /// Makes `code` and `reason` the reported ones on this thread for its lifetime, then restores the

@@ -23,8 +23,8 @@ class RequestObserver {
   /// never 0.
   virtual std::uint64_t Request(const HalRequest& request, const void* wrapper) = 0;
 
-  /// The result of the request with that number, before it is reported. `reason` is what the HAL
-  /// says about a refusal; may be empty. Does not read the payload.
+  /// The result of the request with that number, before it is reported. `reason` is the HAL's
+  /// reason for a refusal; may be empty. Does not read the payload.
   virtual void Result(std::uint64_t number, const HalRequest& request, HalReturnCode code,
                       std::string_view reason) = 0;
 

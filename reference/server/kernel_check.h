@@ -15,7 +15,7 @@
 
 namespace reference {
 
-/// What an entry of a server's tables is in the kernel.
+/// The kernel objects of an entry of a server's tables.
 struct EntryInKernel {
   /// Why the kernel cannot represent the entry; success if it can.
   HalReturnCode refusal = kHalSuccess;

@@ -9,7 +9,7 @@
 namespace reference {
 
 /// Prints one line for the server, one for the tables, then one for each entry, by kind and id. If
-/// `kernel`, of the same contents, is not null, another line says what the entry is in the kernel.
+/// `kernel`, of the same contents, is not null, another line names its kernel objects.
 void PrintAsText(const ServerContents& contents, const KernelComparison* kernel, std::ostream& out);
 
 /// Prints the same as one JSON object.

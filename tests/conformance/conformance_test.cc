@@ -1,4 +1,4 @@
-/// How a HAL behaves, whichever it is: the embedded HAL, zuskux-hal with its tables only, and
+/// The common behaviour of all HALs: the embedded HAL, zuskux-hal with its tables only, and
 /// zuskux-hal that programs Linux. The expectations come from reference/hal/hal_code.h,
 /// docs/wire_protocol.md and docs/linux.md.
 ///
@@ -75,7 +75,7 @@ encapsulation::MplsMessage Tunnel(std::uint32_t id, std::uint32_t below,
   return mpls;
 }
 
-/// What the kernel must have for a request.
+/// The kernel features that a request needs.
 std::set<std::string> FeaturesFor(const HalRequest& request) {
   switch (KindOf(request.operation)) {
     case HalKind::kVrf:
@@ -390,7 +390,7 @@ TEST_P(ConformanceTest, AResultReturnsBothIds) {
   }
 }
 
-TEST_P(ConformanceTest, ARepeatedInstallAsksForNoReference) {
+TEST_P(ConformanceTest, ARepeatedInstallChecksNoReferences) {
   StartWith(Held());
   if (!started()) return;
   Carry({Destroy(VlanOn(10)), Install(Neighbour(20, 10)), Install(Ecmp(40, {10, 20}))});
@@ -409,7 +409,7 @@ TEST_P(ConformanceTest, WhatIsInUseMayGoAndComeBack) {
   EXPECT_THAT(Ids(HalKind::kHost), ElementsAre(20));
 }
 
-TEST_P(ConformanceTest, AFullTableTakesNothingNew) {
+TEST_P(ConformanceTest, AFullTableAcceptsNoNewEntry) {
   StartWith({Install(VlanOn(1)), Install(VlanOn(2))}, 2);
   if (!started()) return;
   EXPECT_EQ(hal_->CarryOut(Install(VlanOn(3))), kHalTableFull);

@@ -22,7 +22,7 @@ struct Answer {
   HalOperation operation{};
   HalReturnCode code = kHalSuccess;
   ResultIds ids;
-  /// What the HAL says about a refusal.
+  /// The HAL's reason for a refusal.
   std::string reason;
 };
 
@@ -54,7 +54,7 @@ class Answers : private HalCallbackBase {
   int ended_reinstalls_ = 0;
 };
 
-/// A HAL that the suite judges by its client interface and its contents.
+/// A HAL under test, seen through its client interface and its contents.
 class HalUnderTest {
  public:
   HalUnderTest() = default;
@@ -65,7 +65,7 @@ class HalUnderTest {
   virtual HalConnection* connection() = 0;
   /// The entries of all tables.
   virtual TableEntries Contents() = 0;
-  /// How what is behind the tables differs from them; empty if it does not.
+  /// The differences between the data plane and the tables; empty if there are none.
   virtual std::string Disagreement() { return ""; }
 
   /// Sends a request without waiting for its answer.

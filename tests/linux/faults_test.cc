@@ -573,7 +573,7 @@ TEST_F(FaultsTest, TheDeviceOfAnotherProgramIsKept) {
 }
 
 // The kernel's extended acknowledgement.
-TEST_F(FaultsTest, TheKernelsWordsReachTheClientAndTheLog) {
+TEST_F(FaultsTest, TheKernelsErrorTextReachesTheClientAndTheLog) {
   Run("ip link set far2 down");
   const auto answers = Send({InstallVlan(10, 1), InstallVlan(11, 2)});
   EXPECT_EQ(HalReturnCode{answers[0].code}, kHalKernelRefused);
@@ -584,7 +584,7 @@ TEST_F(FaultsTest, TheKernelsWordsReachTheClientAndTheLog) {
   EXPECT_THAT(Wrong(), IsEmpty());
 }
 
-TEST_F(FaultsTest, TheManagerExplainsWithTheKernelsWords) {
+TEST_F(FaultsTest, TheManagerExplainsWithTheKernelsErrorText) {
   server_.reset();
   Run("ip nexthop add id 101 blackhole");
   const ScratchDirectory files{};

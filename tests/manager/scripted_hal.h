@@ -31,7 +31,7 @@ class ScriptedHal : public HalConnection {
   void FindServer();
   /// The same while requests are in flight; the new server answers them.
   void FindServerWithRequestsInFlight() { reports_.server_found(); }
-  /// Sets what the HAL says about its results from now on.
+  /// Sets the HAL's reason for its results from now on.
   void SetReason(const std::string& reason) { reason_ = reason; }
   /// Answers the oldest request in flight.
   void Answer(HalReturnCode code = kHalSuccess);

@@ -182,7 +182,7 @@ TEST_F(LinuxDataPlaneTest, RepairsWhenTheLinkIsBack) {
   EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
 }
 
-TEST_F(LinuxDataPlaneTest, RepairsWhatLostNotificationsWereAbout) {
+TEST_F(LinuxDataPlaneTest, RepairsEvenIfNotificationsAreLost) {
   const auto data_plane = Make();
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
   EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);

@@ -78,7 +78,7 @@ struct Object {
   bool wanted = true;
 
   Presence presence = Presence::kAbsent;
-  /// The code of the last result, and what the HAL says about it; the latter may be empty.
+  /// The code of the last result, and the HAL's reason for it, which may be empty.
   HalReturnCode code = kHalSuccess;
   std::string reason;
   /// The request in flight, at most one.

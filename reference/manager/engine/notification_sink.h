@@ -17,7 +17,7 @@ struct HalResult {
   /// The reason for a failure.
   HalReturnCode code = kHalSuccess;
   std::uint32_t id = 0;
-  /// What the HAL says about the failure; may be empty.
+  /// The HAL's reason for the failure; may be empty.
   std::string reason;
 };
 
