@@ -112,8 +112,8 @@ void UnixListener::RemoveStaleSocket() {
   if (!S_ISSOCK(found.st_mode)) {
     Fail(EEXIST, path_ + " exists and is not a socket; remove it or choose another path");
   }
-  // Non-blocking, because a server too busy to accept is alive too. Asio reports that, EAGAIN, as
-  // no_buffer_space.
+  // Non-blocking, because a server too busy to accept is alive too.
+  // For such a server, connect() fails with EAGAIN, which Asio reports as no_buffer_space.
   stream_protocol::socket probe(acceptor_.get_executor());
   probe.open();
   probe.non_blocking(true);
