@@ -104,8 +104,13 @@ int Replay(const Arguments& arguments) {
   RecordingReader recording(arguments.files[0]);
   const auto steps = reference::ReadSteps(&recording);
   TellCut(recording);
-  const auto report =
-      reference::Replay(steps, std::move(hal), reference::ReplayOptions(), &std::cout);
+  reference::ReplayReport report;
+  try {
+    report = reference::Replay(steps, std::move(hal), reference::ReplayOptions(), &std::cout);
+  } catch (const reference::ReplayError& error) {
+    const std::string place = reference::UnixHalPath(arguments.hal).value_or(arguments.hal);
+    throw reference::ReplayError(place + ": " + error.what());
+  }
   std::cout << "requests sent " << report.sent << ", not compared " << report.not_compared
             << ", not sent because the client had refused them " << report.refused
             << ", differences " << report.differences << std::endl;
@@ -159,7 +164,7 @@ po::options_description Options() {
        "where replay sends the requests: embedded, unix or unix:PATH; empties the "
        "tables at each point where the recording found a server")  //
       ("json", "write the result of diff as JSON")                 //
-      ("help", "show this help and exit")                          //
+      ("help,h", "show this help and exit")                        //
       ("version", "show the version and exit");
   return options;
 }

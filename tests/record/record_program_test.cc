@@ -152,7 +152,8 @@ TEST_F(RecordProgram, EndsWith1WithoutAServer) {
   const Ended ended = RunProgram("replay " + a_ + " --hal unix:" + folder_.Path("socket"));
   EXPECT_EQ(ended.code, 1);
   EXPECT_EQ(ended.out, "");
-  EXPECT_EQ(ended.err, "zuskux-record: no HAL server was found; start one with zuskux-hal\n");
+  EXPECT_EQ(ended.err, "zuskux-record: " + folder_.Path("socket") +
+                           ": no free HAL server was found; start one with zuskux-hal\n");
 }
 
 TEST_F(RecordProgram, ComparesRecordings) {
@@ -259,6 +260,7 @@ TEST_F(RecordProgram, Explains) {
   EXPECT_THAT(help.out, StartsWith("Usage: zuskux-record show FILE\n"));
   EXPECT_THAT(help.out, HasSubstr("--hal HAL"));
   EXPECT_EQ(help.err, "");
+  EXPECT_EQ(RunProgram("-h").out, help.out);
   EXPECT_EQ(RunProgram("--version").out, "zuskux-record " ZUSKUX_VERSION "\n");
 }
 
