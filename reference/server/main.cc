@@ -97,7 +97,7 @@ po::options_description Options() {
       ("quiet", "do not log connections")                                           //
       ("json", "with tables: as JSON")                                              //
       ("check", "with tables: compare with the kernel")                             //
-      ("help", "show this help and exit")                                           //
+      ("help,h", "show this help and exit")                                         //
       ("version", "show the version and exit");
   return options;
 }
@@ -105,9 +105,9 @@ po::options_description Options() {
 po::variables_map ParseCommandLine(int argc, char** argv) {
   namespace style = po::command_line_style;
   po::options_description options = Options();
-  options.add_options()("command", po::value<std::string>());
+  options.add_options()("command", po::value<std::vector<std::string>>());
   po::positional_options_description positions;
-  positions.add("command", 1);
+  positions.add("command", -1);
   po::variables_map values;
   po::store(po::command_line_parser(argc, argv)
                 .options(options)
@@ -120,10 +120,11 @@ po::variables_map ParseCommandLine(int argc, char** argv) {
 
 bool IsTablesCommand(const po::variables_map& values) {
   if (values.count("command") == 0) return false;
-  const auto& command = values["command"].as<std::string>();
-  if (command != "tables") {
-    throw UsageError("unknown command \"" + command + "\"; use tables, or none for the server");
+  const auto& words = values["command"].as<std::vector<std::string>>();
+  if (words[0] != "tables") {
+    throw UsageError("unknown command \"" + words[0] + "\"; use tables, or none for the server");
   }
+  if (words.size() > 1) throw UsageError("tables does not take \"" + words[1] + '"');
   return true;
 }
 

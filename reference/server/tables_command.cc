@@ -17,8 +17,8 @@ void PrintAsText(const ServerContents& contents, const KernelComparison* kernel,
                  std::ostream& out) {
   const wire::ServerStatus& status = contents.status;
   out << "generation " << Hex(status.generation()) << ", up " << status.uptime_ms() << " ms, "
-      << status.requests() << " requests, " << status.connections() << " connections, "
-      << status.refused_connections() << " refused";
+      << status.requests() << " requests, " << status.connections() << " connections ("
+      << status.refused_connections() << " refused)";
   if (status.has_data_plane_writes()) out << ", " << status.data_plane_writes() << " kernel writes";
   if (status.has_data_plane_differences()) {
     out << ", " << status.data_plane_differences() << " differences";

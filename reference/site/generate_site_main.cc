@@ -43,7 +43,7 @@ po::options_description Options() {
        "0 to 4294967295; the same seed gives the same site")                  //
       ("output,o", po::value<std::string>()->value_name("FILE"),              //
        "where to write (default: standard output)")                           //
-      ("help", "show this help and exit")                                     //
+      ("help,h", "show this help and exit")                                   //
       ("version", "show the version and exit");
   return options;
 }

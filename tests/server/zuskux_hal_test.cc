@@ -125,6 +125,7 @@ TEST_F(ZuskuxHalTest, HelpFitsATerminal) {
   const Ended ended = RunToEnd({"--help"});
   EXPECT_EQ(ended.code, 0);
   EXPECT_EQ(ended.error, "");
+  EXPECT_EQ(RunToEnd({"-h"}).output, ended.output);
   std::istringstream lines(ended.output);
   std::string line;
   int count = 0;
@@ -179,7 +180,8 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"--data-plane", "linux", "--interfaces", "x", "--netns", "y", "--print"},
                 "--netns cannot be combined with --print; run it in the namespace: ip netns exec "
                 "NAME"},
-           Case{{"tables", "more"}, "too many positional options"},
+           Case{{"tables", "more"}, "tables does not take \"more\""},
+           Case{{"help", "tables"}, "unknown command \"help\"; use tables, or none for the server"},
        }) {
     const Ended ended = RunToEnd(bad.arguments);
     EXPECT_EQ(ended.code, 2);
@@ -332,8 +334,8 @@ TEST_F(TablesTest, AreShownAsText) {
   EXPECT_EQ(ended.code, 0);
   EXPECT_EQ(ended.error, "");
   EXPECT_THAT(ended.output,
-              MatchesRegex("generation 0x[0-9a-f]{16}, up [0-9]+ ms, 3 requests, 2 connections, 0 "
-                           "refused\n"
+              MatchesRegex("generation 0x[0-9a-f]{16}, up [0-9]+ ms, 3 requests, 2 connections "
+                           "\\(0 refused\\)\n"
                            "vrf 1, vlan 2, host 0, ecmp 0, mpls 0\n"
                            "vrf 7: vrf_id: 7\n"
                            "vlan 5: vlan_destination_id: 5 mtu: 1500\n"

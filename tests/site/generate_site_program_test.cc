@@ -110,6 +110,7 @@ TEST_F(GenerateSiteProgramTest, Help) {
   const Result result = Run({"--help"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.err, "");
+  EXPECT_EQ(Run({"-h"}).out, result.out);
   EXPECT_EQ(result.out, R"(Usage: zuskux-generate-site --objects N [--seed S] [-o FILE]
 Writes a valid pseudo-random site file.
 
@@ -117,7 +118,7 @@ Options:
   --objects N           number of VRFs and destinations, 1 to 10000000
   --seed S (=1)         0 to 4294967295; the same seed gives the same site
   -o [ --output ] FILE  where to write (default: standard output)
-  --help                show this help and exit
+  -h [ --help ]         show this help and exit
   --version             show the version and exit
 
 Exit status: 0 written, 1 not written, 2 wrong usage.
