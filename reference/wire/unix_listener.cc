@@ -68,7 +68,10 @@ void PrepareFolder(const std::string& path) {
   const std::string folder = FolderOf(path);
   if (folder == FolderOf(DefaultSocketPath({}))) {
     if (mkdir(folder.c_str(), kFolderMode) == 0) return;
-    if (errno != EEXIST) Fail(errno, "cannot create the folder " + folder + " for the socket");
+    if (errno != EEXIST) {
+      Fail(errno, "cannot create the folder " + folder +
+                      " for the socket; correct XDG_RUNTIME_DIR, or name a socket elsewhere");
+    }
   } else if (struct stat found{}; stat(folder.c_str(), &found) != 0) {
     Fail(errno, "there is no folder " + folder + " for the socket; create it first with mkdir " +
                     folder + ", or correct the path");

@@ -117,7 +117,13 @@ TEST_F(CommandsTest, StatusFollowsTheConnection) {
   EXPECT_EQ(down.status, 4);
   EXPECT_THAT(down.out, testing::ContainsRegex(std::string("connection down since ") + kTime +
                                                ", last in sync " + kTime + "\n"));
-  EXPECT_EQ(Ask({"objects"}).status, 4);
+  for (const char* const command : {"objects", "graph"}) {
+    const Outcome last_known = Ask({command});
+    EXPECT_EQ(last_known.status, 4);
+    EXPECT_EQ(last_known.err,
+              "zuskux-manager: there is no connection to the HAL; these are the last known or the "
+              "initial states\n");
+  }
   const Outcome explained = Ask({"explain", "vlan:10"});
   EXPECT_EQ(explained.status, 4);
   EXPECT_THAT(explained.out, HasSubstr("There is no connection to the HAL"));
@@ -453,6 +459,10 @@ TEST_F(CommandsTest, ExplainsAWrongCommand) {
       {{"statsu"}, "statsu is neither a command nor a site file; did you mean status?"},
       {{"relaod", "--json"}, "relaod is neither a command nor a site file; did you mean reload?"},
       {{"help", "me"}, "there is no help on me; see zuskux-manager --help"},
+      {{"help", "statsu"}, "there is no help on statsu; did you mean status?"},
+      {{"help", "reload", "now"}, "help does not take now; write zuskux-manager help COMMAND"},
+      {{files_.Write("site", Site(1)), "status"},
+       "status is a command; write zuskux-manager status without the site file"},
   };
   for (const Case& wrong : cases) {
     Words words = wrong.words;
@@ -470,6 +480,7 @@ TEST_F(CommandsTest, EveryFormOfHelpWorks) {
   for (const char* const word : {"-h", "help"}) {
     EXPECT_EQ(Execute({ZUSKUX_MANAGER, word}).out, help.out);
   }
+  EXPECT_EQ(Execute({ZUSKUX_MANAGER, "help", "help"}).out, help.out);
   const Outcome objects = Execute({ZUSKUX_MANAGER, "help", "objects"});
   EXPECT_EQ(objects.status, 0);
   EXPECT_THAT(objects.out, HasSubstr("Usage: zuskux-manager objects [options]\n"));

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -147,8 +148,9 @@ TEST_F(ManagerAndServerTest, GivesUpWithoutAServer) {
   const Outcome run = Execute(Manager({files_.Write("site", kSite)}));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "");
-  EXPECT_THAT(run.err, testing::EndsWith("zuskux-manager: no HAL server was found at unix:" +
-                                         socket() + "; start one with zuskux-hal --socket PATH\n"));
+  EXPECT_THAT(run.err,
+              testing::EndsWith("zuskux-manager: no HAL server was found at unix:" + socket() +
+                                "; start one with zuskux-hal --socket " + socket() + '\n'));
 }
 
 /// A manager that stays and has brought the server to a site of two VLANs, and other managers.
@@ -231,7 +233,8 @@ TEST_F(ManagerAndServerTest, EndsWhenTheServerVanishesHalfWay) {
   EXPECT_THAT(run.err,
               testing::EndsWith("zuskux-manager: the HAL server at unix:" + socket() +
                                 " was lost half-way and did not come back within 5 s; start it "
-                                "again with zuskux-hal --socket PATH, then run this again\n"));
+                                "again with zuskux-hal --socket " +
+                                socket() + ", then run this again\n"));
 }
 
 TEST_F(ManagerAndServerTest, WaitsForAServerThatComesBackInTime) {
@@ -329,7 +332,7 @@ TEST_F(ManagerAndServerTest, ReportsAMissingServerOnce) {
 }
 
 TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
-  const std::string site = files_.Write("site", kOtherSite);
+  const std::filesystem::path site = std::filesystem::relative(files_.Write("site", kOtherSite));
   Process manager(Manager({site, "--stay", "--control", control()}));
   ASSERT_TRUE(manager.WaitForError("in sync after"));
   ASSERT_TRUE(manager.WaitForError("settled: "));
@@ -345,7 +348,7 @@ TEST_F(ManagerAndServerTest, StatusShowsARunningManager) {
   ASSERT_EQ(lines.size(), 22U);
   EXPECT_THAT(lines[0],
               MatchesRegex("zuskux-manager " ZUSKUX_VERSION ", up [0-9]+\\.[0-9] s, settled"));
-  EXPECT_EQ(lines[1], "site " + site);
+  EXPECT_EQ(lines[1], "site " + std::filesystem::absolute(site).string());
   EXPECT_EQ(lines[2], "hal unix:" + socket() +
                           ", restarts 0, requests 3, results 2, refused 0, late results dropped 0, "
                           "unfinished 0");
@@ -406,7 +409,9 @@ TEST_F(ManagerAndServerTest, OneManagerOwnsTheControlSocket) {
   const Outcome second =
       Execute(Manager({files_.Write("site", kSite), "--stay", "--control", control()}));
   EXPECT_EQ(second.status, 1);
-  EXPECT_THAT(second.err, HasSubstr(control()));
+  EXPECT_THAT(second.err, HasSubstr("the control socket " + control() +
+                                    " is in use, probably by another manager; stop that one, or "
+                                    "add --control PATH with another path\n"));
   EXPECT_EQ(StatusJson()["settled"], true) << "the first one is still there";
 }
 

@@ -323,7 +323,8 @@ TEST_F(DefaultPathTest, NamesAFolderThatItCannotCreate) {
     FAIL() << "created in a folder that does not exist";
   } catch (const boost::system::system_error& error) {
     EXPECT_THAT(error.what(), HasSubstr("cannot create the folder " + runtime.Path("gone/zuskux") +
-                                        " for the socket"));
+                                        " for the socket; correct XDG_RUNTIME_DIR, or name a "
+                                        "socket elsewhere: No such file or directory"));
   }
 }
 

@@ -35,6 +35,16 @@ int ExitStatusOf(const Json& answer) {
   return answer.at("exit_status").get<int>();
 }
 
+// The same for an answer with states.
+int ExitStatusOfStates(const Json& answer) {
+  const int status = ExitStatusOf(answer);
+  if (status == kExitNotConnected) {
+    LogLine(LogLevel::kWarning,
+            "there is no connection to the HAL; these are the last known or the initial states");
+  }
+  return status;
+}
+
 // For requests whose answer is a text.
 int ShowText(const CommandArguments& arguments, const Json& request) {
   const Json answer = AskManager(arguments.control, request);
@@ -76,7 +86,7 @@ int ListObjects(const CommandArguments& arguments) {
       std::cout << summary.text() << '\n';
     }
   }
-  return ExitStatusOf(answer);
+  return ExitStatusOfStates(answer);
 }
 
 int ExplainObject(const CommandArguments& arguments) {
@@ -98,7 +108,7 @@ int DrawGraph(const CommandArguments& arguments) {
     nodes = NodesAround(nodes, *arguments.object);
   }
   std::cout << GraphText(nodes);
-  return ExitStatusOf(answer);
+  return ExitStatusOfStates(answer);
 }
 
 int FollowEvents(const CommandArguments& arguments) {

@@ -1,5 +1,6 @@
 #include "reference/manager/program/command_line.h"
 
+#include <algorithm>
 #include <boost/program_options.hpp>
 #include <charconv>
 #include <limits>
@@ -105,7 +106,7 @@ void ReadWriting(const po::variables_map& values, CommandLine* line) {
   line->stand_by = values.count("stand-by") != 0;
   for (const char* const option : {"take-over", "stand-by"}) {
     if (values.count(option) == 0 || line->hal_socket) continue;
-    throw UsageError(std::string("--") + option + " needs --hal unix:PATH");
+    throw UsageError(std::string("--") + option + " needs --hal unix");
   }
   if (line->stand_by && !line->stay) throw UsageError("--stand-by needs --stay; add --stay");
 }
@@ -212,6 +213,9 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   line.trace = values.count("trace") != 0;
   line.log_config = Text(values, "log-config");
   line.stay = values.count("stay") != 0;
+  if (values.count("control") != 0 && !line.stay) {
+    throw UsageError("--control needs --stay; add --stay");
+  }
   if (const auto limit = Text(values, "max-removals")) {
     line.max_removals = ReadMaxRemovals(*limit);
   }
@@ -231,6 +235,12 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   ReadWriting(values, &line);
   line.deadline = std::chrono::seconds(Number(values, "deadline", kMaxDeadline));
   return line;
+}
+
+bool IsOption(const std::string& word) {
+  const po::options_description options = Options();
+  return std::any_of(options.options().begin(), options.options().end(),
+                     [&word](const auto& option) { return "--" + option->long_name() == word; });
 }
 
 std::string HelpText() {

@@ -68,6 +68,9 @@ std::size_t ReadMaxRemovals(const std::string& text);
 /// Throws `UsageError`.
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
 
+/// Whether the word, with its dashes, is an option of a run.
+bool IsOption(const std::string& word);
+
 std::string HelpText();
 
 }  // namespace reference

@@ -180,7 +180,10 @@ CommandArguments ReadArguments(const Command& command, const po::variables_map& 
 }
 
 int Help(const std::vector<std::string>& words) {
-  if (words.empty()) {
+  if (words.size() > 1) {
+    throw UsageError("help does not take " + words[1] + "; write zuskux-manager help COMMAND");
+  }
+  if (words.empty() || words[0] == "help") {
     std::cout << HelpText();
     return EXIT_SUCCESS;
   }
@@ -190,7 +193,10 @@ int Help(const std::vector<std::string>& words) {
   }
   const Command* const command = Find(words[0]);
   if (command == nullptr) {
-    throw UsageError("there is no help on " + words[0] + "; see zuskux-manager --help");
+    const Command* const nearest = Nearest(words[0]);
+    throw UsageError("there is no help on " + words[0] +
+                     (nearest == nullptr ? "; see zuskux-manager --help"
+                                         : "; did you mean " + std::string(nearest->name) + '?'));
   }
   std::cout << HelpOf(*command);
   return EXIT_SUCCESS;
@@ -207,11 +213,16 @@ std::optional<int> RunCommand(const std::vector<std::string>& words) {
     if (values.count("help") != 0) return Help({words[0]});
     return command->run(ReadArguments(*command, values));
   }
-  const Command* const nearest = Nearest(words[0]);
   std::error_code ignored;
-  if (nearest == nullptr || std::filesystem::exists(words[0], ignored)) return std::nullopt;
+  if (std::filesystem::exists(words[0], ignored)) {
+    if (words.size() < 2 || Find(words[1]) == nullptr) return std::nullopt;
+    throw UsageError(words[1] + " is a command; write zuskux-manager " + words[1] +
+                     " without the site file");
+  }
+  const Command* const nearest = Nearest(words[0]);
+  if (nearest == nullptr && !IsOption("--" + words[0])) return std::nullopt;
   throw UsageError(words[0] + " is neither a command nor a site file; did you mean " +
-                   std::string(nearest->name) + "?");
+                   (nearest == nullptr ? "--" + words[0] : std::string(nearest->name)) + "?");
 }
 
 std::string CommandsHelp() {

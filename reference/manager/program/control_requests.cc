@@ -217,7 +217,11 @@ Answer ControlRequests::Reload(const Json& arguments) const {
   if (!controlled_.manager->connected()) {
     return Error("the site was read, but there is no connection to the HAL", kExitNotConnected);
   }
-  return LastLine({{"text", "The site was read; the differences are being sent.\n"}}, EXIT_SUCCESS);
+  return LastLine(
+      {{"text",
+        "The site was read; the differences are being sent. zuskux-manager status says when it "
+        "has settled.\n"}},
+      EXIT_SUCCESS);
 }
 
 Answer ControlRequests::Resync(const Json& /*arguments*/) const {
@@ -227,7 +231,10 @@ Answer ControlRequests::Resync(const Json& /*arguments*/) const {
         kExitNotConnected);
   }
   controlled_.manager->Resync();
-  return LastLine({{"text", "Everything is being installed again.\n"}}, EXIT_SUCCESS);
+  return LastLine(
+      {{"text",
+        "Everything is being installed again. zuskux-manager status says when it has settled.\n"}},
+      EXIT_SUCCESS);
 }
 
 }  // namespace reference

@@ -6,6 +6,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/system/system_error.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -55,6 +56,15 @@ std::string Seconds(std::chrono::steady_clock::duration time) {
   return text.str();
 }
 
+std::string AbsolutePath(const std::string& path) {
+  return std::filesystem::absolute(path).string();
+}
+
+std::vector<std::string> AbsolutePaths(std::vector<std::string> paths) {
+  for (std::string& path : paths) path = AbsolutePath(path);
+  return paths;
+}
+
 /// One run of the manager with its HAL, on the calling thread.
 class Run {
  public:
@@ -81,9 +91,7 @@ class Run {
   int Execute() {
     if (line_.stay) {
       CatchSignals();
-      control_server_.emplace(&io_, line_.control, [this](const std::string& request) {
-        return control_requests_.AnswerTo(request);
-      });
+      StartControlServer();
       service_.Ready();
     } else {
       EndWithoutServer();
@@ -110,6 +118,19 @@ class Run {
       });
     };
     return choice;
+  }
+
+  void StartControlServer() {
+    try {
+      control_server_.emplace(&io_, line_.control, [this](const std::string& request) {
+        return control_requests_.AnswerTo(request);
+      });
+    } catch (const boost::system::system_error& error) {
+      if (error.code() != boost::system::errc::address_in_use) throw;
+      throw std::runtime_error("the control socket " + line_.control +
+                               " is in use, probably by another manager; stop that one, or add "
+                               "--control PATH with another path");
+    }
   }
 
   void ApplyFirst() {
@@ -170,13 +191,12 @@ class Run {
     if (checks_without_server_ > kServerPatience / kServerCheckInterval) {
       if (counters.servers_found == 0) {
         throw std::runtime_error("no HAL server was found at " + hal_.name() +
-                                 "; start one with zuskux-hal --socket PATH");
+                                 "; start one with zuskux-hal --socket " + HalSocket());
       }
-      throw std::runtime_error("the HAL server at " + hal_.name() +
-                               " was lost half-way and did not come back within " +
-                               std::to_string(kServerPatience.count()) +
-                               " s; start it again with zuskux-hal --socket PATH, then run this "
-                               "again");
+      throw std::runtime_error(
+          "the HAL server at " + hal_.name() + " was lost half-way and did not come back within " +
+          std::to_string(kServerPatience.count()) + " s; start it again with zuskux-hal --socket " +
+          HalSocket() + ", then run this again");
     }
     server_timer_.expires_after(kServerCheckInterval);
     server_timer_.async_wait([this](const boost::system::error_code& error) {
@@ -185,7 +205,7 @@ class Run {
   }
 
   // The file of the current site.
-  const std::string& SitePath() const { return line_.sites[applied_ == 0 ? 0 : applied_ - 1]; }
+  const std::string& SitePath() const { return site_paths_[applied_ == 0 ? 0 : applied_ - 1]; }
 
   StatusHead Head() const {
     StatusHead head = head_;
@@ -209,9 +229,7 @@ class Run {
                    : "HAL server lost");
   }
 
-  std::string HalSocket() const {
-    return line_.hal_socket ? std::filesystem::absolute(*line_.hal_socket).string() : "";
-  }
+  std::string HalSocket() const { return line_.hal_socket ? AbsolutePath(*line_.hal_socket) : ""; }
 
   void ReinstallEnded(bool in_sync) {
     if (in_sync) head_.last_in_sync = LocalTime();
@@ -320,7 +338,7 @@ class Run {
     const auto site = ReadSiteOrLogMistakes(path);
     std::optional<std::string> refusal =
         site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
-                         "run zuskux-manager reload --control " + line_.control)
+                         "run zuskux-manager reload --control " + control_path_)
              : "keeping the current site; correct " + path + "; zuskux-manager --check " + path +
                    " lists its mistakes";
     if (refusal) {
@@ -392,6 +410,9 @@ class Run {
   }
 
   const CommandLine& line_;
+  // Operators ask from other folders than the manager's.
+  const std::vector<std::string> site_paths_ = AbsolutePaths(line_.sites);
+  const std::string control_path_ = AbsolutePath(line_.control);
   std::vector<Site> sites_;
   std::size_t applied_ = 0;
   bool connection_up_ = false;
