@@ -37,6 +37,7 @@ ELSEWHERE = {
         '.ci/try_packages installs them',
     'cmake --preset release -D ZUSKUX_BUILD_REFERENCE=OFF -D ZUSKUX_BUILD_TESTS=OFF':
         'test install.vendor_platform builds and installs the library alone',
+    'apt-get install ./libzuskux0_*.deb ./zuskux-tools_*.deb': '.ci/try_packages installs them',
     'find_package(zuskux 0.1 REQUIRED)': 'CMake code; examples/host has it, test install.host builds it',
     'cp -r /usr/share/doc/zuskux/examples . && cd examples/host': 'mode installed',
     'const auto& vlan = static_cast<const encapsulation::VlanMessage&>(*request->message());':
