@@ -220,7 +220,15 @@ class SiteReader {
 
  private:
   void CheckCount(std::size_t objects) {
-    if (!file_.has_object_count()) return;
+    if (!file_.has_object_count()) {
+      // What a failed copy leaves.
+      if (objects == 0 && file_.interface().empty()) {
+        checker_.Add({},
+                     "the file has no entries; restore them, or write object_count: 0 to remove "
+                     "everything");
+      }
+      return;
+    }
     const std::int64_t count = file_.object_count();
     if (count >= 0 && static_cast<std::uint64_t>(count) == objects) return;
     Place place;

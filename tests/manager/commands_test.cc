@@ -232,10 +232,19 @@ TEST_F(CommandsTest, ReloadReadsTheSiteAgain) {
                                                           kTime + ": keeping the current site; "));
 }
 
+// Whatever the number of objects.
+TEST_F(CommandsTest, AnEmptyFileRemovesNothing) {
+  Start(Site(1));
+  files_.Write("site", "");
+  EXPECT_EQ(Ask({"reload"}).status, 3);
+  EXPECT_EQ(Ask({"objects"}).status, 0);
+  EXPECT_THAT(Ask({"objects"}).out, HasSubstr("2 objects: 2 installed\n"));
+}
+
 // The refusal's advice works as written.
 TEST_F(CommandsTest, ReloadRemovesMuchOnlyOnRequest) {
   Start(Site(15));
-  files_.Write("site", "");
+  files_.Write("site", "object_count: 0");
   const Outcome refused = Ask({"reload"});
   EXPECT_EQ(refused.status, 3);
   EXPECT_THAT(refused.err, HasSubstr("would remove 16 of 16 objects: "));

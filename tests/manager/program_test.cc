@@ -492,7 +492,7 @@ TEST(ManagerProgramTest, ATruncatedSiteDoesNotEmptyTheHal) {
   Process process(Command({site, "--stay", "--control", files.File("manager.sock")}));
   ASSERT_TRUE(process.WaitForError("settled: 15 objects: 15 installed\n"));
 
-  files.Write("site", "");
+  files.Write("site", Vlans(0));
   process.Signal(SIGHUP);
   ASSERT_TRUE(process.WaitForError(
       "ERROR zuskux-manager: " + site +

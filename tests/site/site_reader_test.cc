@@ -148,7 +148,18 @@ TEST(SiteReaderTest, ReadsEveryFieldOfEcmpGroups) {
                                       SiteEcmp{302, "to-nowhere", {}}));
 }
 
-TEST(SiteReaderTest, AnEmptyTextIsAnEmptySite) { EXPECT_EQ(SiteOf(ParseSite("")), Site()); }
+TEST(SiteReaderTest, AnEmptySiteSaysSo) {
+  EXPECT_EQ(SiteOf(ParseSite("object_count: 0")), Site());
+  for (const char* const text : {"", "\n", "# vlan { }\n"}) {
+    EXPECT_EQ(Mistakes(ParseSite(text)),
+              "site.txtpb: the file has no entries; restore them, or write object_count: 0 to "
+              "remove everything\n");
+  }
+}
+
+TEST(SiteReaderTest, ASiteMayHaveInterfacesOnly) {
+  EXPECT_EQ(SiteOf(ParseSite("interface { name: \"eth0\" lim_id: 1 }")).interfaces.size(), 1U);
+}
 
 TEST(SiteReaderTest, TheObjectCountMustBeRight) {
   const std::string objects =
