@@ -7,9 +7,9 @@
 // four of the others. Needs root: works in a network namespace of its own. Prints lines of a name
 // and a number; each round prints all of them:
 //
-//     KIND/WRITER/ns      elapsed time for an object
-//     KIND/WRITER/cpu-ns  processor time for an object
-//     KIND/WRITER/bytes   resident memory for an object; the simulation is a zuskux-hal without a
+//     KIND/WRITER/ns      elapsed time per object
+//     KIND/WRITER/cpu-ns  processor time per object
+//     KIND/WRITER/bytes   resident memory per object; the simulation is a zuskux-hal without a
 //                         data plane
 
 #include <sched.h>

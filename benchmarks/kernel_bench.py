@@ -85,7 +85,7 @@ def main():
                       "zebra", "rate relative to zebra"],
                      [*rates(direct, "host", objects, ""), *rates(direct, "group", objects, ""),
                       *rates(machine, "mpls", in_machine, ", emulated")]),
-        "Resident memory of `zuskux-hal`, in bytes for an object:",
+        "Resident memory of `zuskux-hal`, in bytes per object:",
         report.table(["objects", "simulation", "Linux", "difference"],
                      [memory(direct, "host", objects), memory(direct, "group", objects)])])
     if arguments.quick:
