@@ -3,9 +3,9 @@
 //
 //     kernel_bench KINDS OBJECTS ROUNDS ZUSKUX_HAL
 //
-// KINDS is host,group or mpls,group: so many of each, one kind after the other; the groups hold
-// four of the others. Needs root: works in a network namespace of its own. Prints lines of a name
-// and a number; each round prints all of them:
+// KINDS is host,group or mpls,group. Writes OBJECTS of each kind, one kind after the other; a group
+// has four members of the other kind. Needs root: works in a network namespace of its own. Prints
+// lines of a name and a number; each round prints all of them:
 //
 //     KIND/WRITER/ns      elapsed time per object
 //     KIND/WRITER/cpu-ns  processor time per object

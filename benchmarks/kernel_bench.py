@@ -79,7 +79,7 @@ def main():
     release = ".".join(os.uname().release.split(".")[:2])
     text = "\n\n".join([
         f"Measured {datetime.date.today().isoformat()} in {rounds} rounds on Linux {release}, "
-        f"{len(os.sched_getaffinity(0))} cores, load {load:.1f} at the start. Nanoseconds for an "
+        f"{len(os.sched_getaffinity(0))} cores, load {load:.1f} at the start. Nanoseconds per "
         "object.",
         report.table(["objects", "time", "libmnl", "zuskux-hal", "rate relative to libmnl",
                       "zebra", "rate relative to zebra"],

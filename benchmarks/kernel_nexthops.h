@@ -20,7 +20,7 @@ inline constexpr std::uint32_t kFirstGroup = 10'000'000;
 inline constexpr reference::MacAddress kMac = {0x02, 0, 0, 0, 0, 0x65};
 using Members = std::array<std::uint32_t, 4>;
 
-/// The members of a group, among so many destinations.
+/// The members of a group, which are among the first `destinations`.
 inline Members MembersOf(std::uint32_t group, std::uint32_t destinations) {
   Members members{};
   for (std::uint32_t k = 0; k < members.size(); ++k) {
