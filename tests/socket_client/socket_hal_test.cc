@@ -148,6 +148,14 @@ TEST_F(OneWriter, StopsSendingWhenAnotherOneHasTakenOver) {
   EXPECT_EQ(InstallVlan(hal, 2), kHalNoServer);
 }
 
+TEST_F(OneWriter, DoesNotMistakeALostServerForAnotherWriter) {
+  StartConnected(Options());
+  server_.Close();
+  server_.AcceptAndGreet();
+  EXPECT_EQ(reported_.Await(2).back(), "found");
+  EXPECT_THAT(others_.entries(), IsEmpty());
+}
+
 TEST_F(OneWriter, DoesNotMistakeOtherGoodbyesForAnotherWriter) {
   StartConnected(Options());
   for (const std::uint32_t reason : {0U, 3U, 257U}) {
