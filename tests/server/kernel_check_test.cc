@@ -133,6 +133,12 @@ TEST_F(KernelCheckTest, NamesWhatAnotherProgramChanged) {
             "6 objects, 3 wrong, 0 entries that cannot be in the kernel\n");
 }
 
+TEST_F(KernelCheckTest, NamesTheMissingDeviceOfAVrf) {
+  contents_.entries[{HalKind::kVrf, 7}] = Vrf(7).SerializeAsString();
+  EXPECT_FALSE(Check());
+  EXPECT_NE(out_.str().find("vrf 7: zv7 missing\n"), std::string::npos) << out_.str();
+}
+
 TEST_F(KernelCheckTest, NamesEntriesThatCannotBeInTheKernel) {
   contents_.entries[{HalKind::kVrf, 7}] = "\xFF";
   contents_.entries[{HalKind::kVlan, 11}] = VlanOn(11, 9).SerializeAsString();
