@@ -1,5 +1,6 @@
 #include "reference/hal/message_fields.h"
 
+#include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -77,6 +78,16 @@ TEST(MessageFieldsTest, ShowsUnknownFieldsByNumber) {
       25);
   EXPECT_EQ(FieldsText(FieldsOf(HalKind::kVrf, payload, kNames)),
             "vrf_id: 7 #9: 300 #10: ab #11: 1 #12: 2 #13: group");
+}
+
+TEST(MessageFieldsTest, ShowsFieldsOfTypesThatTheSchemaDoesNotUse) {
+  google::protobuf::SourceCodeInfo::Location location;
+  location.add_path(-4);
+  location.add_path(7);
+  EXPECT_EQ(FieldsOf(location, kNames)["path"], MessageFields::array({"-4", "7"}));
+  google::protobuf::FieldOptions options;
+  options.set_packed(true);
+  EXPECT_EQ(FieldsOf(options, kNames)["packed"], "true");
 }
 
 TEST(MessageFieldsTest, ShowsTheBytesOfAnInvalidPayload) {
