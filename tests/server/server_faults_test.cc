@@ -167,8 +167,8 @@ class StartObserver : public RequestObserver {
   std::uint64_t Request(const HalRequest& /*request*/, const void* /*wrapper*/) override {
     return 1;
   }
-  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/,
-              HalReturnCode /*code*/) override {}
+  void Result(std::uint64_t /*number*/, const HalRequest& /*request*/, HalReturnCode /*code*/,
+              std::string_view /*reason*/) override {}
   void BeginReinstall() override {}
   void EndReinstall() override {}
   void ServerFound() override { ++starts_; }
