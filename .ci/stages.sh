@@ -25,10 +25,13 @@ stage() {
   printf '   %d min %d s\n' $(((SECONDS - begin) / 60)) $(((SECONDS - begin) % 60))
 }
 
+# Tests at a time. Many of them wait most of their time.
+test_jobs() { echo $(($(nproc) + 1)); }
+
 # test_preset PRESET: builds everything and runs every test, including the fuzzers' seeds.
 test_preset() {
   build_preset "$1" all
-  ctest --preset "$1" --no-tests=error -j "$(nproc)"
+  ctest --preset "$1" --no-tests=error -j "$(test_jobs)"
 }
 
 # test_folders PRESET FOLDER...: the same for the test programs of these folders.
@@ -37,7 +40,7 @@ test_folders() {
   shift
   build_preset "$preset" "${@/%//all}"
   for folder in "$@"; do
-    ctest --test-dir "$root/build/$preset/$folder" --no-tests=error --output-on-failure -j "$(nproc)"
+    ctest --test-dir "$root/build/$preset/$folder" --no-tests=error --output-on-failure -j "$(test_jobs)"
   done
 }
 
