@@ -23,7 +23,9 @@ import time
 PROGRAMS = os.path.abspath(sys.argv[1])
 LONG = "--long" in sys.argv or "ZUSKUX_LONG_TESTS" in os.environ
 KILLS, MANAGER_KILLS, CHANGES, FLAPS, DRIFTS = (100, 20, 500, 200, 50) if LONG else (5, 2, 10, 5, 4)
+# Packets a second, and at a time: few enough that no queue of the kernel overflows.
 RATE = 2000
+BURST = 4
 PATIENCE = 60
 SKIPPED = 77
 # Not in Python's socket module.
@@ -107,12 +109,11 @@ class Traffic:
     def send(self, outside):
         packets = self.open(outside, "out1")
         self.listens.wait()
-        begin = time.monotonic()
         while not self.ended.is_set():
-            while self.sent < (time.monotonic() - begin) * RATE:
+            for _ in range(BURST):
                 packets.send(frame(self.sent))
                 self.sent += 1
-            time.sleep(0.002)
+            time.sleep(BURST / RATE)
 
     def receive(self, outside):
         packets = self.open(outside, "out2")
