@@ -12,12 +12,6 @@
 namespace reference {
 namespace {
 
-template <typename Map>
-const typename Map::mapped_type* Find(const Map& map, const typename Map::key_type& key) {
-  const auto place = map.find(key);
-  return place == map.end() ? nullptr : &place->second;
-}
-
 // A device may be on devices of a lower rank: it is added after them and removed before them.
 std::size_t Rank(const KernelDevice& device) { return device.index(); }
 constexpr std::size_t kRanks = std::variant_size_v<KernelDevice>;

@@ -122,6 +122,14 @@ bool operator==(const DeviceNexthop& a, const DeviceNexthop& b);
 bool operator==(const NexthopGroup& a, const NexthopGroup& b);
 bool operator==(const KernelObjects& a, const KernelObjects& b);
 
+/// The object with that key; null if there is none.
+template <typename Objects>
+const typename Objects::mapped_type* Find(const Objects& objects,
+                                          const typename Objects::key_type& key) {
+  const auto place = objects.find(key);
+  return place == objects.end() ? nullptr : &place->second;
+}
+
 // One write to the kernel: it adds, changes or removes an object.
 
 struct PutDevice {

@@ -10,12 +10,6 @@
 namespace reference {
 namespace {
 
-template <typename Map>
-const typename Map::mapped_type* Find(const Map& map, const typename Map::key_type& key) {
-  const auto place = map.find(key);
-  return place == map.end() ? nullptr : &place->second;
-}
-
 // Adds the leftovers among the transition's objects to `before`, and keeps in `after` what the
 // transition would remove.
 template <typename Map>
