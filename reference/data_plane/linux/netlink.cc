@@ -75,8 +75,9 @@ class RouteSocket : public NetlinkSocket {
   }
 
   void Send(const char* data, std::size_t size) override {
-    if (mnl_socket_sendto(socket_.get(), data, size) < 0)
+    if (mnl_socket_sendto(socket_.get(), data, size) < 0) {
       Fail(errno, "cannot send a request to the kernel");
+    }
   }
 
   std::size_t Receive(char* data, std::size_t size) override {

@@ -197,8 +197,9 @@ Answer ControlRequests::Explain(const Json& arguments) const {
   const auto key = ParseObjectKey(name);
   const DestDatabase& database = controlled_.manager->database();
   auto text = key ? reference::Explain(database, *key) : std::nullopt;
-  if (!text)
+  if (!text) {
     return Error("there is no " + name + "; zuskux-manager objects lists all of them", kExitUsage);
+  }
   if (!controlled_.manager->connected()) {
     *text += "There is no connection to the HAL; this is the last known or the initial state.\n";
     return LastLine({{"text", *text}}, kExitNotConnected);

@@ -99,8 +99,9 @@ void Forward(int pipe, LogSink* sink) {
 }  // namespace
 
 LibraryLog::LibraryLog(bool trace, LogSink* sink) {
-  if (pipe2(pipe_.data(), O_CLOEXEC) != 0)
+  if (pipe2(pipe_.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("cannot create a pipe for the log");
+  }
   reader_ = std::thread(Forward, pipe_[0], sink);
   try {
     const TemporaryFile file(std::string(kConfig) + kCategory + (trace ? ".TRACE" : ".HAL_ERROR") +
