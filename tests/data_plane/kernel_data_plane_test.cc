@@ -168,7 +168,9 @@ TEST_F(KernelDataPlaneTest, TheMtuOfTheParentNeedsNoRepair) {
   KernelObjects present = kernel_.objects();
   std::get<MacvlanDevice>(present.devices.at("zd10")).mtu = 1500;
   kernel_.set_objects(present);
+  const std::uint64_t writes = data_plane_.writes();
   EXPECT_EQ(data_plane_.MakeAsWanted().differences, 0);
+  EXPECT_EQ(data_plane_.writes(), writes);
 }
 
 TEST_F(KernelDataPlaneTest, KernelAndTablesAgreeWhateverIsRefused) {
