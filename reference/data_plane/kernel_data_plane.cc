@@ -64,8 +64,6 @@ std::optional<std::string> KernelDataPlane::Commit() {
   KernelObjects present;
   const std::vector<RefusedChange> refused = Write(taken, &present);
   if (refused.empty()) return std::nullopt;
-  // What is left over has been noted as such.
-  Subtract(left_.objects(), &present);
   // The next transition has them again, if they are still wanted then.
   Subtract(taken.after, &wanted_);
   translation_.PutBack({std::move(present), taken.after});
