@@ -24,12 +24,16 @@
   --report       prints a report of the results so far, and tries nothing
   --list         prints the mutants, and tries nothing
 
-A mutant is built with warnings allowed and with the assertions of the standard library, everything
-else as for development. Then the test programs that contain the file run until one fails, the most
-likely first. Of each program, the tests that killed mutants of the file before run first. A mutant
-is killed if a test fails or crashes twice, or times out, and survives if all tests pass. Mutants
-that do not compile do not count. A test program that fails on the original sources is skipped, and
-the run fails.
+Up to 50 mutants of a source are compiled together: each function holds its mutated bodies, and an
+environment variable chooses one when a test program runs. Mutants of headers, and those outside
+functions or in constexpr ones, are compiled one by one. A mutant is built with warnings allowed and
+with the assertions of the standard library, everything else as for development.
+
+For each mutant, the test programs that contain the file run until one fails, the most likely first.
+Of each program, the tests that killed mutants of the file before run first. A mutant is killed if a
+test fails or crashes twice, or times out, and survives if all tests pass. Mutants that do not
+compile do not count. A test program that fails when no mutant is chosen is skipped, and the run
+fails.
 
 Everything happens in copies of the tree below build/mutation/SUBJECT; results.jsonl there holds the
 results. You can interrupt a run at any time: the next one continues. tests/mutation/equivalent.txt
@@ -56,6 +60,7 @@ import threading
 import time
 from dataclasses import dataclass
 
+import combined
 from mutations import OPERATORS, mutations
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -63,13 +68,15 @@ EXPLAINED = ROOT / "tests" / "mutation" / "equivalent.txt"
 OUTCOMES = ("killed", "survived", "does not compile")
 MEMORY_LIMIT = 4 << 30  # bytes
 FILE_LIMIT = 1 << 30  # bytes
+TOGETHER = 50  # the maximum number of mutants in one build
 INCOMPLETE = 2
 TIMEOUT = "takes too long"
 # Last on the command line, so that they replace those of the build.
 MUTANT_FLAGS = "-w -O0 -g0 -D_GLIBCXX_ASSERTIONS"
-LAUNCHER = """#!/bin/sh
-# Runs the compiler on a mutant, or on an original through the cache, if there is one.
-if [ -n "$MUTANT_FLAGS" ]; then exec "$@" $MUTANT_FLAGS; fi
+LAUNCHER = f"""#!/bin/sh
+# Runs the compiler on what the variable names, a mutant, or on an original through the cache, if
+# there is one.
+case "$*" in *"${{MUTATED:-none}}"*) exec "$@" {MUTANT_FLAGS} ;; esac
 if command -v ccache >/dev/null; then exec ccache "$@"; fi
 exec "$@"
 """
@@ -167,6 +174,19 @@ def choose(mutants, count, seed):
     return sorted(chosen, key=lambda mutant: (mutant.file, mutant.mutation.start))
 
 
+def grouped(mutants):
+    """Lists of mutants to compile together, then those to compile one by one."""
+    together, alone = collections.defaultdict(list), []
+    for mutant in mutants:
+        combinable = mutant.file.endswith(".cc") and combined.Combinable(mutant.text)
+        if combinable and combinable.body_of(mutant.mutation):
+            together[mutant.file].append(mutant)
+        else:
+            alone.append([mutant])
+    return [of_file[first : first + TOGETHER] for of_file in together.values()
+            for first in range(0, len(of_file), TOGETHER)] + alone
+
+
 class Results:
     """The outcome of each mutant, written to disk immediately. Used by all workers."""
 
@@ -213,6 +233,8 @@ class Tree:
         # Where a developer's build is, relative to the sources, so that both share a cache.
         self.build_folder = self.tree / "build" / "mutants"
         self.killers = killers
+        self.chosen = 0  # which mutant of several that were compiled together runs, or none
+        self.checked = set()  # the programs that pass when no mutant is chosen
         self.seconds = {}  # the run time of each program that was built
         self.tests = {}  # the run time of each of its tests
         self.failing = {}  # the programs that fail without a mutation, and how
@@ -242,8 +264,10 @@ class Tree:
     def configure(self):
         environment = {name: value for name, value in os.environ.items()
                        if not name.startswith("CMAKE_")}
-        linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
-                  "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
+        # The standard library comes first, because an object with assertions also defines parts of
+        # it, and a program must not link that object for those.
+        flags = "-lstdc++" + (" -fuse-ld=lld" if shutil.which("ld.lld") else "")
+        linker = [f"-DCMAKE_{kind}_LINKER_FLAGS={flags}" for kind in ("EXE", "SHARED")]
         launcher = self.folder / "launcher"
         launcher.write_text(LAUNCHER)
         launcher.chmod(0o755)
@@ -276,34 +300,75 @@ class Tree:
                 sys.exit(f"no test program contains {file}")
         return programs_of
 
-    def try_mutant(self, mutant):
-        """The mutant's outcome, and the test that decided it."""
-        target = self.tree / mutant.file
-        tried = set()
+    def try_group(self, group):
+        """Yields mutants of a file with their outcomes, each with the test that decided it."""
+        target = self.tree / group[0].file
         try:
-            while len(tried) < self.programs:
-                program = next((program for program in self.in_order(mutant.file)
-                                if program not in tried), None)
-                if program is None:
-                    break
-                tried.add(program)
-                if program not in self.seconds:
-                    target.write_text(mutant.text)
-                    if not self.prepare(program):
-                        continue
-                if self.seconds[program] > self.longest:
-                    continue
-                if target.read_text() == mutant.text:
-                    target.write_text(mutant.mutation.apply(mutant.text))
-                if errors := self.build(program, {"MUTANT_FLAGS": MUTANT_FLAGS}):
-                    if re.search(r"tree/tests/.*static assertion failed", errors):
-                        return "killed", f"{program}: static assertion"
-                    return "does not compile", ""
-                if failure := self.failure_of(program, self.killers[mutant.file, program]):
-                    return "killed", f"{program}: {failure}"
-            return "survived", ""
+            yield from self.try_together(group) if len(group) > 1 else self.try_alone(group[0])
         finally:
-            target.write_text(mutant.text)
+            self.chosen = 0
+            write(target, group[0].text)
+
+    def try_alone(self, mutant):
+        target = self.tree / mutant.file
+        for program in self.programs_for(mutant.file, mutant.text):
+            write(target, mutant.mutation.apply(mutant.text))
+            if errors := self.build(program, target):
+                if re.search(r"tree/tests/.*static assertion failed", errors):
+                    yield mutant, "killed", f"{program}: static assertion"
+                else:
+                    yield mutant, "does not compile", ""
+                return
+            if failure := self.failure_of(program, self.killers[mutant.file, program]):
+                yield mutant, "killed", f"{program}: {failure}"
+                return
+        yield mutant, "survived", ""
+
+    def try_together(self, group):
+        file = group[0].file
+        combinable = combined.Combinable(group[0].text)
+        first = self.in_order(file)[0]
+        while True:
+            text, owners = combinable.combine([mutant.mutation for mutant in group])
+            write(self.tree / file, text)
+            if not (errors := self.build(first, self.tree / file)):
+                break
+            places = re.findall(
+                rf"{re.escape(file)}:(\d+):\d+: +(?:error|fatal error|required from)", errors)
+            rejected = {owners[int(line) - 1] for line in places} - {None}
+            if not rejected:
+                sys.exit(f"{file} does not compile with all mutants: {errors}")
+            for number in rejected:
+                yield group[number - 1], "does not compile", ""
+            group = [mutant for number, mutant in enumerate(group, 1) if number not in rejected]
+        self.checked.clear()
+        for number, mutant in enumerate(group, 1):
+            outcome = "survived", ""
+            self.chosen = 0
+            for program in self.programs_for(file, text, self.tree / file):
+                self.chosen = number
+                if failure := self.failure_of(program, self.killers[file, program]):
+                    outcome = "killed", f"{program}: {failure}"
+                    break
+                self.chosen = 0
+            yield mutant, *outcome
+
+    def programs_for(self, file, text, mutated=None):
+        """Yields the test programs of a file, the likeliest first. `text` is the file without a
+        mutation, or, if it is `mutated`, with none chosen."""
+        tried = set()
+        while len(tried) < self.programs:
+            program = next((program for program in self.in_order(file) if program not in tried),
+                           None)
+            if program is None:
+                return
+            tried.add(program)
+            if program not in self.checked:
+                write(self.tree / file, text)
+                if not self.prepare(program, mutated):
+                    continue
+            if self.seconds[program] <= self.longest:
+                yield program
 
     def failure_of(self, program, killers):
         """The first failure of a test program, which must happen twice unless it is a timeout."""
@@ -319,11 +384,9 @@ class Tree:
         killers[test] += 1
         return failure
 
-    def prepare(self, program):
+    def prepare(self, program, mutated):
         """Builds a program without a mutation and measures its time; returns whether it passes."""
-        # Reuses what other builds have compiled.
-        if errors := self.build(program, {"CCACHE_BASEDIR": str(self.folder),
-                                          "CCACHE_NOHASHDIR": "1"}):
+        if errors := self.build(program, mutated):
             sys.exit(f"{program} does not build without a mutation: {errors}")
         for _ in range(2):  # in case a busy machine is the reason
             start = time.monotonic()
@@ -332,6 +395,7 @@ class Tree:
             self.tests[program] = {test: int(ms) / 1000 for test, ms in re.findall(
                 r"^\[       OK \] (\S+) \((\d+) ms\)", self.output(), re.MULTILINE)}
             if not failure or self.seconds[program] > self.longest:
+                self.checked.add(program)
                 return True
         self.failing[program] = failure
         return False
@@ -348,8 +412,11 @@ class Tree:
 
         return sorted(self.programs_of[file] - self.failing.keys(), key=unlikelihood)
 
-    def build(self, program, environment):
-        """The error, or nothing."""
+    def build(self, program, mutated=None):
+        """The errors, or nothing. `mutated` is the file that differs from the original."""
+        environment = {"CCACHE_BASEDIR": str(self.folder), "CCACHE_NOHASHDIR": "1"}
+        if mutated:  # a header, and with it what includes it, or a source
+            environment["MUTATED"] = " -c " if mutated.suffix == ".h" else f" -c {mutated}"
         done = subprocess.run(["ninja", "-C", self.build_folder, f"bin/{program}"],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace",
                               env={**os.environ, **environment}, check=False)
@@ -364,11 +431,12 @@ class Tree:
         if limit is None:  # Far more than it needs, for a busy machine.
             limit = 15 + 5 * (sum(map(self.tests[program].get, tests)) or self.seconds[program])
         temporary = tempfile.mkdtemp(prefix="mutate-")
+        choice = {combined.VARIABLE: str(self.chosen)} if self.chosen else {}
         with open(self.folder / "output", "w") as file:
             process = subprocess.Popen(
                 [self.build_folder / "bin" / program, "--gtest_fail_fast", "--gtest_color=no",
                  f"--gtest_filter={':'.join(tests) or '*'}"],
-                cwd=self.build_folder, env={**os.environ, "TMPDIR": temporary},
+                cwd=self.build_folder, env={**os.environ, "TMPDIR": temporary, **choice},
                 stdin=subprocess.DEVNULL, stdout=file, stderr=subprocess.STDOUT,
                 start_new_session=True)
             try:
@@ -386,6 +454,12 @@ class Tree:
             return failed[0]
         end = TIMEOUT if code is None else f"ends with {code}"
         return f"{(running or ['?'])[-1]} {end}"
+
+
+def write(path, text):
+    """Writes a file unless it has that text, so that what was compiled from it stays valid."""
+    if path.read_text() != text:
+        path.write_text(text)
 
 
 def end_group(leader):
@@ -472,30 +546,38 @@ def parse_arguments():
 
 
 def try_all(subject, waiting, results, options, end):
-    """Tries the mutants until `end`, several at a time; returns whether all programs pass unmutated."""
+    """Tries the mutants until `end`, with a worker for each tree. Returns whether all test programs
+    pass without a mutation."""
     killers = results.killers()
     trees = [Tree(subject, number, killers, options)
              for number in range(1, min(options.jobs, len(waiting)) + 1)]
-    numbered = iter(enumerate(waiting, 1))
+    groups = iter(grouped(waiting))
     lock = threading.Lock()
+    done = 0
 
     def work(tree):
+        nonlocal done
         while time.monotonic() < end:
             with lock:
-                number, mutant = next(numbered, (0, None))
-            if mutant is None:
+                group = next(groups, None)
+            if group is None:
                 return
             start = time.monotonic()
-            outcome, by = tree.try_mutant(mutant)
-            seconds = time.monotonic() - start
-            results.add(mutant, outcome, by, seconds)
-            print(f"{number}/{len(waiting)} {outcome} in {seconds:.1f} s: "
-                  f"{mutant.file}:{mutant.mutation.line} ({mutant.mutation.operator}) {by}",
-                  flush=True)
+            for mutant, outcome, by in tree.try_group(group):
+                seconds = time.monotonic() - start
+                start = time.monotonic()
+                results.add(mutant, outcome, by, seconds)
+                with lock:
+                    done += 1
+                print(f"{done}/{len(waiting)} {outcome} in {seconds:.1f} s: "
+                      f"{mutant.file}:{mutant.mutation.line} ({mutant.mutation.operator}) {by}",
+                      flush=True)
+                if start > end:
+                    break
 
     with concurrent.futures.ThreadPoolExecutor(len(trees)) as pool:
-        for done in [pool.submit(work, tree) for tree in trees]:
-            done.result()
+        for worker in [pool.submit(work, tree) for tree in trees]:
+            worker.result()
     failing = {program: failure for tree in trees for program, failure in tree.failing.items()}
     for program, failure in failing.items():
         print(f"{program} was skipped because it fails without a mutation: {failure}")
