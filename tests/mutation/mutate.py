@@ -402,12 +402,12 @@ class Tree:
 
     def in_order(self, file):
         """The programs: first those that killed mutants of the file, then those named like it, then
-        the quick ones."""
-        words = set(re.findall(r"[a-z]+", file))
+        those named like its folder, then the quick ones."""
+        folder, name = (set(re.findall(r"[a-z]+", part)) for part in os.path.split(file))
 
         def unlikelihood(program):
-            likeness = len(words & set(program.split("_")))
-            return (-self.killers[file, program].total(), -likeness,
+            words = set(program.split("_"))
+            return (-self.killers[file, program].total(), -len(words & name), -len(words & folder),
                     self.seconds.get(program, float("inf")), program)
 
         return sorted(self.programs_of[file] - self.failing.keys(), key=unlikelihood)

@@ -13,7 +13,9 @@
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
+#include "tests/support/gate.h"
 #include "tests/support/refused_accepts.h"
+#include "tests/support/test_folder.h"
 #include "wire.pb.h"
 
 namespace reference {
@@ -379,6 +381,29 @@ TEST(HalServer, ClosesAClientThatIsIdle) {
   EXPECT_EQ(busy.Receive(), (RawFrame{kHeartbeat, 1, ""}));
   RawClient next(server.path());
   EXPECT_EQ(next.Greet()->type, 1);
+}
+
+TEST(HalServer, DoesNotCallAClientIdleThatIsGone) {
+  const TestFolder folder;
+  boost::asio::io_context io;
+  std::optional<RawClient> client;
+  std::vector<std::string> lines;
+  HalServerOptions options;
+  options.path = folder.Path("hal.sock");
+  options.idle_timeout = milliseconds(1);
+  // The client leaves, and its time passes, before the server can look at either.
+  options.log = [&](LogLevel, const std::string& line) {
+    lines.push_back(line);
+    if (line != "client 1: \"test\" connected") return;
+    client.reset();
+    std::this_thread::sleep_for(2 * options.idle_timeout);
+  };
+  const HalServer server(&io, options);
+  client.emplace(options.path);
+  client->Send(HelloBytes());
+  while (lines.size() < 2) ASSERT_EQ(io.run_one_for(kPatience), 1U);
+  io.poll();
+  EXPECT_THAT(lines, ElementsAre("client 1: \"test\" connected", "client 1: lost, Broken pipe"));
 }
 
 TEST(HalServer, ClosesAReaderThatDoesNotRead) {

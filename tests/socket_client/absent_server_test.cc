@@ -233,6 +233,23 @@ class GrownPauseTest : public AbsentServerTest {
     return options;
   }
 
+  void StartAndGreetOnceThePauseHasGrown() {
+    Start(GrowingOptions());
+    for (milliseconds pause = kFirst; pause < kGrown / 2; pause *= 2) {
+      server_.Accept();
+      server_.Close();
+    }
+    server_.AcceptAndGreet();
+    reported_.Await(1);
+  }
+
+  /// Fails if the pause starts over.
+  void ExpectALongPause() {
+    const auto begin = Clock::now();
+    server_.AcceptAndGreet();
+    EXPECT_GT(Clock::now() - begin, kGrown / 4);
+  }
+
   /// Fails if the pause continues from where it was.
   void ExpectAttemptSoon() {
     const auto begin = Clock::now();
@@ -257,17 +274,16 @@ TEST_F(GrownPauseTest, StartsOverAfterAGoodConnection) {
 }
 
 TEST_F(GrownPauseTest, GoesOnAfterAServerThatOnlySaidHello) {
-  Start(GrowingOptions());
-  for (milliseconds pause = kFirst; pause < kGrown / 2; pause *= 2) {
-    server_.Accept();
-    server_.Close();
-  }
-  server_.AcceptAndGreet();
-  reported_.Await(1);
+  StartAndGreetOnceThePauseHasGrown();
   server_.Close();
-  const auto begin = Clock::now();
-  server_.AcceptAndGreet();
-  EXPECT_GT(Clock::now() - begin, kGrown / 4);
+  ExpectALongPause();
+}
+
+TEST_F(GrownPauseTest, GoesOnAfterAServerThatSentWhatNoServerSends) {
+  StartAndGreetOnceThePauseHasGrown();
+  server_.SendFrame(FrameType::kReadTables, 0, "");
+  EXPECT_TRUE(server_.AwaitClosed());
+  ExpectALongPause();
 }
 
 TEST_F(GrownPauseTest, StartsOverWhenASocketAppearsThatDoesNotListenYet) {

@@ -126,6 +126,23 @@ bool FakeServer::AwaitClosed() {
   return false;
 }
 
+std::vector<FakeServer::Frame> FakeServer::FramesToEnd() {
+  std::vector<Frame> frames;
+  std::array<char, 4096> bytes{};
+  while (true) {
+    while (const auto frame = splitter_->Next()) {
+      frames.push_back({frame->header.type, frame->header.sequence, std::string(frame->payload)});
+    }
+    if (!AwaitReadable(client_)) {
+      ADD_FAILURE() << "the client keeps the connection";
+      return frames;
+    }
+    const ssize_t size = read(client_, bytes.data(), bytes.size());
+    if (size <= 0) return frames;
+    splitter_->Feed({bytes.data(), static_cast<std::size_t>(size)});
+  }
+}
+
 std::string HelloFrame(std::uint32_t version, std::uint32_t max_payload) {
   wire::Hello hello;
   hello.set_protocol_version(version);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "reference/wire/frame.h"
 #include "tests/support/gate.h"
@@ -77,6 +78,8 @@ class FakeServer {
   void SendFrame(FrameType type, std::uint32_t sequence, std::string_view payload) const;
   /// Waits until the client has closed the connection; drops whatever it sent before.
   bool AwaitClosed();
+  /// The frames that arrive until the client closes the connection.
+  std::vector<Frame> FramesToEnd();
 
  private:
   SocketFolder folder_;
