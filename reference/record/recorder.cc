@@ -6,17 +6,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <boost/system/system_error.hpp>
+#include <boost/system/error_code.hpp>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
 #include "record.pb.h"
 #include "reference/record/format.h"
 #include "reference/record/recorded_schema.h"
+#include "reference/text/file_remedy.h"
 
 namespace reference {
 namespace {
@@ -32,8 +34,10 @@ constexpr std::size_t kMaxTextSize = std::size_t{64} * 1024;
 // Leaves room in a record for a request's other fields.
 constexpr std::size_t kMaxPayloadSize = kMaxRecordSize - 1024;
 
-boost::system::system_error CannotRecord(const std::string& path, int error) {
-  return {error, boost::system::system_category(), "cannot record to " + path};
+std::runtime_error CannotRecord(const std::string& path, int error) {
+  const boost::system::error_code reason(error, boost::system::system_category());
+  return std::runtime_error("cannot record to " + path + ": " + reason.message() + "; " +
+                            FileRemedy(path, error));
 }
 
 struct NewFile {
@@ -47,7 +51,8 @@ NewFile CreateFile(const std::string& wanted) {
   struct stat status {};
   if (::lstat(wanted.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
       !S_ISLNK(status.st_mode)) {
-    throw CannotRecord(wanted + ", which is not a file", EEXIST);
+    throw std::runtime_error("cannot record to " + wanted +
+                             ": it is not a regular file; name another file");
   }
   std::string path = wanted;
   for (int number = 1;; ++number) {

@@ -22,7 +22,7 @@ class Recorder : public RequestObserver {
   /// Creates the file, readable by its owner only, and writes its header. Never overwrites a file:
   /// if `path` exists, the recording goes to `path`.1 or the next free number, and the log says
   /// which. `program` is the recording program: "zuskux-manager 0.1.0". Throws
-  /// `boost::system::system_error`, which names the path and the reason.
+  /// `std::runtime_error`, which names the path, the reason and the remedy.
   Recorder(const std::string& path, std::string_view program, LogFunction log = {});
   ~Recorder() override;
 

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "reference/text/file_remedy.h"
 #include "reference/text/printable.h"
 
 namespace reference {
@@ -76,7 +77,8 @@ void OutputFile::WriteAll(std::string_view text) const {
 
 void OutputFile::ThrowCannotWrite(int error) const {
   throw std::runtime_error("cannot write " + Printable(path_) + ": " +
-                           std::generic_category().message(error));
+                           std::generic_category().message(error) + "; " +
+                           FileRemedy(path_, error));
 }
 
 }  // namespace reference

@@ -348,7 +348,11 @@ TEST(ManagerProgramTest, OpensItsOutputFilesBeforeItProgramsTheHal) {
     EXPECT_EQ(run.out, "");
     // No trace line: nothing was sent.
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
-    EXPECT_TRUE(Contains(run.err, path + ": No such file or directory")) << run.err;
+    EXPECT_TRUE(Contains(run.err, path +
+                                      ": No such file or directory; create the folder first with "
+                                      "mkdir -p " +
+                                      files.File("missing") + ", or correct the path\n"))
+        << run.err;
   }
 }
 

@@ -72,9 +72,15 @@ TEST_F(OutputFileTest, NamesWhatCannotBeWritten) {
     return std::string();
   };
   const std::string missing = folder_.Path("missing/file");
-  EXPECT_EQ(error(missing), "cannot write " + missing + ": No such file or directory");
-  EXPECT_EQ(error(folder_.Path("")), "cannot write " + folder_.Path("") + ": Is a directory");
-  EXPECT_EQ(error("/dev/full"), "cannot write /dev/full: No space left on device");
+  EXPECT_EQ(error(missing), "cannot write " + missing +
+                                ": No such file or directory; create the folder first with "
+                                "mkdir -p " +
+                                folder_.Path("missing") + ", or correct the path");
+  EXPECT_EQ(error(folder_.Path("")),
+            "cannot write " + folder_.Path("") + ": Is a directory; name another file");
+  EXPECT_EQ(error("/dev/full"),
+            "cannot write /dev/full: No space left on device; free "
+            "space there, or name a file elsewhere");
 }
 
 TEST_F(OutputFileTest, LeavesNothingWhenTheFileCannotBeReplaced) {
