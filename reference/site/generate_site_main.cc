@@ -13,9 +13,11 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "reference/site/generate_site.h"
 #include "reference/site/site_writer.h"
+#include "reference/text/file_remedy.h"
 #include "reference/text/printable.h"
 
 namespace {
@@ -25,6 +27,8 @@ namespace po = boost::program_options;
 
 constexpr int kFailed = 1;
 constexpr int kBadUsage = 2;
+
+constexpr const char* kUsage = "zuskux-generate-site --objects N [--seed S] [-o FILE]";
 
 struct Arguments {
   std::size_t objects = 0;
@@ -60,6 +64,10 @@ std::int64_t ReadNumber(const po::variables_map& values, const std::string& opti
 }
 
 Arguments ReadArguments(const po::variables_map& values) {
+  if (values.count("words") != 0) {
+    throw std::invalid_argument("'" + values["words"].as<std::vector<std::string>>().front() +
+                                "' is not an option; write " + kUsage);
+  }
   if (values.count("objects") == 0) {
     throw std::invalid_argument("--objects is missing; add --objects N");
   }
@@ -112,15 +120,18 @@ int Run(int argc, char** argv) {
   try {
     namespace style = po::command_line_style;
     const po::options_description options = Options();
+    po::options_description all;
+    all.add(options).add_options()("words", po::value<std::vector<std::string>>());
+    po::positional_options_description words;
+    words.add("words", -1);
     po::store(po::command_line_parser(argc, argv)
-                  .options(options)
-                  .positional({})
+                  .options(all)
+                  .positional(words)
                   .style(style::unix_style & ~style::allow_guessing)
                   .run(),
               values);
     if (values.count("help") != 0) {
-      std::cout << "Usage: zuskux-generate-site --objects N [--seed S] [-o FILE]\n"
-                << "Writes a valid pseudo-random site file.\n\n"
+      std::cout << "Usage: " << kUsage << "\nWrites a valid pseudo-random site file.\n\n"
                 << options << "\nExit status: 0 written, 1 not written, 2 wrong usage.\n";
       return 0;
     }
@@ -140,7 +151,8 @@ int Run(int argc, char** argv) {
   } catch (const std::system_error& error) {
     const std::string target = arguments.output.empty() ? "standard output" : arguments.output;
     std::cerr << "zuskux-generate-site: cannot write " << reference::Printable(target) << ": "
-              << error.code().message() << "; free space there or choose another place with -o\n";
+              << error.code().message() << "; "
+              << reference::Printable(reference::FileRemedy(target, error.code().value())) << '\n';
     return kFailed;
   }
   return 0;

@@ -147,7 +147,9 @@ TEST_F(GenerateSiteProgramTest, BadArgumentsAreOneLineWithTheRemedy) {
        "--seed 4294967296 is out of range; use 0 to 4294967295"},
       {{"--objects", "1", "--sede", "1"}, "unrecognised option '--sede'"},
       {{"--objects", "1", "a.txtpb"},
-       "too many positional options have been specified on the command line"},
+       "'a.txtpb' is not an option; write zuskux-generate-site --objects N [--seed S] [-o FILE]"},
+      {{"100"},
+       "'100' is not an option; write zuskux-generate-site --objects N [--seed S] [-o FILE]"},
   };
   for (const auto& test : kCases) {
     const Result result = Run(test.arguments);
@@ -161,18 +163,20 @@ TEST_F(GenerateSiteProgramTest, APlaceThatCannotBeWrittenIsAnError) {
   const fs::path directory = Target().parent_path();
   const struct {
     std::string path;
-    const char* reason;
+    std::string reason;
   } kCases[] = {
-      {directory / "missing" / "a.txtpb", "No such file or directory"},
-      {directory, "Is a directory"},
-      {"/dev/full", "No space left on device"},
+      {directory / "missing" / "a.txtpb",
+       "No such file or directory; create the folder first with mkdir -p " +
+           (directory / "missing").string() + ", or correct the path"},
+      {directory, "Is a directory; name another file"},
+      {"/dev/full", "No space left on device; free space there, or name a file elsewhere"},
   };
   for (const auto& test : kCases) {
     const Result result = Run({"--objects", "20", "-o", test.path});
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "zuskux-generate-site: cannot write " + test.path + ": " + test.reason +
-                              "; free space there or choose another place with -o\n");
+    EXPECT_EQ(result.err,
+              "zuskux-generate-site: cannot write " + test.path + ": " + test.reason + '\n');
     EXPECT_EQ(CountFiles(), 0U);
   }
 }
@@ -183,7 +187,7 @@ TEST_F(GenerateSiteProgramTest, AFailureOfStandardOutputIsAnError) {
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_EQ(result.err,
             "zuskux-generate-site: cannot write standard output: No space left on device; free "
-            "space there or choose another place with -o\n");
+            "space there, or name a file elsewhere\n");
 }
 
 // The limit on a file's size, a few KiB here, simulates a full disk.
@@ -198,7 +202,7 @@ TEST_F(GenerateSiteProgramTest, AFailureHalfwayLeavesNoNewFileAndTheOldOne) {
   const Result result = RunCommand(command);
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_EQ(result.err, "zuskux-generate-site: cannot write " + Target().string() +
-                            ": File too large; free space there or choose another place with -o\n");
+                            ": File too large; free space there, or name a file elsewhere\n");
   EXPECT_EQ(Contents(Target()), "before");
   EXPECT_EQ(CountFiles(), 1U);
 }
