@@ -1,5 +1,6 @@
 // zuskux-record: shows, replays and compares recordings of the requests to a HAL.
 
+#include <algorithm>
 #include <boost/program_options.hpp>
 #include <cerrno>
 #include <exception>
@@ -23,6 +24,7 @@
 #include "reference/socket_client/socket_hal.h"
 #include "reference/text/protobuf_log.h"
 #include "reference/wire/hal_name.h"
+#include "reference/wire/socket_access.h"
 
 namespace {
 
@@ -37,6 +39,8 @@ using reference::RecordingReader;
 constexpr int kFailed = 1;
 constexpr int kBadUsage = 2;
 constexpr int kDifferent = 3;
+// Otherwise success, but the end of a recording is missing. zuskux-manager uses the same status.
+constexpr int kTruncated = 5;
 
 class UsageError : public std::invalid_argument {
  public:
@@ -61,20 +65,20 @@ LogSink& Log() {
   return sink;
 }
 
-// Printed once for a recording that was read to its end.
-void TellCut(const RecordingReader& recording) {
-  if (!recording.cut_at()) return;
+// For a recording that was read to its end: 0, or `kTruncated` after a warning.
+int EndOf(const RecordingReader& recording) {
+  if (!recording.cut_at()) return 0;
   Log().WriteDiagnostic(LogLevel::kWarning,
                         recording.name() + ": byte " + std::to_string(*recording.cut_at()) +
                             ": the last entry is truncated; the recording ends before it");
+  return kTruncated;
 }
 
 int Show(const Arguments& arguments) {
   RecordingReader recording(arguments.files[0]);
   reference::ShowRecording(&recording, &std::cout);
   std::cout << std::flush;
-  TellCut(recording);
-  return 0;
+  return EndOf(recording);
 }
 
 std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
@@ -85,6 +89,7 @@ std::unique_ptr<HalConnection> MakeHal(const std::string& name) {
   if (!path) {
     throw UsageError("--hal '" + name + "' is not a HAL; use --hal embedded, unix or unix:PATH");
   }
+  reference::CheckSocketAccess(*path);
   reference::SocketHalOptions options;
   options.path = *std::move(path);
   options.program = "zuskux-record " ZUSKUX_VERSION;
@@ -103,7 +108,7 @@ int Replay(const Arguments& arguments) {
   auto hal = MakeHal(arguments.hal);
   RecordingReader recording(arguments.files[0]);
   const auto steps = reference::ReadSteps(&recording);
-  TellCut(recording);
+  const int end = EndOf(recording);
   reference::ReplayReport report;
   try {
     report = reference::Replay(steps, std::move(hal), reference::ReplayOptions(), &std::cout);
@@ -114,13 +119,12 @@ int Replay(const Arguments& arguments) {
   std::cout << "requests sent " << report.sent << ", not compared " << report.not_compared
             << ", not sent because the client had refused them " << report.refused
             << ", differences " << report.differences << std::endl;
-  return report.differences == 0 ? 0 : kDifferent;
+  return report.differences == 0 ? end : kDifferent;
 }
 
 reference::EndState ReadEndState(RecordingReader* recording,
                                  reference::InterfaceNames* interfaces) {
   auto state = reference::ComputeEndState(reference::ReadSteps(recording, interfaces));
-  TellCut(*recording);
   if (state.not_applied != 0) {
     Log().WriteDiagnostic(
         LogLevel::kWarning,
@@ -138,13 +142,14 @@ int Diff(const Arguments& arguments) {
   reference::InterfaceNames b_interfaces;
   const auto a_state = ReadEndState(&a, &a_interfaces);
   const auto b_state = ReadEndState(&b, &b_interfaces);
+  const int end = std::max(EndOf(a), EndOf(b));
   const DiffSide a_side{a.name().c_str(), &a_state.tables, &a.schema(), &a_interfaces};
   const DiffSide b_side{b.name().c_str(), &b_state.tables, &b.schema(), &b_interfaces};
   const auto differences = reference::FindDifferences(a_side, b_side);
   const auto write = arguments.json ? reference::WriteDiffAsJson : reference::WriteDiff;
   write(a_side, b_side, differences, &std::cout);
   std::cout << std::flush;
-  return differences.empty() ? 0 : kDifferent;
+  return differences.empty() ? end : kDifferent;
 }
 
 const Command& FindCommand(const std::string& name) {
@@ -223,7 +228,8 @@ int Run(int argc, char** argv) {
               << "Shows a recording line by line, sends its requests again and compares the\n"
               << "results, or compares what two recordings leave in the HAL.\n\n"
               << options
-              << "\nExit status: 0 no differences, 1 an error, 2 wrong usage, 3 differences.\n";
+              << "\nExit status: 0 no differences, 1 an error, 2 wrong usage, 3 differences,\n"
+              << "5 as 0, but the end of a recording is missing.\n";
     return 0;
   }
   if (values.count("version") != 0) {

@@ -75,10 +75,31 @@ TEST_F(RecordProgram, ShowsATruncatedRecording) {
   const std::string whole = RecordingBytes(TestHeader(), {EventEntry("one")});
   WriteFile(folder_.Path("c"), whole + "\x07...");
   const Ended ended = RunProgram("show " + folder_.Path("c"));
-  EXPECT_EQ(ended.code, 0);
+  EXPECT_EQ(ended.code, 5);
   EXPECT_THAT(ended.out, EndsWith("---- one\n"));
   EXPECT_EQ(ended.err, folder_.Path("c") + ": byte " + std::to_string(whole.size()) +
                            ": the last entry is truncated; the recording ends before it\n");
+}
+
+TEST_F(RecordProgram, ATruncatedRecordingHasAnExitStatus) {
+  const std::string cut = folder_.Path("cut");
+  WriteFile(cut, ReadFile(a_) + "\x07...");
+  const std::string other_cut = folder_.Path("other_cut");
+  WriteFile(other_cut, ReadFile(b_) + "\x07...");
+  struct Case {
+    std::string arguments;
+    int code;
+  };
+  // Differences are said first.
+  for (const Case& test :
+       {Case{"replay --hal embedded " + cut, 5}, Case{"replay --hal embedded " + other_cut, 3},
+        Case{"diff " + cut + ' ' + a_, 5}, Case{"diff " + a_ + ' ' + cut, 5},
+        Case{"diff " + cut + ' ' + cut, 5}, Case{"diff " + cut + ' ' + b_, 3}}) {
+    const Ended ended = RunProgram(test.arguments);
+    EXPECT_EQ(ended.code, test.code) << test.arguments;
+    EXPECT_THAT(ended.err, HasSubstr("cut: byte ")) << test.arguments;
+    EXPECT_THAT(ended.err, HasSubstr(": the last entry is truncated; ")) << test.arguments;
+  }
 }
 
 TEST_F(RecordProgram, ReplaysARecording) {
