@@ -5,7 +5,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/program_options.hpp>
-#include <boost/system/system_error.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -30,6 +29,7 @@
 #include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
 #include "reference/text/protobuf_log.h"
+#include "reference/wire/socket_access.h"
 #include "reference/wire/unix_listener.h"
 
 namespace {
@@ -243,13 +243,7 @@ std::unique_ptr<reference::DataPlane> MakeDataPlane(const po::variables_map& val
 int Serve(const HalServerOptions& options) {
   boost::asio::io_context io(1);
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
-  std::optional<HalServer> server;
-  try {
-    server.emplace(&io, options);
-  } catch (const boost::system::system_error& error) {
-    SayError(error.what());
-    return kFailed;
-  }
+  std::optional<HalServer> server(std::in_place, &io, options);
   Say(LogLevel::kInfo,
       "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
   const reference::ServiceManager service(&io);
@@ -268,7 +262,9 @@ int ShowTables(const po::variables_map& values) {
     interfaces = ReadInterfaces(values["interfaces"].as<std::string>());
     if (!interfaces) return kBadUsage;
   }
-  const auto contents = reference::ReadServerContents(SocketPath(values), "zuskux-hal tables");
+  const std::string socket = SocketPath(values);
+  reference::CheckSocketAccess(socket);
+  const auto contents = reference::ReadServerContents(socket, "zuskux-hal tables");
   std::optional<reference::KernelComparison> kernel;
   if (interfaces) {
     kernel = reference::CompareWithKernel(contents, *interfaces, NetworkNamespace(values));

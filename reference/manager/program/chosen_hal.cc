@@ -7,6 +7,7 @@
 #include "reference/socket_client/server_contents.h"
 #include "reference/socket_client/socket_hal.h"
 #include "reference/wire/hal_name.h"
+#include "reference/wire/socket_access.h"
 
 namespace reference {
 HalChoice MakeHalChoice(const CommandLine& line) {
@@ -16,6 +17,7 @@ HalChoice MakeHalChoice(const CommandLine& line) {
 ChosenHal::ChosenHal(const HalChoice& choice)
     : socket_(choice.socket), name_(socket_ ? UnixHalName(*socket_) : std::string(kEmbeddedHal)) {
   if (socket_) {
+    CheckSocketAccess(*socket_);
     SocketHalOptions options;
     options.path = *socket_;
     options.deadline = choice.deadline;

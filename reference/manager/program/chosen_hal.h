@@ -36,7 +36,8 @@ HalChoice MakeHalChoice(const CommandLine& line);
 /// The HAL that the operator chose, embedded or behind a socket. Used on the manager's thread.
 class ChosenHal {
  public:
-  /// Throws `boost::system::system_error` if the path is too long.
+  /// Throws `boost::system::system_error` if the path is too long, `std::runtime_error` if this
+  /// user may not connect.
   explicit ChosenHal(const HalChoice& choice);
 
   HalConnection* connection() { return connection_.get(); }

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "reference/wire/socket_access.h"
+
 namespace reference {
 namespace {
 
@@ -24,6 +26,7 @@ constexpr std::chrono::seconds kPatience{10};
 
 Json AskManager(const std::string& path, const Json& request,
                 const std::function<void(const Json& line)>& use, bool follows) {
+  CheckSocketAccess(path);
   stream_protocol::iostream stream;
   stream.expires_after(kPatience);
   try {
