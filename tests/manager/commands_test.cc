@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -420,7 +421,7 @@ TEST_F(CommandsTest, WatchFitsTheTerminal) {
   };
   // Three VLANs and the host failed: one has a line, the others are counted.
   for (const Case& screen : {Case{18, 17, true}, Case{17, 16, false}, Case{5, 4, false}}) {
-    const Terminal terminal(80, screen.lines);
+    const Terminal terminal(200, screen.lines);
     const Process watch({ZUSKUX_MANAGER, "watch", "--control", control()}, Process::kToFile,
                         terminal.program());
     const std::string picture = NextPicture(terminal);
@@ -429,6 +430,38 @@ TEST_F(CommandsTest, WatchFitsTheTerminal) {
     EXPECT_EQ(picture.find("\nand 3 more\x1b[K\n") != std::string::npos, screen.counts_others)
         << picture;
   }
+}
+
+TEST_F(CommandsTest, WatchBreaksLongLines) {
+  Start(Site(2), {"--table-size", "1"});
+  const std::string wide = [this] {
+    const Terminal terminal(200);
+    const Process watch({ZUSKUX_MANAGER, "watch", "--control", control()}, Process::kToFile,
+                        terminal.program());
+    return NextPicture(terminal);
+  }();
+  const Terminal terminal(60);
+  const Process watch({ZUSKUX_MANAGER, "watch", "--control", control()}, Process::kToFile,
+                      terminal.program());
+  const std::string narrow = NextPicture(terminal);
+  EXPECT_THAT(wide, HasSubstr("hal embedded, restarts 0, requests 4, results 4, refused 3, late "
+                              "results dropped 0, unfinished 0\x1b[K\n"));
+  EXPECT_THAT(narrow,
+              HasSubstr("hal embedded, restarts 0, requests 4, results 4, refused 3,\x1b[K\n"
+                        "    late results dropped 0, unfinished 0\x1b[K\n"));
+  EXPECT_THAT(narrow, testing::ContainsRegex(std::string("\nconnection up since ") + kTime +
+                                             ", server embedded,\x1b\\[K\n"
+                                             "    generation 0x[0-9a-f]{16},\x1b\\[K\n"
+                                             "    last in sync " +
+                                             kTime + "\x1b"));
+  // The words are the same.
+  const auto words_of = [](const std::string& picture) {
+    std::istringstream text(picture.substr(picture.find("\nhal ")));
+    Words words;
+    for (std::string word; text >> word;) words.push_back(word.substr(0, word.find('\x1b')));
+    return words;
+  };
+  EXPECT_EQ(words_of(narrow), words_of(wide));
 }
 
 TEST_F(CommandsTest, WatchEndsWithTheManager) {

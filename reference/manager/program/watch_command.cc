@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
@@ -55,13 +56,47 @@ class EndSignals {
   sigset_t signals_{};
 };
 
-// The height of the terminal in lines, if standard output is one.
-std::optional<std::size_t> TerminalHeight() {
-  constexpr std::size_t kUsual = 24;
+struct TerminalSize {
+  std::size_t lines = 24;
+  std::size_t columns = 80;
+};
+
+// The size of the terminal, if standard output is one.
+std::optional<TerminalSize> SizeOfTerminal() {
   if (isatty(STDOUT_FILENO) == 0) return std::nullopt;
+  TerminalSize usual;
   winsize size{};
-  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row != 0;
-  return known ? size.ws_row : kUsual;
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return usual;
+  if (size.ws_row != 0) usual.lines = size.ws_row;
+  if (size.ws_col != 0) usual.columns = size.ws_col;
+  return usual;
+}
+
+// Where to break a line that is longer than `columns`: after the last comma that fits or, without
+// one, at a space. `indent` columns at the beginning are not broken.
+std::size_t BreakOf(const std::string& line, std::size_t columns, std::size_t indent) {
+  const std::size_t comma = columns == 0 ? 0 : line.rfind(", ", columns - 1);
+  if (comma != std::string::npos && comma > indent) return comma + 1;
+  const std::size_t space = line.rfind(' ', columns);
+  return space != std::string::npos && space > indent ? space : line.find(' ', columns);
+}
+
+// Breaks the long lines above the first table.
+std::string WrapHead(const std::string& text, std::size_t columns) {
+  const std::string indent = "    ";
+  std::istringstream lines(text);
+  std::string result;
+  std::string line;
+  while (std::getline(lines, line) && !line.empty()) {
+    while (line.size() > columns) {
+      const std::size_t space = BreakOf(line, columns, indent.size());
+      if (space == std::string::npos) break;
+      result += line.substr(0, space) + '\n';
+      line.replace(0, space + 1, indent);
+    }
+    result += line + '\n';
+  }
+  return result + '\n' + std::string(std::istreambuf_iterator<char>(lines), {});
 }
 
 // Writes as many of the objects that are not in order as fit into `height` lines.
@@ -81,24 +116,23 @@ void WriteNotInOrder(const std::string& control, std::size_t height, std::ostrea
   if (rows.size() == limit && all > limit) *out << "and " << all - limit << " more\n";
 }
 
-std::string Screen(const std::string& control, const Json& status, std::size_t height) {
+std::string Screen(const std::string& control, const Json& status, const TerminalSize& size) {
   std::ostringstream text;
   WriteBriefStatus(status, &text);
-  if (!Summary(status.at("summary")).complete()) {
-    const std::string brief = text.str();
-    const auto used = static_cast<std::size_t>(std::count(brief.begin(), brief.end(), '\n'));
-    WriteNotInOrder(control, std::max(height, used) - used, &text);
-  }
-  return text.str();
+  std::string brief = WrapHead(text.str(), size.columns - 1);
+  if (Summary(status.at("summary")).complete()) return brief;
+  const auto used = static_cast<std::size_t>(std::count(brief.begin(), brief.end(), '\n'));
+  std::ostringstream objects;
+  WriteNotInOrder(control, std::max(size.lines, used) - used, &objects);
+  return brief + objects.str();
 }
 
-// Draws over the previous screen. The terminal truncates long lines.
+// Draws over the previous screen. The terminal truncates longer lines.
 void Draw(const std::string& screen, std::size_t height, std::ostream* out) {
   *out << "\x1b[?7l\x1b[H";
   std::istringstream text(screen);
   std::string line;
-  // Leaves the last line to the cursor.
-  for (std::size_t i = 1; i < height && std::getline(text, line); ++i) *out << line << "\x1b[K\n";
+  for (std::size_t i = 0; i < height && std::getline(text, line); ++i) *out << line << "\x1b[K\n";
   *out << "\x1b[J\x1b[?7h";
 }
 
@@ -106,9 +140,11 @@ void Draw(const std::string& screen, std::size_t height, std::ostream* out) {
 class Shown {
  public:
   void Update(const std::string& control, const Json& status) {
-    if (const auto height = TerminalHeight()) {
+    if (auto size = SizeOfTerminal()) {
       std::ostringstream drawn;
-      Draw(Screen(control, status, *height - 1), *height, &drawn);
+      // The cursor needs a line.
+      --size->lines;
+      Draw(Screen(control, status, *size), size->lines, &drawn);
       text_ = drawn.str();
       return;
     }
