@@ -214,6 +214,28 @@ TEST_F(TwoManagersTest, TheSecondOneStandsByAndFollowsTheFirst) {
   EXPECT_EQ(Tables()["vlan"]["count"], 3);
 }
 
+TEST_F(TwoManagersTest, ARefusedSiteTakesNothingOver) {
+  const auto before = Tables();
+  const Outcome second = Execute(Manager({site_, "--take-over", "--max-removals", "0"}));
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr(site_ + " is refused: it would remove 1 of 3 entries of "));
+  EXPECT_EQ(Tables(), before);
+  EXPECT_TRUE(StatusJson()["settled"]);
+  EXPECT_THAT(first_->err(), testing::Not(HasSubstr("HAL server lost")));
+}
+
+TEST_F(TwoManagersTest, ARefusedSiteEndsTheOneThatStandsBy) {
+  Process second(Staying(site_, files_.File("second.sock")) +
+                 Words{"--stand-by", "--max-removals", "0"});
+  ASSERT_TRUE(second.WaitForError("programs this server"));
+  const auto before = Tables();
+  first_->Signal(SIGTERM);
+  EXPECT_EQ(first_->Wait(), 0);
+  EXPECT_EQ(second.Wait(), 1);
+  EXPECT_THAT(second.err(), HasSubstr(site_ + " is refused: it would remove 1 of 3 entries of "));
+  EXPECT_EQ(Tables(), before);
+}
+
 TEST_F(TwoManagersTest, AReplayIsRefused) {
   const std::string recording = files_.File("recording");
   ASSERT_EQ(Execute({ZUSKUX_MANAGER, site_, "--record", recording}).status, 0);
@@ -320,7 +342,10 @@ TEST_F(ManagerAndServerTest, LinesHaveATimeAndALevel) {
                            MatchesRegex(time + "WARNING zuskux-manager: no HAL server at .*")));
   EXPECT_THAT(Lines(server_->err()),
               testing::ElementsAre(MatchesRegex(time + "INFO zuskux-hal: listening on .*"),
-                                   MatchesRegex(time + "INFO zuskux-hal: client 1: .* connected")));
+                                   MatchesRegex(time + "INFO zuskux-hal: client 1: .* connected"),
+                                   // Reads the tables, before the site is installed.
+                                   MatchesRegex(time + "INFO zuskux-hal: client 2: .* connected"),
+                                   MatchesRegex(time + "INFO zuskux-hal: client 2: left")));
 }
 
 TEST_F(ManagerAndServerTest, ReportsAMissingServerOnce) {
@@ -401,6 +426,89 @@ TEST_F(ManagerAndServerTest, AManagerThatStartsAgainLeavesNothingStale) {
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.err, HasSubstr("vrf 1, vlan 2, host 0, ecmp 0, mpls 0 (1 removed)"));
   EXPECT_EQ(Tables()["vlan"]["count"], 2);
+}
+
+// Its entries precede its objects, so a truncated site may have only those.
+TEST_F(ManagerAndServerTest, ATruncatedSiteDoesNotEmptyTheHalAtTheStart) {
+  const std::string interface = "interface { name: \"eth0\" lim_id: 1 }\n";
+  std::string site = interface + "vrf { id: 1 name: \"red\" vrf_id: 7 }\n";
+  for (int id = 10; id < 24; ++id) {
+    const std::string number = std::to_string(id);
+    site += "vlan { id: " + number + " name: \"v" + number + "\" interface: \"eth0\" }\n";
+  }
+  ASSERT_EQ(Execute(Manager({files_.Write("site", site)})).status, 0);
+  const auto before = Tables();
+  const std::string cut = files_.Write("site", interface);
+  for (const Words& more :
+       {Words{}, Words{"--stay", "--control", control()}, Words{"--max-removals", "14"}}) {
+    const Outcome refused = Execute(Manager(Words{cut} + more));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err,
+                testing::EndsWith(
+                    "zuskux-manager: " + cut +
+                    " is refused: it would remove 15 of 15 entries of the HAL unix:" + socket() +
+                    ": vrf 7, vlan 10, vlan 11, vlan 12, vlan 13 and 10 more; the "
+                    "HAL stays as it is; correct the file, or start with "
+                    "--max-removals 15\n"));
+    EXPECT_EQ(Tables(), before);
+  }
+  const Outcome allowed = Execute(Manager({cut, "--max-removals", "15"}));
+  EXPECT_EQ(allowed.status, 0) << allowed.err;
+  EXPECT_EQ(Tables()["vlan"]["count"], 0);
+}
+
+TEST_F(ManagerAndServerTest, AStartMayRemoveTenEntries) {
+  std::string site = kSite;
+  for (int id = 20; id < 30; ++id) {
+    site += "vrf { id: " + std::to_string(id) + " name: \"" + std::to_string(id) +
+            "\" vrf_id: " + std::to_string(id) + " }\n";
+  }
+  ASSERT_EQ(Execute(Manager({files_.Write("site", site)})).status, 0);
+  EXPECT_EQ(Execute(Manager({files_.Write("site", kSite)})).status, 0);
+  EXPECT_EQ(Tables()["vrf"]["count"], 0);
+  EXPECT_EQ(Tables()["vlan"]["count"], 3);
+}
+
+TEST_F(ManagerAndServerTest, AStartSaysThatItCannotReadTheTables) {
+  // The first connection is the manager's, the second one reads.
+  StartServer({"--fault", files_.Write("faults", "fault { what: \"refuse\" nth: 2 }")});
+  const Outcome run = Execute(Manager({files_.Write("site", kSite)}));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("zuskux-manager: cannot tell what the site would remove from the "
+                                 "HAL: the HAL server on " +
+                                 socket() + ": "));
+}
+
+// Runs the words as a user to whom the server's and the manager's sockets do not belong.
+TEST_F(TwoManagersTest, AnotherUserIsToldWhoMayConnect) {
+  const std::string folder = files_.File("");
+  const std::string recording = files_.File("recording");
+  ASSERT_EQ(Execute({ZUSKUX_MANAGER, site_, "--record", recording}).status, 0);
+  ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+  ASSERT_EQ(chmod(recording.c_str(), 0644), 0);
+  const Words other = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+  if (Execute(other + Words{ZUSKUX_MANAGER, "--check", site_}).status != 0) {
+    GTEST_SKIP() << "needs root, and programs that others may run";
+  }
+  struct Case {
+    Words words;
+    std::string program;
+    std::string socket;
+  };
+  const std::string hal = "unix:" + socket();
+  for (const Case& each :
+       {Case{{ZUSKUX_MANAGER, site_, "--hal", hal}, "zuskux-manager", socket()},
+        Case{{ZUSKUX_MANAGER, site_, "--hal", hal, "--plan"}, "zuskux-manager", socket()},
+        Case{{ZUSKUX_MANAGER, "status", "--control", control()}, "zuskux-manager", control()},
+        Case{{ZUSKUX_HAL, "tables", "--socket", socket()}, "zuskux-hal", socket()},
+        Case{{ZUSKUX_RECORD, "replay", recording, "--hal", hal}, "zuskux-record", socket()}}) {
+    const Outcome run = Execute(other + each.words);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err,
+              each.program + ": only root may connect to " + each.socket + "; run this as root\n");
+  }
 }
 
 TEST_F(ManagerAndServerTest, OneManagerOwnsTheControlSocket) {

@@ -12,23 +12,50 @@ constexpr std::size_t kAllowedShare = 4;
 // How many removals a refusal names.
 constexpr std::size_t kNamed = 5;
 
+bool IsWanted(const std::pair<HalKind, std::uint32_t>& entry, const DestDatabase& database) {
+  const ObjectKey key{entry.first, entry.second};
+  // The HAL knows a VRF by its number.
+  if (key.kind == HalKind::kVrf) return database.vrf_entries().count(key) != 0;
+  return database.Find(key) != nullptr;
+}
+
 }  // namespace
 
-std::optional<std::string> TooManyRemovals(const DestDatabase::Removals& removals,
+SiteRemovals NamedRemovals(const DestDatabase::Removals& removals) {
+  SiteRemovals result{removals.objects.size(), removals.present, {}};
+  for (std::size_t i = 0; i < std::min(result.removed, kNamed); ++i) {
+    const Object& object = *removals.objects[i];
+    result.first.push_back(KeyText(object.key) + ' ' + Quote(object.name));
+  }
+  return result;
+}
+
+SiteRemovals StaleEntries(const TableEntries& entries, const DestDatabase& database) {
+  SiteRemovals result{0, entries.size(), {}};
+  for (const auto& [entry, payload] : entries) {
+    if (IsWanted(entry, database)) continue;
+    if (result.removed++ >= kNamed) continue;
+    result.first.push_back(std::string(HalKindName(entry.first)) + ' ' +
+                           std::to_string(entry.second));
+  }
+  return result;
+}
+
+std::optional<std::string> TooManyRemovals(const SiteRemovals& removals, const std::string& what,
                                            std::optional<std::size_t> limit) {
-  const std::size_t count = removals.objects.size();
   const std::size_t allowed =
       limit.value_or(std::max(kAlwaysAllowed, removals.present / kAllowedShare));
-  if (count <= allowed) return std::nullopt;
-  std::string text = "would remove " + std::to_string(count) + " of " +
-                     std::to_string(removals.present) + " objects";
+  if (removals.removed <= allowed) return std::nullopt;
+  std::string text = "would remove " + std::to_string(removals.removed) + " of " +
+                     std::to_string(removals.present) + ' ' + what;
   const char* separator = ": ";
-  for (std::size_t i = 0; i < std::min(count, kNamed); ++i) {
-    const Object& object = *removals.objects[i];
-    text += separator + KeyText(object.key) + ' ' + Quote(object.name);
+  for (const std::string& name : removals.first) {
+    text += separator + name;
     separator = ", ";
   }
-  if (count > kNamed) text += " and " + std::to_string(count - kNamed) + " more";
+  if (removals.removed > removals.first.size()) {
+    text += " and " + std::to_string(removals.removed - removals.first.size()) + " more";
+  }
   return text;
 }
 

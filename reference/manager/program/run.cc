@@ -97,6 +97,8 @@ class Run {
       EndWithoutServer();
     }
     ApplyFirst();
+    // The other manager must not end for a site that is refused.
+    if (line_.take_over) static_cast<void>(CheckStaleEntries());
     manager_.Start(hal_.connection());
     io_.run();
     progress_.reset();
@@ -163,11 +165,30 @@ class Run {
   std::optional<std::string> RefusalOf(const Site& site, const std::string& path,
                                        std::optional<std::size_t> max_removals,
                                        const std::string& remedy) const {
-    const DestDatabase::Removals removals = manager_.database().RemovalsBy(site);
-    const auto reason = TooManyRemovals(removals, max_removals);
+    const SiteRemovals removals = NamedRemovals(manager_.database().RemovalsBy(site));
+    const auto reason = TooManyRemovals(removals, "objects", max_removals);
     if (!reason) return std::nullopt;
     return path + " is refused: it " + *reason + "; the current site stays; correct the file, or " +
-           remedy + " --max-removals " + std::to_string(removals.objects.size());
+           remedy + " --max-removals " + std::to_string(removals.removed);
+  }
+
+  // Ends the run if the first site would remove too much of what the server holds from before this
+  // run. Without the server's tables, does nothing and returns why they cannot be read.
+  std::optional<std::string> CheckStaleEntries() {
+    TableEntries entries;
+    try {
+      entries = hal_.ReadTables();
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    const SiteRemovals removals = StaleEntries(entries, manager_.database());
+    const auto reason =
+        TooManyRemovals(removals, "entries of the HAL " + hal_.name(), line_.max_removals);
+    if (!reason) return std::nullopt;
+    throw std::runtime_error(line_.sites.front() + " is refused: it " + *reason +
+                             "; the HAL stays as it is; correct the file, or start with "
+                             "--max-removals " +
+                             std::to_string(removals.removed));
   }
 
   void Apply(const Site& site) {
@@ -266,9 +287,16 @@ class Run {
 
   void Reinstalling() {
     restarting_ = false;
-    if (reinstalls_++ == 0) return;
-    ShowProgress("reinstalling");
-    UpdateProgress();
+    if (reinstalls_++ != 0) {
+      ShowProgress("reinstalling");
+      UpdateProgress();
+    } else if (hal_.embedded() == nullptr) {
+      // Nothing has been sent yet.
+      if (const auto unread = CheckStaleEntries()) {
+        LogLine(LogLevel::kWarning,
+                "cannot tell what the site would remove from the HAL: " + *unread);
+      }
+    }
   }
 
   void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
