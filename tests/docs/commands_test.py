@@ -214,7 +214,12 @@ def main():
                 environment['PATH'] = f'{folder}/build/development/bin:{os.environ["PATH"]}'
             runtime.mkdir(mode=0o700)
             patience = FRESH_PATIENCE if mode == 'fresh' else PATIENCE
+            before = set(os.listdir(folder))
             mistakes += Page(name, blocks, data, patience).run(folder, environment)
+            if name == 'README.md':
+                # A clone ignores what is in build/.
+                mistakes += [f'{name}: leaves {left} in the clone'
+                             for left in sorted(set(os.listdir(folder)) - before - {'build', 'log'})]
     if mode == 'tree':
         mistakes += [f'ELSEWHERE has a block that no page has: {line}'
                      for line in ELSEWHERE if line not in seen]
