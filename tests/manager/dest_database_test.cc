@@ -26,7 +26,7 @@ std::vector<std::string> Keys(const std::vector<Object*>& objects) {
 }
 
 template <typename Record>
-const Record& RecordOf(const DestDatabase& database, const ObjectKey& key) {
+const Record& RecordOf(const DestDatabase& database, ObjectKey key) {
   const Object* const object = database.Find(key);
   const google::protobuf::Message* record = nullptr;
   if (key.kind == HalKind::kVlan) record = std::get<1>(object->content)->record.get();
