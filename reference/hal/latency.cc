@@ -1,6 +1,7 @@
 #include "reference/hal/latency.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace reference {
 namespace {
@@ -33,6 +34,11 @@ void LatencyHistogram::Add(std::chrono::nanoseconds latency) {
   ++counts_.at(BucketOf(value));
   ++count_;
   max_ = std::max(max_, value);
+  sum_ += value;
+  const auto* const bound = std::lower_bound(kLatencyBounds.begin(), kLatencyBounds.end(),
+                                             std::chrono::nanoseconds(value));
+  if (bound == kLatencyBounds.end()) return;
+  ++within_.at(static_cast<std::size_t>(bound - kLatencyBounds.begin()));
 }
 
 std::chrono::nanoseconds LatencyHistogram::Percentile(unsigned percent) const {
@@ -46,7 +52,15 @@ std::chrono::nanoseconds LatencyHistogram::Percentile(unsigned percent) const {
 }
 
 StageLatency LatencyHistogram::Summary() const {
-  return {count_, Percentile(50), Percentile(90), Percentile(99), std::chrono::nanoseconds(max_)};
+  StageLatency summary = {count_,
+                          Percentile(50),
+                          Percentile(90),
+                          Percentile(99),
+                          std::chrono::nanoseconds(max_),
+                          std::chrono::nanoseconds(sum_),
+                          {}};
+  std::partial_sum(within_.begin(), within_.end(), summary.up_to.begin());
+  return summary;
 }
 
 }  // namespace reference

@@ -72,5 +72,34 @@ TEST(LatencyHistogramTest, ANegativeDurationCountsAsNone) {
   EXPECT_EQ(histogram.Summary().max, nanoseconds(0));
 }
 
+TEST(LatencyHistogramTest, CountsUpToABoundAreExact) {
+  for (const nanoseconds bound : kLatencyBounds) {
+    LatencyHistogram histogram;
+    histogram.Add(bound - nanoseconds(1));
+    histogram.Add(bound);
+    histogram.Add(bound + nanoseconds(1));
+    const StageLatency latency = histogram.Summary();
+    for (std::size_t i = 0; i < kLatencyBounds.size(); ++i) {
+      const nanoseconds other = kLatencyBounds.at(i);
+      EXPECT_EQ(latency.up_to.at(i), other < bound    ? 0U
+                                     : other == bound ? 2U
+                                                      : 3U)
+          << bound.count() << " ns, up to " << other.count() << " ns";
+    }
+  }
+}
+
+TEST(LatencyHistogramTest, DurationsAreSummedUp) {
+  LatencyHistogram histogram;
+  histogram.Add(nanoseconds(5));
+  histogram.Add(std::chrono::hours(1));
+  histogram.Add(nanoseconds(-7));
+  const StageLatency latency = histogram.Summary();
+  EXPECT_EQ(latency.sum, std::chrono::hours(1) + nanoseconds(5));
+  // Longer than the last bound.
+  EXPECT_EQ(latency.up_to.back(), 2U);
+  EXPECT_EQ(latency.count, 3U);
+}
+
 }  // namespace
 }  // namespace reference
