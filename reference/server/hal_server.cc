@@ -91,4 +91,12 @@ const HalTables& HalServer::tables() const { return impl_->state().tables; }
 
 std::uint64_t HalServer::generation() const { return impl_->state().generation; }
 
+wire::ServerStatus HalServer::Status() const { return impl_->state().Status(); }
+
+bool HalServer::HasWriter() const { return impl_->state().writer != 0; }
+
+const std::map<HalReturnCode, std::uint64_t>& HalServer::results() const {
+  return impl_->state().results;
+}
+
 }  // namespace reference

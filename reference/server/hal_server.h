@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,6 +17,10 @@
 namespace boost::asio {
 class io_context;
 }  // namespace boost::asio
+
+namespace wire {
+class ServerStatus;
+}  // namespace wire
 
 namespace reference {
 
@@ -81,6 +86,11 @@ class HalServer {
 
   const HalTables& tables() const;
   std::uint64_t generation() const;
+  wire::ServerStatus Status() const;
+  /// Whether a client may change the tables.
+  bool HasWriter() const;
+  /// The results so far, by code.
+  const std::map<HalReturnCode, std::uint64_t>& results() const;
 
  private:
   class Impl;

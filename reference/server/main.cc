@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/program_options.hpp>
 #include <chrono>
@@ -20,6 +21,7 @@
 #include "reference/log/log_sink.h"
 #include "reference/record/recorder.h"
 #include "reference/server/fault_file.h"
+#include "reference/server/hal_pages.h"
 #include "reference/server/hal_server.h"
 #include "reference/server/kernel_check.h"
 #include "reference/server/linux_data_plane.h"
@@ -29,6 +31,7 @@
 #include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
 #include "reference/text/protobuf_log.h"
+#include "reference/web/http_server.h"
 #include "reference/wire/socket_access.h"
 #include "reference/wire/unix_listener.h"
 
@@ -37,6 +40,7 @@ namespace {
 namespace po = boost::program_options;
 using reference::HalServer;
 using reference::HalServerOptions;
+using reference::HttpAddress;
 using reference::LogLevel;
 using reference::LogSink;
 using reference::ServerFaults;
@@ -94,6 +98,9 @@ po::options_description Options() {
       ("audit", po::value<std::int64_t>()->value_name("SECONDS"),                   //
        "how often to compare the kernel with the tables\n"                          //
        "(default: 60; 0: never)")                                                   //
+      ("http", po::value<std::string>()->value_name("ADDRESS"),                     //
+       "serve tables and metrics there, such as\n127.0.0.1:8081 or unix:PATH")      //
+      ("http-allow-remote", "let other machines read them")                         //
       ("quiet", "do not log connections")                                           //
       ("json", "with tables: as JSON")                                              //
       ("check", "with tables: compare with the kernel")                             //
@@ -132,8 +139,9 @@ bool IsTablesCommand(const po::variables_map& values) {
 void CheckOptions(const po::variables_map& values, bool tables_command) {
   const std::vector<std::string> wrong =
       tables_command
-          ? std::vector<std::string>{"table-size", "max-payload", "fault", "record", "quiet",
-                                     "data-plane", "print",       "audit", "keep"}
+          ? std::vector<std::string>{"table-size",       "max-payload", "fault", "record", "quiet",
+                                     "data-plane",       "print",       "audit", "keep",   "http",
+                                     "http-allow-remote"}
           : std::vector<std::string>{"json", "check"};
   for (const std::string& option : wrong) {
     if (values.count(option) == 0 || values[option].defaulted()) continue;
@@ -240,12 +248,39 @@ std::unique_ptr<reference::DataPlane> MakeDataPlane(const po::variables_map& val
   return reference::MakeLinuxDataPlane(interfaces, NetworkNamespace(values), Say);
 }
 
-int Serve(const HalServerOptions& options) {
+// Where to serve the tables over HTTP; nothing without --http.
+std::optional<HttpAddress> ReadHttp(const po::variables_map& values) {
+  const bool allow_remote = values.count("http-allow-remote") != 0;
+  if (values.count("http") == 0) {
+    if (allow_remote) throw UsageError("--http-allow-remote needs --http");
+    return std::nullopt;
+  }
+  try {
+    return reference::ParseHttpAddress(values["http"].as<std::string>(), allow_remote);
+  } catch (const std::runtime_error& error) {
+    throw UsageError(error.what());
+  }
+}
+
+int Serve(const HalServerOptions& options, const std::optional<HttpAddress>& http,
+          const reference::InterfaceNames& interfaces) {
   boost::asio::io_context io(1);
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
   std::optional<HalServer> server(std::in_place, &io, options);
   Say(LogLevel::kInfo,
       "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
+  std::optional<reference::HalPages> pages;
+  std::optional<reference::HttpServer> http_server;
+  if (http) {
+    pages.emplace(&*server, options, interfaces);
+    reference::HttpServerOptions http_options;
+    http_options.address = *http;
+    http_options.post_to_program = [&io](std::function<void()> function) {
+      boost::asio::post(io, std::move(function));
+    };
+    http_server.emplace(std::move(http_options), &*pages);
+    Say(http->local ? LogLevel::kInfo : LogLevel::kWarning, ListeningText(http_server->address()));
+  }
   const reference::ServiceManager service(&io);
   service.Ready();
   signals.async_wait([&server, &io](const boost::system::error_code&, int) {
@@ -304,6 +339,7 @@ int Run(const po::variables_map& values) {
   options.path = SocketPath(values);
   options.table_capacity = ReadNumber(values, "table-size", kMaxTableSize);
   options.max_payload = ReadNumber(values, "max-payload", kMaxPayload);
+  const auto http = ReadHttp(values);
   if (values.count("quiet") == 0) options.log = Say;
   const auto faults = ReadFaults(values);
   if (!faults) return kBadUsage;
@@ -329,7 +365,7 @@ int Run(const po::variables_map& values) {
   std::unique_ptr<reference::DataPlane> data_plane;
   if (interfaces) data_plane = MakeDataPlane(values, *interfaces);
   options.data_plane = data_plane.get();
-  return Serve(options);
+  return Serve(options, http, interfaces.value_or(reference::InterfaceNames()));
 }
 
 }  // namespace

@@ -618,6 +618,7 @@ void Session::OnDeadline() {
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
                      HalReturnCode code, std::string_view reason) {
   TellResult(code, reason);
+  ++state_->results[code];
   const ResultPayload result = ResultOf(code, reason, fate.due);
   const auto append = [&](std::string* out) {
     for (int copy = 0; copy < fate.copies; ++copy) AppendResult(sequence, result, out);

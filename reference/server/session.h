@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,6 +57,8 @@ struct ServerState {
   std::uint64_t generation;
   std::chrono::steady_clock::time_point started;
   std::uint64_t requests = 0;
+  /// The results so far, by code.
+  std::map<HalReturnCode, std::uint64_t> results;
   std::uint64_t connections = 0;
   std::uint64_t refused_connections = 0;
   /// Null without a data plane.

@@ -112,6 +112,32 @@ std::vector<std::uint32_t> References(const MplsPointer& mpls) {
   return NonZero(mpls->HasVcLabel() ? RecordOf(*mpls).tunnel_dest_id() : ReadId(*mpls, kVlanId));
 }
 
+std::optional<std::uint32_t> LimIdOfBytes(const std::string& bytes) {
+  std::uint32_t lim_id = 0;
+  std::memcpy(&lim_id, bytes.data(), std::min(bytes.size(), sizeof lim_id));
+  return lim_id;
+}
+
+std::optional<std::uint32_t> LimIdOfContent(const dest_mng::VrfData& /*vrf*/) {
+  return std::nullopt;
+}
+
+std::optional<std::uint32_t> LimIdOfContent(const dest_mng::EcmpData& /*ecmp*/) {
+  return std::nullopt;
+}
+
+std::optional<std::uint32_t> LimIdOfContent(const VlanPointer& vlan) {
+  return LimIdOfBytes(static_cast<const dest_mng::DestVlanMessage&>(*vlan->record).lim_id());
+}
+
+std::optional<std::uint32_t> LimIdOfContent(const HostPointer& host) {
+  return LimIdOfBytes(static_cast<const dest_mng::DestHostMessage&>(*host->record).lim_id());
+}
+
+std::optional<std::uint32_t> LimIdOfContent(const MplsPointer& mpls) {
+  return LimIdOfBytes(RecordOf(*mpls).lim_id());
+}
+
 }  // namespace
 
 dest_mng::VrfData MakeHaiObject(const SiteVrf& vrf) { return {vrf.vrf_id, vrf.id}; }
@@ -200,6 +226,10 @@ std::optional<std::uint32_t> NeighborId(const HaiObject& object) {
   const auto* const mpls = std::get_if<MplsPointer>(&object);
   if (mpls == nullptr) return std::nullopt;
   return ReadId(**mpls, kHostId);
+}
+
+std::optional<std::uint32_t> LimIdOf(const HaiObject& object) {
+  return std::visit([](const auto& content) { return LimIdOfContent(content); }, object);
 }
 
 std::optional<std::uint32_t> VrfIdOf(const HaiObject& object) {

@@ -78,6 +78,9 @@ std::vector<std::uint32_t> ReferencedIds(const HaiObject& object);
 /// The host destination of an MPLS destination's neighbour; nothing for other destinations.
 std::optional<std::uint32_t> NeighborId(const HaiObject& object);
 
+/// The logical interface of a VLAN, host or MPLS destination; nothing for other objects.
+std::optional<std::uint32_t> LimIdOf(const HaiObject& object);
+
 /// The VRF number of a VLAN destination that has one; nothing for other destinations.
 std::optional<std::uint32_t> VrfIdOf(const HaiObject& object);
 

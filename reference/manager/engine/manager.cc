@@ -228,6 +228,7 @@ void Manager::MarkForReinstall(Object* object) {
 // objects.
 void Manager::EndReinstall() {
   hal_->EndReinstall();
+  ++counters_.reinstalls;
   reinstalling_ = false;
   for (const HalKind kind : kAllHalKinds) {
     while (RetryForRoom(kind)) continue;
@@ -307,6 +308,7 @@ void Manager::Send(Object* object, HalAction action) {
 void Manager::EndRequest(Object* object, HalAction action, bool success, HalReturnCode code,
                          const std::string& reason) {
   // An object to be removed may be gone already.
+  ++counters_.results[code];
   const bool done = success || (action == HalAction::kDestroy && code == kHalNotFound);
   if (!done && IsHalCode(code)) ++refused_;
   object->code = done ? kHalSuccess : code;
@@ -368,6 +370,7 @@ void Manager::Failed(Object* object, HalAction action) {
 
 void Manager::RetryOrFail(Object* object) {
   if (++object->attempts < kMaxAttempts) {
+    ++counters_.retries;
     MarkDue(object);
   } else {
     database_.SetState(object, ObjectState::kFailed);

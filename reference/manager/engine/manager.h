@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -42,6 +43,15 @@ struct ManagerEvents {
   std::function<void(bool in_sync)> reinstall_ended = nullptr;
   /// The object's standing has changed. Called inside a step: it must not call the manager.
   std::function<void(const Object& object)> standing_changed = nullptr;
+};
+
+/// What has happened since the start.
+struct ManagerCounters {
+  /// The outcomes of requests by code, those that the HAL never saw included.
+  std::map<HalReturnCode, std::uint64_t> results;
+  /// Requests sent again after an outcome that was no verdict on the object.
+  std::uint64_t retries = 0;
+  std::uint64_t reinstalls = 0;
 };
 
 /// A queue's length: now, and the maximum so far.
@@ -106,9 +116,14 @@ class Manager : private NotificationSink {
   /// Number of objects with a request that is due or outstanding.
   std::size_t remaining() const { return remaining_; }
 
+  /// Number of objects that the reinstall sends, the one that runs or the last one.
+  std::size_t reinstalled_objects() const { return reinstalled_objects_; }
+
   const DestDatabase& database() const { return database_; }
 
   ManagerQueues queues();
+
+  const ManagerCounters& counters() const { return counters_; }
 
  private:
   /// The outcome of a VRF request, for which the library has no notification.
@@ -193,6 +208,7 @@ class Manager : private NotificationSink {
   std::size_t due_peak_ = 0;
   std::uint64_t results_ = 0;
   std::uint64_t refused_ = 0;
+  ManagerCounters counters_;
   bool server_found_ = false;
   bool reinstalling_ = false;
   // Result of the last reinstall; nothing until one has ended.

@@ -48,6 +48,8 @@ po::options_description Options() {
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
   add("control", text("PATH"), "control socket of --stay");
+  add("http", text("ADDRESS"), "with --stay: serve a page at IP:PORT or unix:PATH");
+  add("http-allow-remote", "let other machines read the page");
   add("table-size", number("N")->default_value(kDefaultTableSize), "entries in a HAL table");
   add("restart-hal-after", number("N"), "restart the HAL after the Nth result");
   add("version", "show the version and exit");
@@ -111,10 +113,26 @@ void ReadWriting(const po::variables_map& values, CommandLine* line) {
   if (line->stand_by && !line->stay) throw UsageError("--stand-by needs --stay; add --stay");
 }
 
+std::optional<HttpAddress> ReadHttp(const po::variables_map& values) {
+  const auto address = Text(values, "http");
+  const bool allow_remote = values.count("http-allow-remote") != 0;
+  if (!address) {
+    if (allow_remote) throw UsageError("--http-allow-remote needs --http; add --http ADDRESS");
+    return std::nullopt;
+  }
+  if (values.count("stay") == 0) throw UsageError("--http needs --stay; add --stay");
+  try {
+    return ParseHttpAddress(*address, allow_remote);
+  } catch (const std::runtime_error& error) {
+    throw UsageError(error.what());
+  }
+}
+
 // Rejects options that have no effect on a plan.
 void CheckPlan(const po::variables_map& values) {
-  for (const char* const option : {"apply", "stay", "max-removals", "explain", "graph", "dump-hal",
-                                   "record", "restart-hal-after", "take-over", "stand-by"}) {
+  for (const char* const option :
+       {"apply", "stay", "max-removals", "explain", "graph", "dump-hal", "record",
+        "restart-hal-after", "take-over", "stand-by", "http", "http-allow-remote"}) {
     if (values.count(option) == 0) continue;
     throw UsageError(std::string("--") + option + " has no effect with --plan; leave it out");
   }
@@ -216,6 +234,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   if (values.count("control") != 0 && !line.stay) {
     throw UsageError("--control needs --stay; add --stay");
   }
+  line.http = ReadHttp(values);
   if (const auto limit = Text(values, "max-removals")) {
     line.max_removals = ReadMaxRemovals(*limit);
   }

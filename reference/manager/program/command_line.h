@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "reference/manager/engine/dest_database.h"
+#include "reference/web/http_address.h"
 
 namespace reference {
 
@@ -39,6 +40,8 @@ struct CommandLine {
   bool stand_by = false;
   /// Path of the control socket.
   std::string control;
+  /// Where to serve the page.
+  std::optional<HttpAddress> http;
   std::optional<std::string> record;
   /// Only show what would change.
   bool plan = false;

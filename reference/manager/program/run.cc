@@ -36,11 +36,13 @@
 #include "reference/manager/views/progress.h"
 #include "reference/manager/views/report.h"
 #include "reference/manager/views/status.h"
+#include "reference/manager/web/manager_pages.h"
 #include "reference/record/recorder.h"
 #include "reference/support/service_manager.h"
 #include "reference/text/hex.h"
 #include "reference/text/local_time.h"
 #include "reference/text/output_file.h"
+#include "reference/web/http_server.h"
 
 namespace reference {
 namespace {
@@ -77,9 +79,10 @@ class Run {
                         [this](std::uint64_t results) { GotResult(results); },
                         [this](bool up) { ConnectionChanged(up); },
                         [this](bool in_sync) { ReinstallEnded(in_sync); },
-                        [this](const Object& object) { events_.Add(object); }}),
+                        [this](const Object& object) { StandingChanged(object); }}),
         hal_(Choice()) {
     head_.connection_since = LocalTime();
+    head_.started = head_.connection_changed = std::chrono::system_clock::now();
     if (line.graph) graph_.emplace(*line.graph);
     if (line.dump_hal && *line.dump_hal != "-") dump_.emplace(*line.dump_hal);
     if (!line.record) return;
@@ -92,6 +95,7 @@ class Run {
     if (line_.stay) {
       CatchSignals();
       StartControlServer();
+      if (line_.http) StartHttpServer();
       service_.Ready();
     } else {
       EndWithoutServer();
@@ -103,6 +107,7 @@ class Run {
     io_.run();
     progress_.reset();
     control_server_.reset();
+    http_server_.reset();
     if (!other_writer_) return Finish();
     LogLine(LogLevel::kError, "another client programs the HAL " + hal_.name() +
                                   "; stop that one, or start with --take-over");
@@ -133,6 +138,30 @@ class Run {
                                " is in use, probably by another manager; stop that one, or add "
                                "--control PATH with another path");
     }
+  }
+
+  void StartHttpServer() {
+    pages_.emplace(WatchedManager{&manager_, hal_.connection(), [this] { return Head(); },
+                                  [this]() -> const InterfaceNames& { return interfaces_; }});
+    HttpServerOptions options;
+    options.address = *line_.http;
+    options.post_to_program = [this](std::function<void()> function) {
+      boost::asio::post(io_, std::move(function));
+    };
+    http_server_.emplace(std::move(options), &*pages_);
+    LogLine(line_.http->local ? LogLevel::kInfo : LogLevel::kWarning,
+            ListeningText(http_server_->address()));
+  }
+
+  void StandingChanged(const Object& object) {
+    events_.Add(object);
+    if (pages_) pages_->Changed(object);
+  }
+
+  // An event for those who follow.
+  void Happened(const std::string& text) {
+    events_.Add(text);
+    if (pages_) pages_->Happened(text);
   }
 
   void ApplyFirst() {
@@ -193,6 +222,10 @@ class Run {
 
   void Apply(const Site& site) {
     if (recorder_) RecordInterfaces(site);
+    interfaces_.clear();
+    for (const SiteInterface& interface : site.interfaces) {
+      interfaces_[interface.lim_id] = interface.name;
+    }
     ShowProgress("installing");
     manager_.Apply(site);
     UpdateProgress();
@@ -234,6 +267,11 @@ class Run {
     head.hal = hal_.name();
     head.uptime = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - start_);
+    if (head.reinstall.started) {
+      const std::size_t total = manager_.reinstalled_objects();
+      head.reinstall.total = total;
+      head.reinstall.done = total - std::min(total, manager_.remaining());
+    }
     return head;
   }
 
@@ -245,16 +283,21 @@ class Run {
     connection_up_ = up;
     server_ = server;
     head_.connection_since = LocalTime();
-    events_.Add(up ? "connected to HAL server " + server.name + ", generation " +
-                         Hex(server.generation)
-                   : "HAL server lost");
+    head_.connection_changed = std::chrono::system_clock::now();
+    if (!up) head_.reinstall.started.reset();
+    Happened(up ? "connected to HAL server " + server.name + ", generation " +
+                      Hex(server.generation)
+                : "HAL server lost");
   }
 
   std::string HalSocket() const { return line_.hal_socket ? AbsolutePath(*line_.hal_socket) : ""; }
 
   void ReinstallEnded(bool in_sync) {
-    if (in_sync) head_.last_in_sync = LocalTime();
-    events_.Add(in_sync ? "in sync" : "NOT in sync");
+    if (in_sync) {
+      head_.last_in_sync = LocalTime();
+      head_.in_sync_at = std::chrono::system_clock::now();
+    }
+    Happened(in_sync ? "in sync" : "NOT in sync");
   }
 
   void Finished() {
@@ -287,6 +330,8 @@ class Run {
 
   void Reinstalling() {
     restarting_ = false;
+    head_.reinstall.started = std::chrono::system_clock::now();
+    if (pages_) pages_->Happened("reinstall started");
     if (reinstalls_++ != 0) {
       ShowProgress("reinstalling");
       UpdateProgress();
@@ -299,11 +344,14 @@ class Run {
     }
   }
 
-  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) const {
+  void Reinstalled(std::size_t objects, std::chrono::steady_clock::duration time) {
+    head_.reinstall.started.reset();
+    head_.reinstall.last = {objects, time, std::chrono::system_clock::now()};
+    const std::string text =
+        "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time);
+    if (pages_) pages_->Happened(text);
     // The first reinstall is the start.
-    if (reinstalls_ == 1) return;
-    LogLine(LogLevel::kInfo,
-            "reinstall finished: " + std::to_string(objects) + " objects in " + Seconds(time));
+    if (reinstalls_ != 1) LogLine(LogLevel::kInfo, text);
   }
 
   void GotResult(std::uint64_t results) {
@@ -373,11 +421,11 @@ class Run {
       LogLine(LogLevel::kError, *refusal);
       head_.refused_reload = LocalTime();
       head_.refused_reload_reason = *refusal;
-      events_.Add("reload refused: " + *refusal);
+      Happened("reload refused: " + *refusal);
       return refusal;
     }
     LogLine(LogLevel::kInfo, "applying " + path);
-    events_.Add("applying " + path);
+    Happened("applying " + path);
     Apply(*site);
     return std::nullopt;
   }
@@ -466,6 +514,10 @@ class Run {
   std::optional<GraphFile> graph_;
   std::optional<OutputFile> dump_;
   EventFeed events_;
+  // By the current site.
+  InterfaceNames interfaces_;
+  // Outlive the HAL, which may report to them.
+  std::optional<ManagerPages> pages_;
   Manager manager_;
   // Outlives the HAL, which is destroyed before the manager.
   std::optional<Recorder> recorder_;
@@ -477,6 +529,7 @@ class Run {
                                      [this] { return Head(); },
                                      [this](auto max_removals) { return Reload(max_removals); }}};
   std::optional<ControlServer> control_server_;
+  std::optional<HttpServer> http_server_;
 };
 
 }  // namespace

@@ -39,17 +39,31 @@ std::uint32_t FirstMissing(const DestDatabase& database, const Object& object) {
 
 }  // namespace
 
-std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key) {
+std::vector<ExplainStep> ExplainSteps(const DestDatabase& database, const ObjectKey& key) {
   const Object* object = database.Find(key);
-  if (object == nullptr) return std::nullopt;
-  std::string text = Named(*object) + ' ' + Verdict(*object) + '\n';
-  std::string indent;
+  if (object == nullptr) return {};
+  std::vector<ExplainStep> steps = {{key, Named(*object) + ' ' + Verdict(*object)}};
   while (const std::uint32_t missing = FirstMissing(database, *object)) {
-    indent += "  ";
-    text += indent + (object->key.kind == HalKind::kEcmp ? "it lacks member " : "it rides on ");
+    const std::string link =
+        object->key.kind == HalKind::kEcmp ? "it lacks member " : "it rides on ";
     object = database.FindReferenced(missing);
-    if (object == nullptr) return text + std::to_string(missing) + ", which does not exist\n";
-    text += Named(*object) + ", which " + Verdict(*object) + '\n';
+    if (object == nullptr) {
+      steps.push_back({std::nullopt, link + std::to_string(missing) + ", which does not exist"});
+      break;
+    }
+    steps.push_back({object->key, link + Named(*object) + ", which " + Verdict(*object)});
+  }
+  return steps;
+}
+
+std::optional<std::string> Explain(const DestDatabase& database, const ObjectKey& key) {
+  const std::vector<ExplainStep> steps = ExplainSteps(database, key);
+  if (steps.empty()) return std::nullopt;
+  std::string text;
+  std::string indent;
+  for (const ExplainStep& step : steps) {
+    text += indent + step.text + '\n';
+    indent += "  ";
   }
   return text;
 }

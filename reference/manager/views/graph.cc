@@ -76,12 +76,19 @@ std::string Quoted(std::string_view text) {
 
 std::string NodeId(const ObjectKey& key) { return Quoted(KeyText(key)); }
 
-std::string NodeText(const GraphNode& node) {
+// What a script needs of a drawn node: its id, its class and, for an object, its address in a page.
+std::string NodeAttributes(const GraphNode& node) {
+  const std::string key = KeyText(node.key);
+  return ", id=" + Quoted(key) + ", class=" + Quoted(StandingName(node.standing)) +
+         ", URL=" + Quoted("#object=" + key);
+}
+
+std::string NodeText(const GraphNode& node, const std::string& attributes) {
   // Labels need a literal "\n", so it must not be escaped.
   std::string label = Quoted(node.name);
   label.insert(label.size() - 1, "\\n" + KeyText(node.key));
   return NodeId(node.key) + " [label=" + label + ", shape=" + std::string(ShapeOf(node.layer)) +
-         ", fillcolor=\"" + std::string(FillOf(node.standing)) + "\"];\n";
+         ", fillcolor=\"" + std::string(FillOf(node.standing)) + '"' + attributes + "];\n";
 }
 
 std::string Edge(const GraphNodes& nodes, const ObjectKey& from, const ObjectKey& to,
@@ -132,14 +139,17 @@ class HostGroups {
     return key.kind == HalKind::kHost && members_.count(key.id) != 0;
   }
 
-  std::string Nodes() const {
+  std::string Nodes(bool linked) const {
     std::string text;
     for (const auto& [place, group] : groups_) {
       std::string label = Quoted(group.front()->name + " ... " + group.back()->name);
       label.insert(label.size() - 1, "\\n" + std::to_string(group.size()) + " hosts");
-      text += "    " + Id(group) + " [label=" + label +
-              ", shape=" + std::string(ShapeOf(Layer::kHost)) + ", peripheries=2, fillcolor=\"" +
-              std::string(FillOf(place.second)) + "\"];\n";
+      text +=
+          "    " + Id(group) + " [label=" + label +
+          ", shape=" + std::string(ShapeOf(Layer::kHost)) + ", peripheries=2, fillcolor=\"" +
+          std::string(FillOf(place.second)) + '"' +
+          (linked ? ", class=" + Quoted(std::string(StandingName(place.second)) + " group") : "") +
+          "];\n";
     }
     return text;
   }
@@ -173,13 +183,14 @@ class HostGroups {
   std::set<std::uint32_t> members_;
 };
 
-std::string Layers(const GraphNodes& nodes, const HostGroups& groups) {
+std::string Layers(const GraphNodes& nodes, const HostGroups& groups, bool linked) {
   // From objects that nothing refers to, on the left, to objects that refer to nothing.
   std::map<Layer, std::string, std::greater<>> layers;
   for (const auto& [key, node] : nodes) {
-    if (!groups.Contains(key)) layers[node.layer] += "    " + NodeText(node);
+    if (groups.Contains(key)) continue;
+    layers[node.layer] += "    " + NodeText(node, linked ? NodeAttributes(node) : "");
   }
-  layers[Layer::kHost] += groups.Nodes();
+  layers[Layer::kHost] += groups.Nodes(linked);
   std::string text;
   for (const auto& [layer, drawn] : layers) {
     if (!drawn.empty()) text += "  {\n    rank=same;\n" + drawn + "  }\n";
@@ -311,9 +322,35 @@ GraphNodes NodesAround(const GraphNodes& nodes, const ObjectKey& key) {
   return around;
 }
 
+std::vector<GraphEdge> EdgesOf(const GraphNodes& nodes) {
+  const std::map<std::uint32_t, ObjectKey> vrfs = VrfsByNumber(nodes);
+  std::vector<GraphEdge> edges;
+  const auto add = [&](const ObjectKey& from, const ObjectKey& to, std::string_view type) {
+    if (nodes.count(to) != 0) edges.push_back({from, to, type});
+  };
+  for (const auto& [key, node] : nodes) {
+    for (const ObjectKey& reference : node.references) add(key, reference, "rides_on");
+    if (node.neighbor) add(key, *node.neighbor, "neighbor");
+    if (key.kind == HalKind::kVrf || !node.vrf) continue;
+    const auto vrf = vrfs.find(*node.vrf);
+    if (vrf != vrfs.end()) add(key, vrf->second, "vrf");
+  }
+  return edges;
+}
+
 std::string GraphText(const GraphNodes& nodes) {
   const HostGroups groups(nodes);
-  return kHead + Legend() + Layers(nodes, groups) + Edges(nodes, groups) + "}\n";
+  return kHead + Legend() + Layers(nodes, groups, false) + Edges(nodes, groups) + "}\n";
+}
+
+std::string LinkedGraphText(const GraphNodes& nodes, std::size_t left_out) {
+  const HostGroups groups(nodes);
+  std::string text = kHead + Layers(nodes, groups, true) + Edges(nodes, groups);
+  if (left_out != 0) {
+    text += "  \"left-out\" [label=\"and " + std::to_string(left_out) +
+            " more\", shape=plaintext, fillcolor=white, id=\"left-out\"];\n";
+  }
+  return text + "}\n";
 }
 
 }  // namespace reference

@@ -1,11 +1,13 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_VIEWS_GRAPH_H_
 #define ZUSKUX_REFERENCE_MANAGER_VIEWS_GRAPH_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "reference/manager/engine/dest_database.h"
@@ -37,8 +39,23 @@ GraphNode NodeOfJson(const nlohmann::ordered_json& json);
 /// `key`, the nodes that it rides on, directly or not, and those that ride on it.
 GraphNodes NodesAround(const GraphNodes& nodes, const ObjectKey& key);
 
+/// An arrow of a graph.
+struct GraphEdge {
+  ObjectKey from;
+  ObjectKey to;
+  /// "rides_on", "neighbor" or "vrf".
+  std::string_view type;
+};
+
+/// The arrows between the nodes.
+std::vector<GraphEdge> EdgesOf(const GraphNodes& nodes);
+
 /// The objects and their dependencies in the DOT language, with a legend.
 std::string GraphText(const GraphNodes& nodes);
+
+/// The same for a page: no legend, each object's node has its key as id, its state as class, and a
+/// link to "#object=KIND:ID". If objects were left out, a node says how many.
+std::string LinkedGraphText(const GraphNodes& nodes, std::size_t left_out);
 
 }  // namespace reference
 

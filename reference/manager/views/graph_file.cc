@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -60,7 +61,8 @@ class MemoryFile {
 };
 
 // Runs `dot` with one option and returns its exit status; throws if there is none.
-int RunDot(std::string option, int input, int output, int error_output) {
+int RunDot(std::string option, int input, int output, int error_output,
+           std::optional<std::chrono::seconds> processor_time) {
   std::string program = "dot";
   const std::array<char*, 3> arguments = {program.data(), option.data(), nullptr};
   posix_spawn_file_actions_t actions;
@@ -78,6 +80,11 @@ int RunDot(std::string option, int input, int output, int error_output) {
   if (error != 0) {
     throw std::runtime_error("cannot run dot: " + std::generic_category().message(error));
   }
+  if (processor_time) {
+    const auto seconds = static_cast<rlim_t>(processor_time->count());
+    const rlimit limit = {seconds, seconds};
+    prlimit(child, RLIMIT_CPU, &limit, nullptr);
+  }
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
@@ -86,21 +93,21 @@ int RunDot(std::string option, int input, int output, int error_output) {
 
 void LookForDot() {
   const MemoryFile nothing;
-  static_cast<void>(RunDot("-V", nothing.fd(), nothing.fd(), nothing.fd()));
+  static_cast<void>(RunDot("-V", nothing.fd(), nothing.fd(), nothing.fd(), std::nullopt));
 }
 
-std::string Draw(const std::string& text) {
+}  // namespace
+
+std::string DrawGraph(const std::string& text, std::optional<std::chrono::seconds> processor_time) {
   const MemoryFile input;
   const MemoryFile output;
   input.Fill(text);
-  if (RunDot("-Tsvg", input.fd(), output.fd(), STDERR_FILENO) != EXIT_SUCCESS) {
+  if (RunDot("-Tsvg", input.fd(), output.fd(), STDERR_FILENO, processor_time) != EXIT_SUCCESS) {
     throw std::runtime_error(
         "cannot draw the graph: dot failed; write a .dot file to see its input");
   }
   return output.Text();
 }
-
-}  // namespace
 
 bool GraphFile::IsName(const std::string& path) {
   const std::string extension = std::filesystem::path(path).extension();
@@ -112,6 +119,8 @@ GraphFile::GraphFile(const std::string& path)
   if (drawn_) LookForDot();
 }
 
-void GraphFile::Write(const std::string& text) { file_.Write(drawn_ ? Draw(text) : text); }
+void GraphFile::Write(const std::string& text) {
+  file_.Write(drawn_ ? DrawGraph(text, std::nullopt) : text);
+}
 
 }  // namespace reference

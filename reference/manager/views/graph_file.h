@@ -1,11 +1,17 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_VIEWS_GRAPH_FILE_H_
 #define ZUSKUX_REFERENCE_MANAGER_VIEWS_GRAPH_FILE_H_
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include "reference/text/output_file.h"
 
 namespace reference {
+
+/// The drawing, an SVG, that Graphviz' `dot` makes of DOT text, in at most so much processor time
+/// if there is a limit. Throws `std::runtime_error` with the remedy.
+std::string DrawGraph(const std::string& text, std::optional<std::chrono::seconds> processor_time);
 
 /// The file that a graph goes to: DOT text or, for an .svg, a drawing made with Graphviz' `dot`.
 /// Used on one thread.

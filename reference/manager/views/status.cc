@@ -152,7 +152,27 @@ void ShowStatus(const Show& show) {
   }
 }
 
+Json ReinstallAsJson(const ReinstallStatus& reinstall) {
+  Json json = {{"running", reinstall.started.has_value()},
+               {"done", reinstall.done},
+               {"total", reinstall.total},
+               {"started_ms", nullptr},
+               {"last", nullptr}};
+  if (reinstall.started) json["started_ms"] = Milliseconds(*reinstall.started);
+  if (reinstall.last) {
+    const std::chrono::duration<double, std::milli> duration = reinstall.last->duration;
+    json["last"] = {{"objects", reinstall.last->objects},
+                    {"duration_ms", duration.count()},
+                    {"ended_ms", Milliseconds(reinstall.last->time)}};
+  }
+  return json;
+}
+
 }  // namespace
+
+std::int64_t Milliseconds(std::chrono::system_clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
 
 Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection& hal) {
   const HalConnectionCounters counters = hal.counters();
@@ -160,6 +180,8 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
   const ManagerQueues queues = manager->queues();
   Json json;
   json["program"] = "zuskux-manager " ZUSKUX_VERSION;
+  json["now_ms"] = Milliseconds(std::chrono::system_clock::now());
+  json["started_ms"] = Milliseconds(head.started);
   json["uptime_ms"] = head.uptime.count();
   json["site"] = head.site;
   json["settled"] = manager->settled();
@@ -169,15 +191,19 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
   const FoundServer server = hal.server();
   json["connection"] = {{"up", manager->connected()},
                         {"since", head.connection_since},
+                        {"since_ms", Milliseconds(head.connection_changed)},
                         {"server", server.name},
                         {"generation", Hex(server.generation)},
-                        {"last_in_sync", head.last_in_sync}};
+                        {"last_in_sync", head.last_in_sync},
+                        {"last_in_sync_ms", nullptr}};
+  if (head.in_sync_at) json["connection"]["last_in_sync_ms"] = Milliseconds(*head.in_sync_at);
   if (head.refused_reload.empty()) {
     json["refused_reload"] = nullptr;
   } else {
     json["refused_reload"] = {{"time", head.refused_reload},
                               {"reason", head.refused_reload_reason}};
   }
+  json["reinstall"] = ReinstallAsJson(head.reinstall);
   json["summary"] = Summary(manager->database()).json();
   json["objects"] = ObjectsAsJson(manager->database());
   json["queues"] = {{"due", DepthAsJson(queues.due)},

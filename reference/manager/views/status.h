@@ -2,7 +2,10 @@
 #define ZUSKUX_REFERENCE_MANAGER_VIEWS_STATUS_H_
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -10,6 +13,22 @@
 #include "reference/manager/engine/manager.h"
 
 namespace reference {
+
+/// The reinstall that runs, and the last one that ended. The start is a reinstall too.
+struct ReinstallStatus {
+  using Time = std::chrono::system_clock::time_point;
+  struct Ended {
+    std::size_t objects = 0;
+    std::chrono::steady_clock::duration duration{0};
+    Time time;
+  };
+  /// Nothing if none runs.
+  std::optional<Time> started;
+  /// Objects of the one that runs.
+  std::size_t done = 0;
+  std::size_t total = 0;
+  std::optional<Ended> last;
+};
 
 /// The parts of a status that neither the manager nor the connection knows. Times are local, as in
 /// "2024-05-17 08:15:30".
@@ -26,7 +45,15 @@ struct StatusHead {
   /// The last reload that was refused, and why; empty for none.
   std::string refused_reload;
   std::string refused_reload_reason;
+  ReinstallStatus reinstall;
+  // The same as above, but for programs.
+  std::chrono::system_clock::time_point started;
+  std::chrono::system_clock::time_point connection_changed;
+  std::optional<std::chrono::system_clock::time_point> in_sync_at;
 };
+
+/// Milliseconds since the epoch.
+std::int64_t Milliseconds(std::chrono::system_clock::time_point time);
 
 /// An object: the connection, objects by kind and state, queue depths with their peaks, the HAL
 /// client's counters, and where requests spend their time. Called on the manager's thread.
