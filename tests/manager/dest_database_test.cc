@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -277,6 +278,21 @@ TEST(DestDatabaseTest, AWatcherSeesWhyAVrfFailed) {
   entry->code = kHalTableFull;
   database.SetState(entry, ObjectState::kFailed);
   EXPECT_EQ(seen.back(), "vrf:1 table full");
+}
+
+TEST(DestDatabaseTest, AWatcherSeesCountsOfEveryObject) {
+  DestDatabase database;
+  std::vector<std::size_t> seen;
+  database.Watch([&](const Object&) {
+    const auto& counts = database.counts(HalKind::kVlan);
+    seen.push_back(std::accumulate(counts.begin(), counts.end(), std::size_t{0}));
+  });
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  database.Replace(site);
+  seen.clear();
+  database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kInstalled);
+  EXPECT_THAT(seen, ElementsAre(2U));
 }
 
 TEST(DestDatabaseTest, KnowsWhatAnObjectRefersTo) {

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <string>
 #include <vector>
 
 #include "base_encap_message.pb.h"
 #include "interface_ids/interface_table.h"
+#include "reference/manager/engine/adapters.h"
 #include "reference/manager/views/report.h"
 #include "tests/manager/scripted_hal.h"
 #include "tests/manager/sites.h"
@@ -23,10 +25,12 @@ using ::testing::SizeIs;
 class ManagerTest : public ::testing::Test {
  protected:
   ManagerTest()
-      : manager_(&io_,
-                 {[this] { ++finished_; }, [this] { ++reinstalls_begun_; },
-                  [this](std::size_t objects, auto /*time*/) { reinstalled_.push_back(objects); },
-                  [this](std::uint64_t results) { results_ = results; }}) {
+      : manager_(&io_, {[this] { ++finished_; }, [this] { ++reinstalls_begun_; },
+                        [this](std::size_t objects, auto time) {
+                          reinstalled_.push_back(objects);
+                          reinstall_time_ = time;
+                        },
+                        [this](std::uint64_t results) { results_ = results; }}) {
     manager_.Start(&hal_);
   }
 
@@ -52,6 +56,12 @@ class ManagerTest : public ::testing::Test {
       hal_.AnswerAll(code);
       Work();
     }
+  }
+
+  // Handles what has arrived, without the answer to the end of a reinstall.
+  void WorkBeforeTheEnd() {
+    io_.restart();
+    io_.poll();
   }
 
   // Makes the HAL hold all of `site`.
@@ -88,6 +98,7 @@ class ManagerTest : public ::testing::Test {
   int finished_ = 0;
   int reinstalls_begun_ = 0;
   std::vector<std::size_t> reinstalled_;
+  std::chrono::steady_clock::duration reinstall_time_{};
   std::uint64_t results_ = 0;
   Manager manager_;
   ScriptedHal hal_;
@@ -403,6 +414,15 @@ TEST_F(ManagerTest, ReinstallsEverythingInTheFixedOrder) {
   EXPECT_THAT(reinstalled_, ElementsAre(8U));
 }
 
+TEST_F(ManagerTest, ReportsHowLongAReinstallTook) {
+  Apply(SiteOfAllKinds());
+  const auto begin = std::chrono::steady_clock::now();
+  FindServer();
+  AnswerAll();
+  EXPECT_THAT(reinstalled_, SizeIs(1));
+  EXPECT_LE(reinstall_time_, std::chrono::steady_clock::now() - begin);
+}
+
 TEST_F(ManagerTest, AnotherServerDuringAReinstallStartsItOver) {
   Site site;
   site.vlans = {VlanEntry(10), VlanEntry(11)};
@@ -476,6 +496,21 @@ TEST_F(ManagerTest, APendingRemovalNeedsNoRequestAfterAReinstall) {
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("end-reinstall"));
   EXPECT_EQ(Summary(manager_.database()).text(), "3 objects: 1 installed, 2 removed");
+}
+
+TEST_F(ManagerTest, ARemovalThatReachedTheNewServerEndsWithItsResult) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  Apply(Site());
+  EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  hal_.FindServerWithRequestsInFlight();
+  Work();
+  Apply(Site());
+  EXPECT_FALSE(manager_.finished());
+  Answer("destroy-vlan 10", kHalNotFound);
+  EXPECT_EQ(manager_.queues().outstanding.now, 0U);
+  EXPECT_TRUE(manager_.settled());
 }
 
 TEST_F(ManagerTest, AnObjectWhoseInstallFailedIsInstalledWhenItIsChanged) {
@@ -847,8 +882,10 @@ TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
   Sent();
   Apply(Site());
   EXPECT_THAT(Sent(), ElementsAre("destroy-vlan 10"));
+  const std::uint64_t refused = manager_.refused();
   Answer("destroy-vlan 10", kHalNotFound);
   EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kRemoved);
+  EXPECT_EQ(manager_.refused(), refused) << "it was not there";
 }
 
 TEST_F(ManagerTest, ARestartForgetsWhatWasAwaited) {
@@ -947,7 +984,8 @@ TEST_F(ManagerTest, TheEndOfAReinstallMakesRoomForWhatFoundTheTableFull) {
   FindServer();
   Answer("install-vlan 10");
   Answer("install-vlan 11", kHalTableFull);
-  Answer("install-vlan 12", kHalTableFull);
+  hal_.Answer("install-vlan 12", kHalTableFull);
+  WorkBeforeTheEnd();
   EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "install-vlan 10", "install-vlan 11",
                                   "install-vlan 12", "end-reinstall", "install-vlan 11",
                                   "install-vlan 12"));
@@ -1001,6 +1039,17 @@ TEST_F(ManagerTest, AnIdMayGoToAnotherKind) {
   Apply(site);
   AnswerAll();
   EXPECT_THAT(Sent(), ElementsAre("install-host 10", "destroy-vlan 10"));
+}
+
+TEST_F(ManagerTest, LeavesTheLibraryWithoutItsHal) {
+  ScriptedHal hal;
+  {
+    Manager own(&io_, {});
+    own.Start(&hal);
+  }
+  HaiObject vlan = MakeHaiObject(VlanEntry(10));
+  SendInstall(&vlan);
+  EXPECT_THAT(hal.TakeLog(), IsEmpty());
 }
 
 TEST_F(ManagerTest, PassesTheInterfacesToThePlatform) {

@@ -5,12 +5,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/hal/fake_data_plane.h"
 #include "tests/hal/messages.h"
+#include "tests/hal/observed.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
 
@@ -24,6 +29,7 @@ using testing::Contains;
 using testing::EndsWith;
 
 constexpr int kInstallVlan = 5;
+constexpr int kHeartbeat = 20;
 
 HalServerOptions Keep(seconds keep, DataPlane* data_plane = nullptr) {
   HalServerOptions options;
@@ -96,6 +102,44 @@ TEST(AbandonedTablesTest, StayForeverByDefault) {
   }
   std::this_thread::sleep_for(milliseconds(1'500));
   EXPECT_EQ(server.Tables().size(HalKind::kVlan), 1);
+}
+
+/// Calls a function when the server begins to empty the tables, on the server's thread.
+class EmptyingObserver : public Observed {
+ public:
+  explicit EmptyingObserver(std::function<void()> begins) : begins_(std::move(begins)) {}
+
+  void EndReinstall() override { begins_(); }
+
+ private:
+  const std::function<void()> begins_;
+};
+
+TEST(AbandonedTablesTest, AreNotEmptiedFurtherOnceAManagerComes) {
+  constexpr std::uint32_t kCount = 40'000;
+  std::atomic<bool> abandoned = false;
+  std::optional<RawClient> next;
+  EmptyingObserver observer([&] {
+    // The server reads this after the first step.
+    if (abandoned) next->Send(kInstallVlan, 1, Vlan(kCount + 1).SerializeAsString());
+  });
+  HalServerOptions options = Keep(seconds(1));
+  options.observer = &observer;
+  TestServer server(options);
+  next.emplace(server.path());
+  next->Greet();
+  {
+    RawClient client(server.path());
+    client.Greet();
+    InstallVlans(kCount, &client);
+    abandoned = true;
+  }
+  EXPECT_EQ(next->Receive(), Result(1, 0, kCount + 1));
+  for (std::uint32_t beat = 1; beat <= 10; ++beat) {
+    next->Send(kHeartbeat, beat);
+    EXPECT_EQ(next->Receive(), (RawFrame{kHeartbeat, beat, ""}));
+  }
+  EXPECT_GT(server.Tables().size(HalKind::kVlan), kCount / 2);
 }
 
 // Only a writer counts.

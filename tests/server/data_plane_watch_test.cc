@@ -12,6 +12,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/hal/fake_data_plane.h"
@@ -102,6 +103,18 @@ TEST_F(DataPlaneWatchTest, AChangeLeadsToARepair) {
   EXPECT_THAT(lines_, ElementsAre("the hardware differed from the tables in 2 objects: "
                                   "zd10 missing, next hop 10 missing; repaired"));
   EXPECT_EQ(watch_->differences(), 2);
+}
+
+TEST_F(DataPlaneWatchTest, OneRepairIsEnoughForAllChangesBeforeIt) {
+  Watch();
+  Change();
+  EXPECT_EQ(io_.run_one_for(seconds(20)), 1U);
+  // The repair is due when the next change is noticed.
+  std::this_thread::sleep_for(milliseconds(10));
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(1));
+  io_.run_for(milliseconds(50));
+  EXPECT_EQ(data_plane_.repairs(), 1);
 }
 
 TEST_F(DataPlaneWatchTest, LogsWhatItCannotRepair) {
