@@ -34,6 +34,11 @@ void HalReporter::ReinstallEnded(bool in_sync) const {
   if (reports_.reinstall_ended) reports_.reinstall_ended(in_sync);
 }
 
+void HalReporter::ObjectStateChanged(const HalObjectState& state) const {
+  if (observer_ != nullptr) observer_->ObjectStateChanged(state);
+  if (reports_.object_state) reports_.object_state(state);
+}
+
 void HalReporter::Room() const {
   if (reports_.room) reports_.room();
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "reference/hal/hal_code.h"
+#include "reference/hal/hal_object_state.h"
 #include "reference/hal/hal_request.h"
 #include "reference/hal/kinds.h"
 #include "reference/hal/latency.h"
@@ -41,6 +42,10 @@ struct HalReports {
   /// it acknowledged. It is false if they do not and the connection will not ask for another
   /// reinstall. May be empty.
   std::function<void(bool in_sync)> reinstall_ended = nullptr;
+  /// The state of an object has changed since its result, without a request for it. If a request
+  /// for the object is in flight, ignore this: the result decides, and if the state still differs
+  /// from it then, another report follows the result. May be empty.
+  std::function<void(const HalObjectState& state)> object_state = nullptr;
 };
 
 struct HalConnectionCounters {
@@ -82,6 +87,7 @@ class HalReporter {
   void ServerFound() const;
   void ServerLost() const;
   void ReinstallEnded(bool in_sync) const;
+  void ObjectStateChanged(const HalObjectState& state) const;
   void Room() const;
   /// Reports to the observer only.
   void Event(std::string_view line) const;

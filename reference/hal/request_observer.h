@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "reference/hal/hal_object_state.h"
 #include "reference/hal/hal_request.h"
 
 namespace reference {
@@ -31,6 +32,9 @@ class RequestObserver {
   /// The marks of a reinstall, in order with the requests.
   virtual void BeginReinstall() = 0;
   virtual void EndReinstall() = 0;
+
+  /// The server tells the state of an object, in order with the results; before it is reported.
+  virtual void ObjectStateChanged(const HalObjectState& state) = 0;
 
   /// The HAL server was found; called before that is reported. For a server: it starts, with empty
   /// tables.

@@ -261,6 +261,16 @@ void Recorder::EndReinstall() {
   writer_->Write([](record::Entry* entry) { entry->mutable_end_reinstall(); });
 }
 
+void Recorder::ObjectStateChanged(const HalObjectState& state) {
+  writer_->Write([&](record::Entry* entry) {
+    record::ObjectState* const changed = entry->mutable_object_state();
+    changed->set_kind(static_cast<std::uint32_t>(state.kind));
+    changed->set_id(state.id);
+    changed->set_code(static_cast<std::uint32_t>(state.code));
+    if (!state.reason.empty()) changed->set_reason(Cut(state.reason));
+  });
+}
+
 void Recorder::ServerFound() {
   writer_->Write([](record::Entry* entry) { entry->mutable_server_found(); });
 }

@@ -41,6 +41,8 @@ class Recorder : public RequestObserver {
               std::string_view reason) override;
   void BeginReinstall() override;
   void EndReinstall() override;
+  /// Truncates a reason after 64 KiB.
+  void ObjectStateChanged(const HalObjectState& state) override;
   void ServerFound() override;
   /// Truncates a line after 64 KiB.
   void Event(std::string_view line) override;

@@ -58,6 +58,15 @@ std::string Line(const record::Result& result) {
          OutcomeText(HalReturnCode{result.code()}, result.reason());
 }
 
+std::string Line(const record::ObjectState& state) {
+  const std::string kind = state.kind() < kHalKinds
+                               ? std::string(HalKindName(static_cast<HalKind>(state.kind())))
+                               : "kind " + std::to_string(state.kind());
+  return kFromHal + ("object-state " + kind) + " id=" + std::to_string(state.id()) +
+         " code=" + std::to_string(state.code()) + ' ' +
+         OutcomeText(HalReturnCode{state.code()}, state.reason());
+}
+
 std::string MessageText(const RecordedSchema& schema, const record::Request& request) {
   if (request.omitted_payload_bytes() != 0) {
     return "(a message of " + std::to_string(request.omitted_payload_bytes()) +
@@ -95,6 +104,8 @@ std::string Line(const RecordedSchema& schema, const record::Entry& entry) {
       return kBeside + entry.event().line();
     case record::Entry::kInterface:
       return Line(entry.interface());
+    case record::Entry::kObjectState:
+      return Line(entry.object_state());
     case record::Entry::WHAT_NOT_SET:
       break;
   }

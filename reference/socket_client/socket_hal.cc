@@ -26,6 +26,7 @@
 #include "reference/text/hex.h"
 #include "reference/text/printable.h"
 #include "reference/wire/frame.h"
+#include "reference/wire/object_states.h"
 #include "reference/wire/send.h"
 #include "wire.pb.h"
 
@@ -136,6 +137,7 @@ class SocketHal::Client {
   void OnHello(std::string_view payload);
   void OnResult(const FrameSplitter::Frame& frame);
   void OnInSync(const FrameSplitter::Frame& frame);
+  void OnObjectStates(const FrameSplitter::Frame& frame);
   void OnNotInSync(const std::string& reason);
 
   void ReportServerFound();
@@ -461,6 +463,8 @@ void SocketHal::Client::OnFrame(const FrameSplitter::Frame& frame) {
       return OnResult(frame);
     case FrameType::kInSync:
       return OnInSync(frame);
+    case FrameType::kObjectStates:
+      return OnObjectStates(frame);
     case FrameType::kHeartbeat:
       if (frame.payload.empty()) return;
       throw ConnectionEnd("HAL server closed, it sent a heartbeat with a payload");
@@ -556,6 +560,16 @@ void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
     return;
   }
   OnNotInSync(*differences);
+}
+
+void SocketHal::Client::OnObjectStates(const FrameSplitter::Frame& frame) {
+  auto states = ParseObjectStates(frame.payload);
+  if (!states) throw ConnectionEnd("HAL server closed, its object states do not decode");
+  for (HalObjectState& state : *states) {
+    if (stopping_) return;
+    state.reason = Printable(state.reason);
+    reporter_.ObjectStateChanged(state);
+  }
 }
 
 void SocketHal::Client::OnNotInSync(const std::string& reason) {

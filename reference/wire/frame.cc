@@ -29,6 +29,7 @@ constexpr bool IsOwnType(std::uint8_t type) {
     case FrameType::kReadTables:
     case FrameType::kTableEntry:
     case FrameType::kTableEnd:
+    case FrameType::kObjectStates:
       return true;
   }
   return false;

@@ -18,9 +18,11 @@ namespace reference {
 // in its highest byte and a sequence number in the other three.
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
-inline constexpr std::uint32_t kProtocolMinorVersion = 2;
+inline constexpr std::uint32_t kProtocolMinorVersion = 3;
 /// From this minor version on, clients understand a reason in a result.
 inline constexpr std::uint32_t kMinorVersionWithReasons = 2;
+/// From this minor version on, clients understand `kObjectStates`.
+inline constexpr std::uint32_t kMinorVersionWithObjectStates = 3;
 inline constexpr std::size_t kFrameHeaderSize = 8;
 inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
 inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
@@ -34,7 +36,7 @@ enum class FrameType : std::uint8_t {
   /// a `GoodbyeReason`.
   kGoodbye = 2,
   // The values of `HalOperation` (3 to 15): requests; the payload is the kind's message. New types
-  // and new operations take values from 24.
+  // and new operations take values from 25.
   /// Server: the payload is the code, the id, the secondary id, and how long the server had the
   /// request, in nanoseconds, at most 2^32 - 1 (4 bytes each), then the reason for a refusal, if
   /// there is one and the client understands it. The sequence is the request's. VRF requests are
@@ -55,6 +57,9 @@ enum class FrameType : std::uint8_t {
   kTableEntry = 22,
   /// Server: payload `wire.ServerStatus`.
   kTableEnd = 23,
+  /// Server, to the writer, if it understands this: payload `wire.ObjectStates`, the objects whose
+  /// state has changed since their result. Sequence 0.
+  kObjectStates = 24,
 };
 
 /// Why a server says goodbye, if the client needs to know.

@@ -37,7 +37,7 @@ Frames Expected(std::string_view stream, std::size_t max_payload) {
   while (stream.size() >= kFrameHeaderSize) {
     const std::uint32_t type = NumberAt(stream, 0) >> 24;
     const std::size_t size = NumberAt(stream, 4);
-    frames.valid = type >= 1 && type <= 23 && size <= max_payload;
+    frames.valid = type >= 1 && type <= 24 && size <= max_payload;
     if (!frames.valid || stream.size() - kFrameHeaderSize < size) break;
     frames.whole.emplace_back(stream.substr(0, kFrameHeaderSize + size));
     stream.remove_prefix(kFrameHeaderSize + size);

@@ -38,6 +38,7 @@ class Observed : public RequestObserver {
   }
   void BeginReinstall() override { events.emplace_back("observed begin"); }
   void EndReinstall() override { events.emplace_back("observed end"); }
+  void ObjectStateChanged(const HalObjectState& /*state*/) override { ADD_FAILURE(); }
   void ServerFound() override { ADD_FAILURE(); }
   void Event(std::string_view /*line*/) override { ADD_FAILURE(); }
 

@@ -12,7 +12,8 @@
 namespace reference {
 
 /// Records what it observes as lines: "#1 install-vlan 5", "#1 install-vlan 5: 0", with a reason
-/// "#1 install-vlan 5: 9 no memory", "begin", "end", "found", "event ...".
+/// "#1 install-vlan 5: 9 no memory", "begin", "end", "state vlan 5: 9 no memory", "found",
+/// "event ...".
 class Observed : public RequestObserver {
  public:
   std::uint64_t Request(const HalRequest& request, const void* wrapper) override {
@@ -30,6 +31,11 @@ class Observed : public RequestObserver {
   }
   void BeginReinstall() override { Add("begin"); }
   void EndReinstall() override { Add("end"); }
+  void ObjectStateChanged(const HalObjectState& state) override {
+    Add("state " + std::string(HalKindName(state.kind)) + ' ' + std::to_string(state.id) + ": " +
+        std::to_string(static_cast<std::uint32_t>(state.code)) +
+        (state.reason.empty() ? "" : " " + state.reason));
+  }
   void ServerFound() override { Add("found"); }
   void Event(std::string_view line) override { Add("event " + std::string(line)); }
 

@@ -74,7 +74,7 @@ class Reported {
   }
 
   /// The same, plus reports without a result operation: "install-vrf 5: 0", "lost", "in sync", "not
-  /// in sync".
+  /// in sync", "state vlan 5: 9 no memory".
   HalReports AllReports() {
     HalReports reports = Reports();
     reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
@@ -83,6 +83,10 @@ class Reported {
     };
     reports.server_lost = [this] { Add("lost"); };
     reports.reinstall_ended = [this](bool in_sync) { Add(in_sync ? "in sync" : "not in sync"); };
+    reports.object_state = [this](const HalObjectState& state) {
+      AddOutcome("state " + std::string(HalKindName(state.kind)), state.id,
+                 static_cast<std::uint32_t>(state.code), state.reason);
+    };
     return reports;
   }
 

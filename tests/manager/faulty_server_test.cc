@@ -42,6 +42,7 @@ class ResultCounter : public RequestObserver {
   }
   void BeginReinstall() override {}
   void EndReinstall() override {}
+  void ObjectStateChanged(const HalObjectState& /*state*/) override {}
   void ServerFound() override {}
   void Event(std::string_view /*line*/) override {}
 

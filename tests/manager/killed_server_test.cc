@@ -41,6 +41,7 @@ class AtFrame : public RequestObserver {
   void EndReinstall() override { Count(); }
   void Result(std::uint64_t /*number*/, const HalRequest& /*request*/, HalReturnCode /*code*/,
               std::string_view /*reason*/) override {}
+  void ObjectStateChanged(const HalObjectState& /*state*/) override {}
   void ServerFound() override {}
   void Event(std::string_view /*line*/) override {}
 

@@ -36,6 +36,17 @@ class Show : public ::testing::Test {
   }
 };
 
+record::Entry StateEntry(std::uint32_t kind, std::uint32_t id, HalReturnCode code,
+                         const std::string& reason) {
+  record::Entry entry;
+  record::ObjectState* const state = entry.mutable_object_state();
+  state->set_kind(kind);
+  state->set_id(id);
+  state->set_code(static_cast<std::uint32_t>(code));
+  state->set_reason(reason);
+  return entry;
+}
+
 constexpr const char* kHead = "recorded by test 1 from 2009-02-13T23:31:30.000000042Z\n";
 
 std::string LimId(std::uint32_t id) { return {reinterpret_cast<const char*>(&id), sizeof id}; }
@@ -95,6 +106,9 @@ TEST_F(Show, PrintsEveryEntryOnALine) {
       ResultEntry(5, HalOperation::kInstallEcmp, 7, HalReturnCode{77}),
       refused,
       EventEntry("in sync after 120 ms"),
+      StateEntry(static_cast<std::uint32_t>(HalKind::kHost), 12, kHalKernelRefused, "no memory"),
+      StateEntry(static_cast<std::uint32_t>(HalKind::kHost), 12, kHalSuccess, ""),
+      StateEntry(9, 12, kHalNoInterface, ""),
   };
   std::uint64_t time = 0;
   for (record::Entry& entry : entries) entry.set_time_ns(time += 400'000'001);
@@ -127,7 +141,10 @@ TEST_F(Show, PrintsEveryEntryOnALine) {
           "5.200000013 <=== #4 replace-mpls id=17 secondary_id=99 code=0 success\n"
           "5.600000014 <=== #5 install-ecmp id=7 code=77 code 77\n"
           "6.000000015 <=== #5 install-ecmp id=7 code=9 refused by the kernel: no memory\n"
-          "6.400000016 ---- in sync after 120 ms\n");
+          "6.400000016 ---- in sync after 120 ms\n"
+          "6.800000017 <=== object-state host id=12 code=9 refused by the kernel: no memory\n"
+          "7.200000018 <=== object-state host id=12 code=0 success\n"
+          "7.600000019 <=== object-state kind 9 id=12 code=7 no such interface\n");
 }
 
 TEST_F(Show, RendersWhatTheRecordedMessageRendered) {

@@ -530,7 +530,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "payload of 65537 bytes is longer than the limit of 65536"},
         BadStream{"TooLong", WithHello("\x05" + std::string(3, '\0') + Big(0xFFFFFFFF)),
                   "payload of 4294967295 bytes is longer than the limit of 65536", 1},
-        BadStream{"UnknownType", WithHello(FrameBytes(24, 0)), "unknown frame type 24", 1},
+        BadStream{"UnknownType", WithHello(FrameBytes(25, 0)), "unknown frame type 25", 1},
         BadStream{"SecondHello", WithHello(HelloBytes()), "unexpected frame of type 1", 1},
         BadStream{"ServersFrame", WithHello(FrameBytes(16, 1, std::string(16, '\0'))),
                   "unexpected frame of type 16", 1},

@@ -29,7 +29,7 @@ using ::testing::ElementsAreArray;
 using ::testing::StartsWith;
 
 constexpr std::uint32_t kLimit = 65536;
-constexpr std::uint32_t kLastType = 23;
+constexpr std::uint32_t kLastType = 24;
 constexpr std::uint32_t kLongestSize = 0xFFFFFFFF;
 
 // What a client sends, whether after a hello, and the resulting complaint.
@@ -118,7 +118,7 @@ class MalformedFrames {
   }
 
   Malformed Unexpected() {
-    const int type = OneOf(std::array{1, 2, 16, 19, 22, 23});
+    const int type = OneOf(std::array{1, 2, 16, 19, 22, 23, 24});
     return {true, Frame(type, Bytes(0, 100)), "unexpected frame of type " + std::to_string(type)};
   }
 
@@ -265,7 +265,7 @@ TEST_F(ServerChangedFramesTest, RandomBytes) {
     std::string bytes(random() % 300 + 1, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
     // Half of the rounds begin with a valid type.
-    if (round % 4 < 2) bytes[0] = static_cast<char>(random() % 23 + 1);
+    if (round % 4 < 2) bytes[0] = static_cast<char>(random() % 24 + 1);
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(ExpectOneLine(bytes, round % 2 == 0));
   }

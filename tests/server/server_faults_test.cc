@@ -171,6 +171,7 @@ class StartObserver : public RequestObserver {
               std::string_view /*reason*/) override {}
   void BeginReinstall() override {}
   void EndReinstall() override {}
+  void ObjectStateChanged(const HalObjectState& /*state*/) override {}
   void ServerFound() override { ++starts_; }
   void Event(std::string_view /*line*/) override {}
 

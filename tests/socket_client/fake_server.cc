@@ -56,6 +56,7 @@ void FakeServer::Accept() {
   client_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
   ASSERT_NE(client_, -1);
   splitter_ = std::make_unique<FrameSplitter>(std::size_t{1} << 24);
+  unread_ = 0;
   const Frame frame = NextOfAny();
   EXPECT_EQ(frame.type, FrameType::kHello);
   EXPECT_TRUE(hello_.ParseFromString(frame.payload));
@@ -77,10 +78,16 @@ FakeServer::Frame FakeServer::Next() {
   return frame;
 }
 
+bool FakeServer::HasInput(std::chrono::milliseconds time) {
+  pollfd waiting{client_, POLLIN, 0};
+  return unread_ != 0 || poll(&waiting, 1, static_cast<int>(time.count())) == 1;
+}
+
 FakeServer::Frame FakeServer::NextOfAny() {
   std::array<char, 4096> bytes{};
   while (true) {
     if (const auto frame = splitter_->Next()) {
+      unread_ -= frame->whole.size();
       return {frame->header.type, frame->header.sequence, std::string(frame->payload)};
     }
     if (!AwaitReadable(client_)) {
@@ -93,6 +100,7 @@ FakeServer::Frame FakeServer::NextOfAny() {
       return {};
     }
     splitter_->Feed({bytes.data(), static_cast<std::size_t>(size)});
+    unread_ += static_cast<std::size_t>(size);
   }
 }
 

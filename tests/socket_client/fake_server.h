@@ -69,6 +69,8 @@ class FakeServer {
 
   /// The next frame, skipping heartbeats.
   Frame Next();
+  /// Whether bytes of a further frame arrive, or have arrived, within the time.
+  bool HasInput(std::chrono::milliseconds time);
   /// The next frame of any type.
   Frame NextOfAny();
   /// Sends a result for the request.
@@ -87,6 +89,8 @@ class FakeServer {
   int client_ = -1;
   wire::Hello hello_;
   std::unique_ptr<FrameSplitter> splitter_;
+  // Bytes of frames that were received but not returned yet.
+  std::size_t unread_ = 0;
 };
 
 /// A hello as a frame.

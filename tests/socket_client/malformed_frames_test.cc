@@ -32,7 +32,7 @@ using ::testing::ElementsAreArray;
 using ::testing::StartsWith;
 
 constexpr std::uint32_t kLimit = 65536;
-constexpr std::uint32_t kLastType = 23;
+constexpr std::uint32_t kLastType = 24;
 constexpr std::uint32_t kLongestSize = 0xFFFFFFFF;
 constexpr std::uint32_t kVlan = 5;
 
@@ -277,8 +277,12 @@ std::vector<std::string> GoodFrames() {
   const auto frame = [](std::uint32_t type, const std::string& payload) {
     return Big(type << 24) + Big(static_cast<std::uint32_t>(payload.size())) + payload;
   };
-  return {HelloFrame(), frame(2, "bye"), frame(16, Big(0) + Big(kVlan) + Big(0) + Big(0)),
-          frame(19, "\x0A\x06\x0A\x04vlan"), frame(20, "")};
+  return {HelloFrame(),
+          frame(2, "bye"),
+          frame(16, Big(0) + Big(kVlan) + Big(0) + Big(0)),
+          frame(19, "\x0A\x06\x0A\x04vlan"),
+          frame(20, ""),
+          frame(24, "\x0A\x04\x10\x05\x18\x09")};
 }
 
 /// Servers that close the connection, whatever they sent.
@@ -332,7 +336,7 @@ TEST_F(ClientChangedFramesTest, RandomBytes) {
     std::string bytes(random() % 300 + 1, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
     // Half of the rounds begin with a valid type.
-    if (round % 2 == 0) bytes[0] = static_cast<char>(random() % 23 + 1);
+    if (round % 2 == 0) bytes[0] = static_cast<char>(random() % 24 + 1);
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(ExpectOneLineAndOneResult(bytes));
   }

@@ -104,7 +104,7 @@ class OneWriter : public SocketHalTest {
 TEST_F(OneWriter, IdentifiesItselfAsAWriterInItsHello) {
   StartConnected(Options());
   EXPECT_EQ(server_.hello().program(), "first 1.0");
-  EXPECT_EQ(server_.hello().protocol_minor_version(), 2U);
+  EXPECT_EQ(server_.hello().protocol_minor_version(), 3U);
   EXPECT_TRUE(server_.hello().writes());
   EXPECT_FALSE(server_.hello().take_over());
 }
@@ -844,6 +844,36 @@ TEST_F(PromiseNoReportAfterTheEnd, WhileTheServerFloods) {
   hal_.reset();
   flood.join();
   EXPECT_THAT(reported_.events(), ElementsAre("found"));
+}
+
+class ObjectStateTest : public SocketHalTest {
+ protected:
+  void SetUp() override {
+    hal_ = std::make_unique<SocketHal>(Options());
+    hal_->Start(reported_.AllReports());
+    server_.AcceptAndGreet();
+    reported_.Await(1);
+  }
+
+  void Tell(const std::string& payload) { server_.SendFrame(FrameType::kObjectStates, 0, payload); }
+};
+
+TEST_F(ObjectStateTest, IsReportedInOrderWithTheResults) {
+  InstallVlan(hal_.get(), 5);
+  const FakeServer::Frame first = server_.Next();
+  // VLAN 5 has code 9, then 0.
+  Tell("\x0A\x0B\x08\x01\x10\x05\x18\x09\x22\x03no\n");
+  server_.Answer(first);
+  Tell("\x0A\x04\x08\x01\x10\x05\x0A\x06\x08\x01\x10\x07\x18\x07");
+  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "state vlan 5: 9 no\\n", "InstallVlan 5: 0",
+                                              "state vlan 5: 0", "state vlan 7: 7"));
+}
+
+TEST_F(ObjectStateTest, OneThatIsNotValidEndsTheConnection) {
+  Tell("\x0A\x02\x18\x64");
+  EXPECT_TRUE(server_.AwaitClosed());
+  EXPECT_EQ(log_.AwaitStart("HAL server closed, its"),
+            "HAL server closed, its object states do not decode");
 }
 
 TEST_F(SocketHalTest, RefusesAPathThatIsTooLong) {

@@ -177,10 +177,10 @@ Cut CutOf(const GoldenFrame& golden) {
           static_cast<std::uint32_t>(golden.payload.size()), golden.payload, golden.bytes};
 }
 
-TEST(FrameTypes, AreOneToTwentyThree) {
+TEST(FrameTypes, AreOneToTwentyFour) {
   for (int value = 0; value < 256; ++value) {
     SCOPED_TRACE(value);
-    EXPECT_EQ(IsFrameType(static_cast<std::uint8_t>(value)), value >= 1 && value <= 23);
+    EXPECT_EQ(IsFrameType(static_cast<std::uint8_t>(value)), value >= 1 && value <= 24);
     EXPECT_EQ(IsRequest(static_cast<FrameType>(value)), value >= 3 && value <= 15);
   }
 }
@@ -313,7 +313,7 @@ TEST(FrameSplitter, ChecksEveryValueOfEveryHeaderByte) {
         const unsigned type = static_cast<unsigned char>(bytes[0]);
 
         const Outcome outcome = SplitWhole(bytes, kMaxPayload);
-        if (type < 1 || type > 23) {
+        if (type < 1 || type > 24) {
           EXPECT_EQ(outcome.error, "unknown frame type " + std::to_string(type));
           EXPECT_THAT(outcome.frames, IsEmpty());
         } else if (length > kMaxPayload) {
