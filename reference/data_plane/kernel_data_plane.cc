@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "reference/data_plane/broken_entries.h"
 #include "reference/data_plane/comparison.h"
 #include "reference/data_plane/difference.h"
 
@@ -70,11 +71,13 @@ std::optional<std::string> KernelDataPlane::Commit() {
   return refused.front().text;
 }
 
-void KernelDataPlane::CommitOrLeave() {
+bool KernelDataPlane::CommitOrLeave() {
   KernelObjects present;
-  for (const RefusedChange& refused : Write(translation_.Take(), &present)) {
-    if (log_) log_(LogLevel::kError, "the kernel differs from the tables now: " + refused.text);
+  const std::vector<RefusedChange> refused = Write(translation_.Take(), &present);
+  for (const RefusedChange& one : refused) {
+    if (log_) log_(LogLevel::kError, "the kernel differs from the tables now: " + one.text);
   }
+  return refused.empty();
 }
 
 bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
@@ -119,9 +122,16 @@ Repair KernelDataPlane::MakeAsWanted() {
   }
   if (repair.differences > kNamed) repair.text += ", ...";
   KernelObjects present;
-  for (RefusedChange& refused : WriteAndSettle(transition, changes, &present)) {
-    repair.refusals.push_back(std::move(refused.text));
+  const std::vector<RefusedChange> refused = WriteAndSettle(transition, changes, &present);
+  if (refused.empty()) return repair;
+  RefusedObjects refused_objects;
+  for (const RefusedChange& one : refused) {
+    repair.refusals.push_back(one.text);
+    refused_objects.Add(changes[one.change], one.text);
   }
+  KernelObjects wanted = translation_.Objects();
+  UseMtusOfParents(state.mtus, &wanted.devices);
+  repair.broken = BrokenEntries(translation_, wanted, present, state.mtus, refused_objects);
   return repair;
 }
 

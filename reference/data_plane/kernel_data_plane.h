@@ -62,7 +62,7 @@ class KernelDataPlane : public DataPlane {
                       const google::protobuf::Message& message) override;
   void Remove(HalKind kind, std::uint32_t id) override;
   std::optional<std::string> Commit() override;
-  void CommitOrLeave() override;
+  bool CommitOrLeave() override;
   bool RemoveLeftovers(std::size_t limit) override;
   std::uint64_t writes() const override { return writes_; }
   int change_fd() const override { return kernel_.change_fd; }

@@ -128,6 +128,12 @@ HalReturnCode Translation::ReadVlan(const encapsulation::VlanMessage& message, E
   return kHalSuccess;
 }
 
+std::optional<HalKind> Translation::KindOfDestination(std::uint32_t id) const {
+  const auto entry = entries_.find(id);
+  if (entry == entries_.end()) return std::nullopt;
+  return entry->second.kind;
+}
+
 HalReturnCode Translation::FindParent(const std::string& lim_id, Vlan* vlan) const {
   std::uint32_t lim = 0;
   if (lim_id.size() < sizeof lim) return kHalNoInterface;

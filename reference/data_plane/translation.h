@@ -81,6 +81,11 @@ class Translation {
   /// Removes an entry; a no-op if there is none.
   void Remove(HalKind kind, std::uint32_t id);
 
+  /// The kind of the destination with that id; nothing if there is none.
+  std::optional<HalKind> KindOfDestination(std::uint32_t id) const;
+  /// The installed VRFs.
+  const std::set<std::uint32_t>& vrfs() const { return vrfs_; }
+
   /// The kernel objects of all entries. Translates them all.
   KernelObjects Objects() const;
 

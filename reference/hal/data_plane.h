@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "reference/hal/hal_code.h"
+#include "reference/hal/hal_object_state.h"
 #include "reference/hal/kinds.h"
 
 namespace reference {
@@ -22,6 +23,8 @@ struct Repair {
   std::string text;
   /// The changes that failed, one line each.
   std::vector<std::string> refusals;
+  /// All entries that the hardware does not forward for now, each with the cause.
+  std::vector<HalObjectState> broken{};
 };
 
 /// Forwards packets as the HAL's tables say. The tables pass it each change. The changes take
@@ -47,8 +50,8 @@ class DataPlane {
   virtual std::optional<std::string> Commit() = 0;
 
   /// Makes the changes since the last commit, if they cannot be undone. Logs a refused change and
-  /// leaves the kernel as it is.
-  virtual void CommitOrLeave() = 0;
+  /// leaves the kernel as it is. Returns whether all were made; if not, a repair is due.
+  virtual bool CommitOrLeave() = 0;
 
   /// Removes about `limit` of the objects that an earlier server left in the hardware and that no
   /// entry wants. Called at the end of a reinstall until it returns true, which means that nothing

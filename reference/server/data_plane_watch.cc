@@ -18,6 +18,8 @@ constexpr int kPause = 9;
 // One cause often leads to several notifications.
 constexpr milliseconds kSettle{5};
 constexpr seconds kReportInterval{60};
+constexpr seconds kFirstRetry{1};
+constexpr seconds kLastRetry{60};
 
 }  // namespace
 
@@ -27,13 +29,16 @@ void RepairBudget::Spend(Time begin, Time end) {
 }
 
 DataPlaneWatch::DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, seconds audit,
-                               LogFunction log)
+                               LogFunction log, ReportBroken report_broken)
     : data_plane_(*data_plane),
       audit_(audit),
       log_(std::move(log)),
+      report_broken_(std::move(report_broken)),
       changes_(*io),
       repair_timer_(*io),
-      audit_timer_(*io) {
+      audit_timer_(*io),
+      retry_timer_(*io),
+      retry_pause_(kFirstRetry) {
   if (data_plane_.change_fd() >= 0) {
     changes_.assign(data_plane_.change_fd());
     AwaitChange();
@@ -47,29 +52,24 @@ DataPlaneWatch::~DataPlaneWatch() {
 }
 
 void DataPlaneWatch::AwaitChange() {
-  changes_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                      [this](const ErrorCode& error) {
-                        if (error) return;
-                        if (data_plane_.TakeChanges()) Schedule();
+  changes_.async_wait(boost::asio::posix::stream_descriptor::wait_read, WhileAlive([this] {
+                        if (data_plane_.TakeChanges()) Schedule(kSettle);
                         AwaitChange();
-                      });
+                      }));
 }
 
 void DataPlaneWatch::AwaitAudit() {
   audit_timer_.expires_after(audit_);
-  audit_timer_.async_wait([this](const ErrorCode& error) {
-    if (error) return;
-    Schedule();
+  audit_timer_.async_wait(WhileAlive([this] {
+    CheckSoon();
     AwaitAudit();
-  });
+  }));
 }
 
-void DataPlaneWatch::Schedule() {
+void DataPlaneWatch::Schedule(milliseconds delay) {
   if (std::exchange(scheduled_, true)) return;
-  repair_timer_.expires_at(std::max(steady_clock::now() + kSettle, budget_.next()));
-  repair_timer_.async_wait([this](const ErrorCode& error) {
-    if (!error) MakeAsWanted();
-  });
+  repair_timer_.expires_at(std::max(steady_clock::now() + delay, budget_.next()));
+  repair_timer_.async_wait(WhileAlive([this] { MakeAsWanted(); }));
 }
 
 void DataPlaneWatch::MakeAsWanted() {
@@ -78,6 +78,20 @@ void DataPlaneWatch::MakeAsWanted() {
   const Repair repair = data_plane_.MakeAsWanted();
   budget_.Spend(begin, steady_clock::now());
   if (repair.differences != 0) Report(repair);
+  if (report_broken_) report_broken_(repair.broken);
+  AwaitRetry(!repair.refusals.empty());
+}
+
+// No notification says that the kernel would accept now what it refused.
+void DataPlaneWatch::AwaitRetry(bool failed) {
+  retry_timer_.cancel();
+  if (!failed) {
+    retry_pause_ = kFirstRetry;
+    return;
+  }
+  retry_timer_.expires_after(retry_pause_);
+  retry_pause_ = std::min(2 * retry_pause_, kLastRetry);
+  retry_timer_.async_wait(WhileAlive([this] { CheckSoon(); }));
 }
 
 void DataPlaneWatch::Report(const Repair& repair) {

@@ -7,6 +7,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,17 +38,24 @@ class RepairBudget {
 };
 
 /// Repairs the hardware when another program has changed it, and checks it at regular intervals.
-/// Logs the differences, at most one line a minute.
+/// While a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the differences,
+/// at most one line a minute, and reports after each check what could not be repaired.
 ///
 /// The server owns it. Used on the thread that runs the `io_context`.
 class DataPlaneWatch {
  public:
+  /// Receives all entries that the hardware does not forward for.
+  using ReportBroken = std::function<void(const std::vector<HalObjectState>& broken)>;
+
   /// `data_plane` must outlive it. `audit` is the interval between two checks; 0 for none.
   DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, std::chrono::seconds audit,
-                 LogFunction log);
+                 LogFunction log, ReportBroken report_broken);
   DataPlaneWatch(const DataPlaneWatch&) = delete;
   DataPlaneWatch& operator=(const DataPlaneWatch&) = delete;
   ~DataPlaneWatch();
+
+  /// Checks the hardware as soon as the budget allows.
+  void CheckSoon() { Schedule(std::chrono::milliseconds(0)); }
 
   /// The number of objects that have differed so far.
   std::uint64_t differences() const { return differences_; }
@@ -55,18 +64,33 @@ class DataPlaneWatch {
   using ErrorCode = boost::system::error_code;
   using Time = RepairBudget::Time;
 
+  // A handler that does nothing after an error, nor after the watch's end: a timer that has already
+  // expired can no longer be cancelled.
+  template <typename Handler>
+  auto WhileAlive(Handler handler) const {
+    return [handler, alive = std::weak_ptr<const bool>(alive_)](const ErrorCode& error) {
+      if (!error && !alive.expired()) handler();
+    };
+  }
+
   void AwaitChange();
   void AwaitAudit();
-  void Schedule();
+  void Schedule(std::chrono::milliseconds delay);
+  void AwaitRetry(bool failed);
   void MakeAsWanted();
   void Report(const Repair& repair);
 
+  const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   DataPlane& data_plane_;
   const std::chrono::seconds audit_;
   const LogFunction log_;
+  const ReportBroken report_broken_;
   boost::asio::posix::stream_descriptor changes_;
   boost::asio::steady_timer repair_timer_;
   boost::asio::steady_timer audit_timer_;
+  boost::asio::steady_timer retry_timer_;
+  // Until the next attempt after a failed repair.
+  std::chrono::seconds retry_pause_;
   bool scheduled_ = false;
   RepairBudget budget_;
   std::uint64_t differences_ = 0;

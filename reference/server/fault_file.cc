@@ -54,6 +54,10 @@ constexpr std::array kWords = {
     Word{"stray", FaultEffect::kStray, FaultScope::kRequest, {}},
     Word{"pause", FaultEffect::kPause, FaultScope::kRequest, {Fault::kMsFieldNumber}},
     Word{"stall", FaultEffect::kStall, FaultScope::kRequest, {Fault::kMsFieldNumber}},
+    Word{"object-state",
+         FaultEffect::kObjectState,
+         FaultScope::kRequest,
+         {Fault::kCodeFieldNumber, Fault::kMsFieldNumber}},
 };
 
 struct NumberField {

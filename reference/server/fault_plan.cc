@@ -161,6 +161,10 @@ class FaultPlan : public ServerFaults {
       case FaultEffect::kStall:
         std::this_thread::sleep_for(time);
         break;
+      case FaultEffect::kObjectState:
+        fate->broken = static_cast<HalReturnCode>(rule->code);
+        fate->broken_for = time;
+        break;
       case FaultEffect::kRefuse:
       case FaultEffect::kCloseOnAccept:
       case FaultEffect::kOneByteWrites:

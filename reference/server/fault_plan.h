@@ -46,6 +46,7 @@ enum class FaultEffect {
   kStray,
   kPause,
   kStall,
+  kObjectState,
 };
 
 /// What a fault affects.

@@ -28,12 +28,17 @@ class HalServer::Impl {
     if (state_->options.data_plane == nullptr) return;
     state_->watch = std::make_unique<DataPlaneWatch>(
         io, state_->options.data_plane, state_->options.audit,
-        [this](LogLevel level, const std::string& line) { state_->Log(level, line); });
+        [this](LogLevel level, const std::string& line) { state_->Log(level, line); },
+        [this](const std::vector<HalObjectState>& broken) {
+          state_->object_states.SetAll(broken);
+          state_->TellObjectStates();
+        });
   }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
   ~Impl() {
     state_->watch.reset();
+    state_->recoveries.clear();
     state_->abandoned_tables.reset();
     state_->CloseSessions();
   }

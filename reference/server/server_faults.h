@@ -35,6 +35,9 @@ class ServerFaults {
     End end = End::kNone;
     /// Sent as the result instead of applying the request.
     std::optional<HalReturnCode> code;
+    /// If the request succeeds, its object then has this code for `broken_for`.
+    std::optional<HalReturnCode> broken;
+    std::chrono::milliseconds broken_for{0};
     /// How often the result is sent.
     int copies = 1;
     /// Whether another result follows, with a sequence that nobody used.

@@ -19,6 +19,7 @@
 #include "reference/server/data_plane_watch.h"
 #include "reference/server/decode_request.h"
 #include "reference/text/printable.h"
+#include "reference/wire/object_states.h"
 #include "reference/wire/send.h"
 
 namespace reference {
@@ -116,19 +117,33 @@ std::size_t ServerState::EntryCount() const {
 
 bool ServerState::EndReinstallInPart() {
   const bool ended = tables.EndReinstallInPart(kReinstallEndStep);
+  if (ended) {
+    object_states.RemoveUnless(
+        [this](HalKind kind, std::uint32_t id) { return tables.Contains(kind, id); });
+  }
   if (options.data_plane == nullptr) return ended;
-  options.data_plane->CommitOrLeave();
+  CommitOrLeave();
   return ended && options.data_plane->RemoveLeftovers(kReinstallEndStep);
+}
+
+void ServerState::CommitOrLeave() const {
+  if (!options.data_plane->CommitOrLeave() && watch != nullptr) watch->CheckSoon();
 }
 
 void ServerState::SetWriter(std::uint64_t session) {
   writer = session;
+  object_states.TellAll();
   if (abandoned_tables == nullptr) return;
   if (session == 0) {
     abandoned_tables->WriterLeft();
   } else {
     abandoned_tables->WriterCame();
   }
+}
+
+void ServerState::TellObjectStates() const {
+  const auto session = sessions.find(writer);
+  if (session != sessions.end()) session->second->TellObjectStates();
 }
 
 void ServerState::CloseSessions() const {
@@ -143,6 +158,8 @@ void ServerState::Crash() {
   options.faults->Crash();
   CloseSessions();
   tables.Clear();
+  object_states.Clear();
+  recoveries.clear();
   generation = NewGeneration();
   started = steady_clock::now();
   requests = 0;
@@ -227,6 +244,7 @@ void Session::OnReadEnd(const ErrorCode& error) {
 void Session::Proceed() {
   HandleFrames();
   if (!socket_.is_open()) return;
+  AppendObjectStates();
   Write();
   if (!socket_.is_open() || closing_) return;
   if (table_reading_) {
@@ -235,6 +253,23 @@ void Session::Proceed() {
     AwaitTurn();
   } else if (!reading_ && Unsent() <= state_->options.max_unsent) {
     Read();
+  }
+}
+
+void Session::TellObjectStates() {
+  AppendObjectStates();
+  Write();
+}
+
+void Session::AppendObjectStates() {
+  if (state_->writer != number_ || !takes_object_states_ || !late_.empty()) return;
+  ObjectStates& states = state_->object_states;
+  while (states.has_news() && Unsent() <= state_->options.max_unsent) {
+    const std::vector<HalObjectState> news = states.TakeNews(kMaxObjectStates);
+    if (news.empty()) return;
+    reference::AppendObjectStates(news, &next_output_);
+    if (state_->options.observer == nullptr) continue;
+    for (const HalObjectState& state : news) state_->options.observer->ObjectStateChanged(state);
   }
 }
 
@@ -331,6 +366,7 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
   if (theirs.writes() && !BecomeWriter(theirs.take_over())) return;
   greeted_ = true;
   takes_reasons_ = theirs.protocol_minor_version() >= kMinorVersionWithReasons;
+  takes_object_states_ = theirs.protocol_minor_version() >= kMinorVersionWithObjectStates;
   StartDeadline(state_->options.idle_timeout);
   state_->Log(LogLevel::kInfo,
               "client " + std::to_string(number_) + ": " + program_ + " connected");
@@ -414,6 +450,25 @@ void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* 
   if (fate.end == End::kCrashAfter) return state_->Crash();
   if (fate.end == End::kCloseAfter) return CloseAfterWriting();
   Answer(fate, sequence, code);
+  const bool installed = code == kHalSuccess && ActionOf(request_.operation) != HalAction::kDestroy;
+  if (fate.broken && installed) BreakObject(*fate.broken, fate.broken_for);
+}
+
+void Session::BreakObject(HalReturnCode code, milliseconds time) {
+  const HalKind kind = KindOf(request_.operation);
+  const std::uint32_t id = request_.id;
+  state_->object_states.Set({kind, id, code, "a fault"});
+  const std::uint64_t number = ++state_->last_recovery;
+  const auto [recovery, added] =
+      state_->recoveries.try_emplace(number, socket_.get_executor(), time);
+  recovery->second.async_wait(
+      [server = std::weak_ptr<ServerState>(state_), number, kind, id](const ErrorCode& error) {
+        const auto state = server.lock();
+        // The timer may have expired just before the server's end.
+        if (error || state == nullptr || state->recoveries.erase(number) == 0) return;
+        state->object_states.Set({kind, id, kHalSuccess, {}});
+        state->TellObjectStates();
+      });
 }
 
 void Session::Stage(std::uint32_t sequence, const google::protobuf::Message* message) {
@@ -441,7 +496,7 @@ void Session::CommitOneByOne() {
   for (auto staged = staged_.rbegin(); staged != staged_.rend(); ++staged) {
     if (staged->code == kHalSuccess) tables.Restore(staged->before);
   }
-  data_plane.CommitOrLeave();
+  state_->CommitOrLeave();
   for (Staged& staged : staged_) {
     if (staged.code == kHalBadRequest) continue;
     staged.before = tables.Save(staged.before.kind, staged.before.id);
@@ -452,7 +507,7 @@ void Session::CommitOneByOne() {
     state_->Log(LogLevel::kWarning, std::string(OperationName(staged.request.operation)) + ' ' +
                                         std::to_string(staged.request.id) + ": " + *refusal);
     tables.Restore(staged.before);
-    data_plane.CommitOrLeave();
+    state_->CommitOrLeave();
     staged.code = kHalKernelRefused;
     staged.reason = *refusal;
   }
@@ -615,8 +670,20 @@ void Session::OnDeadline() {
   Refuse("no byte sent or received for " + std::to_string(limit.count()) + " ms");
 }
 
+// A state that is not in order may be out of date: the request may have mended it.
+void Session::NoteOutcome(HalReturnCode code) {
+  if (code != kHalSuccess) return;
+  const HalKind kind = KindOf(request_.operation);
+  if (ActionOf(request_.operation) == HalAction::kDestroy) {
+    state_->object_states.Remove(kind, request_.id);
+  } else if (state_->object_states.TellAgain(kind, request_.id) && state_->watch != nullptr) {
+    state_->watch->CheckSoon();
+  }
+}
+
 void Session::Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence,
                      HalReturnCode code, std::string_view reason) {
+  NoteOutcome(code);
   TellResult(code, reason);
   ++state_->results[code];
   const ResultPayload result = ResultOf(code, reason, fate.due);

@@ -21,6 +21,7 @@
 #include "reference/hal/hal_tables.h"
 #include "reference/server/hal_server.h"
 #include "reference/server/late_answers.h"
+#include "reference/server/object_states.h"
 #include "reference/server/server_faults.h"
 #include "reference/wire/frame.h"
 #include "wire.pb.h"
@@ -45,8 +46,12 @@ struct ServerState {
   /// Removes some of what the reinstall has not named, from the tables and the data plane. Returns
   /// whether nothing is left.
   bool EndReinstallInPart();
+  /// Makes the data plane's changes that cannot be undone.
+  void CommitOrLeave() const;
   /// Changes the writer; 0 for none.
   void SetWriter(std::uint64_t session);
+  /// Tells the writer, if there is one, what it does not know of `object_states` yet.
+  void TellObjectStates() const;
   /// Closes every session.
   void CloseSessions() const;
   /// Does what a restart of the process would do, or really ends the process.
@@ -63,6 +68,10 @@ struct ServerState {
   std::uint64_t refused_connections = 0;
   /// Null without a data plane.
   std::unique_ptr<DataPlaneWatch> watch;
+  ObjectStates object_states;
+  /// When the objects recover that a fault has broken.
+  std::map<std::uint64_t, boost::asio::steady_timer> recoveries;
+  std::uint64_t last_recovery = 0;
   /// Null if the tables stay forever.
   std::unique_ptr<AbandonedTables> abandoned_tables;
   /// Number of table readings in progress.
@@ -99,6 +108,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void Start();
   /// Closes the connection immediately. Nothing is handled or logged afterwards.
   void Close();
+  /// Tells the client about objects whose state has changed, as far as it can be told now.
+  void TellObjectStates();
 
  private:
   // A table reading in progress.
@@ -151,6 +162,11 @@ class Session : public std::enable_shared_from_this<Session> {
   void CommitStaged();
   // After a refusal: finds the refused requests.
   void CommitOneByOne();
+  // Makes the object states follow the result of `request_`.
+  void NoteOutcome(HalReturnCode code);
+  // Appends what the client does not know of the object states, unless the results before it are
+  // late, or too much waits for the client.
+  void AppendObjectStates();
   void Answer(const ServerFaults::RequestFate& fate, std::uint32_t sequence, HalReturnCode code,
               std::string_view reason = {});
   void OnBeginReinstall();
@@ -182,6 +198,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnDeadline();
 
   // Only used with faults.
+  void BreakObject(HalReturnCode code, std::chrono::milliseconds time);
   void SendLate(ServerFaults::Time due, std::uint32_t rank, std::string answer);
   void WaitForLate();
 
@@ -194,6 +211,8 @@ class Session : public std::enable_shared_from_this<Session> {
   bool greeted_ = false;
   // Whether the client understands reasons in results.
   bool takes_reasons_ = false;
+  // Whether it understands object states.
+  bool takes_object_states_ = false;
   // In quotes and safe to print.
   std::string program_;
   // Whether a reinstall that this session began is open.

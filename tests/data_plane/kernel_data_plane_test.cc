@@ -107,6 +107,23 @@ TEST_F(KernelDataPlaneTest, TheKernelFollowsTheTables) {
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(11, 9))), kHalNoInterface);
 }
 
+TEST_F(KernelDataPlaneTest, ARepairThatFailsNamesTheBrokenEntries) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallHost, Neighbour(20, 10))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  mtus_ = {{"eth0", 1500}, {"eth1", 1500}, {"zd10", 1500}};
+  EXPECT_EQ(kernel_.Write(RemoveNexthop{20}), std::nullopt);
+  refuses_ = [] { return true; };
+  const Repair failed = data_plane_.MakeAsWanted();
+  EXPECT_THAT(failed.refusals, ElementsAre("out of memory"));
+  EXPECT_THAT(failed.broken,
+              ElementsAre(HalObjectState{HalKind::kHost, 20, kHalKernelRefused, "out of memory"}));
+  refuses_ = nullptr;
+  const Repair repaired = data_plane_.MakeAsWanted();
+  EXPECT_EQ(repaired.differences, 1U);
+  EXPECT_THAT(repaired.broken, IsEmpty());
+}
+
 TEST_F(KernelDataPlaneTest, TheFirstRefusalIsTheReason) {
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
   int change = 0;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -46,9 +47,10 @@ class FakeDataPlane : public DataPlane {
     return std::nullopt;
   }
 
-  void CommitOrLeave() override {
+  bool CommitOrLeave() override {
     calls_.emplace_back("commit or leave");
     stored_.clear();
+    return leaves_nothing_;
   }
 
   bool RemoveLeftovers(std::size_t /*limit*/) override {
@@ -66,12 +68,16 @@ class FakeDataPlane : public DataPlane {
   }
 
   Repair MakeAsWanted() override {
+    const std::lock_guard lock(repair_mutex_);
     ++repairs_;
     return repair_;
   }
 
-  /// `MakeAsWanted` returns this. Before the server starts.
-  void set_repair(Repair repair) { repair_ = std::move(repair); }
+  /// `MakeAsWanted` returns this from now on. May be called on any thread.
+  void SetRepair(Repair repair) {
+    const std::lock_guard lock(repair_mutex_);
+    repair_ = std::move(repair);
+  }
   /// Not owned. Each of its bytes is a change.
   void set_change_fd(int fd) { change_fd_ = fd; }
   /// Whether changes concern the data plane's objects.
@@ -87,6 +93,9 @@ class FakeDataPlane : public DataPlane {
   void RefuseToStore(const std::string& name, HalReturnCode code) { codes_[name] = code; }
   /// `Commit` fails with "vlan 10".
   void RefuseToCommit(const std::string& name) { refused_.insert(name); }
+
+  /// `CommitOrLeave` returns false from now on. Before the server starts.
+  void LeaveSomething() { leaves_nothing_ = false; }
 
   /// "store vlan 10", "remove vlan 10", "commit", "commit or leave", since the last call.
   std::vector<std::string> TakeCalls() { return std::exchange(calls_, {}); }
@@ -104,7 +113,9 @@ class FakeDataPlane : public DataPlane {
   std::vector<std::string> calls_;
   std::map<std::string, std::string> entries_;
   int leftover_parts_ = 0;
+  bool leaves_nothing_ = true;
   std::uint64_t writes_ = 0;
+  std::mutex repair_mutex_;
   Repair repair_;
   int change_fd_ = -1;
   std::atomic<bool> concerned_{true};

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -71,8 +72,10 @@ class DataPlaneWatchTest : public testing::Test {
   }
 
   void Watch(seconds audit = seconds(0)) {
-    watch_.emplace(&io_, &data_plane_, audit,
-                   [this](LogLevel, const std::string& line) { lines_.push_back(line); });
+    watch_.emplace(
+        &io_, &data_plane_, audit,
+        [this](LogLevel, const std::string& line) { lines_.push_back(line); },
+        [this](const std::vector<HalObjectState>& broken) { broken_ = broken; });
   }
 
   void Change() { EXPECT_EQ(write(pipe_[1], "x", 1), 1); }
@@ -92,11 +95,13 @@ class DataPlaneWatchTest : public testing::Test {
   std::array<int, 2> pipe_{};
   FakeDataPlane data_plane_;
   std::vector<std::string> lines_;
+  // The last report.
+  std::vector<HalObjectState> broken_;
   std::optional<DataPlaneWatch> watch_;
 };
 
 TEST_F(DataPlaneWatchTest, AChangeLeadsToARepair) {
-  data_plane_.set_repair({2, "zd10 missing, next hop 10 missing", {}});
+  data_plane_.SetRepair({2, "zd10 missing, next hop 10 missing", {}});
   Watch();
   Change();
   EXPECT_TRUE(RunUntilRepairs(1));
@@ -118,13 +123,39 @@ TEST_F(DataPlaneWatchTest, OneRepairIsEnoughForAllChangesBeforeIt) {
 }
 
 TEST_F(DataPlaneWatchTest, LogsWhatItCannotRepair) {
-  data_plane_.set_repair({1, "zd10 missing", {"there is no device eth2", "no such device"}});
+  data_plane_.SetRepair({1, "zd10 missing", {"there is no device eth2", "no such device"}});
   Watch();
   Change();
   EXPECT_TRUE(RunUntilRepairs(1));
   EXPECT_THAT(lines_,
               ElementsAre("the hardware differed from the tables in 1 object: zd10 missing; "
                           "cannot repair all: there is no device eth2"));
+}
+
+TEST_F(DataPlaneWatchTest, ReportsAfterEachCheckWhatIsBroken) {
+  const HalObjectState host{HalKind::kHost, 20, kHalNoInterface, "there is no device eth2"};
+  data_plane_.SetRepair({1, "zd10 missing", {"there is no device eth2"}, {host}});
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(1));
+  EXPECT_THAT(broken_, ElementsAre(host));
+  data_plane_.SetRepair({});
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  EXPECT_THAT(broken_, IsEmpty());
+}
+
+// The kernel does not notify of the end of what made it refuse.
+TEST_F(DataPlaneWatchTest, TriesAgainWhatItCouldNotRepair) {
+  data_plane_.SetRepair({1, "zd10 missing", {"no memory"}});
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  data_plane_.SetRepair({});
+  EXPECT_TRUE(RunUntilRepairs(3));
+  const int repairs = data_plane_.repairs();
+  io_.run_for(milliseconds(1'500));
+  EXPECT_EQ(data_plane_.repairs(), repairs);
 }
 
 TEST_F(DataPlaneWatchTest, LogsNothingWhenNothingDiffers) {
@@ -147,7 +178,7 @@ TEST_F(DataPlaneWatchTest, ChangesOfOthersLeadToNothing) {
 }
 
 TEST_F(DataPlaneWatchTest, LogsALineAMinuteAtMost) {
-  data_plane_.set_repair({1, "zd10 missing", {}});
+  data_plane_.SetRepair({1, "zd10 missing", {}});
   Watch();
   for (int repair = 1; repair <= 3; ++repair) {
     Change();
@@ -158,7 +189,7 @@ TEST_F(DataPlaneWatchTest, LogsALineAMinuteAtMost) {
 }
 
 TEST_F(DataPlaneWatchTest, AProgramThatKeepsChangingCostsLittle) {
-  data_plane_.set_repair({1, "zd10 missing", {}});
+  data_plane_.SetRepair({1, "zd10 missing", {}});
   Watch();
   const auto begin = steady_clock::now();
   while (steady_clock::now() < begin + seconds(1)) {
@@ -179,6 +210,17 @@ TEST_F(DataPlaneWatchTest, WithoutADescriptorOnlyTheAuditRepairs) {
   data_plane_.set_change_fd(-1);
   Watch(seconds(1));
   EXPECT_TRUE(RunUntilRepairs(1));
+}
+
+TEST_F(DataPlaneWatchTest, DoesNothingAfterItsEnd) {
+  Watch();
+  watch_->CheckSoon();
+  // Both timers have expired by the time that the handlers run, this one first.
+  boost::asio::steady_timer end(io_, steady_clock::now() - milliseconds(1));
+  end.async_wait([this](const boost::system::error_code&) { watch_.reset(); });
+  std::this_thread::sleep_for(milliseconds(5));
+  io_.run_for(milliseconds(50));
+  EXPECT_EQ(data_plane_.repairs(), 0);
 }
 
 TEST_F(DataPlaneWatchTest, LeavesTheDescriptorOpen) {

@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "f:2:9: unknown what \"explode\"; use one of: refuse, close-on-accept, "
                 "one-byte-writes, slow-reads, answer, table-full, close-before, close-after, "
                 "crash-before, crash-after, cut-in-header, cut-in-body, delay, reorder, duplicate, "
-                "swallow, stray, pause, stall"},
+                "swallow, stray, pause, stall, object-state"},
         BadFile{"MissingNumber", "\nfault { what: \"delay\" }",
                 "f:2:1: what: \"delay\" has no ms; add ms: N"},
         BadFile{"UselessNumber", "fault { what: \"swallow\" ms: 5 }",
@@ -106,7 +106,8 @@ TEST(ParseFaultFile, AcceptsEveryWord) {
                                  "swallow\"",
                                  "stray\"",
                                  "pause\" ms: 1",
-                                 "stall\" ms: 1"}) {
+                                 "stall\" ms: 1",
+                                 "object-state\" code: 9 ms: 1"}) {
     EXPECT_THAT(Errors(ParseFaultFile("fault { what: \"" + text + " }", {})), ElementsAre())
         << text;
   }
