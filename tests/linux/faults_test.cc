@@ -617,5 +617,72 @@ TEST_F(FaultsTest, TheManagerExplainsWithTheKernelsErrorText) {
   EXPECT_THAT(json.out, HasSubstr("\"next hop 102\": \"as wanted\""));
 }
 
+/// Both programs, with a device that comes and goes.
+class UnpluggedTest : public FaultsTest {
+ protected:
+  void SetUp() override {
+    FaultsTest::SetUp();
+    if (IsSkipped()) return;
+    server_.reset();
+    site_ = files_.Write("site", R"(
+        interface { name: "eth2" lim_id: 1 type: 1 ifindex: 1 }
+        vlan { id: 10 name: "port" interface: "eth2" source_mac: "02:00:00:00:01:01" }
+        host { id: 101 name: "a" interface: "eth2" mac: "02:00:00:00:02:01" ip: "192.0.2.1"
+               vlan: "port" })");
+    hal_.emplace(std::vector<std::string>{ZUSKUX_HAL, "--socket", socket_, "--data-plane", "linux",
+                                          "--interfaces", site_});
+    ASSERT_TRUE(hal_->WaitForError("listening on ")) << hal_->err();
+    manager_.emplace(std::vector<std::string>{ZUSKUX_MANAGER, site_, "--hal", "unix:" + socket_,
+                                              "--stay", "--control", control_});
+    ASSERT_TRUE(manager_->WaitForError(kSettled)) << manager_->err();
+  }
+
+  static constexpr char kSettled[] = "INFO zuskux-manager: settled: 2 objects: 2 installed";
+
+  // What the manager's command says, with its exit status.
+  std::string Ask(const std::string& command, const std::string& argument = {}) const {
+    std::vector<std::string> words = {ZUSKUX_MANAGER, command, "--control", control_};
+    if (!argument.empty()) words.push_back(argument);
+    const auto answer = Execute(words);
+    return answer.out + answer.err + "status " + std::to_string(answer.status) + '\n';
+  }
+
+  const ScratchDirectory files_{};
+  const std::string socket_ = files_.File("hal.sock");
+  const std::string control_ = files_.File("manager.sock");
+  std::string site_;
+  std::optional<Process> hal_;
+  std::optional<Process> manager_;
+};
+
+TEST_F(UnpluggedTest, TheObjectsFailUntilTheDeviceIsPluggedInAgain) {
+  const std::string before = Output("ip nexthop; ip -6 neigh show nud permanent");
+  Run("ip link del eth2");
+  ASSERT_TRUE(manager_->WaitForError("NOT settled: 2 objects: 2 failed")) << manager_->err();
+  EXPECT_EQ(Ask("explain", "host:101"),
+            "host:101 \"a\" was installed but does not work: no such interface: there is no device "
+            "eth2\nstatus 3\n");
+  EXPECT_THAT(Ask("objects", "--failed"), HasSubstr("there is no device eth2"));
+  EXPECT_THAT(Ask("status"), EndsWith("status 3\n"));
+
+  AddDevice("2");
+  ASSERT_TRUE(manager_->WaitForError(kSettled, 2)) << manager_->err();
+  EXPECT_EQ(Output("ip nexthop; ip -6 neigh show nud permanent"), before);
+  EXPECT_THAT(Ask("status"), EndsWith("status 0\n"));
+}
+
+TEST_F(UnpluggedTest, ANewManagerLearnsThatTheLinkIsDown) {
+  Run("ip link set far2 down");
+  ASSERT_TRUE(manager_->WaitForError("NOT settled: 2 objects: 2 failed")) << manager_->err();
+  manager_.reset();
+  const auto explained =
+      Execute({ZUSKUX_MANAGER, site_, "--hal", "unix:" + socket_, "--explain", "host:101"});
+  EXPECT_EQ(explained.status, 3);
+  EXPECT_EQ(explained.out,
+            "host:101 \"a\" was installed but does not work: refused by the kernel: Carrier for "
+            "nexthop device is down\n");
+  Run("ip link set far2 up");
+}
+
 }  // namespace
 }  // namespace reference

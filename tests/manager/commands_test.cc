@@ -164,7 +164,7 @@ TEST_F(CommandsTest, ShowsAndExplainsWhatFailed) {
             "host  5000  h     failed     a destination that it refers to does not exist in the "
             "HAL\n"
             "\n"
-            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
+            "failed     The HAL refused it, gave no answer, or lost it since; see REASON.\n"
             "3 objects: 1 installed, 2 failed\n");
   const Outcome host = Ask({"explain", "host:5000"});
   EXPECT_EQ(host.status, 3);
@@ -396,7 +396,7 @@ TEST_F(CommandsTest, WatchRedrawsATerminal) {
                         "host  5000  h     failed     a destination that it refers to does not "
                         "exist in the HAL\x1b[K\n"
                         "\x1b[K\n"
-                        "failed     The HAL refused the last request or gave no answer; see "
+                        "failed     The HAL refused it, gave no answer, or lost it since; see "
                         "REASON.\x1b[K\n"
                         "\x1b[J"));
   files_.Write("site", Site(1));

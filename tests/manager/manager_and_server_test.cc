@@ -281,6 +281,20 @@ TEST_F(ManagerAndServerTest, EndsAndReportsThatItIsNotInSync) {
   EXPECT_THAT(once.err, HasSubstr("NOT settled: not in sync with the HAL; "));
 }
 
+// The object breaks after its result, which said that all is well.
+TEST_F(ManagerAndServerTest, AOneShotRunReportsAnObjectThatIsBroken) {
+  StartServer({"--fault", files_.Write("faults", R"(fault { what: "object-state" of: "vlan" code: 9
+                                                             ms: 600000 })")});
+  const std::string site = files_.Write("site", kOtherSite);
+  const Outcome run = Execute(Manager({site}));
+  EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("  failed     refused by the kernel: a fault\n"));
+  // The next manager learns of it, too.
+  const Outcome next = Execute(Manager({site}));
+  EXPECT_EQ(next.status, 3) << next.err;
+  EXPECT_THAT(next.out, HasSubstr("  failed     refused by the kernel: a fault\n"));
+}
+
 // A server that carries out a request but never answers it, and answers heartbeats.
 class SilentServerTest : public ManagerAndServerTest {
  protected:

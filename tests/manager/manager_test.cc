@@ -11,6 +11,7 @@
 #include "base_encap_message.pb.h"
 #include "interface_ids/interface_table.h"
 #include "reference/manager/engine/adapters.h"
+#include "reference/manager/views/explain.h"
 #include "reference/manager/views/report.h"
 #include "tests/manager/scripted_hal.h"
 #include "tests/manager/sites.h"
@@ -366,6 +367,135 @@ TEST_F(ManagerTest, ARequestThatFoundTheQueueFullIsSentAgain) {
   EXPECT_THAT(Sent(), ElementsAre("install-vlan 11"));
   Answer("install-vlan 11");
   EXPECT_EQ(finished_, 1);
+}
+
+/// The HAL tells the state of objects after their results.
+class ManagerObjectStateTest : public ManagerTest {
+ protected:
+  void SetUp() override { Install(SiteOfAllKinds()); }
+
+  void Tell(HalKind kind, std::uint32_t id, HalReturnCode code, const std::string& reason = {}) {
+    hal_.ReportState(kind, id, code, reason);
+    Work();
+  }
+
+  std::string Explained(HalKind kind, std::uint32_t id) const {
+    return *Explain(manager_.database(), {kind, id});
+  }
+};
+
+TEST_F(ManagerObjectStateTest, ABrokenObjectHasFailedUntilItRecovers) {
+  Tell(HalKind::kHost, 20, kHalKernelRefused, "no memory");
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed refused by the kernel: no memory");
+  EXPECT_EQ(Explained(HalKind::kHost, 20),
+            "host:20 \"host-20\" was installed but does not work: refused by the kernel: no "
+            "memory\n");
+  EXPECT_EQ(Summary(manager_.database()).text(), "8 objects: 6 installed, 1 sent, 1 failed");
+  EXPECT_FALSE(manager_.settled());
+  EXPECT_TRUE(manager_.finished());
+  EXPECT_EQ(finished_, 1) << "says once that it is not settled";
+
+  Tell(HalKind::kHost, 20, kHalNoInterface, "there is no device eth2");
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed no such interface: there is no device eth2");
+  Tell(HalKind::kHost, 20, kHalSuccess);
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "installed ");
+  EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 3);
+  EXPECT_THAT(Sent(), IsEmpty()) << "nothing needs to be installed again";
+}
+
+TEST_F(ManagerObjectStateTest, AVrfIsNamedByItsNumber) {
+  Tell(HalKind::kVrf, 7, kHalKernelRefused);
+  EXPECT_EQ(StandingText(HalKind::kVrf, 1), "failed refused by the kernel");
+  EXPECT_EQ(Explained(HalKind::kVrf, 1),
+            "vrf:1 \"vrf-1\" was installed but does not work: refused by the kernel\n");
+  Tell(HalKind::kVrf, 7, kHalSuccess);
+  EXPECT_EQ(StandingText(HalKind::kVrf, 1), "sent ");
+}
+
+TEST_F(ManagerObjectStateTest, AnUnknownObjectIsIgnored) {
+  Tell(HalKind::kHost, 999, kHalKernelRefused);
+  Tell(HalKind::kVrf, 999, kHalKernelRefused);
+  Tell(HalKind::kHost, 20, kHalSuccess);
+  EXPECT_TRUE(manager_.settled());
+}
+
+// The state was told before the HAL carried out the request.
+TEST_F(ManagerObjectStateTest, ARequestInFlightDecides) {
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+  Tell(HalKind::kVlan, 10, kHalKernelRefused);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kPending);
+  Answer("replace-vlan 10");
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kInstalled);
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerObjectStateTest, AStateThatFollowsTheResultHolds) {
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  hal_.Answer("replace-vlan 10", kHalSuccess);
+  hal_.ReportState(HalKind::kVlan, 10, kHalKernelRefused);
+  Work();
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kFailed);
+}
+
+// The recovery crosses the request: the result of the request says the same.
+TEST_F(ManagerObjectStateTest, ARecoveryThatCrossesARequestIsIgnored) {
+  Tell(HalKind::kVlan, 10, kHalKernelRefused);
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kPending);
+  Tell(HalKind::kVlan, 10, kHalSuccess);
+  EXPECT_EQ(StandingOf(HalKind::kVlan, 10), Standing::kPending);
+  Answer("replace-vlan 10", kHalNotSupported);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed not supported");
+}
+
+// Only a request can mend what a request has failed to do.
+TEST_F(ManagerObjectStateTest, ARefusedRequestStaysRefused) {
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  Answer("replace-vlan 10", kHalNotSupported);
+  Tell(HalKind::kVlan, 10, kHalKernelRefused, "no memory");
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed not supported");
+  Tell(HalKind::kVlan, 10, kHalSuccess);
+  EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed not supported");
+}
+
+TEST_F(ManagerObjectStateTest, AnObjectThatIsBeingRemovedIsIgnored) {
+  Site site = SiteOfAllKinds();
+  site.ecmps.clear();
+  Apply(site);
+  EXPECT_THAT(Sent(), ElementsAre("destroy-ecmp 30"));
+  Tell(HalKind::kEcmp, 30, kHalKernelRefused);
+  Answer("destroy-ecmp 30");
+  Tell(HalKind::kEcmp, 30, kHalKernelRefused);
+  EXPECT_EQ(StandingOf(HalKind::kEcmp, 30), Standing::kRemoved);
+  EXPECT_TRUE(manager_.settled());
+}
+
+// A state from before the reinstall says nothing about the result in it.
+TEST_F(ManagerObjectStateTest, AReinstallStartsOver) {
+  Tell(HalKind::kHost, 20, kHalKernelRefused);
+  hal_.FindServer();
+  hal_.ReportState(HalKind::kHost, 21, kHalKernelRefused);
+  Work();
+  EXPECT_EQ(StandingOf(HalKind::kHost, 20), Standing::kPending);
+  AnswerAll();
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerObjectStateTest, ALostServerLeavesTheLastKnownState) {
+  Tell(HalKind::kHost, 20, kHalKernelRefused);
+  hal_.LoseServer();
+  Work();
+  EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed refused by the kernel");
 }
 
 struct LossCase {

@@ -82,7 +82,7 @@ TEST(ManagerProgramTest, FailsWhenAnObjectFailed) {
             "\n"
             "installed  The HAL has confirmed that it holds the object.\n"
             "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
-            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
+            "failed     The HAL refused it, gave no answer, or lost it since; see REASON.\n"
             "4 objects: 1 installed, 1 sent, 2 failed\n");
 }
 
@@ -160,7 +160,7 @@ TEST(ManagerProgramTest, AVrfIsTriedAgainAfterARemovalOrFails) {
             "vrf   2   blue  failed     table full\n"
             "\n"
             "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
-            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
+            "failed     The HAL refused it, gave no answer, or lost it since; see REASON.\n"
             "2 objects: 1 sent, 1 failed\n");
 }
 

@@ -87,7 +87,7 @@ TEST_F(ReportTest, Table) {
             "installed  The HAL has confirmed that it holds the object.\n"
             "inactive   The HAL holds it, but it drops packets: it has no active neighbor.\n"
             "sent       The HAL has accepted the request; a VRF gets no other confirmation.\n"
-            "failed     The HAL refused the last request or gave no answer; see REASON.\n"
+            "failed     The HAL refused it, gave no answer, or lost it since; see REASON.\n"
             "9 objects: 2 installed, 1 inactive, 1 sent, 5 failed\n");
 }
 

@@ -41,6 +41,12 @@ class ScriptedHal : public HalConnection {
   /// Reports a result that belongs to no request.
   void Report(HalOperation operation, std::uint32_t id, HalReturnCode code);
 
+  /// Reports the state of an object.
+  void ReportState(HalKind kind, std::uint32_t id, HalReturnCode code,
+                   const std::string& reason = {}) {
+    reports_.object_state({kind, id, code, reason});
+  }
+
   /// Limits how many requests may be in flight.
   void SetRoom(std::size_t room) { room_ = room; }
   /// Reports that there is room again, if the manager waits for that.

@@ -211,6 +211,7 @@ void DestDatabase::UpdateVrf(Object* vrf) {
   ObjectState state = ObjectState::kRemoved;
   HalReturnCode code = kHalSuccess;
   std::string reason;
+  bool broken = false;
   auto& numbers = numbers_of_vrf_[vrf->key.id];
   for (auto number = numbers.begin(); number != numbers.end();) {
     const Object& entry = vrf_entries_.at({HalKind::kVrf, *number});
@@ -227,10 +228,12 @@ void DestDatabase::UpdateVrf(Object* vrf) {
       state = entry.state();
       code = entry.code;
       reason = entry.reason;
+      broken = entry.broken;
     }
   }
   vrf->code = code;
   vrf->reason = std::move(reason);
+  vrf->broken = broken;
   SetStateOf(vrf, state);
 }
 

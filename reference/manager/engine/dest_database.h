@@ -47,7 +47,7 @@ enum class ObjectState : std::uint8_t {
   /// Sent to the HAL, which accepted it: the end state of VRFs, for which the library has no
   /// result.
   kSent,
-  /// The last request failed; `Object::code` says why.
+  /// The last request failed, or the object is broken; `Object::code` says why.
   kFailed,
   kRemoved,
 };
@@ -78,9 +78,12 @@ struct Object {
   bool wanted = true;
 
   Presence presence = Presence::kAbsent;
-  /// The code of the last result, and the HAL's reason for it, which may be empty.
+  /// The code of the last result or, if `broken`, of the state that the HAL has told since. The
+  /// HAL's reason for it may be empty.
   HalReturnCode code = kHalSuccess;
   std::string reason;
+  /// The HAL has accepted it, but has told since that it does not forward for it.
+  bool broken = false;
   /// The request in flight, at most one.
   std::optional<HalAction> outstanding;
   /// Whether another request must be sent, once the outstanding one has its result.

@@ -32,6 +32,11 @@ std::optional<HalAction> NextAction(const Object& object) {
   return HalAction::kDestroy;
 }
 
+// The state of an object that the HAL has accepted.
+ObjectState EndState(const Object& object) {
+  return object.key.kind == HalKind::kVrf ? ObjectState::kSent : ObjectState::kInstalled;
+}
+
 }  // namespace
 
 Manager::Manager(boost::asio::io_context* io, ManagerEvents events)
@@ -64,6 +69,7 @@ void Manager::Start(HalConnection* hal) {
   };
   reports.server_lost = [this] { Put(ServerLostNotice()); };
   reports.reinstall_ended = [this](bool in_sync) { Put(ReinstallEndedNotice{in_sync}); };
+  reports.object_state = [this](const HalObjectState& state) { Put(state); };
   hal->Start(std::move(reports));
 }
 
@@ -192,6 +198,22 @@ void Manager::Handle(const ServerLostNotice& /*notice*/) {
   if (events_.connection) events_.connection(false);
 }
 
+// The result of a request that is due or in flight is newer than this.
+void Manager::Handle(const HalObjectState& state) {
+  Object* const object = database_.FindEntry({state.kind, state.id});
+  if (object == nullptr || !object->wanted || object->due || object->outstanding) return;
+  const bool in_order = state.code == kHalSuccess;
+  const bool confirmed =
+      object->state() == ObjectState::kInstalled || object->state() == ObjectState::kSent;
+  // A request that failed stays failed: only a request can change that.
+  if (in_order ? !object->broken : !object->broken && !confirmed) return;
+  object->broken = !in_order;
+  object->code = state.code;
+  object->reason = state.reason;
+  database_.SetState(object, in_order ? EndState(*object) : ObjectState::kFailed);
+  busy_ = true;
+}
+
 // The reinstall that follows the next server-found report sends whatever is due.
 void Manager::LoseServer() {
   server_found_ = false;
@@ -242,6 +264,7 @@ void Manager::EndReinstall() {
 void Manager::MarkDue(Object* object) {
   if (!object->due && !object->outstanding) ++remaining_;
   object->due = true;
+  object->broken = false;
   database_.SetState(object, ObjectState::kPending);
   if (object->outstanding) return;
   queue_.Add(object);
@@ -333,12 +356,8 @@ void Manager::Succeeded(Object* object, HalAction action) {
     return;
   }
   object->presence = Presence::kPresent;
-  if (object->key.kind == HalKind::kVrf) {
-    database_.SetState(object, ObjectState::kSent);
-  } else {
-    database_.SetState(object, ObjectState::kInstalled);
-    RetryDependentsOf(object->key.id);
-  }
+  database_.SetState(object, EndState(*object));
+  if (object->key.kind != HalKind::kVrf) RetryDependentsOf(object->key.id);
 }
 
 void Manager::Failed(Object* object, HalAction action) {

@@ -145,9 +145,9 @@ class Manager : private NotificationSink {
   };
   struct ServerLostNotice {};
   struct RoomNotice {};
-  using Notification =
-      std::variant<HalResult, VrfResult, ServerFoundNotice, ReinstallNotice,
-                   EverythingAskedForNotice, ReinstallEndedNotice, ServerLostNotice, RoomNotice>;
+  using Notification = std::variant<HalResult, VrfResult, ServerFoundNotice, ReinstallNotice,
+                                    EverythingAskedForNotice, ReinstallEndedNotice,
+                                    ServerLostNotice, RoomNotice, HalObjectState>;
 
   // On the HAL's thread.
   void OnResult(const HalResult& result) override;
@@ -166,6 +166,7 @@ class Manager : private NotificationSink {
   void Handle(const ReinstallEndedNotice& notice);
   void Handle(const ServerLostNotice& notice);
   void Handle(const RoomNotice& /*notice*/) {}
+  void Handle(const HalObjectState& state);
 
   void BeginReinstall();
   void MarkForReinstall(Object* object);

@@ -20,7 +20,7 @@ std::string Verdict(const Object& object) {
     case Standing::kSent:
       return "was sent; the HAL has accepted it";
     case Standing::kFailed:
-      return "failed: " + ReasonOf(object);
+      return (object.broken ? "was installed but does not work: " : "failed: ") + ReasonOf(object);
     case Standing::kRemoved:
       break;
   }

@@ -26,7 +26,7 @@ constexpr std::array<StandingText, kStandings> kStandingTexts = {{
     {"installed", "The HAL has confirmed that it holds the object."},
     {"inactive", "The HAL holds it, but it drops packets: it has no active neighbor."},
     {"sent", "The HAL has accepted the request; a VRF gets no other confirmation."},
-    {"failed", "The HAL refused the last request or gave no answer; see REASON."},
+    {"failed", "The HAL refused it, gave no answer, or lost it since; see REASON."},
     {"removed", "The site no longer has the object, and neither has the HAL."},
 }};
 
