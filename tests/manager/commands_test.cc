@@ -300,6 +300,22 @@ TEST_F(CommandsTest, AuditShowsEveryDifference) {
   EXPECT_EQ(audit.err, "");
 }
 
+// The server refuses the third request of a VLAN, and those that follow.
+TEST_F(CommandsTest, AuditShowsWhatCouldNotBeRemoved) {
+  StartServer(R"(fault { what: "answer" of: "vlan" code: 7 nth: 3 times: 100 })");
+  const std::string ten =
+      "interface { name: \"eth0\" lim_id: 1 }\nvlan { id: 10 name: \"v10\" interface: \"eth0\" }\n";
+  Start(ten + "vlan { id: 11 name: \"v11\" interface: \"eth0\" }\n", {"--hal", "unix:" + socket()});
+  files_.Write("site", ten);
+  ASSERT_EQ(Ask({"reload"}).status, 0);
+  ASSERT_TRUE(manager_->WaitForError("settled: 2 objects: 1 installed, 1 failed\n"));
+  const Outcome audit = Ask({"audit"});
+  EXPECT_EQ(audit.status, 3);
+  EXPECT_EQ(audit.out,
+            "unknown  vlan 11\n"
+            "1 entries in the manager, 2 in the HAL, 1 difference\n");
+}
+
 TEST_F(CommandsTest, AuditSaysThatTheManagerIsAtWork) {
   StartServer(R"(fault { what: "swallow" of: "vlan" nth: 2 times: 100 })");
   Start(Site(1), {"--hal", "unix:" + socket()});

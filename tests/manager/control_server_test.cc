@@ -14,6 +14,7 @@
 #include <boost/system/system_error.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -71,6 +72,12 @@ class ControlServerTest : public ::testing::Test {
         [&closed](const boost::system::error_code&, std::size_t) { closed = true; });
     RunUntil([&closed] { return closed; });
     return text;
+  }
+
+  // Serves a command until it ends, within bounds. Returns its exit status.
+  int End(Process* command) {
+    for (int i = 0; i < 6000 && command->Runs(); ++i) io_.run_one_for(milliseconds(10));
+    return command->Wait();
   }
 
   const ScratchDirectory files_{};
@@ -171,8 +178,26 @@ TEST_F(ControlServerTest, ClosesOneThatTakesTooLong) {
   EXPECT_LT(Received(&reader).size(), text.size()) << "it has not read the answer";
 }
 
+TEST_F(ControlServerTest, LimitsTheTimeOfEachPieceOnly) {
+  const milliseconds patience(1'000);
+  int pieces = 0;
+  ControlServer server(
+      &io_, path_,
+      [&](const std::string&) {
+        return [&] {
+          if (++pieces == 2) return AnswerPiece{"two\n", Next::kEnd};
+          std::this_thread::sleep_for(patience);
+          return AnswerPiece{"one\n", Next::kMore};
+        };
+      },
+      patience);
+  client_.connect(path_);
+  Send(&client_, "request\n");
+  EXPECT_EQ(Received(&client_), "one\ntwo\n");
+}
+
 TEST_F(ControlServerTest, ClosesOneWithAnEndlessRequest) {
-  ControlServer server(&io_, path_, OneLine);
+  ControlServer server(&io_, path_, OneLine, std::chrono::hours(1));
   client_.connect(path_);
   Send(&client_, std::string(ControlServer::kMaxRequest + 1, 'x'));
   EXPECT_EQ(Received(&client_), "");
@@ -194,18 +219,27 @@ TEST_F(ControlServerTest, LimitsTheNumberOfClients) {
   EXPECT_EQ(Received(&next), "next\n");
 }
 
+// The command `events`, given a manager whose events the test chooses.
+TEST_F(ControlServerTest, EventsShowsHowManyItMissedAndEscapesTheOthers) {
+  ControlServer server(&io_, path_, [](const std::string& request) {
+    EXPECT_EQ(request, R"({"request":"events"})");
+    return OneLine(R"({"missed":3})"
+                   "\n"
+                   R"({"event":"in sync\u001b[2J"})"
+                   "\n"
+                   R"({"exit_status":0})");
+  });
+  Process events({ZUSKUX_MANAGER, "events", "--control", path_});
+  EXPECT_EQ(End(&events), 0);
+  EXPECT_EQ(events.out(), "missed 3 events\nin sync\\x1b[2J\n");
+}
+
 // The command `watch`, given a manager whose status the test chooses.
 class WatchTest : public ControlServerTest {
  protected:
   static std::string Status(const std::string& installed) {
     return R"({"status":{"settled":true,"summary":{"pending":0,"installed":)" + installed +
            R"(,"inactive":0,"sent":0,"failed":0,"removed":0}},"exit_status":0})";
-  }
-
-  // Serves the command until it ends, within bounds. Returns its exit status.
-  int End(Process* watch) {
-    for (int i = 0; i < 6000 && watch->Runs(); ++i) io_.run_one_for(milliseconds(10));
-    return watch->Wait();
   }
 
   const std::vector<std::string> words_ = {ZUSKUX_MANAGER, "watch", "--control", path_};
@@ -291,6 +325,22 @@ TEST_F(ControlClientTest, GivesUpOnASilentManager) {
         AskManager(path_, {{"request", "x"}});
       },
       ThrowsMessage<std::runtime_error>(HasSubstr("no answer: Connection timed out")));
+}
+
+// With ZUSKUX_LONG_TESTS=1, the lines take longer altogether than the client waits for each.
+TEST_F(ControlClientTest, WaitsForEachLine) {
+  const milliseconds pause(std::getenv("ZUSKUX_LONG_TESTS") != nullptr ? 4'000 : 4);
+  boost::asio::local::stream_protocol::acceptor acceptor(
+      io_, boost::asio::local::stream_protocol::endpoint(path_));
+  std::thread manager([&] {
+    Socket client = acceptor.accept();
+    for (const std::string line : {"{}\n", "{}\n", "{}\n", "{\"exit_status\":3}\n"}) {
+      std::this_thread::sleep_for(pause);
+      Send(&client, line);
+    }
+  });
+  EXPECT_EQ(AskManager(path_, {{"request", "x"}})["exit_status"], 3);
+  manager.join();
 }
 
 TEST_F(ControlClientTest, FailsIfNobodyListens) {

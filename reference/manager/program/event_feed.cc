@@ -23,7 +23,7 @@ struct EventFeed::Queue {
 
   // After a gap, nothing is added until the client has got the number of dropped events.
   void Add(const std::string& line) {
-    if (missed != 0 || lines == kMaxQueued) {
+    if (lines == kMaxQueued) {
       ++missed;
       return;
     }
