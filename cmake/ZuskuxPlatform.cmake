@@ -65,6 +65,12 @@ function(zuskux_add_platform_folder folder)
     endif()
   endif()
   add_subdirectory(${path} ${CMAKE_BINARY_DIR}/platform/${folder})
+  get_target_property(type platform::${folder} TYPE)
+  if(type STREQUAL INTERFACE_LIBRARY AND NOT TARGET platform_${folder}_standin)
+    # The definitions are in a library that the interface names.
+    add_library(platform_${folder}_standin INTERFACE)
+    target_link_libraries(platform_${folder}_standin INTERFACE platform_${folder})
+  endif()
 endfunction()
 
 # zuskux_check_arguments(<function> <unknown argument>...): fails if there is any.
@@ -75,22 +81,32 @@ function(zuskux_check_arguments function)
   endif()
 endfunction()
 
-# zuskux_platform_requires(<package> [VERSION <version>] [PKG_CONFIG <module>]): finds a CMake
-# package whose imported targets a folder's DEPENDS names. find_package(zuskux) finds it again and
-# zuskux.pc requires <module>, so that host programs build with it too.
+# zuskux_platform_requires(<package> [VERSION <version>] [COMPONENTS <component>...]
+# [PKG_CONFIG <module>...]): finds a CMake package whose imported targets a folder's DEPENDS names.
+# find_package(zuskux) finds it again and zuskux.pc requires each <module>, of <version> or later, so
+# that host programs build with it too.
 #
 # A macro, because find_package sets variables for its caller.
 macro(zuskux_platform_requires package)
-  cmake_parse_arguments(ZUSKUX_REQUIRES "" "VERSION;PKG_CONFIG" "" ${ARGN})
+  cmake_parse_arguments(ZUSKUX_REQUIRES "" "VERSION" "COMPONENTS;PKG_CONFIG" ${ARGN})
   zuskux_check_arguments(zuskux_platform_requires ${ZUSKUX_REQUIRES_UNPARSED_ARGUMENTS})
-  set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
-  find_package(${package} ${ZUSKUX_REQUIRES_VERSION} REQUIRED)
-  unset(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL)
-  set_property(GLOBAL APPEND_STRING PROPERTY ZUSKUX_PLATFORM_DEPENDENCIES
-                                             "find_dependency(${package} ${ZUSKUX_REQUIRES_VERSION})\n")
-  if(ZUSKUX_REQUIRES_PKG_CONFIG)
-    set_property(GLOBAL APPEND PROPERTY ZUSKUX_PLATFORM_MODULES ${ZUSKUX_REQUIRES_PKG_CONFIG})
+  set(ZUSKUX_REQUIRES_WHAT ${package} ${ZUSKUX_REQUIRES_VERSION})
+  if(ZUSKUX_REQUIRES_COMPONENTS)
+    list(APPEND ZUSKUX_REQUIRES_WHAT COMPONENTS ${ZUSKUX_REQUIRES_COMPONENTS})
   endif()
+  set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
+  find_package(${ZUSKUX_REQUIRES_WHAT} REQUIRED)
+  unset(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL)
+  list(JOIN ZUSKUX_REQUIRES_WHAT " " ZUSKUX_REQUIRES_WHAT)
+  set_property(GLOBAL APPEND_STRING PROPERTY ZUSKUX_PLATFORM_DEPENDENCIES
+                                             "find_dependency(${ZUSKUX_REQUIRES_WHAT})\n")
+  if(ZUSKUX_REQUIRES_VERSION)
+    # Of a range, the lowest.
+    string(REGEX REPLACE "^([0-9.]*[0-9]).*" " >= \\1" ZUSKUX_REQUIRES_VERSION
+           ${ZUSKUX_REQUIRES_VERSION})
+    list(TRANSFORM ZUSKUX_REQUIRES_PKG_CONFIG APPEND ${ZUSKUX_REQUIRES_VERSION})
+  endif()
+  set_property(GLOBAL APPEND PROPERTY ZUSKUX_PLATFORM_MODULES ${ZUSKUX_REQUIRES_PKG_CONFIG})
 endmacro()
 
 # zuskux_platform_interface(<folder> [DEPENDS <target>...]): defines the interface of the folder.
@@ -145,11 +161,14 @@ function(zuskux_platform_schema target proto)
   zuskux_install_schema(platform_${target} ${folder}/${proto} ${generated}/${name}.pb.h)
 endfunction()
 
-# zuskux_bundle_objects(<interface target> <object library>...): linking the target, directly or
-# indirectly, links the objects and what they require.
+# zuskux_bundle_objects(<interface target> <library>...): linking the target, directly or indirectly,
+# links what the libraries require and, of object libraries, the objects.
 function(zuskux_bundle_objects target)
   foreach(objects IN LISTS ARGN)
-    target_sources(${target} INTERFACE $<TARGET_OBJECTS:${objects}>)
+    get_target_property(type ${objects} TYPE)
+    if(type STREQUAL OBJECT_LIBRARY)
+      target_sources(${target} INTERFACE $<TARGET_OBJECTS:${objects}>)
+    endif()
     get_target_property(libraries ${objects} INTERFACE_LINK_LIBRARIES)
     list(FILTER libraries EXCLUDE REGEX LINK_ONLY)
     target_link_libraries(${target} INTERFACE ${libraries})

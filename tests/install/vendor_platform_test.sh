@@ -24,7 +24,7 @@ fail() {
 
 configure() {
   (cd "$source" && cmake --preset vendor -B "$build" -DCMAKE_CXX_COMPILER="${CXX:-g++}" \
-    -DZUSKUX_BUILD_TESTS=OFF -DCMAKE_PREFIX_PATH="$package" "$@") >"$work/log" 2>&1
+    -DCMAKE_CXX_FLAGS_RELEASE= -DCMAKE_PREFIX_PATH="$package" "$@") >"$work/log" 2>&1
 }
 
 # refuses FOLDER TEXT: checks that the configuration fails with TEXT.
@@ -52,22 +52,27 @@ refuses_line 'zuskux_platform_interface(interface_id)' \
   'zuskux_platform_interface(interface_id) is in the folder interface_ids'
 refuses_line 'zuskux_platform_interface(interface_ids vendor::ids)' \
   'zuskux_platform_interface does not take "vendor::ids"'
-refuses_line 'zuskux_platform_requires(Threads COMPONENTS ids)' \
-  'zuskux_platform_requires does not take "COMPONENTS ids"'
+refuses_line 'zuskux_platform_requires(Threads MODULE ids)' \
+  'zuskux_platform_requires does not take "MODULE ids"'
 
 # The vendor's package: headers and an imported target, which is a library with definitions.
 mkdir -p "$package/include/vendor_ids" "$package/lib/cmake/vendor_ids" "$package/lib/pkgconfig"
 echo 'using VendorIndex = unsigned int;' >"$package/include/vendor_ids/index.h"
 cat >"$package/lib/cmake/vendor_ids/vendor_ids-config.cmake" <<'END'
+if(NOT vendor_ids_FIND_COMPONENTS STREQUAL ids)
+  set(vendor_ids_FOUND OFF)
+endif()
 add_library(vendor::ids SHARED IMPORTED)
 set_target_properties(vendor::ids PROPERTIES
   IMPORTED_LOCATION ${CMAKE_CURRENT_LIST_DIR}/../../libvendor_ids.so
   INTERFACE_INCLUDE_DIRECTORIES ${CMAKE_CURRENT_LIST_DIR}/../../../include)
 END
+echo 'set(PACKAGE_VERSION 2.1)
+set(PACKAGE_VERSION_EXACT ON)' >"$package/lib/cmake/vendor_ids/vendor_ids-config-version.cmake"
 cat >"$package/lib/pkgconfig/vendor_ids.pc" <<'END'
 Name: vendor_ids
 Description: The vendor's interface ids
-Version: 1
+Version: 2.1
 Cflags: -I${pcfiledir}/../../include
 Libs: -L${pcfiledir}/.. -lvendor_ids
 END
@@ -75,7 +80,7 @@ END
 cp -r "$source/examples/vendor_platform" "$platform"
 mkdir "$platform/interface_ids/detail"
 cat >"$platform/interface_ids/CMakeLists.txt" <<'END'
-zuskux_platform_requires(vendor_ids PKG_CONFIG vendor_ids)
+zuskux_platform_requires(vendor_ids VERSION 2.1 COMPONENTS ids PKG_CONFIG vendor_ids)
 zuskux_platform_interface(interface_ids DEPENDS vendor::ids)
 END
 echo '#include <vendor_ids/index.h>' >"$platform/interface_ids/detail/index.hpp"
@@ -99,7 +104,11 @@ grep -A1 -F 'Platform: app_framework' "$work/log" |
 # Packages of this build are those of the library.
 grep -qx 'set(CPACK_COMPONENTS_ALL "runtime;development")' "$build/CPackConfig.cmake" ||
   fail "a package would be empty: $(grep COMPONENTS_ALL "$build/CPackConfig.cmake")"
-cmake --build "$build" >"$work/log" || fail "$(cat "$work/log")"
+layout_tests=(layout_test table_test virtual_tables_test)
+cmake --build "$build" --target src/all platform_{app_framework,dest_manager,hal_client}_standin \
+  "${layout_tests[@]}" >"$work/log" || fail "$(cat "$work/log")"
+ctest --test-dir "$build" --no-tests=error -R 'LayoutTest|VirtualTableTest|ResultTableTest|ClientTableTest' \
+  >"$work/log" || fail "the vendor's headers have another layout: $(cat "$work/log")"
 
 # The skeleton and the vendor's library, which the library loads, define everything except the
 # handlers, which belong to the host program.
@@ -126,6 +135,8 @@ diff -u "$source/tests/install/host_output.txt" "$work/host_output"
 
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig:$package/lib/pkgconfig
 PKG_CONFIG_PATH+=:$(dirname "$(find "$prefix" -name zuskux.pc)")
+pkg-config --print-requires zuskux >"$work/requires"
+printf '%s\n' protobuf 'vendor_ids >= 2.1' | diff -u - "$work/requires"
 read -ra cflags <<<"$(pkg-config --cflags zuskux)"
 printf '#include "interface_ids/lim_id.h"\nVendorIndex index = 0;\n' >"$work/index.cc"
 "${CXX:-g++}" -std=c++17 -fsyntax-only "${cflags[@]}" "$work/index.cc" ||
