@@ -105,7 +105,7 @@ void UnixListener::Lock() {
     lock_.emplace(file);
   } catch (const boost::system::system_error& error) {
     if (error.code() == boost::system::errc::operation_would_block) FailForListener(path_);
-    Fail(error.code().value(), "cannot lock " + file);
+    Fail(error.code().value(), "cannot lock " + file + "; choose a path in a folder of your own");
   }
 }
 
@@ -116,7 +116,8 @@ void UnixListener::RemoveStaleSocket() {
     Fail(EEXIST, path_ + " exists and is not a socket; remove it or choose another path");
   }
   // Non-blocking, because a server too busy to accept is alive too.
-  // For such a server, connect() fails with EAGAIN, which Asio reports as no_buffer_space.
+  // For such a server, connect() fails with EAGAIN, which Asio reports as no_buffer_space or, since
+  // Boost 1.83 at the latest, as success.
   stream_protocol::socket probe(acceptor_.get_executor());
   probe.open();
   probe.non_blocking(true);

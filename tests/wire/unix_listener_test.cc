@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,8 +11,8 @@
 #include <atomic>
 #include <boost/asio/error.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
-#include <boost/system/error_code.hpp>
 #include <boost/system/system_error.hpp>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
@@ -163,12 +164,16 @@ TEST_F(UnixListenerTest, LeavesAListenerThatIsTooBusyToAccept) {
   busy.bind(path);
   busy.listen(0);
   std::vector<stream_protocol::socket> waiting;
-  boost::system::error_code error;
-  while (!error && waiting.size() < 10) {
+  const stream_protocol::endpoint endpoint(path);
+  bool full = false;
+  while (!full && waiting.size() < 10) {
     waiting.emplace_back(io_, stream_protocol()).non_blocking(true);
-    waiting.back().connect(path, error);
+    // Without Asio, whose versions report this error in different ways.
+    full = connect(waiting.back().native_handle(), endpoint.data(),
+                   static_cast<socklen_t>(endpoint.size())) != 0 &&
+           errno == EAGAIN;
   }
-  ASSERT_TRUE(error);
+  ASSERT_TRUE(full);
   EXPECT_THAT(Complaint(path), StartsWith("another program listens on " + path));
 }
 
@@ -200,7 +205,8 @@ TEST_F(UnixListenerTest, RefusesToReplaceALivingServersLostSocket) {
 TEST_F(UnixListenerTest, NamesALockFileThatItCannotOpen) {
   const std::string path = folder_.Path("hal.sock");
   std::filesystem::create_symlink("elsewhere", path + ".lock");
-  EXPECT_THAT(Complaint(path), StartsWith("cannot lock " + path + ".lock"));
+  EXPECT_THAT(Complaint(path),
+              StartsWith("cannot lock " + path + ".lock; choose a path in a folder of your own: "));
   EXPECT_FALSE(Exists(path));
 }
 
