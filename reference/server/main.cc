@@ -267,8 +267,6 @@ int Serve(const HalServerOptions& options, const std::optional<HttpAddress>& htt
   boost::asio::io_context io(1);
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
   std::optional<HalServer> server(std::in_place, &io, options);
-  Say(LogLevel::kInfo,
-      "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
   std::optional<reference::HalPages> pages;
   std::optional<reference::HttpServer> http_server;
   if (http) {
@@ -279,6 +277,10 @@ int Serve(const HalServerOptions& options, const std::optional<HttpAddress>& htt
       boost::asio::post(io, std::move(function));
     };
     http_server.emplace(std::move(http_options), &*pages);
+  }
+  Say(LogLevel::kInfo,
+      "listening on " + options.path + ", generation " + reference::Hex(server->generation()));
+  if (http) {
     Say(http->local ? LogLevel::kInfo : LogLevel::kWarning, ListeningText(http_server->address()));
   }
   const reference::ServiceManager service(&io);

@@ -83,7 +83,7 @@ void MakePrintable(Json* json) {
   } else if (json->is_array()) {
     for (Json& element : *json) MakePrintable(&element);
   } else if (json->is_object()) {
-    for (auto& [name, value] : json->items()) MakePrintable(&value);
+    for (const auto& [name, value] : json->items()) MakePrintable(&value);
   }
 }
 

@@ -294,18 +294,15 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     server_->sessions_.erase(shared_from_this());
   }
 
-  // Sends the batch, unless the client has not read the one before.
+  // Sends the batch when the client has read those before, unless too many wait. After a gap,
+  // nothing is added until the client has been told.
   void Offer(const EventBatch& batch) {
-    if (writing_events_) {
+    if (missed_ != 0 || waiting_.size() == server_->options().max_batches) {
       missed_ += batch.events;
       return;
     }
-    events_ = batch.text;
-    if (missed_ != 0) {
-      events_ = std::make_shared<const std::string>(
-          server_->pages()->MissedText(std::exchange(missed_, 0)) + *batch.text);
-    }
-    WriteEvents();
+    waiting_.push_back(batch.text);
+    if (!writing_events_) WriteEvents();
   }
 
  private:
@@ -382,8 +379,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
   void Answer(const HttpRequest& request) {
     HttpAnswer answer = server_->pages()->Get(request);
     if (const auto* const response = std::get_if<HttpResponse>(&answer)) return Respond(*response);
-    if (auto* const stream = std::get_if<EventStream>(&answer)) {
-      return Follow(std::move(stream->first));
+    if (const auto* const stream = std::get_if<EventStream>(&answer)) {
+      return Follow(stream->first);
     }
     Enter(State::kAsking, server_->options().query_time);
     const auto target = parser_->get().target();
@@ -441,7 +438,7 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     });
   }
 
-  void Follow(std::string first) {
+  void Follow(const std::string& first) {
     keep_alive_ = false;
     head_response_.emplace();
     SetHead({200, "text/event-stream", {}}, version_, false, &*head_response_);
@@ -451,22 +448,31 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
     state_ = State::kFollowing;
     std::ostringstream head;
     head << head_response_->base();
-    events_ = std::make_shared<const std::string>(head.str() + first);
+    waiting_.push_back(std::make_shared<const std::string>(head.str() + first));
     server_->followers_.insert(this);
     Discard();
     WriteEvents();
   }
 
+  // Writes what waits, then what was missed.
   void WriteEvents() {
-    writing_events_ = true;
+    if (waiting_.empty() && missed_ != 0) {
+      waiting_.push_back(std::make_shared<const std::string>(
+          server_->pages()->MissedText(std::exchange(missed_, 0))));
+    }
+    writing_events_ = !waiting_.empty();
+    if (!writing_events_) {
+      error_code ignored;
+      timer_.cancel(ignored);
+      return;
+    }
     StartTimer(server_->options().write_time);
-    asio::async_write(socket_, asio::buffer(*events_),
+    asio::async_write(socket_, asio::buffer(*waiting_.front()),
                       [self = this->shared_from_this()](const error_code& error, std::size_t) {
                         if (self->state_ != State::kFollowing) return;
                         if (error) return self->Close();
-                        self->writing_events_ = false;
-                        error_code ignored;
-                        self->timer_.cancel(ignored);
+                        self->waiting_.pop_front();
+                        self->WriteEvents();
                       });
   }
 
@@ -484,7 +490,8 @@ class HttpServer::Impl::Session : public std::enable_shared_from_this<Session> {
   // Being written.
   std::optional<http::response<http::string_body>> response_;
   std::optional<http::response<http::empty_body>> head_response_;
-  std::shared_ptr<const std::string> events_;
+  // Events; the first ones are being written.
+  std::deque<std::shared_ptr<const std::string>> waiting_;
   bool writing_events_ = false;
   std::uint64_t missed_ = 0;
   std::array<char, 1024> discarded_{};

@@ -40,6 +40,8 @@ struct HttpServerOptions {
   std::function<void(std::function<void()>)> post_to_program;
 
   std::size_t max_connections = 256;
+  /// How many batches of events may wait for a client to read; it misses those beyond.
+  std::size_t max_batches = 16;
   /// How many queries may wait; requests with the same target share one.
   std::size_t max_queries = 64;
   /// How long a client may take to send a request and to read an answer or an event, how long a
@@ -86,8 +88,8 @@ class HttpServer {
   void After(std::chrono::milliseconds time, std::function<void()> function);
   /// Calls `answered` with the query's answer.
   void Ask(std::shared_ptr<Query> query, std::function<void(const HttpResponse&)> answered);
-  /// Sends the batch to all clients that follow the events. One that has not read the batch before
-  /// misses it, and is told so.
+  /// Sends the batch to all clients that follow the events. One that has too many to read misses
+  /// it, and is told so.
   void Broadcast(const EventBatch& batch);
   /// How many clients follow the events.
   std::size_t followers() const;

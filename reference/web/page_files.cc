@@ -28,7 +28,8 @@ std::string TypeOf(std::string_view name) {
 }  // namespace
 
 std::optional<HttpResponse> PageFile(const std::string& name) {
-  const std::string_view wanted = name.empty() ? "index.html" : std::string_view(name);
+  std::string_view wanted = name;
+  if (wanted.empty()) wanted = "index.html";
   for (const auto& [file, content] : kPageContents) {
     if (file == wanted) return HttpResponse{200, TypeOf(file), std::string(content)};
   }

@@ -28,7 +28,7 @@ void ChangeHistory::Ring::Add(const Change& change, std::size_t max) {
 
 ChangeHistory::ChangeHistory() { all_.since = refusals_.since = system_clock::now(); }
 
-void ChangeHistory::Add(Change change) {
+void ChangeHistory::Add(const Change& change) {
   if (change.row.standing == Standing::kFailed) refusals_.Add(change, kMaxRefusals);
   all_.Add(change, kMaxChanges);
 }

@@ -54,7 +54,7 @@ class ChangeHistory {
   /// The history begins now.
   ChangeHistory();
 
-  void Add(Change change);
+  void Add(const Change& change);
   /// Changes that were not added because there were too many.
   void Lose(std::chrono::system_clock::time_point time);
   /// Valid until the history changes.

@@ -43,8 +43,9 @@ std::set<HalKind> ReadKinds(Parameters* parameters) {
     const auto* const kind =
         std::find_if(kAllHalKinds.begin(), kAllHalKinds.end(),
                      [&name](HalKind each) { return HalKindName(each) == name; });
-    if (kind == kAllHalKinds.end())
+    if (kind == kAllHalKinds.end()) {
       throw HttpError(400, "there is no kind " + Quote(name, kMaxText));
+    }
     kinds.insert(*kind);
   }
   if (kinds.empty()) kinds.insert(kAllHalKinds.begin(), kAllHalKinds.end());
