@@ -124,7 +124,7 @@ endfunction()
 # links keep working.
 function(zuskux_install_documents)
   install(DIRECTORY docs DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS} COMPONENT development
-          FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN reference EXCLUDE)
+          FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.yml PATTERN reference EXCLUDE)
   install(FILES platform/zlog/README.md
           DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/platform/zlog COMPONENT development)
   install(DIRECTORY examples/host examples/vendor_platform
@@ -133,10 +133,12 @@ endfunction()
 
 # Installs the operator's page and the pages that it links to.
 function(zuskux_install_operator_page)
-  install(FILES docs/operating.md docs/wire_protocol.md docs/recovery.md docs/linux.md
+  install(FILES docs/operating.md docs/http.md docs/wire_protocol.md docs/recovery.md docs/linux.md
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS} COMPONENT tools)
   install(FILES docs/pictures/recovery.svg
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}/pictures COMPONENT tools)
+  install(DIRECTORY docs/prometheus DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}
+          COMPONENT tools)
 endfunction()
 
 # zuskux_install_man_page(<name> <section> <component>)
