@@ -17,7 +17,7 @@ _zuskux() {
       mapfile -t COMPREPLY < <(compgen -W 'vrf vlan host ecmp mpls' -- "$word")
       return
       ;;
-    --explain | --max-removals | --netns | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+    --explain | --max-removals | --netns | --audit | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
       return
       ;;
   esac

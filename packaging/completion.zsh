@@ -12,7 +12,7 @@ case ${words[CURRENT - 1]} in
     compadd -- linux
     return
     ;;
-  --explain | --netns | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
+  --explain | --netns | --audit | --deadline | --table-size | --restart-hal-after | --max-payload | --objects | --seed)
     return
     ;;
 esac

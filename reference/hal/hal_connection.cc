@@ -39,6 +39,10 @@ void HalReporter::ObjectStateChanged(const HalObjectState& state) const {
   if (reports_.object_state) reports_.object_state(state);
 }
 
+void HalReporter::Digests(const HalDigests& digests) const {
+  if (reports_.digests) reports_.digests(digests);
+}
+
 void HalReporter::Room() const {
   if (reports_.room) reports_.room();
 }

@@ -11,6 +11,7 @@
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_object_state.h"
 #include "reference/hal/hal_request.h"
+#include "reference/hal/hal_tables.h"
 #include "reference/hal/kinds.h"
 #include "reference/hal/latency.h"
 #include "reference/hal/request_observer.h"
@@ -46,6 +47,8 @@ struct HalReports {
   /// for the object is in flight, ignore this: the result decides, and if the state still differs
   /// from it then, another report follows the result. May be empty.
   std::function<void(const HalObjectState& state)> object_state = nullptr;
+  /// Answers `HalConnection::AskForDigests`. May be empty.
+  std::function<void(const HalDigests& digests)> digests = nullptr;
 };
 
 struct HalConnectionCounters {
@@ -88,6 +91,7 @@ class HalReporter {
   void ServerLost() const;
   void ReinstallEnded(bool in_sync) const;
   void ObjectStateChanged(const HalObjectState& state) const;
+  void Digests(const HalDigests& digests) const;
   void Room() const;
   /// Reports to the observer only.
   void Event(std::string_view line) const;
@@ -124,6 +128,12 @@ class HalConnection : public HalClientBase {
   /// Closes a reinstall: the server removes everything that no install or replace since
   /// `BeginReinstall` named. `HalReports::reinstall_ended` follows, or another server-found report.
   void EndReinstall();
+
+  /// Asks the server for the digests of its tables, as they are after all requests so far.
+  /// `HalReports::digests` follows, unless the server is lost, or a reinstall is open or its end
+  /// not answered. A connection to a HAL in the same process has nothing to compare and does not
+  /// answer.
+  virtual void AskForDigests() {}
 
   // Callable on any thread.
   virtual HalConnectionCounters counters() const = 0;

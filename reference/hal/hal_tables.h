@@ -35,6 +35,9 @@ inline bool operator==(const HalDigest& a, const HalDigest& b) {
 }
 inline bool operator!=(const HalDigest& a, const HalDigest& b) { return !(a == b); }
 
+/// One for each kind.
+using HalDigests = std::array<HalDigest, kHalKinds>;
+
 /// The hash of one entry: 64-bit FNV-1a over the id (4 bytes, little-endian) and the payload, mixed
 /// by the last step of splitmix64 so that sums of many hashes stay distinct. The same in every
 /// build.

@@ -538,8 +538,9 @@ void Session::OnBeginReinstall() {
 }
 
 void Session::OnEndReinstall(std::uint32_t sequence) {
-  if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
+  // Without a begin, the client only asks for the digests.
   if (!std::exchange(reinstalling_, false)) return AnswerEnd(sequence, 0);
+  if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
   reinstall_end_ = ReinstallEnd{sequence, state_->EntryCount()};
   ContinueReinstallEnd();
 }

@@ -113,6 +113,13 @@ bool ClientQueue::SubmitMark(FrameType mark) {
   return WakeFor(HasWork());
 }
 
+bool ClientQueue::AskForDigests() {
+  const MutexLock lock(&mutex_);
+  if (server_ != Server::kFound || open_reinstall_.number != 0 || ended_reinstall_) return false;
+  SendMark(FrameType::kEndReinstall);
+  return WakeFor(HasWork());
+}
+
 void ClientQueue::SendMark(FrameType mark) {
   ++mark_sequence_;
   mark_sequence_ &= kSequenceMask;

@@ -35,6 +35,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
 
   Submission Submit(const HalRequest& request) override;
   bool SubmitMark(FrameType mark) override;
+  bool AskForDigests() override;
   bool HasRoom() override;
   bool RequestWake() override;
   HalConnectionCounters counters() const override;

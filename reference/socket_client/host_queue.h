@@ -41,6 +41,9 @@ class HostQueue {
   virtual Submission Submit(const HalRequest& request) = 0;
   /// Queues the begin or the end of a reinstall. Returns whether to wake the connection.
   virtual bool SubmitMark(FrameType mark) = 0;
+  /// Queues the end of a reinstall that has not begun, which the server answers with its digests;
+  /// not while a reinstall is open or its end not answered. Returns whether to wake the connection.
+  virtual bool AskForDigests() = 0;
   /// Whether a request of any size would be queued. After false, the connection reports room.
   virtual bool HasRoom() = 0;
 

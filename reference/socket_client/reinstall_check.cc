@@ -68,6 +68,14 @@ void ReinstallCheck::Clear() {
   hashes_ = {};
 }
 
+HalDigests DigestsOf(const wire::TableSummary& summary) {
+  HalDigests digests;
+  for (const HalKind kind : kAllHalKinds) {
+    digests.at(static_cast<std::size_t>(kind)) = DigestOf(summary, HalKindName(kind));
+  }
+  return digests;
+}
+
 std::string SummaryText(const wire::TableSummary& summary) {
   std::string text;
   for (const HalKind kind : kAllHalKinds) {

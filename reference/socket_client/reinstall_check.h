@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "reference/hal/hal_request.h"
+#include "reference/hal/hal_tables.h"
 #include "wire.pb.h"
 
 namespace reference {
@@ -33,6 +34,9 @@ class ReinstallCheck {
   // For each kind, the hashes by id.
   std::array<std::unordered_map<std::uint32_t, std::uint64_t>, kHalKinds> hashes_;
 };
+
+/// The digest of each kind.
+HalDigests DigestsOf(const wire::TableSummary& summary);
 
 /// "vrf 2, vlan 8, host 40, ecmp 6, mpls 20 (3 removed)"
 std::string SummaryText(const wire::TableSummary& summary);

@@ -101,6 +101,7 @@ class SocketHal::Client {
   void Start(HalReporter reporter);
   HalReturnCode Submit(const HalRequest& request);
   void SubmitMark(FrameType mark);
+  void AskForDigests();
   HostQueue* queue() { return host_queue_; }
   // On any thread:
   FoundServer server() const;
@@ -236,6 +237,10 @@ FoundServer SocketHal::Client::server() const {
 
 void SocketHal::Client::SubmitMark(FrameType mark) {
   if (host_queue_->SubmitMark(mark)) Wake();
+}
+
+void SocketHal::Client::AskForDigests() {
+  if (host_queue_->AskForDigests()) Wake();
 }
 
 void SocketHal::Client::Wake() {
@@ -548,7 +553,11 @@ void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
     throw ConnectionEnd("HAL server closed, its table summary does not decode");
   }
   const auto reinstall = queue_->TakeEndedReinstall(frame.header.sequence);
-  if (!reinstall || reinstall->number == 0) return;
+  if (!reinstall) return;
+  if (reinstall->number == 0) {
+    if (!stopping_) reporter_.Digests(DigestsOf(summary));
+    return;
+  }
 
   const auto differences = reinstall_check_.End(reinstall->number, summary);
   if (!differences) {
@@ -636,6 +645,8 @@ SocketHal::~SocketHal() = default;
 void SocketHal::Start(HalReports reports) {
   client_->Start(HalReporter(std::move(reports), observer()));
 }
+
+void SocketHal::AskForDigests() { client_->AskForDigests(); }
 
 bool SocketHal::HasRoom() { return client_->queue()->HasRoom(); }
 

@@ -100,6 +100,7 @@ class SocketHal : public HalConnection {
   void Start(HalReports reports) override;
   /// After returning false, reports `room` once half of the queue is free.
   bool HasRoom() override;
+  void AskForDigests() override;
   /// `late_results` counts results for no outstanding request: late, duplicate or never asked for.
   HalConnectionCounters counters() const override;
   /// Covers everything that the server answered, including refused and late requests.

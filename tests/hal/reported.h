@@ -74,7 +74,7 @@ class Reported {
   }
 
   /// The same, plus reports without a result operation: "install-vrf 5: 0", "lost", "in sync", "not
-  /// in sync", "state vlan 5: 9 no memory".
+  /// in sync", "state vlan 5: 9 no memory", "digests vlan 2 300".
   HalReports AllReports() {
     HalReports reports = Reports();
     reports.vrf_result = [this](const HalRequest& request, HalReturnCode code) {
@@ -83,6 +83,16 @@ class Reported {
     };
     reports.server_lost = [this] { Add("lost"); };
     reports.reinstall_ended = [this](bool in_sync) { Add(in_sync ? "in sync" : "not in sync"); };
+    reports.digests = [this](const HalDigests& digests) {
+      std::string event = "digests";
+      for (const HalKind kind : kAllHalKinds) {
+        const HalDigest& digest = digests.at(static_cast<std::size_t>(kind));
+        if (digest == HalDigest()) continue;
+        event += ' ' + std::string(HalKindName(kind)) + ' ' + std::to_string(digest.count) + ' ' +
+                 std::to_string(digest.sum);
+      }
+      Add(event);
+    };
     reports.object_state = [this](const HalObjectState& state) {
       AddOutcome("state " + std::string(HalKindName(state.kind)), state.id,
                  static_cast<std::uint32_t>(state.code), state.reason);

@@ -95,6 +95,23 @@ class CommandsTest : public testing::Test {
   std::unique_ptr<Process> manager_;
 };
 
+TEST_F(CommandsTest, StatusCountsTheAudits) {
+  StartServer();
+  Start(Site(3), {"--hal", "unix:" + socket(), "--audit", "1"});
+  Json audits;
+  for (int i = 0; i < 2'000 && audits["count"] != 2; ++i) {
+    audits = Json::parse(Ask({"status", "--json"}).out)["audits"];
+  }
+  EXPECT_GE(audits["count"], 2);
+  EXPECT_EQ(audits["with_differences"], 0);
+  EXPECT_EQ(audits["last_difference"], "");
+  const Outcome status = Ask({"status"});
+  EXPECT_EQ(status.status, 0);
+  EXPECT_THAT(status.out, testing::ContainsRegex(std::string("\naudits [0-9]+, last ") + kTime +
+                                                 ", with differences 0\n"));
+  EXPECT_THAT(manager_->err(), testing::Not(HasSubstr("reinstall")));
+}
+
 TEST_F(CommandsTest, StatusFollowsTheConnection) {
   StartServer();
   Start(Site(1), {"--hal", "unix:" + socket()});
@@ -108,6 +125,7 @@ TEST_F(CommandsTest, StatusFollowsTheConnection) {
   EXPECT_EQ(json["connection"]["up"], true);
   EXPECT_EQ(json["connection"]["generation"], Tables()["generation"]);
   EXPECT_EQ(json["refused_reload"], nullptr);
+  EXPECT_EQ(json["audits"]["count"], 0);
 
   server_->Signal(SIGKILL);
   server_->Wait();

@@ -26,12 +26,16 @@ using ::testing::SizeIs;
 class ManagerTest : public ::testing::Test {
  protected:
   ManagerTest()
-      : manager_(&io_, {[this] { ++finished_; }, [this] { ++reinstalls_begun_; },
-                        [this](std::size_t objects, auto time) {
-                          reinstalled_.push_back(objects);
-                          reinstall_time_ = time;
-                        },
-                        [this](std::uint64_t results) { results_ = results; }}) {
+      : manager_(&io_,
+                 {[this] { ++finished_; }, [this] { ++reinstalls_begun_; },
+                  [this](std::size_t objects, auto time) {
+                    reinstalled_.push_back(objects);
+                    reinstall_time_ = time;
+                  },
+                  [this](std::uint64_t results) { results_ = results; }, nullptr, nullptr, nullptr,
+                  [this](const std::string& differences, bool reinstalls) {
+                    audited_.push_back(differences + (reinstalls ? "; reinstalls" : ""));
+                  }}) {
     manager_.Start(&hal_);
   }
 
@@ -101,6 +105,7 @@ class ManagerTest : public ::testing::Test {
   std::vector<std::size_t> reinstalled_;
   std::chrono::steady_clock::duration reinstall_time_{};
   std::uint64_t results_ = 0;
+  std::vector<std::string> audited_;
   Manager manager_;
   ScriptedHal hal_;
 };
@@ -496,6 +501,147 @@ TEST_F(ManagerObjectStateTest, ALostServerLeavesTheLastKnownState) {
   hal_.LoseServer();
   Work();
   EXPECT_EQ(StandingText(HalKind::kHost, 20), "failed refused by the kernel");
+}
+
+/// Audits compare what the HAL has acknowledged with the digests of its tables.
+class ManagerAuditTest : public ManagerTest {
+ protected:
+  void SetUp() override { Install(SiteOfAllKinds()); }
+
+  void Audit(const HalDigests& digests) {
+    manager_.Audit();
+    Work();
+    EXPECT_THAT(Sent(), ElementsAre("ask-for-digests"));
+    hal_.ReportDigests(digests);
+    Work();
+  }
+
+  // As if the HAL had lost a VLAN.
+  HalDigests WithoutAVlan() const {
+    HalDigests digests = hal_.Digests();
+    --digests[static_cast<std::size_t>(HalKind::kVlan)].count;
+    return digests;
+  }
+};
+
+TEST_F(ManagerAuditTest, FindsNoDifference) {
+  Audit(hal_.Digests());
+  EXPECT_THAT(audited_, ElementsAre(""));
+  EXPECT_EQ(manager_.audits(), 1U);
+  EXPECT_EQ(manager_.audits_with_differences(), 0U);
+  EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 0) << "nothing to report";
+}
+
+TEST_F(ManagerAuditTest, FollowsTheSite) {
+  Audit(hal_.Digests());
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  site.ecmps.clear();
+  site.vrfs.push_back(VrfEntry(2, 8));
+  Apply(site);
+  AnswerAll();
+  Sent();
+  Audit(hal_.Digests());
+  EXPECT_THAT(audited_, ElementsAre("", ""));
+}
+
+TEST_F(ManagerAuditTest, ADifferenceLeadsToAReinstallOnce) {
+  Audit(WithoutAVlan());
+  EXPECT_THAT(audited_, ElementsAre("vlan 2 here, 1 there; reinstalls"));
+  EXPECT_FALSE(manager_.settled());
+  AnswerAll();
+  EXPECT_TRUE(manager_.settled());
+  Sent();
+
+  HalDigests digests = WithoutAVlan();
+  ++digests[static_cast<std::size_t>(HalKind::kVlan)].count;
+  ++digests[static_cast<std::size_t>(HalKind::kHost)].sum;
+  finished_ = 0;
+  Audit(digests);
+  EXPECT_EQ(audited_.back(), "host 2 with other content");
+  EXPECT_FALSE(manager_.in_sync());
+  EXPECT_FALSE(manager_.settled());
+  EXPECT_EQ(finished_, 1) << "says that it is not settled";
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_EQ(manager_.audits(), 2U);
+  EXPECT_EQ(manager_.audits_with_differences(), 2U);
+
+  Audit(hal_.Digests());
+  EXPECT_TRUE(manager_.settled());
+  EXPECT_EQ(finished_, 2);
+}
+
+TEST_F(ManagerAuditTest, WaitsForTheWorkToEnd) {
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  Sent();
+  manager_.Audit();
+  Work();
+  EXPECT_THAT(Sent(), IsEmpty());
+  hal_.LoseServer();
+  Work();
+  manager_.Audit();
+  Work();
+  EXPECT_THAT(Sent(), IsEmpty());
+  EXPECT_THAT(audited_, IsEmpty());
+}
+
+// The digests may or may not include a request that was sent meanwhile.
+TEST_F(ManagerAuditTest, ARequestInBetweenEndsTheAudit) {
+  manager_.Audit();
+  Work();
+  EXPECT_THAT(Sent(), ElementsAre("ask-for-digests"));
+  Site site = SiteOfAllKinds();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  AnswerAll();
+  hal_.ReportDigests(WithoutAVlan());
+  Work();
+  EXPECT_THAT(audited_, IsEmpty());
+  EXPECT_TRUE(manager_.settled());
+}
+
+TEST_F(ManagerAuditTest, DigestsThatNobodyAskedForAreIgnored) {
+  hal_.ReportDigests(WithoutAVlan());
+  Work();
+  EXPECT_THAT(audited_, IsEmpty());
+  EXPECT_TRUE(manager_.settled());
+}
+
+// Reads them in steps; a site that is applied in between starts over.
+TEST_F(ManagerAuditTest, CoversAnyNumberOfObjects) {
+  constexpr std::uint32_t kVlans = 3000;
+  hal_.SetRoom(kVlans);
+  Site site;
+  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
+  Apply(site);
+  AnswerAll();
+  Sent();
+  manager_.Audit();
+  site.vlans[0].mtu = 9000;
+  Apply(site);
+  AnswerAll();
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 1"));
+  Audit(hal_.Digests());
+  EXPECT_THAT(audited_, ElementsAre(""));
+}
+
+TEST(ReinstallBackoffTest, DoublesThePauseUpToAnHour) {
+  using std::chrono::minutes;
+  ReinstallBackoff backoff;
+  ReinstallBackoff::Time now{};
+  for (const int pause : {1, 2, 4, 8, 16, 32, 60, 60}) {
+    SCOPED_TRACE(pause);
+    EXPECT_TRUE(backoff.Allow(now));
+    EXPECT_FALSE(backoff.Allow(now + minutes(pause) - std::chrono::seconds(1)));
+    backoff.InOrder(now + minutes(pause) - std::chrono::seconds(1));
+    now += minutes(pause);
+  }
+  backoff.InOrder(now);
+  EXPECT_TRUE(backoff.Allow(now));
+  EXPECT_TRUE(backoff.Allow(now + minutes(1)));
 }
 
 struct LossCase {

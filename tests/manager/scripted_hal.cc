@@ -72,6 +72,16 @@ void ScriptedHal::ReportRoom() {
   if (std::exchange(room_wanted_, false)) reports_.room();
 }
 
+HalDigests ScriptedHal::Digests() const {
+  HalDigests digests{};
+  for (const auto& [key, payload] : held_) {
+    HalDigest& digest = digests.at(static_cast<std::size_t>(key.first));
+    ++digest.count;
+    digest.sum += EntryHash(key.second, payload);
+  }
+  return digests;
+}
+
 std::vector<std::string> ScriptedHal::TakeLog() { return std::exchange(log_, {}); }
 
 HalReturnCode ScriptedHal::Submit(HalRequest request) {
@@ -89,6 +99,12 @@ HalReturnCode ScriptedHal::Submit(HalRequest request) {
 void ScriptedHal::AnswerAt(std::size_t place, HalReturnCode code) {
   const HalRequest request = outstanding_.at(place);
   outstanding_.erase(outstanding_.begin() + static_cast<std::ptrdiff_t>(place));
+  const std::pair key(KindOf(request.operation), request.id);
+  if (code == kHalSuccess && ActionOf(request.operation) == HalAction::kDestroy) {
+    held_.erase(key);
+  } else if (code == kHalSuccess) {
+    held_[key] = request.payload;
+  }
   Report(request, code);
 }
 

@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "reference/hal/hal_connection.h"
@@ -17,6 +19,7 @@ class ScriptedHal : public HalConnection {
  public:
   void Start(HalReports reports) override;
   bool HasRoom() override;
+  void AskForDigests() override { log_.emplace_back("ask-for-digests"); }
   HalConnectionCounters counters() const override { return {}; }
   HalLatencies latencies() const override { return {}; }
 
@@ -40,6 +43,10 @@ class ScriptedHal : public HalConnection {
   void Answer(const std::string& request, HalReturnCode code);
   /// Reports a result that belongs to no request.
   void Report(HalOperation operation, std::uint32_t id, HalReturnCode code);
+
+  /// The digests of what the answers so far have acknowledged.
+  HalDigests Digests() const;
+  void ReportDigests(const HalDigests& digests) { reports_.digests(digests); }
 
   /// Reports the state of an object.
   void ReportState(HalKind kind, std::uint32_t id, HalReturnCode code,
@@ -70,6 +77,8 @@ class ScriptedHal : public HalConnection {
 
   HalReports reports_;
   std::deque<HalRequest> outstanding_;
+  // What it has acknowledged.
+  std::map<std::pair<HalKind, std::uint32_t>, std::string> held_;
   std::vector<std::string> log_;
   std::string last_payload_;
   std::string reason_;

@@ -121,6 +121,23 @@ TEST(DataPlaneObserverTest, SeesTheReason) {
   EXPECT_THAT(observed.lines(), Contains("#1 install-vlan 11: 9 no room for vlan 11"));
 }
 
+// It only asks for the digests.
+TEST(ObserverTest, DoesNotSeeAnEndWithoutABegin) {
+  Observed observed;
+  HalServerOptions options;
+  options.observer = &observed;
+  TestServer server(options);
+  RawClient client(server.path());
+  client.Greet();
+  client.Send(FrameBytes(kEnd, 1) + FrameBytes(kBegin, 2) + FrameBytes(kEnd, 3));
+  EXPECT_EQ(client.ReceiveFrames(2).size(), 2);
+  std::vector<std::string> marks;
+  for (const std::string& line : observed.lines()) {
+    if (line == "begin" || line == "end") marks.push_back(line);
+  }
+  EXPECT_THAT(marks, ElementsAre("begin", "end"));
+}
+
 TEST_F(DataPlaneTest, WhatRefersToARefusedEntryFindsItMissing) {
   data_plane_.RefuseToCommit("vlan 10");
   client_->Send(VlanFrame(kInstallVlan, 1, 10) + HostFrame(2, 20, 10));

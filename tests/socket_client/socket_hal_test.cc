@@ -912,6 +912,31 @@ TEST_F(ReinstallTest, ReportsWhenItIsInSync) {
   EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0"));
 }
 
+// The end of a reinstall that has not begun: the server answers it with its digests.
+TEST_F(ReinstallTest, AsksForDigestsOutsideOfAReinstallOnly) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  hal_->AskForDigests();
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  hal_->BeginReinstall();
+  hal_->AskForDigests();
+  hal_->EndReinstall();
+  hal_->AskForDigests();
+  EXPECT_EQ(server_.Next().type, FrameType::kBeginReinstall);
+  const FakeServer::Frame end = server_.Next();
+  server_.SendFrame(FrameType::kInSync, end.sequence, {});
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "in sync"));
+
+  hal_->AskForDigests();
+  const FakeServer::Frame ask = server_.Next();
+  EXPECT_EQ(ask.type, FrameType::kEndReinstall);
+  // Two VLANs with the sum 3.
+  server_.SendFrame(FrameType::kInSync, ask.sequence,
+                    {"\x0A\x11\x0A\x04vlan\x10\x02\x19\x03\0\0\0\0\0\0\0", 19});
+  EXPECT_EQ(reported_.Await(3).back(), "digests vlan 2 3");
+}
+
 TEST_F(ReinstallTest, BeginsAndEndsEvenIfNothingElseIsSent) {
   SocketHalOptions options = Options();
   options.heartbeat = std::chrono::hours(1);

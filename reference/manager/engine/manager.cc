@@ -15,6 +15,8 @@ namespace {
 
 // How many requests are sent before the manager handles results again.
 constexpr int kSendBatch = 1024;
+// How many entries an audit reads before the manager does anything else.
+constexpr std::size_t kAuditBatch = 1024;
 
 // How often to send a request that ends without a verdict on the object.
 constexpr std::uint8_t kMaxAttempts = 3;
@@ -70,10 +72,12 @@ void Manager::Start(HalConnection* hal) {
   reports.server_lost = [this] { Put(ServerLostNotice()); };
   reports.reinstall_ended = [this](bool in_sync) { Put(ReinstallEndedNotice{in_sync}); };
   reports.object_state = [this](const HalObjectState& state) { Put(state); };
+  reports.digests = [this](const HalDigests& digests) { Put(digests); };
   hal->Start(std::move(reports));
 }
 
 void Manager::Apply(const Site& site) {
+  AbandonAudit();
   SetInterfaces(site.interfaces);
   const DestDatabase::Changes changes = database_.Replace(site);
   for (Object* const object : changes.changed) {
@@ -94,6 +98,47 @@ void Manager::Resync() {
   }
   server_found_ = true;
   Wake();
+}
+
+void Manager::Audit() {
+  if (audit_step_ == AuditStep::kComputing || !MayAudit()) return;
+  audit_step_ = AuditStep::kComputing;
+  ContinueAudit();
+}
+
+void Manager::ContinueAudit() {
+  if (audit_step_ != AuditStep::kComputing) return;
+  if (!acknowledged_.Continue(database_, kAuditBatch)) {
+    boost::asio::post(*io_, [this] { ContinueAudit(); });
+    return;
+  }
+  audit_step_ = AuditStep::kAsking;
+  hal_->AskForDigests();
+}
+
+// What was read, or is being asked for, no longer holds.
+void Manager::AbandonAudit() {
+  audit_step_ = AuditStep::kNone;
+  acknowledged_.Invalidate();
+}
+
+void Manager::Handle(const HalDigests& digests) {
+  if (std::exchange(audit_step_, AuditStep::kNone) != AuditStep::kAsking || !MayAudit()) return;
+  ++audits_;
+  const std::string differences = DifferenceText(acknowledged_.digests(), digests);
+  const auto now = std::chrono::steady_clock::now();
+  bool reinstalls = false;
+  differs_ = !differences.empty();
+  if (in_sync() == differs_) busy_ = true;
+  in_sync_ = !differs_;
+  if (differs_) {
+    ++audits_with_differences_;
+    reinstalls = backoff_.Allow(now);
+  } else {
+    backoff_.InOrder(now);
+  }
+  if (events_.audited) events_.audited(differences, reinstalls);
+  if (reinstalls) Resync();
 }
 
 bool Manager::finished() const {
@@ -218,10 +263,13 @@ void Manager::Handle(const HalObjectState& state) {
 void Manager::LoseServer() {
   server_found_ = false;
   in_sync_.reset();
+  differs_ = false;
+  AbandonAudit();
   busy_ = true;
 }
 
 void Manager::BeginReinstall() {
+  AbandonAudit();
   LoseServer();
   reinstalling_ = true;
   reinstalled_objects_ = 0;
@@ -312,6 +360,7 @@ bool Manager::MayGoNext(const Object& object) const {
 }
 
 void Manager::Send(Object* object, HalAction action) {
+  AbandonAudit();
   ClearDue(object);
   object->reinstall = false;
   SetOutstanding(object, action);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "reference/hal/hal_connection.h"
+#include "reference/manager/engine/audit.h"
 #include "reference/manager/engine/dest_database.h"
 #include "reference/manager/engine/notification_sink.h"
 #include "reference/manager/engine/request_queue.h"
@@ -43,6 +44,9 @@ struct ManagerEvents {
   std::function<void(bool in_sync)> reinstall_ended = nullptr;
   /// The object's standing has changed. Called inside a step: it must not call the manager.
   std::function<void(const Object& object)> standing_changed = nullptr;
+  /// An audit has found `differences`, or none if empty. `reinstalls` is whether the manager
+  /// reinstalls everything now.
+  std::function<void(const std::string& differences, bool reinstalls)> audited = nullptr;
 };
 
 /// What has happened since the start.
@@ -94,6 +98,15 @@ class Manager : private NotificationSink {
 
   /// Installs everything again, as if the server had just been found. Needs a connection.
   void Resync();
+
+  /// Compares what the HAL has acknowledged with the digests of its tables, unless there is work to
+  /// do or the HAL is not in sync. A difference makes the HAL not in sync and, as often as
+  /// `ReinstallBackoff` allows, leads to a reinstall.
+  void Audit();
+
+  /// Number of completed audits, and of those that found a difference.
+  std::uint64_t audits() const { return audits_; }
+  std::uint64_t audits_with_differences() const { return audits_with_differences_; }
 
   /// Whether nothing is left to do: the server was found, every request has had its outcome, and
   /// the last reinstall has ended. Some objects may have failed.
@@ -147,7 +160,7 @@ class Manager : private NotificationSink {
   struct RoomNotice {};
   using Notification = std::variant<HalResult, VrfResult, ServerFoundNotice, ReinstallNotice,
                                     EverythingAskedForNotice, ReinstallEndedNotice,
-                                    ServerLostNotice, RoomNotice, HalObjectState>;
+                                    ServerLostNotice, RoomNotice, HalObjectState, HalDigests>;
 
   // On the HAL's thread.
   void OnResult(const HalResult& result) override;
@@ -167,7 +180,12 @@ class Manager : private NotificationSink {
   void Handle(const ServerLostNotice& notice);
   void Handle(const RoomNotice& /*notice*/) {}
   void Handle(const HalObjectState& state);
+  void Handle(const HalDigests& digests);
 
+  void ContinueAudit();
+  void AbandonAudit();
+  // A difference that an audit has found does not stop the next one.
+  bool MayAudit() const { return finished() && (in_sync() || differs_); }
   void BeginReinstall();
   void MarkForReinstall(Object* object);
   void EndReinstall();
@@ -216,6 +234,15 @@ class Manager : private NotificationSink {
   std::optional<bool> in_sync_;
   std::size_t reinstalled_objects_ = 0;
   std::chrono::steady_clock::time_point reinstall_start_;
+  // The progress of an audit; the digests stay valid until an entry changes.
+  enum class AuditStep { kNone, kComputing, kAsking };
+  AuditStep audit_step_ = AuditStep::kNone;
+  AcknowledgedDigests acknowledged_;
+  ReinstallBackoff backoff_;
+  // Whether the last audit has found a difference and no reinstall has followed.
+  bool differs_ = false;
+  std::uint64_t audits_ = 0;
+  std::uint64_t audits_with_differences_ = 0;
   bool work_posted_ = false;
   // Whether `finished` is still to be reported.
   bool busy_ = false;

@@ -22,6 +22,8 @@ constexpr std::int64_t kMaxTableSize = 1 << 30;
 constexpr std::int64_t kDefaultTableSize = 1 << 21;
 constexpr std::int64_t kDefaultDeadline = 30;
 constexpr std::int64_t kMaxDeadline = std::int64_t{24} * 60 * 60;
+constexpr std::int64_t kDefaultAudit = 60;
+constexpr std::int64_t kMaxAudit = std::int64_t{24} * 60 * 60;
 constexpr unsigned kLineLength = 80;
 
 po::options_description Options() {
@@ -33,7 +35,7 @@ po::options_description Options() {
       "then, once settled, apply this site; repeatable");
   add("check", "only read the site files and report their mistakes");
   add("plan", "only show what would change in the HAL's tables");
-  add("stay", "keep running until SIGTERM; SIGHUP reads the site again");
+  add("stay", "keep running until SIGTERM; SIGHUP rereads the site");
   add("max-removals", text("N|all"), "how many objects a new site may remove");
   add("explain", text("KIND:ID"), "show why an object is not installed");
   add("json", "write the table of objects as JSON");
@@ -47,6 +49,7 @@ po::options_description Options() {
   add("stand-by", "with --stay: wait while another manager programs it");
   add("deadline", number("SECONDS")->default_value(kDefaultDeadline),
       "how long a zuskux-hal may take to answer");
+  add("audit", number("SECONDS"), "how often to compare with zuskux-hal (60; 0: never)");
   add("control", text("PATH"), "control socket of --stay");
   add("http", text("ADDRESS"), "with --stay: serve a page at IP:PORT or unix:PATH");
   add("http-allow-remote", "let other machines read the page");
@@ -62,11 +65,13 @@ std::optional<std::string> Text(const po::variables_map& values, const char* opt
   return values[option].as<std::string>();
 }
 
-std::int64_t Number(const po::variables_map& values, const char* option, std::int64_t last) {
+std::int64_t Number(const po::variables_map& values, const char* option, std::int64_t last,
+                    std::int64_t first = 1) {
   const auto value = values[option].as<std::int64_t>();
-  if (value < 1 || value > last) {
+  if (value < first || value > last) {
     throw UsageError("--" + std::string(option) + ' ' + std::to_string(value) +
-                     " is out of range; use 1 to " + std::to_string(last));
+                     " is out of range; use " + std::to_string(first) + " to " +
+                     std::to_string(last));
   }
   return value;
 }
@@ -128,11 +133,19 @@ std::optional<HttpAddress> ReadHttp(const po::variables_map& values) {
   }
 }
 
+// How often a manager that stays compares its objects with those of a server.
+std::chrono::seconds ReadAudit(const po::variables_map& values, const CommandLine& line) {
+  const bool audits = line.stay && line.hal_socket;
+  if (values.count("audit") == 0) return std::chrono::seconds(audits ? kDefaultAudit : 0);
+  if (!audits) throw UsageError("--audit needs --stay and --hal unix");
+  return std::chrono::seconds(Number(values, "audit", kMaxAudit, 0));
+}
+
 // Rejects options that have no effect on a plan.
 void CheckPlan(const po::variables_map& values) {
   for (const char* const option :
        {"apply", "stay", "max-removals", "explain", "graph", "dump-hal", "record",
-        "restart-hal-after", "take-over", "stand-by", "http", "http-allow-remote"}) {
+        "restart-hal-after", "take-over", "stand-by", "http", "http-allow-remote", "audit"}) {
     if (values.count(option) == 0) continue;
     throw UsageError(std::string("--") + option + " has no effect with --plan; leave it out");
   }
@@ -252,6 +265,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
   }
   line.hal_socket = ReadHal(values);
   ReadWriting(values, &line);
+  line.audit = ReadAudit(values, line);
   line.deadline = std::chrono::seconds(Number(values, "deadline", kMaxDeadline));
   return line;
 }

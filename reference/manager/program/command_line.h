@@ -38,6 +38,8 @@ struct CommandLine {
   bool take_over = false;
   /// Wait while another manager programs the HAL.
   bool stand_by = false;
+  /// The interval between two audits; 0 for none.
+  std::chrono::seconds audit{0};
   /// Path of the control socket.
   std::string control;
   /// Where to serve the page.

@@ -79,7 +79,10 @@ class Run {
                         [this](std::uint64_t results) { GotResult(results); },
                         [this](bool up) { ConnectionChanged(up); },
                         [this](bool in_sync) { ReinstallEnded(in_sync); },
-                        [this](const Object& object) { StandingChanged(object); }}),
+                        [this](const Object& object) { StandingChanged(object); },
+                        [this](const std::string& differences, bool reinstalls) {
+                          Audited(differences, reinstalls);
+                        }}),
         hal_(Choice()) {
     head_.connection_since = LocalTime();
     head_.started = head_.connection_changed = std::chrono::system_clock::now();
@@ -104,6 +107,7 @@ class Run {
     // The other manager must not end for a site that is refused.
     if (line_.take_over) static_cast<void>(CheckStaleEntries());
     manager_.Start(hal_.connection());
+    AuditLater();
     io_.run();
     progress_.reset();
     control_server_.reset();
@@ -298,6 +302,30 @@ class Run {
       head_.in_sync_at = std::chrono::system_clock::now();
     }
     Happened(in_sync ? "in sync" : "NOT in sync");
+  }
+
+  void AuditLater() {
+    if (line_.audit == std::chrono::seconds(0)) return;
+    audit_timer_.expires_after(line_.audit);
+    audit_timer_.async_wait([this](const boost::system::error_code& error) {
+      if (error) return;
+      manager_.Audit();
+      AuditLater();
+    });
+  }
+
+  void Audited(const std::string& differences, bool reinstalls) {
+    head_.last_audit = LocalTime();
+    if (differences.empty()) return;
+    head_.last_difference = head_.last_audit;
+    head_.last_difference_text = differences;
+    const std::string line =
+        "audit: the HAL's tables differ from what it has acknowledged: " + differences +
+        (reinstalls ? "; reinstalling"
+                    : "; not reinstalling again yet; run zuskux-manager resync --control " +
+                          control_path_);
+    LogLine(LogLevel::kError, line);
+    Happened(line);
   }
 
   void Finished() {
@@ -506,6 +534,7 @@ class Run {
   boost::asio::signal_set signals_{io_};
   boost::asio::steady_timer progress_timer_{io_};
   boost::asio::steady_timer server_timer_{io_};
+  boost::asio::steady_timer audit_timer_{io_};
   std::int64_t checks_without_server_ = 0;
   const ServiceManager service_{&io_};
   std::optional<Progress> progress_;

@@ -123,6 +123,18 @@ void WriteConnection(const Json& connection, std::ostream* out) {
   *out << ", last in sync " << (in_sync.empty() ? "never" : in_sync) << '\n';
 }
 
+// Nothing before the first audit.
+void WriteAudits(const Json& audits, std::ostream* out) {
+  if (audits.at("count") == 0) return;
+  *out << "audits " << Number(audits.at("count")) << ", last " << Text(audits.at("last"))
+       << ", with differences " << Number(audits.at("with_differences"));
+  if (audits.at("with_differences") != 0) {
+    *out << ", the last of these " << Text(audits.at("last_difference")) << ": "
+         << Text(audits.at("last_difference_text"));
+  }
+  *out << '\n';
+}
+
 void WriteBrief(const Json& json, std::ostream* out) {
   const Json& hal = json.at("hal");
   *out << Text(json.at("program")) << ", up " << std::fixed << std::setprecision(1)
@@ -134,6 +146,7 @@ void WriteBrief(const Json& json, std::ostream* out) {
        << Number(hal.at("late_results_dropped")) << ", unfinished " << Number(hal.at("unfinished"))
        << '\n';
   WriteConnection(json.at("connection"), out);
+  WriteAudits(json.at("audits"), out);
   const Json& refused = json.at("refused_reload");
   if (!refused.is_null()) {
     *out << "last reload refused " << Text(refused.at("time")) << ": " << Text(refused.at("reason"))
@@ -197,6 +210,11 @@ Json StatusAsJson(const StatusHead& head, Manager* manager, const HalConnection&
                         {"last_in_sync", head.last_in_sync},
                         {"last_in_sync_ms", nullptr}};
   if (head.in_sync_at) json["connection"]["last_in_sync_ms"] = Milliseconds(*head.in_sync_at);
+  json["audits"] = {{"count", manager->audits()},
+                    {"last", head.last_audit},
+                    {"with_differences", manager->audits_with_differences()},
+                    {"last_difference", head.last_difference},
+                    {"last_difference_text", head.last_difference_text}};
   if (head.refused_reload.empty()) {
     json["refused_reload"] = nullptr;
   } else {

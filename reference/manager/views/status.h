@@ -42,6 +42,11 @@ struct StatusHead {
   std::string connection_since;
   /// The last time that both sides agreed; empty for never.
   std::string last_in_sync;
+  /// When the last audit ended, and the last one that found a difference, which it names; empty for
+  /// never.
+  std::string last_audit;
+  std::string last_difference;
+  std::string last_difference_text;
   /// The last reload that was refused, and why; empty for none.
   std::string refused_reload;
   std::string refused_reload_reason;
