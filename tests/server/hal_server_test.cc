@@ -341,7 +341,12 @@ TEST(HalServer, RefusesClientsAboveItsLimit) {
               ElementsAre("client 1: \"test\" connected", "client 2: \"test\" connected",
                           "client 3: refused, the server has 2 clients, which is its limit",
                           "client 2: left"));
-  Bystander fourth(server.path());
+  RawClient fourth(server.path());
+  fourth.Greet();
+  fourth.Send(kReadTables, 1);
+  const auto end = fourth.Receive();
+  ASSERT_TRUE(end.has_value());
+  EXPECT_EQ(Parse<wire::ServerStatus>(end->payload).refused_connections(), 1U);
   one.ExpectServed();
 }
 

@@ -179,6 +179,20 @@ class StartObserver : public RequestObserver {
   std::atomic<int> starts_ = 0;
 };
 
+TEST(ServerFaults, CountsFromZeroAfterACrash) {
+  TestServer server("fault { what: \"refuse\" } fault { what: \"crash-before\" }");
+  RawClient refused(server.path());
+  while (refused.Receive()) continue;
+  EXPECT_THAT(Converse(&server, Installs(1, 1)), ElementsAre());
+  const auto frames = Converse(&server, FrameBytes(kReadTables, 1));
+  ASSERT_THAT(frames, SizeIs(1));
+  wire::ServerStatus status;
+  ASSERT_TRUE(status.ParseFromString(frames[0].payload));
+  EXPECT_EQ(status.requests(), 0U);
+  EXPECT_EQ(status.connections(), 1U);
+  EXPECT_EQ(status.refused_connections(), 0U);
+}
+
 TEST(ServerFaults, TheObserverSeesACrashAsAStart) {
   StartObserver observer;
   HalServerOptions options;

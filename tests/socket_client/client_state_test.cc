@@ -302,6 +302,36 @@ TEST(ClientQueueTest, ThereIsNoRoomWhileTooManyEndedRequestsWait) {
   EXPECT_TRUE(connection.TakeRoomReport());
 }
 
+TEST(ClientQueueTest, ReportsRoomOnceHalfOfTheEntriesAreFree) {
+  SocketHalOptions options;
+  options.queue_entries = 4;
+  ClientQueue queue(options);
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  for (std::uint32_t id = 1; id <= 4; ++id) host.Submit(Outstanding(id).request);
+  std::string frames;
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_FALSE(host.HasRoom());
+  ASSERT_TRUE(connection.TakeAnswered(0, {}, {}));
+  EXPECT_FALSE(connection.TakeRoomReport());
+  ASSERT_TRUE(connection.TakeAnswered(1, {}, {}));
+  EXPECT_TRUE(connection.TakeRoomReport());
+}
+
+TEST(ClientQueueTest, NothingOfALostServerGoesToTheNext) {
+  ClientQueue queue{SocketHalOptions()};
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload);
+  queue.host()->Submit(Outstanding(1).request);
+  connection.AddHeartbeat();
+  connection.ServerLost();
+  connection.ServerFound(kDefaultMaxPayload);
+  std::string frames;
+  EXPECT_FALSE(connection.TakeFrames(&frames));
+}
+
 TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
   ClientQueue queue{SocketHalOptions()};
   HostQueue& host = *queue.host();
