@@ -208,6 +208,32 @@ TEST_F(ManagerPagesTest, RemovedObjectsAreListedOnlyIfAskedFor) {
   EXPECT_THAT(Keys("/api/objects?kind=vrf&state=removed"), ElementsAre("vrf:1"));
 }
 
+TEST_F(ManagerPagesTest, RowsCanBeSkipped) {
+  Site site;
+  for (std::uint32_t id = 1; id <= 30; ++id) site.vlans.push_back(VlanEntry(id));
+  Start(site);
+  EXPECT_THAT(Keys("/api/objects?skip=2&limit=2"), ElementsAre("vlan:3", "vlan:4"));
+  EXPECT_THAT(Keys("/api/objects?after=r.vlan:4&skip=1&limit=1"), ElementsAre("vlan:6"));
+  // Only rows that the search finds count: 2, 20 to 29.
+  EXPECT_THAT(Keys("/api/objects?q=vlan-2&skip=1&limit=2"), ElementsAre("vlan:20", "vlan:21"));
+  const Json end = GetJson("/api/objects?skip=4294967295");
+  EXPECT_EQ(end["skipped"], 30);
+  EXPECT_THAT(end["objects"], IsEmpty());
+  EXPECT_EQ(end["next"], nullptr);
+}
+
+TEST_F(ManagerPagesTest, SkippedRowsAreExaminedToo) {
+  Site site;
+  for (std::uint32_t id = 1; id <= 3000; ++id) site.vlans.push_back(VlanEntry(id));
+  manager_.Apply(site);
+  WatchedManager watched = Watched();
+  watched.max_examined = 1024;
+  const Json page = Json::parse(Answer(AskObjects(watched, ParseTarget("/?skip=2000"))).body);
+  EXPECT_THAT(page["objects"], IsEmpty());
+  EXPECT_EQ(page["skipped"], 1024);
+  EXPECT_EQ(page["next"], "r.vlan:1024");
+}
+
 TEST_F(ManagerPagesTest, ALongListIsReadInShortSteps) {
   Site site;
   for (std::uint32_t id = 1; id <= 2000; ++id) site.vlans.push_back(VlanEntry(id));

@@ -22,6 +22,7 @@ constexpr std::size_t kStep = 512;
 
 constexpr std::size_t kMaxRows = 1000;
 constexpr std::size_t kDefaultRows = 100;
+constexpr std::uint64_t kMaxSkip = 0xFFFFFFFF;
 constexpr std::size_t kMaxText = 200;
 constexpr std::size_t kMaxHistory = 100;
 
@@ -97,7 +98,8 @@ class ObjectsQuery : public Query {
         kinds_(ReadKinds(&parameters)),
         standings_(ReadStandings(&parameters)),
         text_(parameters.Text("q", kMaxText)),
-        limit_(parameters.Number("limit", kDefaultRows, 1, kMaxRows)) {
+        limit_(parameters.Number("limit", kDefaultRows, 1, kMaxRows)),
+        skip_(parameters.Number("skip", 0, 0, kMaxSkip)) {
     std::transform(text_.begin(), text_.end(), text_.begin(), Lower);
     ReadPlace(parameters.Text("after", kMaxText));
     parameters.End();
@@ -130,6 +132,7 @@ class ObjectsQuery : public Query {
   QueryResult Finish() override {
     Json json;
     json["objects"] = std::move(rows_);
+    json["skipped"] = skipped_;
     json["next"] = done_ ? Json() : Json(PlaceText());
     json["examined"] = examined_;
     return JsonResponse(std::move(json));
@@ -177,7 +180,10 @@ class ObjectsQuery : public Query {
         standings_.empty() ? standing != Standing::kRemoved : standings_.count(standing) != 0;
     if (!wanted) return;
     const InterfaceNames& interfaces = manager_.interfaces();
-    if (text_.empty() || Matches(object, interfaces)) {
+    if (!text_.empty() && !Matches(object, interfaces)) return;
+    if (skipped_ < skip_) {
+      ++skipped_;
+    } else {
       rows_.push_back(ObjectAsJson(object, interfaces));
     }
   }
@@ -196,6 +202,9 @@ class ObjectsQuery : public Query {
   const std::set<Standing> standings_;
   std::string text_;
   const std::size_t limit_;
+  // How many of the rows after `after` are left out.
+  const std::uint64_t skip_;
+  std::uint64_t skipped_ = 0;
 
   bool failed_ones_ = true;
   // The last object examined; nothing at the beginning.
