@@ -153,6 +153,11 @@ TEST_F(ReportTest, NamesControlNothing) {
   EXPECT_THAT(GraphText(NodesOf(database_)), HasSubstr(R"("a\\x1b\\u009b\\u202e\\xff\nvlan:11")"));
 }
 
+TEST_F(ReportTest, GraphvizReadsNoEntityInAName) {
+  Find(HalKind::kVlan, 11)->name = "a &amp; b";
+  EXPECT_THAT(GraphText(NodesOf(database_)), HasSubstr(R"("a &amp;amp; b\nvlan:11")"));
+}
+
 TEST_F(ReportTest, ExplainsWithTheHalsReason) {
   Find(HalKind::kVlan, 11)->code = kHalKernelRefused;
   Find(HalKind::kVlan, 11)->reason = "no memory";

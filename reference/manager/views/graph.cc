@@ -70,6 +70,8 @@ std::string Quoted(std::string_view text) {
   for (const char character : Printable(text)) {
     if (character == '"' || character == '\\') quoted += '\\';
     quoted += character;
+    // Graphviz reads HTML entities in every text.
+    if (character == '&') quoted += "amp;";
   }
   return quoted + '"';
 }
