@@ -63,6 +63,15 @@ linux_tests() {
     "$root/tests/linux/example_test.sh" "$root" "$bin" "${tests[@]}"
 }
 
+# web_tests: the page in a browser, and a Prometheus that scrapes both programs.
+web_tests() {
+  install_packages "${WEB_PACKAGES[@]}"
+  build_preset development zuskux-manager zuskux-hal zuskux-generate-site
+  ctest --test-dir "$root/build/development" -C web -L web --no-tests=error --verbose |
+    tee "$root/build/web_tests.log"
+  sed -n 's/^[0-9]*: measured: /   /p' "$root/build/web_tests.log" >&3
+}
+
 # tidy ARG... <SOURCES: runs clang-tidy on each source. Arguments after "--" go to the compiler.
 tidy() { xargs -P "$(nproc)" -I SOURCE clang-tidy-14 --quiet SOURCE "$@"; }
 

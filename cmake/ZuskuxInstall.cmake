@@ -135,7 +135,7 @@ endfunction()
 function(zuskux_install_operator_page)
   install(FILES docs/operating.md docs/http.md docs/wire_protocol.md docs/recovery.md docs/linux.md
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS} COMPONENT tools)
-  install(FILES docs/pictures/recovery.svg
+  install(FILES docs/pictures/page_failed.webp docs/pictures/recovery.svg
           DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}/pictures COMPONENT tools)
   install(DIRECTORY docs/prometheus DESTINATION ${ZUSKUX_INSTALL_OPERATOR_DOCUMENTS}
           COMPONENT tools)
