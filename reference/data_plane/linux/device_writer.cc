@@ -66,7 +66,7 @@ void DeviceWriter::Write(DeviceIndexes* ours, Refusals* refusals) {
   Create(refusals);
   Change(refusals);
   EnableIpv6(refusals);
-  Finish(ours, *refusals);
+  Finish(ours, refusals);
 }
 
 void DeviceWriter::LookUp(const std::set<std::string>& names) {
@@ -183,20 +183,26 @@ void DeviceWriter::EnableIpv6(Refusals* refusals) {
   }
 }
 
-void DeviceWriter::Finish(DeviceIndexes* ours, const Refusals& refusals) {
+void DeviceWriter::Finish(DeviceIndexes* ours, Refusals* refusals) {
   MessageBatch batch;
+  std::vector<std::size_t> removed;
   for (const Work& work : works_) {
     const auto found = links_.find(work.put->name);
     if (found == links_.end() || found->second.group != kDeviceGroup) continue;
-    const bool refused = refusals.count(work.change) > 0;
+    const bool refused = refusals->count(work.change) > 0;
     if (refused && work.created) {
       WriteDeviceRemoval(found->second.index, &batch);
+      removed.push_back(work.change);
     } else {
       (*ours)[work.put->name] = found->second.index;
     }
   }
-  // Best effort: if a device stays, the next `LinuxKernel::Read` finds it.
-  client_->Exchange(&batch);
+  // If a device stays, the next `LinuxKernel::Read` finds it.
+  for (const KernelError& error : client_->Exchange(&batch)) {
+    if (error.error == ENODEV) continue;
+    refusals->at(removed[error.message]).text +=
+        "; the half-made device stays, because it cannot be removed: " + error.text;
+  }
 }
 
 }  // namespace reference

@@ -53,7 +53,8 @@ class DeviceWriter {
   void Create(Refusals* refusals);
   void Change(Refusals* refusals);
   void EnableIpv6(Refusals* refusals);
-  void Finish(DeviceIndexes* ours, const Refusals& refusals);
+  // Removes new devices that failed.
+  void Finish(DeviceIndexes* ours, Refusals* refusals);
   // The indexes of all devices that were looked up.
   DeviceIndexes Indexes() const;
 

@@ -692,6 +692,37 @@ TEST_F(LinuxKernelFaultTest, SettingsThatCannotBeWrittenRefuseTheDevice) {
   EXPECT_EQ(kernel_->Devices().count("zd10"), 0U);
 }
 
+TEST_F(LinuxKernelFaultTest, ADeviceThatCanNeitherBeSetUpNorRemovedIsReported) {
+  socket_->before_send = [](std::string* bytes) {
+    RefuseMessages(bytes, [](const nlmsghdr& header, const std::string& /*message*/) {
+      const bool changes =
+          header.nlmsg_type == RTM_NEWLINK && (header.nlmsg_flags & NLM_F_EXCL) == 0;
+      return changes || header.nlmsg_type == RTM_DELLINK;
+    });
+  };
+  EXPECT_THAT(kernel_->Apply({PutDevice{"zd10", Macvlan(), {}}}),
+              ElementsAre(KernelRefusal{
+                  0, EOPNOTSUPP,
+                  "Operation not supported; the half-made device stays, because it cannot be "
+                  "removed: Operation not supported"}));
+  EXPECT_EQ(kernel_->Devices().count("zd10"), 1U);
+  socket_->before_send = nullptr;
+  EXPECT_THAT(kernel_->Apply({PutDevice{"zd10", Macvlan(), {}}}), IsEmpty());
+}
+
+// The second message must not replace a next hop that another program turns out to have.
+TEST_F(LinuxKernelFaultTest, ANextHopThatChangesTwiceInABatchStaysForeign) {
+  Run("ip nexthop add id 101 blackhole");
+  const KernelNexthop ours = BlackholeNexthop{};
+  const auto refusals = kernel_->Apply({PutNexthop{101, ours}, PutNexthop{101, ours}});
+  ASSERT_EQ(refusals.size(), 2U);
+  EXPECT_THAT(refusals[1].text, HasSubstr("another program has a next hop 101"));
+  EXPECT_THAT(Output("ip nexthop show id 101"), Not(HasSubstr("proto 171")));
+  EXPECT_THAT(kernel_->Apply({PutNexthop{102, ours}, RemoveNexthop{102}, PutNexthop{102, ours}}),
+              IsEmpty());
+  EXPECT_EQ(kernel_->Read().nexthops.count(102), 1U);
+}
+
 TEST_F(LinuxKernelFaultTest, AKernelWithoutNextHopsIsRefused) {
   NetlinkSockets sockets = OpenNetlinkSockets();
   auto faulty = std::make_unique<FaultySocket>(std::move(sockets.requests));
