@@ -304,6 +304,11 @@ int ShowTables(const po::variables_map& values) {
   const auto contents = reference::ReadServerContents(socket, "zuskux-hal tables");
   std::optional<reference::KernelComparison> kernel;
   if (interfaces) {
+    if (!contents.status.has_data_plane_writes()) {
+      throw std::runtime_error("the server on " + SocketPath(values) +
+                               " has no data plane: it does not program the kernel; leave out "
+                               "--interfaces");
+    }
     kernel = reference::CompareWithKernel(contents, *interfaces, NetworkNamespace(values));
   }
   bool agrees = true;

@@ -217,6 +217,24 @@ TEST_F(ZuskuxHalTest, NamesMistakesOfASiteFileBeforeACheck) {
   EXPECT_THAT(ended.error, HasSubstr(Path("none")));
 }
 
+TEST_F(ZuskuxHalTest, DoesNotCompareSimulatedTablesWithTheKernel) {
+  std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
+  Process server(OutputFolder(), {"--socket", Path("hal.sock")});
+  ASSERT_TRUE(server.Says("listening on "));
+  for (const std::vector<std::string>& option :
+       {std::vector<std::string>(), {"--check"}, {"--json"}}) {
+    std::vector<std::string> arguments = {"tables", "--socket", Path("hal.sock"), "--interfaces",
+                                          Path("site")};
+    arguments.insert(arguments.end(), option.begin(), option.end());
+    const Ended ended = RunToEnd(arguments);
+    EXPECT_EQ(ended.code, 1);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.error, "zuskux-hal: the server on " + Path("hal.sock") +
+                               " has no data plane: it does not program the kernel; leave out "
+                               "--interfaces\n");
+  }
+}
+
 TEST_F(ZuskuxHalTest, NeedsItsNetworkNamespace) {
   std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
   const Ended ended = RunToEnd({"--socket", Path("hal.sock"), "--data-plane", "linux",
