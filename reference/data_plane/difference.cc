@@ -35,6 +35,7 @@ class Steps {
       : before_(before), after_(after), changes_(*changes) {}
 
   void AddAll() {
+    changes_.reserve(changes_.size() + after_.neighbours.size() + after_.nexthops.size());
     PutDevices();
     PutNeighbours();
     PutForwardingNexthops();
@@ -47,7 +48,10 @@ class Steps {
   }
 
  private:
-  void Add(KernelChange change) { changes_.push_back(std::move(change)); }
+  template <typename Change>
+  void Add(Change change) {
+    changes_.emplace_back(std::move(change));
+  }
 
   void PutDevices() {
     for (std::size_t rank = 0; rank < kRanks; ++rank) {
@@ -235,9 +239,9 @@ class Bridge {
 };
 
 bool Turns(const KernelObjects& before, const KernelObjects& after) {
-  return std::any_of(after.nexthops.begin(), after.nexthops.end(), [&before](const auto& entry) {
-    const KernelNexthop* const old_nexthop = Find(before.nexthops, entry.first);
-    return old_nexthop != nullptr && IsGroup(*old_nexthop) != IsGroup(entry.second);
+  return std::any_of(before.nexthops.begin(), before.nexthops.end(), [&after](const auto& entry) {
+    const KernelNexthop* const new_nexthop = Find(after.nexthops, entry.first);
+    return new_nexthop != nullptr && IsGroup(*new_nexthop) != IsGroup(entry.second);
   });
 }
 

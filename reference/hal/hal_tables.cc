@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <random>
 #include <utility>
 
 namespace reference {
@@ -14,13 +13,6 @@ constexpr std::size_t kLeastUse = 8;
 
 std::uint64_t AddByte(std::uint64_t fnv, std::uint8_t byte) { return (fnv ^ byte) * 0x100000001B3; }
 
-// The last step of splitmix64: each bit of the result depends on every bit of the input.
-std::uint64_t Mixed(std::uint64_t bits) {
-  bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
-  bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
-  return bits ^ (bits >> 31);
-}
-
 }  // namespace
 
 std::uint64_t EntryHash(std::uint32_t id, std::string_view payload) {
@@ -29,15 +21,8 @@ std::uint64_t EntryHash(std::uint32_t id, std::string_view payload) {
     hash = AddByte(hash, static_cast<std::uint8_t>(id >> shift));
   }
   for (const char byte : payload) hash = AddByte(hash, static_cast<std::uint8_t>(byte));
-  return Mixed(hash);
+  return MixBits(hash);
 }
-
-HalTables::IdHash::IdHash() {
-  std::random_device random;
-  secret_ = std::uniform_int_distribution<std::uint64_t>()(random);
-}
-
-std::size_t HalTables::IdHash::operator()(std::uint32_t id) const { return Mixed(id ^ secret_); }
 
 HalTables::HalTables(std::size_t capacity, DataPlane* data_plane)
     : capacity_(capacity), data_plane_(data_plane) {}

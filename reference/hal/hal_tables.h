@@ -19,6 +19,7 @@
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/hal/kinds.h"
+#include "reference/support/id_hash.h"
 
 namespace reference {
 
@@ -142,16 +143,6 @@ class HalTables {
  private:
   // The default load factor (0.5) costs memory without faster lookups.
   static constexpr float kMaxLoad = 0.8F;
-
-  // Clients choose the ids. The hash is unknown to them, so they cannot provoke collisions.
-  class IdHash {
-   public:
-    IdHash();
-    std::size_t operator()(std::uint32_t id) const;
-
-   private:
-    std::uint64_t secret_;
-  };
 
   struct Entry {
     std::uint32_t id = 0;

@@ -19,7 +19,7 @@ SEES = {
     "reference/log": {"reference/text"},
     "reference/site": {"reference/text"},
     "reference/hal": {"reference/support", "reference/text"} | LIBRARY,
-    "reference/data_plane/linux": {"reference/data_plane"},
+    "reference/data_plane/linux": {"reference/data_plane", "reference/support"},
     "reference/data_plane": {"reference/hal", "reference/log", "platform"},
     "reference/wire": {"reference/hal"},
     "reference/web": {"reference/hal", "reference/text", "reference/wire"},

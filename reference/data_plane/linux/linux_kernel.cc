@@ -74,12 +74,6 @@ bool IsRemoval(const KernelChange& change) {
          std::holds_alternative<RemoveNexthop>(change);
 }
 
-std::optional<std::uint32_t> NexthopIdOf(const KernelChange& change) {
-  if (const auto* const put = std::get_if<PutNexthop>(&change)) return put->id;
-  if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) return removal->id;
-  return std::nullopt;
-}
-
 }  // namespace
 
 LinuxKernel::LinuxKernel(const std::string& netns) : LinuxKernel(OpenSocketsIn(netns)) {}
@@ -171,7 +165,7 @@ KernelObjects LinuxKernel::Read() {
         if (auto* const via = std::get_if<DeviceNexthop>(&entry.nexthop)) {
           via->device = names[entry.device];
         }
-        nexthops_.insert(entry.id);
+        nexthops_.emplace(entry.id, batch_number_);
         objects.nexthops[entry.id] = std::move(entry.nexthop);
       });
   return objects;
@@ -196,29 +190,34 @@ std::vector<LinuxKernel::Refusal> LinuxKernel::Apply(const std::vector<KernelCha
       writer.Write(&devices_, &refusals);
       continue;
     }
-    MessageBatch batch;
+    batch_.Clear();
+    ++batch_number_;
     Pending pending;
-    // Until these are answered, it is not known whether the next hops are ours.
-    std::unordered_set<std::uint32_t> added;
-    for (; index < changes.size(); ++index) {
+    for (; index < changes.size() && !batch_.IsFull(); ++index) {
       const KernelChange& change = changes[index];
-      if (std::holds_alternative<PutDevice>(change)) break;
-      if (const std::optional<std::uint32_t> id = NexthopIdOf(change)) {
-        if (added.count(*id) > 0) break;
-        if (nexthops_.count(*id) == 0) added.insert(*id);
-      }
-      Write(index, change, &batch, &pending, &refusals);
+      if (std::holds_alternative<PutDevice>(change) || MustWait(change)) break;
+      Write(index, change, &pending, &refusals);
     }
-    Send(&batch, pending, &refusals);
+    Send(pending, &refusals);
   }
   std::vector<Refusal> failed;
   for (auto& [index, refusal] : refusals) failed.push_back(std::move(refusal));
   return failed;
 }
 
-void LinuxKernel::Write(std::size_t index, const KernelChange& change, MessageBatch* batch,
-                        Pending* pending, Refusals* refusals) {
-  const std::size_t before = batch->count();
+bool LinuxKernel::MustWait(const KernelChange& change) const {
+  // Also ends the wait after 2^32 batches, when a number returns.
+  if (batch_.count() == 0) return false;
+  const auto* const put = std::get_if<PutNexthop>(&change);
+  const auto* const removal = std::get_if<RemoveNexthop>(&change);
+  if (put == nullptr && removal == nullptr) return false;
+  const auto known = nexthops_.find(put != nullptr ? put->id : removal->id);
+  return known != nexthops_.end() && known->second == batch_number_;
+}
+
+void LinuxKernel::Write(std::size_t index, const KernelChange& change, Pending* pending,
+                        Refusals* refusals) {
+  const std::size_t before = batch_.count();
   const auto refuse = [&](int error, const std::string& text) {
     refusals->emplace(index, Refusal{index, error, text});
   };
@@ -238,28 +237,33 @@ void LinuxKernel::Write(std::size_t index, const KernelChange& change, MessageBa
                         " next hops does not fit into a message; at most " +
                         std::to_string(kMaxMembers) + " do");
     } else if (via == nullptr || out != 0) {
-      WriteNexthop(put->id, put->nexthop, out, nexthops_.count(put->id) > 0, batch);
+      const bool added = nexthops_.emplace(put->id, batch_number_).second;
+      WriteNexthop(put->id, put->nexthop, out, !added, &batch_);
     }
   } else if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) {
-    if (nexthops_.count(removal->id) > 0) WriteNexthopRemoval(removal->id, batch);
+    const auto known = nexthops_.find(removal->id);
+    if (known != nexthops_.end()) {
+      known.value() = batch_number_;
+      WriteNexthopRemoval(removal->id, &batch_);
+    }
   } else if (const auto* const neighbour = std::get_if<PutNeighbour>(&change)) {
     const auto& [name, address] = neighbour->key;
-    if (const int on = device(name)) WriteNeighbour(on, address, neighbour->address, batch);
+    if (const int on = device(name)) WriteNeighbour(on, address, neighbour->address, &batch_);
   } else if (const auto* const forgotten = std::get_if<RemoveNeighbour>(&change)) {
     const auto& [name, address] = forgotten->key;
     const auto found = devices_.find(name);
-    if (found != devices_.end()) WriteNeighbourRemoval(found->second, address, batch);
+    if (found != devices_.end()) WriteNeighbourRemoval(found->second, address, &batch_);
   } else if (const auto* const gone = std::get_if<RemoveDevice>(&change)) {
     const auto found = devices_.find(gone->name);
-    if (found != devices_.end()) WriteDeviceRemoval(found->second, batch);
+    if (found != devices_.end()) WriteDeviceRemoval(found->second, &batch_);
   }
-  if (batch->count() > before) pending->emplace_back(index, &change);
+  if (batch_.count() > before) pending->emplace_back(index, &change);
 }
 
-void LinuxKernel::Send(MessageBatch* batch, const Pending& pending, Refusals* refusals) {
+void LinuxKernel::Send(const Pending& pending, Refusals* refusals) {
   Pending unknown;
   Refusal lost;
-  for (const KernelError& error : client_.Exchange(batch)) {
+  for (const KernelError& error : client_.Exchange(&batch_)) {
     const auto& [index, change] = pending[error.message];
     if (!error.certain) {
       unknown.emplace_back(index, change);
@@ -278,14 +282,16 @@ void LinuxKernel::Send(MessageBatch* batch, const Pending& pending, Refusals* re
     }
   }
   for (const auto& [index, change] : pending) {
-    if (refusals->count(index) == 0) Note(*change);
+    const bool refused = refusals->count(index) > 0;
+    if (IsRemoval(*change) != refused) Forget(*change);
   }
   if (!unknown.empty()) Verify(unknown, lost, refusals);
 }
 
-void LinuxKernel::Note(const KernelChange& change) {
+void LinuxKernel::Forget(const KernelChange& change) {
   if (const auto* const put = std::get_if<PutNexthop>(&change)) {
-    nexthops_.insert(put->id);
+    const auto known = nexthops_.find(put->id);
+    if (known != nexthops_.end() && known->second == batch_number_) nexthops_.erase(known);
   } else if (const auto* const removal = std::get_if<RemoveNexthop>(&change)) {
     nexthops_.erase(removal->id);
   } else if (const auto* const gone = std::get_if<RemoveDevice>(&change)) {

@@ -1,18 +1,20 @@
 #ifndef ZUSKUX_REFERENCE_DATA_PLANE_LINUX_LINUX_KERNEL_H_
 #define ZUSKUX_REFERENCE_DATA_PLANE_LINUX_LINUX_KERNEL_H_
 
+#include <tsl/robin_map.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "reference/data_plane/kernel_objects.h"
 #include "reference/data_plane/linux/device_writer.h"
 #include "reference/data_plane/linux/messages.h"
 #include "reference/data_plane/linux/netlink.h"
+#include "reference/support/id_hash.h"
 
 namespace reference {
 
@@ -69,21 +71,28 @@ class LinuxKernel {
   void CheckPrivileges();
   // All devices, by index.
   std::map<int, Link> ReadLinks();
+  // Whether the batch has a message on which the change depends: until the kernel has answered it,
+  // we do not know whether the next hop is ours.
+  bool MustWait(const KernelChange& change) const;
   // Appends the request for a change other than `PutDevice`, if it needs one. Refuses the change if
   // it is impossible.
-  void Write(std::size_t index, const KernelChange& change, MessageBatch* batch, Pending* pending,
-             Refusals* refusals);
-  void Send(MessageBatch* batch, const Pending& pending, Refusals* refusals);
-  // Updates `devices_` and `nexthops_` after a change.
-  void Note(const KernelChange& change);
+  void Write(std::size_t index, const KernelChange& change, Pending* pending, Refusals* refusals);
+  void Send(const Pending& pending, Refusals* refusals);
+  // Updates `devices_` and `nexthops_` after a removal, or after a refused addition.
+  void Forget(const KernelChange& change);
   // Refuses those changes with a lost answer that the kernel has not made.
   void Verify(const Pending& unknown, const Refusal& reason, Refusals* refusals);
 
   NetlinkClient client_;
   const std::unique_ptr<NetlinkSocket> notifications_;
-  // Our devices and next hops.
+  // A member so that its memory is reused.
+  MessageBatch batch_;
+  // Counts the batches that `Apply` has sent.
+  std::uint32_t batch_number_ = 0;
+  // Our devices.
   DeviceIndexes devices_;
-  std::unordered_set<std::uint32_t> nexthops_;
+  // Our next hops, each with the number of the batch that adds or removes it.
+  tsl::robin_map<std::uint32_t, std::uint32_t, IdHash> nexthops_;
   // The value of nexthop_compat_mode to restore; empty for none.
   std::string compat_mode_;
 };

@@ -184,6 +184,7 @@ struct PutNexthopKind {
     if (nexthop.gateway != Ipv6Address{}) PutAddress(message, NHA_GATEWAY, nexthop.gateway);
     if (nexthop.labels.empty()) return;
     std::vector<std::uint32_t> stack;
+    stack.reserve(nexthop.labels.size());
     for (const std::uint32_t label : nexthop.labels) stack.push_back(label << MPLS_LS_LABEL_SHIFT);
     stack.back() |= 1U << MPLS_LS_S_SHIFT;
     for (std::uint32_t& entry : stack) entry = htonl(entry);
@@ -195,6 +196,7 @@ struct PutNexthopKind {
 
   void operator()(const NexthopGroup& group) const {
     std::vector<nexthop_grp> members;
+    members.reserve(group.members.size());
     for (const auto& [id, weight] : group.members) {
       nexthop_grp member{};
       member.id = id;

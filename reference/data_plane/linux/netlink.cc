@@ -20,6 +20,8 @@ constexpr std::size_t kMaxMessage = 72UL << 10U;
 // The kernel copies a piece into one buffer. It may answer each message with an error, and each of
 // these takes up a kilobyte of the receive buffer.
 constexpr std::size_t kMaxPiece = 64UL << 10U;
+// Most messages are smaller.
+constexpr std::size_t kUsualMessage = 256;
 constexpr int kReceiveBuffer = 8 << 20;
 constexpr std::size_t kMaxDatagram = 64UL << 10U;
 constexpr int kMaxDumps = 20;
@@ -144,10 +146,7 @@ NetlinkSockets OpenNetlinkSockets() {
 }
 
 nlmsghdr* MessageBatch::Start(std::uint16_t type, std::uint16_t flags) {
-  std::size_t used = 0;
-  if (!offsets_.empty()) {
-    used = offsets_.back() + PaddedLength(*message(offsets_.size() - 1));
-  }
+  const std::size_t used = size();
   if (bytes_.size() < used + kMaxMessage) bytes_.resize(2 * used + kMaxMessage);
   offsets_.push_back(used);
   nlmsghdr* const header = mnl_nlmsg_put_header(bytes_.data() + used);
@@ -160,6 +159,12 @@ nlmsghdr* MessageBatch::message(std::size_t index) {
   void* const place = bytes_.data() + offsets_.at(index);
   return static_cast<nlmsghdr*>(place);
 }
+
+std::size_t MessageBatch::size() {
+  return offsets_.empty() ? 0 : offsets_.back() + PaddedLength(*message(offsets_.size() - 1));
+}
+
+bool MessageBatch::IsFull() { return size() + kUsualMessage > kMaxPiece; }
 
 bool ReceiveAll(NetlinkSocket* socket, std::vector<char>* buffer,
                 const std::function<void(const nlmsghdr&)>& take) {

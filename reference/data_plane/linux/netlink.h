@@ -49,8 +49,15 @@ class MessageBatch {
 
   std::size_t count() const { return offsets_.size(); }
   nlmsghdr* message(std::size_t index);
+  /// Whether the next message may not fit into a piece that the kernel accepts.
+  bool IsFull();
+  /// Removes the messages, but keeps their memory for the next ones.
+  void Clear() { offsets_.clear(); }
 
  private:
+  // The length of all messages.
+  std::size_t size();
+
   std::vector<char> bytes_;
   std::vector<std::size_t> offsets_;
 };
