@@ -61,13 +61,13 @@ HalReturnCode KernelDataPlane::Store(HalKind kind, std::uint32_t id,
 void KernelDataPlane::Remove(HalKind kind, std::uint32_t id) { translation_.Remove(kind, id); }
 
 std::optional<std::string> KernelDataPlane::Commit() {
-  const Transition taken = translation_.Take();
+  Transition taken = translation_.Take();
   KernelObjects present;
   const std::vector<RefusedChange> refused = Write(taken, &present);
   if (refused.empty()) return std::nullopt;
   // The next transition has them again, if they are still wanted then.
   Subtract(taken.after, &wanted_);
-  translation_.PutBack({std::move(present), taken.after});
+  translation_.PutBack({std::move(present), std::move(taken.after)});
   return refused.front().text;
 }
 

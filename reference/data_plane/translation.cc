@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 namespace reference {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 // The kernel's own tables: default, main and local.
 constexpr std::uint32_t kFirstKernelTable = 253;
 constexpr std::uint32_t kLastKernelTable = 255;
+constexpr char kKernelTables[] = "VRFs 253 to 255 are the kernel's own tables";
 // With a smaller MTU, the kernel switches IPv6 off on the device, but all next hops are IPv6.
 constexpr std::uint32_t kLeastMtu = 1280;
 constexpr std::size_t kMaxAlias = 255;
@@ -21,14 +23,6 @@ bool IsKernelTable(std::uint32_t vrf) {
   return vrf >= kFirstKernelTable && vrf <= kLastKernelTable;
 }
 
-bool ReadMac(const std::string& bytes, std::optional<MacAddress>* mac) {
-  MacAddress address{};
-  if (bytes.size() != address.size()) return false;
-  std::memcpy(address.data(), bytes.data(), address.size());
-  *mac = address;
-  return true;
-}
-
 // A locally administered address, different for each destination.
 MacAddress OwnMac(std::uint32_t id) {
   return {0x02,
@@ -37,6 +31,12 @@ MacAddress OwnMac(std::uint32_t id) {
           static_cast<std::uint8_t>(id >> 16U),
           static_cast<std::uint8_t>(id >> 8U),
           static_cast<std::uint8_t>(id)};
+}
+
+// "9000 members, but at most 8191 are possible"
+std::string TooMany(std::size_t count, const std::string& what, std::size_t limit) {
+  return std::to_string(count) + ' ' + what + ", but at most " + std::to_string(limit) +
+         " are possible";
 }
 
 // "eth2.20" means tag 20 on eth2.
@@ -61,11 +61,11 @@ Translation::Translation(InterfaceNames interfaces, std::set<std::string> device
 HalReturnCode Translation::Store(HalKind kind, std::uint32_t id,
                                  const google::protobuf::Message& message) {
   if (kind == HalKind::kVrf) {
-    if (IsKernelTable(id)) return kHalNotSupported;
+    if (IsKernelTable(id)) return Refuse(kHalNotSupported, kKernelTables);
     if (vrfs_.insert(id).second) UseVrf(id, true);
     return kHalSuccess;
   }
-  if (id == kDropNexthop) return kHalNotSupported;
+  if (id == kDropNexthop) return Refuse(kHalNotSupported, "the id is that of a blackhole");
   const auto stored = entries_.find(id);
   if (stored != entries_.end() && stored->second.kind != kind) return kHalExists;
   std::optional<Entry> entry = Entry{kind, {}};
@@ -87,43 +87,56 @@ void Translation::Remove(HalKind kind, std::uint32_t id) {
   Exchange(id, &none);
 }
 
-HalReturnCode Translation::Read(const google::protobuf::Message& message, HalKind kind,
-                                Entry* entry) const {
-  if (kind == HalKind::kVlan) {
-    return ReadVlan(static_cast<const encapsulation::VlanMessage&>(message), entry);
-  }
-  if (kind == HalKind::kHost) {
-    return ReadHost(static_cast<const encapsulation::HostMessage&>(message), entry);
-  }
-  if (kind == HalKind::kMpls) {
-    return ReadMpls(static_cast<const encapsulation::MplsMessage&>(message), entry);
-  }
-  return ReadEcmp(static_cast<const encapsulation::EcmpMessage&>(message), entry);
+HalReturnCode Translation::Refuse(HalReturnCode code, std::string reason) {
+  reason_ = std::move(reason);
+  return code;
 }
 
-HalReturnCode Translation::ReadVlan(const encapsulation::VlanMessage& message, Entry* entry) const {
+HalReturnCode Translation::Read(const google::protobuf::Message& message, HalKind kind,
+                                Entry* entry) {
+  switch (kind) {
+    case HalKind::kVlan:
+      return ReadVlan(static_cast<const encapsulation::VlanMessage&>(message), entry);
+    case HalKind::kHost:
+      return ReadHost(static_cast<const encapsulation::HostMessage&>(message), entry);
+    case HalKind::kMpls:
+      return ReadMpls(static_cast<const encapsulation::MplsMessage&>(message), entry);
+    case HalKind::kEcmp:
+      return ReadEcmp(static_cast<const encapsulation::EcmpMessage&>(message), entry);
+    case HalKind::kVrf:
+      break;  // Has no content.
+  }
+  return kHalBadRequest;
+}
+
+HalReturnCode Translation::ReadVlan(const encapsulation::VlanMessage& message, Entry* entry) {
   Vlan vlan;
-  const HalReturnCode code = FindParent(message.lim_id(), &vlan);
+  HalReturnCode code = FindInterface(message.lim_id(), &vlan.lim);
   if (code != kHalSuccess) return code;
   vlan.vrf = message.vrf();
-  if (IsKernelTable(vlan.vrf)) return kHalNotSupported;
-  if (vlan.vrf != 0) vlan.device.master = VrfDeviceName(vlan.vrf);
+  if (IsKernelTable(vlan.vrf)) return Refuse(kHalNotSupported, kKernelTables);
   std::optional<MacAddress> mac = OwnMac(message.vlan_destination_id());
-  if (message.has_source_mac_address() && !ReadMac(message.source_mac_address(), &mac)) {
-    return kHalNotSupported;
+  if (message.has_source_mac_address()) code = ReadMac(message.source_mac_address(), &mac);
+  if (code != kHalSuccess) return code;
+  vlan.mac = *mac;
+  vlan.mtu = message.mtu();
+  if (vlan.mtu != 0 && vlan.mtu < kLeastMtu) {
+    return Refuse(kHalNotSupported, "MTU " + std::to_string(vlan.mtu) + "; IPv6 needs at least " +
+                                        std::to_string(kLeastMtu));
   }
-  vlan.device.address = *mac;
-  vlan.device.mtu = message.mtu();
-  if (vlan.device.mtu != 0 && vlan.device.mtu < kLeastMtu) return kHalNotSupported;
   const auto& capabilities = message.capabilities();
-  vlan.device.forwarding = std::find(capabilities.begin(), capabilities.end(),
-                                     encapsulation::VLAN_CAPABILITY_ROUTED) != capabilities.end();
+  vlan.routed = std::find(capabilities.begin(), capabilities.end(),
+                          encapsulation::VLAN_CAPABILITY_ROUTED) != capabilities.end();
   for (const std::string& value : message.list_values()) {
-    if (!vlan.device.alias.empty()) vlan.device.alias += ' ';
-    vlan.device.alias += value;
+    if (!vlan.alias.empty()) vlan.alias += ' ';
+    vlan.alias += value;
   }
-  const std::string& alias = vlan.device.alias;
-  if (alias.size() > kMaxAlias || alias.find('\0') != std::string::npos) return kHalNotSupported;
+  if (vlan.alias.size() > kMaxAlias) {
+    return Refuse(kHalNotSupported, TooMany(vlan.alias.size(), "bytes of list values", kMaxAlias));
+  }
+  if (vlan.alias.find('\0') != std::string::npos) {
+    return Refuse(kHalNotSupported, "a list value contains a zero byte");
+  }
   entry->content = std::make_unique<const Vlan>(std::move(vlan));
   return kHalSuccess;
 }
@@ -134,40 +147,69 @@ std::optional<HalKind> Translation::KindOfDestination(std::uint32_t id) const {
   return entry->second.kind;
 }
 
-HalReturnCode Translation::FindParent(const std::string& lim_id, Vlan* vlan) const {
-  std::uint32_t lim = 0;
-  if (lim_id.size() < sizeof lim) return kHalNoInterface;
-  std::memcpy(&lim, lim_id.data(), sizeof lim);
-  const auto name = interfaces_.find(lim);
-  if (name == interfaces_.end()) return kHalNoInterface;
-  vlan->device.parent = name->second;
-  if (devices_.count(name->second) != 0) return kHalSuccess;
-  vlan->made_parent = ReadTagged(name->second);
-  if (!vlan->made_parent || devices_.count(vlan->made_parent->parent) == 0) return kHalNoInterface;
+HalReturnCode Translation::FindInterface(const std::string& lim_id, std::uint32_t* lim) {
+  if (lim_id.size() < sizeof *lim)
+    return Refuse(kHalNoInterface, "the lim id is shorter than 4 bytes");
+  std::memcpy(lim, lim_id.data(), sizeof *lim);
+  const std::string* const device = Find(interfaces_, *lim);
+  if (device == nullptr) {
+    return Refuse(kHalNoInterface, "no interface has lim id " + std::to_string(*lim));
+  }
+  if (devices_.count(*device) != 0) return kHalSuccess;
+  const std::optional<TaggedDevice> made = ReadTagged(*device);
+  if (made && devices_.count(made->parent) != 0) return kHalSuccess;
+  return Refuse(kHalNoInterface, "there is no device " + (made ? made->parent : *device));
+}
+
+std::optional<TaggedDevice> Translation::MadeDevice(const std::string& device) const {
+  return devices_.count(device) != 0 ? std::nullopt : ReadTagged(device);
+}
+
+MacvlanDevice Translation::DeviceOf(const Vlan& vlan) const {
+  MacvlanDevice device;
+  device.parent = interfaces_.at(vlan.lim);
+  device.address = vlan.mac;
+  device.mtu = vlan.mtu;
+  if (vlan.vrf != 0) device.master = VrfDeviceName(vlan.vrf);
+  device.forwarding = vlan.routed;
+  device.alias = vlan.alias;
+  return device;
+}
+
+HalReturnCode Translation::ReadMac(const std::string& bytes, std::optional<MacAddress>* mac) {
+  MacAddress address{};
+  if (bytes.size() != address.size()) {
+    return Refuse(kHalNotSupported,
+                  "a MAC address has 6 bytes, not " + std::to_string(bytes.size()));
+  }
+  std::memcpy(address.data(), bytes.data(), address.size());
+  *mac = address;
   return kHalSuccess;
 }
 
 HalReturnCode Translation::ReadHost(const encapsulation::HostMessage& message, Entry* entry) {
   Rider host;
   host.below = message.vlan_dest_id();
-  if (message.has_dest_mac() && !ReadMac(message.dest_mac(), &host.mac)) return kHalNotSupported;
+  HalReturnCode code = kHalSuccess;
+  if (message.has_dest_mac()) code = ReadMac(message.dest_mac(), &host.mac);
   for (const int flag : message.flags()) {
     if (flag == encapsulation::ACTION_DROP) host.fate = Fate::kDrop;
     if (flag == encapsulation::ACTION_TO_CPU && host.fate != Fate::kDrop) host.fate = Fate::kToCpu;
   }
   entry->content = std::move(host);
-  return kHalSuccess;
+  return code;
 }
 
 HalReturnCode Translation::ReadMpls(const encapsulation::MplsMessage& message, Entry* entry) {
   Rider mpls;
   mpls.below = message.vlan_tunnel_dest_id();
-  if (message.has_dest_mac() && !ReadMac(message.dest_mac(), &mpls.mac)) return kHalNotSupported;
+  HalReturnCode code = kHalSuccess;
+  if (message.has_dest_mac()) code = ReadMac(message.dest_mac(), &mpls.mac);
   if (message.flag() == encapsulation::ACTION_DROP) mpls.fate = Fate::kDrop;
   if (message.flag() == encapsulation::ACTION_TO_CPU) mpls.fate = Fate::kToCpu;
   mpls.labels.assign(message.labels().begin(), message.labels().end());
   entry->content = std::move(mpls);
-  return kHalSuccess;
+  return code;
 }
 
 HalReturnCode Translation::ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry) {
@@ -179,9 +221,14 @@ HalReturnCode Translation::ReadEcmp(const encapsulation::EcmpMessage& message, E
     if (group.members.empty() || group.members.back().first != id) {
       group.members.emplace_back(id, 0);
     }
-    if (++group.members.back().second > kMaxWeight) return kHalNotSupported;
+    if (++group.members.back().second > kMaxWeight) {
+      return Refuse(kHalNotSupported, "member " + std::to_string(id) + " is listed more than " +
+                                          std::to_string(kMaxWeight) + " times");
+    }
   }
-  if (group.members.size() > kMaxMembers) return kHalNotSupported;
+  if (group.members.size() > kMaxMembers) {
+    return Refuse(kHalNotSupported, TooMany(group.members.size(), "members", kMaxMembers));
+  }
   group.members.shrink_to_fit();
   entry->content = std::move(group);
   return kHalSuccess;
@@ -312,23 +359,30 @@ HalReturnCode Translation::Change(std::uint32_t id, bool add) {
   const auto entry = entries_.find(id);
   if (entry == entries_.end()) return kHalSuccess;
   std::optional<Hop> hop = HopOf(id, entry->second);
-  if (!hop) return kHalNotSupported;
+  if (!hop) {
+    return Refuse(kHalNotSupported, "destination " + std::to_string(id) + " would have more than " +
+                                        std::to_string(kMaxLabels) +
+                                        " labels, or ride on more than " +
+                                        std::to_string(kMaxTunnels) + " tunnels");
+  }
   if (entry->second.kind == HalKind::kVlan) {
     const auto& vlan = *std::get<std::unique_ptr<const Vlan>>(entry->second.content);
-    if (vlan.made_parent) UseDevice(vlan.device.parent, *vlan.made_parent, add);
+    const MacvlanDevice device = DeviceOf(vlan);
+    const auto made = MadeDevice(device.parent);
+    if (made) UseDevice(device.parent, *made, add);
     // Even if the VRF has no entry, so that the main table never routes its packets.
     UseVrf(vlan.vrf, add);
-    Record<std::string, KernelDevice>(DestinationDevice(id), vlan.device, add, &changed_devices_);
+    Record(&KernelObjects::devices, DestinationDevice(id), device, add);
   } else if (const auto* const group = std::get_if<NexthopGroup>(&hop->nexthop)) {
     UseDropNexthop(HasMember(*group, kDropNexthop), add);
   } else if (const auto* const out = std::get_if<DeviceNexthop>(&hop->nexthop)) {
     if (hop->neighbour) {
-      Record({out->device, out->gateway}, *hop->neighbour, add, &changed_neighbours_);
+      Record(&KernelObjects::neighbours, {out->device, out->gateway}, *hop->neighbour, add);
     } else {
       UseDevice(out->device, DummyDevice{}, add);
     }
   }
-  Record(id, std::move(hop->nexthop), add, &changed_nexthops_);
+  Record(&KernelObjects::nexthops, id, std::move(hop->nexthop), add);
   return kHalSuccess;
 }
 
@@ -338,7 +392,7 @@ void Translation::UseDevice(const std::string& name, const KernelDevice& device,
   const bool changes = users == (add ? 0 : 1);
   users = add ? users + 1 : users - 1;
   if (users == 0) shared_devices_.erase(shared);
-  if (changes) Record(name, device, add, &changed_devices_);
+  if (changes) Record(&KernelObjects::devices, name, device, add);
 }
 
 void Translation::UseVrf(std::uint32_t vrf, bool add) {
@@ -346,26 +400,18 @@ void Translation::UseVrf(std::uint32_t vrf, bool add) {
 }
 
 void Translation::UseDropNexthop(bool drops, bool add) {
-  // Part of the transition in any case: it may have to park the group there.
-  const auto [place, first] = changed_nexthops_.try_emplace(kDropNexthop);
-  if (first) place->second.before = DropNexthop();
+  if (!dropped_before_) dropped_before_ = drop_users_ != 0;
   if (drops) drop_users_ = add ? drop_users_ + 1 : drop_users_ - 1;
-  place->second.after = DropNexthop();
-}
-
-std::optional<KernelNexthop> Translation::DropNexthop() const {
-  if (drop_users_ == 0) return std::nullopt;
-  return BlackholeNexthop{};
 }
 
 KernelObjects Translation::Objects() const {
   KernelObjects objects;
   for (const auto& [name, shared] : shared_devices_) objects.devices.emplace(name, shared.device);
-  if (const auto drop = DropNexthop()) objects.nexthops.emplace(kDropNexthop, *drop);
+  if (drop_users_ != 0) objects.nexthops.emplace(kDropNexthop, BlackholeNexthop{});
   for (const auto& [id, entry] : entries_) {
     std::optional<Hop> hop = HopOf(id, entry);
     if (const auto* const vlan = std::get_if<std::unique_ptr<const Vlan>>(&entry.content)) {
-      objects.devices.emplace(DestinationDevice(id), (*vlan)->device);
+      objects.devices.emplace(DestinationDevice(id), DeviceOf(**vlan));
     }
     if (hop->neighbour) {
       const auto& out = std::get<DeviceNexthop>(hop->nexthop);
@@ -377,52 +423,35 @@ KernelObjects Translation::Objects() const {
 }
 
 Transition Translation::Take() {
-  Transition taken;
-  MoveChanges(&changed_devices_, &taken.before.devices, &taken.after.devices);
-  MoveChanges(&changed_neighbours_, &taken.before.neighbours, &taken.after.neighbours);
-  MoveChanges(&changed_nexthops_, &taken.before.nexthops, &taken.after.nexthops);
+  Transition taken = std::exchange(changes_, {});
+  // With each group that changes: the difference may have to park the group there.
+  if (dropped_before_) {
+    if (*dropped_before_) taken.before.nexthops.emplace(kDropNexthop, BlackholeNexthop{});
+    if (drop_users_ != 0) taken.after.nexthops.emplace(kDropNexthop, BlackholeNexthop{});
+  }
+  dropped_before_.reset();
   return taken;
 }
 
-void Translation::PutBack(const Transition& transition) {
-  const auto& [before, after] = transition;
-  PutBackChanges(before.devices, after.devices, &changed_devices_);
-  PutBackChanges(before.neighbours, after.neighbours, &changed_neighbours_);
-  PutBackChanges(before.nexthops, after.nexthops, &changed_nexthops_);
-  // The kernel may have it although nothing in the transition concerns it.
-  const auto drop = changed_nexthops_.find(kDropNexthop);
-  if (drop != changed_nexthops_.end()) drop->second.after = DropNexthop();
+void Translation::PutBack(Transition transition) {
+  changes_ = std::move(transition);
+  const bool existed = changes_.before.nexthops.erase(kDropNexthop) != 0;
+  const bool wanted = changes_.after.nexthops.erase(kDropNexthop) != 0;
+  if (existed || wanted) dropped_before_ = existed;
 }
 
-// Records that an object comes or goes.
-template <typename Key, typename Value>
-void Translation::Record(const Key& key, Value value, bool add, Changes<Key, Value>* changes) {
-  const auto [place, first] = changes->try_emplace(key);
-  Changed<Value>& change = place->second;
+// An object that goes has either come since the last `Take` or existed then.
+template <typename Map>
+void Translation::Record(Map KernelObjects::*objects, const typename Map::key_type& key,
+                         typename Map::mapped_type object, bool add) {
+  Map& before = changes_.before.*objects;
+  Map& after = changes_.after.*objects;
+  // Most changes come in ascending order.
   if (add) {
-    change.after = std::move(value);
-  } else if (first) {
-    change.before = std::move(value);
-  } else {
-    change.after.reset();
+    after.insert_or_assign(after.end(), key, std::move(object));
+  } else if (after.erase(key) == 0) {
+    before.try_emplace(before.end(), key, std::move(object));
   }
-}
-
-template <typename Key, typename Value>
-void Translation::MoveChanges(Changes<Key, Value>* changes, std::map<Key, Value>* before,
-                              std::map<Key, Value>* after) {
-  for (auto& [key, change] : *changes) {
-    if (change.before) before->emplace_hint(before->end(), key, *std::move(change.before));
-    if (change.after) after->emplace_hint(after->end(), key, *std::move(change.after));
-  }
-  changes->clear();
-}
-
-template <typename Key, typename Value>
-void Translation::PutBackChanges(const std::map<Key, Value>& before,
-                                 const std::map<Key, Value>& after, Changes<Key, Value>* changes) {
-  for (const auto& [key, value] : before) (*changes)[key].before = value;
-  for (const auto& [key, value] : after) (*changes)[key].after = value;
 }
 
 }  // namespace reference

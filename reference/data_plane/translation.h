@@ -35,10 +35,14 @@ struct Transition {
 namespace entry {
 
 struct Vlan {
+  /// Its interface.
+  std::uint32_t lim = 0;
   std::uint32_t vrf = 0;
-  MacvlanDevice device;
-  /// The parent, if it is a subinterface that we have to make.
-  std::optional<TaggedDevice> made_parent;
+  /// In bytes; 0 to use the interface's.
+  std::uint32_t mtu = 0;
+  MacAddress mac{};
+  bool routed = false;
+  std::string alias;
 };
 
 enum class Fate : std::uint8_t { kForward, kDrop, kToCpu };
@@ -78,6 +82,10 @@ class Translation {
   /// - `kHalNotSupported`: the kernel cannot represent the entry, or another one that rides on it.
   HalReturnCode Store(HalKind kind, std::uint32_t id, const google::protobuf::Message& message);
 
+  /// Why the last `Store` returned `kHalNoInterface` or `kHalNotSupported`: one line for the
+  /// operator.
+  const std::string& reason() const { return reason_; }
+
   /// Removes an entry; a no-op if there is none.
   void Remove(HalKind kind, std::uint32_t id);
 
@@ -94,7 +102,7 @@ class Translation {
 
   /// Makes `transition` part of the next one again. Call it right after `Take`, with the objects
   /// that the kernel has now as `transition.before`.
-  void PutBack(const Transition& transition);
+  void PutBack(Transition transition);
 
  private:
   using Vlan = entry::Vlan;
@@ -103,7 +111,7 @@ class Translation {
   using Fate = entry::Fate;
   struct Entry {
     HalKind kind{};
-    // VLAN destinations are large, but few.
+    // VLAN destinations are the largest, but few.
     std::variant<std::unique_ptr<const Vlan>, Rider, Group> content;
   };
   // Where the packets of a host or an MPLS destination go.
@@ -120,24 +128,24 @@ class Translation {
     KernelNexthop nexthop;
     std::optional<MacAddress> neighbour;
   };
-  template <typename Value>
-  struct Changed {
-    std::optional<Value> before;
-    std::optional<Value> after;
-  };
-  template <typename Key, typename Value>
-  using Changes = std::map<Key, Changed<Value>>;
   struct SharedDevice {
     KernelDevice device;
     std::size_t users = 0;
   };
 
-  HalReturnCode Read(const google::protobuf::Message& message, HalKind kind, Entry* entry) const;
-  HalReturnCode ReadVlan(const encapsulation::VlanMessage& message, Entry* entry) const;
-  static HalReturnCode ReadHost(const encapsulation::HostMessage& message, Entry* entry);
-  static HalReturnCode ReadMpls(const encapsulation::MplsMessage& message, Entry* entry);
-  static HalReturnCode ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry);
-  HalReturnCode FindParent(const std::string& lim_id, Vlan* vlan) const;
+  // Sets `reason_` and returns the code.
+  HalReturnCode Refuse(HalReturnCode code, std::string reason);
+
+  HalReturnCode Read(const google::protobuf::Message& message, HalKind kind, Entry* entry);
+  HalReturnCode ReadVlan(const encapsulation::VlanMessage& message, Entry* entry);
+  HalReturnCode ReadHost(const encapsulation::HostMessage& message, Entry* entry);
+  HalReturnCode ReadMpls(const encapsulation::MplsMessage& message, Entry* entry);
+  HalReturnCode ReadEcmp(const encapsulation::EcmpMessage& message, Entry* entry);
+  HalReturnCode ReadMac(const std::string& bytes, std::optional<MacAddress>* mac);
+  HalReturnCode FindInterface(const std::string& lim_id, std::uint32_t* lim);
+  // The subinterface that we have to make, if the device is one.
+  std::optional<TaggedDevice> MadeDevice(const std::string& device) const;
+  MacvlanDevice DeviceOf(const Vlan& vlan) const;
 
   // Exchanges the entry with the stored one (empty if there is none), and updates the objects of
   // all entries that depend on it. Returns whether the kernel can represent them.
@@ -159,19 +167,16 @@ class Translation {
   void UseDevice(const std::string& name, const KernelDevice& device, bool add);
   void UseVrf(std::uint32_t vrf, bool add);
   void UseDropNexthop(bool drops, bool add);
-  std::optional<KernelNexthop> DropNexthop() const;
 
-  template <typename Key, typename Value>
-  static void Record(const Key& key, Value value, bool add, Changes<Key, Value>* changes);
-  template <typename Key, typename Value>
-  static void MoveChanges(Changes<Key, Value>* changes, std::map<Key, Value>* before,
-                          std::map<Key, Value>* after);
-  template <typename Key, typename Value>
-  static void PutBackChanges(const std::map<Key, Value>& before, const std::map<Key, Value>& after,
-                             Changes<Key, Value>* changes);
+  // Records that an object comes or goes, in one of the maps of `changes_`.
+  template <typename Map>
+  void Record(Map KernelObjects::*objects, const typename Map::key_type& key,
+              typename Map::mapped_type object, bool add);
 
   const InterfaceNames interfaces_;
   const std::set<std::string> devices_;
+
+  std::string reason_;
 
   std::set<std::uint32_t> vrfs_;
   std::unordered_map<std::uint32_t, Entry> entries_;
@@ -184,10 +189,10 @@ class Translation {
   // How many groups have `kDropNexthop` as their only member.
   std::size_t drop_users_ = 0;
 
-  // What has changed since the last `Take`.
-  Changes<std::string, KernelDevice> changed_devices_;
-  Changes<NeighbourKey, MacAddress> changed_neighbours_;
-  Changes<std::uint32_t, KernelNexthop> changed_nexthops_;
+  // What has changed since the last `Take`, except for `kDropNexthop`.
+  Transition changes_;
+  // Whether `kDropNexthop` existed at the last `Take`; empty if no group has changed since.
+  std::optional<bool> dropped_before_;
 };
 
 }  // namespace reference

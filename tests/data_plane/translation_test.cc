@@ -149,6 +149,7 @@ TEST(TranslateVrfTest, TheKernelsOwnTablesAreNotSupported) {
   Translation translation(Interfaces(), Devices());
   for (const std::uint32_t vrf : {253U, 254U, 255U}) {
     EXPECT_EQ(translation.Store(HalKind::kVrf, vrf, Vrf(vrf)), kHalNotSupported) << vrf;
+    EXPECT_EQ(translation.reason(), "VRFs 253 to 255 are the kernel's own tables");
   }
   for (const std::uint32_t vrf : {252U, 256U}) {
     EXPECT_EQ(translation.Store(HalKind::kVrf, vrf, Vrf(vrf)), kHalSuccess) << vrf;
@@ -448,6 +449,7 @@ struct RefusalCase {
   const char* name;
   AnyEntry entry;
   HalReturnCode code;
+  const char* reason = "";
 };
 
 /// VLAN destination 10, host 101, tunnel 201 with 10 labels below circuit 202 with 20, group 301.
@@ -468,6 +470,7 @@ TEST_P(TranslateRefusalTest, ChangesNothing) {
   Translation translation = Translated(SomeEntries());
   const KernelObjects before = translation.Objects();
   EXPECT_EQ(GetParam().entry.StoreIn(&translation), GetParam().code);
+  EXPECT_EQ(translation.reason(), GetParam().reason);
   EXPECT_TRUE(translation.Objects() == before);
 }
 
@@ -478,51 +481,66 @@ encapsulation::VlanMessage VlanAlias(const std::string& alias) {
 INSTANTIATE_TEST_SUITE_P(
     Entries, TranslateRefusalTest,
     testing::Values(
-        RefusalCase{"UnknownInterface", VlanOn(11, 999), kHalNoInterface},
-        RefusalCase{"InterfaceWithoutDevice", VlanOn(11, kEth2), kHalNoInterface},
-        RefusalCase{"SubinterfaceWithoutParent", VlanOn(11, 206), kHalNoInterface},
-        RefusalCase{"NoTag", VlanOn(11, 205), kHalNoInterface},
-        RefusalCase{"TagZero", VlanOn(11, 201), kHalNoInterface},
-        RefusalCase{"TagTooLarge", VlanOn(11, 202), kHalNoInterface},
-        RefusalCase{"TagWithLeadingZero", VlanOn(11, 203), kHalNoInterface},
-        RefusalCase{"TagNotANumber", VlanOn(11, 204), kHalNoInterface},
-        RefusalCase{"NoLimId", Vlan(11), kHalNoInterface},
+        RefusalCase{"UnknownInterface", VlanOn(11, 999), kHalNoInterface,
+                    "no interface has lim id 999"},
+        RefusalCase{"InterfaceWithoutDevice", VlanOn(11, kEth2), kHalNoInterface,
+                    "there is no device eth2"},
+        RefusalCase{"SubinterfaceWithoutParent", VlanOn(11, 206), kHalNoInterface,
+                    "there is no device eth2"},
+        RefusalCase{"NoTag", VlanOn(11, 205), kHalNoInterface, "there is no device eth0."},
+        RefusalCase{"TagZero", VlanOn(11, 201), kHalNoInterface, "there is no device eth0.0"},
+        RefusalCase{"TagTooLarge", VlanOn(11, 202), kHalNoInterface,
+                    "there is no device eth0.4095"},
+        RefusalCase{"TagWithLeadingZero", VlanOn(11, 203), kHalNoInterface,
+                    "there is no device eth0.020"},
+        RefusalCase{"TagNotANumber", VlanOn(11, 204), kHalNoInterface, "there is no device eth0.x"},
+        RefusalCase{"NoLimId", Vlan(11), kHalNoInterface, "the lim id is shorter than 4 bytes"},
         RefusalCase{"ShortLimId", With(VlanOn(11), [](VlanPtr vlan) { vlan->set_lim_id("abc"); }),
-                    kHalNoInterface},
+                    kHalNoInterface, "the lim id is shorter than 4 bytes"},
         RefusalCase{"ShortSourceMac",
                     With(VlanOn(11), [](VlanPtr vlan) { vlan->set_source_mac_address("abcde"); }),
-                    kHalNotSupported},
+                    kHalNotSupported, "a MAC address has 6 bytes, not 5"},
         RefusalCase{"MtuBelowIpv6s", With(VlanOn(11), [](VlanPtr vlan) { vlan->set_mtu(1279); }),
-                    kHalNotSupported},
+                    kHalNotSupported, "MTU 1279; IPv6 needs at least 1280"},
         RefusalCase{"VrfOfTheKernel", With(VlanOn(11), [](VlanPtr vlan) { vlan->set_vrf(254); }),
-                    kHalNotSupported},
-        RefusalCase{"LongAlias", VlanAlias(std::string(256, 'a')), kHalNotSupported},
-        RefusalCase{"AliasWithZeroByte", VlanAlias(std::string(1, '\0')), kHalNotSupported},
+                    kHalNotSupported, "VRFs 253 to 255 are the kernel's own tables"},
+        RefusalCase{"LongAlias", VlanAlias(std::string(256, 'a')), kHalNotSupported,
+                    "256 bytes of list values, but at most 255 are possible"},
+        RefusalCase{"AliasWithZeroByte", VlanAlias(std::string(1, '\0')), kHalNotSupported,
+                    "a list value contains a zero byte"},
         RefusalCase{"ShortHostMac",
                     With(Neighbour(102, 10), [](HostPtr host) { host->set_dest_mac("abcde"); }),
-                    kHalNotSupported},
+                    kHalNotSupported, "a MAC address has 6 bytes, not 5"},
         RefusalCase{"ShortMplsMac",
                     With(Tunnel(203, 10, 1), [](MplsPtr mpls) { mpls->set_dest_mac("abcdefg"); }),
-                    kHalNotSupported},
-        RefusalCase{"TooManyLabels",
-                    With(Tunnel(203, 10, 1),
-                         [](MplsPtr mpls) {
-                           for (int i = 0; i < 30; ++i) mpls->add_labels(1);
-                         }),
-                    kHalNotSupported},
-        RefusalCase{"TooManyLabelsWithTheTunnels", Tunnel(203, 202, 1), kHalNotSupported},
-        RefusalCase{"TooManyLabelsForACircuitOnIt",
-                    With(Tunnel(201, 10, 1),
-                         [](MplsPtr mpls) {
-                           for (int i = 0; i < 10; ++i) mpls->add_labels(1);
-                         }),
-                    kHalNotSupported},
-        RefusalCase{"RingOfTunnels",
-                    With(Tunnel(201, 202, 1), [](MplsPtr mpls) { mpls->clear_labels(); }),
-                    kHalNotSupported},
+                    kHalNotSupported, "a MAC address has 6 bytes, not 7"},
+        RefusalCase{
+            "TooManyLabels",
+            With(Tunnel(203, 10, 1),
+                 [](MplsPtr mpls) {
+                   for (int i = 0; i < 30; ++i) mpls->add_labels(1);
+                 }),
+            kHalNotSupported,
+            "destination 203 would have more than 30 labels, or ride on more than 30 tunnels"},
+        RefusalCase{
+            "TooManyLabelsWithTheTunnels", Tunnel(203, 202, 1), kHalNotSupported,
+            "destination 203 would have more than 30 labels, or ride on more than 30 tunnels"},
+        RefusalCase{
+            "TooManyLabelsForACircuitOnIt",
+            With(Tunnel(201, 10, 1),
+                 [](MplsPtr mpls) {
+                   for (int i = 0; i < 10; ++i) mpls->add_labels(1);
+                 }),
+            kHalNotSupported,
+            "destination 202 would have more than 30 labels, or ride on more than 30 tunnels"},
+        RefusalCase{
+            "RingOfTunnels", With(Tunnel(201, 202, 1), [](MplsPtr mpls) { mpls->clear_labels(); }),
+            kHalNotSupported,
+            "destination 202 would have more than 30 labels, or ride on more than 30 tunnels"},
         RefusalCase{"TooMuchWeight", Ecmp(302, std::vector<std::uint32_t>(257, 101)),
-                    kHalNotSupported},
-        RefusalCase{"ReservedId", VlanOn(kDropNexthop), kHalNotSupported},
+                    kHalNotSupported, "member 101 is listed more than 256 times"},
+        RefusalCase{"ReservedId", VlanOn(kDropNexthop), kHalNotSupported,
+                    "the id is that of a blackhole"},
         RefusalCase{"IdOfAnotherKind", Neighbour(10, 10), kHalExists}),
     [](const auto& test) { return std::string(test.param.name); });
 
@@ -531,6 +549,7 @@ TEST(TranslateRefusalTest, TooManyMembers) {
   for (std::size_t i = 0; i < members.size(); ++i) members[i] = static_cast<std::uint32_t>(i + 1);
   Translation translation(Interfaces(), Devices());
   EXPECT_EQ(AnyEntry(Ecmp(10'001, members)).StoreIn(&translation), kHalNotSupported);
+  EXPECT_EQ(translation.reason(), "8192 members, but at most 8191 are possible");
   members.pop_back();
   EXPECT_EQ(AnyEntry(Ecmp(10'001, members)).StoreIn(&translation), kHalSuccess);
 }
