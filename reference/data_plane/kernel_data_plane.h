@@ -60,6 +60,7 @@ class KernelDataPlane : public DataPlane {
 
   HalReturnCode Store(HalKind kind, std::uint32_t id,
                       const google::protobuf::Message& message) override;
+  const std::string& reason() const override { return translation_.reason(); }
   void Remove(HalKind kind, std::uint32_t id) override;
   std::optional<std::string> Commit() override;
   bool CommitOrLeave() override;

@@ -42,6 +42,10 @@ class DataPlane {
   virtual HalReturnCode Store(HalKind kind, std::uint32_t id,
                               const google::protobuf::Message& message) = 0;
 
+  /// Why the last `Store` returned `kHalNoInterface` or `kHalNotSupported`: one line for the
+  /// operator.
+  virtual const std::string& reason() const = 0;
+
   /// Removes an entry.
   virtual void Remove(HalKind kind, std::uint32_t id) = 0;
 

@@ -475,7 +475,12 @@ void Session::Stage(std::uint32_t sequence, const google::protobuf::Message* mes
   const SavedEntry before = state_->tables.Save(KindOf(request_.operation), request_.id);
   const HalReturnCode code =
       message == nullptr ? kHalBadRequest : state_->tables.Apply(request_, *message);
-  staged_.push_back({sequence, request_, code, before, {}});
+  staged_.push_back({sequence, request_, code, before, ReasonFor(code)});
+}
+
+std::string Session::ReasonFor(HalReturnCode code) const {
+  const bool has_reason = code == kHalNoInterface || code == kHalNotSupported;
+  return has_reason ? state_->options.data_plane->reason() : std::string();
 }
 
 void Session::CommitStaged() {
@@ -501,6 +506,7 @@ void Session::CommitOneByOne() {
     if (staged.code == kHalBadRequest) continue;
     staged.before = tables.Save(staged.before.kind, staged.before.id);
     staged.code = tables.Apply(staged.request);
+    staged.reason = ReasonFor(staged.code);
     if (staged.code != kHalSuccess) continue;
     const auto refusal = data_plane.Commit();
     if (!refusal) continue;

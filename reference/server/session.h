@@ -159,6 +159,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void CarryOut(std::uint32_t sequence, const google::protobuf::Message* message);
   // With a data plane: carries out `request_`, whose answer waits for the commit.
   void Stage(std::uint32_t sequence, const google::protobuf::Message* message);
+  // Why the data plane refused the request that was just applied; empty if it did not.
+  std::string ReasonFor(HalReturnCode code) const;
   void CommitStaged();
   // After a refusal: finds the refused requests.
   void CommitOneByOne();

@@ -27,11 +27,16 @@ class FakeDataPlane : public DataPlane {
     const std::string name = Name(kind, id);
     calls_.push_back("store " + name);
     const auto code = codes_.find(name);
-    if (code != codes_.end()) return code->second;
+    if (code != codes_.end()) {
+      reason_ = "no place for " + name;
+      return code->second;
+    }
     stored_.insert(name);
     entries_[name] = message.SerializeAsString();
     return kHalSuccess;
   }
+
+  const std::string& reason() const override { return reason_; }
 
   void Remove(HalKind kind, std::uint32_t id) override {
     calls_.push_back("remove " + Name(kind, id));
@@ -108,6 +113,7 @@ class FakeDataPlane : public DataPlane {
   }
 
   std::map<std::string, HalReturnCode> codes_;
+  std::string reason_;
   std::set<std::string> refused_;
   std::set<std::string> stored_;
   std::vector<std::string> calls_;

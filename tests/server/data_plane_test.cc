@@ -106,6 +106,30 @@ TEST_F(DataPlaneTest, AClientOfMinorVersion2IsGivenTheReason) {
   }
 }
 
+TEST_F(DataPlaneTest, ACodeOfTheDataPlaneHasAReasonToo) {
+  data_plane_.RefuseToStore("vlan 11", kHalNoInterface);
+  data_plane_.RefuseToStore("vlan 12", kHalNotSupported);
+  data_plane_.RefuseToStore("vlan 13", kHalExists);
+  client_.reset();
+  client_.emplace(server_.path()).Greet(HelloBytes('\x02'));
+  client_->Send(VlanFrame(kInstallVlan, 1, 11) + VlanFrame(kInstallVlan, 2, 12) +
+                VlanFrame(kInstallVlan, 3, 13));
+  EXPECT_THAT(client_->ReceiveFrames(3),
+              ElementsAre(Result(1, 7, 11, 0, "no place for vlan 11"),
+                          Result(2, 8, 12, 0, "no place for vlan 12"), Result(3, 3, 13)));
+}
+
+// Each request is carried out again, and may then fail for another reason.
+TEST_F(DataPlaneTest, TheReasonIsThatOfTheCode) {
+  data_plane_.RefuseToStore("host 20", kHalNoInterface);
+  data_plane_.RefuseToCommit("vlan 10");
+  client_.reset();
+  client_.emplace(server_.path()).Greet(HelloBytes('\x02'));
+  client_->Send(VlanFrame(kInstallVlan, 1, 10) + HostFrame(2, 20, 10));
+  EXPECT_THAT(client_->ReceiveFrames(2),
+              ElementsAre(Result(1, 9, 10, 0, "no room for vlan 10"), Result(2, 1, 20)));
+}
+
 TEST(DataPlaneObserverTest, SeesTheReason) {
   FakeDataPlane data_plane;
   data_plane.RefuseToCommit("vlan 11");
