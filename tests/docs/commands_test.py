@@ -20,7 +20,9 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PAGES = ['README.md', 'docs/operating.md', 'docs/porting.md',
+# Its commands program the kernel, in a network namespace; only in mode `tree`.
+LINUX = 'docs/linux.md'
+PAGES = ['README.md', 'docs/operating.md', 'docs/porting.md', LINUX,
          *(f'packaging/man/zuskux-{name}.1.in' for name in
            ('manager', 'hal', 'record', 'generate-site', 'check-platform')),
          'packaging/man/zuskux-site.5.in']
@@ -53,17 +55,34 @@ ELSEWHERE = {
     '2024-05-17 08:15:30.123456 INFO zuskux-manager: connected to HAL server NAME, generation G':
         'a log line; its times are not stable',
     'sudo examples/linux/run': 'test linux.example runs it',
+    'tcpdump -i zcpu': 'packets_test captures on zcpu, in the virtual machine',
     'sudo zuskux-hal --data-plane linux --interfaces site.txtpb': 'test linux.example runs it',
     '== ip route add 203.0.113.0/24 nhid 101': 'test linux.example checks it',
     'interface { name: "eth0" lim_id: 16777217 type: 1 ifindex: 1 }': 'test docs.site_page checks it',
 }
+# What the Linux page takes for granted: a site, its devices, and a VRF's table.
+LINUX_MACHINE = f'''
+set -e
+cp {ROOT}/examples/linux/site.txtpb .
+ip link set lo up
+for port in 1 2; do
+  ip link add eth$port type veth peer name far$port
+  ip link set eth$port up
+  ip link set far$port up
+done
+ip route add unreachable default table 10
+set +e
+'''
+# Before these commands.
+FIRST = {'ip nexthop flush proto 171': 'kill %1; wait %1'}  # "After the server has exited".
 # Commands that do not end with 0.
 STATUSES = {
     './run examples/sites/mistakes.txtpb': 1,
     './run examples/sites/provider_edge.txtpb --table-size 6 --explain mpls:230': 3,
 }
 # The start of a command.
-COMMAND = re.compile(r'(\./(run|test|bench|package)|zuskux-|cp |sed |cmake |until |apt-get |manager=)')
+COMMAND = re.compile(
+    r'(\./(run|test|bench|package)|zuskux-|cp |sed |cmake |until |apt-get |manager=|ip |tcpdump )')
 READY = r'''
 settled() { grep -q ' settled: ' "$log"; }
 ready() {  # ready COMMAND: waits until a program in the background is ready
@@ -115,7 +134,7 @@ def shown_in(output, wanted):
 class Page:
     """Runs the blocks of one page in one shell."""
 
-    def __init__(self, name, blocks, substitutes, patience):
+    def __init__(self, name, blocks, substitutes, patience, programs_kernel=False):
         self.name, self.commands, self.shown, self.patience = name, [], {}, patience
         for block in blocks:
             if COMMAND.match(block[0]):
@@ -123,10 +142,14 @@ class Page:
             else:
                 self.shown[len(self.commands) - 1] = block
         self.substitutes = substitutes
+        self.shell = [*(['unshare', '--net'] if programs_kernel else []), 'bash', '-c']
+        self.machine = LINUX_MACHINE if programs_kernel else ''
 
     def script(self):
-        yield READY
+        yield READY + self.machine
         for number, command in enumerate(self.commands):
+            if command in FIRST:
+                yield FIRST[command]
             for word, substitute in self.substitutes.items():
                 command = command.replace(word, substitute)
             yield f'echo "@@ {number}"\n{command}\nstatus=$?'
@@ -138,7 +161,7 @@ class Page:
         """Yields what is wrong."""
         log = folder / 'log'
         with open(log, 'wb') as out:
-            shell = subprocess.Popen(['bash', '-c', '\n'.join(self.script())], cwd=folder, stdout=out,
+            shell = subprocess.Popen([*self.shell, '\n'.join(self.script())], cwd=folder, stdout=out,
                                      stderr=out, stdin=subprocess.DEVNULL, start_new_session=True,
                                      env={**environment, 'log': str(log),
                                           'patience': str(self.patience)})
@@ -179,6 +202,11 @@ def tree_of(folder, programs):
     (folder / 'build/development/bin').symlink_to(programs)
 
 
+def has_namespaces():
+    """Whether this process may create network namespaces."""
+    return subprocess.run(['unshare', '--net', 'true'], stderr=subprocess.DEVNULL).returncode == 0
+
+
 def main():
     mode = sys.argv[1]
     mistakes, seen, counts = [], set(), {'run': 0, 'output': 0, 'elsewhere': 0}
@@ -215,7 +243,10 @@ def main():
             runtime.mkdir(mode=0o700)
             patience = FRESH_PATIENCE if mode == 'fresh' else PATIENCE
             before = set(os.listdir(folder))
-            mistakes += Page(name, blocks, data, patience).run(folder, environment)
+            if name == LINUX and not (mode == 'tree' and has_namespaces()):
+                print(f'{name}: skipped, needs a network namespace')
+                continue
+            mistakes += Page(name, blocks, data, patience, name == LINUX).run(folder, environment)
             if name == 'README.md':
                 # A clone ignores what is in build/.
                 mistakes += [f'{name}: leaves {left} in the clone'
