@@ -49,13 +49,16 @@ if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
 endif()
 
-option(ZUSKUX_GROUP_SOURCES "Without ccache, compile several sources of reference/ together" OFF)
+set(ZUSKUX_GROUP_SOURCES OFF CACHE STRING
+    "Compile several sources of reference/ together: ON without ccache, ALWAYS, or OFF")
+set_property(CACHE ZUSKUX_GROUP_SOURCES PROPERTY STRINGS ON ALWAYS OFF)
 
 # zuskux_group_sources(<target>...): compiles up to eight sources of a target together, so that they
 # parse the large headers (protobuf, Asio, JSON) once: a first build takes less than two thirds of the time.
-# With ccache, single sources are faster.
+# With ccache, single sources are faster. What ships is always grouped: whether the machine has ccache
+# must not change it.
 function(zuskux_group_sources)
-  if(NOT ZUSKUX_GROUP_SOURCES OR CCACHE)
+  if(NOT ZUSKUX_GROUP_SOURCES OR (CCACHE AND NOT ZUSKUX_GROUP_SOURCES STREQUAL ALWAYS))
     return()
   endif()
   set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
