@@ -1,5 +1,6 @@
 #include "reference/data_plane/kernel_data_plane.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "reference/data_plane/broken_entries.h"
@@ -111,7 +112,10 @@ Repair KernelDataPlane::MakeAsWanted() {
     transition = left_.Extend(std::move(transition), wanted_);
   }
   const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
-  if (changes.empty()) return {};
+  if (changes.empty()) {
+    CountLostRoutes();
+    return {};
+  }
 
   Repair repair;
   for (const auto& [name, object] : Compare(transition.after, transition.before, state.mtus)) {
@@ -123,6 +127,14 @@ Repair KernelDataPlane::MakeAsWanted() {
   if (repair.differences > kNamed) repair.text += ", ...";
   KernelObjects present;
   const std::vector<RefusedChange> refused = WriteAndSettle(transition, changes, &present);
+  // The kernel removes the routes of a next hop together with it, and does not say so.
+  if (const std::size_t lost = CountLostRoutes()) {
+    repair.text += "; " + std::to_string(lost) +
+                   (lost == 1 ? " route that used our next hops is gone; the program that added it "
+                                "must add it again"
+                              : " routes that used our next hops are gone; the programs that added "
+                                "them must add them again");
+  }
   if (refused.empty()) return repair;
   RefusedObjects refused_objects;
   for (const RefusedChange& one : refused) {
@@ -133,6 +145,12 @@ Repair KernelDataPlane::MakeAsWanted() {
   UseMtusOfParents(state.mtus, &wanted.devices);
   repair.broken = BrokenEntries(translation_, wanted, present, state.mtus, refused_objects);
   return repair;
+}
+
+std::size_t KernelDataPlane::CountLostRoutes() {
+  if (!kernel_.count_routes) return 0;
+  const std::size_t before = std::exchange(routes_, kernel_.count_routes());
+  return before - std::min(before, routes_);
 }
 
 std::vector<RefusedChange> KernelDataPlane::Write(const Transition& taken, KernelObjects* present) {

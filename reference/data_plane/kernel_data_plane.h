@@ -46,6 +46,8 @@ struct KernelAccess {
   /// See `DataPlane::TakeChanges`.
   std::function<bool()> take_changes;
   int change_fd = -1;
+  /// The number of routes that use our next hops; empty if nobody counts them.
+  std::function<std::size_t()> count_routes = nullptr;
 };
 
 /// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
@@ -71,6 +73,8 @@ class KernelDataPlane : public DataPlane {
   Repair MakeAsWanted() override;
 
  private:
+  // Counts the routes, and returns how many have gone since the last count.
+  std::size_t CountLostRoutes();
   // Writes what the transition changes. Returns the refused changes. If there are any, sets
   // `present` to those of the objects that the kernel has now.
   std::vector<RefusedChange> Write(const Transition& taken, KernelObjects* present);
@@ -85,6 +89,8 @@ class KernelDataPlane : public DataPlane {
   KernelObjects wanted_;
   std::size_t removed_ = 0;
   std::uint64_t writes_ = 0;
+  // When the kernel was last compared with the tables.
+  std::size_t routes_ = 0;
   const KernelAccess kernel_;
   const LogFunction log_;
 };

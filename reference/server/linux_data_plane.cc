@@ -105,8 +105,8 @@ std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
           [kernel] {
             return KernelState{kernel->kernel.Read(), kernel->kernel.Devices()};
           },
-          [kernel] { return kernel->kernel.TakeNotifications(); },
-          kernel->kernel.notification_fd()},
+          [kernel] { return kernel->kernel.TakeNotifications(); }, kernel->kernel.notification_fd(),
+          [kernel] { return kernel->kernel.CountRoutes(); }},
       log);
 }
 

@@ -182,6 +182,27 @@ TEST_F(LinuxDataPlaneTest, RepairsWhenTheLinkIsBack) {
   EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
 }
 
+// The kernel removes the routes with the next hop. They belong to other programs.
+TEST_F(LinuxDataPlaneTest, SaysHowManyRoutesTheKernelHasRemoved) {
+  const auto data_plane = Make();
+  EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
+  EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
+  EXPECT_EQ(data_plane->Commit(), std::nullopt);
+  Run("ip route add 203.0.113.0/25 nhid 20; ip route add 203.0.113.128/25 nhid 20 table 7;"
+      "ip route add 192.0.2.0/25 nhid 10; ip -6 route add 2001:db8::/48 nhid 20");
+  EXPECT_EQ(data_plane->MakeAsWanted().differences, 0);
+  Run("ip nexthop del id 20");
+  EXPECT_EQ(data_plane->MakeAsWanted().text,
+            "next hop 20 missing; 3 routes that used our next hops are gone; the programs that "
+            "added them must add them again");
+  Run("ip nexthop del id 10");
+  EXPECT_EQ(data_plane->MakeAsWanted().text,
+            "next hop 10 missing; 1 route that used our next hops is gone; the program that added "
+            "it must add it again");
+  Run("ip nexthop del id 20");
+  EXPECT_EQ(data_plane->MakeAsWanted().text, "next hop 20 missing");
+}
+
 TEST_F(LinuxDataPlaneTest, RepairsEvenIfNotificationsAreLost) {
   const auto data_plane = Make();
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);

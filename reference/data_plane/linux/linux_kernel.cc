@@ -177,6 +177,21 @@ std::map<std::string, std::uint32_t> LinuxKernel::Devices() {
   return devices;
 }
 
+std::size_t LinuxKernel::CountRoutes() {
+  std::size_t routes = 0;
+  for (const auto write : {WriteIpv4RouteDump, WriteIpv6RouteDump}) {
+    MessageBatch dump;
+    write(&dump);
+    const std::size_t before = routes;
+    client_.Dump(
+        &dump, [&] { routes = before; },
+        [&](const nlmsghdr& message) {
+          if (nexthops_.count(ReadNexthopOfRoute(message)) != 0) ++routes;
+        });
+  }
+  return routes;
+}
+
 std::vector<LinuxKernel::Refusal> LinuxKernel::Apply(const std::vector<KernelChange>& changes) {
   Refusals refusals;
   for (std::size_t index = 0; index < changes.size();) {

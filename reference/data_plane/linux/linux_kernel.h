@@ -50,6 +50,10 @@ class LinuxKernel {
   /// The MTU of every device, by name. Throws `std::system_error`.
   std::map<std::string, std::uint32_t> Devices();
 
+  /// The number of routes, in all tables, that use our next hops. Call `Read` first. Throws
+  /// `std::system_error`.
+  std::size_t CountRoutes();
+
   /// Makes the changes in this order and returns those that failed, in the same order. If a new
   /// device cannot be set up completely, removes it again. Adding an object fails if another
   /// program has one with the same name or id. Removing an object that is gone or not ours is a

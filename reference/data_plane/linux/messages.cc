@@ -243,6 +243,14 @@ void WriteNeighbourDump(MessageBatch* batch) {
 
 void WriteNexthopDump(MessageBatch* batch) { PutHeader<nhmsg>(batch->Start(RTM_GETNEXTHOP, 0)); }
 
+void WriteIpv4RouteDump(MessageBatch* batch) {
+  PutHeader<rtmsg>(batch->Start(RTM_GETROUTE, 0))->rtm_family = AF_INET;
+}
+
+void WriteIpv6RouteDump(MessageBatch* batch) {
+  PutHeader<rtmsg>(batch->Start(RTM_GETROUTE, 0))->rtm_family = AF_INET6;
+}
+
 void WriteNewDevice(const std::string& name, const KernelDevice& device,
                     const DeviceIndexes& indexes, MessageBatch* batch) {
   nlmsghdr* const message = StartLink(RTM_NEWLINK, kAdd, 0, batch);
@@ -390,6 +398,10 @@ NexthopEntry ReadNexthop(const nlmsghdr& message) {
   }
   entry.nexthop = std::move(nexthop);
   return entry;
+}
+
+std::uint32_t ReadNexthopOfRoute(const nlmsghdr& message) {
+  return ValueOf<std::uint32_t>(AttributesOf<rtmsg>(message)[RTA_NH_ID]);
 }
 
 std::optional<bool> ForwardingOf(const KernelDevice& device) {

@@ -72,6 +72,9 @@ void WriteLinkQuery(const std::string& name, MessageBatch* batch);
 void WriteLinkDump(MessageBatch* batch);
 void WriteNeighbourDump(MessageBatch* batch);
 void WriteNexthopDump(MessageBatch* batch);
+/// IPv4 and IPv6, each with a message of its own.
+void WriteIpv4RouteDump(MessageBatch* batch);
+void WriteIpv6RouteDump(MessageBatch* batch);
 
 /// Creates the device, down. The kernel accepts the other settings only afterwards: see
 /// `WriteDeviceChange`.
@@ -100,6 +103,9 @@ Link ReadLink(const nlmsghdr& message);
 std::optional<NeighbourEntry> ReadNeighbour(const nlmsghdr& message);
 /// RTM_NEWNEXTHOP, RTM_DELNEXTHOP.
 NexthopEntry ReadNexthop(const nlmsghdr& message);
+
+/// RTM_NEWROUTE: the id of the route's next hop; 0 for a route without one.
+std::uint32_t ReadNexthopOfRoute(const nlmsghdr& message);
 
 /// Whether to forward packets that arrive on the device; empty to leave the setting alone.
 std::optional<bool> ForwardingOf(const KernelDevice& device);
