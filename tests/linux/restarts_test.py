@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Sends numbered packets through what zuskux-hal programs, while server and manager are killed, the
-site changes, a link flaps and somebody else deletes objects. No packet may be missing.
+"""Sends numbered packets through what zuskux-hal programs, while server and manager are killed, builds
+change, the site changes, a link flaps and somebody else deletes objects. No packet may be missing.
 
     restarts_test.py PROGRAMS [--long]
 
@@ -23,6 +23,7 @@ import time
 PROGRAMS = os.path.abspath(sys.argv[1])
 LONG = "--long" in sys.argv or "ZUSKUX_LONG_TESTS" in os.environ
 KILLS, MANAGER_KILLS, CHANGES, FLAPS, DRIFTS = (100, 20, 500, 200, 50) if LONG else (5, 2, 10, 5, 4)
+BUILDS = 10 if LONG else 1
 # Packets a second, and at a time: few enough that no queue of the kernel overflows.
 RATE = 2000
 BURST = 4
@@ -135,6 +136,60 @@ class Traffic:
         return sorted(set(range(self.sent)) - self.received)
 
 
+class OlderBuilds:
+    """Passes on between the manager and the server, each of which takes the other for an older build,
+    with minor version 1 of the protocol."""
+
+    def __init__(self, path, server_path):
+        self.server_path, self.connections = server_path, []
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(path)
+        self.listener = socket.socket(socket.AF_UNIX)
+        self.listener.bind(path)
+        self.listener.listen()
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            try:
+                client = self.listener.accept()[0]
+            except OSError:
+                return
+            server = socket.socket(socket.AF_UNIX)
+            self.connections += [client, server]
+            try:
+                server.connect(self.server_path)
+            except OSError:
+                client.close()
+                continue
+            for ends in ((client, server), (server, client)):
+                threading.Thread(target=self.pass_on, args=ends, daemon=True).start()
+
+    @staticmethod
+    def pass_on(source, target):
+        try:
+            header = source.recv(8, socket.MSG_WAITALL)
+            size = struct.unpack("!I", header[4:])[0]
+            # Of a field that occurs twice, the last one counts.
+            hello = source.recv(size, socket.MSG_WAITALL) + b"\x30\x01"
+            target.sendall(header[:4] + struct.pack("!I", size + 2) + hello)
+            while data := source.recv(65536):
+                target.sendall(data)
+        except (OSError, struct.error):
+            pass
+        for end in (source, target):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
+
+    def end(self):
+        # A thread that waits in accept() does not notice a mere close().
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+        for connection in self.connections:
+            with contextlib.suppress(OSError):
+                connection.shutdown(socket.SHUT_RDWR)
+
+
 class System:
     """Both programs, in a router's network namespace."""
 
@@ -155,9 +210,9 @@ class System:
         with open(self.path("log"), "a") as log:
             return subprocess.Popen(arguments, stdout=log, stderr=log)
 
-    def start_server(self):
+    def start_server(self, socket="hal.sock"):
         self.server = self.start(
-            f"{PROGRAMS}/zuskux-hal", "--socket", self.path("hal.sock"), "--data-plane", "linux",
+            f"{PROGRAMS}/zuskux-hal", "--socket", self.path(socket), "--data-plane", "linux",
             "--interfaces", self.path("site"), "--netns", self.router)
 
     def start_manager(self):
@@ -184,6 +239,16 @@ class System:
 
     def restart_server(self):
         self.kill(self.server)
+        self.start_server()
+        self.settle()
+
+    def change_builds(self):
+        self.kill(self.server)
+        older = OlderBuilds(self.path("hal.sock"), self.path("older.sock"))
+        self.start_server("older.sock")
+        self.settle()
+        self.kill(self.server)
+        older.end()
         self.start_server()
         self.settle()
 
@@ -243,7 +308,8 @@ def main():
         traffic = Traffic(outside)
         stack.callback(traffic.ended.set)
         events = ([system.restart_server] * KILLS + [system.restart_manager] * MANAGER_KILLS +
-                  [system.change_site] * CHANGES + [system.flap] * FLAPS + [system.drift] * DRIFTS)
+                  [system.change_builds] * BUILDS + [system.change_site] * CHANGES +
+                  [system.flap] * FLAPS + [system.drift] * DRIFTS)
         random.shuffle(events)
         for event in events:
             event()
@@ -254,8 +320,8 @@ def main():
         time.sleep(0.2)
         missing = traffic.end()
         print(f"{traffic.sent} packets, {len(missing)} missing; {KILLS} kills of the server, "
-              f"{MANAGER_KILLS} of the manager, {CHANGES} changes of the site, {FLAPS} flaps, {DRIFTS} "
-              f"drifts; {writes} kernel writes of a restart without a change; seed {seed}")
+              f"{MANAGER_KILLS} of the manager, {BUILDS} changes of builds, {CHANGES} of the site, {FLAPS} flaps, "
+              f"{DRIFTS} drifts; {writes} kernel writes of a restart without a change; seed {seed}")
         if missing or writes or not traffic.sent:
             with open(os.path.join(folder, "log")) as log:
                 print(log.read()[-4000:])
