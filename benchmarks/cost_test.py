@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Fails if the library takes too many instructions or allocations compared with its floor.
 
-    cost_test.py COUNT_CASES
+    cost_test.py COUNT_CASES [TOLERANCE]
 
-The limits are a little above the last measurement, so doing something twice exceeds them.
+The limits are a little above the last measurement, so doing something twice exceeds them. TOLERANCE is added to
+the limits on instructions, for another compiler than the one that they were measured with.
 """
 
 import sys
@@ -26,12 +27,13 @@ ALLOCATIONS_OF_A_RESULT = 1
 
 
 def main():
+    tolerance = float(sys.argv[2]) if len(sys.argv) > 2 else 0
     failed = False
     seen = dict.fromkeys(CASES, 0)
     for case, library, floor in costs.pairs(costs.count(sys.argv[1])):
         group = case.split("/")[0]
         seen[group] += 1
-        limit = SPECIAL_LIMITS.get(case, LIMITS[group])
+        limit = SPECIAL_LIMITS.get(case, LIMITS[group]) + tolerance
         ratio = library.instructions / floor.instructions
         allocations = ALLOCATIONS.get(case, ALLOCATIONS_OF_A_RESULT)
         dear = ratio > limit or library.allocations > min(allocations, floor.allocations)
