@@ -3,11 +3,8 @@
 //
 // Input: the head of a request, or only its target, which begins with "/".
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
-#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -19,6 +16,7 @@
 #include "reference/web/http_server.h"
 #include "tests/fuzz/fuzz_input.h"
 #include "tests/manager/sites.h"
+#include "tests/support/test_folder.h"
 
 namespace reference {
 namespace {
@@ -44,32 +42,23 @@ class Programs {
  public:
   Programs() : manager_(&io_, {}) {
     Site site = SiteOfAllKinds();
-    site.vlans[0].name = "<b>\"&\x1b\xe2\x80\xae\xff";
+    site.vlans[0].name = "<b>\"&\x1b\xe2\x80\xae\xe2\x80\xac\xff";
     for (std::uint32_t id = 1000; id < 2000; ++id) site.hosts.push_back(HostEntry(id, 10));
     manager_.Apply(site);
     HalServerOptions options;
-    options.path = folder_ + "/hal.sock";
+    options.path = folder_.Path("hal.sock");
     server_ = std::make_unique<HalServer>(&io_, options);
     hal_pages_ = std::make_unique<HalPages>(server_.get(), options, InterfaceNames());
   }
   Programs(const Programs&) = delete;
   Programs& operator=(const Programs&) = delete;
-  ~Programs() {
-    server_.reset();
-    std::filesystem::remove_all(folder_);
-  }
+  ~Programs() = default;
 
   HttpPages* manager_pages() { return &manager_pages_; }
   HttpPages* hal_pages() { return hal_pages_.get(); }
 
  private:
-  static std::string MakeFolder() {
-    std::string path = std::filesystem::temp_directory_path() / "zuskux-fuzz-XXXXXX";
-    Check(mkdtemp(path.data()) != nullptr, "no folder for the socket");
-    return path;
-  }
-
-  const std::string folder_ = MakeFolder();
+  const TestFolder folder_;
   boost::asio::io_context io_;
   const InterfaceNames interfaces_ = {{5, "eth1"}};
   AbsentHal hal_;

@@ -114,12 +114,12 @@ TEST(ParametersTest, UnknownOnesAreBadRequests) {
 }
 
 TEST(JsonResponseTest, ForeignTextCanBeShownAnywhere) {
-  const HttpResponse response =
-      JsonResponse({{"name", "<b>\"&\x1b[31m\n\xe2\x80\xae\xe2\x80\x8b\xff"}, {"list", {"\t"}}});
+  const HttpResponse response = JsonResponse(
+      {{"name", "<b>\"&\x1b[31m\n\xe2\x80\xae\xe2\x80\xac\xe2\x80\x8b\xff"}, {"list", {"\t"}}});
   EXPECT_EQ(response.status, 200U);
   EXPECT_EQ(response.type, "application/json");
   const auto json = nlohmann::ordered_json::parse(response.body);
-  EXPECT_EQ(json["name"], "<b>\"&\\x1b[31m\\n\\u202e\\u200b\\xff");
+  EXPECT_EQ(json["name"], "<b>\"&\\x1b[31m\\n\\u202e\\u202c\\u200b\\xff");
   EXPECT_EQ(json["list"][0], "\\t");
 }
 

@@ -347,8 +347,8 @@ TEST_F(ManagerPagesTest, WrongParametersAreRefused) {
 }
 
 TEST_F(ManagerPagesTest, HostileNamesCannotLeaveTheirPlace) {
-  const std::string name = "<script>alert(1)</script>\"]};\n\x1b[2J\xe2\x80\xae\xff";
-  const std::string shown = "<script>alert(1)</script>\"]};\\n\\x1b[2J\\u202e\\xff";
+  const std::string name = "<script>alert(1)</script>\"]};\n\x1b[2J\xe2\x80\xae\xe2\x80\xac\xff";
+  const std::string shown = "<script>alert(1)</script>\"]};\\n\\x1b[2J\\u202e\\u202c\\xff";
   Site site = SiteOfAllKinds();
   site.vlans[0].name = name;
   Start(site);
