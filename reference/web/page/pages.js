@@ -36,6 +36,10 @@ export class Pages {
   /** From now on, every page is to be read again; until then its rows stay. */
   expire() {
     for (const page of this.pages.values()) page.stale = true;
+    // The list may have grown beyond what was its end.
+    for (const [page, cursor] of this.cursors) {
+      if (cursor === null) this.cursors.delete(page);
+    }
   }
 
   async read(page) {
