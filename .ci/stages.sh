@@ -67,7 +67,7 @@ linux_tests() {
 web_tests() {
   install_packages "${WEB_PACKAGES[@]}"
   build_preset development zuskux-manager zuskux-hal zuskux-generate-site
-  ctest --test-dir "$root/build/development" -C web -L web --no-tests=error --verbose |
+  ctest --test-dir "$root/build/development" -C web -L web --no-tests=error --verbose -j "$(nproc)" |
     tee "$root/build/web_tests.log"
   sed -n 's/^[0-9]*: measured: /   /p' "$root/build/web_tests.log" >&3
 }

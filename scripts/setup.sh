@@ -12,6 +12,7 @@ PEER_PACKAGES=(redis-server libhiredis-dev libgrpc++-dev protobuf-compiler-grpc)
 # Where a system starts services, installing frr starts it; without a configuration it changes nothing.
 KERNEL_PEER_PACKAGES=(frr)
 CI_PACKAGES=(clang-14 clang-tidy-14 libclang-rt-14-dev llvm-14)
+# Where a system starts services, installing prometheus starts it, on port 9090.
 WEB_PACKAGES=(chromium chromium-driver python3-selenium prometheus)
 VM_PACKAGES=(qemu-system-x86 busybox-static iproute2 tcpdump)
 MUTATION_PACKAGES=(ccache lld)
