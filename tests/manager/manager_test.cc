@@ -344,6 +344,60 @@ TEST_F(ManagerTest, SendsNoMoreThanThereIsRoomFor) {
   EXPECT_THAT(Sent(), ElementsAre("install-vlan 12"));
 }
 
+TEST_F(ManagerTest, HandlesResultsAgainAfterABatchOfRequests) {
+  constexpr std::uint32_t kVlans = 2000;
+  hal_.SetRoom(kVlans);
+  Site site;
+  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
+  manager_.Apply(site);
+  hal_.FindServer();
+  io_.restart();
+  while (hal_.outstanding() == 0) ASSERT_EQ(io_.poll_one(), 1U);
+  EXPECT_EQ(hal_.outstanding(), 1024U);
+}
+
+TEST_F(ManagerTest, ReportsAReinstallThatHasBegun) {
+  ScriptedHal hal;
+  std::vector<std::string> sent;
+  ManagerEvents events;
+  events.reinstalling = [&] { sent = hal.TakeLog(); };
+  Manager own(&io_, std::move(events));
+  own.Start(&hal);
+  hal.FindServer();
+  Work();
+  EXPECT_THAT(sent, ElementsAre("begin-reinstall"));
+}
+
+TEST_F(ManagerTest, SleepsOnceAReinstallHasEnded) {
+  Apply(Site());
+  hal_.FindServer();
+  io_.restart();
+  EXPECT_EQ(io_.poll_one(), 1U);
+  EXPECT_THAT(Sent(), ElementsAre("begin-reinstall", "end-reinstall"));
+  EXPECT_EQ(io_.poll(), 0U);
+}
+
+TEST_F(ManagerTest, ShowsWhatChangesBeforeWhatGoes) {
+  std::vector<std::string> changed;
+  ManagerEvents events;
+  events.standing_changed = [&](const Object& object) { changed.push_back(KeyText(object.key)); };
+  ScriptedHal hal;
+  Manager own(&io_, std::move(events));
+  own.Start(&hal);
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11)};
+  own.Apply(site);
+  hal.FindServer();
+  Work();
+  hal.AnswerAll();
+  Work();
+  site.vlans = {VlanEntry(11)};
+  site.vlans[0].mtu = 9000;
+  changed.clear();
+  own.Apply(site);
+  EXPECT_THAT(changed, ElementsAre("vlan:11", "vlan:10"));
+}
+
 TEST_F(ManagerTest, SendsAnyNumberOfRequests) {
   constexpr std::uint32_t kVlans = 5000;
   hal_.SetRoom(kVlans);

@@ -148,6 +148,10 @@ TEST_F(ZuskuxHalTest, ShowsItsVersion) {
   EXPECT_THAT(ended.output, MatchesRegex("zuskux-hal [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
+TEST_F(ZuskuxHalTest, ShowsItsHelpRatherThanItsVersion) {
+  EXPECT_EQ(RunToEnd({"--version", "--help"}).output, RunToEnd({"--help"}).output);
+}
+
 TEST_F(ZuskuxHalTest, NamesBadUsage) {
   struct Case {
     std::vector<std::string> arguments;
@@ -170,6 +174,7 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"--check"}, "--check needs tables"},
            Case{{"tables", "--netns", "x"}, "--netns needs --interfaces SITE"},
            Case{{"tables", "--check"}, "--check needs --interfaces SITE"},
+           Case{{"tables", "--check", "--json"}, "--check needs --interfaces SITE"},
            Case{{"tables", "--check", "--interfaces", "x", "--json"},
                 "--json cannot be combined with --check"},
            Case{{"--print"}, "--print needs --data-plane linux"},
@@ -374,6 +379,7 @@ TEST_F(TablesTest, AreShownAsJson) {
   const auto json = nlohmann::json::parse(ended.output);
   EXPECT_THAT(json.at("generation").get<std::string>(), MatchesRegex("0x[0-9a-f]{16}"));
   EXPECT_THAT(server_.Error(), HasSubstr(json.at("generation").get<std::string>()));
+  EXPECT_LT(ended.output.find("uptime_ms"), ended.output.find("requests")) << "in the text's order";
   EXPECT_EQ(json.at("requests"), 3);
   EXPECT_EQ(json.at("connections"), 2);
   EXPECT_EQ(json.at("refused_connections"), 0);
