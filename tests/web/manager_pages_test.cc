@@ -423,6 +423,7 @@ TEST_F(ManagerPagesTest, MetricsFollowTheirConventions) {
         "\nzuskux_manager_connected 1\n", "\nzuskux_manager_settled 0\n",
         "\nzuskux_manager_in_sync 1\n", "\nzuskux_manager_reinstalls_total 1\n",
         "\nzuskux_manager_reinstall_running 0\n", "\nzuskux_manager_refused_total 1\n",
+        "\nzuskux_manager_audits_total 0\n", "\nzuskux_manager_audits_with_differences_total 0\n",
         "\nzuskux_manager_results_total{code=\"0\",", "\nzuskux_manager_results_total{code=\"2\",",
         "\nzuskux_manager_queue_length{queue=\"due\"} 0\n",
         "\n# TYPE zuskux_manager_stage_duration_seconds histogram\n",

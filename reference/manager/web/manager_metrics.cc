@@ -21,6 +21,8 @@ struct Snapshot {
   ManagerQueues queues;
   ManagerCounters counters;
   std::uint64_t refused = 0;
+  std::uint64_t audits = 0;
+  std::uint64_t audits_with_differences = 0;
 };
 
 class MetricsQuery : public Query {
@@ -39,6 +41,8 @@ class MetricsQuery : public Query {
     snapshot_.queues = manager.queues();
     snapshot_.counters = manager.counters();
     snapshot_.refused = manager.refused();
+    snapshot_.audits = manager.audits();
+    snapshot_.audits_with_differences = manager.audits_with_differences();
     return true;
   }
 
@@ -125,6 +129,11 @@ class MetricsQuery : public Query {
             "Results of an earlier HAL server, which were dropped.", hal.late_results);
     counter("zuskux_manager_servers_found_total",
             "How often a HAL server was found; the first time is the start.", hal.servers_found);
+    counter("zuskux_manager_audits_total", "Audits of the HAL's tables that were completed.",
+            snapshot_.audits);
+    counter("zuskux_manager_audits_with_differences_total",
+            "Audits that found the HAL's tables to differ from what it acknowledged.",
+            snapshot_.audits_with_differences);
     AddQueues(hal, metrics);
     metrics->Stages("zuskux_manager_stage_duration_seconds",
                     "How long requests were in each stage: the queue, the wire, the HAL.",
