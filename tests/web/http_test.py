@@ -114,8 +114,11 @@ def manager_history(programs, site):
     refused = api.json("/api/changes", state="failed", limit=1000)["changes"]
     check([c["seq"] for c in refused] == sorted((c["seq"] for c in refused), reverse=True), "order")
     key = listed[0]["key"]
-    history = api.json("/api/objects/" + key.replace(":", "/"))["history"]
-    check(history[0]["state"] == "failed" and history[0]["reason"], history)
+    path = "/api/objects/" + key.replace(":", "/")
+    # The end of the reinstall tries it once more; changes go out in batches.
+    wait_until(lambda: api.json(path)["history"][0]["state"] == "failed", "the last refusal")
+    history = api.json(path)["history"]
+    check(history[0]["reason"], history)
     check(api.json("/api/changes", key=key)["changes"][0]["seq"] == history[0]["seq"], key)
 
     pages, before = [], None
