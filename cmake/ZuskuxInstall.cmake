@@ -124,7 +124,8 @@ endfunction()
 # links keep working.
 function(zuskux_install_documents)
   install(DIRECTORY docs DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS} COMPONENT development
-          FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.yml PATTERN reference EXCLUDE)
+          FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.webp PATTERN *.yml
+          PATTERN reference EXCLUDE)
   install(FILES platform/zlog/README.md
           DESTINATION ${ZUSKUX_INSTALL_DOCUMENTS}/platform/zlog COMPONENT development)
   install(DIRECTORY examples/host examples/vendor_platform
