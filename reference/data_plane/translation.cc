@@ -148,8 +148,9 @@ std::optional<HalKind> Translation::KindOfDestination(std::uint32_t id) const {
 }
 
 HalReturnCode Translation::FindInterface(const std::string& lim_id, std::uint32_t* lim) {
-  if (lim_id.size() < sizeof *lim)
+  if (lim_id.size() < sizeof *lim) {
     return Refuse(kHalNoInterface, "the lim id is shorter than 4 bytes");
+  }
   std::memcpy(lim, lim_id.data(), sizeof *lim);
   const std::string* const device = Find(interfaces_, *lim);
   if (device == nullptr) {
