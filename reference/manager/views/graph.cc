@@ -349,8 +349,8 @@ std::string LinkedGraphText(const GraphNodes& nodes, std::size_t left_out) {
   const HostGroups groups(nodes);
   std::string text = kHead + Layers(nodes, groups, true) + Edges(nodes, groups);
   if (left_out != 0) {
-    text += "  \"left-out\" [label=\"and " + std::to_string(left_out) +
-            " more\", shape=plaintext, fillcolor=white, id=\"left-out\"];\n";
+    text += R"(  "left-out" [label="and )" + std::to_string(left_out) +
+            R"( more", shape=plaintext, fillcolor=white, id="left-out"];)" + '\n';
   }
   return text + "}\n";
 }
