@@ -153,6 +153,20 @@ TEST(FaultPlan, TellsWhatHappens) {
                                  "fault: swallow on install-vlan, 2 of 2"));
 }
 
+TEST(FaultPlan, AStrayResultLeavesAPauseAsItIs) {
+  auto plan =
+      ParseFaultFile(R"(fault { what: "pause" ms: 600000 } fault { what: "stray" nth: 2 })", {});
+  ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ServerFaults>>(plan));
+  auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);
+  const HalTables tables(10);
+  const HalRequest request{HalOperation::kInstallVlan, 5, 0, Vlan(5).SerializeAsString()};
+  const ServerFaults::RequestFate first = faults->OnRequest(request, tables);
+  const ServerFaults::RequestFate second = faults->OnRequest(request, tables);
+  EXPECT_FALSE(first.stray);
+  EXPECT_TRUE(second.stray);
+  EXPECT_EQ(second.due, first.due);
+}
+
 TEST(FaultPlanDeathTest, ACrashEndsTheProcess) {
   auto plan = ParseFaultFile("", {});
   auto& faults = std::get<std::unique_ptr<ServerFaults>>(plan);

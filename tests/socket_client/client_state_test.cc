@@ -158,6 +158,17 @@ TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
   EXPECT_EQ(host.counters().queued_peak, 2U);
 }
 
+TEST(ClientQueueTest, CountsAcceptedAndRefusedRequests) {
+  SocketHalOptions options;
+  options.queue_entries = 1;
+  ClientQueue queue(options);
+  HostQueue& host = *queue.host();
+  queue.connection()->ServerFound(kDefaultMaxPayload);
+  EXPECT_EQ(host.Submit(Outstanding(1).request).code, kHalSuccess);
+  EXPECT_EQ(host.Submit(Outstanding(2).request).code, kHalQueueFull);
+  EXPECT_EQ(host.counters().requests, 2U);
+}
+
 TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   SocketHalOptions options;
   options.queue_bytes = 100;

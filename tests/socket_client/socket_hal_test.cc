@@ -421,6 +421,21 @@ TEST_F(PromiseOneResult, WhenTheRequestIsTooLarge) {
   EXPECT_EQ(first_sent, FrameType{3});
 }
 
+TEST_F(PromiseOneResult, OfARefusedRequestInsideTheResultOfAnother) {
+  SocketHalOptions options = Options();
+  options.queue_bytes = 0;
+  // No heartbeat wakes the client.
+  options.heartbeat = std::chrono::hours(1);
+  // The first result may come while the client handles the server's hello, the others do not.
+  reported_.on_event = [this, sent = 1U](const std::string& event) mutable {
+    if (event == "found" || sent == 4) return;
+    EXPECT_EQ(InstallVlan(hal_.get(), ++sent), kHalTooLarge);
+  };
+  EXPECT_EQ(InstallVlan(StartConnected(options), 1), kHalTooLarge);
+  EXPECT_THAT(reported_.Await(5), ElementsAre("found", "InstallVlan 1: 103", "InstallVlan 2: 103",
+                                              "InstallVlan 3: 103", "InstallVlan 4: 103"));
+}
+
 TEST_F(PromiseOneResult, WhenAnEarlyRequestIsTooLarge) {
   hal_ = std::make_unique<SocketHal>(Options());
   InstallVlan(hal_.get(), 1);
