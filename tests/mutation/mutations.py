@@ -7,7 +7,7 @@ what it changes.
 import re
 from dataclasses import dataclass
 
-from cpp_source import JUMPS, Source
+from cpp_source import JUMPS, Source, Statement
 
 OPERATORS = {}
 COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], ">": [">=", "<"],
@@ -20,9 +20,11 @@ RELATED = [("Install", "Destroy", "Replace"), ("Created", "Updated", "Deleted"),
            ("AppDestVlan", "AppDestHost", "AppDestMpls", "AppDestEcmp"), ("release", "get")]
 # Functions that change nothing, and functions that change only their object. None may run a
 # destructor.
-READERS = {"static_cast", "now", "min", "max", "size", "empty", "begin", "end", "data", "c_str",
-           "count"}
+READERS = {"static_cast", "duration_cast", "now", "min", "max", "size", "empty", "begin", "end",
+           "data", "c_str", "count", "added", "table", "ActionOf", "HalKindName", "HasResult",
+           "KindOf", "OperationName", "Printable", "WithoutPayload"}
 GROWERS = {"push_back", "emplace", "emplace_back", "append"}
+CASTS = {"static_cast", "duration_cast"}
 ASSIGNMENTS = {"=", "++", "--", *(sign + "=" for sign in "+-*/%&|^"), "<<=", ">>="}
 NO_EFFECTS_OF = JUMPS | {"new", "delete", "while", "do", "case", "static"}
 SPECIAL = {"virtual", "static", "explicit", "operator", "override", "=", "~"}
@@ -154,7 +156,7 @@ def alternatives(source):
 @operator
 def removal(source):
     """A call, assignment, loop or jump removed, unless the jump leads to where the removal does."""
-    idle = set(idle_breaks(source))
+    idle = set(idle_breaks(source)) | set(idle_continues(source))
     for statement in statements(source):
         if statement.first in idle:
             continue
@@ -165,11 +167,13 @@ def removal(source):
 
 @operator
 def order(source):
-    """Two neighbouring statements swapped, unless they only set different things."""
+    """Two neighbouring statements swapped, unless they only set different things, or the second one
+    is a guard before which the first one only reads."""
     for statement in statements(source):
         if statement.kind == "block":
             for one, other in zip(statement.parts, statement.parts[1:]):
-                if moves(source, one) and moves(source, other) and not commute(source, one, other):
+                if moves(source, one) and moves(source, other) and not (
+                    commute(source, one, other) or is_read_before(source, one, other)):
                     yield swap(source, (one.first, one.last), (other.first, other.last))
 
 
@@ -381,6 +385,38 @@ def idle_breaks(source):
                     yield one.first
 
 
+def idle_continues(source):
+    """The tokens of the continues that end the body of a loop."""
+    for statement in statements(source):
+        if statement.kind == "loop":
+            body = statement.parts[0]
+            last = body.parts[-1] if body.kind == "block" and body.parts else body
+            if source.word(last.first) == "continue":
+                yield last.first
+
+
+def is_read_before(source, one, other):
+    """Whether a declaration only reads, and a guard follows that neither uses what it declares nor
+    changes what it reads. Behind the guard, it is the same. (A guard may protect what follows it,
+    so the reverse is not true.)"""
+    if one.kind != "declaration" or other.kind != "if" or len(other.parts) != 1 or not (
+        ends_with_jump(other.parts[0])):
+        return False
+    declared = effects_of(source, one)
+    condition = effects_of(source, Statement("expression", *other.condition))
+    if declared is None or condition is None or len(declared[1]) != 1:
+        return False
+    names = {path[0] for path in declared[1]}
+    return not (overlap(condition[1], declared[0]) or names & {
+        source.word(place) for place in range(other.first, other.last)})
+
+
+def ends_with_jump(statement):
+    while statement.kind == "block" and statement.parts:
+        statement = statement.parts[-1]
+    return statement.kind == "jump"
+
+
 def commute(source, one, other):
     """Whether two statements only set different things, and neither reads what the other sets."""
     effects = [effects_of(source, statement) for statement in (one, other)]
@@ -392,9 +428,13 @@ def commute(source, one, other):
 
 def effects_of(source, statement):
     """What a statement reads and sets, as sets of paths such as ("a", "b") for a->b; nothing if it
-    jumps or may call anything but READERS, GROWERS and setters."""
+    jumps or may call anything but READERS, GROWERS, setters and the clear of a member. Output to a
+    stream sets the stream, and what all streams have in common."""
     reads, writes = set(), set()
     place = statement.first
+    stream = re.match(r"\*?(\w+) <<", source.slice(statement.first, statement.last))
+    if stream:
+        writes |= {(stream[1],), ("<<",)}
     while place <= statement.last:
         word, before = source.word(place), source.word(place - 1)
         capture = source.word(place + 1) if source.word(place + 2) == "]" else ""
@@ -404,8 +444,9 @@ def effects_of(source, statement):
                 place = source.partner.get(place, place) + 1
             place = source.partner[place] + 1
             continue
-        if word in ("<<", ">>") or word == "(" and before in (">", ")", "]") or word == "[" and (
-            source.tokens[place - 1].kind != "word"):
+        if (word == ">>" or word == "<<" and not stream
+                or word == "(" and before in (">", ")", "]")
+                or word == "[" and source.tokens[place - 1].kind != "word"):
             return None
         if source.tokens[place].kind != "word":
             place += 1
@@ -416,7 +457,7 @@ def effects_of(source, statement):
             place += 2
             path.append(source.word(place))
         place += 1
-        if word == "static_cast":
+        if path[-1] in CASTS:
             while source.word(place) != "(":
                 place += 1
         if word in NO_EFFECTS_OF:
@@ -426,7 +467,7 @@ def effects_of(source, statement):
             field = re.fullmatch(r"(?:set|add)_(\w+)", name)
             if path and field:
                 writes.add((*path, field[1]))
-            elif path and name in GROWERS:
+            elif path and (name in GROWERS or name == "clear" and is_member(path)):
                 writes.add(tuple(path))
             elif name not in READERS:
                 return None
@@ -443,6 +484,12 @@ def effects_of(source, statement):
         if source.word(end) != "=" and (before != "&" or source.word(place) not in (")", ",")):
             reads.add(tuple(path))
     return reads, writes
+
+
+def is_member(path):
+    """Whether a path names a member of the own object. What a container of this project holds does
+    not reach the object that holds the container, so clearing it changes only the container."""
+    return len(path) == 1 and path[0].endswith("_")
 
 
 def overlap(paths, others):

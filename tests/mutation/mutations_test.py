@@ -101,13 +101,52 @@ class MutationsTest(unittest.TestCase):
             ("a = 1;", "b.clear();"),
             ("a = 1;", "b = F<int>(c);"),
             ("a = 1;", "b = [c = G()] { };"),
-            ("a = 1;", "b << c;"),
+            ("a = 1;", "b = c << 2;"),
+            ("a = 1;", "b >> c;"),
+            ("a = 1;", "b->c_.clear();"),
+            ("a = 1;", "b << F();"),
+            ("a = 1;", "b << a;"),
+            ("if (a) b = 1;", "a << c;"),
+            ("a << 'x';", "b << 'y';"),
+            ("a_.clear();", "b = a_.size();"),
+            ("a = 1;", "b.reserve(c);"),
             ("a = 1;", "if (b) return 2;"),
             ("a = 1;", "b = B{2};"),
             ("a.b = 1;", "c = *a;"),
         ):
             with self.subTest(one + other):
                 self.assertIn(body(f"{other} {one}"), made(body(f"{one} {other}"), "order"))
+
+    def test_order_of_what_only_reads(self):
+        self.check_body("order", "++a; B b = WithoutPayload(c.d);")
+        self.check_body("order", "const auto a = std::chrono::duration_cast<s>(b - c); d = 0;")
+        self.check_body("order", "const string a = Printable(b->c); const bool d = !HasResult(e);")
+        self.check_body("order", "*a << HalKindName(b.first) << ' ' << c; if (d != 1) ++e;")
+        self.check_body("order", "a_.clear(); b_ = c_ = 0;")
+
+    def test_order_of_a_declaration_before_a_guard(self):
+        self.check_body("order", "T* const t = &this->table(k); if (a == 1) return F(k);")
+        self.check_body("order", "const int a = b.size(); if (c) { G(); continue; }")
+        for one, other in (
+            ("if (a == 1) return F(k);", "T* const t = &this->table(k);"),
+            ("const int a = b.size();", "if (++b) return;"),
+            ("const int a = b.size();", "if (G()) return;"),
+            ("const int a = b.size();", "if (a) return;"),
+            ("const int a = b.size();", "if (c) return a;"),
+            ("const int a = b.size();", "if (c) G();"),
+            ("const int a = b.size();", "if (c) return; else G();"),
+            ("const int a = G();", "if (c) return;"),
+            ("const int a = size(b++);", "if (c) return;"),
+            ("d = b;", "if (c) return;"),
+        ):
+            with self.subTest(one + other):
+                self.assertIn(body(f"{other} {one}"), made(body(f"{one} {other}"), "order"))
+
+    def test_continues_at_the_end_of_a_loop_stay(self):
+        self.check_body("removal", "while (G()) continue;", ";")
+        self.check_body("removal", "while (G()) { continue; }", ";")
+        self.check_body("removal", "while (a) { if (b) continue; G(); }", ";",
+                        "while (a) { if (b) ; G(); }", "while (a) { if (b) continue; ; }")
 
     def test_result(self):
         self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
