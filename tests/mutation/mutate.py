@@ -431,6 +431,7 @@ class Tree:
         if limit is None:  # Far more than it needs, for a busy machine.
             limit = 15 + 5 * (sum(map(self.tests[program].get, tests)) or self.seconds[program])
         temporary = tempfile.mkdtemp(prefix="mutate-")
+        os.chmod(temporary, 0o755)  # as /tmp, for tests that become another user
         choice = {combined.VARIABLE: str(self.chosen)} if self.chosen else {}
         with open(self.folder / "output", "w") as file:
             process = subprocess.Popen(
