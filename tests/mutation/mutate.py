@@ -27,7 +27,8 @@
 Up to 50 mutants of a source are compiled together: each function holds its mutated bodies, and an
 environment variable chooses one when a test program runs. Mutants of headers, and those outside
 functions or in constexpr ones, are compiled one by one. A mutant is built with warnings allowed and
-with the assertions of the standard library, everything else as for development.
+with the assertions of the standard library, everything else as for development. It runs with new
+and freed memory overwritten, so that a use of either shows.
 
 For each mutant, the test programs that contain the file run until one fails, the most likely first.
 Of each program, the tests that killed mutants of the file before run first. A mutant is killed if a
@@ -73,6 +74,8 @@ INCOMPLETE = 2
 TIMEOUT = "takes too long"
 # Last on the command line, so that they replace those of the build.
 MUTANT_FLAGS = "-w -O0 -g0 -D_GLIBCXX_ASSERTIONS"
+# glibc overwrites new and freed memory, also the small pieces that it would otherwise keep aside.
+MEMORY = {"GLIBC_TUNABLES": "glibc.malloc.perturb=165:glibc.malloc.tcache_count=0"}
 LAUNCHER = f"""#!/bin/sh
 # Runs the compiler on what the variable names, a mutant, or on an original through the cache, if
 # there is one.
@@ -437,7 +440,7 @@ class Tree:
             process = subprocess.Popen(
                 [self.build_folder / "bin" / program, "--gtest_fail_fast", "--gtest_color=no",
                  f"--gtest_filter={':'.join(tests) or '*'}"],
-                cwd=self.build_folder, env={**os.environ, "TMPDIR": temporary, **choice},
+                cwd=self.build_folder, env={**os.environ, **MEMORY, "TMPDIR": temporary, **choice},
                 stdin=subprocess.DEVNULL, stdout=file, stderr=subprocess.STDOUT,
                 start_new_session=True)
             try:
