@@ -80,7 +80,8 @@ tidy() { xargs -P "$(nproc)" -I SOURCE clang-tidy-14 --quiet SOURCE "$@"; }
 lint() {
   local schemas=$root/build/lint/platform
   # Generates the headers that the sources include.
-  build_preset lint platform_hal_schema platform_dest_mng_schema zuskux_{fault,record,site,wire}_schema
+  build_preset lint platform_hal_schema platform_dest_mng_schema zuskux_{fault,record,site,wire}_schema \
+    zuskux_page_contents
   our_sources {src,platform,reference,benchmarks}/'*.cc' ':!*_peer.cc' |
     tidy "$@" -p "$root/build/lint"
   # No build of ours compiles these, so the compiler's arguments are given here.
