@@ -23,7 +23,7 @@ LONG = "--long" in sys.argv
 OBJECTS = 100_000 if LONG else 2_000
 READERS = 200
 PAIRS = 7 if LONG else 1
-# Of the rate without readers; the measured figures are in docs/performance.md.
+# Of the rate without readers; the measured figures are in docs/trust.md.
 LEAST_RATE = 0.95
 # The history of 65,536 changes, batches on the way to 100 followers, and what the allocator keeps.
 MOST_GROWTH = 128 << 20
