@@ -14,8 +14,8 @@
 namespace reference {
 
 /// The objects of the tables that the hardware does not forward for, and what the writer knows
-/// about them: it takes an object to be in order from the object's result on, until it is told
-/// otherwise. Changes that the writer has not been told yet are merged, so an object waits at most
+/// about them: after an object's result, it takes the object to be in order until a state says
+/// otherwise. Changes that have not reached the writer yet are merged, so an object waits at most
 /// once. The server's state owns it; used on the server's thread.
 class ObjectStates {
  public:

@@ -89,7 +89,7 @@ class HttpServer {
   /// Calls `answered` with the query's answer.
   void Ask(std::shared_ptr<Query> query, std::function<void(const HttpResponse&)> answered);
   /// Sends the batch to all clients that follow the events. One that has too many to read misses
-  /// it, and is told so.
+  /// it, and learns how many it missed.
   void Broadcast(const EventBatch& batch);
   /// How many clients follow the events.
   std::size_t followers() const;
