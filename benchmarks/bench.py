@@ -3,8 +3,8 @@
 
     bench.py PROGRAMS [--quick] [--peers] [--rounds N] [--out FOLDER] [--document]
 
-Every round measures everything once. The output shows the median of the rounds, with the minimum and
-the maximum. Prints a table and writes bench.json and bench.svg to FOLDER. --quick only shows that
+Every round measures everything once, except what takes long: the large sites are measured in at most
+three rounds. The output shows the median of the rounds, with the minimum and the maximum. Prints a table and writes bench.json and bench.svg to FOLDER. --quick only shows that
 everything runs. --document also writes both into docs/performance.md and its picture.
 """
 
@@ -30,6 +30,9 @@ TIMEOUT = 600
 WINDOW = 4096
 SMALL_WINDOWS = [1, 4, 16, 64, 256]
 
+# What takes long is measured in that many rounds at most.
+LONG_ROUNDS = 3
+
 
 class Sizes:
     """How much to measure."""
@@ -38,8 +41,9 @@ class Sizes:
         self.seconds_a_case = 0.001 if quick else 0.02
         self.reinstalled = [1_000, 10_000] if quick else [1_000, 10_000, 100_000, 1_000_000]
         self.requests = 5_000 if quick else 200_000
-        self.peer_requests = 1_000 if quick else 50_000
+        self.peer_requests = 1_000 if quick else 100_000
         self.manager = 5_000 if quick else 100_000
+        self.large_site = 5_000 if quick else 1_000_000
 
 
 class Bench:
@@ -47,7 +51,7 @@ class Bench:
 
     def __init__(self, programs, folder):
         self._programs = programs
-        self._folder = folder
+        self.folder = folder
         cores = sorted(os.sched_getaffinity(0))
         self._server_core, self._client_core = cores[0], cores[-1]
 
@@ -78,7 +82,7 @@ class Bench:
     @contextlib.contextmanager
     def serving(self, *command, socket="socket", fresh=True):
         """A server on the socket whose path replaces SOCKET in its arguments."""
-        path = os.path.join(self._folder, socket)
+        path = os.path.join(self.folder, socket)
         if fresh and os.path.exists(path):
             os.unlink(path)
         command = [path if word == "SOCKET" else word for word in command]
@@ -102,7 +106,7 @@ class Bench:
 
     def redis(self):
         return self.serving("redis-server", "--port", "0", "--unixsocket", "SOCKET", "--save", "",
-                            "--appendonly", "no", "--dir", self._folder)
+                            "--appendonly", "no", "--dir", self.folder)
 
 
 def peak_bytes(process):
@@ -126,8 +130,10 @@ def measure_window(bench, requests, window):
         with bench.hal() as (path, _):
             yield (f"{sender}/ns",
                    bench.values("socket_bench", path, requests, window, sender)["request"])
-    with bench.serving(bench.path("raw_frames"), "serve", "SOCKET") as (path, _):
-        yield "floor/ns", bench.values("raw_frames", "send", path, requests, window)["request"]
+    for floor, server in (("floor", "store"), ("frames", "count")):
+        with bench.serving(bench.path("raw_frames"), server, "SOCKET") as (path, _):
+            yield (f"{floor}/ns",
+                   bench.values("raw_frames", "send", path, requests, window)["request"])
 
 
 def measure_socket(bench, sizes):
@@ -142,23 +148,37 @@ def measure_socket(bench, sizes):
 def measure_memory(bench, sizes):
     with bench.hal() as (path, server):
         before = peak_bytes(server)
-        values = bench.values("manager_bench", path, sizes.manager)
-        yield "memory/manager/bytes", values["peak"]
-        yield "memory/records/bytes", values["records"]
+        values = bench.values("manager_bench", "memory", path, sizes.manager)
+        for name in ("peak", "held"):
+            yield f"memory/{name}/bytes", values[name]
         yield "memory/server/bytes", (peak_bytes(server) - before) / sizes.manager
+    for name, value in bench.values("manager_bench", "records", sizes.manager).items():
+        yield f"memory/{name}/bytes", value
+
+
+def measure_large_site(bench, sizes):
+    for name, value in bench.values("manager_bench", "install", sizes.large_site).items():
+        yield f"large/{name}", value
+    site = os.path.join(bench.folder, "site")
+    if not os.path.exists(site):
+        subprocess.run([bench.path("zuskux-generate-site"), "--objects", str(sizes.large_site),
+                        "-o", site], check=True, timeout=TIMEOUT)
+    yield "large/read-ns", bench.values("manager_bench", "read", site)["read-ns"]
 
 
 def measure_peers(bench, sizes):
     objects = sizes.peer_requests
-    for kind in ("list", "table"):
-        with bench.redis() as (path, _), \
-                bench.serving(bench.path("redis_peer"), "serve", kind, "SOCKET", fresh=False):
-            yield f"peer/redis-{kind}/ns", bench.values("redis_peer", "send", kind, path,
-                                                        objects)["request"]
-    for batch in (1, 64):
-        with bench.serving(bench.path("grpc_peer"), "serve", "SOCKET") as (path, _):
-            yield f"peer/grpc-{batch}/ns", bench.values("grpc_peer", "send", path, objects,
-                                                        batch)["request"]
+    for work in ("store", "carry"):
+        for kind in ("list", "table"):
+            with bench.redis() as (path, _), \
+                    bench.serving(bench.path("redis_peer"), "serve", kind, work, "SOCKET",
+                                  fresh=False):
+                yield (f"peer/redis-{kind}/{work}/ns",
+                       bench.values("redis_peer", "send", kind, path, objects)["request"])
+        for batch in (1, 64):
+            with bench.serving(bench.path("grpc_peer"), "serve", work, "SOCKET") as (path, _):
+                yield (f"peer/grpc-{batch}/{work}/ns",
+                       bench.values("grpc_peer", "send", path, objects, batch)["request"])
 
 
 def progress(what):
@@ -173,10 +193,16 @@ def measure_all(bench, sizes, rounds, peers):
     for name, cost in costs.count(bench.path("count_cases")).items():
         figures[f"{name}/instructions"] = [cost.instructions]
         figures[f"{name}/allocations"] = [cost.allocations]
-    measures = [measure_library, measure_reinstalls, measure_socket, measure_memory]
-    if peers:
-        measures.append(measure_peers)
+    for side in ("server", "client"):
+        cost = costs.count_request(bench.path("count_requests"), side)
+        figures[f"round-trip/{side}/instructions"] = [cost.instructions]
+        figures[f"round-trip/{side}/allocations"] = [cost.allocations]
     for number in range(rounds):
+        measures = [measure_library, measure_reinstalls, measure_socket, measure_memory]
+        if peers:
+            measures.append(measure_peers)
+        if number < LONG_ROUNDS:
+            measures.append(measure_large_site)
         for measure in measures:
             progress(f"round {number + 1} of {rounds}: {measure.__name__[8:]}")
             for name, value in measure(bench, sizes):

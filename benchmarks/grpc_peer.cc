@@ -1,6 +1,7 @@
 // The library's requests, and a result for each, over a gRPC bidirectional stream.
 //
-//     grpc_peer serve SOCKET
+//     grpc_peer serve store|carry SOCKET      store: decodes, checks and stores each request;
+//                                             carry: looks at none
 //     grpc_peer send SOCKET OBJECTS BATCH     sends BATCH requests per message; prints nanoseconds
 //                                             per request
 
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -18,13 +20,19 @@
 #include <vector>
 
 #include "benchmarks/captured_requests.h"
+#include "benchmarks/consumer.h"
 #include "peer.grpc.pb.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// For one client.
 class Server final : public peer::Hal::Service {
+ public:
+  explicit Server(std::string_view work) : consumer_(work) {}
+
+ private:
   grpc::Status Program(grpc::ServerContext* /*context*/,
                        grpc::ServerReaderWriter<peer::Results, peer::Requests>* stream) override {
     peer::Requests requests;
@@ -32,18 +40,24 @@ class Server final : public peer::Hal::Service {
     while (stream->Read(&requests)) {
       results.clear_results();
       for (const peer::Request& request : requests.requests()) {
+        const auto operation = static_cast<reference::HalOperation>(request.operation());
+        const auto outcome = consumer_.Answer(operation, request.payload());
         peer::Result* const result = results.add_results();
+        result->set_code(static_cast<std::uint32_t>(outcome.code));
         result->set_id(request.id());
+        result->set_secondary_id(outcome.secondary_id);
         result->set_hal_time(1);
       }
       if (!stream->Write(results)) break;
     }
     return grpc::Status::OK;
   }
+
+  bench::Consumer consumer_;
 };
 
-int Serve(const std::string& address) {
-  Server service;
+int Serve(std::string_view work, const std::string& address) {
+  Server service(work);
   grpc::ServerBuilder builder;
   builder.AddListeningPort(address, grpc::InsecureServerCredentials());
   builder.RegisterService(&service);
@@ -104,11 +118,13 @@ int Send(const std::string& address, std::size_t objects, std::size_t batch) {
   const Clock::time_point begin = Clock::now();
   Outstanding outstanding;
   std::size_t answered = 0;
+  bool succeeded = true;
   std::thread reader([&] {
     peer::Results results;
     while (answered < objects && stream->Read(&results)) {
       const auto count = static_cast<std::size_t>(results.results_size());
       answered += count;
+      for (const peer::Result& result : results.results()) succeeded &= result.code() == 0;
       outstanding.Remove(count);
     }
   });
@@ -124,6 +140,10 @@ int Send(const std::string& address, std::size_t objects, std::size_t batch) {
     std::cerr << "grpc_peer: the stream broke\n";
     return 1;
   }
+  if (!succeeded) {
+    std::cerr << "grpc_peer: the server refused requests\n";
+    return 1;
+  }
   std::cout << "request " << time.count() / static_cast<double>(objects) << "\n";
   return 0;
 }
@@ -131,12 +151,18 @@ int Send(const std::string& address, std::size_t objects, std::size_t batch) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string_view what = argc > 2 ? argv[1] : "";
-  if (what == "serve" && argc == 3) return Serve("unix:" + std::string(argv[2]));
-  if (what == "send" && argc == 5) {
-    return Send("unix:" + std::string(argv[2]), std::strtoul(argv[3], nullptr, 10),
-                std::max(std::strtoul(argv[4], nullptr, 10), 1UL));
+  try {
+    const std::string_view what = argc > 2 ? argv[1] : "";
+    if (what == "serve" && argc == 4) return Serve(argv[2], "unix:" + std::string(argv[3]));
+    if (what == "send" && argc == 5) {
+      return Send("unix:" + std::string(argv[2]), std::strtoul(argv[3], nullptr, 10),
+                  std::max(std::strtoul(argv[4], nullptr, 10), 1UL));
+    }
+    std::cerr << "usage: grpc_peer serve store|carry SOCKET | "
+                 "grpc_peer send SOCKET OBJECTS BATCH\n";
+    return 2;
+  } catch (const std::exception& error) {
+    std::cerr << "grpc_peer: " << error.what() << "\n";
+    return 1;
   }
-  std::cerr << "usage: grpc_peer serve SOCKET | grpc_peer send SOCKET OBJECTS BATCH\n";
-  return 2;
 }

@@ -1,8 +1,10 @@
-// A lower bound for a request and its result over a socket: the same frames, prepared before the
-// clock starts, to a server that looks only at their length. Both ends poll before they read, as
-// any program with several clients or with deadlines must.
+// Lower bounds for a request and its result over a socket: the same frames, prepared before the
+// clock starts, to a server on one thread. Both ends poll before they read, as any program with
+// several clients or with deadlines must.
 //
-//     raw_frames serve SOCKET                   serves one client
+//     raw_frames store SOCKET                   serves one client: parses, checks and stores each
+//                                               request by hand
+//     raw_frames count SOCKET                   serves one client: looks only at the frames' length
 //     raw_frames send SOCKET OBJECTS WINDOW     at most WINDOW requests in flight; prints
 //                                               nanoseconds per request
 
@@ -25,6 +27,7 @@
 #include <vector>
 
 #include "benchmarks/captured_requests.h"
+#include "benchmarks/storing_floor.h"
 #include "reference/wire/frame.h"
 
 namespace {
@@ -34,6 +37,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
 // Header, code, two ids and a duration.
 constexpr std::size_t kResultSize = reference::kFrameHeaderSize + 16;
+constexpr std::size_t kTableSize = 10'000'000;
 
 std::size_t Check(ssize_t result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -63,7 +67,41 @@ void WriteAll(int socket, const char* data, std::size_t size) {
   }
 }
 
-void Serve(const char* path) {
+/// Answers without a look at the request.
+struct Counting {
+  static void Answer(std::uint32_t /*word*/, std::string_view /*payload*/, std::string* results) {
+    static constexpr std::array<char, kResultSize> kResult{};
+    results->append(kResult.data(), kResult.size());
+  }
+};
+
+/// Answers once the request is stored. Throws if it cannot be: no request of this program is wrong.
+struct Storing {
+  void Answer(std::uint32_t word, std::string_view payload, std::string* results) {
+    using boost::endian::native_to_big;
+    const auto operation = static_cast<reference::HalOperation>(word >> 24);
+    const bench::StoringFloor::Outcome outcome = floor.Install(operation, payload);
+    if (outcome.code != reference::kHalSuccess) throw std::runtime_error("a request was refused");
+    const auto type = static_cast<std::uint32_t>(reference::FrameType::kResult) << 24;
+    const std::array<std::uint32_t, kResultSize / 4> result = {
+        native_to_big(type | (word & reference::kSequenceMask)),
+        native_to_big(std::uint32_t{kResultSize - reference::kFrameHeaderSize}),
+        native_to_big(static_cast<std::uint32_t>(outcome.code)),
+        native_to_big(outcome.id),
+        native_to_big(outcome.secondary_id),
+        0};
+    results->append(reinterpret_cast<const char*>(result.data()), sizeof result);
+  }
+
+  bench::StoringFloor floor{kTableSize};
+};
+
+std::uint32_t NumberAt(const char* bytes) {
+  return boost::endian::load_big_u32(reinterpret_cast<const unsigned char*>(bytes));
+}
+
+template <typename Server>
+void Serve(const char* path, Server server) {
   const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
   const sockaddr_un address = Address(path);
   unlink(path);
@@ -73,7 +111,6 @@ void Serve(const char* path) {
   Check(client, "accept");
 
   std::array<char, kReadSize> input{};
-  const std::array<char, kResultSize> result{};
   std::string results;
   std::size_t kept = 0;
   while (true) {
@@ -83,12 +120,12 @@ void Serve(const char* path) {
     std::size_t begin = 0;
     results.clear();
     while (end - begin >= reference::kFrameHeaderSize) {
-      std::uint32_t payload = 0;
-      std::memcpy(&payload, &input[begin + 4], sizeof payload);
-      const std::size_t frame = reference::kFrameHeaderSize + boost::endian::big_to_native(payload);
+      const std::size_t payload = NumberAt(&input[begin + 4]);
+      const std::size_t frame = reference::kFrameHeaderSize + payload;
       if (end - begin < frame) break;
+      server.Answer(NumberAt(&input[begin]), {&input[begin] + reference::kFrameHeaderSize, payload},
+                    &results);
       begin += frame;
-      results.append(result.data(), result.size());
     }
     kept = end - begin;
     std::memmove(input.data(), &input[begin], kept);
@@ -137,12 +174,14 @@ void Send(const char* path, std::size_t objects, std::size_t window) {
 int main(int argc, char** argv) {
   try {
     const std::string_view what = argc > 2 ? argv[1] : "";
-    if (what == "serve" && argc == 3) {
-      Serve(argv[2]);
+    if (what == "store" && argc == 3) {
+      Serve(argv[2], Storing());
+    } else if (what == "count" && argc == 3) {
+      Serve(argv[2], Counting());
     } else if (what == "send" && argc == 5) {
       Send(argv[2], std::strtoul(argv[3], nullptr, 10), std::strtoul(argv[4], nullptr, 10));
     } else {
-      std::cerr << "usage: raw_frames serve SOCKET | raw_frames send SOCKET OBJECTS WINDOW\n";
+      std::cerr << "usage: raw_frames store|count SOCKET | raw_frames send SOCKET OBJECTS WINDOW\n";
       return 2;
     }
     return 0;

@@ -1,15 +1,19 @@
 // The library's requests, and a result for each, through a Redis server on a Unix socket.
 //
-//     redis_peer serve list|table SOCKET             takes requests and answers them, until killed
-//     redis_peer send list|table SOCKET OBJECTS      prints nanoseconds per request
+//     redis_peer serve list|table store|carry SOCKET   takes requests and answers them, until
+//     killed redis_peer send list|table SOCKET OBJECTS        prints nanoseconds per request
 //
 // list: a list of requests and one of results. table: a hash for each object and a set of the
 // pending ones, and the same for the answers; pushing a mark onto a list wakes the other side.
 // Commands are pipelined.
+//
+// store: the consumer decodes, checks and stores each request. carry: it looks at none.
 
 #include <hiredis/hiredis.h>
 
 #include <algorithm>
+#include <array>
+#include <boost/endian/conversion.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -21,6 +25,7 @@
 #include <vector>
 
 #include "benchmarks/captured_requests.h"
+#include "benchmarks/consumer.h"
 
 namespace {
 
@@ -28,8 +33,6 @@ using Clock = std::chrono::steady_clock;
 using Reply = std::unique_ptr<redisReply, void (*)(void*)>;
 
 constexpr char kTaken[] = "4096";
-// Code, two ids and a duration, as on the HAL's own socket.
-constexpr std::size_t kResultSize = 16;
 
 /// A connection that pipelines its commands: they go out when a reply is read.
 class Redis {
@@ -100,6 +103,10 @@ std::vector<std::string> TakeSet(Redis* redis, std::string_view marks, std::stri
   return taken;
 }
 
+void CheckSuccess(bool success) {
+  if (!success) throw std::runtime_error("the consumer refused requests");
+}
+
 class Transport {
  public:
   explicit Transport(const char* socket) : redis_(socket) {}
@@ -107,65 +114,128 @@ class Transport {
   Transport& operator=(const Transport&) = delete;
   virtual ~Transport() = default;
 
-  /// Sends requests `begin` to `end`.
-  virtual void Send(const std::vector<reference::HalRequest>& requests, std::size_t begin,
-                    std::size_t end) = 0;
-  /// Blocks until results arrive; returns how many did.
+  /// Prepares to send these requests, which must outlive the transport.
+  virtual void Prepare(const std::vector<reference::HalRequest>& requests) = 0;
+  /// Sends the prepared requests `begin` to `end`.
+  virtual void Send(std::size_t begin, std::size_t end) = 0;
+  /// Blocks until results arrive; returns how many did. Throws if one is no success.
   virtual std::size_t TakeResults() = 0;
   /// Blocks until requests arrive and answers them.
-  virtual void Answer() = 0;
+  virtual void Answer(bench::Consumer* consumer) = 0;
 
  protected:
   Redis redis_;
 };
 
+// A request is its operation, in one byte, and the payload.
 class ListTransport : public Transport {
  public:
   using Transport::Transport;
 
-  void Send(const std::vector<reference::HalRequest>& requests, std::size_t begin,
-            std::size_t end) override {
-    for (; begin < end; ++begin) redis_.Append({"RPUSH", "requests", requests[begin].payload});
+  void Prepare(const std::vector<reference::HalRequest>& requests) override {
+    for (const reference::HalRequest& request : requests) {
+      ready_.push_back(static_cast<char>(request.operation) + request.payload);
+    }
+  }
+  void Send(std::size_t begin, std::size_t end) override {
+    for (; begin < end; ++begin) redis_.Append({"RPUSH", "requests", ready_[begin]});
     redis_.ReadAll();
   }
-  std::size_t TakeResults() override { return TakeList(&redis_, "results").size(); }
-  void Answer() override {
-    const std::string result(kResultSize, '\0');
-    for (std::size_t left = TakeList(&redis_, "requests").size(); left > 0; --left) {
-      redis_.Append({"RPUSH", "results", result});
+  std::size_t TakeResults() override {
+    // The code in four bytes.
+    static const std::string kSuccess(sizeof(std::uint32_t), '\0');
+    const std::vector<std::string> results = TakeList(&redis_, "results");
+    for (const std::string& result : results) {
+      CheckSuccess(result.compare(0, kSuccess.size(), kSuccess) == 0);
+    }
+    return results.size();
+  }
+  void Answer(bench::Consumer* consumer) override {
+    for (const std::string& request : TakeList(&redis_, "requests")) {
+      const auto outcome = consumer->Answer(static_cast<reference::HalOperation>(request.front()),
+                                            std::string_view(request).substr(1));
+      using boost::endian::native_to_big;
+      const Result result = {native_to_big(static_cast<std::uint32_t>(outcome.code)),
+                             native_to_big(outcome.id), native_to_big(outcome.secondary_id), 0};
+      redis_.Append(
+          {"RPUSH", "results", {reinterpret_cast<const char*>(result.data()), sizeof result}});
     }
     redis_.ReadAll();
   }
+
+ private:
+  // Code, two ids and a duration, as on the HAL's own socket.
+  using Result = std::array<std::uint32_t, 4>;
+
+  std::vector<std::string> ready_;
 };
 
+// An object's key is the operation and the id; a result is the code and the key.
 class TableTransport : public Transport {
  public:
   using Transport::Transport;
 
-  void Send(const std::vector<reference::HalRequest>& requests, std::size_t begin,
-            std::size_t end) override {
+  void Prepare(const std::vector<reference::HalRequest>& requests) override {
+    requests_ = &requests;
+    for (const reference::HalRequest& request : requests) {
+      keys_.push_back(std::to_string(static_cast<int>(request.operation)) + ':' +
+                      std::to_string(request.id));
+    }
+  }
+  void Send(std::size_t begin, std::size_t end) override {
     for (; begin < end; ++begin) {
-      const std::string key = std::to_string(static_cast<int>(requests[begin].operation)) + ':' +
-                              std::to_string(requests[begin].id);
-      redis_.Append({"HSET", "wanted:" + key, "payload", requests[begin].payload});
-      redis_.Append({"SADD", "waiting", key});
+      redis_.Append({"HSET", "wanted:" + keys_[begin], "payload", (*requests_)[begin].payload});
+      redis_.Append({"SADD", "waiting", keys_[begin]});
     }
     redis_.Append({"RPUSH", "sent", "1"});
     redis_.ReadAll();
   }
-  std::size_t TakeResults() override { return TakeSet(&redis_, "answered", "results").size(); }
-  void Answer() override {
+  std::size_t TakeResults() override {
+    const std::vector<std::string> results = TakeSet(&redis_, "answered", "results");
+    for (const std::string& result : results) CheckSuccess(result.compare(0, 2, "0:") == 0);
+    return results.size();
+  }
+  void Answer(bench::Consumer* consumer) override {
     const std::vector<std::string> keys = TakeSet(&redis_, "sent", "waiting");
     for (const std::string& key : keys) redis_.Append({"HGETALL", "wanted:" + key});
-    std::vector<Reply> objects;
-    for (std::size_t at = 0; at < keys.size(); ++at) objects.push_back(redis_.Read());
-    for (std::size_t at = 0; at < keys.size(); ++at) {
-      redis_.Append({"HSET", "state:" + keys[at], "payload", TextOf(*objects[at]->element[1])});
-      redis_.Append({"SADD", "results", keys[at]});
+    for (const std::string& key : keys) waiting_.push_back({key, redis_.Read()});
+    // A set has no order: what an object refers to may come after it.
+    while (AnswerSome(consumer)) {
     }
     redis_.Append({"RPUSH", "answered", "1"});
     redis_.ReadAll();
   }
+
+ private:
+  struct Waiting {
+    std::string key;
+    Reply object;
+  };
+
+  // Returns whether another attempt may succeed for what still waits.
+  bool AnswerSome(bench::Consumer* consumer) {
+    const std::size_t before = waiting_.size();
+    std::vector<Waiting> missing;
+    for (Waiting& waiting : waiting_) {
+      const std::string_view payload = TextOf(*waiting.object->element[1]);
+      const auto operation = static_cast<reference::HalOperation>(std::stoi(waiting.key));
+      const reference::HalReturnCode code = consumer->Answer(operation, payload).code;
+      if (code == reference::kHalMissingReference) {
+        missing.push_back(std::move(waiting));
+        continue;
+      }
+      redis_.Append({"HSET", "state:" + waiting.key, "payload", payload});
+      redis_.Append({"SADD", "results",
+                     std::to_string(static_cast<std::uint32_t>(code)) + ':' + waiting.key});
+    }
+    waiting_ = std::move(missing);
+    return !waiting_.empty() && waiting_.size() < before;
+  }
+
+  const std::vector<reference::HalRequest>* requests_ = nullptr;
+  std::vector<std::string> keys_;
+  // The consumer's: taken and not answered.
+  std::vector<Waiting> waiting_;
 };
 
 std::unique_ptr<Transport> MakeTransport(std::string_view name, const char* socket) {
@@ -176,6 +246,7 @@ std::unique_ptr<Transport> MakeTransport(std::string_view name, const char* sock
 
 void Send(Transport* transport, std::size_t objects) {
   const std::vector<reference::HalRequest> requests = bench::CaptureRequests(objects);
+  transport->Prepare(requests);
   const Clock::time_point begin = Clock::now();
   std::size_t sent = 0;
   std::size_t answered = 0;
@@ -183,7 +254,7 @@ void Send(Transport* transport, std::size_t objects) {
     const std::size_t outstanding = sent - answered;
     if (sent < requests.size() && outstanding <= bench::kWindow / 2) {
       const std::size_t end = std::min(requests.size(), sent + bench::kWindow - outstanding);
-      transport->Send(requests, sent, end);
+      transport->Send(sent, end);
       sent = end;
     }
     answered += transport->TakeResults();
@@ -197,15 +268,17 @@ void Send(Transport* transport, std::size_t objects) {
 int main(int argc, char** argv) {
   try {
     const std::string_view what = argc > 3 ? argv[1] : "";
-    if (what == "serve" && argc == 4) {
-      const auto transport = MakeTransport(argv[2], argv[3]);
-      while (true) transport->Answer();
+    if (what == "serve" && argc == 5) {
+      bench::Consumer consumer(argv[3]);
+      const auto transport = MakeTransport(argv[2], argv[4]);
+      while (true) transport->Answer(&consumer);
     }
     if (what == "send" && argc == 5) {
       Send(MakeTransport(argv[2], argv[3]).get(), std::strtoul(argv[4], nullptr, 10));
       return 0;
     }
-    std::cerr << "usage: redis_peer serve list|table SOCKET | send list|table SOCKET OBJECTS\n";
+    std::cerr << "usage: redis_peer serve list|table store|carry SOCKET | "
+                 "send list|table SOCKET OBJECTS\n";
     return 2;
   } catch (const std::exception& error) {
     std::cerr << "redis_peer: " << error.what() << "\n";

@@ -6,6 +6,7 @@ import os
 KINDS = ["vlan", "host", "mpls", "ecmp", "vrf"]
 PEERS = {"redis-list": "Redis, list", "redis-table": "Redis, state table",
          "grpc-1": "gRPC stream, one to a message", "grpc-64": "gRPC stream, 64 to a message"}
+WORK = {"store": "", "carry": ", carry only"}
 BEGIN = "<!-- begin of what ./bench --document writes -->"
 END = "<!-- end of what ./bench --document writes -->"
 
@@ -99,12 +100,14 @@ def reinstall_rows(figures):
 
 def carriers(figures):
     """Each transport of requests and results, with its figure."""
+    yield "raw frames, carry only", "socket/frames"
     yield "raw frames, the floor", "socket/floor"
     yield "zuskux: HAL client and server", "socket/client"
     yield "zuskux: library, HAL client and server", "socket/library"
-    for peer, name in PEERS.items():
-        if f"peer/{peer}/ns" in figures:
-            yield name, f"peer/{peer}"
+    for work, suffix in WORK.items():
+        for peer, name in PEERS.items():
+            if f"peer/{peer}/{work}/ns" in figures:
+                yield name + suffix, f"peer/{peer}/{work}"
 
 
 def carrier_rows(figures):
@@ -122,9 +125,26 @@ def windows(figures):
 
 def window_rows(figures):
     for window, case in windows(figures):
-        yield [window, figures.spread(case + "/client/ns"), figures.spread(case + "/library/ns"),
-               figures.spread(case + "/floor/ns"),
-               f"{figures.ratio(case + '/floor', case + '/client', 'ns'):.2f}"]
+        yield [f"{window:,}", figures.spread(case + "/client/ns"),
+               figures.spread(case + "/library/ns"), figures.spread(case + "/floor/ns"),
+               f"{figures.ratio(case + '/floor', case + '/client', 'ns'):.2f}",
+               figures.spread(case + "/frames/ns"),
+               f"{figures.ratio(case + '/frames', case + '/client', 'ns'):.2f}"]
+
+
+def round_trip_rows(figures):
+    for side in ("server", "client"):
+        case = f"round-trip/{side}"
+        yield [side, f"{figures.median(case + '/instructions'):,.0f}",
+               f"{figures.median(case + '/allocations'):.2f}"]
+
+
+def large_rows(figures):
+    yield ["manager, embedded HAL: from a loaded site to all installed, ns per object",
+           figures.spread("large/install-ns")]
+    yield ["site file: reading, ns per object", figures.spread("large/read-ns")]
+    yield ["one changed object, from the change to its result, us",
+           figures.spread("large/change-us", 1)]
 
 
 def target_rows(figures):
@@ -154,17 +174,25 @@ def target_rows(figures):
     yield greatest(f"reinstall: time per object, relative to {sizes[0]:,}", 1.20,
                    [(figures.ratio(f"reinstall/{sizes[-1]}/library",
                                    f"reinstall/{sizes[0]}/library", "ns"), f"{sizes[-1]:,}")])
+    def at_most(what, target, value):
+        return [what, f"at most {target:,}", f"{value:,.0f}",
+                "reached" if value <= target else "missed"]
+
     for window, case in windows(figures):
-        yield at_least(f"request to result: rate, relative to raw frames, window of {window}", 0.8,
+        yield at_least(f"request to result: rate, relative to the floor, window of {window:,}", 0.8,
                        figures.ratio(case + "/floor", case + "/client", "ns"))
-    if "peer/redis-list/ns" in figures:
-        yield at_least("request to result: rate, relative to the Redis list", 8,
-                       figures.ratio("peer/redis-list", "socket/client", "ns"))
-        yield at_least("request to result: rate, relative to the gRPC stream, one to a message", 20,
-                       figures.ratio("peer/grpc-1", "socket/client", "ns"))
-    share = figures.median("memory/manager/bytes") - figures.median("memory/records/bytes")
-    yield ["manager: bytes per object above its records", "at most 1,024", f"{share:,.0f}",
-           "reached" if share <= 1024 else "missed"]
+    for peer, target in (("grpc-64", 1), ("redis-list", 8), ("grpc-1", 25)):
+        if f"peer/{peer}/store/ns" in figures:
+            yield at_least(f"request to result: rate, relative to {PEERS[peer]}, doing the same work",
+                           target, figures.ratio(f"peer/{peer}/store", "socket/client", "ns"))
+    yield at_most("`zuskux-hal`: instructions for a request", 1_400,
+                  figures.median("round-trip/server/instructions"))
+    yield at_most("HAL client: instructions for a request and its result", 1_200,
+                  figures.median("round-trip/client/instructions"))
+    yield at_most("one change among 1,000,000 objects, us", 100,
+                  figures.median("large/change-us"))
+    yield at_most("manager: bytes per object above its records", 150,
+                  figures.median("memory/held/bytes") - figures.median("memory/records/bytes"))
 
 
 def tables(result):
@@ -195,12 +223,18 @@ def tables(result):
              carrier_rows(figures)),
             ("Request to result, by window",
              ["window", "HAL client and server, ns per request", "with the library, ns",
-              "raw frames, ns", "client and server, rate relative to raw frames"],
+              "floor, ns", "client and server, rate relative to the floor", "carry only, ns",
+              "rate relative to it"],
              window_rows(figures)),
-            ("Peak memory", ["", "bytes per object"],
+            ("A request and its result on either side", ["", "instructions", "allocations"],
+             round_trip_rows(figures)),
+            ("A site of 1,000,000 objects", ["", ""], large_rows(figures)),
+            ("Memory", ["", "bytes per object"],
              [[name, figures.spread(f"memory/{case}/bytes")]
-              for name, case in [("manager", "manager"), ("of which the objects' records",
-                                                          "records"), ("HAL server", "server")]])]:
+              for name, case in [("manager, at its peak", "peak"), ("manager, afterwards", "held"),
+                                 ("of which the objects' records", "records"),
+                                 ("the site, which the manager frees", "site"),
+                                 ("HAL server, at its peak", "server")]])]:
         parts.append(f"### {title}\n\n{table(header, rows)}")
     return "\n\n".join(parts) + "\n"
 
@@ -240,6 +274,55 @@ def picture(measured):
         f'height="{height}">', f"<style>{style}</style>",
         '<rect width="100%" height="100%" style="fill:#fff"/>', *upper,
         f'<line x1="440" y1="30" x2="440" y2="{y - 10}"/>', *lower, "</svg>"]) + "\n"
+
+
+SCALE_PANELS = [
+    ("Time per object, ns", [("elapsed", "elapsed", "#333"), ("manager", "manager's processor", "#4878a8"),
+                             ("server", "server's processor", "#c33")]),
+    ("Bytes per object", [("manager-bytes", "manager", "#4878a8"),
+                          ("manager-peak", "manager, at its peak", "#88b8e8"),
+                          ("server-bytes", "server, at its peak", "#c33")])]
+
+
+def scale_panel(title, series, results, left):
+    """A plot over the number of objects, which is logarithmic; the lines of SVG."""
+    width, height, top = 280, 200, 40
+    sizes = sorted(results)
+    highest = max(results[size][name] for size in sizes for name, _, _ in series) * 1.1
+    first, last = math.log10(sizes[0]), math.log10(sizes[-1])
+
+    def point(size, value):
+        return (left + width * (math.log10(size) - first) / max(last - first, 1),
+                top + height * (1 - value / highest))
+
+    lines = [f'<text class="title" x="{left}" y="20">{title}</text>',
+             f'<path d="M{left},{top} v{height} h{width}" style="fill:none;stroke:#222"/>']
+    for size in sizes:
+        x, y = point(size, 0)
+        lines.append(f'<text x="{x:.0f}" y="{y + 18:.0f}" text-anchor="middle">{size:,}</text>')
+    for step in range(5):
+        value = highest * step / 4
+        _, y = point(sizes[0], value)
+        lines.append(f'<text x="{left - 6}" y="{y + 4:.0f}" text-anchor="end">{value:,.0f}</text>')
+    for place, (name, label, colour) in enumerate(series):
+        points = " ".join(f"{x:.1f},{y:.1f}" for x, y in
+                          (point(size, results[size][name]) for size in sizes))
+        y = top + height + 42 + 18 * place
+        lines += [f'<polyline points="{points}" style="fill:none;stroke:{colour};stroke-width:2"/>',
+                  f'<rect x="{left}" y="{y - 9}" width="18" height="4" style="fill:{colour}"/>',
+                  f'<text x="{left + 26}" y="{y}">{label}</text>']
+    return lines
+
+
+def scale_picture(results):
+    """Time and bytes per object over the number of objects, as SVG. `results` has the figures of
+    each size."""
+    panels = [line for place, (title, series) in enumerate(SCALE_PANELS)
+              for line in scale_panel(title, series, results, 60 + 380 * place)]
+    return "\n".join([
+        '<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 760 330" width="760" height="330">',
+        "<style>text{font:12px sans-serif;fill:#222} .title{font-weight:bold}</style>",
+        '<rect width="100%" height="100%" style="fill:#fff"/>', *panels, "</svg>"]) + "\n"
 
 
 def document(root, text, drawn):
