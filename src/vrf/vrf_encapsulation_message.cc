@@ -3,6 +3,7 @@
 #include "hai/framed_payload.h"
 #include "hai/text.h"
 
+// vrf_hai.cc has a copy.
 VrfEncapsulationMessage::VrfEncapsulationMessage() : AppMessage(nullptr) { set_message(&encap_); }
 
 VrfEncapsulationMessage::~VrfEncapsulationMessage() = default;
