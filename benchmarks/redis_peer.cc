@@ -153,7 +153,7 @@ class ListTransport : public Transport {
   void Answer(bench::Consumer* consumer) override {
     for (const std::string& request : TakeList(&redis_, "requests")) {
       const auto outcome = consumer->Answer(static_cast<reference::HalOperation>(request.front()),
-                                            std::string_view(request).substr(1));
+                                            std::string_view{request}.substr(1));
       using boost::endian::native_to_big;
       const Result result = {native_to_big(static_cast<std::uint32_t>(outcome.code)),
                              native_to_big(outcome.id), native_to_big(outcome.secondary_id), 0};
