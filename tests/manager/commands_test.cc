@@ -331,7 +331,7 @@ TEST_F(CommandsTest, AuditShowsWhatCouldNotBeRemoved) {
   EXPECT_EQ(audit.status, 3);
   EXPECT_EQ(audit.out,
             "unknown  vlan 11\n"
-            "1 entries in the manager, 2 in the HAL, 1 difference\n");
+            "1 entry in the manager, 2 in the HAL, 1 difference\n");
 }
 
 TEST_F(CommandsTest, AuditSaysThatTheManagerIsAtWork) {

@@ -161,8 +161,9 @@ int AuditHal(const CommandArguments& arguments) {
     show("unknown", key.first, key.second);
     std::cout << '\n';
   }
-  std::cout << believed.size() << " entries in the manager, " << held.size() << " in the HAL, "
-            << differences << (differences == 1 ? " difference\n" : " differences\n");
+  std::cout << believed.size() << (believed.size() == 1 ? " entry" : " entries")
+            << " in the manager, " << held.size() << " in the HAL, " << differences
+            << (differences == 1 ? " difference\n" : " differences\n");
   if (!answer.at("finished").get<bool>()) {
     LogLine(LogLevel::kWarning, "the manager is at work; differences may be requests in flight");
   }
