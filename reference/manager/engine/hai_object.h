@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_ENGINE_HAI_OBJECT_H_
 #define ZUSKUX_REFERENCE_MANAGER_ENGINE_HAI_OBJECT_H_
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -70,6 +71,10 @@ bool IsInactive(const HaiObject& object);
 enum class Layer : std::uint8_t { kVrf, kVlan, kHost, kTunnel, kCircuit, kEcmp };
 
 Layer LayerOf(const HaiObject& object);
+
+/// The kind of a layer's objects, by layer.
+inline constexpr std::array kKindOfLayer = {HalKind::kVrf,  HalKind::kVlan, HalKind::kHost,
+                                            HalKind::kMpls, HalKind::kMpls, HalKind::kEcmp};
 
 /// Ids of the destinations that the HAL must hold before this one: a host's VLAN, the VLAN or
 /// tunnel under an MPLS destination, the members of an ECMP group in order. Each id appears once.

@@ -1,10 +1,11 @@
 #ifndef ZUSKUX_REFERENCE_MANAGER_ENGINE_REQUEST_QUEUE_H_
 #define ZUSKUX_REFERENCE_MANAGER_ENGINE_REQUEST_QUEUE_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <set>
-#include <utility>
+#include <vector>
 
 #include "reference/manager/engine/dest_database.h"
 
@@ -21,14 +22,23 @@ class RequestQueue {
   /// Removes the object if it is queued.
   void Remove(Object* object);
 
-  bool empty() const { return entries_.empty(); }
-  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return size_ == 0; }
+  std::size_t size() const { return size_; }
   /// The first object. Do not call on an empty queue.
-  ObjectKey front() const { return entries_.begin()->second; }
+  ObjectKey front() const;
 
  private:
-  // The rank and the object.
-  std::set<std::pair<std::uint8_t, ObjectKey>> entries_;
+  /// The objects of a rank: 4 bytes for each.
+  struct Line {
+    // A heap with the least id in front, which is never withdrawn.
+    std::vector<std::uint32_t> ids;
+    // Those in the heap that are no longer queued.
+    std::set<std::uint32_t> withdrawn;
+  };
+
+  // By rank: the layers' installs, then the removals.
+  std::array<Line, 2 * kKindOfLayer.size()> lines_;
+  std::size_t size_ = 0;
 };
 
 }  // namespace reference
