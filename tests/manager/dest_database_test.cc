@@ -120,6 +120,52 @@ INSTANTIATE_TEST_SUITE_P(
         ChangeCase{"Order", [](Site* site) { std::swap(site->vlans[0], site->vlans[1]); }, {}, {}}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
+// In the order of kinds and ids, whatever the site's order.
+TEST(DestDatabaseTest, ComparesASiteWithItsObjects) {
+  DestDatabase database;
+  Site site = SiteOfAllKinds();
+  database.Replace(site);
+  site.vrfs = {VrfEntry(2, 7)};
+  std::swap(site.vlans[0], site.vlans[1]);
+  site.vlans[0].mtu = 9000;
+  site.vlans.push_back(VlanEntry(9));
+  site.hosts.erase(site.hosts.begin());
+  site.ecmps[0].name = "pair";
+  const SiteDifference difference = database.Compare(site);
+  Site expected;
+  expected.vrfs = {VrfEntry(2, 7)};
+  expected.vlans = {VlanEntry(9), VlanEntry(11, 9000)};
+  expected.ecmps = {site.ecmps[0]};
+  EXPECT_TRUE(difference.changed == expected);
+  EXPECT_THAT(difference.gone,
+              ElementsAre(database.Find({HalKind::kVrf, 1}), database.Find({HalKind::kHost, 20})));
+  EXPECT_EQ(difference.present, 8U);
+}
+
+TEST(DestDatabaseTest, WhatIsBeingRemovedIsGoneAlready) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  database.Replace(Site());
+  const SiteDifference difference = database.Compare(Site());
+  EXPECT_THAT(difference.gone, IsEmpty());
+  EXPECT_EQ(difference.present, 0U);
+}
+
+// The second VRF of a number keeps its entry, and names it.
+TEST(DestDatabaseTest, AnEntryThatVrfsShareIsNamedAfterTheFirstOfThem) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(2, 7), VrfEntry(1, 7)};
+  EXPECT_THAT(Keys(database.Replace(site).changed), ElementsAre("vrf:7"));
+  EXPECT_EQ(database.FindEntry({HalKind::kVrf, 7})->name, "vrf-1");
+  site.vrfs.pop_back();
+  const auto changes = database.Replace(site);
+  EXPECT_THAT(changes.changed, IsEmpty());
+  EXPECT_THAT(changes.dropped, IsEmpty());
+  EXPECT_EQ(database.FindEntry({HalKind::kVrf, 7})->name, "vrf-2");
+  EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vrf:7"));
+}
+
 TEST(DestDatabaseTest, ADroppedObjectThatComesBackIsAChange) {
   DestDatabase database;
   const Site site = SiteOfAllKinds();
@@ -146,6 +192,17 @@ TEST(DestDatabaseTest, ARemovalThatFailedIsDroppedAgain) {
   database.Replace(Site());
   database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kFailed);
   EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vlan:10"));
+}
+
+TEST(DestDatabaseTest, ARemovalOfAVrfThatFailedIsDroppedAgain) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  database.Replace(Site());
+  database.SetState(database.FindEntry({HalKind::kVrf, 7}), ObjectState::kFailed);
+  EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vrf:7"));
+  EXPECT_THAT(Keys(database.Replace(site).changed), ElementsAre("vrf:7"));
 }
 
 TEST(DestDatabaseTest, BuildsAVlan) {

@@ -682,6 +682,40 @@ TEST_F(ManagerAuditTest, CoversAnyNumberOfObjects) {
   EXPECT_THAT(audited_, ElementsAre(""));
 }
 
+// Without the steps of a complete reading.
+TEST_F(ManagerAuditTest, ReadsOnlyWhatHasChangedSinceTheLastAudit) {
+  constexpr std::uint32_t kVlans = 3000;
+  hal_.SetRoom(kVlans);
+  Site site;
+  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
+  Apply(site);
+  AnswerAll();
+  Sent();
+  Audit(hal_.Digests());
+  site.vlans[0].mtu = 9000;
+  site.vlans.pop_back();
+  site.vlans.push_back(VlanEntry(kVlans + 1));
+  Apply(site);
+  AnswerAll();
+  Sent();
+  manager_.Audit();
+  EXPECT_THAT(Sent(), ElementsAre("ask-for-digests"));
+  hal_.ReportDigests(hal_.Digests());
+  Work();
+  EXPECT_THAT(audited_, ElementsAre("", ""));
+}
+
+// Another server may hold anything.
+TEST_F(ManagerAuditTest, ReadsEverythingAfterAReinstall) {
+  Audit(hal_.Digests());
+  hal_.FindServer();
+  Work();
+  AnswerAll();
+  Sent();
+  Audit(hal_.Digests());
+  EXPECT_THAT(audited_, ElementsAre("", ""));
+}
+
 TEST(ReinstallBackoffTest, DoublesThePauseUpToAnHour) {
   using std::chrono::minutes;
   ReinstallBackoff backoff;

@@ -28,7 +28,7 @@ constexpr std::size_t kAll = 1'000'000;
 /// The manager, one at a time, and its HAL, on the test's thread.
 class System {
  public:
-  explicit System(const Site& site) : manager_(&io_, {}) {
+  explicit System(const Site& site) : manager_(&io_, Events()) {
     manager_.Start(&hal_);
     manager_.Apply(site);
     hal_.FindServer();
@@ -43,22 +43,42 @@ class System {
     hal_.CarryOut(steps);
   }
 
-  /// Runs until nothing is left to do.
+  /// Runs until nothing is left to do. If everything is in order then, an audit says so too.
   void Finish() {
     for (int round = 0; round < 100; ++round) {
       Work();
-      if (hal_.CarryOut(kAll) == 0) return;
+      if (hal_.CarryOut(kAll) == 0) {
+        if (manager_.settled()) Audit();
+        return;
+      }
     }
     ADD_FAILURE() << "the manager never finishes";
   }
 
  private:
+  ManagerEvents Events() {
+    ManagerEvents events;
+    events.audited = [this](const std::string& differences, bool /*reinstalls*/) {
+      ++audits_;
+      EXPECT_EQ(differences, "");
+    };
+    return events;
+  }
+
+  void Audit() {
+    const int before = audits_;
+    manager_.Audit();
+    Work();
+    EXPECT_EQ(audits_, before + 1);
+  }
+
   void Work() {
     io_.restart();
     io_.poll();
   }
 
   boost::asio::io_context io_;
+  int audits_ = 0;
   Manager manager_;
   TableHal hal_;
 };

@@ -8,6 +8,15 @@ namespace reference {
 
 void TableHal::Start(HalReports reports) { reports_ = std::move(reports); }
 
+void TableHal::AskForDigests() {
+  EXPECT_TRUE(queue_.empty()) << "nothing is in flight during an audit";
+  HalDigests digests;
+  for (const HalKind kind : kAllHalKinds) {
+    digests.at(static_cast<std::size_t>(kind)) = tables_.digest(kind);
+  }
+  reports_.digests(digests);
+}
+
 void TableHal::FindServer() {
   EXPECT_TRUE(queue_.empty()) << "every request to the server before has had its result";
   found_ = true;

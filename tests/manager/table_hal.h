@@ -20,6 +20,7 @@ class TableHal : public HalConnection {
 
   void Start(HalReports reports) override;
   bool HasRoom() override { return found_; }
+  void AskForDigests() override;
   HalConnectionCounters counters() const override { return {}; }
   HalLatencies latencies() const override { return {}; }
 

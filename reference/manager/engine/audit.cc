@@ -1,29 +1,49 @@
 #include "reference/manager/engine/audit.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "reference/manager/engine/adapters.h"
 
 namespace reference {
 
-bool AcknowledgedDigests::Continue(const DestDatabase& database, std::size_t max_entries) {
-  for (; table_ < 2; ++table_, place_.reset()) {
-    const bool of_vrfs = table_ == 0;
-    const DestDatabase::Objects& entries = of_vrfs ? database.vrf_entries() : database.objects();
-    auto next = place_ ? entries.upper_bound(*place_) : entries.begin();
-    for (; next != entries.end(); ++next) {
-      if (max_entries-- == 0) return false;
-      place_ = next->first;
-      const Object& entry = next->second;
-      const bool held = entry.wanted && entry.presence == Presence::kPresent;
-      if (!held || (!of_vrfs && entry.key.kind == HalKind::kVrf)) continue;
-      const HalMessage message = TranslateForHal(entry.content);
-      HalDigest& digest = digests_.at(static_cast<std::size_t>(entry.key.kind));
-      ++digest.count;
-      digest.sum += EntryHash(message.id, message.payload);
-    }
+void AcknowledgedDigests::WillChange(Object* entry) {
+  if (!all_read_ || changed_.size() == kMaxChanged) {
+    Invalidate();
+    return;
+  }
+  if (std::exchange(entry->in_digest, false)) {
+    --DigestOf(*entry).count;
+    DigestOf(*entry).sum -= entry->digest_hash;
+  }
+  changed_.push_back(entry->key);
+}
+
+bool AcknowledgedDigests::Continue(DestDatabase* database, std::size_t max_entries) {
+  for (; !all_read_; --max_entries) {
+    Object* const entry = database->NextEntry(last_read_);
+    if (entry == nullptr) break;
+    if (max_entries == 0) return false;
+    last_read_ = entry->key;
+    Read(entry);
+  }
+  all_read_ = true;
+  for (; !changed_.empty(); --max_entries) {
+    if (max_entries == 0) return false;
+    Object* const entry = database->FindEntry(changed_.back());
+    changed_.pop_back();
+    if (entry != nullptr && !entry->in_digest) Read(entry);
   }
   return true;
+}
+
+void AcknowledgedDigests::Read(Object* entry) {
+  entry->in_digest = entry->wanted && entry->presence == Presence::kPresent;
+  if (!entry->in_digest) return;
+  const HalMessage message = TranslateForHal(entry->content);
+  entry->digest_hash = EntryHash(message.id, message.payload);
+  ++DigestOf(*entry).count;
+  DigestOf(*entry).sum += entry->digest_hash;
 }
 
 bool ReinstallBackoff::Allow(Time now) {

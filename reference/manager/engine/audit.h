@@ -6,30 +6,45 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "reference/hal/hal_tables.h"
 #include "reference/manager/engine/dest_database.h"
 
 namespace reference {
 
-/// The digests of the entries that the HAL has acknowledged, computed in steps, because each entry
-/// has to be translated. Belongs to the manager; used on its thread.
+/// The digests of the entries that the HAL has acknowledged. Each entry has to be translated, so
+/// they are computed in steps; once they are complete, only entries that change are read again.
+/// Belongs to the manager; used on its thread.
 class AcknowledgedDigests {
  public:
-  /// An entry has changed: start over.
+  /// Any entry may have changed: start over.
   void Invalidate() { *this = {}; }
 
-  /// Adds at most `max_entries` entries. Returns whether the digests are complete.
-  bool Continue(const DestDatabase& database, std::size_t max_entries);
+  /// A request for the entry is about to be sent, after which the HAL may hold something else.
+  void WillChange(Object* entry);
+
+  /// Reads at most `max_entries` entries. Returns whether the digests are complete.
+  bool Continue(DestDatabase* database, std::size_t max_entries);
 
   /// Complete once `Continue` has returned true.
   const HalDigests& digests() const { return digests_; }
 
  private:
+  // Bounds the memory for the changes; after more of them, everything is read again.
+  static constexpr std::size_t kMaxChanged = std::size_t{1} << 16U;
+
+  void Read(Object* entry);
+  HalDigest& DigestOf(const Object& entry) {
+    return digests_.at(static_cast<std::size_t>(entry.key.kind));
+  }
+
   HalDigests digests_{};
-  // The table being read (VRFs, then destinations) and the last entry read there.
-  std::size_t table_ = 0;
-  std::optional<ObjectKey> place_;
+  // Whether each entry has been read once; until then, the last one that was.
+  bool all_read_ = false;
+  std::optional<ObjectKey> last_read_;
+  // The entries to be read again; may name an entry twice.
+  std::vector<ObjectKey> changed_;
 };
 
 /// Limits how often a difference leads to a reinstall: again after a minute at the earliest, then

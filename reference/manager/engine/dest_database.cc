@@ -1,9 +1,9 @@
 #include "reference/manager/engine/dest_database.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
-#include <type_traits>
-#include <unordered_set>
+#include <limits>
 #include <utility>
 
 namespace reference {
@@ -11,29 +11,17 @@ namespace {
 
 // The kinds that other destinations refer to.
 constexpr std::array kReferencedKinds = {HalKind::kHost, HalKind::kMpls, HalKind::kVlan};
+constexpr std::uint32_t kMaxId = std::numeric_limits<std::uint32_t>::max();
 
-// The type of the entries in a site's list.
-template <typename Entries>
-using EntryOf = typename std::decay_t<Entries>::value_type;
+std::uint32_t NumberOf(const Object& vrf) {
+  return std::get<dest_mng::VrfData>(vrf.content).vrf_id;
+}
 
-/// Which objects a site has.
-class SiteKeys {
- public:
-  explicit SiteKeys(const Site& site) {
-    ForEachList(site, [this](const auto& entries) {
-      auto& of_kind = ids_[static_cast<std::size_t>(KindOfEntry<EntryOf<decltype(entries)>>())];
-      of_kind.reserve(entries.size());
-      for (const auto& entry : entries) of_kind.insert(entry.id);
-    });
-  }
-
-  bool Contains(const ObjectKey& key) const {
-    return ids_.at(static_cast<std::size_t>(key.kind)).count(key.id) != 0;
-  }
-
- private:
-  std::array<std::unordered_set<std::uint32_t>, kHalKinds> ids_;
-};
+template <typename SiteObject>
+bool IsAsWanted(const Object& object, const SiteObject& entry) {
+  return object.wanted && object.name == entry.name &&
+         SameContent(object.content, MakeHaiObject(entry));
+}
 
 }  // namespace
 
@@ -70,90 +58,118 @@ Standing StandingOf(const Object& object) {
   return Standing::kRemoved;
 }
 
-DestDatabase::Removals DestDatabase::RemovalsBy(const Site& site) const {
-  const SiteKeys kept(site);
-  Removals removals;
-  for (const auto& [key, object] : objects_) {
-    if (!object.wanted) continue;
-    ++removals.present;
-    if (!kept.Contains(key)) removals.objects.push_back(&object);
-  }
-  return removals;
+SiteDifference DestDatabase::Compare(Site site) const {
+  SiteDifference difference;
+  KeepChanged(&site.vrfs, &difference);
+  KeepChanged(&site.vlans, &difference);
+  KeepChanged(&site.hosts, &difference);
+  KeepChanged(&site.ecmps, &difference);
+  KeepChanged(&site.mpls, &difference);
+  difference.changed = std::move(site);
+  return difference;
 }
 
-DestDatabase::Changes DestDatabase::Replace(const Site& site) {
-  const SiteKeys kept(site);
-  Changes changes;
-  for (auto entry = objects_.begin(); entry != objects_.end();) {
-    Object& object = entry->second;
-    if (object.state() == ObjectState::kRemoved) {
-      --CountOf(object);
-      if (object.key.kind == HalKind::kVrf) numbers_of_vrf_.erase(object.key.id);
-      entry = objects_.erase(entry);
-      continue;
-    }
-    ++entry;
-    if (kept.Contains(object.key)) continue;
-    if (object.key.kind == HalKind::kVrf) {
-      object.wanted = false;
-    } else {
-      Drop(&object, &changes);
-    }
+// Removes the entries that are as their objects. Walks over entries and objects side by side.
+template <typename SiteObject>
+void DestDatabase::KeepChanged(std::vector<SiteObject>* entries, SiteDifference* difference) const {
+  const auto lower_id = [](const SiteObject& a, const SiteObject& b) { return a.id < b.id; };
+  if (!std::is_sorted(entries->begin(), entries->end(), lower_id)) {
+    std::sort(entries->begin(), entries->end(), lower_id);
   }
-  ForEachList(site, [this, &changes](const auto& entries) { ReplaceEach(entries, &changes); });
+  const HalKind kind = KindOfEntry<SiteObject>();
+  auto object = objects_.lower_bound({kind, 0});
+  const auto last = objects_.upper_bound({kind, kMaxId});
+  // Walks past the objects with lower ids than `id`.
+  const auto pass = [&](std::uint64_t id) {
+    for (; object != last && object->first.id < id; ++object) {
+      if (!object->second.wanted) continue;
+      ++difference->present;
+      difference->gone.push_back(&object->second);
+    }
+  };
+  auto kept = entries->begin();
+  for (SiteObject& entry : *entries) {
+    pass(entry.id);
+    const bool exists = object != last && object->first.id == entry.id;
+    const bool as_wanted = exists && IsAsWanted(object->second, entry);
+    if (exists) {
+      if (object->second.wanted) ++difference->present;
+      ++object;
+    }
+    if (as_wanted) continue;
+    if (&*kept != &entry) *kept = std::move(entry);
+    ++kept;
+  }
+  pass(std::uint64_t{kMaxId} + 1);
+  entries->erase(kept, entries->end());
+  // Whoever applies the difference shall not have to free the memory of a whole site.
+  if (entries->size() < entries->capacity() / 2) entries->shrink_to_fit();
+}
+
+DestDatabase::Changes DestDatabase::Replace(SiteDifference difference) {
+  Changes changes;
+  ForgetRemoved();
+  Site& changed = difference.changed;
+  ReplaceEach(std::move(changed.vlans), &changes);
+  ReplaceEach(std::move(changed.hosts), &changes);
+  ReplaceEach(std::move(changed.ecmps), &changes);
+  ReplaceEach(std::move(changed.mpls), &changes);
+  Numbers numbers;
+  ReplaceVrfs(&difference, &numbers);
+  for (const std::uint32_t number : numbers) {
+    if (const Object* const vrf = VrfWithNumber(number)) WantNumber(number, *vrf, &changes);
+  }
+  RetryRemovals(&changes);
+  for (const Object* const gone : difference.gone) {
+    if (gone->key.kind == HalKind::kVrf) continue;
+    Object* const object = Find(gone->key);
+    object->wanted = false;
+    unwanted_.insert(object->key);
+    changes.dropped.push_back(object);
+  }
+  for (const std::uint32_t number : numbers) {
+    if (VrfWithNumber(number) == nullptr) DropNumber(number, &changes);
+  }
+  for (const std::uint32_t number : numbers) UpdateVrfsOfNumber(number);
   return changes;
 }
 
-// A failed removal is tried again.
-void DestDatabase::Drop(Object* entry, Changes* changes) {
-  if (entry->wanted || entry->state() == ObjectState::kFailed) changes->dropped.push_back(entry);
-  entry->wanted = false;
-}
-
-void DestDatabase::ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* changes) {
-  Changes of_vrfs;
-  ReplaceEach<SiteVrf>(vrfs, &of_vrfs);
-
-  std::map<std::uint32_t, const SiteVrf*> wanted;
-  for (const SiteVrf& vrf : vrfs) {
-    wanted.emplace(vrf.vrf_id, &vrf);
-    numbers_of_vrf_[vrf.id].insert(vrf.vrf_id);
-    vrfs_of_number_[vrf.vrf_id].insert(vrf.id);
-  }
-  for (auto place = vrf_entries_.begin(); place != vrf_entries_.end();) {
-    Object& entry = place->second;
-    if (entry.state() == ObjectState::kRemoved) {
-      if (wanted.count(entry.key.id) == 0) vrfs_of_number_.erase(entry.key.id);
-      place = vrf_entries_.erase(place);
+void DestDatabase::ForgetRemoved() {
+  for (auto key = unwanted_.begin(); key != unwanted_.end();) {
+    const auto object = objects_.find(*key);
+    if (object->second.state() != ObjectState::kRemoved) {
+      ++key;
       continue;
     }
-    ++place;
-    if (wanted.count(entry.key.id) == 0) Drop(&entry, changes);
+    --CountOf(object->second);
+    if (key->kind == HalKind::kVrf) numbers_of_vrf_.erase(key->id);
+    objects_.erase(object);
+    key = unwanted_.erase(key);
   }
-  for (const auto& [number, vrf] : wanted) {
-    const ObjectKey key{HalKind::kVrf, number};
-    const auto [found, created] = vrf_entries_.try_emplace(key);
-    Object& entry = found->second;
-    entry.name = vrf->name;
-    if (!created && entry.wanted) continue;
-    entry.key = key;
-    entry.content = MakeHaiObject(*vrf);
-    entry.wanted = true;
-    changes->changed.push_back(&entry);
+  for (auto number = unwanted_numbers_.begin(); number != unwanted_numbers_.end();) {
+    const auto entry = vrf_entries_.find({HalKind::kVrf, *number});
+    if (entry->second.state() != ObjectState::kRemoved) {
+      ++number;
+      continue;
+    }
+    vrfs_of_number_.erase(*number);
+    vrf_entries_.erase(entry);
+    number = unwanted_numbers_.erase(number);
   }
-  for (const auto& [id, numbers] : numbers_of_vrf_) UpdateVrf(Find({HalKind::kVrf, id}));
 }
 
+// Frees the entries at its end: otherwise a large site would be in memory twice.
 template <typename SiteObject>
-void DestDatabase::ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes) {
-  for (const SiteObject& entry : entries) {
+void DestDatabase::ReplaceEach(std::vector<SiteObject> entries, Changes* changes) {
+  for (SiteObject& entry : entries) {
     HaiObject content = MakeHaiObject(entry);
     const ObjectKey key{KindOf(content), entry.id};
     const auto [found, created] = objects_.try_emplace(key);
     Object& object = found->second;
     object.key = key;
-    object.name = entry.name;
+    object.name = std::move(entry.name);
     if (!created && object.wanted && SameContent(object.content, content)) continue;
+    if (!object.wanted) unwanted_.erase(key);
     object.wanted = true;
     if (!created) --CountOf(object);
     object.content = std::move(content);
@@ -162,10 +178,87 @@ void DestDatabase::ReplaceEach(const std::vector<SiteObject>& entries, Changes* 
   }
 }
 
+// Adds the numbers whose entries may have to change to `numbers`.
+void DestDatabase::ReplaceVrfs(SiteDifference* difference, Numbers* numbers) {
+  for (const SiteVrf& vrf : difference->changed.vrfs) {
+    if (const Object* const before = Find({HalKind::kVrf, vrf.id})) {
+      numbers->insert(NumberOf(*before));
+    }
+    numbers->insert(vrf.vrf_id);
+    numbers_of_vrf_[vrf.id].insert(vrf.vrf_id);
+    vrfs_of_number_[vrf.vrf_id].insert(vrf.id);
+  }
+  // The requests concern the entries.
+  Changes of_vrfs;
+  ReplaceEach(std::move(difference->changed.vrfs), &of_vrfs);
+  for (const Object* const gone : difference->gone) {
+    if (gone->key.kind != HalKind::kVrf) continue;
+    Find(gone->key)->wanted = false;
+    unwanted_.insert(gone->key);
+    numbers->insert(NumberOf(*gone));
+  }
+}
+
+void DestDatabase::RetryRemovals(Changes* changes) {
+  for (const ObjectKey& key : unwanted_) {
+    if (key.kind == HalKind::kVrf) continue;
+    Object* const object = Find(key);
+    if (object->state() == ObjectState::kFailed) changes->dropped.push_back(object);
+  }
+  for (const std::uint32_t number : unwanted_numbers_) {
+    Object* const entry = FindEntry({HalKind::kVrf, number});
+    if (entry->state() == ObjectState::kFailed) changes->dropped.push_back(entry);
+  }
+}
+
+// The VRF that the number's entry is named after: the first by id. Null if the site has none.
+const Object* DestDatabase::VrfWithNumber(std::uint32_t number) const {
+  const auto vrfs = vrfs_of_number_.find(number);
+  if (vrfs == vrfs_of_number_.end()) return nullptr;
+  for (const std::uint32_t id : vrfs->second) {
+    const Object* const vrf = Find({HalKind::kVrf, id});
+    if (vrf->wanted && NumberOf(*vrf) == number) return vrf;
+  }
+  return nullptr;
+}
+
+void DestDatabase::WantNumber(std::uint32_t number, const Object& vrf, Changes* changes) {
+  const ObjectKey key{HalKind::kVrf, number};
+  const auto [found, created] = vrf_entries_.try_emplace(key);
+  Object& entry = found->second;
+  entry.name = vrf.name;
+  if (!created && entry.wanted) return;
+  if (!entry.wanted) unwanted_numbers_.erase(number);
+  entry.key = key;
+  entry.content = std::get<dest_mng::VrfData>(vrf.content);
+  entry.wanted = true;
+  changes->changed.push_back(&entry);
+}
+
+void DestDatabase::DropNumber(std::uint32_t number, Changes* changes) {
+  Object* const entry = FindEntry({HalKind::kVrf, number});
+  if (entry == nullptr || !entry->wanted) return;
+  entry->wanted = false;
+  unwanted_numbers_.insert(number);
+  changes->dropped.push_back(entry);
+}
+
 Object* DestDatabase::FindEntry(const ObjectKey& key) {
   if (key.kind != HalKind::kVrf) return Find(key);
   const auto found = vrf_entries_.find(key);
   return found == vrf_entries_.end() ? nullptr : &found->second;
+}
+
+Object* DestDatabase::NextEntry(const std::optional<ObjectKey>& previous) {
+  ObjectKey after{HalKind::kVrf, kMaxId};
+  if (!previous || previous->kind == HalKind::kVrf) {
+    const auto next = previous ? vrf_entries_.upper_bound(*previous) : vrf_entries_.begin();
+    if (next != vrf_entries_.end()) return &next->second;
+  } else {
+    after = *previous;
+  }
+  const auto next = objects_.upper_bound(after);
+  return next == objects_.end() ? nullptr : &next->second;
 }
 
 Object* DestDatabase::Find(const ObjectKey& key) {
@@ -200,14 +293,22 @@ void DestDatabase::SetState(Object* entry, ObjectState state) {
     return;
   }
   entry->state_ = state;
-  const std::set<std::uint32_t> vrfs = vrfs_of_number_[entry->key.id];
-  for (const std::uint32_t id : vrfs) UpdateVrf(Find({HalKind::kVrf, id}));
+  UpdateVrfsOfNumber(entry->key.id);
+}
+
+void DestDatabase::UpdateVrfsOfNumber(std::uint32_t number) {
+  const auto vrfs = vrfs_of_number_.find(number);
+  if (vrfs == vrfs_of_number_.end()) return;
+  // A copy, because an update may remove a VRF from the set.
+  for (const std::uint32_t id : std::set<std::uint32_t>(vrfs->second)) {
+    UpdateVrf(Find({HalKind::kVrf, id}));
+  }
 }
 
 // A VRF has the state of its number's entry, unless the entry of an earlier number of its still
 // exists.
 void DestDatabase::UpdateVrf(Object* vrf) {
-  const std::uint32_t own_number = std::get<dest_mng::VrfData>(vrf->content).vrf_id;
+  const std::uint32_t own_number = NumberOf(*vrf);
   ObjectState state = ObjectState::kRemoved;
   HalReturnCode code = kHalSuccess;
   std::string reason;

@@ -95,6 +95,9 @@ struct Object {
   std::uint8_t attempts = 0;
   /// Its place in the queue of due requests; see `RequestQueue`.
   std::optional<std::uint8_t> queued_rank;
+  /// Whether the acknowledged digests contain it, and with which hash; see `AcknowledgedDigests`.
+  bool in_digest = false;
+  std::uint64_t digest_hash = 0;
   ObjectState state() const { return state_; }
 
  private:
@@ -104,6 +107,17 @@ struct Object {
 };
 
 Standing StandingOf(const Object& object);
+
+/// How a site differs from the objects of a database. Valid until these change.
+struct SiteDifference {
+  /// The site's interfaces, and its entries that are new or whose name or content differs from
+  /// their object's. Each list is in the order of ids.
+  Site changed;
+  /// The objects that are wanted now and that the site does not have, by kind and id.
+  std::vector<const Object*> gone;
+  /// The number of objects that are wanted now.
+  std::size_t present = 0;
+};
 
 /// The objects by kind and id, and the entries that the requests concern: the destinations
 /// themselves, and the VRFs' numbers. Owned by the manager and used on its thread only. An object
@@ -120,24 +134,24 @@ class DestDatabase {
     std::vector<Object*> dropped;
   };
 
-  /// What a site would remove.
-  struct Removals {
-    /// The objects that are wanted now and that the site does not have, by kind and id.
-    std::vector<const Object*> objects;
-    /// The number of objects that are wanted now.
-    std::size_t present = 0;
-  };
-  Removals RemovalsBy(const Site& site) const;
+  /// Looks at every object and every entry of the site.
+  SiteDifference Compare(Site site) const;
 
-  /// Makes `site` the wanted state and returns the changes. Leaves the states to the caller.
-  /// Forgets objects that were already removed.
-  Changes Replace(const Site& site);
+  /// Makes the compared site the wanted state and returns the changes. Leaves the states to the
+  /// caller. Forgets objects that were already removed. Takes time for what differs and for what
+  /// is being removed, not for the other objects.
+  Changes Replace(SiteDifference difference);
+  Changes Replace(Site site) { return Replace(Compare(std::move(site))); }
 
   /// Calls `changed`, unless it is empty, whenever an object's standing has changed.
   void Watch(std::function<void(const Object& object)> changed) { changed_ = std::move(changed); }
 
   /// The HAL's entry of that kind and id; for a VRF, by its number. Null if there is none.
   Object* FindEntry(const ObjectKey& key);
+
+  /// The first entry, or the one that follows the key of `previous`, by kind and id. Null if there
+  /// is none.
+  Object* NextEntry(const std::optional<ObjectKey>& previous);
 
   /// Calls `function(Object*)` for each entry of the kind.
   template <typename Function>
@@ -175,10 +189,19 @@ class DestDatabase {
   const Objects& vrf_entries() const { return vrf_entries_; }
 
  private:
+  using Numbers = std::set<std::uint32_t>;
+
   template <typename SiteObject>
-  void ReplaceEach(const std::vector<SiteObject>& entries, Changes* changes);
-  static void Drop(Object* entry, Changes* changes);
-  void ReplaceEach(const std::vector<SiteVrf>& vrfs, Changes* changes);
+  void KeepChanged(std::vector<SiteObject>* entries, SiteDifference* difference) const;
+  void ForgetRemoved();
+  template <typename SiteObject>
+  void ReplaceEach(std::vector<SiteObject> entries, Changes* changes);
+  void ReplaceVrfs(SiteDifference* difference, Numbers* numbers);
+  void RetryRemovals(Changes* changes);
+  const Object* VrfWithNumber(std::uint32_t number) const;
+  void WantNumber(std::uint32_t number, const Object& vrf, Changes* changes);
+  void DropNumber(std::uint32_t number, Changes* changes);
+  void UpdateVrfsOfNumber(std::uint32_t number);
   void UpdateVrf(Object* vrf);
   std::size_t& CountOf(const Object& object);
   void SetStateOf(Object* object, ObjectState state);
@@ -187,9 +210,12 @@ class DestDatabase {
   Objects objects_;
   // By number.
   Objects vrf_entries_;
+  // The objects and the numbers that the site does not have and that are not forgotten yet.
+  std::set<ObjectKey> unwanted_;
+  Numbers unwanted_numbers_;
   // The present and earlier numbers of a VRF, as long as their entries may have to be removed for
   // it, and the reverse mapping.
-  std::map<std::uint32_t, std::set<std::uint32_t>> numbers_of_vrf_;
+  std::map<std::uint32_t, Numbers> numbers_of_vrf_;
   std::map<std::uint32_t, std::set<std::uint32_t>> vrfs_of_number_;
   std::array<StandingCounts, kHalKinds> counts_{};
   std::function<void(const Object& object)> changed_;

@@ -76,10 +76,10 @@ void Manager::Start(HalConnection* hal) {
   hal->Start(std::move(reports));
 }
 
-void Manager::Apply(const Site& site) {
+void Manager::Apply(SiteDifference difference) {
   AbandonAudit();
-  SetInterfaces(site.interfaces);
-  const DestDatabase::Changes changes = database_.Replace(site);
+  SetInterfaces(difference.changed.interfaces);
+  const DestDatabase::Changes changes = database_.Replace(std::move(difference));
   for (Object* const object : changes.changed) {
     object->attempts = 0;
     MarkDue(object);
@@ -108,7 +108,7 @@ void Manager::Audit() {
 
 void Manager::ContinueAudit() {
   if (audit_step_ != AuditStep::kComputing) return;
-  if (!acknowledged_.Continue(database_, kAuditBatch)) {
+  if (!acknowledged_.Continue(&database_, kAuditBatch)) {
     boost::asio::post(*io_, [this] { ContinueAudit(); });
     return;
   }
@@ -116,11 +116,8 @@ void Manager::ContinueAudit() {
   hal_->AskForDigests();
 }
 
-// What was read, or is being asked for, no longer holds.
-void Manager::AbandonAudit() {
-  audit_step_ = AuditStep::kNone;
-  acknowledged_.Invalidate();
-}
+// What is being read or asked for may no longer hold when it arrives.
+void Manager::AbandonAudit() { audit_step_ = AuditStep::kNone; }
 
 void Manager::Handle(const HalDigests& digests) {
   if (std::exchange(audit_step_, AuditStep::kNone) != AuditStep::kAsking || !MayAudit()) return;
@@ -269,8 +266,8 @@ void Manager::LoseServer() {
 }
 
 void Manager::BeginReinstall() {
-  AbandonAudit();
   LoseServer();
+  acknowledged_.Invalidate();
   reinstalling_ = true;
   reinstalled_objects_ = 0;
   reinstall_start_ = std::chrono::steady_clock::now();
@@ -361,6 +358,7 @@ bool Manager::MayGoNext(const Object& object) const {
 
 void Manager::Send(Object* object, HalAction action) {
   AbandonAudit();
+  acknowledged_.WillChange(object);
   ClearDue(object);
   object->reinstall = false;
   SetOutstanding(object, action);

@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -93,8 +94,11 @@ class Manager : private NotificationSink {
   /// found its server. Call once. `hal` is not owned and must be destroyed before the manager.
   void Start(HalConnection* hal);
 
-  /// Makes `site` the wanted state and sends exactly the changes. May be called before `Start`.
-  void Apply(const Site& site);
+  /// Makes the site that was compared with `database` the wanted state, and sends exactly the
+  /// changes. May be called before `Start`. Takes time for the changes and for the interfaces, not
+  /// for the other objects.
+  void Apply(SiteDifference difference);
+  void Apply(Site site) { Apply(database_.Compare(std::move(site))); }
 
   /// Installs everything again, as if the server had just been found. Needs a connection.
   void Resync();
@@ -234,7 +238,7 @@ class Manager : private NotificationSink {
   std::optional<bool> in_sync_;
   std::size_t reinstalled_objects_ = 0;
   std::chrono::steady_clock::time_point reinstall_start_;
-  // The progress of an audit; the digests stay valid until an entry changes.
+  // The progress of an audit.
   enum class AuditStep { kNone, kComputing, kAsking };
   AuditStep audit_step_ = AuditStep::kNone;
   AcknowledgedDigests acknowledged_;

@@ -21,10 +21,10 @@ bool IsWanted(const std::pair<HalKind, std::uint32_t>& entry, const DestDatabase
 
 }  // namespace
 
-SiteRemovals NamedRemovals(const DestDatabase::Removals& removals) {
-  SiteRemovals result{removals.objects.size(), removals.present, {}};
+SiteRemovals NamedRemovals(const SiteDifference& difference) {
+  SiteRemovals result{difference.gone.size(), difference.present, {}};
   for (std::size_t i = 0; i < std::min(result.removed, kNamed); ++i) {
-    const Object& object = *removals.objects[i];
+    const Object& object = *difference.gone[i];
     result.first.push_back(KeyText(object.key) + ' ' + Quote(object.name));
   }
   return result;

@@ -20,8 +20,8 @@ struct SiteRemovals {
   std::vector<std::string> first;
 };
 
-/// The removals of a site that replaces the current one.
-SiteRemovals NamedRemovals(const DestDatabase::Removals& removals);
+/// The removals of a site that differs from the current one like this.
+SiteRemovals NamedRemovals(const SiteDifference& difference);
 
 /// The entries of a HAL that are not in the site of `database`, which a reinstall would remove.
 SiteRemovals StaleEntries(const TableEntries& entries, const DestDatabase& database);

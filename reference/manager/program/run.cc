@@ -169,36 +169,35 @@ class Run {
   }
 
   void ApplyFirst() {
-    Apply(sites_.front());
-    AppliedNext();
+    Apply(CompareNext());
+    ++applied_;
   }
 
   // Applies the next site of the command line; false if there is none, or if it is refused.
   bool ApplyNext() {
     if (applied_ == sites_.size()) return false;
+    SiteDifference difference = CompareNext();
     const auto refusal =
-        RefusalOf(sites_[applied_], line_.sites[applied_], line_.max_removals, "start with");
+        RefusalOf(difference, line_.sites[applied_], line_.max_removals, "start with");
     if (refusal) {
       LogLine(LogLevel::kError, *refusal);
       refused_ = true;
       sites_.resize(applied_);
       return false;
     }
-    Apply(sites_[applied_]);
-    AppliedNext();
+    Apply(std::move(difference));
+    ++applied_;
     return true;
   }
 
-  void AppliedNext() {
-    // Frees the memory: the database has its own objects now.
-    sites_[applied_++] = Site();
-  }
+  // Moves the site, because a large one should not be in memory twice.
+  SiteDifference CompareNext() { return manager_.database().Compare(std::move(sites_[applied_])); }
 
   // The reason why the site of the file must not replace the current one; nothing if it may.
-  std::optional<std::string> RefusalOf(const Site& site, const std::string& path,
+  std::optional<std::string> RefusalOf(const SiteDifference& difference, const std::string& path,
                                        std::optional<std::size_t> max_removals,
                                        const std::string& remedy) const {
-    const SiteRemovals removals = NamedRemovals(manager_.database().RemovalsBy(site));
+    const SiteRemovals removals = NamedRemovals(difference);
     const auto reason = TooManyRemovals(removals, "objects", max_removals);
     if (!reason) return std::nullopt;
     return path + " is refused: it " + *reason + "; the current site stays; correct the file, or " +
@@ -224,19 +223,19 @@ class Run {
                              std::to_string(removals.removed));
   }
 
-  void Apply(const Site& site) {
-    if (recorder_) RecordInterfaces(site);
+  void Apply(SiteDifference difference) {
+    if (recorder_) RecordInterfaces(difference.changed.interfaces);
     interfaces_.clear();
-    for (const SiteInterface& interface : site.interfaces) {
+    for (const SiteInterface& interface : difference.changed.interfaces) {
       interfaces_[interface.lim_id] = interface.name;
     }
     ShowProgress("installing");
-    manager_.Apply(site);
+    manager_.Apply(std::move(difference));
     UpdateProgress();
   }
 
-  void RecordInterfaces(const Site& site) {
-    for (const SiteInterface& interface : site.interfaces) {
+  void RecordInterfaces(const std::vector<SiteInterface>& interfaces) {
+    for (const SiteInterface& interface : interfaces) {
       recorder_->Interface(interface.lim_id, interface.name, interface.type, interface.ifindex);
     }
   }
@@ -439,9 +438,11 @@ class Run {
   // Returns why the file was refused, if it was.
   std::optional<std::string> Reload(std::optional<std::size_t> max_removals) {
     const std::string& path = SitePath();
-    const auto site = ReadSiteOrLogMistakes(path);
+    auto site = ReadSiteOrLogMistakes(path);
+    SiteDifference difference;
+    if (site) difference = manager_.database().Compare(*std::move(site));
     std::optional<std::string> refusal =
-        site ? RefusalOf(*site, path, max_removals ? max_removals : line_.max_removals,
+        site ? RefusalOf(difference, path, max_removals ? max_removals : line_.max_removals,
                          "run zuskux-manager reload --control " + control_path_)
              : "keeping the current site; correct " + path + "; zuskux-manager --check " + path +
                    " lists its mistakes";
@@ -454,7 +455,7 @@ class Run {
     }
     LogLine(LogLevel::kInfo, "applying " + path);
     Happened("applying " + path);
-    Apply(*site);
+    Apply(std::move(difference));
     return std::nullopt;
   }
 
