@@ -46,7 +46,6 @@ using Clock = std::chrono::steady_clock;
 using Nanoseconds = std::chrono::duration<double, std::nano>;
 using Microseconds = std::chrono::duration<double, std::micro>;
 using Seconds = std::chrono::duration<double>;
-using reference::HalConnection;
 using reference::Site;
 
 constexpr std::uint32_t kSeed = 1;
