@@ -209,6 +209,21 @@ TEST_F(ReportTest, GraphHasEveryObjectAndWhatItRidesOn) {
   EXPECT_FALSE(Contains(text, R"("mpls:42" -> "host)"));
 }
 
+TEST_F(ReportTest, TheGraphAroundAnObjectHasItsNeighbor) {
+  Site site = SiteOfAllKinds();
+  site.mpls[1].neighbor = 20;
+  DestDatabase database;
+  static_cast<void>(database.Replace(site));
+  const GraphNodes nodes = NodesOf(database);
+  const auto keys = [&nodes](const ObjectKey& around) {
+    std::string text;
+    for (const auto& [key, node] : NodesAround(nodes, around)) text += KeyText(key) + ' ';
+    return text;
+  };
+  EXPECT_EQ(keys({HalKind::kMpls, 41}), "vlan:10 vlan:11 host:20 ecmp:30 mpls:40 mpls:41 ");
+  EXPECT_EQ(keys({HalKind::kHost, 20}), "vlan:10 host:20 ecmp:30 mpls:40 mpls:41 ");
+}
+
 TEST_F(ReportTest, GraphLeavesOutWhatWasRemoved) {
   database_.SetState(Find(HalKind::kHost, 21), ObjectState::kRemoved);
   EXPECT_FALSE(Contains(GraphText(NodesOf(database_)), "host:21"));

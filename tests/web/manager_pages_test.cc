@@ -368,7 +368,8 @@ TEST_F(ManagerPagesTest, TheNeighbourhoodOfAnObjectIsDrawn) {
   EXPECT_EQ(drawing.type, "image/svg+xml");
   for (const char* const part :
        {"id=\"vlan:11\" class=\"node installed\"", "id=\"mpls:41\" class=\"node installed\"",
-        "id=\"mpls:40\" class=\"node installed\"", "xlink:href=\"#object=vlan:11\""}) {
+        "id=\"mpls:40\" class=\"node installed\"", "id=\"host:21\" class=\"node installed\"",
+        "xlink:href=\"#object=vlan:11\""}) {
     EXPECT_THAT(drawing.body, HasSubstr(part));
   }
   for (const char* const part : {"vlan:10", "ecmp:30", "legend"}) {
@@ -389,15 +390,31 @@ TEST_F(ManagerPagesTest, ANeighbourhoodCanBeReadWithoutADrawing) {
   for (const Json& node : graph["nodes"]) {
     nodes.push_back(node["distance"].dump() + ' ' + node["key"].get<std::string>());
   }
-  EXPECT_THAT(nodes, ElementsAre("-2 vrf:1", "-1 vlan:11", "0 mpls:41", "1 mpls:40", "2 ecmp:30"));
+  EXPECT_THAT(nodes, ElementsAre("-2 vrf:1", "-1 vlan:11", "-1 host:21", "0 mpls:41", "1 mpls:40",
+                                 "2 ecmp:30"));
   std::vector<std::string> edges;
   for (const Json& edge : graph["edges"]) {
     edges.push_back(edge["from"].get<std::string>() + ' ' + edge["type"].get<std::string>() + ' ' +
                     edge["to"].get<std::string>());
   }
-  EXPECT_THAT(edges, ElementsAre("vlan:11 vrf vrf:1", "ecmp:30 rides_on mpls:40",
-                                 "mpls:40 rides_on mpls:41", "mpls:41 rides_on vlan:11"));
+  EXPECT_THAT(edges, ElementsAre("vlan:11 vrf vrf:1", "host:21 rides_on vlan:11",
+                                 "ecmp:30 rides_on mpls:40", "mpls:40 rides_on mpls:41",
+                                 "mpls:40 neighbor host:21", "mpls:41 rides_on vlan:11",
+                                 "mpls:41 neighbor host:21"));
   EXPECT_THAT(Get("/api/graph?around=mpls:41&format=dot").body, HasSubstr("digraph"));
+}
+
+TEST_F(ManagerPagesTest, ANeighborOnAnotherVlanIsDrawnToo) {
+  Site site = SiteOfAllKinds();
+  site.mpls[1].neighbor = 20;
+  site.mpls.push_back(TunnelEntry(42, 11, 0));
+  Start(site);
+  Settle();
+  EXPECT_THAT(Get("/api/graph?around=mpls:41&depth=1&format=dot").body,
+              AllOf(HasSubstr("\"host:20\" ["), HasSubstr("\"mpls:41\" -> \"host:20\"")));
+  EXPECT_THAT(Get("/api/graph?around=host:20&depth=1&format=dot").body,
+              HasSubstr("\"mpls:41\" -> \"host:20\""));
+  EXPECT_THAT(Get("/api/graph?around=mpls:42&depth=1&format=dot").body, Not(HasSubstr("host")));
 }
 
 TEST_F(ManagerPagesTest, ALargeNeighbourhoodIsCutAndSaysSo) {

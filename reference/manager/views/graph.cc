@@ -229,10 +229,11 @@ ObjectKey KeyOf(const nlohmann::ordered_json& json) {
   throw std::runtime_error("no object has the name " + json.dump());
 }
 
-// The targets of a node's edges, except for its neighbor.
+// The targets of a node's edges.
 std::vector<ObjectKey> Under(const GraphNode& node,
                              const std::map<std::uint32_t, ObjectKey>& vrfs) {
   std::vector<ObjectKey> under = node.references;
+  if (node.neighbor) under.push_back(*node.neighbor);
   if (node.key.kind == HalKind::kVrf || !node.vrf) return under;
   const auto vrf = vrfs.find(*node.vrf);
   if (vrf != vrfs.end()) under.push_back(vrf->second);

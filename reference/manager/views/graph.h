@@ -36,7 +36,8 @@ nlohmann::ordered_json NodeAsJson(const GraphNode& node);
 /// The reverse. Throws `nlohmann::json::exception` or `std::runtime_error` for other JSON.
 GraphNode NodeOfJson(const nlohmann::ordered_json& json);
 
-/// `key`, the nodes that it rides on, directly or not, and those that ride on it.
+/// `key`, the nodes that it rides on, neighbors included, and those that ride on it, directly or
+/// not.
 GraphNodes NodesAround(const GraphNodes& nodes, const ObjectKey& key);
 
 /// An arrow of a graph.

@@ -351,6 +351,10 @@ class LinksQuery : public Query {
         down_.emplace_back(object.key, other->key);
       }
     }
+    const auto neighbor = NeighborId(object.content);
+    if (neighbor && database.Find({HalKind::kHost, *neighbor}) != nullptr) {
+      down_.emplace_back(object.key, ObjectKey{HalKind::kHost, *neighbor});
+    }
     if (object.key.kind == HalKind::kVrf) {
       vrfs_.emplace(std::get<dest_mng::VrfData>(object.content).vrf_id, object.key);
     }
@@ -385,7 +389,7 @@ class LinksQuery : public Query {
   const GraphRequest request_;
   std::optional<ObjectKey> place_;
   bool exists_ = false;
-  // From an object to what it rides on, and back.
+  // From an object to what it rides on, its neighbor included, and back.
   Links down_;
   Links up_;
   std::map<std::uint32_t, ObjectKey> vrfs_;
