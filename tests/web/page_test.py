@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """The manager's page in a real browser, headless Chromium, with the real programs.
 
-    page_test.py FOLDER-OF-THE-PROGRAMS [--pictures FOLDER] [--accept] [TEST...]
+    page_test.py FOLDER-OF-THE-PROGRAMS [--pictures FOLDER] [--accept] [--objects N] [TEST...]
 
 --pictures writes a picture of each state that the tests reach. --accept writes those that the
-documents show to docs/pictures.
+documents show to docs/pictures. --objects is how many test_many_objects has.
 """
 
 import argparse
@@ -34,7 +34,6 @@ SETTLED = {"vrf": {"sent": 2}, "vlan": {"installed": 8}, "host": {"installed": 4
 DOCUMENTED = {"page", "page_failed"}
 # What a loaded machine may need. The measured times are printed.
 PATIENCE = 60
-LARGE = 100_000
 WIDE = (1280, 760)
 NARROW = (360, 740)
 
@@ -125,6 +124,7 @@ class PageTest(unittest.TestCase):
     programs_folder = None
     pictures = None
     accept = False
+    objects = 100_000
 
     @classmethod
     def setUpClass(cls):
@@ -254,7 +254,7 @@ class PageTest(unittest.TestCase):
             'mpls:230 "vc-acme-voice-pe5" failed: a destination that it refers to does not exist in the HAL',
             'it rides on mpls:207 "lsp-pe5-a", which failed: table full'])
         nodes = self.page.nodes()
-        self.assertEqual(set(nodes), {"mpls:230", "mpls:207", "vlan:13"})
+        self.assertEqual(set(nodes), {"mpls:230", "mpls:207", "host:104", "vlan:13"})
         self.assertEqual(set(nodes["mpls:230"].split()), {"node", "failed", "chosen"})
         self.assertEqual(set(nodes["mpls:207"].split()), {"node", "failed"})
         self.assertEqual(set(nodes["vlan:13"].split()), {"node", "installed"})
@@ -271,6 +271,7 @@ class PageTest(unittest.TestCase):
         self.page.await_text("#detail-title", "mpls:207 lsp-pe5-a")
         self.assertEqual([line.split(" (")[0] for line in self.page.lines("What rides on it")],
                          ["failed mpls:230 vc-acme-voice-pe5", "failed mpls:232 vc-globex-data-pe5"])
+        self.assertIn("installed host:104 p4 (neighbor)", self.page.lines("Rides on"))
         self.driver.back()
         self.page.await_text("#detail-title", "mpls:230")
 
@@ -452,15 +453,15 @@ class PageTest(unittest.TestCase):
         wait_until(lambda: self.page.text("#news") == "", "the manager is back", PATIENCE)
 
     def test_many_objects(self):
-        site = self.programs.site(LARGE)
+        site = self.programs.site(self.objects)
         hal = self.start_hal()
         manager, url = self.start_manager(site)
-        manager.await_lines("in sync after ", 1)
+        manager.await_lines("in sync after ", 1, PATIENCE * 10)
         began = time.monotonic()
         self.driver.get(url)
-        self.page.await_text("#objects-summary", f"{LARGE:,} objects")
+        self.page.await_text("#objects-summary", f"{self.objects:,} objects")
         wait_until(lambda: len(self.page.rows()) > 10 and "…" not in self.page.keys(), "rows", PATIENCE)
-        measured(f"{LARGE:,} objects load in {time.monotonic() - began:.2f} s")
+        measured(f"{self.objects:,} objects load in {time.monotonic() - began:.2f} s")
 
         # Scrolling: to the end and to the middle, by the scroll bar and by the keyboard.
         def scroll(part):
@@ -475,11 +476,11 @@ class PageTest(unittest.TestCase):
         began = time.monotonic()
         scroll(1)
         wait_until(lambda: complete() and self.page.keys()[-1] == last, "the last rows", PATIENCE)
-        measured(f"the last of {LARGE:,} objects shows after {time.monotonic() - began:.2f} s")
+        measured(f"the last of {self.objects:,} objects shows after {time.monotonic() - began:.2f} s")
         scroll(0.5)
         wait_until(lambda: complete() and last not in self.page.keys(), "rows in the middle", PATIENCE)
         middle = int(self.page.run("return document.querySelector('#list .space .row').getAttribute('aria-rowindex')"))
-        self.assertAlmostEqual(middle / LARGE, 0.5, delta=0.01)
+        self.assertAlmostEqual(middle / self.objects, 0.5, delta=0.01)
         self.page.one("#list").send_keys(Keys.HOME)
         first = self.page.keys
         wait_until(lambda: complete() and first()[0].startswith("vrf:"), "the first rows", PATIENCE)
@@ -496,8 +497,12 @@ class PageTest(unittest.TestCase):
         self.show_as(WIDE)
 
         # The search counts what it finds.
+        began = time.monotonic()
         self.page.find(last)
         wait_until(lambda: last in self.page.keys(), "the last one, found", PATIENCE)
+        measured(f"the last of {self.objects:,} objects is found after {time.monotonic() - began:.2f} s")
+        self.page.await_text("#objects-summary", "1 object")
+        measured(f"the search has counted all after {time.monotonic() - began:.2f} s")
 
         # A reinstall of so many takes a while; the page shows its progress.
         self.page.run(
@@ -509,12 +514,141 @@ class PageTest(unittest.TestCase):
         self.start_hal()
         self.page.await_true("window.progress.length > 0", "the reinstall's progress")
         self.picture("reinstall")
-        self.page.await_text("#condition", "settled")
-        wait_until(lambda: f"{LARGE:,} objects in " in self.page.facts()["Last reinstall"], "its end", PATIENCE)
+        wait_until(lambda: self.page.text("#condition") == "settled", "it is settled", PATIENCE * 10)
+        wait_until(lambda: f"{self.objects:,} objects in " in self.page.facts()["Last reinstall"], "its end", PATIENCE)
         self.page.await_true("document.getElementById('reinstall').hidden", "no more progress")
         for text in self.page.run("return window.progress"):
             # Before the first object is due, there are 0 of 0.
             self.assertRegex(text, r"^Reinstall: [\d,]+ of [\d,]+ objects? in ")
+
+    def run_module(self, script):
+        """Runs a script that awaits the page's modules, and returns its result."""
+        result = self.driver.execute_async_script(
+            "const done = arguments[0];"
+            f"(async () => {{ {script} }})().then(done, (error) => done(`${{error}} ${{error.stack}}`));")
+        return result
+
+    def test_the_plot_draws_the_rates(self):
+        self.start_hal()
+        manager, url = self.start_manager()
+        self.open(url)
+        # 1000 ms with 100 requests, then 2000 ms with 400: 100/s and 200/s, over 300 s in 600 units.
+        drawn = self.run_module("""
+            const { RatePlot } = await import('/plot.js');
+            const place = document.createElement('div');
+            const plot = new RatePlot(place);
+            const drawn = () => [
+              ...[...place.querySelectorAll('.line')].map((line) => line.getAttribute('d')),
+              place.querySelector('.plot-legend').textContent,
+              place.querySelector('.plot-scale').lastChild.textContent,
+              place.querySelector('svg').getAttribute('aria-label')];
+            const results = [];
+            plot.reset([{ time_ms: 0, requests: 7, results: 5 }]);
+            results.push(drawn());
+            plot.reset([{ time_ms: 0, requests: 7, results: 5 }, { time_ms: 1000, requests: 107, results: 105 },
+              { time_ms: 3000, requests: 507, results: 305 }]);
+            results.push(drawn());
+            plot.add(3800, { requests: 10007, results: 10005 });
+            results.push(drawn());
+            plot.add(302000, { requests: 299507, results: 305 });
+            results.push(drawn());
+            return results;""")
+        self.assertEqual(drawn[0], [
+            "", "", "requests 0/sresults 0/s", "1/s",
+            "The last 5 minutes; peak 0 per second. Now: 0 requests per second, 0 results per second"])
+        rates = [
+            "M596.0 60.5L600.0 1.0", "M596.0 60.5L600.0 60.5", "requests 200/sresults 100/s", "200/s",
+            "The last 5 minutes; peak 200 per second. Now: 200 requests per second, 100 results per second"]
+        self.assertEqual(drawn[1], rates)
+        # Too soon after the last sample to be another one.
+        self.assertEqual(drawn[2], rates)
+        # What is older than five minutes has left.
+        self.assertEqual(drawn[3], [
+            "M600.0 1.0", "M600.0 120.0", "requests 1,000/sresults 0/s", "1,000/s",
+            "The last 5 minutes; peak 1,000 per second. Now: 1,000 requests per second, 0 results per second"])
+
+        # The page's own plot shows what the manager does: 76 requests within a second or two.
+        self.programs.run("zuskux-manager", "resync", "--control", self.programs.path("manager.sock"))
+        manager.await_lines("reinstall finished: ", 1)
+
+        def peak():
+            found = re.search(r"peak ([\d,]+) per second",
+                              self.page.run("return document.querySelector('#rates svg').ariaLabel"))
+            return found and int(found[1].replace(",", ""))
+        wait_until(lambda: (peak() or 0) > 0, "the reinstall in the plot", PATIENCE)
+
+    def test_skipped_rows_are_counted(self):
+        """The list's pages, on a list of 1,234 rows whose server examines 300 of them for an answer."""
+        self.start_hal()
+        _, url = self.start_manager()
+        self.open(url)
+        seen = self.run_module("""
+            const { Pages } = await import('/pages.js');
+            const shown = fetch;
+            let length = 1234;
+            let asked = 0;
+            window.fetch = async (path, options) => {
+              const given = new URLSearchParams(path.split('?')[1]);
+              if (given.get('q') !== 'invented') return shown(path, options);
+              ++asked;
+              let place = Number(given.get('after') ?? 0);
+              const end = Math.min(length, place + 300);
+              const skipped = Math.min(end - place, Number(given.get('skip') ?? 0));
+              place += skipped;
+              const objects = [];
+              while (place < end && objects.length < Number(given.get('limit'))) objects.push(place++);
+              const next = place < length ? String(place) : null;
+              return new Response(JSON.stringify({ objects, skipped, next }));
+            };
+            const results = {};
+            try {
+              const pages = new Pages({ q: 'invented' });
+              await pages.read(7);
+              results.middle = [pages.rowAt(699) ?? null, pages.rowAt(700), pages.rowAt(799),
+                pages.rowAt(800) ?? null, pages.total, pages.atEnd, asked];
+              asked = 0;
+              await pages.read(8);
+              results.next = [pages.rowAt(800), pages.rowAt(899), pages.total, asked];
+              await pages.read(12);
+              results.last = [pages.rowAt(1200), pages.rowAt(1233), pages.rowAt(1234) ?? null, pages.total, pages.atEnd];
+              await pages.read(13);
+              results.beyond = [pages.rowAt(1300) ?? null, pages.total];
+
+              const counted = new Pages({ q: 'invented' });
+              asked = 0;
+              await counted.count();
+              results.count = [counted.total, counted.rows().length, asked];
+              await counted.read(20);
+              results.farBeyond = [counted.rowAt(2000) ?? null, counted.total];
+
+              results.missing = [pages.firstMissing(7, 8) ?? null, pages.firstMissing(7, 9)];
+              length = 850;
+              pages.expire();
+              results.expired = [pages.firstMissing(7, 8), pages.rowAt(700)];
+              await pages.read(8);
+              results.shorter = [pages.rowAt(849), pages.rowAt(850) ?? null, pages.total];
+
+              length = 1e6;
+              const long = new Pages({ q: 'invented' });
+              for (let page = 0; page < 30; ++page) await long.read(page);
+              results.kept = [long.rows().length, long.rowAt(999) ?? null, long.rowAt(1000), long.total];
+            } finally {
+              window.fetch = shown;
+            }
+            return results;""")
+        self.assertEqual(seen, {
+            # Three requests skip 700 rows, one reads 100.
+            "middle": [None, 700, 799, None, 800, False, 4],
+            "next": [800, 899, 900, 1],
+            "last": [1200, 1233, None, 1234, True],
+            "beyond": [None, 1234],
+            "count": [1234, 0, 5],
+            "farBeyond": [None, 1234],
+            "missing": [None, 9],
+            "expired": [7, 700],
+            "shorter": [849, None, 850],
+            "kept": [2000, None, 1000, 3000],
+        })
 
     def last_key(self):
         """The object that the manager lists last."""
@@ -584,11 +718,13 @@ def main():
     parser.add_argument("programs")
     parser.add_argument("--pictures")
     parser.add_argument("--accept", action="store_true")
+    parser.add_argument("--objects", type=int, default=PageTest.objects)
     parser.add_argument("tests", nargs="*")
     given = parser.parse_intermixed_args()
     PageTest.programs_folder = os.path.abspath(given.programs)
     PageTest.pictures = given.pictures
     PageTest.accept = given.accept
+    PageTest.objects = given.objects
     names = [name if "." in name else f"PageTest.{name}" for name in given.tests]
     unittest.main(argv=[sys.argv[0], "-v", *names])
 

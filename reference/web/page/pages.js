@@ -45,7 +45,8 @@ export class Pages {
   async read(page) {
     const held = this.pages.get(page) ?? { rows: [] };
     held.stale = false;
-    let after = await this.#cursor(page);
+    const begin = await this.#cursor(page);
+    let after = begin;
     const rows = [];
     while (after !== null && rows.length < PAGE) {
       const answer = await api.objects({ ...this.filter, after, limit: PAGE - rows.length });
@@ -60,7 +61,8 @@ export class Pages {
     }
     const seen = page * PAGE + rows.length;
     this.atEnd = after === null;
-    this.total = this.atEnd ? seen : Math.max(this.total, seen);
+    // A page beyond the end does not say where the end is.
+    if (begin !== null) this.total = this.atEnd ? seen : Math.max(this.total, seen);
     this.#begin(page + 1, after);
   }
 
@@ -82,7 +84,9 @@ export class Pages {
     for (const each of this.cursors.keys()) {
       if (each < page && each > near) near = each;
     }
-    const { after } = await this.#skip(this.cursors.get(near), (page - near) * PAGE);
+    const begin = this.cursors.get(near);
+    const { after, skipped } = await this.#skip(begin, (page - near) * PAGE);
+    if (after === null && begin !== null) this.total = near * PAGE + skipped;
     this.#begin(page, after);
     return after;
   }
