@@ -41,6 +41,30 @@ TEST(LatencyHistogramTest, PercentilesAreAtMostAnEighthTooHigh) {
   expect_near(latency.p99, nanoseconds(99'000));
 }
 
+TEST(LatencyHistogramTest, APercentileIsReachedByThatManyAtLeast) {
+  LatencyHistogram histogram;
+  for (const int value : {1, 2, 3}) histogram.Add(nanoseconds(value));
+  const StageLatency latency = histogram.Summary();
+  EXPECT_EQ(latency.p50, nanoseconds(2));
+  EXPECT_EQ(latency.p90, nanoseconds(3));
+}
+
+TEST(LatencyHistogramTest, APercentileIsTheLongestOfItsBucketUpToTheMaximum) {
+  LatencyHistogram histogram;
+  histogram.Add(nanoseconds(1'000));
+  EXPECT_EQ(histogram.Summary().p50, nanoseconds(1'000));
+  histogram.Add(nanoseconds(2'000));
+  // The bucket holds 960 to 1023 ns.
+  EXPECT_EQ(histogram.Summary().p50, nanoseconds(1'023));
+}
+
+TEST(LatencyHistogramTest, TheMaximumNeedNotBeTheLast) {
+  LatencyHistogram histogram;
+  histogram.Add(nanoseconds(1'000));
+  histogram.Add(nanoseconds(10));
+  EXPECT_EQ(histogram.Summary().max, nanoseconds(1'000));
+}
+
 TEST(LatencyHistogramTest, TheMaximumIsNoPercentile) {
   LatencyHistogram histogram;
   for (int i = 0; i < 999; ++i) histogram.Add(nanoseconds(10));

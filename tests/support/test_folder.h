@@ -1,8 +1,6 @@
 #ifndef ZUSKUX_TESTS_SUPPORT_TEST_FOLDER_H_
 #define ZUSKUX_TESTS_SUPPORT_TEST_FOLDER_H_
 
-#include <stdlib.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>

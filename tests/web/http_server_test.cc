@@ -80,6 +80,8 @@ class FakePages : public HttpPages {
       return std::make_shared<CountingQuery>(1, &steps_,
                                              std::make_shared<CountingQuery>(2, &steps_));
     }
+    // More than fits into the sockets' buffers.
+    if (what == "big") return HttpResponse{200, "text/plain", std::string(1U << 25U, 'x')};
     if (what == "error") throw HttpError(404, "no such thing");
     if (what == "fault") throw std::runtime_error("a fault");
     return HttpResponse{200, "text/plain", "/" + what + '\n'};
@@ -180,6 +182,18 @@ class HttpServerTest : public ::testing::Test {
       sent.set_value();
     });
     sent.get_future().get();
+  }
+
+  // Until the server has ended a connection, and serves another client.
+  void AwaitRoom() {
+    std::string answer;
+    while (answer.find(" 200 OK") == std::string::npos) {
+      Client client(server_->address());
+      error_code ignored;
+      asio::write(client.socket(),
+                  asio::buffer(std::string("GET / HTTP/1.0\r\nHost: localhost\r\n\r\n")), ignored);
+      answer = client.ReadAll();
+    }
   }
 
   FakePages pages_;
@@ -366,15 +380,27 @@ TEST_F(HttpServerTest, ConnectionsAreBounded) {
   second.ReadUntil("/b\n");
   EXPECT_THAT(Client(server_->address()).ReadAll(), StartsWith("HTTP/1.1 503 "));
   first.reset();
-  // Once the server has noticed.
-  std::string answer;
-  while (answer.find(" 200 OK") == std::string::npos) {
-    Client third(server_->address());
-    error_code ignored;
-    asio::write(third.socket(),
-                asio::buffer(std::string("GET / HTTP/1.0\r\nHost: localhost\r\n\r\n")), ignored);
-    answer = third.ReadAll();
-  }
+  AwaitRoom();
+}
+
+TEST_F(HttpServerTest, AClientThatDoesNotReadItsAnswerIsEnded) {
+  HttpServerOptions options;
+  options.write_time = milliseconds(20);
+  options.max_connections = 1;
+  Start(options);
+  Client client(server_->address());
+  client.Get("/big");
+  AwaitRoom();
+}
+
+TEST_F(HttpServerTest, AClientThatStaysAfterTheLastAnswerIsEnded) {
+  HttpServerOptions options;
+  options.max_connections = 1;
+  Start(options);
+  Client client(server_->address());
+  client.Send("GET /a HTTP/1.0\r\nHost: localhost\r\n\r\n");
+  EXPECT_THAT(client.ReadAll(), EndsWith("/a\n"));
+  AwaitRoom();
 }
 
 TEST_F(HttpServerTest, ClientsWaitWhileThereAreNoFileDescriptors) {
