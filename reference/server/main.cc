@@ -82,8 +82,7 @@ po::options_description Options() {
        po::value<std::int64_t>()->value_name("BYTES")->default_value(max_payload),  //
        "longest payload of a request")                                              //
       ("keep", po::value<std::int64_t>()->value_name("SECONDS"),                    //
-       "how long the tables stay without a manager\n"                               //
-       "(default: forever)")                                                        //
+       "how long tables stay without a manager (forever)")                          //
       ("fault", po::value<std::string>()->value_name("FILE"),                       //
        "inject the faults in the file")                                             //
       ("record", po::value<std::string>()->value_name("FILE"),                      //
@@ -96,8 +95,7 @@ po::options_description Options() {
        "program this network namespace")                                            //
       ("print", "print ip commands instead of changing the kernel")                 //
       ("audit", po::value<std::int64_t>()->value_name("SECONDS"),                   //
-       "how often to compare the kernel with the tables\n"                          //
-       "(default: 60; 0: never)")                                                   //
+       "how often to compare the kernel (60; 0: never)")                            //
       ("http", po::value<std::string>()->value_name("ADDRESS"),                     //
        "serve tables and metrics there, such as\n127.0.0.1:8081 or unix:PATH")      //
       ("http-allow-remote", "let other machines read them")                         //

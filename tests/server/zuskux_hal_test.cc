@@ -133,7 +133,7 @@ TEST_F(ZuskuxHalTest, HelpFitsATerminal) {
     ++count;
     EXPECT_LE(line.size(), 80U) << line;
   }
-  EXPECT_LE(count, 32);
+  EXPECT_LE(count, 30);
   for (const char* const option :
        {"tables", "--socket PATH", "--table-size N", "--max-payload BYTES", "--fault FILE",
         "--data-plane linux", "--interfaces SITE", "--netns NAME", "--print", "--quiet", "--json",
