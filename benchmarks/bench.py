@@ -42,7 +42,6 @@ class Sizes:
         self.reinstalled = [1_000, 10_000] if quick else [1_000, 10_000, 100_000, 1_000_000]
         self.requests = 5_000 if quick else 200_000
         self.peer_requests = 1_000 if quick else 100_000
-        self.manager = 5_000 if quick else 100_000
         self.large_site = 5_000 if quick else 1_000_000
 
 
@@ -148,11 +147,11 @@ def measure_socket(bench, sizes):
 def measure_memory(bench, sizes):
     with bench.hal() as (path, server):
         before = peak_bytes(server)
-        values = bench.values("manager_bench", "memory", path, sizes.manager)
+        values = bench.values("manager_bench", "memory", path, sizes.large_site)
         for name in ("peak", "held"):
             yield f"memory/{name}/bytes", values[name]
-        yield "memory/server/bytes", (peak_bytes(server) - before) / sizes.manager
-    for name, value in bench.values("manager_bench", "records", sizes.manager).items():
+        yield "memory/server/bytes", (peak_bytes(server) - before) / sizes.large_site
+    for name, value in bench.values("manager_bench", "records", sizes.large_site).items():
         yield f"memory/{name}/bytes", value
 
 
@@ -198,11 +197,11 @@ def measure_all(bench, sizes, rounds, peers):
         figures[f"round-trip/{side}/instructions"] = [cost.instructions]
         figures[f"round-trip/{side}/allocations"] = [cost.allocations]
     for number in range(rounds):
-        measures = [measure_library, measure_reinstalls, measure_socket, measure_memory]
+        measures = [measure_library, measure_reinstalls, measure_socket]
         if peers:
             measures.append(measure_peers)
         if number < LONG_ROUNDS:
-            measures.append(measure_large_site)
+            measures += [measure_memory, measure_large_site]
         for measure in measures:
             progress(f"round {number + 1} of {rounds}: {measure.__name__[8:]}")
             for name, value in measure(bench, sizes):

@@ -229,7 +229,7 @@ def tables(result):
             ("A request and its result on either side", ["", "instructions", "allocations"],
              round_trip_rows(figures)),
             ("A site of 1,000,000 objects", ["", ""], large_rows(figures)),
-            ("Memory", ["", "bytes per object"],
+            ("Memory for 1,000,000 objects", ["", "bytes per object"],
              [[name, figures.spread(f"memory/{case}/bytes")]
               for name, case in [("manager, at its peak", "peak"), ("manager, afterwards", "held"),
                                  ("of which the objects' records", "records"),
