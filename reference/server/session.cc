@@ -17,7 +17,6 @@
 #include "reference/hal/request_observer.h"
 #include "reference/server/abandoned_tables.h"
 #include "reference/server/data_plane_watch.h"
-#include "reference/server/decode_request.h"
 #include "reference/text/printable.h"
 #include "reference/wire/object_states.h"
 #include "reference/wire/send.h"
@@ -424,10 +423,7 @@ bool Session::PeerIsGone() {
 
 void Session::OnRequest(const FrameSplitter::Frame& frame) {
   ++state_->requests;
-  const std::uint32_t sequence = frame.header.sequence;
-  const bool decoded =
-      DecodeRequest(frame, &request_, [&](const auto& message) { CarryOut(sequence, &message); });
-  if (!decoded) CarryOut(sequence, nullptr);
+  CarryOut(frame.header.sequence, state_->decoder.Decode(frame, &request_));
 }
 
 void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* message) {

@@ -22,6 +22,7 @@
 #include "reference/server/hal_server.h"
 #include "reference/server/late_answers.h"
 #include "reference/server/object_states.h"
+#include "reference/server/request_decoder.h"
 #include "reference/server/server_faults.h"
 #include "reference/wire/frame.h"
 #include "wire.pb.h"
@@ -59,6 +60,7 @@ struct ServerState {
 
   const HalServerOptions options;
   HalTables tables;
+  RequestDecoder decoder;
   std::uint64_t generation;
   std::chrono::steady_clock::time_point started;
   std::uint64_t requests = 0;

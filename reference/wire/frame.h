@@ -119,7 +119,7 @@ class FrameSplitter {
   struct Frame {
     FrameHeader header;
     std::string_view payload;
-    /// Header and payload together, as the wrappers' `Unserialize` reads them.
+    /// Header and payload together.
     std::string_view whole;
   };
 
