@@ -3,7 +3,7 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build protobuf-compiler libprotobuf-dev libboost-dev
   libboost-program-options-dev nlohmann-json3-dev robin-map-dev graphviz
-  libmnl-dev prometheus-cpp-dev)
+  libmnl-dev libxxhash-dev prometheus-cpp-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev binutils pkgconf python3 valgrind abigail-tools
   systemd zsh fish iproute2 iputils-ping tcpdump)
 PACKAGE_PACKAGES=(git dpkg-dev file)

@@ -11,18 +11,7 @@ namespace {
 constexpr std::size_t kSmallTable = 1024;
 constexpr std::size_t kLeastUse = 8;
 
-std::uint64_t AddByte(std::uint64_t fnv, std::uint8_t byte) { return (fnv ^ byte) * 0x100000001B3; }
-
 }  // namespace
-
-std::uint64_t EntryHash(std::uint32_t id, std::string_view payload) {
-  std::uint64_t hash = 0xCBF29CE484222325;
-  for (int shift = 0; shift < 32; shift += 8) {
-    hash = AddByte(hash, static_cast<std::uint8_t>(id >> shift));
-  }
-  for (const char byte : payload) hash = AddByte(hash, static_cast<std::uint8_t>(byte));
-  return MixBits(hash);
-}
 
 HalTables::HalTables(std::size_t capacity, DataPlane* data_plane)
     : capacity_(capacity), data_plane_(data_plane) {}
@@ -204,6 +193,12 @@ std::size_t HalTables::reserved(HalKind kind) const {
 }
 
 HalDigest HalTables::digest(HalKind kind) const { return {size(kind), table(kind).sum}; }
+
+HalDigests HalTables::digests() const {
+  HalDigests digests;
+  for (const HalKind kind : kAllHalKinds) digests.of(kind) = digest(kind);
+  return digests;
+}
 
 std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
   std::map<std::uint32_t, std::string> entries;

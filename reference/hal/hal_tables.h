@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "reference/hal/data_plane.h"
+#include "reference/hal/entry_hash.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/hal/kinds.h"
@@ -23,7 +24,8 @@
 
 namespace reference {
 
-/// Two sides compare digests to check whether they hold the same entries. Independent of order.
+/// Two sides compare digests of one hash function to check whether they hold the same entries.
+/// Independent of order.
 struct HalDigest {
   /// Number of entries.
   std::size_t count = 0;
@@ -36,13 +38,15 @@ inline bool operator==(const HalDigest& a, const HalDigest& b) {
 }
 inline bool operator!=(const HalDigest& a, const HalDigest& b) { return !(a == b); }
 
-/// One for each kind.
-using HalDigests = std::array<HalDigest, kHalKinds>;
+/// The digests of all tables.
+struct HalDigests {
+  HalDigest& of(HalKind kind) { return kinds.at(static_cast<std::size_t>(kind)); }
+  const HalDigest& of(HalKind kind) const { return kinds.at(static_cast<std::size_t>(kind)); }
 
-/// The hash of one entry: 64-bit FNV-1a over the id (4 bytes, little-endian) and the payload, mixed
-/// by the last step of splitmix64 so that sums of many hashes stay distinct. The same in every
-/// build.
-std::uint64_t EntryHash(std::uint32_t id, std::string_view payload);
+  /// The function that all of them use.
+  EntryHashFunction function = EntryHashFunction::kXxh3;
+  std::array<HalDigest, kHalKinds> kinds{};
+};
 
 /// Serialised messages, by kind and id.
 using TableEntries = std::map<std::pair<HalKind, std::uint32_t>, std::string>;
@@ -127,7 +131,9 @@ class HalTables {
   /// The number of entries of the kind for which memory is allocated: at most 8 times the number of
   /// entries or 1024, whatever the ids.
   std::size_t reserved(HalKind kind) const;
+  /// The digest by XXH3; takes constant time.
   HalDigest digest(HalKind kind) const;
+  HalDigests digests() const;
 
   /// The entries of a table: serialised messages by id, in order of ids.
   std::map<std::uint32_t, std::string> Entries(HalKind kind) const;

@@ -53,9 +53,10 @@ pid_t PeerOf(Session::Socket* socket) {
   return peer.pid;
 }
 
-void AddKinds(const HalTables& tables, google::protobuf::RepeatedPtrField<wire::KindSummary>* out) {
+void AddKinds(const HalDigests& digests,
+              google::protobuf::RepeatedPtrField<wire::KindSummary>* out) {
   for (const HalKind kind : kAllHalKinds) {
-    const HalDigest digest = tables.digest(kind);
+    const HalDigest& digest = digests.of(kind);
     wire::KindSummary* const summary = out->Add();
     summary->set_kind(std::string(HalKindName(kind)));
     summary->set_count(digest.count);
@@ -94,7 +95,7 @@ wire::ServerStatus ServerState::Status() const {
   status.set_generation(generation);
   const auto uptime = std::chrono::duration_cast<milliseconds>(steady_clock::now() - started);
   status.set_uptime_ms(static_cast<std::uint64_t>(uptime.count()));
-  AddKinds(tables, status.mutable_kinds());
+  AddKinds(tables.digests(), status.mutable_kinds());
   status.set_requests(requests);
   status.set_connections(connections);
   status.set_refused_connections(refused_connections);
@@ -366,6 +367,7 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
   greeted_ = true;
   takes_reasons_ = theirs.protocol_minor_version() >= kMinorVersionWithReasons;
   takes_object_states_ = theirs.protocol_minor_version() >= kMinorVersionWithObjectStates;
+  hash_function_ = EntryHashFunctionWith(theirs.protocol_minor_version());
   StartDeadline(state_->options.idle_timeout);
   state_->Log(LogLevel::kInfo,
               "client " + std::to_string(number_) + ": " + program_ + " connected");
@@ -541,27 +543,30 @@ void Session::OnBeginReinstall() {
 
 void Session::OnEndReinstall(std::uint32_t sequence) {
   // Without a begin, the client only asks for the digests.
-  if (!std::exchange(reinstalling_, false)) return AnswerEnd(sequence, 0);
-  if (state_->options.observer != nullptr) state_->options.observer->EndReinstall();
-  reinstall_end_ = ReinstallEnd{sequence, state_->EntryCount()};
+  const bool removes = std::exchange(reinstalling_, false);
+  if (removes && state_->options.observer != nullptr) state_->options.observer->EndReinstall();
+  reinstall_end_ = ReinstallEnd{sequence, removes, state_->EntryCount()};
   ContinueReinstallEnd();
 }
 
 void Session::ContinueReinstallEnd() {
-  if (!state_->EndReinstallInPart()) return;
+  if (reinstall_end_->removes && !state_->EndReinstallInPart()) return;
+  reinstall_end_->removes = false;
+  const bool older = hash_function_ != EntryHashFunction::kXxh3;
+  if (older && !reinstall_end_->older_digests.Continue(state_->tables, kReinstallEndStep)) return;
   const ReinstallEnd end = *std::exchange(reinstall_end_, std::nullopt);
-  AnswerEnd(end.sequence, end.entries_before - state_->EntryCount());
+  AnswerEnd(end, older ? end.older_digests.digests() : state_->tables.digests());
 }
 
-void Session::AnswerEnd(std::uint32_t sequence, std::uint64_t removed) {
+void Session::AnswerEnd(const ReinstallEnd& end, const HalDigests& digests) {
   wire::TableSummary summary;
-  summary.set_removed(removed);
-  AddKinds(state_->tables, summary.mutable_kinds());
+  summary.set_removed(end.entries_before - state_->EntryCount());
+  AddKinds(digests, summary.mutable_kinds());
   if (state_->options.faults == nullptr) {
-    return AppendMessage(FrameType::kInSync, sequence, summary);
+    return AppendMessage(FrameType::kInSync, end.sequence, summary);
   }
   std::string answer;
-  AppendFrame(FrameType::kInSync, sequence, summary.SerializeAsString(), &answer);
+  AppendFrame(FrameType::kInSync, end.sequence, summary.SerializeAsString(), &answer);
   SendLate(state_->options.faults->OnEndReinstall(), 0, std::move(answer));
 }
 

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "reference/hal/hal_tables.h"
+#include "reference/server/digest_walk.h"
 #include "reference/server/hal_server.h"
 #include "reference/server/late_answers.h"
 #include "reference/server/object_states.h"
@@ -122,7 +123,11 @@ class Session : public std::enable_shared_from_this<Session> {
   // The end of a reinstall in progress.
   struct ReinstallEnd {
     std::uint32_t sequence = 0;
+    // Whether there may be more to remove.
+    bool removes = false;
     std::size_t entries_before = 0;
+    // The digests for a client that does not know the tables' own hash function.
+    DigestWalk older_digests{EntryHashFunction::kFnv1a};
   };
   // A request that the data plane has not committed yet.
   struct Staged {
@@ -176,7 +181,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnBeginReinstall();
   void OnEndReinstall(std::uint32_t sequence);
   void ContinueReinstallEnd();
-  void AnswerEnd(std::uint32_t sequence, std::uint64_t removed);
+  void AnswerEnd(const ReinstallEnd& end, const HalDigests& digests);
   void StartTableReading(std::uint32_t sequence);
   // Queues for the next turn, which continues a reading or the end of a reinstall by a step.
   void AwaitTurn();
@@ -217,6 +222,8 @@ class Session : public std::enable_shared_from_this<Session> {
   bool takes_reasons_ = false;
   // Whether it understands object states.
   bool takes_object_states_ = false;
+  // The function for the digests that it compares with its own.
+  EntryHashFunction hash_function_ = EntryHashFunction::kFnv1a;
   // In quotes and safe to print.
   std::string program_;
   // Whether a reinstall that this session began is open.

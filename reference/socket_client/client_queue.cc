@@ -84,7 +84,9 @@ void ClientQueue::Send(const HalRequest& request) {
   OutstandingRequest outstanding;
   outstanding.submitted = Clock::now();
   outstanding.reinstall = open_reinstall_.number;
-  if (outstanding.reinstall != 0) outstanding.hash = EntryHash(request.id, request.payload);
+  if (outstanding.reinstall != 0) {
+    outstanding.hash = EntryHash(request.id, request.payload, hash_function_);
+  }
   outstanding.request = WithoutPayload(request);
   deadlines_to_watch_ = !deadlines_watched_;
   if (!HasResult(request.operation)) {
@@ -183,10 +185,11 @@ bool ClientQueue::AllowWakeUps() {
   return deadlines_to_watch_;
 }
 
-void ClientQueue::ServerFound(std::size_t max_payload) {
+void ClientQueue::ServerFound(std::size_t max_payload, EntryHashFunction hash_function) {
   const MutexLock lock(&mutex_);
   server_ = Server::kFound;
   server_max_payload_ = max_payload;
+  hash_function_ = hash_function;
   counters_.queued = 0;
   const auto send = [this](const HalRequest& request) ZUSKUX_REQUIRES(mutex_) {
     if (request.payload.size() <= MaxPayload()) {

@@ -45,7 +45,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   bool TakeFrames(std::string* frames) override;
   void ConfirmWritten() override;
 
-  void ServerFound(std::size_t max_payload) override;
+  void ServerFound(std::size_t max_payload, EntryHashFunction hash_function) override;
   void ServerLost() override;
   void SuppressWakeUps() override;
   bool AllowWakeUps() override;
@@ -93,6 +93,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   mutable Mutex mutex_;
   Server server_ ZUSKUX_GUARDED_BY(mutex_) = Server::kUnknown;
   std::size_t server_max_payload_ ZUSKUX_GUARDED_BY(mutex_) = kDefaultMaxPayload;
+  EntryHashFunction hash_function_ ZUSKUX_GUARDED_BY(mutex_) = EntryHashFunction::kXxh3;
   std::vector<Early> early_ ZUSKUX_GUARDED_BY(mutex_);
   std::size_t early_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   KeptVrfs kept_vrfs_ ZUSKUX_GUARDED_BY(mutex_);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "reference/hal/entry_hash.h"
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/socket_client/outstanding_requests.h"
@@ -40,8 +41,9 @@ class ConnectionQueue {
   ConnectionQueue& operator=(const ConnectionQueue&) = delete;
   virtual ~ConnectionQueue() = default;
 
-  /// A server was found that accepts payloads of that size: queues what waited for it.
-  virtual void ServerFound(std::size_t max_payload) = 0;
+  /// A server was found that accepts payloads of that size and knows the hash function: queues what
+  /// waited for it.
+  virtual void ServerFound(std::size_t max_payload, EntryHashFunction hash_function) = 0;
   /// The server was lost, or there is still none: everything outstanding ends, except VRF requests,
   /// which are kept for the next server.
   virtual void ServerLost() = 0;

@@ -68,11 +68,10 @@ void ReinstallCheck::Clear() {
   hashes_ = {};
 }
 
-HalDigests DigestsOf(const wire::TableSummary& summary) {
+HalDigests DigestsOf(const wire::TableSummary& summary, EntryHashFunction function) {
   HalDigests digests;
-  for (const HalKind kind : kAllHalKinds) {
-    digests.at(static_cast<std::size_t>(kind)) = DigestOf(summary, HalKindName(kind));
-  }
+  digests.function = function;
+  for (const HalKind kind : kAllHalKinds) digests.of(kind) = DigestOf(summary, HalKindName(kind));
   return digests;
 }
 

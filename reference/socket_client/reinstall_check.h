@@ -19,7 +19,8 @@ namespace reference {
 class ReinstallCheck {
  public:
   /// Records a request of reinstall number `reinstall`, which is not 0: one that succeeded, or one
-  /// for a VRF. A higher number starts over. `hash` is the entry's `EntryHash`.
+  /// for a VRF. A higher number starts over. `hash` is the entry's `EntryHash`, by the
+  /// function of the summary.
   void Acknowledge(std::uint32_t reinstall, const HalRequest& request, std::uint64_t hash);
 
   /// The differences between reinstall `reinstall` and the server: "vlan 8 here, 7 there; host 40
@@ -35,8 +36,8 @@ class ReinstallCheck {
   std::array<std::unordered_map<std::uint32_t, std::uint64_t>, kHalKinds> hashes_;
 };
 
-/// The digest of each kind.
-HalDigests DigestsOf(const wire::TableSummary& summary);
+/// The digests of a summary that uses `function`.
+HalDigests DigestsOf(const wire::TableSummary& summary, EntryHashFunction function);
 
 /// "vrf 2, vlan 8, host 40, ecmp 6, mpls 20 (3 removed)"
 std::string SummaryText(const wire::TableSummary& summary);

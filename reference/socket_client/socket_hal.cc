@@ -76,6 +76,8 @@ struct Connection {
   std::string outgoing;
   bool writing = false;
   bool greeted = false;
+  /// The function for digests that the server also knows.
+  EntryHashFunction hash_function = EntryHashFunction::kFnv1a;
   /// The server has sent more than its hello.
   bool useful = false;
   /// The server said goodbye because another client programs it.
@@ -504,7 +506,8 @@ void SocketHal::Client::OnHello(std::string_view payload) {
   }
   Log(LogLevel::kInfo, "connected to HAL server " + Printable(hello.program(), kMaxForeignText) +
                            ", generation " + Hex(hello.generation()));
-  queue_->ServerFound(hello.max_payload());
+  connection_->hash_function = EntryHashFunctionWith(hello.protocol_minor_version());
+  queue_->ServerFound(hello.max_payload(), connection_->hash_function);
   ReportEnded();
   ReportServerFound();
   if (!connection_->writing) AllowHostWrites(connection_);
@@ -555,7 +558,7 @@ void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {
   const auto reinstall = queue_->TakeEndedReinstall(frame.header.sequence);
   if (!reinstall) return;
   if (reinstall->number == 0) {
-    if (!stopping_) reporter_.Digests(DigestsOf(summary));
+    if (!stopping_) reporter_.Digests(DigestsOf(summary, connection_->hash_function));
     return;
   }
 

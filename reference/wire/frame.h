@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "reference/hal/entry_hash.h"
 #include "reference/hal/hal_code.h"
 
 namespace reference {
@@ -18,11 +19,13 @@ namespace reference {
 // in its highest byte and a sequence number in the other three.
 
 inline constexpr std::uint32_t kProtocolVersion = 1;
-inline constexpr std::uint32_t kProtocolMinorVersion = 3;
+inline constexpr std::uint32_t kProtocolMinorVersion = 4;
 /// From this minor version on, clients understand a reason in a result.
 inline constexpr std::uint32_t kMinorVersionWithReasons = 2;
 /// From this minor version on, clients understand `kObjectStates`.
 inline constexpr std::uint32_t kMinorVersionWithObjectStates = 3;
+/// From this minor version on, both sides understand digests by XXH3.
+inline constexpr std::uint32_t kMinorVersionWithXxh3 = 4;
 inline constexpr std::size_t kFrameHeaderSize = 8;
 inline constexpr std::uint32_t kSequenceMask = 0xFFFFFF;
 inline constexpr std::size_t kDefaultMaxPayload = std::size_t{64} * 1024;
@@ -70,6 +73,12 @@ enum class GoodbyeReason : std::uint32_t {
   /// Another client has taken over as the writer.
   kTakenOver = 2,
 };
+
+/// The hash function of the digests in a conversation with a peer of that minor version.
+constexpr EntryHashFunction EntryHashFunctionWith(std::uint32_t peer_minor_version) {
+  return peer_minor_version >= kMinorVersionWithXxh3 ? EntryHashFunction::kXxh3
+                                                     : EntryHashFunction::kFnv1a;
+}
 
 struct FrameHeader {
   FrameType type = FrameType::kHello;

@@ -387,12 +387,26 @@ TEST(HalTablesReadingTest, ContinuesWhenAReinstallEndsMeanwhile) {
   }
 }
 
-TEST(HalDigestTest, HashIsTheSameInEveryBuild) {
+TEST(HalDigestTest, Xxh3IsTheSameInEveryBuild) {
+  // The first by xxhsum -H3, the others by Python's xxhash with a seed. XXH3 treats each of these
+  // lengths in another way.
+  EXPECT_EQ(EntryHash(0, "\x08\x01"), 0x6000FE6075894D73);
+  EXPECT_EQ(EntryHash(0x01020304, "\x08\x01"), 0xF77F21C10A253A9A);
+  EXPECT_EQ(EntryHash(1, ""), 0x4DC5B0CC826F6703);
+  EXPECT_EQ(EntryHash(0xFFFFFFFF, "\x18\x05\x28\x64"), 0xAF5E40FF7A5F8D47);
+  EXPECT_EQ(EntryHash(7, "0123456789"), 0xAE0AC4103A302731);
+  EXPECT_EQ(EntryHash(7, std::string(100, 'a')), 0x1A118B5536A05FE0);
+  EXPECT_EQ(EntryHash(7, std::string(200, 'a')), 0x1975D37DE556EEC1);
+  EXPECT_EQ(EntryHash(7, std::string(1000, 'a')), 0x3F9E6C865A1FAF29);
+}
+
+TEST(HalDigestTest, Fnv1aIsTheSameInEveryBuild) {
   // Computed independently of this code, from the definitions of FNV-1a and splitmix64.
-  EXPECT_EQ(EntryHash(0, ""), 0xACA6D6B54BE3ED05);
-  EXPECT_EQ(EntryHash(1, ""), 0xDE9C7B03A9C84FC0);
-  EXPECT_EQ(EntryHash(0x01020304, "\x08\x01"), 0xA32A9DF04DF70B5E);
-  EXPECT_EQ(EntryHash(7, "\xFF"), 0x0D192D0E3BE15A36);
+  constexpr EntryHashFunction kFnv1a = EntryHashFunction::kFnv1a;
+  EXPECT_EQ(EntryHash(0, "", kFnv1a), 0xACA6D6B54BE3ED05);
+  EXPECT_EQ(EntryHash(1, "", kFnv1a), 0xDE9C7B03A9C84FC0);
+  EXPECT_EQ(EntryHash(0x01020304, "\x08\x01", kFnv1a), 0xA32A9DF04DF70B5E);
+  EXPECT_EQ(EntryHash(7, "\xFF", kFnv1a), 0x0D192D0E3BE15A36);
 }
 
 TEST(HalDigestTest, IsZeroWithoutEntries) {

@@ -86,7 +86,7 @@ class Reported {
     reports.digests = [this](const HalDigests& digests) {
       std::string event = "digests";
       for (const HalKind kind : kAllHalKinds) {
-        const HalDigest& digest = digests.at(static_cast<std::size_t>(kind));
+        const HalDigest& digest = digests.of(kind);
         if (digest == HalDigest()) continue;
         event += ' ' + std::string(HalKindName(kind)) + ' ' + std::to_string(digest.count) + ' ' +
                  std::to_string(digest.sum);

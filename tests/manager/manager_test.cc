@@ -573,7 +573,7 @@ class ManagerAuditTest : public ManagerTest {
   // As if the HAL had lost a VLAN.
   HalDigests WithoutAVlan() const {
     HalDigests digests = hal_.Digests();
-    --digests[static_cast<std::size_t>(HalKind::kVlan)].count;
+    --digests.of(HalKind::kVlan).count;
     return digests;
   }
 };
@@ -585,6 +585,24 @@ TEST_F(ManagerAuditTest, FindsNoDifference) {
   EXPECT_EQ(manager_.audits_with_differences(), 0U);
   EXPECT_TRUE(manager_.settled());
   EXPECT_EQ(finished_, 0) << "nothing to report";
+}
+
+// Only digests of one hash function can be compared. The manager learns the server's from its
+// answer, and keeps to it until an answer uses another one.
+TEST_F(ManagerAuditTest, ComparesByTheHashFunctionOfTheAnswer) {
+  constexpr EntryHashFunction kOlder = EntryHashFunction::kFnv1a;
+  Audit(hal_.Digests(kOlder));
+  EXPECT_THAT(audited_, IsEmpty());
+  EXPECT_THAT(Sent(), ElementsAre("ask-for-digests"));
+  hal_.ReportDigests(hal_.Digests(kOlder));
+  Work();
+  EXPECT_THAT(audited_, ElementsAre(""));
+
+  HalDigests digests = hal_.Digests(kOlder);
+  ++digests.of(HalKind::kHost).sum;
+  Audit(digests);
+  EXPECT_THAT(audited_, ElementsAre("", "host 2 with other content; reinstalls"));
+  EXPECT_EQ(manager_.audits(), 2U);
 }
 
 TEST_F(ManagerAuditTest, FollowsTheSite) {
@@ -609,8 +627,8 @@ TEST_F(ManagerAuditTest, ADifferenceLeadsToAReinstallOnce) {
   Sent();
 
   HalDigests digests = WithoutAVlan();
-  ++digests[static_cast<std::size_t>(HalKind::kVlan)].count;
-  ++digests[static_cast<std::size_t>(HalKind::kHost)].sum;
+  ++digests.of(HalKind::kVlan).count;
+  ++digests.of(HalKind::kHost).sum;
   finished_ = 0;
   Audit(digests);
   EXPECT_EQ(audited_.back(), "host 2 with other content");

@@ -81,7 +81,7 @@ class RandomServer {
 
   void Run() {
     server_.AcceptAndGreet();
-    EXPECT_EQ(server_.hello().protocol_minor_version(), 3U);
+    EXPECT_EQ(server_.hello().protocol_minor_version(), 4U);
     while (!stop_) {
       if (server_.HasInput(milliseconds(waiting_.empty() ? 1 : 0))) {
         waiting_.push_back(server_.NextOfAny());

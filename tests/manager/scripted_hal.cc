@@ -72,12 +72,13 @@ void ScriptedHal::ReportRoom() {
   if (std::exchange(room_wanted_, false)) reports_.room();
 }
 
-HalDigests ScriptedHal::Digests() const {
-  HalDigests digests{};
+HalDigests ScriptedHal::Digests(EntryHashFunction function) const {
+  HalDigests digests;
+  digests.function = function;
   for (const auto& [key, payload] : held_) {
-    HalDigest& digest = digests.at(static_cast<std::size_t>(key.first));
+    HalDigest& digest = digests.of(key.first);
     ++digest.count;
-    digest.sum += EntryHash(key.second, payload);
+    digest.sum += EntryHash(key.second, payload, function);
   }
   return digests;
 }

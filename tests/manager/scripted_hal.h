@@ -45,7 +45,7 @@ class ScriptedHal : public HalConnection {
   void Report(HalOperation operation, std::uint32_t id, HalReturnCode code);
 
   /// The digests of what the answers so far have acknowledged.
-  HalDigests Digests() const;
+  HalDigests Digests(EntryHashFunction function = EntryHashFunction::kXxh3) const;
   void ReportDigests(const HalDigests& digests) { reports_.digests(digests); }
 
   /// Reports the state of an object.

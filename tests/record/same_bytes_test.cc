@@ -112,7 +112,8 @@ TEST(SameBytesTest, AHelloAndADigest) {
                                              "\x28\x80\x80\x04"
                                              "\x38\x01"));
   // Computed independently of this code, for id 10.
-  EXPECT_EQ(EntryHash(10, VlanBytes()), 0xDBEBADDDE8C87EBCU);
+  EXPECT_EQ(EntryHash(10, VlanBytes(), EntryHashFunction::kFnv1a), 0xDBEBADDDE8C87EBCU);
+  EXPECT_EQ(EntryHash(10, VlanBytes(), EntryHashFunction::kXxh3), 0x254FAE12F743C75CU);
 }
 
 TEST(SameBytesTest, ARequestAndItsResult) {

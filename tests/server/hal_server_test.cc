@@ -228,7 +228,48 @@ TEST(HalServer, EndOfReinstallRemovesWhatWasNotNamedAndReportsTheRest) {
   EXPECT_EQ(summary.kinds(0).kind(), "vrf");
   EXPECT_EQ(summary.kinds(0).digest(), 0U);
   EXPECT_EQ(summary.kinds(1).digest(),
-            EntryHash(1, VlanBytes(1)) + EntryHash(2, VlanBytes(2, 9000)));
+            EntryHash(1, VlanBytes(1), EntryHashFunction::kFnv1a) +
+                EntryHash(2, VlanBytes(2, 9000), EntryHashFunction::kFnv1a));
+}
+
+// More entries than it hashes in one step.
+TEST(HalServer, UsesTheHashFunctionThatTheClientKnows) {
+  constexpr std::uint32_t kEntries = 20'000;
+  TestServer server;
+  RawClient first(server.path());
+  first.Greet();
+  InstallVlans(&first, kEntries);
+  first.EndSending();
+  EXPECT_TRUE(first.Ended());
+
+  struct Client {
+    char minor_version;
+    EntryHashFunction function;
+  };
+  for (const auto& [minor_version, function] :
+       {Client{0, EntryHashFunction::kFnv1a}, Client{3, EntryHashFunction::kFnv1a},
+        Client{4, EntryHashFunction::kXxh3}, Client{5, EntryHashFunction::kXxh3},
+        Client{1, EntryHashFunction::kFnv1a}}) {
+    SCOPED_TRACE(static_cast<int>(minor_version));
+    std::uint64_t expected = 0;
+    for (std::uint32_t id = 1; id <= kEntries; ++id) {
+      expected += EntryHash(id, VlanBytes(id), function);
+    }
+    RawClient client(server.path());
+    client.Greet(HelloBytes(minor_version));
+    // What follows the end is carried out after the answer.
+    client.Send(FrameBytes(kEnd, 1) + FrameBytes(kDestroyVlan, 2, VlanBytes(1)) +
+                FrameBytes(kInstallVlan, 3, VlanBytes(1)));
+    const auto frames = client.ReceiveFrames(3);
+    ASSERT_THAT(frames, SizeIs(3));
+    ASSERT_EQ(frames[0].type, kInSync);
+    const auto summary = Parse<wire::TableSummary>(frames[0].payload);
+    EXPECT_EQ(summary.removed(), 0U);
+    EXPECT_EQ(Counts(summary.kinds()), "vlan " + std::to_string(kEntries));
+    EXPECT_EQ(summary.kinds(1).digest(), expected);
+    client.EndSending();
+    EXPECT_TRUE(client.Ended());
+  }
 }
 
 TEST(HalServer, AReinstallThatDoesNotEndRemovesNothing) {

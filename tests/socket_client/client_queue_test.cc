@@ -68,7 +68,7 @@ class ClientQueueTest : public testing::Test {
 };
 
 TEST_F(ClientQueueTest, TheHostWritesOnlyWhenNothingElseIsInFlight) {
-  connection_->ServerFound(kAnyPayload);
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
   EXPECT_EQ(InstallVlan(1).next, Next::kWriteNow);
   EXPECT_NE(InstallVlan(2).next, Next::kWriteNow);
   Write();
@@ -78,7 +78,7 @@ TEST_F(ClientQueueTest, TheHostWritesOnlyWhenNothingElseIsInFlight) {
 TEST_F(ClientQueueTest, TheServersLimitHoldsWhenItIsFound) {
   EXPECT_EQ(InstallVlan(1, 100).code, kHalSuccess);
   EXPECT_EQ(InstallVlan(2, 101).code, kHalSuccess);
-  connection_->ServerFound(100);
+  connection_->ServerFound(100, EntryHashFunction::kXxh3);
   EXPECT_THAT(Ended(), ElementsAre(kHalTooLarge));
   EXPECT_EQ(host_->counters().queued, 1U);
   EXPECT_EQ(InstallVlan(3, 100).code, kHalSuccess);
@@ -87,7 +87,7 @@ TEST_F(ClientQueueTest, TheServersLimitHoldsWhenItIsFound) {
 
 // VRF requests that wait for the next server count as well as those in flight.
 TEST_F(ClientQueueTest, VrfsTakeNoMoreThanTheQueuesBytes) {
-  connection_->ServerFound(kAnyPayload);
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
   EXPECT_EQ(InstallVrf(1, 400), kHalSuccess);
   Write();
   EXPECT_EQ(InstallVrf(2, 400), kHalSuccess);
@@ -99,7 +99,7 @@ TEST_F(ClientQueueTest, VrfsTakeNoMoreThanTheQueuesBytes) {
 }
 
 TEST_F(ClientQueueTest, AnAnswerDoesNotCountAsWrittenWhatIsStillBeingWritten) {
-  connection_->ServerFound(kAnyPayload);
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
   InstallVlan(1);
   Write();
   InstallVlan(2);

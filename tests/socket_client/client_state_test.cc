@@ -138,7 +138,7 @@ TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   for (const std::uint32_t id : {1U, 2U}) host.Submit(Outstanding(id).request);
   std::string frames;
   ASSERT_TRUE(connection.TakeFrames(&frames));
@@ -163,7 +163,7 @@ TEST(ClientQueueTest, CountsAcceptedAndRefusedRequests) {
   options.queue_entries = 1;
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
-  queue.connection()->ServerFound(kDefaultMaxPayload);
+  queue.connection()->ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   EXPECT_EQ(host.Submit(Outstanding(1).request).code, kHalSuccess);
   EXPECT_EQ(host.Submit(Outstanding(2).request).code, kHalQueueFull);
   EXPECT_EQ(host.counters().requests, 2U);
@@ -175,7 +175,7 @@ TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   const auto submit = [&](std::uint32_t id, std::size_t size) {
     const HalRequest request = {HalOperation::kInstallVrf, id, 0, std::string(size, 'v')};
     const HalReturnCode code = host.Submit(request).code;
@@ -199,7 +199,7 @@ TEST(ClientQueueTest, AnOverdueVrfEndsAndNeitherTakesRoomNorGoesToTheNextServer)
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   const ConnectionQueue::Clock::time_point begin = ConnectionQueue::Clock::now();
   const auto submit = [&](std::uint32_t id) {
     const HalReturnCode code =
@@ -237,7 +237,7 @@ TEST(ClientQueueTest, AReinstallIsOverdueWhenItsEndIsNotAnswered) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   const auto later = [&] { return ConnectionQueue::Clock::now() + options.deadline; };
   host.SubmitMark(FrameType::kBeginReinstall);
   EXPECT_FALSE(connection.TakeOverdueReinstall(later())) << "it has not ended";
@@ -257,7 +257,7 @@ TEST(ClientQueueTest, AWriteWakesAWaiterForRoom) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(60);
+  connection.ServerFound(60, EntryHashFunction::kXxh3);
   const auto submit = [&] {
     return host.Submit({HalOperation::kInstallVlan, 1, 0, std::string(50, 'v')});
   };
@@ -281,7 +281,7 @@ TEST(ClientQueueTest, EverythingOverdueExpiresTogether) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   for (const std::uint32_t id : {1U, 2U, 3U}) host.Submit(Outstanding(id).request);
   const auto after_submission = ConnectionQueue::Clock::now();
   EXPECT_EQ(connection.EndOverdue(after_submission + options.deadline), std::nullopt);
@@ -319,7 +319,7 @@ TEST(ClientQueueTest, ReportsRoomOnceHalfOfTheEntriesAreFree) {
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   for (std::uint32_t id = 1; id <= 4; ++id) host.Submit(Outstanding(id).request);
   std::string frames;
   ASSERT_TRUE(connection.TakeFrames(&frames));
@@ -334,11 +334,11 @@ TEST(ClientQueueTest, ReportsRoomOnceHalfOfTheEntriesAreFree) {
 TEST(ClientQueueTest, NothingOfALostServerGoesToTheNext) {
   ClientQueue queue{SocketHalOptions()};
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   queue.host()->Submit(Outstanding(1).request);
   connection.AddHeartbeat();
   connection.ServerLost();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   std::string frames;
   EXPECT_FALSE(connection.TakeFrames(&frames));
 }
@@ -347,7 +347,7 @@ TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
   ClientQueue queue{SocketHalOptions()};
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
-  connection.ServerFound(kDefaultMaxPayload);
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
   std::string frames;
   connection.AddHeartbeat();
   ASSERT_TRUE(connection.TakeFrames(&frames));

@@ -151,9 +151,11 @@ std::vector<FakeServer::Frame> FakeServer::FramesToEnd() {
   }
 }
 
-std::string HelloFrame(std::uint32_t version, std::uint32_t max_payload) {
+std::string HelloFrame(std::uint32_t version, std::uint32_t max_payload,
+                       std::uint32_t minor_version) {
   wire::Hello hello;
   hello.set_protocol_version(version);
+  hello.set_protocol_minor_version(minor_version);
   hello.set_program("fake-hal 1");
   hello.set_generation(7);
   hello.set_table_capacity(1000);

@@ -95,7 +95,8 @@ class FakeServer {
 
 /// A hello as a frame.
 std::string HelloFrame(std::uint32_t version = kProtocolVersion,
-                       std::uint32_t max_payload = kDefaultMaxPayload);
+                       std::uint32_t max_payload = kDefaultMaxPayload,
+                       std::uint32_t minor_version = kProtocolMinorVersion);
 
 /// The id in one of the tests' requests.
 std::uint32_t IdIn(const FakeServer::Frame& request);

@@ -104,7 +104,7 @@ class OneWriter : public SocketHalTest {
 TEST_F(OneWriter, IdentifiesItselfAsAWriterInItsHello) {
   StartConnected(Options());
   EXPECT_EQ(server_.hello().program(), "first 1.0");
-  EXPECT_EQ(server_.hello().protocol_minor_version(), 3U);
+  EXPECT_EQ(server_.hello().protocol_minor_version(), 4U);
   EXPECT_TRUE(server_.hello().writes());
   EXPECT_FALSE(server_.hello().take_over());
 }
@@ -899,8 +899,9 @@ TEST_F(SocketHalTest, RefusesAPathThatIsTooLong) {
 
 class ReinstallTest : public SocketHalTest {
  protected:
-  /// Reinstalls VLAN 1; the server then claims to hold `count` VLANs.
-  void Reinstall(std::uint64_t count) {
+  /// Reinstalls VLAN 1; the server then claims to hold `count` VLANs, with the digest that
+  /// `function` gives for this one.
+  void Reinstall(std::uint64_t count, EntryHashFunction function = EntryHashFunction::kXxh3) {
     hal_->BeginReinstall();
     InstallVlan(hal_.get(), 1);
     hal_->EndReinstall();
@@ -913,7 +914,7 @@ class ReinstallTest : public SocketHalTest {
     wire::KindSummary* const vlans = summary.add_kinds();
     vlans->set_kind("vlan");
     vlans->set_count(count);
-    vlans->set_digest(EntryHash(1, Vlan(1).SerializeAsString()));
+    vlans->set_digest(EntryHash(1, Vlan(1).SerializeAsString(), function));
     server_.SendFrame(FrameType::kInSync, end.sequence, summary.SerializeAsString());
   }
 };
@@ -925,6 +926,39 @@ TEST_F(ReinstallTest, ReportsWhenItIsInSync) {
               MatchesRegex("in sync after [0-9]+ ms: vrf 0, vlan 1, host 0, ecmp 0, mpls 0 "
                            "\\(3 removed\\)"));
   EXPECT_THAT(reported_.events(), ElementsAre("found", "InstallVlan 1: 0"));
+}
+
+TEST_F(ReinstallTest, UsesTheHashFunctionThatTheServerKnows) {
+  struct Server {
+    std::uint32_t minor_version;
+    EntryHashFunction function;
+  };
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  std::size_t events = 0;
+  for (const auto& [minor_version, function] :
+       {Server{0, EntryHashFunction::kFnv1a}, Server{3, EntryHashFunction::kFnv1a},
+        Server{4, EntryHashFunction::kXxh3}, Server{5, EntryHashFunction::kXxh3},
+        Server{1, EntryHashFunction::kFnv1a}}) {
+    SCOPED_TRACE(minor_version);
+    server_.Accept();
+    server_.Send(HelloFrame(kProtocolVersion, kDefaultMaxPayload, minor_version));
+    EXPECT_EQ(reported_.Await(++events).back(), "found");
+    Reinstall(1, function);
+    EXPECT_EQ(reported_.Await(events += 2).back(), "in sync");
+    server_.Close();
+    EXPECT_EQ(reported_.Await(++events).back(), "lost");
+  }
+}
+
+TEST_F(ReinstallTest, NoticesADigestByAnotherHashFunction) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  server_.Accept();
+  server_.Send(HelloFrame(kProtocolVersion, kDefaultMaxPayload, 3));
+  reported_.Await(1);
+  Reinstall(1, EntryHashFunction::kXxh3);
+  EXPECT_EQ(log_.AwaitStart("NOT in sync"), "NOT in sync: vlan 1 with other content; reinstalling");
 }
 
 // The end of a reinstall that has not begun: the server answers it with its digests.

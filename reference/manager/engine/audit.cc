@@ -13,8 +13,9 @@ void AcknowledgedDigests::WillChange(Object* entry) {
     return;
   }
   if (std::exchange(entry->in_digest, false)) {
-    --DigestOf(*entry).count;
-    DigestOf(*entry).sum -= entry->digest_hash;
+    HalDigest& digest = digests_.of(entry->key.kind);
+    --digest.count;
+    digest.sum -= entry->digest_hash;
   }
   changed_.push_back(entry->key);
 }
@@ -41,9 +42,10 @@ void AcknowledgedDigests::Read(Object* entry) {
   entry->in_digest = entry->wanted && entry->presence == Presence::kPresent;
   if (!entry->in_digest) return;
   const HalMessage message = TranslateForHal(entry->content);
-  entry->digest_hash = EntryHash(message.id, message.payload);
-  ++DigestOf(*entry).count;
-  DigestOf(*entry).sum += entry->digest_hash;
+  entry->digest_hash = EntryHash(message.id, message.payload, digests_.function);
+  HalDigest& digest = digests_.of(entry->key.kind);
+  ++digest.count;
+  digest.sum += entry->digest_hash;
 }
 
 bool ReinstallBackoff::Allow(Time now) {
@@ -60,8 +62,8 @@ void ReinstallBackoff::InOrder(Time now) {
 std::string DifferenceText(const HalDigests& here, const HalDigests& there) {
   std::string text;
   for (const HalKind kind : kAllHalKinds) {
-    const HalDigest& ours = here.at(static_cast<std::size_t>(kind));
-    const HalDigest& theirs = there.at(static_cast<std::size_t>(kind));
+    const HalDigest& ours = here.of(kind);
+    const HalDigest& theirs = there.of(kind);
     if (ours == theirs) continue;
     if (!text.empty()) text += "; ";
     text += std::string(HalKindName(kind)) + ' ' + std::to_string(ours.count);

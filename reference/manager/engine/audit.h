@@ -19,7 +19,13 @@ namespace reference {
 class AcknowledgedDigests {
  public:
   /// Any entry may have changed: start over.
-  void Invalidate() { *this = {}; }
+  void Invalidate() { StartWith(digests_.function); }
+
+  /// Starts over with another hash function.
+  void StartWith(EntryHashFunction function) {
+    *this = {};
+    digests_.function = function;
+  }
 
   /// A request for the entry is about to be sent, after which the HAL may hold something else.
   void WillChange(Object* entry);
@@ -35,11 +41,8 @@ class AcknowledgedDigests {
   static constexpr std::size_t kMaxChanged = std::size_t{1} << 16U;
 
   void Read(Object* entry);
-  HalDigest& DigestOf(const Object& entry) {
-    return digests_.at(static_cast<std::size_t>(entry.key.kind));
-  }
 
-  HalDigests digests_{};
+  HalDigests digests_;
   // Whether each entry has been read once; until then, the last one that was.
   bool all_read_ = false;
   std::optional<ObjectKey> last_read_;
@@ -67,7 +70,8 @@ class ReinstallBackoff {
   std::optional<Time> not_before_;
 };
 
-/// "vlan 8 here, 7 there; host 40 with other content"; empty if the digests are equal.
+/// "vlan 8 here, 7 there; host 40 with other content"; empty if the digests are equal. Both use the
+/// same hash function.
 std::string DifferenceText(const HalDigests& here, const HalDigests& there);
 
 }  // namespace reference

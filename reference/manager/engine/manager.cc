@@ -121,6 +121,10 @@ void Manager::AbandonAudit() { audit_step_ = AuditStep::kNone; }
 
 void Manager::Handle(const HalDigests& digests) {
   if (std::exchange(audit_step_, AuditStep::kNone) != AuditStep::kAsking || !MayAudit()) return;
+  if (digests.function != acknowledged_.digests().function) {
+    acknowledged_.StartWith(digests.function);
+    return Audit();
+  }
   ++audits_;
   const std::string differences = DifferenceText(acknowledged_.digests(), digests);
   const auto now = std::chrono::steady_clock::now();
