@@ -63,7 +63,8 @@ function(zuskux_group_sources)
   endif()
   set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   foreach(target IN LISTS ARGN)
-    # The warning mistakes each grouped source for a header.
-    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    # GCC's warning mistakes each grouped source for a header.
+    target_compile_options(${target}
+                           PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   endforeach()
 endfunction()
