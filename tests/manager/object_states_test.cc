@@ -259,7 +259,7 @@ class ObjectStatesTest : public testing::TestWithParam<std::uint32_t> {
       case ObjectState::kSent:
         return "installed";
       case ObjectState::kFailed:
-        return object.broken ? object.reason : "refused";
+        return object.broken ? std::string(object.reason()) : "refused";
       default:
         return std::string(StandingName(StandingOf(object)));
     }

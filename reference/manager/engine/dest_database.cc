@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -110,6 +111,7 @@ DestDatabase::Changes DestDatabase::Replace(SiteDifference difference) {
   Changes changes;
   ForgetRemoved();
   Site& changed = difference.changed;
+  changes.changed.reserve(CountObjects(changed));
   ReplaceEach(std::move(changed.vlans), &changes);
   ReplaceEach(std::move(changed.hosts), &changes);
   ReplaceEach(std::move(changed.ecmps), &changes);
@@ -161,10 +163,14 @@ void DestDatabase::ForgetRemoved() {
 // Frees the entries at its end: otherwise a large site would be in memory twice.
 template <typename SiteObject>
 void DestDatabase::ReplaceEach(std::vector<SiteObject> entries, Changes* changes) {
+  auto hint = objects_.end();
   for (SiteObject& entry : entries) {
     HaiObject content = MakeHaiObject(entry);
     const ObjectKey key{KindOf(content), entry.id};
-    const auto [found, created] = objects_.try_emplace(key);
+    const std::size_t before = objects_.size();
+    const auto found = objects_.try_emplace(hint, key);
+    const bool created = objects_.size() != before;
+    hint = std::next(found);
     Object& object = found->second;
     object.key = key;
     object.name = std::move(entry.name);
@@ -328,12 +334,12 @@ void DestDatabase::UpdateVrf(Object* vrf) {
     if ((own && state == ObjectState::kRemoved) || (!own && left_is_there)) {
       state = entry.state();
       code = entry.code;
-      reason = entry.reason;
+      reason = entry.reason();
       broken = entry.broken;
     }
   }
   vrf->code = code;
-  vrf->reason = std::move(reason);
+  vrf->set_reason(reason);
   vrf->broken = broken;
   SetStateOf(vrf, state);
 }

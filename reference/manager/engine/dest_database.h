@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -74,18 +76,22 @@ struct Object {
   ObjectKey key;
   std::string name;
   HaiObject content;
+
+  /// Whether the acknowledged digests contain it, and with which hash; see `AcknowledgedDigests`.
+  std::uint64_t digest_hash = 0;
+  bool in_digest = false;
+
   /// Whether the site has it; otherwise it must be removed.
   bool wanted = true;
-
   Presence presence = Presence::kAbsent;
-  /// The code of the last result or, if `broken`, of the state that the HAL has told since. The
-  /// HAL's reason for it may be empty.
-  HalReturnCode code = kHalSuccess;
-  std::string reason;
   /// The HAL has accepted it, but has told since that it does not forward for it.
   bool broken = false;
+  /// The code of the last result or, if `broken`, of the state that the HAL has told since.
+  HalReturnCode code = kHalSuccess;
   /// The request in flight, at most one.
   std::optional<HalAction> outstanding;
+  /// Its place in the queue of due requests; see `RequestQueue`.
+  std::optional<std::uint8_t> queued_rank;
   /// Whether another request must be sent, once the outstanding one has its result.
   bool due = false;
   /// Whether the next request belongs to a reinstall and must be an install, whatever the HAL
@@ -93,17 +99,23 @@ struct Object {
   bool reinstall = false;
   /// The number of consecutive requests that ended without a verdict on the object.
   std::uint8_t attempts = 0;
-  /// Its place in the queue of due requests; see `RequestQueue`.
-  std::optional<std::uint8_t> queued_rank;
-  /// Whether the acknowledged digests contain it, and with which hash; see `AcknowledgedDigests`.
-  bool in_digest = false;
-  std::uint64_t digest_hash = 0;
+
   ObjectState state() const { return state_; }
+
+  /// The HAL's reason for `code`; may be empty.
+  std::string_view reason() const {
+    return reason_ == nullptr ? std::string_view() : std::string_view(*reason_);
+  }
+  void set_reason(const std::string& reason) {
+    reason_ = reason.empty() ? nullptr : std::make_unique<const std::string>(reason);
+  }
 
  private:
   // Sets the state and keeps the counts of objects per state.
   friend class DestDatabase;
   ObjectState state_ = ObjectState::kPending;
+  // Few objects have one, so a pointer takes less memory than an empty string.
+  std::unique_ptr<const std::string> reason_;
 };
 
 Standing StandingOf(const Object& object);

@@ -165,12 +165,12 @@ void Manager::OnResult(const HalResult& result) { Put(result); }
 
 void Manager::OnReinstall(HalKind kind) { Put(ReinstallNotice{kind}); }
 
-void Manager::Put(const Notification& notification) {
+void Manager::Put(Notification notification) {
   bool first = false;
   {
     const MutexLock lock(&inbox_mutex_);
     first = inbox_.empty();
-    inbox_.push_back(notification);
+    inbox_.push_back(std::move(notification));
     inbox_peak_ = std::max(inbox_peak_, inbox_.size());
   }
   if (first) boost::asio::post(*io_, [this] { Work(); });
@@ -255,7 +255,7 @@ void Manager::Handle(const HalObjectState& state) {
   if (in_order ? !object->broken : !object->broken && !confirmed) return;
   object->broken = !in_order;
   object->code = state.code;
-  object->reason = state.reason;
+  object->set_reason(state.reason);
   database_.SetState(object, in_order ? EndState(*object) : ObjectState::kFailed);
   busy_ = true;
 }
@@ -386,7 +386,7 @@ void Manager::EndRequest(Object* object, HalAction action, bool success, HalRetu
   const bool done = success || (action == HalAction::kDestroy && code == kHalNotFound);
   if (!done && IsHalCode(code)) ++refused_;
   object->code = done ? kHalSuccess : code;
-  object->reason = done ? std::string() : reason;
+  object->set_reason(done ? std::string() : reason);
   SetOutstanding(object, std::nullopt);
   if (done) {
     Succeeded(object, action);

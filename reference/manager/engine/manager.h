@@ -169,7 +169,7 @@ class Manager : private NotificationSink {
   // On the HAL's thread.
   void OnResult(const HalResult& result) override;
   void OnReinstall(HalKind kind) override;
-  void Put(const Notification& notification);
+  void Put(Notification notification);
 
   // On the manager's thread.
   void Wake();

@@ -1,7 +1,6 @@
 #include "reference/manager/engine/request_queue.h"
 
 #include <algorithm>
-#include <functional>
 
 namespace reference {
 namespace {
@@ -27,32 +26,42 @@ void RequestQueue::Add(Object* object) {
   Remove(object);
   object->queued_rank = rank;
   ++size_;
+  const std::uint32_t id = object->key.id;
   Line& line = lines_.at(rank);
-  if (line.withdrawn.erase(object->key.id) != 0) return;
-  line.ids.push_back(object->key.id);
-  std::push_heap(line.ids.begin(), line.ids.end(), std::greater<>());
+  if (line.withdrawn.erase(id) != 0) return;
+  if (line.in_order.empty() || line.in_order.back() < id) {
+    line.in_order.push_back(id);
+  } else {
+    line.others.insert(id);
+  }
 }
 
 void RequestQueue::Remove(Object* object) {
   if (!object->queued_rank) return;
+  const std::uint32_t id = object->key.id;
   Line& line = lines_.at(*object->queued_rank);
   object->queued_rank.reset();
   --size_;
-  if (object->key.id != line.ids.front()) {
-    line.withdrawn.insert(object->key.id);
+  if (line.others.erase(id) != 0) return;
+  if (line.in_order.front() != id) {
+    line.withdrawn.insert(id);
     return;
   }
   do {
-    std::pop_heap(line.ids.begin(), line.ids.end(), std::greater<>());
-    line.ids.pop_back();
-  } while (!line.ids.empty() && line.withdrawn.erase(line.ids.front()) != 0);
-  if (line.ids.empty()) line.ids.shrink_to_fit();
+    line.in_order.pop_front();
+  } while (!line.in_order.empty() && line.withdrawn.erase(line.in_order.front()) != 0);
 }
 
 ObjectKey RequestQueue::front() const {
   std::size_t rank = 0;
-  while (lines_.at(rank).ids.empty()) ++rank;
-  return {KindOfRank(rank), lines_.at(rank).ids.front()};
+  while (lines_.at(rank).empty()) ++rank;
+  return {KindOfRank(rank), lines_.at(rank).front()};
+}
+
+std::uint32_t RequestQueue::Line::front() const {
+  if (in_order.empty()) return *others.begin();
+  if (others.empty()) return in_order.front();
+  return std::min(in_order.front(), *others.begin());
 }
 
 }  // namespace reference

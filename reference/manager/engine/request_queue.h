@@ -4,8 +4,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <set>
-#include <vector>
 
 #include "reference/manager/engine/dest_database.h"
 
@@ -28,12 +28,17 @@ class RequestQueue {
   ObjectKey front() const;
 
  private:
-  /// The objects of a rank: 4 bytes for each.
+  /// The objects of a rank. Most arrive in the order of ids, and then take 4 bytes each.
   struct Line {
-    // A heap with the least id in front, which is never withdrawn.
-    std::vector<std::uint32_t> ids;
-    // Those in the heap that are no longer queued.
+    bool empty() const { return in_order.empty() && others.empty(); }
+    std::uint32_t front() const;
+
+    // In ascending order. The first one is never withdrawn.
+    std::deque<std::uint32_t> in_order;
+    // Those of them that are no longer queued.
     std::set<std::uint32_t> withdrawn;
+    // Those that came after one with a greater id.
+    std::set<std::uint32_t> others;
   };
 
   // By rank: the layers' installs, then the removals.

@@ -88,7 +88,7 @@ std::string ReasonOf(const Object& object) {
     case Standing::kInactive:
       return "no active neighbor: dropping";
     case Standing::kFailed:
-      return OutcomeText(object.code, object.reason);
+      return OutcomeText(object.code, object.reason());
     default:
       return {};
   }
