@@ -20,8 +20,8 @@ class CapturingHal : public reference::HalConnection {
   std::vector<reference::HalRequest> requests;
 
  protected:
-  reference::HalReturnCode Submit(reference::HalRequest request) override {
-    requests.push_back(std::move(request));
+  reference::HalReturnCode Submit(reference::HalRequest* request) override {
+    requests.push_back(std::move(*request));
     return reference::kHalSuccess;
   }
   void SubmitBeginReinstall() override {}

@@ -22,14 +22,14 @@ void EmbeddedHal::Start(HalReports reports) {
   thread_ = std::thread(&EmbeddedHal::Run, this);
 }
 
-HalReturnCode EmbeddedHal::Submit(HalRequest request) {
+HalReturnCode EmbeddedHal::Submit(HalRequest* request) {
   const MutexLock lock(&mutex_);
   ++counters_.requests;
   if (queue_.size() >= options_.queue_capacity) {
-    End(request, kHalQueueFull);
+    End(*request, kHalQueueFull);
     return kHalQueueFull;
   }
-  Push({std::move(request)});
+  Push({std::move(*request)});
   return kHalSuccess;
 }
 

@@ -79,7 +79,7 @@ class EmbeddedHal : public HalConnection {
     bool room = false;
   };
 
-  HalReturnCode Submit(HalRequest request) override;
+  HalReturnCode Submit(HalRequest* request) override;
   void SubmitBeginReinstall() override { PushMark(&HalTables::BeginReinstall); }
   void SubmitEndReinstall() override { PushMark(&HalTables::EndReinstall); }
 

@@ -145,8 +145,9 @@ class HalConnection : public HalClientBase {
 
  protected:
   /// Accepts or refuses the request: returns success, or the code that its result will carry.
-  /// Either way the result is reported later, never inside this call.
-  virtual HalReturnCode Submit(HalRequest request) = 0;
+  /// Either way the result is reported later, never inside this call. May move the request's
+  /// payload; if not, the next request of this thread uses its memory again.
+  virtual HalReturnCode Submit(HalRequest* request) = 0;
   virtual void SubmitBeginReinstall() = 0;
   virtual void SubmitEndReinstall() = 0;
 

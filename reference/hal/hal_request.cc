@@ -1,5 +1,8 @@
 #include "reference/hal/hal_request.h"
 
+#include <typeinfo>
+#include <utility>
+
 #include "app_framework/app_message.h"
 #include "reference/hal/hal_connection.h"
 
@@ -9,16 +12,20 @@ HalRequest WithoutPayload(const HalRequest& request) {
   return {request.operation, request.id, request.secondary_id, {}, request.number};
 }
 
-HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper) {
-  HalRequest request;
-  request.operation = operation;
-  VisitKind(KindOf(operation), [&](auto row) {
+HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper,
+                       std::string payload_memory) {
+  payload_memory.clear();
+  HalRequest request = {operation, 0, 0, std::move(payload_memory)};
+  const google::protobuf::Message* const carried = wrapper.message();
+  if (carried == nullptr) return request;
+  VisitKind(KindOf(operation), [&request, carried](auto row) {
     using Message = typename decltype(row)::Message;
-    const auto* const message = dynamic_cast<const Message*>(wrapper.message());
-    if (message == nullptr) return;
-    request.id = row.Id(*message).value_or(0);
-    request.secondary_id = row.SecondaryId(*message);
-    request.payload = message->SerializeAsString();
+    // Nothing derives from a message's class.
+    if (typeid(*carried) != typeid(Message)) return;
+    const auto& message = static_cast<const Message&>(*carried);
+    request.id = row.Id(message).value_or(0);
+    request.secondary_id = row.SecondaryId(message);
+    message.SerializeToString(&request.payload);
   });
   return request;
 }

@@ -665,6 +665,6 @@ SocketHalStatistics SocketHal::statistics() const { return client_->queue()->sta
 
 FoundServer SocketHal::server() const { return client_->server(); }
 
-HalReturnCode SocketHal::Submit(HalRequest request) { return client_->Submit(request); }
+HalReturnCode SocketHal::Submit(HalRequest* request) { return client_->Submit(*request); }
 
 }  // namespace reference

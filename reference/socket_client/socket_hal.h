@@ -111,7 +111,7 @@ class SocketHal : public HalConnection {
   SocketHalStatistics statistics() const;
 
  protected:
-  HalReturnCode Submit(HalRequest request) override;
+  HalReturnCode Submit(HalRequest* request) override;
   void SubmitBeginReinstall() override;
   void SubmitEndReinstall() override;
 

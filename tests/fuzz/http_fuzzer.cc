@@ -32,7 +32,7 @@ class AbsentHal : public HalConnection {
   HalLatencies latencies() const override { return {}; }
 
  protected:
-  HalReturnCode Submit(HalRequest /*request*/) override { return kHalNoServer; }
+  HalReturnCode Submit(HalRequest* /*request*/) override { return kHalNoServer; }
   void SubmitBeginReinstall() override {}
   void SubmitEndReinstall() override {}
 };

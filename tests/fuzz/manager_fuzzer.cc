@@ -107,19 +107,19 @@ class SteppedHal : public HalConnection {
  protected:
   void SubmitBeginReinstall() override { Mark(&HalTables::BeginReinstall); }
   void SubmitEndReinstall() override { Mark(&HalTables::EndReinstall); }
-  HalReturnCode Submit(HalRequest request) override {
-    if (HasResult(request.operation)) ++requests_;
-    const bool first = under_way_.insert({KindOf(request.operation), request.id}).second;
+  HalReturnCode Submit(HalRequest* request) override {
+    if (HasResult(request->operation)) ++requests_;
+    const bool first = under_way_.insert({KindOf(request->operation), request->id}).second;
     Check(first, "two requests in flight for one object");
     if (!found_) {
-      End(std::move(request), kHalNoServer);
+      End(std::move(*request), kHalNoServer);
       return kHalNoServer;
     }
     if (queue_.size() >= room_) {
-      End(std::move(request), kHalQueueFull);
+      End(std::move(*request), kHalQueueFull);
       return kHalQueueFull;
     }
-    queue_.push_back({std::move(request), nullptr});
+    queue_.push_back({std::move(*request), nullptr});
     return kHalSuccess;
   }
 

@@ -74,9 +74,9 @@ class LastRequest : public reference::HalConnection {
  protected:
   void SubmitBeginReinstall() override {}
   void SubmitEndReinstall() override {}
-  reference::HalReturnCode Submit(reference::HalRequest request) override {
+  reference::HalReturnCode Submit(reference::HalRequest* request) override {
     Check(!request_, "more than one request");
-    request_ = std::move(request);
+    request_ = std::move(*request);
     return reference::kHalSuccess;
   }
 

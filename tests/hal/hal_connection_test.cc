@@ -55,7 +55,7 @@ class ObservedConnection : public HalConnection {
   HalLatencies latencies() const override { return {}; }
 
  protected:
-  HalReturnCode Submit(HalRequest /*request*/) override {
+  HalReturnCode Submit(HalRequest* /*request*/) override {
     observed_->events.emplace_back("submitted request");
     return kHalSuccess;
   }
@@ -81,16 +81,20 @@ class SubmittedRequests : public HalConnection {
   const std::vector<std::pair<HalOperation, std::uint32_t>>& submitted() const {
     return submitted_;
   }
+  /// Where the last request's payload was.
+  const void* payload_memory() const { return payload_memory_; }
 
  protected:
-  HalReturnCode Submit(HalRequest request) override {
-    EXPECT_FALSE(request.payload.empty());
-    submitted_.emplace_back(request.operation, request.id);
+  HalReturnCode Submit(HalRequest* request) override {
+    EXPECT_FALSE(request->payload.empty());
+    submitted_.emplace_back(request->operation, request->id);
+    payload_memory_ = request->payload.data();
     return kRefusal;
   }
 
  private:
   std::vector<std::pair<HalOperation, std::uint32_t>> submitted_;
+  const void* payload_memory_ = nullptr;
 };
 
 TEST(HalConnectionTest, SubmitsEachRequestAndPassesTheAnswerOn) {
@@ -129,6 +133,18 @@ TEST(HalConnectionTest, SubmitsEachRequestAndPassesTheAnswerOn) {
           std::pair(HalOperation::kInstallEcmp, 4), std::pair(HalOperation::kDestroyEcmp, 4),
           std::pair(HalOperation::kInstallMpls, 5), std::pair(HalOperation::kDestroyMpls, 5),
           std::pair(HalOperation::kReplaceMpls, 5)));
+}
+
+TEST(HalConnectionTest, ARequestUsesTheMemoryOfTheOneBefore) {
+  EcmpEncapsulationMessage large;
+  *large.encap() = Ecmp(1, std::vector<std::uint32_t>(100, 7));
+  EcmpEncapsulationMessage smaller;
+  *smaller.encap() = Ecmp(2, std::vector<std::uint32_t>(50, 7));
+  SubmittedRequests connection;
+  connection.InstallEcmpEncap(&large);
+  const void* const memory = connection.payload_memory();
+  connection.InstallEcmpEncap(&smaller);
+  EXPECT_EQ(connection.payload_memory(), memory);
 }
 
 // The observer may see the HAL's answer as soon as the request has been submitted.

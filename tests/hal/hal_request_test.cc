@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/hal/messages.h"
@@ -174,6 +175,20 @@ TEST(MakeRequestTest, CopiesNothingFromAWrapperWithoutAMessage) {
   const VlanEncapsulationMessage message;
   ExpectRequest(MakeRequest(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
                 "");
+}
+
+TEST(MakeRequestTest, PutsThePayloadIntoTheGivenMemory) {
+  const VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(Vlan(7)));
+  std::string memory(100, 'x');
+  const char* const place = memory.data();
+  const HalRequest request = MakeRequest(HalOperation::kInstallVlan, message, std::move(memory));
+  EXPECT_EQ(request.payload, Vlan(7).SerializeAsString());
+  EXPECT_EQ(request.payload.data(), place);
+}
+
+TEST(MakeRequestTest, KeepsNothingOfWhatWasInTheMemory) {
+  const VlanEncapsulationMessage message;
+  EXPECT_EQ(MakeRequest(HalOperation::kInstallVlan, message, "older").payload, "");
 }
 
 TEST(MakeRequestTest, CopiesNothingFromAnotherKind) {

@@ -85,15 +85,15 @@ HalDigests ScriptedHal::Digests(EntryHashFunction function) const {
 
 std::vector<std::string> ScriptedHal::TakeLog() { return std::exchange(log_, {}); }
 
-HalReturnCode ScriptedHal::Submit(HalRequest request) {
-  EXPECT_TRUE(std::exchange(room_asked_, false)) << Describe(request) << ": sent without HasRoom";
+HalReturnCode ScriptedHal::Submit(HalRequest* request) {
+  EXPECT_TRUE(std::exchange(room_asked_, false)) << Describe(*request) << ": sent without HasRoom";
   for (const HalRequest& other : outstanding_) {
-    EXPECT_FALSE(KindOf(other.operation) == KindOf(request.operation) && other.id == request.id)
-        << Describe(request) << " while " << Describe(other) << " is outstanding";
+    EXPECT_FALSE(KindOf(other.operation) == KindOf(request->operation) && other.id == request->id)
+        << Describe(*request) << " while " << Describe(other) << " is outstanding";
   }
-  log_.push_back(Describe(request));
-  last_payload_ = request.payload;
-  outstanding_.push_back(std::move(request));
+  log_.push_back(Describe(*request));
+  last_payload_ = request->payload;
+  outstanding_.push_back(std::move(*request));
   return kHalSuccess;
 }
 

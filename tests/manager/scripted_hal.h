@@ -67,7 +67,7 @@ class ScriptedHal : public HalConnection {
   const std::string& last_payload() const { return last_payload_; }
 
  protected:
-  HalReturnCode Submit(HalRequest request) override;
+  HalReturnCode Submit(HalRequest* request) override;
   void SubmitBeginReinstall() override;
   void SubmitEndReinstall() override;
 

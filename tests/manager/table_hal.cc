@@ -47,9 +47,9 @@ std::size_t TableHal::CarryOut(std::size_t count) {
   return done;
 }
 
-HalReturnCode TableHal::Submit(HalRequest request) {
+HalReturnCode TableHal::Submit(HalRequest* request) {
   EXPECT_TRUE(found_) << "sent without a server";
-  queue_.push_back({std::move(request)});
+  queue_.push_back({std::move(*request)});
   return kHalSuccess;
 }
 

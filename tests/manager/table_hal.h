@@ -37,7 +37,7 @@ class TableHal : public HalConnection {
   const HalTables& tables() const { return tables_; }
 
  protected:
-  HalReturnCode Submit(HalRequest request) override;
+  HalReturnCode Submit(HalRequest* request) override;
   void SubmitBeginReinstall() override { queue_.push_back({{}, &HalTables::BeginReinstall}); }
   void SubmitEndReinstall() override { queue_.push_back({{}, &HalTables::EndReinstall}); }
 

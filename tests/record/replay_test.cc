@@ -198,7 +198,7 @@ class SilentHal : public HalConnection {
   HalLatencies latencies() const override { return {}; }
 
  protected:
-  HalReturnCode Submit(HalRequest /*request*/) override { return kHalSuccess; }
+  HalReturnCode Submit(HalRequest* /*request*/) override { return kHalSuccess; }
 
  private:
   bool found_;
