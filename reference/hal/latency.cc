@@ -6,8 +6,38 @@
 namespace reference {
 namespace {
 
-unsigned BitWidth(std::uint64_t value) {
+constexpr unsigned BitWidth(std::uint64_t value) {
   return value == 0 ? 0U : 64U - static_cast<unsigned>(__builtin_clzll(value));
+}
+
+constexpr std::uint64_t BoundAt(std::size_t place) {
+  return static_cast<std::uint64_t>(kLatencyBounds[place].count());
+}
+
+constexpr bool BoundsHaveDifferentWidths() {
+  for (std::size_t place = 1; place < kLatencyBounds.size(); ++place) {
+    if (BitWidth(BoundAt(place)) <= BitWidth(BoundAt(place - 1))) return false;
+  }
+  return true;
+}
+static_assert(BoundsHaveDifferentWidths(), "the bounds are too close for `PlaceOfBound`");
+
+// For each bit width, the place of the first bound of that width or a larger one.
+constexpr std::array<std::uint8_t, 65> kPlaceOfWidth = [] {
+  std::array<std::uint8_t, 65> places{};
+  for (unsigned width = 0; width < places.size(); ++width) {
+    std::size_t place = 0;
+    while (place < kLatencyBounds.size() && BitWidth(BoundAt(place)) < width) ++place;
+    places[width] = static_cast<std::uint8_t>(place);
+  }
+  return places;
+}();
+
+// The place of the first bound that is at least `value`. A binary search takes several times as
+// long.
+std::size_t PlaceOfBound(std::uint64_t value) {
+  const std::size_t place = kPlaceOfWidth[BitWidth(value)];
+  return place < kLatencyBounds.size() && BoundAt(place) < value ? place + 1 : place;
 }
 
 }  // namespace
@@ -35,10 +65,8 @@ void LatencyHistogram::Add(std::chrono::nanoseconds latency) {
   ++count_;
   max_ = std::max(max_, value);
   sum_ += value;
-  const auto* const bound = std::lower_bound(kLatencyBounds.begin(), kLatencyBounds.end(),
-                                             std::chrono::nanoseconds(value));
-  if (bound == kLatencyBounds.end()) return;
-  ++within_.at(static_cast<std::size_t>(bound - kLatencyBounds.begin()));
+  const std::size_t place = PlaceOfBound(value);
+  if (place < within_.size()) ++within_[place];
 }
 
 std::chrono::nanoseconds LatencyHistogram::Percentile(unsigned percent) const {
