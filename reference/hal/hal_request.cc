@@ -14,18 +14,18 @@ HalRequest WithoutPayload(const HalRequest& request) {
 
 HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper,
                        std::string payload_memory) {
-  payload_memory.clear();
   HalRequest request = {operation, 0, 0, std::move(payload_memory)};
-  const google::protobuf::Message* const carried = wrapper.message();
-  if (carried == nullptr) return request;
-  VisitKind(KindOf(operation), [&request, carried](auto row) {
+  VisitKind(KindOf(operation), [&request, carried = wrapper.message()](auto row) {
     using Message = typename decltype(row)::Message;
     // Nothing derives from a message's class.
-    if (typeid(*carried) != typeid(Message)) return;
+    if (carried == nullptr || typeid(*carried) != typeid(Message)) return request.payload.clear();
     const auto& message = static_cast<const Message&>(*carried);
     request.id = row.Id(message).value_or(0);
     request.secondary_id = row.SecondaryId(message);
-    message.SerializeToString(&request.payload);
+    // Unlike the message's own functions for strings, this clears nothing that it then overwrites.
+    request.payload.resize(message.ByteSizeLong());
+    message.SerializeWithCachedSizesToArray(
+        reinterpret_cast<std::uint8_t*>(request.payload.data()));
   });
   return request;
 }
