@@ -8,9 +8,7 @@
 namespace reference {
 namespace {
 
-using Hashes = std::unordered_map<std::uint32_t, std::uint64_t>;
-
-HalDigest DigestOf(const Hashes& hashes) {
+HalDigest DigestOf(const EntryHashes& hashes) {
   HalDigest digest{hashes.size(), 0};
   for (const auto& [id, hash] : hashes) digest.sum += hash;
   return digest;
@@ -38,7 +36,7 @@ void ReinstallCheck::Acknowledge(std::uint32_t reinstall, const HalRequest& requ
   if (reinstall < reinstall_) return;
   if (reinstall > reinstall_) Clear();
   reinstall_ = reinstall;
-  Hashes& hashes = hashes_.at(static_cast<std::size_t>(KindOf(request.operation)));
+  EntryHashes& hashes = hashes_.at(static_cast<std::size_t>(KindOf(request.operation)));
   if (ActionOf(request.operation) == HalAction::kDestroy) {
     hashes.erase(request.id);
   } else {

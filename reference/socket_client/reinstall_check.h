@@ -1,17 +1,22 @@
 #ifndef ZUSKUX_REFERENCE_SOCKET_CLIENT_REINSTALL_CHECK_H_
 #define ZUSKUX_REFERENCE_SOCKET_CLIENT_REINSTALL_CHECK_H_
 
+#include <tsl/robin_map.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 #include "reference/hal/hal_request.h"
 #include "reference/hal/hal_tables.h"
+#include "reference/support/id_hash.h"
 #include "wire.pb.h"
 
 namespace reference {
+
+/// The hashes of entries, by id.
+using EntryHashes = tsl::robin_map<std::uint32_t, std::uint64_t, IdHash>;
 
 /// What a server acknowledged within a reinstall, and the VRFs sent to it, for comparison with the
 /// summary of its tables at the end. Holds a hash per entry from the first acknowledgement to the
@@ -33,7 +38,7 @@ class ReinstallCheck {
  private:
   std::uint32_t reinstall_ = 0;
   // For each kind, the hashes by id.
-  std::array<std::unordered_map<std::uint32_t, std::uint64_t>, kHalKinds> hashes_;
+  std::array<EntryHashes, kHalKinds> hashes_;
 };
 
 /// The digests of a summary that uses `function`.
