@@ -1,6 +1,7 @@
 #include "reference/socket_client/client_queue.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "reference/hal/hal_tables.h"
@@ -25,7 +26,7 @@ HostQueue::Submission ClientQueue::Submit(const HalRequest& request) {
     End(request, *refusal);
     return {*refusal, WakeFor(HasWork()) ? Next::kWakeConnection : Next::kNothing};
   }
-  const bool alone = outstanding_.size() == 0 && frames_.empty() && !writing_;
+  const bool alone = outstanding_.size() == 0 && undelivered_ == 0 && frames_.empty() && !writing_;
   Accept(request);
   if (alone && server_ == Server::kFound) return {kHalSuccess, Next::kWriteNow};
   return {kHalSuccess, WakeFor(HasWork()) ? Next::kWakeConnection : Next::kNothing};
@@ -37,9 +38,8 @@ std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) con
   if (request.payload.size() > MaxPayload()) return kHalTooLarge;
   const bool supersedes = server_ == Server::kNone && kept_vrfs_.Contains(request.id);
   if (!supersedes && !Fits(request.payload.size())) return kHalQueueFull;
-  if (is_vrf && outstanding_vrf_bytes_ + kept_vrfs_.bytes() + request.payload.size() > max_bytes_) {
-    return kHalQueueFull;
-  }
+  const std::size_t vrf_bytes = outstanding_.payload_bytes() + kept_vrfs_.bytes();
+  if (is_vrf && vrf_bytes + request.payload.size() > max_bytes_) return kHalQueueFull;
   return std::nullopt;
 }
 
@@ -59,7 +59,8 @@ std::size_t ClientQueue::MaxPayload() const {
 bool ClientQueue::RoomNow() const {
   const std::size_t largest = std::min(MaxPayload(), server_max_payload_);
   return ended_.size() < max_entries_ && Fits(largest) &&
-         outstanding_vrf_bytes_ + kept_vrfs_.bytes() + largest <= std::max(max_bytes_, largest);
+         outstanding_.payload_bytes() + kept_vrfs_.bytes() + largest <=
+             std::max(max_bytes_, largest);
 }
 
 void ClientQueue::Accept(const HalRequest& request) {
@@ -81,19 +82,13 @@ void ClientQueue::Accept(const HalRequest& request) {
 }
 
 void ClientQueue::Send(const HalRequest& request) {
-  OutstandingRequest outstanding;
-  outstanding.submitted = Clock::now();
-  outstanding.reinstall = open_reinstall_.number;
-  if (outstanding.reinstall != 0) {
-    outstanding.hash = EntryHash(request.id, request.payload, hash_function_);
+  const auto [outstanding, sequence] =
+      outstanding_.Add(request, !HasResult(request.operation), Clock::now());
+  outstanding->reinstall = open_reinstall_.number;
+  if (outstanding->reinstall != 0) {
+    outstanding->hash = EntryHash(request.id, request.payload, hash_function_);
   }
-  outstanding.request = WithoutPayload(request);
   deadlines_to_watch_ = !deadlines_watched_;
-  if (!HasResult(request.operation)) {
-    outstanding_vrf_bytes_ += request.payload.size();
-    outstanding.request.payload = request.payload;
-  }
-  const std::uint32_t sequence = outstanding_.Add(std::move(outstanding));
   Append(static_cast<FrameType>(request.operation), sequence, request.payload);
 }
 
@@ -162,8 +157,8 @@ bool ClientQueue::HasWork() const {
 }
 
 bool ClientQueue::WakeFor(bool work) {
-  if (!work || wake_pending_) return false;
-  wake_pending_ = true;
+  if (!work || awake_ || wake_posted_) return false;
+  wake_posted_ = true;
   ++wake_ups_;
   return true;
 }
@@ -176,12 +171,18 @@ bool ClientQueue::RequestWake() {
 
 void ClientQueue::SuppressWakeUps() {
   const MutexLock lock(&mutex_);
-  wake_pending_ = true;
+  awake_ = true;
 }
 
 bool ClientQueue::AllowWakeUps() {
   const MutexLock lock(&mutex_);
-  wake_pending_ = false;
+  awake_ = false;
+  return deadlines_to_watch_;
+}
+
+bool ClientQueue::TakeWakeUp() {
+  const MutexLock lock(&mutex_);
+  wake_posted_ = false;
   return deadlines_to_watch_;
 }
 
@@ -226,7 +227,6 @@ void ClientQueue::ServerLost() {
   }
   server_ = Server::kNone;
   early_bytes_ = 0;
-  outstanding_vrf_bytes_ = 0;
   frames_.clear();
   frames_counted_ = writing_counted_ = writing_bytes_ = 0;
   writing_ = false;
@@ -268,28 +268,36 @@ void ClientQueue::AddHeartbeat() {
   AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
 }
 
-std::optional<OutstandingRequest> ClientQueue::TakeAnswered(std::uint32_t sequence,
-                                                            Clock::time_point now,
-                                                            std::chrono::nanoseconds hal_time) {
+void ClientQueue::TakeAnswered(const std::vector<Answer>& answers, Clock::time_point now,
+                               std::vector<Answered>* answered) {
+  answered->clear();
   const MutexLock lock(&mutex_);
-  std::optional<OutstandingRequest> answered = outstanding_.Take(sequence);
-  if (!answered) {
-    ++counters_.late_results;
-    return std::nullopt;
+  for (const auto& [sequence, result] : answers) {
+    const OutstandingRequest* const request = outstanding_.Take(sequence);
+    if (request == nullptr) {
+      ++counters_.late_results;
+      continue;
+    }
+    CountAnswer(*request, now, result.hal_time);
+    answered->push_back({*request, &result});
+    if (!answered->back().valid()) break;
   }
+  undelivered_ = answered->size();
+}
+
+void ClientQueue::CountAnswer(const OutstandingRequest& answered, Clock::time_point now,
+                              std::chrono::nanoseconds hal_time) {
   // The answer may arrive before the write that carried the request completes. The request has left
   // the queue all the same.
-  if (!answered->written && writing_counted_ > 0) {
+  if (!answered.written && writing_counted_ > 0) {
     --writing_counted_;
     --counters_.queued;
   }
-  const auto written = answered->written.value_or(now);
-  queue_latency_.Add(written - answered->submitted);
+  const auto written = answered.written.value_or(now);
+  queue_latency_.Add(written - answered.submitted);
   wire_latency_.Add(now - written - hal_time);
   hal_latency_.Add(hal_time);
-  outstanding_vrf_bytes_ -= answered->request.payload.size();
-  if (answered->expired) ++counters_.late_results;
-  return answered;
+  if (answered.expired) ++counters_.late_results;
 }
 
 std::optional<ConnectionQueue::Clock::time_point> ClientQueue::EndOverdue(Clock::time_point now) {
@@ -299,9 +307,7 @@ std::optional<ConnectionQueue::Clock::time_point> ClientQueue::EndOverdue(Clock:
     const Clock::time_point due = oldest->submitted + deadline_;
     deadlines_watched_ = due > now;
     if (deadlines_watched_) return due;
-    const HalRequest request = outstanding_.ExpireOldest();
-    outstanding_vrf_bytes_ -= request.payload.size();
-    End(request, kHalDeadline);
+    End(outstanding_.ExpireOldest(), kHalDeadline);
   }
   deadlines_watched_ = false;
   return std::nullopt;
@@ -334,14 +340,18 @@ HalConnectionCounters ClientQueue::counters() const {
   HalConnectionCounters counters = counters_;
   counters.results = results_.load(std::memory_order_relaxed);
   counters.connected = server_ == Server::kFound;
-  counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + ended_.size() +
-                        (ended_reinstall_ ? 1 : 0);
+  counters.unfinished = early_.size() + kept_vrfs_.size() + outstanding_.size() + undelivered_ +
+                        ended_.size() + (ended_reinstall_ ? 1 : 0);
   return counters;
 }
 
 HalLatencies ClientQueue::latencies() const {
-  const MutexLock lock(&mutex_);
-  return {queue_latency_.Summary(), wire_latency_.Summary(), hal_latency_.Summary()};
+  // Summaries take much longer than copies, and requests and results would wait for the lock.
+  const auto [queue, wire, hal] = [this] {
+    const MutexLock lock(&mutex_);
+    return std::tuple(queue_latency_, wire_latency_, hal_latency_);
+  }();
+  return {queue.Summary(), wire.Summary(), hal.Summary()};
 }
 
 SocketHalStatistics ClientQueue::statistics() const {

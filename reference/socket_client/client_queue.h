@@ -49,9 +49,11 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   void ServerLost() override;
   void SuppressWakeUps() override;
   bool AllowWakeUps() override;
+  bool TakeWakeUp() override;
   void AddHeartbeat() override;
-  std::optional<OutstandingRequest> TakeAnswered(std::uint32_t sequence, Clock::time_point now,
-                                                 std::chrono::nanoseconds hal_time) override;
+  void TakeAnswered(const std::vector<Answer>& answers, Clock::time_point now,
+                    std::vector<Answered>* answered) override;
+  void CountDelivery() override { --undelivered_; }
   std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) override;
   std::optional<EndedReinstall> TakeOverdueReinstall(Clock::time_point now) override;
   std::optional<Clock::time_point> EndOverdue(Clock::time_point now) override;
@@ -82,6 +84,8 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   void SendMark(FrameType mark) ZUSKUX_REQUIRES(mutex_);
   void Append(FrameType type, std::uint32_t sequence, const std::string& payload)
       ZUSKUX_REQUIRES(mutex_);
+  void CountAnswer(const OutstandingRequest& answered, Clock::time_point now,
+                   std::chrono::nanoseconds hal_time) ZUSKUX_REQUIRES(mutex_);
   void End(const HalRequest& request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_);
   bool HasWork() const ZUSKUX_REQUIRES(mutex_);
   bool WakeFor(bool work) ZUSKUX_REQUIRES(mutex_);
@@ -98,8 +102,6 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::size_t early_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   KeptVrfs kept_vrfs_ ZUSKUX_GUARDED_BY(mutex_);
   OutstandingRequests outstanding_ ZUSKUX_GUARDED_BY(mutex_);
-  // Payload bytes of the outstanding VRF requests that have not expired.
-  std::size_t outstanding_vrf_bytes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
 
   // Frames waiting to be written, and how many of them are requests and marks.
@@ -111,7 +113,10 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::size_t writing_counted_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint64_t writing_up_to_ ZUSKUX_GUARDED_BY(mutex_) = 0;
 
-  bool wake_pending_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  // The connection's thread is awake and will check the queue.
+  bool awake_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  // A wake-up is on its way to that thread.
+  bool wake_posted_ ZUSKUX_GUARDED_BY(mutex_) = false;
   // Whether the connection checks the deadlines at some time without a wake-up. If not, the first
   // deadline needs one.
   bool deadlines_watched_ ZUSKUX_GUARDED_BY(mutex_) = false;
@@ -131,6 +136,8 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::uint64_t wake_ups_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint64_t writes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
 
+  // Answered requests that the connection has taken and not begun to report.
+  std::atomic<std::size_t> undelivered_ = 0;
   std::atomic<std::uint64_t> results_ = 0;
 };
 

@@ -12,6 +12,7 @@
 #include "reference/hal/hal_code.h"
 #include "reference/hal/hal_request.h"
 #include "reference/socket_client/outstanding_requests.h"
+#include "reference/wire/frame.h"
 
 namespace reference {
 
@@ -25,6 +26,21 @@ class ConnectionQueue {
   struct Ended {
     HalRequest request;
     HalReturnCode code{};
+  };
+
+  /// A result that arrived.
+  struct Answer {
+    std::uint32_t sequence = 0;
+    ResultPayload result;
+  };
+
+  /// A request and its answer. Refers to the `Answer`.
+  struct Answered {
+    OutstandingRequest request;
+    const ResultPayload* result = nullptr;
+
+    /// Whether a server may answer the request like that.
+    bool valid() const { return result->id == request.request.id && IsHalCode(result->code); }
   };
 
   /// A reinstall, ended by the frame with that sequence.
@@ -53,6 +69,8 @@ class ConnectionQueue {
   /// Requests from now on ask for a wake-up again. Returns whether to call `EndOverdue`, because
   /// there is a first deadline to watch.
   virtual bool AllowWakeUps() = 0;
+  /// A wake-up has arrived; the caller checks the queue. Returns as `AllowWakeUps`.
+  virtual bool TakeWakeUp() = 0;
 
   /// As on the host's side.
   virtual bool TakeFrames(std::string* frames) = 0;
@@ -60,12 +78,13 @@ class ConnectionQueue {
   /// Appends a heartbeat to the waiting frames.
   virtual void AddHeartbeat() = 0;
 
-  /// Removes and returns the request that a result belongs to. `now` is when the result arrived,
-  /// `hal_time` how long the server had the request. If the result belongs to no request, counts it
-  /// as late and returns nothing.
-  virtual std::optional<OutstandingRequest> TakeAnswered(std::uint32_t sequence,
-                                                         Clock::time_point now,
-                                                         std::chrono::nanoseconds hal_time) = 0;
+  /// Replaces `answered` with the requests to which the answers belong, and removes them. `now` is
+  /// when the answers arrived. Counts an answer that belongs to no request as late. Stops after one
+  /// that is not valid.
+  virtual void TakeAnswered(const std::vector<Answer>& answers, Clock::time_point now,
+                            std::vector<Answered>* answered) = 0;
+  /// Counts one of those requests as finished, because its report is about to begin.
+  virtual void CountDelivery() = 0;
   /// Removes and returns the reinstall whose end has that sequence. If there is none, counts the
   /// answer as late and returns nothing.
   virtual std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) = 0;

@@ -9,7 +9,7 @@
 namespace reference {
 
 /// Memory for one asynchronous operation at a time, so that a loop of reads or writes does not
-/// allocate. Larger operations fall back to the heap. Used on the thread of the operations.
+/// allocate. Larger operations fall back to the heap. Used by one thread at a time.
 class HandlerMemory {
  public:
   HandlerMemory() = default;

@@ -19,15 +19,16 @@ struct OutstandingRequest {
   std::chrono::steady_clock::time_point submitted;
   /// When the socket accepted it.
   std::optional<std::chrono::steady_clock::time_point> written;
-  /// The reinstall that it is part of, 0 for none, and the hash of its entry.
-  std::uint32_t reinstall = 0;
+  /// The hash of its entry, and the reinstall that it is part of; 0 for none.
   std::uint64_t hash = 0;
+  std::uint32_t reinstall = 0;
   /// Its deadline passed, and that outcome was delivered.
   bool expired = false;
 };
 
 /// The requests in flight, in the order in which they were sent: a ring in which a request's place
-/// is its sequence number. So all sequence numbers in use differ, and nothing is allocated.
+/// is its sequence number. So all sequence numbers in use differ, and nothing is allocated, except
+/// for long payloads.
 ///
 /// A place becomes free once it and all before it are answered or have expired. An expired request
 /// waits for its answer until a later request is answered or takes its place.
@@ -35,20 +36,31 @@ struct OutstandingRequest {
 /// Used by one thread at a time.
 class OutstandingRequests {
  public:
+  /// A new request, and its sequence number.
+  struct Added {
+    OutstandingRequest* outstanding;
+    std::uint32_t sequence;
+  };
+
   /// `capacity` is from 1 to 2^23.
   OutstandingRequests(std::size_t capacity, std::uint32_t first_sequence);
 
   /// Number of unanswered requests.
   std::size_t size() const { return size_; }
+  /// Bytes of the payloads that are kept.
+  std::size_t payload_bytes() const { return payload_bytes_; }
   /// Number of places in use.
   std::size_t places() const { return tail_ - std::max(head_, unexpired_); }
-  bool full() const { return places() == slots_.size(); }
+  bool full() const { return places() == capacity_; }
 
-  /// Appends a request and returns its sequence number. Do not call when full.
-  std::uint32_t Add(OutstandingRequest request);
+  /// Appends a request that is not part of a reinstall, for the caller to adjust, and keeps its
+  /// payload if `keep_payload`. Do not call when full.
+  Added Add(const HalRequest& request, bool keep_payload,
+            std::chrono::steady_clock::time_point submitted);
 
-  /// Removes and returns the request with that number; nothing if there is none.
-  std::optional<OutstandingRequest> Take(std::uint32_t sequence);
+  /// Removes and returns the request with that number, without its payload; null if there is none.
+  /// Valid until the next `Add`.
+  const OutstandingRequest* Take(std::uint32_t sequence);
 
   /// Records that everything outstanding, up to that count of added requests, was written at `now`.
   void MarkWritten(std::uint64_t up_to, std::chrono::steady_clock::time_point now);
@@ -58,23 +70,30 @@ class OutstandingRequests {
   /// The oldest request that has not expired; null if there is none. Valid until the next call of
   /// another function.
   const OutstandingRequest* OldestUnexpired();
-  /// Marks the request that `OldestUnexpired` returned as expired and returns it. Its place keeps
-  /// no payload.
-  HalRequest ExpireOldest();
+  /// Marks the request that `OldestUnexpired` returned as expired and returns it, without its
+  /// payload. Valid until the next `Add`.
+  const HalRequest& ExpireOldest();
 
   /// Removes and returns all requests, in order.
   std::vector<OutstandingRequest> TakeAll();
 
  private:
-  std::optional<OutstandingRequest>& SlotOf(std::uint64_t place) {
-    return slots_[place % slots_.size()];
-  }
+  struct Slot {
+    OutstandingRequest outstanding;
+    /// False if the request was answered before one in front of it.
+    bool in_use = false;
+  };
+
+  Slot& SlotOf(std::uint64_t place) { return slots_[place & (slots_.size() - 1)]; }
+  void Free(Slot* slot);
+  void DropPayload(HalRequest* request);
   void ForgetExpiredBefore(std::uint64_t place);
   // A no-op if the request there was answered or has not expired.
   void ForgetExpired(std::uint64_t place);
 
-  // Empty if the request was answered before one in front of it.
-  std::vector<std::optional<OutstandingRequest>> slots_;
+  const std::size_t capacity_;
+  // A power of two, so that finding a place needs no division.
+  std::vector<Slot> slots_;
   const std::uint32_t first_sequence_;
   // Places count all requests ever added.
   std::uint64_t head_ = 0;
@@ -83,6 +102,7 @@ class OutstandingRequests {
   // Every request in front of it has been answered or has expired.
   std::uint64_t unexpired_ = 0;
   std::size_t size_ = 0;
+  std::size_t payload_bytes_ = 0;
   // Number of expired requests; if 0, `ForgetExpiredBefore` is a no-op.
   std::size_t expired_ = 0;
 };

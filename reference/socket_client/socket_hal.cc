@@ -113,7 +113,7 @@ class SocketHal::Client {
   void WriteAtOnce();
   void Wake();
 
-  void OnWake();
+  void OnWake(bool deadlines_to_watch);
 
   void Connect();
   void OnConnected(const ConnectionPtr& connection, const error_code& error);
@@ -125,6 +125,7 @@ class SocketHal::Client {
   void Read(const ConnectionPtr& connection);
   void OnRead(const ConnectionPtr& connection, const error_code& error, std::size_t size);
   void HandleBytes(const ConnectionPtr& connection, std::size_t size);
+  void HandleFrames(FrameSplitter* splitter);
   void WriteQueued(const ConnectionPtr& connection);
   void WriteRest(const ConnectionPtr& connection, std::string rest);
   void WriteOutgoing(const ConnectionPtr& connection, std::size_t begin);
@@ -138,7 +139,8 @@ class SocketHal::Client {
   // Each throws `ConnectionEnd` if the connection cannot go on after the frame.
   void OnFrame(const FrameSplitter::Frame& frame);
   void OnHello(std::string_view payload);
-  void OnResult(const FrameSplitter::Frame& frame);
+  void DeliverAnswers();
+  void OnAnswered(const ConnectionQueue::Answered& answered);
   void OnInSync(const FrameSplitter::Frame& frame);
   void OnObjectStates(const FrameSplitter::Frame& frame);
   void OnNotInSync(const std::string& reason);
@@ -160,6 +162,8 @@ class SocketHal::Client {
   HalReporter reporter_;
   std::atomic<bool> stopping_ = false;
 
+  // Of the wake-up; the context may still hold it at its end.
+  HandlerMemory wake_memory_;
   asio::io_context io_;
   asio::steady_timer reconnect_timer_{io_};
   asio::steady_timer heart_timer_{io_};
@@ -176,6 +180,9 @@ class SocketHal::Client {
   // Whether the next hello requests a takeover.
   bool take_over_;
   std::vector<ConnectionQueue::Ended> ended_;
+  // Results that have arrived one after the other, and the requests to which they belong.
+  std::vector<ConnectionQueue::Answer> answers_;
+  std::vector<ConnectionQueue::Answered> answered_;
   ReinstallCheck reinstall_check_;
   int repeated_reinstalls_ = 0;
 
@@ -245,12 +252,13 @@ void SocketHal::Client::AskForDigests() {
   if (host_queue_->AskForDigests()) Wake();
 }
 
+// The queue asks for one wake-up at a time.
 void SocketHal::Client::Wake() {
-  asio::post(io_, [this] { OnWake(); });
+  asio::post(io_, HandlerIn(&wake_memory_, [this] { OnWake(queue_->TakeWakeUp()); }));
 }
 
-void SocketHal::Client::OnWake() {
-  if (queue_->AllowWakeUps()) EndOverdue();
+void SocketHal::Client::OnWake(bool deadlines_to_watch) {
+  if (deadlines_to_watch) EndOverdue();
   ReportEnded();
   if (connection_ != nullptr) WriteQueued(connection_);
   ReportRoom();
@@ -338,7 +346,7 @@ void SocketHal::Client::OnRead(const ConnectionPtr& connection, const error_code
   queue_->SuppressWakeUps();
   HandleBytes(connection, size);
   if (stopping_) return;
-  OnWake();
+  OnWake(queue_->AllowWakeUps());
   if (connection == connection_) Read(connection);
 }
 
@@ -348,16 +356,29 @@ void SocketHal::Client::HandleBytes(const ConnectionPtr& connection, std::size_t
   connection->heard = true;
   connection->splitter.Feed({connection->incoming.data(), size});
   try {
-    while (const auto frame = connection->splitter.Next()) {
-      OnFrame(*frame);
-      if (stopping_) return;
-    }
+    HandleFrames(&connection->splitter);
     ReportRoom();
   } catch (const ConnectionEnd& end) {
     if (!stopping_) Reconnect(end.what());
   } catch (const ProtocolError& error) {
-    Reconnect(std::string("HAL server closed, it sent no valid frame: ") + error.what());
+    if (!stopping_) {
+      Reconnect(std::string("HAL server closed, it sent no valid frame: ") + error.what());
+    }
   }
+}
+
+void SocketHal::Client::HandleFrames(FrameSplitter* splitter) {
+  answers_.clear();
+  try {
+    while (const auto frame = splitter->Next()) {
+      OnFrame(*frame);
+      if (stopping_) return;
+    }
+  } catch (const ProtocolError&) {
+    DeliverAnswers();
+    throw;
+  }
+  DeliverAnswers();
 }
 
 void SocketHal::Client::WriteQueued(const ConnectionPtr& connection) {
@@ -453,6 +474,15 @@ void SocketHal::Client::CheckHeartbeat(const ConnectionPtr& connection) {
 
 void SocketHal::Client::OnFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
+  if (type == FrameType::kResult && connection_->greeted) {
+    if (const auto result = ParseResult(frame.payload)) {
+      connection_->useful = true;
+      answers_.push_back({frame.header.sequence, *result});
+      return;
+    }
+  }
+  DeliverAnswers();
+  if (stopping_) return;
   if (type == FrameType::kGoodbye) {
     const auto reason = static_cast<GoodbyeReason>(frame.header.sequence);
     connection_->other_writer =
@@ -467,7 +497,8 @@ void SocketHal::Client::OnFrame(const FrameSplitter::Frame& frame) {
   connection_->useful = true;
   switch (type) {
     case FrameType::kResult:
-      return OnResult(frame);
+      throw ConnectionEnd("HAL server closed, it sent a result of " +
+                          std::to_string(frame.payload.size()) + " bytes");
     case FrameType::kInSync:
       return OnInSync(frame);
     case FrameType::kObjectStates:
@@ -514,40 +545,45 @@ void SocketHal::Client::OnHello(std::string_view payload) {
   EndOverdue();
 }
 
-void SocketHal::Client::OnResult(const FrameSplitter::Frame& frame) {
-  const auto result = ParseResult(frame.payload);
-  if (!result) {
-    throw ConnectionEnd("HAL server closed, it sent a result of " +
-                        std::to_string(frame.payload.size()) + " bytes");
+// Takes all of them from the queue at once.
+void SocketHal::Client::DeliverAnswers() {
+  if (answers_.empty()) return;
+  queue_->TakeAnswered(answers_, read_at_, &answered_);
+  for (const ConnectionQueue::Answered& answered : answered_) {
+    queue_->CountDelivery();
+    OnAnswered(answered);
+    if (stopping_) return;
   }
-  const auto answered = queue_->TakeAnswered(frame.header.sequence, read_at_, result->hal_time);
-  if (!answered) return;
-  const HalRequest& request = answered->request;
-  if (result->id != request.id) {
-    if (!answered->expired) Report(request, kHalServerLost);
-    throw ConnectionEnd(
-        "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
-        std::to_string(request.id) + " with a result for " + std::to_string(result->id));
+  answers_.clear();
+}
+
+void SocketHal::Client::OnAnswered(const ConnectionQueue::Answered& answered) {
+  const OutstandingRequest& outstanding = answered.request;
+  const HalRequest& request = outstanding.request;
+  const ResultPayload& result = *answered.result;
+  if (!answered.valid()) {
+    if (!outstanding.expired) Report(request, kHalServerLost);
+    const std::string answer = result.id != request.id
+                                   ? " with a result for " + std::to_string(result.id)
+                                   : " with code " +
+                                         std::to_string(static_cast<std::uint32_t>(result.code)) +
+                                         ", a code of the client's own";
+    throw ConnectionEnd("HAL server closed, it answered " +
+                        std::string(OperationName(request.operation)) + ' ' +
+                        std::to_string(request.id) + answer);
   }
-  if (!IsHalCode(result->code)) {
-    if (!answered->expired) Report(request, kHalServerLost);
-    throw ConnectionEnd(
-        "HAL server closed, it answered " + std::string(OperationName(request.operation)) + ' ' +
-        std::to_string(request.id) + " with code " +
-        std::to_string(static_cast<std::uint32_t>(result->code)) + ", a code of the client's own");
-  }
-  const std::string reason = Printable(result->reason);
+  const std::string reason = Printable(result.reason);
   const bool is_vrf = !HasResult(request.operation);
-  if (is_vrf && result->code != kHalSuccess) {
+  if (is_vrf && result.code != kHalSuccess) {
     Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
                               std::to_string(request.id) +
-                              " refused: " + OutcomeText(result->code, reason));
+                              " refused: " + OutcomeText(result.code, reason));
   }
   // A refused VRF is missing from the summary at the end, so the reinstall is repeated for it.
-  if (answered->reinstall != 0 && (is_vrf || result->code == kHalSuccess)) {
-    reinstall_check_.Acknowledge(answered->reinstall, request, answered->hash);
+  if (outstanding.reinstall != 0 && (is_vrf || result.code == kHalSuccess)) {
+    reinstall_check_.Acknowledge(outstanding.reinstall, request, outstanding.hash);
   }
-  if (!answered->expired) Report(request, result->code, reason);
+  if (!outstanding.expired) Report(request, result.code, reason);
 }
 
 void SocketHal::Client::OnInSync(const FrameSplitter::Frame& frame) {

@@ -22,17 +22,26 @@ namespace {
 
 using testing::ElementsAre;
 
-OutstandingRequest Outstanding(std::uint32_t id,
-                               HalOperation operation = HalOperation::kInstallVlan) {
-  OutstandingRequest outstanding;
-  outstanding.request = {operation, id, 0, {}};
-  return outstanding;
+HalRequest InstallVlan(std::uint32_t id) { return {HalOperation::kInstallVlan, id, 0, {}}; }
+
+/// Adds a request for a VLAN and returns its sequence number.
+std::uint32_t Add(OutstandingRequests* requests, std::uint32_t id) {
+  return requests->Add(InstallVlan(id), false, {}).sequence;
+}
+
+/// Delivers an answer. Returns its request; nothing if there is none.
+std::optional<OutstandingRequest> Answer(ConnectionQueue* connection, std::uint32_t sequence) {
+  std::vector<ConnectionQueue::Answered> answered;
+  connection->TakeAnswered({{sequence, {}}}, {}, &answered);
+  if (answered.empty()) return std::nullopt;
+  connection->CountDelivery();
+  return answered[0].request;
 }
 
 TEST(OutstandingRequestsTest, ASequenceInUseIsNeverAssignedAgain) {
   OutstandingRequests requests(100, 0xFFFFFE);
   std::set<std::uint32_t> sequences;
-  while (!requests.full()) sequences.insert(requests.Add(Outstanding(1)));
+  while (!requests.full()) sequences.insert(Add(&requests, 1));
   EXPECT_EQ(sequences.size(), 100U);
   EXPECT_TRUE(sequences.count(0xFFFFFE) == 1 && sequences.count(0xFFFFFF) == 1);
   EXPECT_TRUE(sequences.count(0) == 1 && sequences.count(97) == 1);
@@ -40,9 +49,9 @@ TEST(OutstandingRequestsTest, ASequenceInUseIsNeverAssignedAgain) {
 
 TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
   OutstandingRequests requests(3, 0xFFFFFF);
-  EXPECT_EQ(requests.Add(Outstanding(1)), 0xFFFFFFU);
-  EXPECT_EQ(requests.Add(Outstanding(2)), 0U);
-  EXPECT_EQ(requests.Add(Outstanding(3)), 1U);
+  EXPECT_EQ(Add(&requests, 1), 0xFFFFFFU);
+  EXPECT_EQ(Add(&requests, 2), 0U);
+  EXPECT_EQ(Add(&requests, 3), 1U);
   EXPECT_FALSE(requests.Take(2));
   EXPECT_FALSE(requests.Take(0xFFFFFE));
   EXPECT_EQ(requests.Take(0)->request.id, 2U);
@@ -57,28 +66,65 @@ TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
 
 TEST(OutstandingRequestsTest, ExpireFromTheOldestAndReleaseTheirPayload) {
   OutstandingRequests requests(3, 0);
-  OutstandingRequest vrf = Outstanding(1, HalOperation::kInstallVrf);
-  vrf.request.payload = "payload";
-  requests.Add(vrf);
-  requests.Add(Outstanding(2));
+  requests.Add({HalOperation::kInstallVrf, 1, 0, "payload"}, true, {});
+  Add(&requests, 2);
   EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
-  const HalRequest expired = requests.ExpireOldest();
+  EXPECT_EQ(requests.payload_bytes(), 7U);
+  const HalRequest& expired = requests.ExpireOldest();
   EXPECT_EQ(expired.operation, HalOperation::kInstallVrf);
   EXPECT_EQ(expired.id, 1U);
-  EXPECT_EQ(expired.payload, "payload");
+  EXPECT_EQ(expired.payload, "");
+  EXPECT_EQ(requests.payload_bytes(), 0U);
   EXPECT_EQ(requests.OldestUnexpired()->request.id, 2U);
   requests.ExpireOldest();
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
   EXPECT_EQ(requests.size(), 2U) << "the server may still answer";
-  const auto late = requests.Take(0);
+  const OutstandingRequest* const late = requests.Take(0);
   EXPECT_TRUE(late->expired);
   EXPECT_EQ(late->request.id, 1U);
-  EXPECT_EQ(late->request.payload, "");
+}
+
+TEST(OutstandingRequestsTest, GiveTheMemoryOfAPayloadBack) {
+  const std::string payload(1000, 'v');
+  OutstandingRequests requests(1, 0);
+  EXPECT_EQ(requests.Add({HalOperation::kInstallVrf, 1, 0, payload}, true, {})
+                .outstanding->request.payload,
+            payload);
+  EXPECT_EQ(requests.payload_bytes(), 1000U);
+  EXPECT_LT(requests.Take(0)->request.payload.capacity(), 1000U);
+  EXPECT_EQ(requests.payload_bytes(), 0U);
+  EXPECT_EQ(requests.Add({HalOperation::kInstallVlan, 1, 0, payload}, false, {})
+                .outstanding->request.payload,
+            "")
+      << "only VRF requests may have to be sent again";
+}
+
+TEST(OutstandingRequestsTest, APlaceKeepsNothingOfItsLastRequest) {
+  OutstandingRequests requests(1, 0);
+  OutstandingRequest& first =
+      *requests.Add({HalOperation::kInstallVrf, 1, 2, {}, 3}, false, {}).outstanding;
+  first.hash = 4;
+  first.reinstall = 5;
+  requests.MarkWritten(1, std::chrono::steady_clock::time_point(std::chrono::seconds(6)));
+  requests.OldestUnexpired();
+  requests.ExpireOldest();
+  const std::chrono::steady_clock::time_point time(std::chrono::seconds(7));
+  requests.Add({HalOperation::kInstallVlan, 8, 9, {}, 10}, false, time);
+  const OutstandingRequest& second = *requests.Take(1);
+  EXPECT_EQ(second.request.operation, HalOperation::kInstallVlan);
+  EXPECT_EQ(second.request.id, 8U);
+  EXPECT_EQ(second.request.secondary_id, 9U);
+  EXPECT_EQ(second.request.number, 10U);
+  EXPECT_EQ(second.submitted, time);
+  EXPECT_FALSE(second.written);
+  EXPECT_EQ(second.hash, 0U);
+  EXPECT_EQ(second.reinstall, 0U);
+  EXPECT_FALSE(second.expired);
 }
 
 TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
   OutstandingRequests requests(3, 0);
-  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  for (std::uint32_t id = 1; id <= 3; ++id) Add(&requests, id);
   EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
   requests.ExpireOldest();
   EXPECT_EQ(requests.size(), 3U);
@@ -89,7 +135,7 @@ TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
 
 TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
   OutstandingRequests requests(3, 0);
-  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  for (std::uint32_t id = 1; id <= 3; ++id) Add(&requests, id);
   requests.Take(1);
   EXPECT_TRUE(requests.full());
   requests.OldestUnexpired();
@@ -97,10 +143,10 @@ TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
   EXPECT_EQ(requests.OldestUnexpired()->request.id, 3U);
   EXPECT_EQ(requests.places(), 1U);
   EXPECT_EQ(requests.size(), 2U);
-  EXPECT_EQ(requests.Add(Outstanding(4)), 3U);
+  EXPECT_EQ(Add(&requests, 4), 3U);
   EXPECT_EQ(requests.size(), 2U);
   EXPECT_FALSE(requests.Take(0)) << "another request has its place";
-  EXPECT_EQ(requests.Add(Outstanding(5)), 4U);
+  EXPECT_EQ(Add(&requests, 5), 4U);
   EXPECT_TRUE(requests.full());
   EXPECT_EQ(requests.Take(2)->request.id, 3U);
   EXPECT_EQ(requests.Take(3)->request.id, 4U);
@@ -112,9 +158,9 @@ TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
 TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
   const std::chrono::steady_clock::time_point time(std::chrono::seconds(5));
   OutstandingRequests requests(3, 0);
-  requests.Add(Outstanding(1));
+  Add(&requests, 1);
   const std::uint64_t first = requests.added();
-  requests.Add(Outstanding(2));
+  Add(&requests, 2);
   requests.MarkWritten(first, time);
   EXPECT_EQ(requests.Take(0)->written, time);
   EXPECT_FALSE(requests.Take(1)->written);
@@ -122,14 +168,14 @@ TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
 
 TEST(OutstandingRequestsTest, AreAllTakenInOrder) {
   OutstandingRequests requests(3, 0);
-  for (std::uint32_t id = 1; id <= 3; ++id) requests.Add(Outstanding(id));
+  for (std::uint32_t id = 1; id <= 3; ++id) Add(&requests, id);
   requests.Take(1);
   std::vector<std::uint32_t> ids;
   for (const OutstandingRequest& each : requests.TakeAll()) ids.push_back(each.request.id);
   EXPECT_THAT(ids, ElementsAre(1, 3));
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
-  EXPECT_EQ(requests.Add(Outstanding(4)), 3U) << "numbers go on";
+  EXPECT_EQ(Add(&requests, 4), 3U) << "numbers go on";
 }
 
 TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
@@ -139,15 +185,15 @@ TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
   connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
-  for (const std::uint32_t id : {1U, 2U}) host.Submit(Outstanding(id).request);
+  for (const std::uint32_t id : {1U, 2U}) host.Submit(InstallVlan(id));
   std::string frames;
   ASSERT_TRUE(connection.TakeFrames(&frames));
   EXPECT_EQ(host.counters().queued, 2U);
-  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
+  EXPECT_TRUE(Answer(&connection, 0));
   EXPECT_EQ(host.counters().queued, 1U);
-  EXPECT_TRUE(connection.TakeAnswered(1, {}, {}));
+  EXPECT_TRUE(Answer(&connection, 1));
   EXPECT_EQ(host.counters().queued, 0U);
-  host.Submit(Outstanding(3).request);
+  host.Submit(InstallVlan(3));
   EXPECT_EQ(host.counters().queued, 1U);
   EXPECT_FALSE(connection.TakeFrames(&frames)) << "the first write is not over";
   connection.ConfirmWritten();
@@ -158,14 +204,83 @@ TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
   EXPECT_EQ(host.counters().queued_peak, 2U);
 }
 
+TEST(ClientQueueTest, AnAnsweredRequestIsUnfinishedUntilItsDelivery) {
+  ClientQueue queue{SocketHalOptions()};
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
+  for (const std::uint32_t id : {1U, 2U}) host.Submit(InstallVlan(id));
+  std::string frames;
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  std::vector<ConnectionQueue::Answered> answered;
+  connection.TakeAnswered({{0, {{}, 1}}, {1, {{}, 2}}}, {}, &answered);
+  EXPECT_EQ(answered.size(), 2U);
+  EXPECT_EQ(host.counters().unfinished, 2U);
+  connection.CountDelivery();
+  EXPECT_EQ(host.counters().unfinished, 1U);
+  EXPECT_NE(host.Submit(InstallVlan(3)).next, HostQueue::Next::kWriteNow) << "others may follow";
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  Answer(&connection, 2);
+  EXPECT_EQ(host.counters().unfinished, 0U);
+  EXPECT_EQ(host.Submit(InstallVlan(4)).next, HostQueue::Next::kWriteNow);
+}
+
+TEST(ClientQueueTest, AnswersAfterOneThatIsNotValidAreNotTaken) {
+  ClientQueue queue{SocketHalOptions()};
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
+  for (const std::uint32_t id : {1U, 2U, 3U}) host.Submit(InstallVlan(id));
+  const std::vector<ConnectionQueue::Answer> answers = {
+      {9, {}}, {0, {{}, 1}}, {1, {kHalDeadline, 2}}, {2, {{}, 3}}};
+  std::vector<ConnectionQueue::Answered> answered;
+  connection.TakeAnswered(answers, {}, &answered);
+  ASSERT_EQ(answered.size(), 2U);
+  EXPECT_TRUE(answered[0].valid());
+  EXPECT_EQ(answered[0].request.request.id, 1U);
+  EXPECT_FALSE(answered[1].valid());
+  EXPECT_EQ(answered[1].request.request.id, 2U);
+  EXPECT_EQ(answered[1].result, &answers[2].result);
+  EXPECT_EQ(host.counters().late_results, 1U);
+  connection.ServerLost();
+  std::vector<ConnectionQueue::Ended> ended;
+  connection.TakeEnded(&ended);
+  ASSERT_EQ(ended.size(), 1U);
+  EXPECT_EQ(ended[0].request.id, 3U);
+}
+
+TEST(ClientQueueTest, OneWakeUpIsOnItsWayAtATime) {
+  ClientQueue queue{SocketHalOptions()};
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  EXPECT_FALSE(host.SubmitMark(FrameType::kBeginReinstall)) << "there is no server yet";
+  connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
+  EXPECT_TRUE(host.SubmitMark(FrameType::kEndReinstall));
+  EXPECT_FALSE(host.SubmitMark(FrameType::kBeginReinstall));
+  // The thread wakes up for another reason before the wake-up arrives, and writes.
+  connection.SuppressWakeUps();
+  connection.AllowWakeUps();
+  std::string frames;
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_FALSE(host.SubmitMark(FrameType::kEndReinstall)) << "the wake-up is still to come";
+  connection.TakeWakeUp();
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_TRUE(host.SubmitMark(FrameType::kBeginReinstall));
+  EXPECT_EQ(host.statistics().wake_ups, 2U);
+}
+
 TEST(ClientQueueTest, CountsAcceptedAndRefusedRequests) {
   SocketHalOptions options;
   options.queue_entries = 1;
   ClientQueue queue(options);
   HostQueue& host = *queue.host();
   queue.connection()->ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
-  EXPECT_EQ(host.Submit(Outstanding(1).request).code, kHalSuccess);
-  EXPECT_EQ(host.Submit(Outstanding(2).request).code, kHalQueueFull);
+  EXPECT_EQ(host.Submit(InstallVlan(1)).code, kHalSuccess);
+  EXPECT_EQ(host.Submit(InstallVlan(2)).code, kHalQueueFull);
   EXPECT_EQ(host.counters().requests, 2U);
 }
 
@@ -188,7 +303,7 @@ TEST(ClientQueueTest, VrfsThatAreNotAnsweredAreBoundedInBytes) {
   EXPECT_EQ(submit(2, 41), kHalQueueFull);
   EXPECT_EQ(submit(3, 40), kHalSuccess);
   EXPECT_EQ(submit(4, 1), kHalQueueFull);
-  EXPECT_TRUE(connection.TakeAnswered(0, {}, {}));
+  EXPECT_TRUE(Answer(&connection, 0));
   EXPECT_EQ(submit(4, 60), kHalSuccess);
 }
 
@@ -223,7 +338,7 @@ TEST(ClientQueueTest, AnOverdueVrfEndsAndNeitherTakesRoomNorGoesToTheNextServer)
   EXPECT_EQ(ended[0].request.id, 7U);
   EXPECT_EQ(ended[0].code, kHalDeadline);
   EXPECT_EQ(submit(8), kHalSuccess);
-  EXPECT_TRUE(connection.TakeAnswered(0, {}, {})->expired);
+  EXPECT_TRUE(Answer(&connection, 0)->expired);
   EXPECT_EQ(submit(9), kHalQueueFull) << "its payload must be counted only once";
   connection.TakeEnded(&ended);
 
@@ -282,7 +397,7 @@ TEST(ClientQueueTest, EverythingOverdueExpiresTogether) {
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
   connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
-  for (const std::uint32_t id : {1U, 2U, 3U}) host.Submit(Outstanding(id).request);
+  for (const std::uint32_t id : {1U, 2U, 3U}) host.Submit(InstallVlan(id));
   const auto after_submission = ConnectionQueue::Clock::now();
   EXPECT_EQ(connection.EndOverdue(after_submission + options.deadline), std::nullopt);
   std::vector<ConnectionQueue::Ended> ended;
@@ -302,9 +417,9 @@ TEST(ClientQueueTest, ThereIsNoRoomWhileTooManyEndedRequestsWait) {
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
   connection.ServerLost();
-  EXPECT_EQ(host.Submit(Outstanding(1).request).code, kHalNoServer);
+  EXPECT_EQ(host.Submit(InstallVlan(1)).code, kHalNoServer);
   EXPECT_TRUE(host.HasRoom());
-  EXPECT_EQ(host.Submit(Outstanding(2).request).code, kHalNoServer);
+  EXPECT_EQ(host.Submit(InstallVlan(2)).code, kHalNoServer);
   EXPECT_FALSE(host.HasRoom());
   EXPECT_FALSE(connection.TakeRoomReport()) << "nothing was reported";
   std::vector<ConnectionQueue::Ended> ended;
@@ -320,14 +435,14 @@ TEST(ClientQueueTest, ReportsRoomOnceHalfOfTheEntriesAreFree) {
   HostQueue& host = *queue.host();
   ConnectionQueue& connection = *queue.connection();
   connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
-  for (std::uint32_t id = 1; id <= 4; ++id) host.Submit(Outstanding(id).request);
+  for (std::uint32_t id = 1; id <= 4; ++id) host.Submit(InstallVlan(id));
   std::string frames;
   ASSERT_TRUE(connection.TakeFrames(&frames));
   connection.ConfirmWritten();
   EXPECT_FALSE(host.HasRoom());
-  ASSERT_TRUE(connection.TakeAnswered(0, {}, {}));
+  ASSERT_TRUE(Answer(&connection, 0));
   EXPECT_FALSE(connection.TakeRoomReport());
-  ASSERT_TRUE(connection.TakeAnswered(1, {}, {}));
+  ASSERT_TRUE(Answer(&connection, 1));
   EXPECT_TRUE(connection.TakeRoomReport());
 }
 
@@ -335,7 +450,7 @@ TEST(ClientQueueTest, NothingOfALostServerGoesToTheNext) {
   ClientQueue queue{SocketHalOptions()};
   ConnectionQueue& connection = *queue.connection();
   connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
-  queue.host()->Submit(Outstanding(1).request);
+  queue.host()->Submit(InstallVlan(1));
   connection.AddHeartbeat();
   connection.ServerLost();
   connection.ServerFound(kDefaultMaxPayload, EntryHashFunction::kXxh3);
@@ -354,7 +469,7 @@ TEST(ClientQueueTest, AHeartbeatAloneIsNoWriteOfRequests) {
   connection.ConfirmWritten();
   EXPECT_EQ(host.statistics().writes, 0U);
   connection.AddHeartbeat();
-  host.Submit(Outstanding(1).request);
+  host.Submit(InstallVlan(1));
   ASSERT_TRUE(connection.TakeFrames(&frames));
   connection.ConfirmWritten();
   EXPECT_EQ(host.statistics().writes, 1U);

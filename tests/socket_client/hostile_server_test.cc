@@ -116,6 +116,28 @@ TEST_P(PromiseAnyBytes, CloseTheConnectionWithOneLineAndConnectAgain) {
 INSTANTIATE_TEST_SUITE_P(Conversations, PromiseAnyBytes, testing::ValuesIn(Conversations()),
                          [](const auto& conversation) { return conversation.param.name; });
 
+// Both arrive in one read.
+TEST(HostileServerTest, ReportsTheResultsBeforeAnInvalidFrame) {
+  FakeServer server;
+  Record log;
+  Reported reported;
+  SocketHal hal(Options(server, &log));
+  hal.Start(reported.Reports());
+  server.AcceptAndGreet();
+  reported.Await(1);
+  std::string answers;
+  for (std::uint32_t id = 1; id <= 3; ++id) {
+    InstallVlan(&hal, id);
+    if (id == 3) break;
+    AppendResult(server.Next().sequence, {kHalSuccess, id}, &answers);
+  }
+  server.Send(answers + std::string(8, '\0'));
+  EXPECT_TRUE(server.AwaitClosed());
+  server.AcceptAndGreet();
+  EXPECT_THAT(reported.Await(5), ElementsAre("found", "InstallVlan 1: 0", "InstallVlan 2: 0",
+                                             "InstallVlan 3: 100", "found"));
+}
+
 TEST(HostileServerTest, ReportsTheSameFailureOnce) {
   FakeServer server;
   Record log;

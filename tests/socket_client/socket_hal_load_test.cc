@@ -216,8 +216,8 @@ TEST(PromiseOneResult, WhenTheServerIsRestarted) {
   EXPECT_EQ(results.found, static_cast<int>(kRestarts) + 1);
 }
 
-// On the connection's thread only; the sending thread allocates the request itself.
-TEST(PromiseBounded, NothingIsAllocatedForAFrame) {
+// Neither on the connection's thread nor on the sending one.
+TEST(PromiseBounded, NothingIsAllocatedForARequest) {
   constexpr std::uint32_t kBatch = 100;
   const SocketFolder folder;
   const RunningServer server(folder.path());
@@ -231,14 +231,23 @@ TEST(PromiseBounded, NothingIsAllocatedForAFrame) {
   SocketHal hal(Options(folder));
   hal.Start({&results, [&found] { found.Open(); }, {}});
   found.Pass();
+  auto vlan = std::make_unique<encapsulation::VlanMessage>();
+  vlan->set_vlan_destination_id(7);
+  // Longer than what a string holds without an allocation.
+  vlan->set_source_mac_address(std::string(50, 'm'));
+  VlanEncapsulationMessage message(std::move(vlan));
   std::size_t allocations_before = 0;
+  std::size_t sent_before = 0;
   for (std::uint32_t batch = 1; batch <= 40; ++batch) {
-    for (std::uint32_t id = 1; id <= kBatch; ++id) InstallVlan(&hal, id);
+    for (std::uint32_t i = 0; i < kBatch; ++i) hal.InstallVlanOutgoingEncapsulation(&message);
     ASSERT_TRUE(Eventually([&] { return answered == batch * kBatch; }));
-    if (batch == 20) allocations_before = allocations;
+    if (batch != 20) continue;
+    allocations_before = allocations;
+    sent_before = testing_support::AllocationCount();
   }
   EXPECT_GT(allocations_before, 0U);
-  EXPECT_LE(allocations - allocations_before, 20U) << "for 2000 frames";
+  EXPECT_LE(allocations - allocations_before, 20U) << "for 2000 answers";
+  EXPECT_LE(testing_support::AllocationCount() - sent_before, 20U) << "for 2000 requests";
 }
 
 TEST(PromiseNoReportAfterTheEnd, WithResultsInFlight) {
