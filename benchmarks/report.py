@@ -288,7 +288,11 @@ def scale_panel(title, series, results, left):
     """A plot over the number of objects, which is logarithmic; the lines of SVG."""
     width, height, top = 280, 200, 40
     sizes = sorted(results)
-    highest = max(results[size][name] for size in sizes for name, _, _ in series) * 1.1
+    highest = max(results[size][name] for size in sizes for name, _, _ in series)
+    # One, two or five times a power of ten, for four steps or more.
+    power = 10 ** math.floor(math.log10(highest / 4))
+    step = max(factor * power for factor in (1, 2, 5) if factor * power <= highest / 4)
+    highest = math.ceil(highest / step) * step
     first, last = math.log10(sizes[0]), math.log10(sizes[-1])
 
     def point(size, value):
@@ -300,8 +304,7 @@ def scale_panel(title, series, results, left):
     for size in sizes:
         x, y = point(size, 0)
         lines.append(f'<text x="{x:.0f}" y="{y + 18:.0f}" text-anchor="middle">{size:,}</text>')
-    for step in range(5):
-        value = highest * step / 4
+    for value in range(0, highest + 1, step):
         _, y = point(sizes[0], value)
         lines.append(f'<text x="{left - 6}" y="{y + 4:.0f}" text-anchor="end">{value:,.0f}</text>')
     for place, (name, label, colour) in enumerate(series):

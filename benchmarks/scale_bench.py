@@ -28,15 +28,17 @@ QUICK_SIZES = [1_000, 10_000]
 # Larger sites are measured once.
 REPEATED = 100_000
 ROUNDS = 3
-TICKS = os.sysconf("SC_CLK_TCK")
 BEGIN = "<!-- begin of what ./bench --scale --document writes -->"
 END = "<!-- end of what ./bench --scale --document writes -->"
 
 
-def processor_seconds(process):
-    with open(f"/proc/{process.pid}/stat", encoding="utf-8") as file:
-        fields = file.read().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / TICKS
+def processor_nanoseconds(process):
+    """The time of all threads so far."""
+    total = 0
+    for thread in os.listdir(f"/proc/{process.pid}/task"):
+        with open(f"/proc/{process.pid}/task/{thread}/schedstat", encoding="utf-8") as file:
+            total += int(file.read().split()[0])
+    return total
 
 
 def measure(bench, objects):
@@ -45,7 +47,7 @@ def measure(bench, objects):
     with bench.serving(*limit, bench.path("zuskux-hal"), "--socket", "SOCKET", "--quiet",
                        "--table-size", "10000000") as (path, server):
         before = benchmark.peak_bytes(server)
-        spent = processor_seconds(server)
+        spent = processor_nanoseconds(server)
         printed = subprocess.run(
             ["prlimit", f"--as={MANAGER_MEMORY}", bench.path("manager_bench"), "memory", path,
              str(objects)],
@@ -54,7 +56,7 @@ def measure(bench, objects):
         return {
             "elapsed": values["seconds"] / objects * 1e9,
             "manager": values["processor-seconds"] / objects * 1e9,
-            "server": (processor_seconds(server) - spent) / objects * 1e9,
+            "server": (processor_nanoseconds(server) - spent) / objects,
             "manager-bytes": values["held"], "manager-peak": values["peak"],
             "server-bytes": (benchmark.peak_bytes(server) - before) / objects}
 
