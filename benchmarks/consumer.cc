@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "reference/wire/frame.h"
+
 namespace bench {
 namespace {
 
@@ -19,9 +21,13 @@ Consumer::Consumer(std::string_view work) : stores_(Stores(work)), tables_(kTabl
 
 Consumer::Outcome Consumer::Answer(reference::HalOperation operation, std::string_view payload) {
   if (!stores_) return {};
-  request_.operation = operation;
-  request_.payload = payload;
-  return {tables_.Apply(request_), 0, 0};
+  const auto type = static_cast<reference::FrameType>(operation);
+  const auto size = static_cast<std::uint32_t>(payload.size());
+  const google::protobuf::Message* const message =
+      decoder_.Decode({{type, 0, size}, payload, {}}, &request_);
+  const reference::HalReturnCode code =
+      message == nullptr ? reference::kHalBadRequest : tables_.Apply(request_, *message);
+  return {code, request_.id, request_.secondary_id};
 }
 
 }  // namespace bench

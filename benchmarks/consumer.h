@@ -7,6 +7,7 @@
 
 #include "reference/hal/hal_request.h"
 #include "reference/hal/hal_tables.h"
+#include "reference/server/request_decoder.h"
 
 namespace bench {
 
@@ -20,8 +21,8 @@ class Consumer {
     std::uint32_t secondary_id = 0;
   };
 
-  /// A consumer that `stores` decodes, checks and stores each request with the tables of
-  /// zuskux-hal. Another one only carries: it answers everything with success. Throws
+  /// A consumer that `stores` decodes, checks and stores each request with the decoder and the
+  /// tables of zuskux-hal. Another one only carries: it answers everything with success. Throws
   /// `std::runtime_error` unless `work` is "store" or "carry".
   explicit Consumer(std::string_view work);
 
@@ -32,6 +33,7 @@ class Consumer {
 
  private:
   const bool stores_;
+  reference::RequestDecoder decoder_;
   reference::HalTables tables_;
   // A member so that its memory is reused.
   reference::HalRequest request_;
