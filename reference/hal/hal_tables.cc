@@ -47,14 +47,14 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   const bool exists = stored != nullptr;
   if (action == HalAction::kReplace && !exists) return kHalNotFound;
   if (action == HalAction::kInstall && exists) {
-    if (stored->payload == request.payload && MayStay(*stored)) return kHalSuccess;
+    if (stored->payload() == request.payload && MayStay(*stored)) return kHalSuccess;
     if (!reinstalling_ && !Kind::kInstallReplaces) return kHalExists;
   }
   if (!Kind::LabelsInRange(message)) return kHalLabelOutOfRange;
   const auto holds = [this](HalKind kind, std::uint32_t other) { return Holds(kind, other); };
   if (!Kind::ReferencesExist(message, holds)) return kHalMissingReference;
   if (!exists && table->entries.size() >= capacity_) return kHalTableFull;
-  if (data_plane_ != nullptr && (!exists || stored->payload != request.payload)) {
+  if (data_plane_ != nullptr && (!exists || stored->payload() != request.payload)) {
     const HalReturnCode code = data_plane_->Store(Kind::kKind, *id, message);
     if (code != kHalSuccess) return code;
   }
@@ -80,7 +80,7 @@ void HalTables::Remove(HalKind kind, std::size_t place) {
 SavedEntry HalTables::Save(HalKind kind, std::uint32_t id) const {
   const Entry* const entry = table(kind).Find(id);
   if (entry == nullptr) return {kind, id, std::nullopt, 0};
-  return {kind, id, entry->payload, entry->named_in};
+  return {kind, id, std::string(entry->payload()), entry->named_in};
 }
 
 void HalTables::Restore(const SavedEntry& saved) {
@@ -90,7 +90,7 @@ void HalTables::Restore(const SavedEntry& saved) {
   }
   Table* const table = &this->table(saved.kind);
   const Entry* const present = table->Find(saved.id);
-  if (data_plane_ != nullptr && (present == nullptr || present->payload != *saved.payload)) {
+  if (data_plane_ != nullptr && (present == nullptr || present->payload() != *saved.payload)) {
     VisitKind(saved.kind, [this, &saved](auto row) {
       typename decltype(row)::Message message;
       message.ParseFromString(*saved.payload);
@@ -104,8 +104,8 @@ void HalTables::Restore(const SavedEntry& saved) {
 void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) const {
   const std::size_t before = table->entries.size();
   Entry* const entry = table->FindOrAdd(id);
-  if (table->entries.size() == before) table->sum -= EntryHash(id, entry->payload);
-  entry->payload = payload;
+  if (table->entries.size() == before) table->sum -= EntryHash(id, entry->payload());
+  entry->bytes.assign(payload.data(), payload.data() + payload.size());
   table->sum += EntryHash(id, payload);
   if (reinstalling_) entry->named_in = reinstall_;
 }
@@ -150,7 +150,7 @@ HalTables::Entry* HalTables::Table::FindOrAdd(std::uint32_t id) {
 
 void HalTables::Table::Remove(std::size_t place) {
   Entry& removed = entries[place];
-  sum -= EntryHash(removed.id, removed.payload);
+  sum -= EntryHash(removed.id, removed.payload());
   places.erase(removed.id);
   if (place + 1 != entries.size()) {
     removed = std::move(entries.back());
@@ -202,7 +202,7 @@ HalDigests HalTables::digests() const {
 
 std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
   std::map<std::uint32_t, std::string> entries;
-  for (const Entry& entry : table(kind).entries) entries.emplace(entry.id, entry.payload);
+  for (const Entry& entry : table(kind).entries) entries.emplace(entry.id, entry.payload());
   return entries;
 }
 
@@ -210,7 +210,7 @@ TableEntries HalTables::Entries() const {
   TableEntries entries;
   for (const HalKind kind : kAllHalKinds) {
     for (const Entry& entry : table(kind).entries) {
-      entries.emplace(std::pair(kind, entry.id), entry.payload);
+      entries.emplace(std::pair(kind, entry.id), entry.payload());
     }
   }
   return entries;
@@ -223,7 +223,7 @@ std::optional<TableEntryView> HalTables::Next(TableCursor* cursor) const {
     cursor->unread = std::min(cursor->unread, entries.size());
     if (cursor->unread == 0) continue;
     const Entry& entry = entries[--cursor->unread];
-    return TableEntryView{kind, entry.id, entry.payload};
+    return TableEntryView{kind, entry.id, entry.payload()};
   }
   return std::nullopt;
 }

@@ -5,6 +5,7 @@
 #include <tsl/robin_map.h>
 
 #include <array>
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -150,9 +151,14 @@ class HalTables {
   // The default load factor (0.5) costs memory without faster lookups.
   static constexpr float kMaxLoad = 0.8F;
 
+  // Nearly all messages fit into that many bytes, so an entry seldom allocates memory of its own.
+  static constexpr std::size_t kInlinePayload = 32;
+
   struct Entry {
+    std::string_view payload() const { return {bytes.data(), bytes.size()}; }
+
     std::uint32_t id = 0;
-    std::string payload;
+    boost::container::small_vector<char, kInlinePayload> bytes;
     // The last reinstall that named it; 0 for none.
     std::uint64_t named_in = 0;
   };

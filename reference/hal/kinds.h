@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <tuple>
@@ -317,12 +318,31 @@ constexpr auto OperationsOf(std::tuple<Row...> /*rows*/) {
 /// All operations, in the order of the rows.
 inline constexpr auto kAllHalOperations = OperationsOf(Kinds());
 
+/// In `kPlacesOfOperations`, for a value that is not a `HalOperation`.
+inline constexpr std::uint8_t kNoOperation = std::numeric_limits<std::uint8_t>::max();
+
+/// For each byte value, the position of the operation in `kAllHalOperations`.
+constexpr auto PlacesOfOperations() {
+  std::array<std::uint8_t, std::numeric_limits<std::uint8_t>::max() + 1> places{};
+  for (std::uint8_t& place : places) place = kNoOperation;
+  for (std::size_t place = 0; place < kAllHalOperations.size(); ++place) {
+    places[static_cast<std::size_t>(kAllHalOperations[place].operation)] =
+        static_cast<std::uint8_t>(place);
+  }
+  return places;
+}
+inline constexpr auto kPlacesOfOperations = PlacesOfOperations();
+
 /// Whether the value is a `HalOperation`.
-bool IsHalOperation(std::uint8_t value);
+inline bool IsHalOperation(std::uint8_t value) {
+  return kPlacesOfOperations[value] != kNoOperation;
+}
 
 // Each of the functions below throws `std::out_of_range` if the value is not a `HalOperation`.
 
-const OperationTraits& TraitsOf(HalOperation operation);
+inline const OperationTraits& TraitsOf(HalOperation operation) {
+  return kAllHalOperations.at(kPlacesOfOperations[static_cast<std::uint8_t>(operation)]);
+}
 
 /// "install-vlan" and so on.
 inline std::string_view OperationName(HalOperation operation) { return TraitsOf(operation).name; }

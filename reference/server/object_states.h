@@ -41,6 +41,8 @@ class ObjectStates {
   /// The writer is new and knows nothing.
   void TellAll();
 
+  /// Whether every object is in order, and the writer knows that.
+  bool empty() const { return broken_.empty() && told_.empty() && untold_.empty(); }
   bool has_news() const { return !untold_.empty(); }
   /// The next states to tell, at most `limit`. Empty if the writer knows everything.
   std::vector<HalObjectState> TakeNews(std::size_t limit);

@@ -64,10 +64,9 @@ void AddKinds(const HalDigests& digests,
   }
 }
 
-// Throws `ProtocolError` for a frame that is invalid after the hello.
+// Throws `ProtocolError` for a frame other than a request that is invalid after the hello.
 void CheckFrame(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
-  if (IsRequest(type)) return;
   if (type != FrameType::kBeginReinstall && type != FrameType::kEndReinstall &&
       type != FrameType::kHeartbeat && type != FrameType::kReadTables) {
     throw ProtocolError("unexpected frame of type " + std::to_string(static_cast<int>(type)));
@@ -329,13 +328,17 @@ void Session::HandleFrames() {
 void Session::Handle(const FrameSplitter::Frame& frame) {
   const FrameType type = frame.header.type;
   if (!greeted_) return OnHello(frame);
-  CheckFrame(frame);
-  // Other frames must see the effect of the requests before them.
-  if (!IsRequest(type)) CommitStaged();
-  const bool marks = type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
+  const bool request = IsRequest(type);
+  if (!request) {
+    CheckFrame(frame);
+    // It must see the effect of the requests before it.
+    CommitStaged();
+  }
+  const bool writes =
+      request || type == FrameType::kBeginReinstall || type == FrameType::kEndReinstall;
   // A client of minor version 0 does not announce in its hello that it writes.
-  if ((IsRequest(type) || marks) && !BecomeWriter(false)) return;
-  if (IsRequest(type)) {
+  if (writes && state_->writer != number_ && !BecomeWriter(false)) return;
+  if (request) {
     OnRequest(frame);
   } else if (type == FrameType::kBeginReinstall) {
     OnBeginReinstall();
@@ -383,7 +386,6 @@ void Session::OnHello(const FrameSplitter::Frame& frame) {
 }
 
 bool Session::BecomeWriter(bool take_over) {
-  if (state_->writer == number_) return true;
   if (state_->writer != 0) {
     const std::shared_ptr<Session> writer = state_->sessions.at(state_->writer);
     if (writer->PeerIsGone()) {
@@ -680,7 +682,7 @@ void Session::OnDeadline() {
 
 // A state that is not in order may be out of date: the request may have mended it.
 void Session::NoteOutcome(HalReturnCode code) {
-  if (code != kHalSuccess) return;
+  if (code != kHalSuccess || state_->object_states.empty()) return;
   const HalKind kind = KindOf(request_.operation);
   if (ActionOf(request_.operation) == HalAction::kDestroy) {
     state_->object_states.Remove(kind, request_.id);

@@ -154,7 +154,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void HandleFrames();
   void Handle(const FrameSplitter::Frame& frame);
   void OnHello(const FrameSplitter::Frame& frame);
-  // Tries to become the writer. Returns whether this session is the writer now; if not, it has been
+  // Tries to become the writer, which it is not yet. Returns whether it is now; if not, it has been
   // refused.
   bool BecomeWriter(bool take_over);
   void RefuseBeside(const Session& writer);
