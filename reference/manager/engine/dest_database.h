@@ -104,7 +104,8 @@ struct Object {
 
   /// The HAL's reason for `code`; may be empty.
   std::string_view reason() const {
-    return reason_ == nullptr ? std::string_view() : std::string_view(*reason_);
+    if (reason_ == nullptr) return {};
+    return *reason_;
   }
   void set_reason(const std::string& reason) {
     reason_ = reason.empty() ? nullptr : std::make_unique<const std::string>(reason);
