@@ -14,12 +14,19 @@ AbandonedTables::AbandonedTables(boost::asio::io_context* io, ServerState* state
   WriterLeft();
 }
 
-void AbandonedTables::WriterCame() { timer_.cancel(); }
+void AbandonedTables::WriterCame() {
+  wait_.reset();
+  timer_.cancel();
+}
 
-void AbandonedTables::WriterLeft() {
-  timer_.expires_after(keep_);
-  timer_.async_wait([this](const boost::system::error_code& error) {
-    if (!error && state_.writer == 0) Empty();
+void AbandonedTables::WriterLeft() { After(keep_, &AbandonedTables::Empty); }
+
+void AbandonedTables::After(std::chrono::seconds time, void (AbandonedTables::*next)()) {
+  wait_ = std::make_shared<const bool>();
+  timer_.expires_after(time);
+  timer_.async_wait([this, next, wait = std::weak_ptr<const bool>(wait_)](
+                        const boost::system::error_code& error) {
+    if (!error && !wait.expired()) (this->*next)();
   });
 }
 
@@ -40,10 +47,7 @@ void AbandonedTables::Continue() {
                                        " s: removed " + std::to_string(entries_) + " entries");
     return;
   }
-  timer_.expires_after(std::chrono::seconds(0));
-  timer_.async_wait([this](const boost::system::error_code& error) {
-    if (!error && state_.writer == 0) Continue();
-  });
+  After(std::chrono::seconds(0), &AbandonedTables::Continue);
 }
 
 }  // namespace reference

@@ -5,6 +5,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
+#include <memory>
 
 namespace reference {
 
@@ -25,10 +26,15 @@ class AbandonedTables {
  private:
   void Empty();
   void Continue();
+  // Calls `next` after this time, unless a writer comes or leaves before.
+  void After(std::chrono::seconds time, void (AbandonedTables::*next)());
 
   ServerState& state_;
   const std::chrono::seconds keep_;
   boost::asio::steady_timer timer_;
+  // Exists while the timer's handler may run: a timer that has already expired can no longer be
+  // cancelled.
+  std::shared_ptr<const bool> wait_;
   std::size_t entries_ = 0;
 };
 

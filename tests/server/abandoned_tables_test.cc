@@ -6,13 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
+#include "reference/server/session.h"
 #include "tests/hal/fake_data_plane.h"
 #include "tests/hal/messages.h"
 #include "tests/hal/observed.h"
@@ -27,6 +31,7 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 using testing::Contains;
 using testing::EndsWith;
+using testing::IsEmpty;
 
 constexpr int kInstallVlan = 5;
 constexpr int kHeartbeat = 20;
@@ -164,6 +169,50 @@ TEST(AbandonedTablesTest, WithoutAnyManagerTheTimeBeginsWithTheServer) {
     std::this_thread::sleep_for(milliseconds(10));
   }
   EXPECT_THAT(server.Lines(), emptied);
+}
+
+/// The time has just passed when something else happens.
+class AbandonedTablesTimerTest : public testing::Test {
+ protected:
+  AbandonedTablesTimerTest() {
+    HalServerOptions options;
+    options.log = [this](LogLevel, const std::string& line) { lines_.push_back(line); };
+    state_.emplace(std::move(options));
+    tables_.emplace(&io_, &*state_, seconds(1));
+  }
+
+  // Calls `event` after the timer has expired, and before its handler could run.
+  void AfterTheTimeCall(const std::function<void()>& event) {
+    boost::asio::steady_timer earlier(io_, milliseconds(1));
+    earlier.async_wait([&](const boost::system::error_code&) { event(); });
+    std::this_thread::sleep_for(milliseconds(1'100));
+    // One of the two handlers each.
+    EXPECT_EQ(io_.poll_one(), 1U);
+    EXPECT_EQ(io_.poll_one(), 1U);
+  }
+
+  boost::asio::io_context io_;
+  std::vector<std::string> lines_;
+  std::optional<ServerState> state_;
+  std::optional<AbandonedTables> tables_;
+};
+
+TEST_F(AbandonedTablesTimerTest, AreEmptiedWithoutAnEvent) {
+  AfterTheTimeCall([] {});
+  EXPECT_THAT(lines_, Contains(EndsWith("no manager for 1 s: removed 0 entries")));
+}
+
+TEST_F(AbandonedTablesTimerTest, AManagerThatCameAndLeftStartsTheTimeAgain) {
+  AfterTheTimeCall([this] {
+    tables_->WriterCame();
+    tables_->WriterLeft();
+  });
+  EXPECT_THAT(lines_, IsEmpty());
+}
+
+TEST_F(AbandonedTablesTimerTest, StayWhenTheServerEnds) {
+  AfterTheTimeCall([this] { tables_.reset(); });
+  EXPECT_THAT(lines_, IsEmpty());
 }
 
 }  // namespace
