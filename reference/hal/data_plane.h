@@ -73,7 +73,8 @@ class DataPlane {
   virtual bool TakeChanges() = 0;
 
   /// Compares the hardware with the tables and repairs the differences. Do not call between a
-  /// change and its commit.
+  /// change and its commit. Throws `std::system_error` if the hardware cannot be read now, for
+  /// example because another program changes it all the time: try again later.
   virtual Repair MakeAsWanted() = 0;
 };
 

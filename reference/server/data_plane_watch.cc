@@ -1,6 +1,8 @@
 #include "reference/server/data_plane_watch.h"
 
 #include <algorithm>
+#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace reference {
@@ -14,7 +16,9 @@ constexpr milliseconds kPrice{200};
 // Enough for 50 repairs in a row.
 constexpr milliseconds kCredit{9'800};
 // Repairs may take one tenth of the time.
-constexpr int kPause = 9;
+constexpr int kShare = 10;
+// Enough for repairs of 30 s.
+constexpr seconds kTimeCredit{300};
 // One cause often leads to several notifications.
 constexpr milliseconds kSettle{5};
 constexpr seconds kReportInterval{60};
@@ -25,15 +29,16 @@ constexpr seconds kLastRetry{60};
 
 void RepairBudget::Spend(Time begin, Time end) {
   paid_until_ = std::max(paid_until_, begin - kCredit) + kPrice;
-  next_ = std::max(end + kPause * (end - begin), paid_until_);
+  time_paid_until_ = std::max(time_paid_until_, begin - kTimeCredit) + kShare * (end - begin);
+  next_ = std::max({end, paid_until_, time_paid_until_});
 }
 
 DataPlaneWatch::DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, seconds audit,
-                               LogFunction log, ReportBroken report_broken)
+                               LogFunction log, TakeOutcome take_outcome)
     : data_plane_(*data_plane),
       audit_(audit),
       log_(std::move(log)),
-      report_broken_(std::move(report_broken)),
+      take_outcome_(std::move(take_outcome)),
       changes_(*io),
       repair_timer_(*io),
       audit_timer_(*io),
@@ -75,11 +80,17 @@ void DataPlaneWatch::Schedule(milliseconds delay) {
 void DataPlaneWatch::MakeAsWanted() {
   scheduled_ = false;
   const Time begin = steady_clock::now();
-  const Repair repair = data_plane_.MakeAsWanted();
+  std::optional<Repair> repair;
+  try {
+    repair = data_plane_.MakeAsWanted();
+  } catch (const std::system_error& error) {
+    ReportFailure(error.what());
+  }
   budget_.Spend(begin, steady_clock::now());
-  if (repair.differences != 0) Report(repair);
-  if (report_broken_) report_broken_(repair.broken);
-  AwaitRetry(!repair.refusals.empty());
+  if (!repair) return AwaitRetry(true);
+  if (repair->differences != 0) Report(*repair);
+  take_outcome_(*repair);
+  AwaitRetry(!repair->refusals.empty());
 }
 
 // No notification says that the kernel would accept now what it refused.
@@ -92,6 +103,14 @@ void DataPlaneWatch::AwaitRetry(bool failed) {
   retry_timer_.expires_after(retry_pause_);
   retry_pause_ = std::min(2 * retry_pause_, kLastRetry);
   retry_timer_.async_wait(WhileAlive([this] { CheckSoon(); }));
+}
+
+void DataPlaneWatch::ReportFailure(const std::string& reason) {
+  const Time now = steady_clock::now();
+  if (failure_reported_ != Time() && now - failure_reported_ < kReportInterval) return;
+  failure_reported_ = now;
+  log_(LogLevel::kWarning,
+       "cannot compare the hardware with the tables, and tries again: " + reason);
 }
 
 void DataPlaneWatch::Report(const Repair& repair) {

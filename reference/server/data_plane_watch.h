@@ -17,8 +17,9 @@
 
 namespace reference {
 
-/// Limits repairs of the hardware, so that a program that keeps changing it costs little: at most a
-/// tenth of the time, and no more than five repairs a second after the first 50.
+/// Limits repairs of the hardware, so that a program that keeps changing it costs little: no more
+/// than five repairs a second after the first 50, and at most a tenth of the time after the first
+/// 30 s. Those are for hardware that has lost everything: it is complete again without a pause.
 ///
 /// A value.
 class RepairBudget {
@@ -33,23 +34,23 @@ class RepairBudget {
 
  private:
   Time next_;
-  // Each repair costs 200 ms; the credit is limited.
+  // Each repair costs 200 ms, and ten times its duration; both credits are limited.
   Time paid_until_;
+  Time time_paid_until_;
 };
 
 /// Repairs the hardware when another program has changed it, and checks it at regular intervals.
-/// While a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the differences,
-/// at most one line a minute, and reports after each check what could not be repaired.
+/// While a check or a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the differences,
+/// at most one line a minute, and reports the outcome of each check.
 ///
 /// The server owns it. Used on the thread that runs the `io_context`.
 class DataPlaneWatch {
  public:
-  /// Receives all entries that the hardware does not forward for.
-  using ReportBroken = std::function<void(const std::vector<HalObjectState>& broken)>;
+  using TakeOutcome = std::function<void(const Repair&)>;
 
   /// `data_plane` must outlive it. `audit` is the interval between two checks; 0 for none.
   DataPlaneWatch(boost::asio::io_context* io, DataPlane* data_plane, std::chrono::seconds audit,
-                 LogFunction log, ReportBroken report_broken);
+                 LogFunction log, TakeOutcome take_outcome);
   DataPlaneWatch(const DataPlaneWatch&) = delete;
   DataPlaneWatch& operator=(const DataPlaneWatch&) = delete;
   ~DataPlaneWatch();
@@ -79,12 +80,13 @@ class DataPlaneWatch {
   void AwaitRetry(bool failed);
   void MakeAsWanted();
   void Report(const Repair& repair);
+  void ReportFailure(const std::string& reason);
 
   const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   DataPlane& data_plane_;
   const std::chrono::seconds audit_;
   const LogFunction log_;
-  const ReportBroken report_broken_;
+  const TakeOutcome take_outcome_;
   boost::asio::posix::stream_descriptor changes_;
   boost::asio::steady_timer repair_timer_;
   boost::asio::steady_timer audit_timer_;
@@ -97,6 +99,7 @@ class DataPlaneWatch {
   // The differences since the last log line.
   std::size_t unreported_ = 0;
   Time reported_;
+  Time failure_reported_;
 };
 
 }  // namespace reference

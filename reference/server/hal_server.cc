@@ -29,8 +29,8 @@ class HalServer::Impl {
     state_->watch = std::make_unique<DataPlaneWatch>(
         io, state_->options.data_plane, state_->options.audit,
         [this](LogLevel level, const std::string& line) { state_->Log(level, line); },
-        [this](const std::vector<HalObjectState>& broken) {
-          state_->object_states.SetAll(broken);
+        [this](const Repair& repair) {
+          state_->object_states.SetAll(repair.broken);
           state_->TellObjectStates();
         });
   }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -75,6 +77,7 @@ class FakeDataPlane : public DataPlane {
   Repair MakeAsWanted() override {
     const std::lock_guard lock(repair_mutex_);
     ++repairs_;
+    if (unreadable_) throw std::system_error(EAGAIN, std::generic_category(), "changes too fast");
     return repair_;
   }
 
@@ -83,6 +86,8 @@ class FakeDataPlane : public DataPlane {
     const std::lock_guard lock(repair_mutex_);
     repair_ = std::move(repair);
   }
+  /// Whether `MakeAsWanted` fails. May be called on any thread.
+  void set_unreadable(bool unreadable) { unreadable_ = unreadable; }
   /// Not owned. Each of its bytes is a change.
   void set_change_fd(int fd) { change_fd_ = fd; }
   /// Whether changes concern the data plane's objects.
@@ -123,6 +128,7 @@ class FakeDataPlane : public DataPlane {
   std::uint64_t writes_ = 0;
   std::mutex repair_mutex_;
   Repair repair_;
+  std::atomic<bool> unreadable_{false};
   int change_fd_ = -1;
   std::atomic<bool> concerned_{true};
   std::atomic<int> repairs_{0};

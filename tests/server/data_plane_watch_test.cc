@@ -50,8 +50,19 @@ TEST_F(RepairBudgetTest, ShortRepairsAreLimitedToFiveASecondAfterTheFirstFifty) 
   EXPECT_EQ(RepairUntil(seconds(10), milliseconds(0)), 49);
 }
 
-TEST_F(RepairBudgetTest, LongRepairsTakeATenthOfTheTime) {
-  EXPECT_EQ(RepairUntil(seconds(100), seconds(1)), 10);
+TEST_F(RepairBudgetTest, LongRepairsTakeATenthOfTheTimeAfterThirtySeconds) {
+  EXPECT_EQ(RepairUntil(seconds(30), seconds(1)), 30);
+  const int first = RepairUntil(seconds(100), seconds(1));
+  EXPECT_EQ(RepairUntil(seconds(1'100), seconds(1)), 100) << "in 1,000 s";
+  EXPECT_LE(first, 10);
+}
+
+TEST_F(RepairBudgetTest, ThirtySecondsComeBackInFiveMinutes) {
+  RepairUntil(seconds(1'000), seconds(1));
+  now_ = start_ + seconds(1'300);
+  const int soon = RepairUntil(seconds(1'330), seconds(1));
+  EXPECT_GE(soon, 28);
+  EXPECT_LE(soon, 30);
 }
 
 TEST_F(RepairBudgetTest, TheCreditComesBack) {
@@ -75,7 +86,7 @@ class DataPlaneWatchTest : public testing::Test {
     watch_.emplace(
         &io_, &data_plane_, audit,
         [this](LogLevel, const std::string& line) { lines_.push_back(line); },
-        [this](const std::vector<HalObjectState>& broken) { broken_ = broken; });
+        [this](const Repair& repair) { broken_ = repair.broken; });
   }
 
   void Change() { EXPECT_EQ(write(pipe_[1], "x", 1), 1); }
@@ -156,6 +167,22 @@ TEST_F(DataPlaneWatchTest, TriesAgainWhatItCouldNotRepair) {
   const int repairs = data_plane_.repairs();
   io_.run_for(milliseconds(1'500));
   EXPECT_EQ(data_plane_.repairs(), repairs);
+}
+
+TEST_F(DataPlaneWatchTest, TriesAgainWhatItCouldNotCompare) {
+  data_plane_.set_unreadable(true);
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(3));
+  EXPECT_THAT(lines_, ElementsAre("cannot compare the hardware with the tables, and tries again: "
+                                  "changes too fast: Resource temporarily unavailable"));
+  data_plane_.set_unreadable(false);
+  data_plane_.SetRepair({1, "zd10 missing", {}});
+  EXPECT_TRUE(RunUntilRepairs(4));
+  EXPECT_THAT(lines_, testing::Contains("the hardware differed from the tables in 1 object: zd10 "
+                                        "missing; repaired"));
 }
 
 TEST_F(DataPlaneWatchTest, LogsNothingWhenNothingDiffers) {

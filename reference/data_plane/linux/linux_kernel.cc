@@ -133,12 +133,12 @@ KernelObjects LinuxKernel::Read() {
   const std::map<int, Link> links = ReadLinks();
   std::map<int, std::string> names;
   for (const auto& [index, link] : links) names[index] = link.name;
-  devices_.clear();
+  DeviceIndexes devices;
   for (const auto& [index, link] : links) {
     const std::optional<KernelDevice> device = OurDevice(link, names);
     if (!device.has_value()) continue;
     if (link.up) objects.devices[link.name] = *device;
-    devices_[link.name] = index;
+    devices[link.name] = index;
   }
 
   MessageBatch neighbour_dump;
@@ -153,11 +153,12 @@ KernelObjects LinuxKernel::Read() {
 
   MessageBatch nexthop_dump;
   WriteNexthopDump(&nexthop_dump);
+  decltype(nexthops_) nexthops;
   client_.Dump(
       &nexthop_dump,
       [&] {
         objects.nexthops.clear();
-        nexthops_.clear();
+        nexthops.clear();
       },
       [&](const nlmsghdr& message) {
         NexthopEntry entry = ReadNexthop(message);
@@ -165,9 +166,12 @@ KernelObjects LinuxKernel::Read() {
         if (auto* const via = std::get_if<DeviceNexthop>(&entry.nexthop)) {
           via->device = names[entry.device];
         }
-        nexthops_.emplace(entry.id, batch_number_);
+        nexthops.emplace(entry.id, batch_number_);
         objects.nexthops[entry.id] = std::move(entry.nexthop);
       });
+  // Only now: after a dump that fails, `Apply` still has to know what is ours.
+  devices_ = std::move(devices);
+  nexthops_ = std::move(nexthops);
   return objects;
 }
 
@@ -316,9 +320,14 @@ void LinuxKernel::Forget(const KernelChange& change) {
 
 void LinuxKernel::Verify(const Pending& unknown, const Refusal& reason, Refusals* refusals) {
   // This also updates `devices_` and `nexthops_`.
-  const KernelObjects present = Read();
+  std::optional<KernelObjects> present;
+  try {
+    present = Read();
+  } catch (const std::system_error&) {
+    // The next comparison finds what has been made all the same.
+  }
   for (const auto& [index, change] : unknown) {
-    if (std::visit(IsMade{present}, *change)) continue;
+    if (present && std::visit(IsMade{*present}, *change)) continue;
     refusals->emplace(index, Refusal{index, reason.error, reason.text});
   }
 }

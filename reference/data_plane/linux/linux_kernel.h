@@ -57,8 +57,8 @@ class LinuxKernel {
   /// Makes the changes in this order and returns those that failed, in the same order. If a new
   /// device cannot be set up completely, removes it again. Adding an object fails if another
   /// program has one with the same name or id. Removing an object that is gone or not ours is a
-  /// no-op. Call `Read` first. Throws `std::system_error` if an answer is lost and the kernel
-  /// cannot be read either.
+  /// no-op. Call `Read` first. If an answer is lost and the kernel cannot be read either, the change
+  /// counts as failed.
   std::vector<Refusal> Apply(const std::vector<KernelChange>& changes);
 
   /// Readable when something has changed. Our own changes to neighbours and next hops do not make
@@ -84,7 +84,7 @@ class LinuxKernel {
   void Send(const Pending& pending, Refusals* refusals);
   // Updates `devices_` and `nexthops_` after a removal, or after a refused addition.
   void Forget(const KernelChange& change);
-  // Refuses those changes with a lost answer that the kernel has not made.
+  // Refuses those changes with a lost answer that the kernel has not made, as far as can be read.
   void Verify(const Pending& unknown, const Refusal& reason, Refusals* refusals);
 
   NetlinkClient client_;

@@ -646,6 +646,41 @@ TEST_F(LinuxKernelFaultTest, EachAnswerLost) {
   EXPECT_EQ(refused_, 2);
 }
 
+TEST_F(LinuxKernelFaultTest, AReadThatFailsForgetsNothing) {
+  const std::vector<KernelChange> changes = Everything();
+  EXPECT_THAT(kernel_->Apply(changes), IsEmpty());
+  int reads = 0;
+  for (bool failed = true; failed && reads < 20; ++reads) {
+    int countdown = reads;
+    socket_->before_send = [&countdown](std::string* /*bytes*/) {
+      if (countdown-- == 0) Throw(ENOMEM);
+    };
+    failed = false;
+    try {
+      kernel_->Read();
+    } catch (const std::system_error&) {
+      failed = true;
+    }
+    socket_->before_send = nullptr;
+    // It still knows which objects are its own.
+    EXPECT_THAT(kernel_->Apply(changes), IsEmpty()) << "send " << reads;
+  }
+  EXPECT_EQ(reads, 3 + 1) << "devices, neighbours and next hops, and a read that succeeds";
+}
+
+TEST_F(LinuxKernelFaultTest, AnAnswerIsLostAndTheKernelCannotBeRead) {
+  bool lost = false;
+  socket_->before_receive = [&lost] {
+    if (!std::exchange(lost, true)) Throw(ENOBUFS);
+  };
+  socket_->before_send = [&lost](std::string* /*bytes*/) {
+    if (lost) Throw(ENOMEM);
+  };
+  EXPECT_EQ(kernel_->Apply({PutNexthop{77, BlackholeNexthop{}}}).size(), 1U);
+  socket_->before_send = nullptr;
+  EXPECT_EQ(kernel_->Read().nexthops.count(77), 1U) << "the next comparison finds it";
+}
+
 TEST_F(LinuxKernelFaultTest, ADeviceThatVanishesInTheMiddle) {
   int sends = 0;
   bool injected = true;
