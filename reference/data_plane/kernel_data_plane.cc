@@ -81,6 +81,11 @@ bool KernelDataPlane::CommitOrLeave() {
   return refused.empty();
 }
 
+std::optional<std::uint64_t> KernelDataPlane::writes() const {
+  if (!kernel_.read) return std::nullopt;
+  return writes_;
+}
+
 bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
   if (!adopting_) return true;
   const std::vector<KernelChange> changes = Difference(left_.Take(limit), {});

@@ -41,7 +41,7 @@ struct KernelState {
 /// How the data plane reaches the kernel.
 struct KernelAccess {
   WriteChanges write;
-  /// This and the members below are empty if the kernel cannot be read.
+  /// This and the members below are empty if the changes do not go to a kernel.
   std::function<KernelState()> read;
   /// See `DataPlane::TakeChanges`.
   std::function<bool()> take_changes;
@@ -67,7 +67,7 @@ class KernelDataPlane : public DataPlane {
   std::optional<std::string> Commit() override;
   bool CommitOrLeave() override;
   bool RemoveLeftovers(std::size_t limit) override;
-  std::uint64_t writes() const override { return writes_; }
+  std::optional<std::uint64_t> writes() const override;
   int change_fd() const override { return kernel_.change_fd; }
   bool TakeChanges() override { return kernel_.take_changes(); }
   Repair MakeAsWanted() override;

@@ -62,8 +62,8 @@ class DataPlane {
   /// is left.
   virtual bool RemoveLeftovers(std::size_t limit) = 0;
 
-  /// The number of writes to the hardware so far.
-  virtual std::uint64_t writes() const = 0;
+  /// The number of writes to the hardware so far; nothing if there is no hardware.
+  virtual std::optional<std::uint64_t> writes() const = 0;
 
   /// A descriptor that is readable when another program may have changed the hardware; -1 if that
   /// cannot be detected.

@@ -304,8 +304,7 @@ int ShowTables(const po::variables_map& values) {
   if (interfaces) {
     if (!contents.status.has_data_plane_writes()) {
       throw std::runtime_error("the server on " + SocketPath(values) +
-                               " has no data plane: it does not program the kernel; leave out "
-                               "--interfaces");
+                               " does not program the kernel; leave out --interfaces");
     }
     kernel = reference::CompareWithKernel(contents, *interfaces, NetworkNamespace(values));
   }

@@ -98,7 +98,9 @@ wire::ServerStatus ServerState::Status() const {
   status.set_requests(requests);
   status.set_connections(connections);
   status.set_refused_connections(refused_connections);
-  if (options.data_plane != nullptr) status.set_data_plane_writes(options.data_plane->writes());
+  const auto writes = options.data_plane != nullptr ? options.data_plane->writes() : std::nullopt;
+  if (!writes) return status;
+  status.set_data_plane_writes(*writes);
   if (watch != nullptr) status.set_data_plane_differences(watch->differences());
   return status;
 }

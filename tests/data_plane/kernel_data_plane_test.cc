@@ -149,7 +149,7 @@ TEST_F(KernelDataPlaneTest, ARepairUndoesWhatAnotherProgramChanged) {
   EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallEcmp, Ecmp(30, {20}))), kHalSuccess);
   EXPECT_EQ(data_plane_.Commit(), std::nullopt);
   EXPECT_EQ(data_plane_.MakeAsWanted().differences, 0);
-  const std::uint64_t writes = data_plane_.writes();
+  const std::uint64_t writes = data_plane_.writes().value();
   // This also removes the group.
   KernelObjects present = kernel_.objects();
   Apply(RemoveNexthop{20}, &present);
@@ -185,7 +185,7 @@ TEST_F(KernelDataPlaneTest, TheMtuOfTheParentNeedsNoRepair) {
   KernelObjects present = kernel_.objects();
   std::get<MacvlanDevice>(present.devices.at("zd10")).mtu = 1500;
   kernel_.set_objects(present);
-  const std::uint64_t writes = data_plane_.writes();
+  const std::uint64_t writes = data_plane_.writes().value();
   EXPECT_EQ(data_plane_.MakeAsWanted().differences, 0);
   EXPECT_EQ(data_plane_.writes(), writes);
 }

@@ -65,7 +65,7 @@ class FakeDataPlane : public DataPlane {
     return --leftover_parts_ <= 0;
   }
 
-  std::uint64_t writes() const override { return writes_; }
+  std::optional<std::uint64_t> writes() const override { return writes_; }
 
   int change_fd() const override { return change_fd_; }
 

@@ -144,7 +144,9 @@ class ProgrammedKernel {
                     Leftovers(present_, kernel_.Devices()),
                     KernelAccess{
                         [this](const std::vector<KernelChange>& changes) { return Apply(changes); },
-                        {},
+                        [this] {
+                          return KernelState{kernel_.Read(), kernel_.Devices()};
+                        },
                         {}},
                     [](LogLevel, const std::string&) {}) {}
 
@@ -158,7 +160,7 @@ class ProgrammedKernel {
 
   // The end of the first reinstall.
   void RemoveLeftovers() { EXPECT_TRUE(data_plane_.RemoveLeftovers(1'000)); }
-  std::uint64_t writes() const { return data_plane_.writes(); }
+  std::uint64_t writes() const { return data_plane_.writes().value(); }
 
  private:
   static InterfaceNames Interfaces() {

@@ -235,9 +235,24 @@ TEST_F(ZuskuxHalTest, DoesNotCompareSimulatedTablesWithTheKernel) {
     EXPECT_EQ(ended.code, 1);
     EXPECT_EQ(ended.output, "");
     EXPECT_EQ(ended.error, "zuskux-hal: the server on " + Path("hal.sock") +
-                               " has no data plane: it does not program the kernel; leave out "
-                               "--interfaces\n");
+                               " does not program the kernel; leave out --interfaces\n");
   }
+}
+
+TEST_F(ZuskuxHalTest, PrintedCommandsAreNotThoseOfAKernel) {
+  std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
+  Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--data-plane", "linux",
+                                  "--interfaces", Path("site"), "--print"});
+  ASSERT_TRUE(server.Says("listening on "));
+  const Ended shown = RunToEnd({"tables", "--socket", Path("hal.sock")});
+  EXPECT_EQ(shown.code, 0);
+  EXPECT_THAT(shown.output, ::testing::Not(HasSubstr("kernel writes")));
+  const Ended compared =
+      RunToEnd({"tables", "--socket", Path("hal.sock"), "--check", "--interfaces", Path("site")});
+  EXPECT_EQ(compared.code, 1);
+  EXPECT_EQ(compared.output, "");
+  EXPECT_EQ(compared.error, "zuskux-hal: the server on " + Path("hal.sock") +
+                                " does not program the kernel; leave out --interfaces\n");
 }
 
 TEST_F(ZuskuxHalTest, NeedsItsNetworkNamespace) {
