@@ -1,7 +1,9 @@
 #include "reference/data_plane/kernel_data_plane.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
+#include <variant>
 
 #include "reference/data_plane/broken_entries.h"
 #include "reference/data_plane/comparison.h"
@@ -12,6 +14,9 @@ namespace {
 
 // The number of differing objects that a repair names.
 constexpr std::size_t kNamed = 3;
+
+// The pause after counting the routes, as a multiple of the time that it took.
+constexpr int kCountPause = 99;
 
 template <typename Map>
 void SubtractEach(const Map& objects, Map* from) {
@@ -108,6 +113,7 @@ bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
 Repair KernelDataPlane::MakeAsWanted() {
   if (!kernel_.read) return {};
   KernelState state = kernel_.read();
+  Repair repair;
   Transition transition{std::move(state.objects), translation_.Objects()};
   UseMtusOfParents(state.mtus, &transition.after.devices);
   if (adopting_) {
@@ -118,11 +124,9 @@ Repair KernelDataPlane::MakeAsWanted() {
   }
   const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
   if (changes.empty()) {
-    CountLostRoutes();
-    return {};
+    CountLostRoutes(false);
+    return repair;
   }
-
-  Repair repair;
   for (const auto& [name, object] : Compare(transition.after, transition.before, state.mtus)) {
     if (object == ObjectState::kAsWanted) continue;
     if (++repair.differences > kNamed) continue;
@@ -133,7 +137,12 @@ Repair KernelDataPlane::MakeAsWanted() {
   KernelObjects present;
   const std::vector<RefusedChange> refused = WriteAndSettle(transition, changes, &present);
   // The kernel removes the routes of a next hop together with it, and does not say so.
-  if (const std::size_t lost = CountLostRoutes()) {
+  const bool lost_nexthops =
+      std::any_of(changes.begin(), changes.end(), [&transition](const KernelChange& change) {
+        const auto* const put = std::get_if<PutNexthop>(&change);
+        return put != nullptr && transition.before.nexthops.count(put->id) == 0;
+      });
+  if (const std::size_t lost = CountLostRoutes(lost_nexthops)) {
     repair.text += "; " + std::to_string(lost) +
                    (lost == 1 ? " route that used our next hops is gone; the program that added it "
                                 "must add it again"
@@ -152,9 +161,20 @@ Repair KernelDataPlane::MakeAsWanted() {
   return repair;
 }
 
-std::size_t KernelDataPlane::CountLostRoutes() {
+std::size_t KernelDataPlane::CountLostRoutes(bool nexthops_are_lost) {
   if (!kernel_.count_routes) return 0;
-  const std::size_t before = std::exchange(routes_, kernel_.count_routes());
+  const auto begin = std::chrono::steady_clock::now();
+  if (!nexthops_are_lost && begin < next_count_) return 0;
+  std::size_t counted = 0;
+  try {
+    counted = kernel_.count_routes();
+  } catch (const std::system_error&) {
+    // Routes change too fast. The repair is made all the same.
+    return 0;
+  }
+  const std::size_t before = std::exchange(routes_, counted);
+  const auto end = std::chrono::steady_clock::now();
+  next_count_ = end + kCountPause * (end - begin);
   return before - std::min(before, routes_);
 }
 

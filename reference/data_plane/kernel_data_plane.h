@@ -3,6 +3,7 @@
 
 #include <google/protobuf/message.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -73,8 +74,9 @@ class KernelDataPlane : public DataPlane {
   Repair MakeAsWanted() override;
 
  private:
-  // Counts the routes, and returns how many have gone since the last count.
-  std::size_t CountLostRoutes();
+  // Counts the routes, and returns how many have gone since the last count. Unless next hops are
+  // lost, does so only if that takes at most a hundredth of the time.
+  std::size_t CountLostRoutes(bool nexthops_are_lost);
   // Writes what the transition changes. Returns the refused changes. If there are any, sets
   // `present` to those of the objects that the kernel has now.
   std::vector<RefusedChange> Write(const Transition& taken, KernelObjects* present);
@@ -89,8 +91,9 @@ class KernelDataPlane : public DataPlane {
   KernelObjects wanted_;
   std::size_t removed_ = 0;
   std::uint64_t writes_ = 0;
-  // When the kernel was last compared with the tables.
+  // The routes at the last count, and when the next one is due.
   std::size_t routes_ = 0;
+  std::chrono::steady_clock::time_point next_count_;
   const KernelAccess kernel_;
   const LogFunction log_;
 };

@@ -5,11 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -87,13 +90,23 @@ class KernelDataPlaneTest : public testing::Test {
   std::map<std::string, std::uint32_t> mtus_;
   std::function<bool()> refuses_;
   std::vector<std::string> lines_;
+  // How many times the routes have been counted, and how long that takes.
+  int counts_ = 0;
+  std::chrono::milliseconds count_time_{0};
+  std::size_t routes_ = 0;
   KernelDataPlane data_plane_{
       Translation(kInterfaces, kDevices), Leftovers(),
       KernelAccess{[this](const std::vector<KernelChange>& changes) { return Write(changes); },
                    [this] {
                      return KernelState{kernel_.objects(), mtus_};
                    },
-                   {}},
+                   {},
+                   -1,
+                   [this] {
+                     ++counts_;
+                     std::this_thread::sleep_for(count_time_);
+                     return routes_;
+                   }},
       [this](LogLevel, const std::string& line) { lines_.push_back(line); }};
   HalTables tables_{100, &data_plane_};
 };
@@ -122,6 +135,25 @@ TEST_F(KernelDataPlaneTest, ARepairThatFailsNamesTheBrokenEntries) {
   const Repair repaired = data_plane_.MakeAsWanted();
   EXPECT_EQ(repaired.differences, 1U);
   EXPECT_THAT(repaired.broken, IsEmpty());
+}
+
+// A full routing table takes seconds to count.
+TEST_F(KernelDataPlaneTest, CountsRoutesAtEachComparisonOnlyIfThatIsFast) {
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 1))), kHalSuccess);
+  EXPECT_EQ(data_plane_.Commit(), std::nullopt);
+  count_time_ = std::chrono::milliseconds(300);
+  routes_ = 5;
+  data_plane_.MakeAsWanted();
+  EXPECT_EQ(counts_, 1);
+  data_plane_.MakeAsWanted();
+  EXPECT_EQ(counts_, 1) << "the next one is due 30 s later";
+  // The kernel has removed routes with it.
+  EXPECT_EQ(kernel_.Write(RemoveNexthop{10}), std::nullopt);
+  routes_ = 3;
+  EXPECT_EQ(data_plane_.MakeAsWanted().text,
+            "next hop 10 missing; 2 routes that used our next hops are gone; the programs that "
+            "added them must add them again");
+  EXPECT_EQ(counts_, 2);
 }
 
 TEST_F(KernelDataPlaneTest, TheFirstRefusalIsTheReason) {
