@@ -22,6 +22,14 @@ if ! unshare --mount --propagation slave true 2>/dev/null; then
   echo 'skipped: needs mounts of its own, which a chroot does not have'
   exit 77
 fi
+# In a chroot, it says so.
+folder=$(mktemp -d)
+trap 'rm -rf "$output" "$folder"' EXIT
+printf '#!/bin/sh\nexit 1\n' >"$folder/unshare"
+chmod +x "$folder/unshare"
+! PATH=$folder:$PATH "$1/examples/linux/run" "$2" >"$output" 2>&1 || fail 'it starts in a chroot'
+grep -q 'ip netns needs / to be a mount point' "$output" || fail 'another error in a chroot'
+
 "$1/examples/linux/run" "$2" >"$output" 2>&1 &
 run=$!
 wait "$run" || fail "exit status $?"
