@@ -57,10 +57,32 @@ linux_tests() {
     sed -n "s/^\[  SKIPPED \] \(.*\), listed below:$/   ${test##*/}: \1 skipped on this kernel/p" \
       "$root/build/linux_tests.log" >&3
   done
-  "$root/tests/linux/vm" --timeout 1200 --with "$(type -P ping)" --with "$root/examples/linux" \
-    --with "$bin/zuskux-hal" --with "$bin/zuskux-manager" env ZUSKUX_SKIP_NOTHING=1 \
-    bash -c '"$1" "$2" "$3" && for test in "${@:4}"; do "$test" || exit; done' bash \
-    "$root/tests/linux/example_test.sh" "$root" "$bin" "${tests[@]}"
+  in_machine --timeout 1200 --with "$(type -P ping)" --with "$root/examples/linux" \
+    env ZUSKUX_SKIP_NOTHING=1 \
+    bash -c '"$1" "$2" "$3" && "$4" "$3" --few && for test in "${@:5}"; do "$test" || exit; done' bash \
+    "$root/tests/linux/example_test.sh" "$root" "$bin" "$root/tests/linux/restarts_test.py" "${tests[@]}"
+}
+
+# restarts_in_machine: packets through restarts and site changes, with VRFs and MPLS; takes an hour.
+restarts_in_machine() {
+  build_preset development zuskux-hal zuskux-manager
+  in_machine --timeout 7200 env ZUSKUX_SKIP_NOTHING=1 "$root/tests/linux/restarts_test.py" \
+    "$root/build/development/bin" --long
+}
+
+# in_machine ARG...: tests/linux/vm with both programs, and with what tests/linux/restarts_test.py needs.
+in_machine() {
+  local bin=$root/build/development/bin file with=()
+  while IFS= read -r file; do
+    with+=(--with "$file")
+  done < <(PYTHONPATH=$root/tests/linux /usr/bin/python3 -B -c '
+import os, sys, restarts_test
+for module in list(sys.modules.values()):
+    # Its source, and the same compiled.
+    for path in (getattr(module, "__file__", None), getattr(module, "__cached__", None)):
+        if path and os.path.exists(path): print(path)' "$bin")
+  "$root/tests/linux/vm" --with /usr/bin/python3 "${with[@]}" --with "$bin/zuskux-hal" \
+    --with "$bin/zuskux-manager" "$@"
 }
 
 # web_tests: the page in a browser, and a Prometheus that scrapes both programs.
