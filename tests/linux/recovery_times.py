@@ -215,4 +215,5 @@ def main():
                 measure_start(system, objects)
 
 
-main()
+if __name__ == "__main__":
+    main()
