@@ -114,6 +114,7 @@ Repair KernelDataPlane::MakeAsWanted() {
   if (!kernel_.read) return {};
   KernelState state = kernel_.read();
   Repair repair;
+  repair.interfaces_came = NoteDevices(state);
   Transition transition{std::move(state.objects), translation_.Objects()};
   UseMtusOfParents(state.mtus, &transition.after.devices);
   if (adopting_) {
@@ -159,6 +160,14 @@ Repair KernelDataPlane::MakeAsWanted() {
   UseMtusOfParents(state.mtus, &wanted.devices);
   repair.broken = BrokenEntries(translation_, wanted, present, state.mtus, refused_objects);
   return repair;
+}
+
+bool KernelDataPlane::NoteDevices(const KernelState& state) {
+  std::set<std::string> others;
+  for (const auto& [name, mtu] : state.mtus) {
+    if (state.objects.devices.count(name) == 0) others.insert(name);
+  }
+  return translation_.NoteDevices(others, state.running);
 }
 
 std::size_t KernelDataPlane::CountLostRoutes(bool nexthops_are_lost) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,8 @@ struct KernelState {
   KernelObjects objects;
   /// The MTU of every device, by name.
   std::map<std::string, std::uint32_t> mtus;
+  /// The names of the devices that are up and have a carrier.
+  std::set<std::string> running{};
 };
 
 /// How the data plane reaches the kernel.
@@ -74,6 +77,8 @@ class KernelDataPlane : public DataPlane {
   Repair MakeAsWanted() override;
 
  private:
+  // Returns whether an interface has come.
+  bool NoteDevices(const KernelState& state);
   // Counts the routes, and returns how many have gone since the last count. Unless next hops are
   // lost, does so only if that takes at most a hundredth of the time.
   std::size_t CountLostRoutes(bool nexthops_are_lost);

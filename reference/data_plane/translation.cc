@@ -56,7 +56,34 @@ std::optional<TaggedDevice> ReadTagged(const std::string& name) {
 }  // namespace
 
 Translation::Translation(InterfaceNames interfaces, std::set<std::string> devices)
-    : interfaces_(std::move(interfaces)), devices_(std::move(devices)) {}
+    : interfaces_(std::move(interfaces)), devices_(std::move(devices)), present_(devices_) {}
+
+bool Translation::NoteDevices(const std::set<std::string>& devices,
+                              const std::set<std::string>& running) {
+  std::set<std::string> needed;
+  for (const auto& [lim, device] : interfaces_) {
+    needed.insert(device);
+    if (const auto tagged = ReadTagged(device)) needed.insert(tagged->parent);
+  }
+  bool came = false;
+  std::set<std::string> present_now;
+  std::set<std::string> running_now;
+  for (const std::string& name : needed) {
+    // A subinterface that entries use remains ours, even if another program has replaced it.
+    if (devices.count(name) != 0 && shared_devices_.count(name) == 0) {
+      devices_.insert(name);
+      present_now.insert(name);
+      came = came || present_.count(name) == 0;
+    }
+    if (running.count(name) != 0) {
+      running_now.insert(name);
+      came = came || running_.count(name) == 0;
+    }
+  }
+  present_ = std::move(present_now);
+  running_ = std::move(running_now);
+  return came;
+}
 
 HalReturnCode Translation::Store(HalKind kind, std::uint32_t id,
                                  const google::protobuf::Message& message) {

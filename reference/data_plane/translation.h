@@ -76,6 +76,12 @@ class Translation {
   /// not ours. If they include "eth2" but not an interface named "eth2.20", that one is created.
   Translation(InterfaceNames interfaces, std::set<std::string> devices);
 
+  /// `devices` are the devices in the kernel now that are not ours, `running` those that are up and
+  /// have a carrier. From now on, interfaces may use them. One that has gone still counts, so that
+  /// its entries stay valid. Returns whether the device of an interface has come since the last
+  /// call, or is running now but was not then.
+  bool NoteDevices(const std::set<std::string>& devices, const std::set<std::string>& running);
+
   /// Adds or replaces an entry; `message` is of the kind's class. Changes nothing on an error:
   /// - `kHalExists`: a destination of another kind has the id; all kinds share one number space;
   /// - `kHalNoInterface`: the VLAN destination's interface has no device;
@@ -174,7 +180,11 @@ class Translation {
               typename Map::mapped_type object, bool add);
 
   const InterfaceNames interfaces_;
-  const std::set<std::string> devices_;
+  // Those that exist, or have existed.
+  std::set<std::string> devices_;
+  // The interfaces' devices, and those below their subinterfaces, as of the last `NoteDevices`.
+  std::set<std::string> present_;
+  std::set<std::string> running_;
 
   std::string reason_;
 

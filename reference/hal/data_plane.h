@@ -25,6 +25,9 @@ struct Repair {
   std::vector<std::string> refusals;
   /// All entries that the hardware does not forward for now, each with the cause.
   std::vector<HalObjectState> broken{};
+  /// Whether the device of an interface has come, or its link has come up, since the last
+  /// comparison. Requests that were refused may succeed now.
+  bool interfaces_came = false;
 };
 
 /// Forwards packets as the HAL's tables say. The tables pass it each change. The changes take

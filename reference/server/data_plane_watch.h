@@ -40,8 +40,8 @@ class RepairBudget {
 };
 
 /// Repairs the hardware when another program has changed it, and checks it at regular intervals.
-/// While a check or a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the differences,
-/// at most one line a minute, and reports the outcome of each check.
+/// While a check or a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the
+/// differences, at most one line a minute, and reports the outcome of each check.
 ///
 /// The server owns it. Used on the thread that runs the `io_context`.
 class DataPlaneWatch {

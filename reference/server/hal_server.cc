@@ -31,6 +31,7 @@ class HalServer::Impl {
         [this](LogLevel level, const std::string& line) { state_->Log(level, line); },
         [this](const Repair& repair) {
           state_->object_states.SetAll(repair.broken);
+          if (repair.interfaces_came) state_->object_states.TellOfRefusals();
           state_->TellObjectStates();
         });
   }

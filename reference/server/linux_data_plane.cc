@@ -103,7 +103,8 @@ std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
       KernelAccess{
           [kernel](const std::vector<KernelChange>& changes) { return kernel->Write(changes); },
           [kernel] {
-            return KernelState{kernel->kernel.Read(), kernel->kernel.Devices()};
+            return KernelState{kernel->kernel.Read(), kernel->kernel.Devices(),
+                               kernel->kernel.RunningDevices()};
           },
           [kernel] { return kernel->kernel.TakeNotifications(); }, kernel->kernel.notification_fd(),
           [kernel] { return kernel->kernel.CountRoutes(); }},

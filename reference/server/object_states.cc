@@ -33,6 +33,15 @@ bool ObjectStates::TellAgain(HalKind kind, std::uint32_t id) {
   return true;
 }
 
+void ObjectStates::NoteRefusal(HalKind kind, std::uint32_t id, HalReturnCode code,
+                               std::size_t limit) {
+  if (told_.size() < limit) told_[Key(kind, id)] = {kind, id, code, {}};
+}
+
+void ObjectStates::TellOfRefusals() {
+  for (const auto& [key, state] : told_) untold_.insert(key);
+}
+
 void ObjectStates::TellAll() {
   told_.clear();
   untold_.clear();

@@ -38,6 +38,12 @@ class ObjectStates {
   /// The writer has got a result that installs or replaces the object. Returns whether the object
   /// is not in order all the same.
   bool TellAgain(HalKind kind, std::uint32_t id);
+  /// The writer has got a result that refuses the object, with a code that the state of the
+  /// hardware explains. Remembers it if that makes at most `limit` objects.
+  void NoteRefusal(HalKind kind, std::uint32_t id, HalReturnCode code, std::size_t limit);
+  /// The hardware may accept now what was refused: tells of each such object that it is in order,
+  /// so that the writer sends it again.
+  void TellOfRefusals();
   /// The writer is new and knows nothing.
   void TellAll();
 
@@ -51,7 +57,7 @@ class ObjectStates {
   using Key = std::pair<HalKind, std::uint32_t>;
   using States = std::map<Key, HalObjectState>;
 
-  // Those that are not in order: now, and as far as the writer knows.
+  // Those that are not in order: now, and as far as the writer knows, refused ones included.
   States broken_;
   States told_;
   // Those that may differ between the two.

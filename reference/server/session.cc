@@ -684,9 +684,13 @@ void Session::OnDeadline() {
 
 // A state that is not in order may be out of date: the request may have mended it.
 void Session::NoteOutcome(HalReturnCode code) {
-  if (code != kHalSuccess || state_->object_states.empty()) return;
   const HalKind kind = KindOf(request_.operation);
-  if (ActionOf(request_.operation) == HalAction::kDestroy) {
+  const bool destroys = ActionOf(request_.operation) == HalAction::kDestroy;
+  if (!destroys && (code == kHalNoInterface || code == kHalKernelRefused)) {
+    state_->object_states.NoteRefusal(kind, request_.id, code, state_->options.table_capacity);
+  }
+  if (code != kHalSuccess || state_->object_states.empty()) return;
+  if (destroys) {
     state_->object_states.Remove(kind, request_.id);
   } else if (state_->object_states.TellAgain(kind, request_.id) && state_->watch != nullptr) {
     state_->watch->CheckSoon();

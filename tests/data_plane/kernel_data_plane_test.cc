@@ -27,7 +27,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const InterfaceNames kInterfaces = {{1, "eth0"}, {2, "eth1"}, {3, "eth1.20"}};
+const InterfaceNames kInterfaces = {{1, "eth0"}, {2, "eth1"}, {3, "eth1.20"}, {4, "eth2"}};
 const std::set<std::string> kDevices = {"eth0", "eth1"};
 
 encapsulation::VlanMessage VlanOn(std::uint32_t id, std::uint32_t lim) {
@@ -135,6 +135,16 @@ TEST_F(KernelDataPlaneTest, ARepairThatFailsNamesTheBrokenEntries) {
   const Repair repaired = data_plane_.MakeAsWanted();
   EXPECT_EQ(repaired.differences, 1U);
   EXPECT_THAT(repaired.broken, IsEmpty());
+}
+
+TEST_F(KernelDataPlaneTest, ADeviceThatComesIsUsed) {
+  mtus_ = {{"eth0", 1500}, {"eth1", 1500}};
+  EXPECT_FALSE(data_plane_.MakeAsWanted().interfaces_came);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 4))), kHalNoInterface);
+  mtus_["eth2"] = 1500;
+  EXPECT_TRUE(data_plane_.MakeAsWanted().interfaces_came);
+  EXPECT_FALSE(data_plane_.MakeAsWanted().interfaces_came);
+  EXPECT_EQ(tables_.Apply(Request(HalOperation::kInstallVlan, VlanOn(10, 4))), kHalSuccess);
 }
 
 // A full routing table takes seconds to count.

@@ -237,6 +237,52 @@ TEST(TranslateVlanTest, AVrfExistsAsLongAsItsEntryOrADestinationInIt) {
   EXPECT_EQ(other.Objects().devices.count("zv7"), 1);
 }
 
+TEST(TranslateDeviceTest, AnInterfaceWorksOnceItsDeviceHasCome) {
+  Translation translation = Translated({});
+  EXPECT_EQ(AnyEntry(VlanOn(10, kEth2)).StoreIn(&translation), kHalNoInterface);
+  EXPECT_TRUE(translation.NoteDevices({"eth0", "eth2"}, {}));
+  EXPECT_EQ(AnyEntry(VlanOn(10, kEth2)).StoreIn(&translation), kHalSuccess);
+  EXPECT_EQ(AnyEntry(VlanOn(11, 206)).StoreIn(&translation), kHalSuccess);
+  const KernelDevice tagged = TaggedDevice{"eth2", 20};
+  EXPECT_TRUE(translation.Objects().devices.at("eth2.20") == tagged);
+}
+
+TEST(TranslateDeviceTest, EntriesOutliveTheirDevice) {
+  Translation translation = Translated({VlanOn(10)});
+  EXPECT_FALSE(translation.NoteDevices({}, {}));
+  EXPECT_EQ(AnyEntry(VlanOn(10)).StoreIn(&translation), kHalSuccess);
+  EXPECT_TRUE(translation.NoteDevices({"eth0"}, {})) << "is back";
+}
+
+TEST(TranslateDeviceTest, AnInterfaceComesWithItsLink) {
+  Translation translation = Translated({});
+  EXPECT_TRUE(translation.NoteDevices({"eth0"}, {"eth0"}));
+  EXPECT_FALSE(translation.NoteDevices({"eth0"}, {"eth0"}));
+  EXPECT_FALSE(translation.NoteDevices({"eth0"}, {}));
+  EXPECT_TRUE(translation.NoteDevices({"eth0"}, {"eth0"}));
+}
+
+TEST(TranslateDeviceTest, OtherDevicesAreOfNoInterest) {
+  Translation translation = Translated({});
+  EXPECT_FALSE(translation.NoteDevices({"eth0", "docker0"}, {"lo", "docker0"}));
+}
+
+TEST(TranslateDeviceTest, ASubinterfaceIsNotOursIfAnotherProgramWasFirst) {
+  Translation translation = Translated({});
+  EXPECT_TRUE(translation.NoteDevices({"eth1", "eth1.20"}, {}));
+  EXPECT_EQ(AnyEntry(VlanOn(10, kEth1Tag20)).StoreIn(&translation), kHalSuccess);
+  EXPECT_EQ(translation.Objects().devices.count("eth1.20"), 0U);
+}
+
+TEST(TranslateDeviceTest, ASubinterfaceStaysOursWhileEntriesUseIt) {
+  Translation translation = Translated({VlanOn(10, kEth1Tag20)});
+  const KernelObjects before = translation.Objects();
+  EXPECT_FALSE(translation.NoteDevices({"eth1", "eth1.20"}, {}));
+  EXPECT_TRUE(translation.Objects() == before);
+  translation.Remove(HalKind::kVlan, 10);
+  EXPECT_TRUE(translation.Objects() == KernelObjects());
+}
+
 // Hosts and MPLS destinations.
 
 /// VLAN destination 10 with neighbour `id` on it.

@@ -629,12 +629,20 @@ class UnpluggedTest : public FaultsTest {
         vlan { id: 10 name: "port" interface: "eth2" source_mac: "02:00:00:00:01:01" }
         host { id: 101 name: "a" interface: "eth2" mac: "02:00:00:00:02:01" ip: "192.0.2.1"
                vlan: "port" })");
+    StartServer();
+    StartManager();
+    ASSERT_TRUE(manager_->WaitForError(kSettled)) << manager_->err();
+  }
+
+  void StartServer() {
     hal_.emplace(std::vector<std::string>{ZUSKUX_HAL, "--socket", socket_, "--data-plane", "linux",
                                           "--interfaces", site_});
     ASSERT_TRUE(hal_->WaitForError("listening on ")) << hal_->err();
+  }
+
+  void StartManager() {
     manager_.emplace(std::vector<std::string>{ZUSKUX_MANAGER, site_, "--hal", "unix:" + socket_,
                                               "--stay", "--control", control_});
-    ASSERT_TRUE(manager_->WaitForError(kSettled)) << manager_->err();
   }
 
   static constexpr char kSettled[] = "INFO zuskux-manager: settled: 2 objects: 2 installed";
@@ -669,6 +677,34 @@ TEST_F(UnpluggedTest, TheObjectsFailUntilTheDeviceIsPluggedInAgain) {
   ASSERT_TRUE(manager_->WaitForError(kSettled, 2)) << manager_->err();
   EXPECT_EQ(Output("ip nexthop; ip -6 neigh show nud permanent"), before);
   EXPECT_THAT(Ask("status"), EndsWith("status 0\n"));
+}
+
+TEST_F(UnpluggedTest, ADeviceThatTheServerHasNeverSeenIsUsedWhenItComes) {
+  const std::string before = Output("ip nexthop; ip -6 neigh show nud permanent");
+  manager_.reset();
+  hal_.reset();
+  Run("ip link del eth2");
+  StartServer();
+  StartManager();
+  ASSERT_TRUE(manager_->WaitForError("NOT settled: 2 objects: 2 failed")) << manager_->err();
+  EXPECT_THAT(Ask("explain", "vlan:10"), HasSubstr("no such interface: there is no device eth2"));
+  AddDevice("2");
+  ASSERT_TRUE(manager_->WaitForError(kSettled)) << manager_->err();
+  EXPECT_EQ(Output("ip nexthop; ip -6 neigh show nud permanent"), before);
+}
+
+TEST_F(UnpluggedTest, WhatIsRefusedWithoutACarrierIsInstalledWhenItComes) {
+  const std::string before = Output("ip nexthop; ip -6 neigh show nud permanent");
+  manager_.reset();
+  hal_.reset();
+  Run("ip link del group 171; ip link set far2 down");
+  StartServer();
+  StartManager();
+  ASSERT_TRUE(manager_->WaitForError("NOT settled: 2 objects: 2 failed")) << manager_->err();
+  EXPECT_THAT(Ask("explain", "vlan:10"), HasSubstr("refused by the kernel"));
+  Run("ip link set far2 up");
+  ASSERT_TRUE(manager_->WaitForError(kSettled)) << manager_->err();
+  EXPECT_EQ(Output("ip nexthop; ip -6 neigh show nud permanent"), before);
 }
 
 TEST_F(UnpluggedTest, ANewManagerLearnsThatTheLinkIsDown) {

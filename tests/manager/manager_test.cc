@@ -527,6 +527,27 @@ TEST_F(ManagerObjectStateTest, ARefusedRequestStaysRefused) {
   EXPECT_EQ(StandingText(HalKind::kVlan, 10), "failed not supported");
 }
 
+// The HAL says that its hardware may accept the request now.
+TEST_F(ManagerObjectStateTest, ARequestThatTheHardwareRefusedIsSentAgain) {
+  for (const HalReturnCode code : {kHalNoInterface, kHalKernelRefused}) {
+    Site site = SiteOfAllKinds();
+    site.vlans[0].mtu = code == kHalNoInterface ? 9000 : 9001;
+    Apply(site);
+    for (int refusals = 0; refusals < 2; ++refusals) {
+      EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+      Answer("replace-vlan 10", code);
+      EXPECT_THAT(Sent(), IsEmpty()) << "only when the HAL says so";
+      EXPECT_FALSE(manager_.settled());
+      Tell(HalKind::kVlan, 10, kHalSuccess);
+    }
+    EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10"));
+    const int finished = finished_;
+    Answer("replace-vlan 10");
+    EXPECT_TRUE(manager_.settled());
+    EXPECT_EQ(finished_, finished + 1) << "says so";
+  }
+}
+
 TEST_F(ManagerObjectStateTest, AnObjectThatIsBeingRemovedIsIgnored) {
   Site site = SiteOfAllKinds();
   site.ecmps.clear();

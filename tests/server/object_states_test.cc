@@ -97,6 +97,31 @@ TEST(ObjectStatesTest, ARemovedObjectHasNoState) {
   EXPECT_THAT(states.TakeNews(10), IsEmpty());
 }
 
+TEST(ObjectStatesTest, ARefusalIsOverWhenTheHardwareMayAcceptTheObject) {
+  ObjectStates states;
+  states.NoteRefusal(HalKind::kVlan, 10, kHalNoInterface, 3);
+  states.NoteRefusal(HalKind::kVlan, 11, kHalKernelRefused, 3);
+  states.NoteRefusal(HalKind::kVlan, 12, kHalNoInterface, 3);
+  states.NoteRefusal(HalKind::kVlan, 13, kHalNoInterface, 3);
+  // Its result says that it is in order.
+  states.TellAgain(HalKind::kVlan, 11);
+  states.SetAll({});
+  EXPECT_THAT(states.TakeNews(10), IsEmpty());
+  states.TellOfRefusals();
+  EXPECT_THAT(states.TakeNews(10), ElementsAre(InOrder(10), InOrder(12)));
+  states.TellOfRefusals();
+  EXPECT_THAT(states.TakeNews(10), IsEmpty());
+}
+
+TEST(ObjectStatesTest, ABrokenObjectIsNotInOrderBecauseARefusalIsOver) {
+  ObjectStates states;
+  states.SetAll({Broken(10), Broken(11)});
+  states.TakeNews(10);
+  states.NoteRefusal(HalKind::kVlan, 10, kHalKernelRefused, 3);
+  states.TellOfRefusals();
+  EXPECT_THAT(states.TakeNews(10), ElementsAre(Broken(10)));
+}
+
 TEST(ObjectStatesTest, ANewWriterIsToldEverythingThatIsNotInOrder) {
   ObjectStates states;
   states.SetAll({Broken(10), Broken(11)});
@@ -293,6 +318,31 @@ TEST_F(ObjectStatesServerTest, AResultIsFollowedByTheStateAndTheStateByACheck) {
   EXPECT_EQ(client_->Receive(), Result(2, 0, 10));
   EXPECT_EQ(client_->Receive(), Told({Broken(10)}));
   EXPECT_EQ(client_->Receive(), Told({InOrder(10)}));
+}
+
+// The writer sends again what was refused for want of an interface.
+TEST_F(ObjectStatesServerTest, ARefusalIsOverWhenAnInterfaceComes) {
+  const std::map<std::uint32_t, HalReturnCode> refusals = {
+      {10, kHalNoInterface}, {11, kHalNotSupported}, {12, kHalKernelRefused}};
+  data_plane_.RefuseToStore("vlan 10", kHalNoInterface);
+  data_plane_.RefuseToStore("vlan 11", kHalNotSupported);
+  data_plane_.RefuseToCommit("vlan 12");
+  Connect();
+  for (const auto& [id, code] : refusals) {
+    client_->Send(VlanFrame(kInstallVlan, id, id));
+    const auto result = client_->Receive();
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->payload.substr(0, 4), std::string({0, 0, 0, static_cast<char>(code)}));
+  }
+  int checks = data_plane_.repairs();
+  Find({});
+  AwaitCheck(checks + 1);
+  ExpectNothingTold();
+  Repair repair;
+  repair.interfaces_came = true;
+  data_plane_.SetRepair(std::move(repair));
+  EXPECT_EQ(write(pipe_[1], "x", 1), 1);
+  EXPECT_EQ(client_->Receive(), Told({InOrder(10), InOrder(12)}));
 }
 
 TEST_F(ObjectStatesServerTest, ADestroyedObjectIsNotToldOf) {

@@ -181,6 +181,14 @@ std::map<std::string, std::uint32_t> LinuxKernel::Devices() {
   return devices;
 }
 
+std::set<std::string> LinuxKernel::RunningDevices() {
+  std::set<std::string> running;
+  for (const auto& [index, link] : ReadLinks()) {
+    if (link.running) running.insert(link.name);
+  }
+  return running;
+}
+
 std::size_t LinuxKernel::CountRoutes() {
   std::size_t routes = 0;
   for (const auto write : {WriteIpv4RouteDump, WriteIpv6RouteDump}) {

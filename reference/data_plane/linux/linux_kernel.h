@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ class LinuxKernel {
   /// The MTU of every device, by name. Throws `std::system_error`.
   std::map<std::string, std::uint32_t> Devices();
 
+  /// The names of all devices that are up and have a carrier. Throws `std::system_error`.
+  std::set<std::string> RunningDevices();
+
   /// The number of routes, in all tables, that use our next hops. Call `Read` first. Throws
   /// `std::system_error`.
   std::size_t CountRoutes();
@@ -57,8 +61,8 @@ class LinuxKernel {
   /// Makes the changes in this order and returns those that failed, in the same order. If a new
   /// device cannot be set up completely, removes it again. Adding an object fails if another
   /// program has one with the same name or id. Removing an object that is gone or not ours is a
-  /// no-op. Call `Read` first. If an answer is lost and the kernel cannot be read either, the change
-  /// counts as failed.
+  /// no-op. Call `Read` first. If an answer is lost and the kernel cannot be read either, the
+  /// change counts as failed.
   std::vector<Refusal> Apply(const std::vector<KernelChange>& changes);
 
   /// Readable when something has changed. Our own changes to neighbours and next hops do not make

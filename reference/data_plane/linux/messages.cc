@@ -330,6 +330,7 @@ Link ReadLink(const nlmsghdr& message) {
   Link link;
   link.index = header.ifi_index;
   link.up = (header.ifi_flags & IFF_UP) != 0;
+  link.running = link.up && (header.ifi_flags & IFF_RUNNING) != 0;
   link.name = TextOf(attributes[IFLA_IFNAME]);
   link.group = ValueOf<std::uint32_t>(attributes[IFLA_GROUP]);
   link.parent = ValueOf<int>(attributes[IFLA_LINK]);

@@ -34,6 +34,8 @@ struct Link {
   std::uint32_t mtu = 0;
   std::string alias;
   bool up = false;
+  /// Up, and with a carrier.
+  bool running = false;
   bool forwards_ipv4 = false;
   /// Absent if the device has no IPv6, as with an MTU below 1280.
   struct Ipv6 {

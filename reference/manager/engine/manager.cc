@@ -251,7 +251,12 @@ void Manager::Handle(const HalObjectState& state) {
   const bool in_order = state.code == kHalSuccess;
   const bool confirmed =
       object->state() == ObjectState::kInstalled || object->state() == ObjectState::kSent;
-  // A request that failed stays failed: only a request can change that.
+  const bool awaits_hardware = object->code == kHalNoInterface || object->code == kHalKernelRefused;
+  if (in_order && !object->broken && object->state() == ObjectState::kFailed && awaits_hardware) {
+    busy_ = true;
+    return MarkDue(object);
+  }
+  // Any other request that failed stays failed: only a request can change that.
   if (in_order ? !object->broken : !object->broken && !confirmed) return;
   object->broken = !in_order;
   object->code = state.code;
