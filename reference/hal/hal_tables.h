@@ -154,6 +154,8 @@ class HalTables {
   // Nearly all messages fit into that many bytes, so an entry seldom allocates memory of its own.
   static constexpr std::size_t kInlinePayload = 32;
 
+  // Moving bytes does not throw, although small_vector allocates for other elements.
+  // NOLINTNEXTLINE(bugprone-exception-escape)
   struct Entry {
     std::string_view payload() const { return {bytes.data(), bytes.size()}; }
 
