@@ -426,5 +426,18 @@ TEST(ObjectStateFaultTest, AStateDoesNotOvertakeALateResult) {
               ElementsAre(Result(1, 0, 10), Told({Broken(10, "a fault")})));
 }
 
+TEST(ObjectStateFaultTest, AnObjectStaysBrokenForItsTime) {
+  TestServer server(R"(fault { what: "object-state" of: "vlan" code: 9 ms: 600000 })");
+  RawClient client(server.path());
+  EXPECT_EQ(client.Greet(HelloBytes('\x03'))->type, 1);
+  client.Send(VlanFrame(kInstallVlan, 1, 10));
+  EXPECT_THAT(client.ReceiveFrames(2),
+              ElementsAre(Result(1, 0, 10), Told({Broken(10, "a fault")})));
+  for (std::uint32_t beat = 2; beat <= 20; ++beat) {
+    client.Send(kHeartbeat, beat);
+    ASSERT_EQ(client.Receive(), (RawFrame{kHeartbeat, beat, ""}));
+  }
+}
+
 }  // namespace
 }  // namespace reference

@@ -8,12 +8,15 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <variant>
 #include <vector>
 
 #include "reference/hal/request_observer.h"
+#include "reference/server/fault_file.h"
 #include "tests/hal/messages.h"
 #include "tests/server/raw_client.h"
 #include "tests/server/test_server.h"
@@ -260,6 +263,24 @@ TEST(ServerFaults, CutsAResult) {
     EXPECT_EQ(server.Tables().size(HalKind::kVlan), 2U);
     EXPECT_EQ(Converse(&server, Installs(1, 3)), Successes(1, 3));
   }
+}
+
+// A stream does not show where a write ended.
+TEST(ServerFaults, TheFateOfAConnectionIsThatOfItsFault) {
+  using Fate = ServerFaults::ConnectionFate;
+  const auto fate_with = [](const std::string& fault) {
+    const auto plan = ParseFaultFile(fault, {[](LogLevel, const std::string&) {}, [] {}});
+    return std::get<std::unique_ptr<ServerFaults>>(plan)->OnAccept();
+  };
+  EXPECT_EQ(fate_with(R"(fault { what: "refuse" })").entry, Fate::Entry::kRefuse);
+  EXPECT_EQ(fate_with(R"(fault { what: "close-on-accept" })").entry, Fate::Entry::kClose);
+  EXPECT_TRUE(fate_with(R"(fault { what: "one-byte-writes" })").one_byte_writes);
+  EXPECT_EQ(fate_with(R"(fault { what: "slow-reads" bytes_per_second: 7 })").read_bytes_per_second,
+            7U);
+  const Fate none = fate_with(R"(fault { what: "swallow" })");
+  EXPECT_EQ(none.entry, Fate::Entry::kServe);
+  EXPECT_FALSE(none.one_byte_writes);
+  EXPECT_EQ(none.read_bytes_per_second, 0U);
 }
 
 TEST(ServerFaults, WritesByteByByte) {
