@@ -154,7 +154,7 @@ class HalTables {
   // Nearly all messages fit into that many bytes, so an entry seldom allocates memory of its own.
   static constexpr std::size_t kInlinePayload = 32;
 
-  // Moving bytes does not throw, although small_vector allocates for other elements.
+  // A move takes over a block of the heap, or copies into its own inline bytes: it cannot throw.
   // NOLINTNEXTLINE(bugprone-exception-escape)
   struct Entry {
     std::string_view payload() const { return {bytes.data(), bytes.size()}; }
