@@ -22,9 +22,6 @@ constexpr milliseconds kTick{250};
 constexpr int kStatusTicks = 4;
 constexpr milliseconds kRateTime{1000};
 constexpr std::size_t kMaxRates = 600;
-constexpr std::size_t kMaxRows = 1000;
-constexpr std::size_t kDefaultRows = 100;
-constexpr std::size_t kMaxText = 200;
 
 std::string NewInstance() {
   std::random_device random;

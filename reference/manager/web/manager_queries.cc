@@ -20,10 +20,7 @@ using Json = nlohmann::ordered_json;
 // How many objects a step examines.
 constexpr std::size_t kStep = 512;
 
-constexpr std::size_t kMaxRows = 1000;
-constexpr std::size_t kDefaultRows = 100;
 constexpr std::uint64_t kMaxSkip = 0xFFFFFFFF;
-constexpr std::size_t kMaxText = 200;
 constexpr std::size_t kMaxHistory = 100;
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }

@@ -29,6 +29,12 @@ struct WatchedManager {
   std::size_t max_examined = std::size_t{1} << 17U;
 };
 
+/// Rows of a page of a list: the most, and how many without a limit in the request.
+inline constexpr std::size_t kMaxRows = 1000;
+inline constexpr std::size_t kDefaultRows = 100;
+/// The longest text of a parameter.
+inline constexpr std::size_t kMaxText = 200;
+
 // What the pages ask the manager, each a query whose steps are short whatever the number of
 // objects. Arguments that name no kind, state or object, and the like, throw `HttpError`.
 
