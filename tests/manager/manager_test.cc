@@ -1068,8 +1068,8 @@ TEST_F(ManagerTest, ARefusalHasTheReasonThatTheHalGives) {
   Work();
   hal_.SetReason("a success needs none");
   AnswerAll();
-  EXPECT_EQ(manager_.database().Find({HalKind::kVlan, 10})->reason, "");
-  EXPECT_EQ(manager_.database().Find({HalKind::kVrf, 1})->reason, "");
+  EXPECT_EQ(manager_.database().Find({HalKind::kVlan, 10})->reason(), "");
+  EXPECT_EQ(manager_.database().Find({HalKind::kVrf, 1})->reason(), "");
 }
 
 TEST_F(ManagerTest, IsNotSettledWithAVrfThatWasRefused) {

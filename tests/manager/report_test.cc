@@ -160,7 +160,7 @@ TEST_F(ReportTest, GraphvizReadsNoEntityInAName) {
 
 TEST_F(ReportTest, ExplainsWithTheHalsReason) {
   Find(HalKind::kVlan, 11)->code = kHalKernelRefused;
-  Find(HalKind::kVlan, 11)->reason = "no memory";
+  Find(HalKind::kVlan, 11)->set_reason("no memory");
   EXPECT_EQ(ExplainText(HalKind::kVlan, 11),
             "vlan:11 \"vlan-11\" failed: refused by the kernel: no memory\n");
 }
