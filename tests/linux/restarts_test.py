@@ -411,6 +411,7 @@ def main():
 
         system.traffic = traffic = Traffic(outside, flows)
         stack.callback(traffic.ended.set)
+        start = time.monotonic()
         events = ([system.restart_server] * KILLS + [system.restart_manager] * MANAGER_KILLS +
                   [system.change_builds] * BUILDS + [system.change_site] * CHANGES +
                   [system.flap] * FLAPS + [system.drift] * DRIFTS)
@@ -423,7 +424,7 @@ def main():
         writes = system.writes()
         time.sleep(0.2)
         missing = traffic.end()
-        print(f"{traffic.sent} packets, {len(missing)} missing; "
+        print(f"{traffic.sent} packets in {time.monotonic() - start:.0f} s, {len(missing)} missing; "
               f"{'without ' + ' and '.join(missing_features) + '; ' if missing_features else ''}"
               f"{KILLS} kills of the server, "
               f"{MANAGER_KILLS} of the manager, {BUILDS} changes of builds, {CHANGES} of the site, {FLAPS} flaps, "
