@@ -10,11 +10,7 @@ void TableHal::Start(HalReports reports) { reports_ = std::move(reports); }
 
 void TableHal::AskForDigests() {
   EXPECT_TRUE(queue_.empty()) << "nothing is in flight during an audit";
-  HalDigests digests;
-  for (const HalKind kind : kAllHalKinds) {
-    digests.at(static_cast<std::size_t>(kind)) = tables_.digest(kind);
-  }
-  reports_.digests(digests);
+  reports_.digests(tables_.digests());
 }
 
 void TableHal::FindServer() {
