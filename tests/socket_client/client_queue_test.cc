@@ -65,6 +65,7 @@ class ClientQueueTest : public testing::Test {
     std::vector<ConnectionQueue::Ended> ended;
     connection_->TakeEnded(&ended);
     std::vector<HalReturnCode> codes;
+    codes.reserve(ended.size());
     for (const auto& one : ended) codes.push_back(one.code);
     return codes;
   }
