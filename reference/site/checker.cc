@@ -1,51 +1,10 @@
 #include "reference/site/checker.h"
 
-#include <google/protobuf/descriptor.h>
-
 #include <algorithm>
 
 #include "reference/text/printable.h"
 
 namespace reference {
-
-using google::protobuf::FieldDescriptor;
-
-Entry::Entry(const google::protobuf::Message& file, const FieldPlaces* places,
-             const FieldDescriptor& kind, int index)
-    : message_(file.GetReflection()->GetRepeatedMessage(file, &kind, index)),
-      reflection_(*message_.GetReflection()),
-      kind_(kind),
-      places_(places == nullptr ? nullptr : places->GetTreeForNested(&kind, index)) {
-  if (places != nullptr) place_ = reference::PlaceOf(*places, kind, index);
-}
-
-bool Entry::Has(int field) const { return reflection_.HasField(message_, Field(field)); }
-
-std::int64_t Entry::Number(int field) const { return reflection_.GetInt64(message_, Field(field)); }
-
-const std::string& Entry::Text(int field) const {
-  return reflection_.GetStringReference(message_, Field(field), nullptr);
-}
-
-int Entry::Count(int field) const { return reflection_.FieldSize(message_, Field(field)); }
-
-const std::string& Entry::Text(int field, int index) const {
-  return reflection_.GetRepeatedStringReference(message_, Field(field), index, nullptr);
-}
-
-const std::string& Entry::FieldName(int field) const { return Field(field)->name(); }
-
-Place Entry::PlaceOf(int field, int index) const {
-  if (places_ == nullptr) return place_;
-  const Place place = reference::PlaceOf(*places_, *Field(field), index);
-  return place.line > 0 ? place : place_;
-}
-
-std::string Entry::Describe() const {
-  const FieldDescriptor* name = message_.GetDescriptor()->FindFieldByName("name");
-  const std::string& text = reflection_.GetStringReference(message_, name, nullptr);
-  return text.empty() ? kind_.name() : kind_.name() + ' ' + Quote(text);
-}
 
 std::optional<std::uint32_t> Checker::Number(const Entry& entry, int field, Range range) {
   if (!entry.Has(field)) return std::nullopt;
@@ -67,16 +26,16 @@ std::uint32_t Checker::RequiredNumber(const Entry& entry, int field, Range range
 }
 
 std::string Checker::RequiredText(const Entry& entry, int field) {
-  const std::string& text = entry.Text(field);
+  const std::string_view text = entry.Text(field);
   if (text.empty()) AddMissing(entry, field, R"("...")");
   CheckText(entry, field, entry.PlaceOf(field), text);
-  return text;
+  return std::string(text);
 }
 
 std::vector<std::string> Checker::Texts(const Entry& entry, int field) {
   std::vector<std::string> texts;
   for (int i = 0; i < entry.Count(field); ++i) {
-    texts.push_back(entry.Text(field, i));
+    texts.emplace_back(entry.Text(field, i));
     CheckText(entry, field, entry.PlaceOf(field, i), texts.back());
   }
   return texts;
@@ -137,7 +96,7 @@ void Checker::AddUnknownWord(const Entry& entry, int field, int index,
                                        "; use one of: " + Join(words));
 }
 
-void Checker::CheckText(const Entry& entry, int field, Place place, const std::string& text) {
+void Checker::CheckText(const Entry& entry, int field, Place place, std::string_view text) {
   if (IsPrintable(text)) return;
   Add(place, entry.FieldName(field) + ' ' + Quote(text) +
                  " is not plain text; write UTF-8 without control or invisible characters");

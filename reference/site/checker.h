@@ -1,8 +1,6 @@
 #ifndef ZUSKUX_REFERENCE_SITE_CHECKER_H_
 #define ZUSKUX_REFERENCE_SITE_CHECKER_H_
 
-#include <google/protobuf/message.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -12,44 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "reference/site/entries.h"
 #include "reference/site/site_values.h"
 #include "reference/text/diagnostics.h"
-#include "reference/text/text_file.h"
 
 namespace reference {
-
-/// One entry of a site file: its message and, if recorded, the places of its fields. Identifies
-/// fields by number. Refers to the file and the places, which must outlive it.
-class Entry {
- public:
-  /// The `index`-th entry of the kind `kind` in `file`. `places` are those of the file, or null.
-  Entry(const google::protobuf::Message& file, const FieldPlaces* places,
-        const google::protobuf::FieldDescriptor& kind, int index);
-
-  bool Has(int field) const;
-  std::int64_t Number(int field) const;
-  const std::string& Text(int field) const;
-  int Count(int field) const;
-  const std::string& Text(int field, int index) const;
-
-  /// The field's name in the file.
-  const std::string& FieldName(int field) const;
-  /// The place of a field's value, or of the entry if the field is missing.
-  Place PlaceOf(int field, int index = 0) const;
-  /// "vlan", or with its name: "vlan "core-a"".
-  std::string Describe() const;
-
- private:
-  const google::protobuf::FieldDescriptor* Field(int field) const {
-    return message_.GetDescriptor()->FindFieldByNumber(field);
-  }
-
-  const google::protobuf::Message& message_;
-  const google::protobuf::Reflection& reflection_;
-  const google::protobuf::FieldDescriptor& kind_;
-  const FieldPlaces* places_;
-  Place place_;
-};
 
 inline constexpr Range kUint32;
 inline constexpr Range kIds{1};
@@ -114,7 +79,7 @@ class Checker {
   void AddMissing(const Entry& entry, int field, const std::string& remedy);
   void AddUnknownWord(const Entry& entry, int field, int index,
                       const std::vector<std::string_view>& words);
-  void CheckText(const Entry& entry, int field, Place place, const std::string& text);
+  void CheckText(const Entry& entry, int field, Place place, std::string_view text);
 
   Diagnostics findings_;
   bool has_mistakes_ = false;

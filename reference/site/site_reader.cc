@@ -1,23 +1,26 @@
 #include "reference/site/site_reader.h"
 
 #include <google/protobuf/arena.h>
+#include <tsl/robin_map.h>
+#include <tsl/robin_set.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <tuple>
-#include <unordered_map>
 #include <utility>
 
 #include "reference/site/checker.h"
+#include "reference/site/entries.h"
 #include "reference/site/site_values.h"
 #include "reference/text/printable.h"
 #include "reference/text/text_file.h"
@@ -53,6 +56,9 @@ const Role kMemberRole{"a vlan, host or mpls",
                        "a vlan, host or mpls",
                        {Kind::kVlan, Kind::kHost, Kind::kTunnel, Kind::kCircuit}};
 
+// More than the greatest number of a kind's field in the file's message.
+constexpr std::size_t kEntryKinds = 8;
+
 // The names of a file in one name space, and the number that each refers to.
 class Names {
  public:
@@ -70,7 +76,7 @@ class Names {
 
   const Named* Find(std::string_view name) const {
     const auto found = named_.find(name);
-    return found == named_.end() ? nullptr : &found->second;
+    return found == named_.end() ? nullptr : &found.value();
   }
 
   // `lead` and the first few names that fit `role`; empty if none fits.
@@ -91,7 +97,10 @@ class Names {
  private:
   static constexpr std::size_t kExamples = 5;
 
-  std::unordered_map<std::string_view, Named> named_;
+  // Keeps the hashes, so that only equal names are compared: most are not in the cache.
+  tsl::robin_map<std::string_view, Named, std::hash<std::string_view>, std::equal_to<>,
+                 std::allocator<std::pair<std::string_view, Named>>, true>
+      named_;
   // One more than is shown, to know whether there are more.
   std::array<std::vector<std::string_view>, kKinds> examples_;
 };
@@ -102,8 +111,9 @@ class Uses {
  public:
   void Add(Value value, Place place) { uses_.push_back({value, place}); }
 
-  // The first use of a value; nothing if it is not used. Only after `Report`.
-  std::optional<Place> Find(Value value) const {
+  // The first use of a value; nothing if it is not used.
+  std::optional<Place> Find(Value value) {
+    Sort();
     const auto use =
         std::lower_bound(uses_.begin(), uses_.end(), value,
                          [](const Use& earlier, Value later) { return earlier.value < later; });
@@ -115,10 +125,8 @@ class Uses {
   // value: "destination an id".
   template <class Show>
   void Report(Checker& checker, const char* field, const char* owned, Show show) {
-    std::sort(uses_.begin(), uses_.end(), [](const Use& a, const Use& b) {
-      return std::tie(a.value, a.place.line, a.place.column) <
-             std::tie(b.value, b.place.line, b.place.column);
-    });
+    if (AllDiffer()) return;
+    Sort();
     const Use* first = nullptr;
     for (const Use& use : uses_) {
       if (first == nullptr || first->value != use.value) {
@@ -137,7 +145,26 @@ class Uses {
     Value value;
     Place place;
   };
+
+  // Much faster than to sort the uses. May return false by mistake.
+  bool AllDiffer() const {
+    std::vector<std::size_t> hashes;
+    hashes.reserve(uses_.size());
+    for (const Use& use : uses_) hashes.push_back(std::hash<Value>()(use.value));
+    if (!std::is_sorted(hashes.begin(), hashes.end())) std::sort(hashes.begin(), hashes.end());
+    return std::adjacent_find(hashes.begin(), hashes.end()) == hashes.end();
+  }
+
+  void Sort() {
+    if (std::exchange(sorted_, true)) return;
+    std::sort(uses_.begin(), uses_.end(), [](const Use& a, const Use& b) {
+      return std::tie(a.value, a.place.line, a.place.column) <
+             std::tie(b.value, b.place.line, b.place.column);
+    });
+  }
+
   std::vector<Use> uses_;
+  bool sorted_ = false;
 };
 
 // The numbers and names of one number and name space.
@@ -147,7 +174,7 @@ class Space {
     if (entry.Has(number_field) && range.Contains(entry.Number(number_field))) {
       numbers_.Add(entry.Number(number_field), entry.PlaceOf(number_field));
     }
-    const std::string& name = entry.Text(name_field);
+    const std::string_view name = entry.Text(name_field);
     if (name.empty()) return;
     names_.Add(name, entry.PlaceOf(name_field));
     if (name.find(' ') != std::string::npos) spaced_.push_back({name, entry.PlaceOf(name_field)});
@@ -168,7 +195,7 @@ class Space {
   };
 
   // Reports names that people cannot tell apart: those that differ only in spaces.
-  void ReportSpaced(Checker& checker, const char* owned) const {
+  void ReportSpaced(Checker& checker, const char* owned) {
     std::map<std::string, Spaced> seen;
     for (const Spaced& spaced : spaced_) {
       std::string bare(spaced.name);
@@ -193,25 +220,25 @@ class Space {
   std::vector<Spaced> spaced_;
 };
 
-// Makes the site from a parsed file. `places` is null in a reading that only determines whether the
-// file has mistakes.
+// Calls an `EntryUse` for each entry of a file. Returns nothing if it cannot read the file, for
+// which the calls mean nothing.
+using EntrySource = std::function<std::optional<FileHead>(const EntryUse& use)>;
+
+// Makes the site from a file's entries.
 class SiteReader {
  public:
-  SiteReader(const site::SiteFile& file, const FieldPlaces* places)
-      : file_(file), places_(places) {}
+  explicit SiteReader(EntrySource source) : source_(std::move(source)) {}
 
-  // Returns the mistakes and warnings.
-  std::vector<Diagnostic> Read() {
-    CollectNames();
-    Site site;
-    ReadAll<site::SiteFile::kInterfaceFieldNumber>(site.interfaces, &SiteReader::Interface);
-    ReadAll<site::SiteFile::kVrfFieldNumber>(site.vrfs, &SiteReader::Vrf);
-    ReadAll<site::SiteFile::kVlanFieldNumber>(site.vlans, &SiteReader::Vlan);
-    ReadAll<site::SiteFile::kHostFieldNumber>(site.hosts, &SiteReader::Host);
-    ReadAll<site::SiteFile::kMplsFieldNumber>(site.mpls, &SiteReader::Mpls);
-    ReadAll<site::SiteFile::kEcmpFieldNumber>(site.ecmps, &SiteReader::Ecmp);
-    CheckCount(CountObjects(site));
-    site_ = std::move(site);
+  // Returns the mistakes and warnings; nothing if the source cannot read the file.
+  std::optional<std::vector<Diagnostic>> Read() {
+    const auto head = source_([this](const Entry& entry) { CollectName(entry); });
+    if (!head) return std::nullopt;
+    interfaces_.Report(checker_, "lim_id", "interface a lim_id", "interface a name");
+    vrfs_.Report(checker_, "id", "vrf an id", "vrf a name");
+    destinations_.Report(checker_, "id", "destination an id", "destination a name");
+    Reserve();
+    source_([this](const Entry& entry) { Add(entry); });
+    CheckCount(*head);
     return checker_.TakeFindings();
   }
 
@@ -219,83 +246,94 @@ class SiteReader {
   Site TakeSite() { return std::move(site_); }
 
  private:
-  void CheckCount(std::size_t objects) {
-    if (!file_.has_object_count()) {
+  void CheckCount(const FileHead& head) {
+    const std::size_t objects = CountObjects(site_);
+    if (!head.object_count) {
       // What a failed copy leaves.
-      if (objects == 0 && file_.interface().empty()) {
+      if (objects == 0 && site_.interfaces.empty()) {
         checker_.Add({},
                      "the file has no entries; restore them, or write object_count: 0 to remove "
                      "everything");
       }
       return;
     }
-    const std::int64_t count = file_.object_count();
+    const std::int64_t count = *head.object_count;
     if (count >= 0 && static_cast<std::uint64_t>(count) == objects) return;
-    Place place;
-    if (places_ != nullptr) {
-      const auto* const field =
-          site::SiteFile::descriptor()->FindFieldByNumber(site::SiteFile::kObjectCountFieldNumber);
-      place = PlaceOf(*places_, *field);
+    checker_.Add(head.object_count_place, "object_count is " + std::to_string(count) +
+                                              ", but the file has " + std::to_string(objects) +
+                                              (objects == 1 ? " object" : " objects") +
+                                              "; restore the missing ones or correct object_count");
+  }
+
+  void CollectName(const Entry& entry) {
+    ++counts_.at(static_cast<std::size_t>(entry.kind()));
+    switch (entry.kind()) {
+      case site::SiteFile::kInterfaceFieldNumber:
+        interfaces_.Add(entry, site::Interface::kLimIdFieldNumber, kUint32,
+                        site::Interface::kNameFieldNumber);
+        Name<site::Interface>(interface_names_, Kind::kInterface, entry,
+                              site::Interface::kLimIdFieldNumber);
+        break;
+      case site::SiteFile::kVrfFieldNumber:
+        vrfs_.Add(entry, site::Vrf::kIdFieldNumber, kIds, site::Vrf::kNameFieldNumber);
+        vrf_numbers_.insert(entry.Number(site::Vrf::kVrfIdFieldNumber));
+        break;
+      case site::SiteFile::kVlanFieldNumber:
+        CollectDestination<site::Vlan>(Kind::kVlan, entry);
+        break;
+      case site::SiteFile::kHostFieldNumber:
+        CollectDestination<site::Host>(Kind::kHost, entry);
+        break;
+      case site::SiteFile::kMplsFieldNumber:
+        CollectDestination<site::Mpls>(
+            entry.Has(site::Mpls::kVcLabelFieldNumber) ? Kind::kCircuit : Kind::kTunnel, entry);
+        break;
+      default:
+        CollectDestination<site::Ecmp>(Kind::kEcmp, entry);
     }
-    checker_.Add(place, "object_count is " + std::to_string(count) + ", but the file has " +
-                            std::to_string(objects) + (objects == 1 ? " object" : " objects") +
-                            "; restore the missing ones or correct object_count");
   }
 
-  template <class Function>
-  void ForEach(int kind, Function function) const {
-    const auto* field = site::SiteFile::descriptor()->FindFieldByNumber(kind);
-    const int count = site::SiteFile::GetReflection()->FieldSize(file_, field);
-    for (int i = 0; i < count; ++i) function(Entry(file_, places_, *field, i));
-  }
-
-  template <int kind, class Object>
-  void ReadAll(std::vector<Object>& objects, Object (SiteReader::*read)(const Entry&)) {
-    ForEach(kind, [&](const Entry& entry) { objects.push_back((this->*read)(entry)); });
-  }
-
-  void CollectNames() {
-    Space interfaces;
-    ForEach(site::SiteFile::kInterfaceFieldNumber, [&](const Entry& entry) {
-      using site::Interface;
-      interfaces.Add(entry, Interface::kLimIdFieldNumber, kUint32, Interface::kNameFieldNumber);
-      Name<Interface>(interface_names_, Kind::kInterface, entry, Interface::kLimIdFieldNumber);
-    });
-    interfaces.Report(checker_, "lim_id", "interface a lim_id", "interface a name");
-
-    Space vrfs;
-    ForEach(site::SiteFile::kVrfFieldNumber, [&](const Entry& entry) {
-      vrfs.Add(entry, site::Vrf::kIdFieldNumber, kIds, site::Vrf::kNameFieldNumber);
-      vrf_numbers_.insert(entry.Number(site::Vrf::kVrfIdFieldNumber));
-    });
-    vrfs.Report(checker_, "id", "vrf an id", "vrf a name");
-
-    Space destinations;
-    CollectDestinations<site::Vlan>(destinations, site::SiteFile::kVlanFieldNumber,
-                                    [](const Entry&) { return Kind::kVlan; });
-    CollectDestinations<site::Host>(destinations, site::SiteFile::kHostFieldNumber,
-                                    [](const Entry&) { return Kind::kHost; });
-    CollectDestinations<site::Mpls>(
-        destinations, site::SiteFile::kMplsFieldNumber, [](const Entry& entry) {
-          return entry.Has(site::Mpls::kVcLabelFieldNumber) ? Kind::kCircuit : Kind::kTunnel;
-        });
-    CollectDestinations<site::Ecmp>(destinations, site::SiteFile::kEcmpFieldNumber,
-                                    [](const Entry&) { return Kind::kEcmp; });
-    destinations.Report(checker_, "id", "destination an id", "destination a name");
-  }
-
-  template <class Schema, class KindOf>
-  void CollectDestinations(Space& space, int field, KindOf kind_of) {
-    ForEach(field, [&](const Entry& entry) {
-      space.Add(entry, Schema::kIdFieldNumber, kIds, Schema::kNameFieldNumber);
-      Name<Schema>(destination_names_, kind_of(entry), entry, Schema::kIdFieldNumber);
-    });
+  template <class Schema>
+  void CollectDestination(Kind kind, const Entry& entry) {
+    destinations_.Add(entry, Schema::kIdFieldNumber, kIds, Schema::kNameFieldNumber);
+    Name<Schema>(destination_names_, kind, entry, Schema::kIdFieldNumber);
   }
 
   template <class Schema>
   static void Name(Names& names, Kind kind, const Entry& entry, int number) {
     names.Add(entry.Text(Schema::kNameFieldNumber),
               {kind, static_cast<std::uint32_t>(entry.Number(number))});
+  }
+
+  void Reserve() {
+    site_.interfaces.reserve(counts_[site::SiteFile::kInterfaceFieldNumber]);
+    site_.vrfs.reserve(counts_[site::SiteFile::kVrfFieldNumber]);
+    site_.vlans.reserve(counts_[site::SiteFile::kVlanFieldNumber]);
+    site_.hosts.reserve(counts_[site::SiteFile::kHostFieldNumber]);
+    site_.mpls.reserve(counts_[site::SiteFile::kMplsFieldNumber]);
+    site_.ecmps.reserve(counts_[site::SiteFile::kEcmpFieldNumber]);
+  }
+
+  void Add(const Entry& entry) {
+    switch (entry.kind()) {
+      case site::SiteFile::kInterfaceFieldNumber:
+        site_.interfaces.push_back(Interface(entry));
+        break;
+      case site::SiteFile::kVrfFieldNumber:
+        site_.vrfs.push_back(Vrf(entry));
+        break;
+      case site::SiteFile::kVlanFieldNumber:
+        site_.vlans.push_back(Vlan(entry));
+        break;
+      case site::SiteFile::kHostFieldNumber:
+        site_.hosts.push_back(Host(entry));
+        break;
+      case site::SiteFile::kMplsFieldNumber:
+        site_.mpls.push_back(Mpls(entry));
+        break;
+      default:
+        site_.ecmps.push_back(Ecmp(entry));
+    }
   }
 
   SiteInterface Interface(const Entry& entry) {
@@ -379,6 +417,7 @@ class SiteReader {
   SiteEcmp Ecmp(const Entry& entry) {
     auto ecmp = IdAndName<site::Ecmp, SiteEcmp>(entry);
     const int field = site::Ecmp::kMemberFieldNumber;
+    ecmp.members.reserve(static_cast<std::size_t>(entry.Count(field)));
     for (int i = 0; i < entry.Count(field); ++i) {
       ecmp.members.push_back(
           Resolve(destination_names_, kMemberRole, entry, field, i, entry.Text(field, i)));
@@ -443,7 +482,7 @@ class SiteReader {
 
   // The number that a name in a field refers to.
   std::uint32_t Resolve(const Names& names, const Role& role, const Entry& entry, int field,
-                        int index, const std::string& name) {
+                        int index, std::string_view name) {
     const Names::Named* named = names.Find(name);
     if (named != nullptr &&
         std::find(role.kinds.begin(), role.kinds.end(), named->kind) != role.kinds.end()) {
@@ -462,42 +501,62 @@ class SiteReader {
     return 0;
   }
 
-  const site::SiteFile& file_;
-  const FieldPlaces* places_;
+  const EntrySource source_;
   Checker checker_;
   Site site_;
-  std::set<std::int64_t> vrf_numbers_;
+  std::array<std::size_t, kEntryKinds> counts_{};
+  Space interfaces_;
+  Space vrfs_;
+  Space destinations_;
+  tsl::robin_set<std::int64_t> vrf_numbers_;
   Names interface_names_;
   Names destination_names_;
 };
 
-// Parses and reads; `places` may be null. Fills in `site` unless there are mistakes.
-std::vector<Diagnostic> ReadText(const std::string& text, FieldPlaces* places,
-                                 std::optional<Site>* site) {
+// The result of a reading.
+struct Reading {
+  std::vector<Diagnostic> findings;
+  // Nothing if there are mistakes.
+  std::optional<Site> site;
+};
+
+std::optional<Reading> ReadEntries(EntrySource source) {
+  SiteReader reader(std::move(source));
+  auto findings = reader.Read();
+  if (!findings) return std::nullopt;
+  Reading reading{*std::move(findings), std::nullopt};
+  if (!reader.HasMistakes()) reading.site = reader.TakeSite();
+  return reading;
+}
+
+// Parses and reads; `places` may be null.
+Reading ReadText(const std::string& text, FieldPlaces* places) {
   google::protobuf::Arena arena;
   auto* const file = google::protobuf::Arena::CreateMessage<site::SiteFile>(&arena);
   std::vector<Diagnostic> syntax_errors = ParseTextFile(text, kSiteFile, file, places);
-  if (!syntax_errors.empty()) return syntax_errors;
-  SiteReader reader(*file, places);
-  std::vector<Diagnostic> findings = reader.Read();
-  if (!reader.HasMistakes()) *site = reader.TakeSite();
-  return findings;
+  if (!syntax_errors.empty()) return {std::move(syntax_errors), std::nullopt};
+  return *ReadEntries(
+      [file, places](const EntryUse& use) { return ForEachEntry(*file, places, use); });
+}
+
+// Reads in the fastest way that can read the text. The findings have no places.
+Reading ReadWithoutPlaces(const std::string& text) {
+  auto plain = ReadEntries([&text](const EntryUse& use) { return ForEachPlainEntry(text, use); });
+  return plain ? *std::move(plain) : ReadText(text, nullptr);
 }
 
 // The findings, with their places. The places take several times the memory and time of everything
 // else, and only findings need them.
 std::vector<Diagnostic> FindPlaces(const std::string& text) {
   FieldPlaces places;
-  std::optional<Site> site;
-  return ReadText(text, &places, &site);
+  return ReadText(text, &places).findings;
 }
 
 }  // namespace
 
 SiteOrMistakes ParseSite(const std::string& text) {
-  std::optional<Site> site;
-  ReadText(text, nullptr, &site);
-  if (site) return *std::move(site);
+  Reading reading = ReadWithoutPlaces(text);
+  if (reading.site) return *std::move(reading.site);
   return FindPlaces(text);
 }
 
@@ -510,12 +569,10 @@ SiteOrMistakes ReadSiteFile(const std::string& path) {
 SiteFindings CheckSiteFile(const std::string& path) {
   auto text = ReadTextFile(path, kSiteFile);
   if (auto* const mistake = std::get_if<Diagnostic>(&text)) return {{std::move(*mistake)}, 0};
-  std::optional<Site> site;
-  SiteFindings findings{ReadText(std::get<std::string>(text), nullptr, &site), 0};
-  if (!findings.diagnostics.empty()) findings.diagnostics = FindPlaces(std::get<std::string>(text));
-  if (site) {
-    ForEachList(*site, [&findings](const auto& list) { findings.objects += list.size(); });
-  }
+  const Reading reading = ReadWithoutPlaces(std::get<std::string>(text));
+  SiteFindings findings;
+  if (!reading.findings.empty()) findings.diagnostics = FindPlaces(std::get<std::string>(text));
+  if (reading.site) findings.objects = CountObjects(*reading.site);
   return findings;
 }
 

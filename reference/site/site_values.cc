@@ -6,8 +6,10 @@
 
 #include <array>
 #include <boost/algorithm/hex.hpp>
+#include <charconv>
 #include <cstddef>
 #include <iterator>
+#include <system_error>
 
 namespace reference {
 namespace {
@@ -19,21 +21,14 @@ constexpr std::size_t kIpv6Size = 16;
 
 }  // namespace
 
-std::optional<Mac> ParseMac(const std::string& text) {
+std::optional<Mac> ParseMac(std::string_view text) {
   if (text.size() != kMacTextSize) return std::nullopt;
-  std::string digits;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (i % 3 != 2) {
-      digits += text[i];
-    } else if (text[i] != ':') {
-      return std::nullopt;
-    }
-  }
-  Mac mac;
-  try {
-    boost::algorithm::unhex(digits, mac.begin());
-  } catch (const boost::algorithm::hex_decode_error&) {
-    return std::nullopt;
+  Mac mac{};
+  for (std::size_t i = 0; i < mac.size(); ++i) {
+    if (i != 0 && text[3 * i - 1] != ':') return std::nullopt;
+    const char* const pair = text.data() + 3 * i;
+    const auto [end, error] = std::from_chars(pair, pair + 2, mac.at(i), 16);
+    if (error != std::errc() || end != pair + 2) return std::nullopt;
   }
   return mac;
 }
@@ -47,14 +42,18 @@ std::string FormatMac(const Mac& mac) {
   return text;
 }
 
-std::optional<std::string> ParseIp(const std::string& text) {
-  std::string bytes(kIpv6Size, '\0');
+std::optional<std::string> ParseIp(std::string_view text) {
   // The text format's parser allows a zero byte, at which inet_pton would stop reading.
   if (text.find('\0') != std::string::npos) return std::nullopt;
-  if (inet_pton(AF_INET6, text.c_str(), bytes.data()) == 1) return bytes;
-  if (inet_pton(AF_INET, text.c_str(), bytes.data()) != 1) return std::nullopt;
-  bytes.resize(kIpv4Size);
-  return bytes;
+  const std::string terminated(text);
+  std::array<char, kIpv6Size> bytes{};
+  if (inet_pton(AF_INET, terminated.c_str(), bytes.data()) == 1) {
+    return std::string(bytes.data(), kIpv4Size);
+  }
+  if (inet_pton(AF_INET6, terminated.c_str(), bytes.data()) == 1) {
+    return std::string(bytes.data(), kIpv6Size);
+  }
+  return std::nullopt;
 }
 
 std::string FormatIp(const std::string& bytes) {

@@ -40,12 +40,12 @@ inline constexpr std::array<Keyword<dest_mng::MplsCapabilities>, 6> kMplsCapabil
 }};
 
 /// Reads six hexadecimal pairs with colons.
-std::optional<Mac> ParseMac(const std::string& text);
+std::optional<Mac> ParseMac(std::string_view text);
 /// "02:00:00:00:01:0a".
 std::string FormatMac(const Mac& mac);
 
 /// Reads an IPv4 or IPv6 address: 4 or 16 bytes in network byte order.
-std::optional<std::string> ParseIp(const std::string& text);
+std::optional<std::string> ParseIp(std::string_view text);
 /// The text for 4 or 16 bytes in network byte order.
 std::string FormatIp(const std::string& bytes);
 

@@ -101,6 +101,10 @@ std::string Printable(std::string_view text, std::size_t max_bytes) {
 
 bool IsPrintable(std::string_view text) {
   while (!text.empty()) {
+    if (text.front() >= ' ' && text.front() <= '~') {
+      text.remove_prefix(1);
+      continue;
+    }
     const Character character = FirstCharacter(text);
     if (!IsSafe(character)) return false;
     text.remove_prefix(character.bytes.size());

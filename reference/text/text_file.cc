@@ -12,7 +12,9 @@
 #include <boost/algorithm/string/trim.hpp>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <system_error>
@@ -241,6 +243,8 @@ std::vector<Diagnostic> FindSyntaxErrors(const std::string& text, const TextFile
   return errors.Take();
 }
 
+constexpr std::size_t kMaxReserved = std::size_t{1} << 30U;
+
 Diagnostic CannotRead(int error, const TextFileKind& kind) {
   return {{},
           "cannot read the file: " + std::generic_category().message(error) +
@@ -273,6 +277,10 @@ std::variant<std::string, Diagnostic> ReadTextFile(const std::string& path,
                                                              &std::fclose);
   if (file == nullptr) return CannotRead(errno, kind);
   std::string text;
+  // Only saves time: the size of some files is not that of their bytes.
+  std::error_code unknown;
+  const auto expected = std::filesystem::file_size(path, unknown);
+  if (!unknown) text.reserve(std::min<std::uintmax_t>(expected, kMaxReserved));
   std::array<char, 1 << 16> block;
   while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
     text.append(block.data(), size);

@@ -1,0 +1,247 @@
+#include "reference/site/entries.h"
+
+#include <google/protobuf/descriptor.h>
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <system_error>
+
+#include "reference/text/printable.h"
+#include "site.pb.h"
+
+namespace reference {
+namespace {
+
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+using google::protobuf::Reflection;
+
+bool IsNumber(const FieldDescriptor& field) {
+  return field.cpp_type() == FieldDescriptor::CPPTYPE_INT64;
+}
+
+const FieldDescriptor& ObjectCountField() {
+  return *site::SiteFile::descriptor()->FindFieldByNumber(site::SiteFile::kObjectCountFieldNumber);
+}
+
+void AddFields(const Message& message, Entry* entry) {
+  const Reflection& reflection = *message.GetReflection();
+  const auto* const type = message.GetDescriptor();
+  for (int i = 0; i < type->field_count(); ++i) {
+    const FieldDescriptor* const field = type->field(i);
+    if (field->is_repeated()) {
+      for (int j = 0; j < reflection.FieldSize(message, field); ++j) {
+        entry->Add(field->number(),
+                   reflection.GetRepeatedStringReference(message, field, j, nullptr));
+      }
+    } else if (!reflection.HasField(message, field)) {
+      continue;
+    } else if (IsNumber(*field)) {
+      entry->Add(field->number(), reflection.GetInt64(message, field));
+    } else {
+      entry->Add(field->number(), reflection.GetStringReference(message, field, nullptr));
+    }
+  }
+}
+
+struct Field {
+  std::string_view name;
+  int number;
+  bool is_repeated;
+  bool is_number;
+};
+
+/// The fields of a message, in order. Finding one that follows the last one found is fastest.
+class Fields {
+ public:
+  explicit Fields(const google::protobuf::Descriptor& type) {
+    for (int i = 0; i < type.field_count(); ++i) {
+      const FieldDescriptor& field = *type.field(i);
+      fields_.push_back({field.name(), field.number(), field.is_repeated(), IsNumber(field)});
+    }
+  }
+
+  /// Null if there is none of that name.
+  const Field* Find(std::string_view name) {
+    for (std::size_t tried = 0; tried < fields_.size(); ++tried, ++next_) {
+      if (next_ >= fields_.size()) next_ = 0;
+      if (fields_[next_].name == name) return &fields_[next_++];
+    }
+    return nullptr;
+  }
+
+ private:
+  std::vector<Field> fields_;
+  std::size_t next_ = 0;
+};
+
+/// Reads a plain text. Each function returns whether the text is plain that far.
+class PlainText {
+ public:
+  PlainText(const std::string& text, const EntryUse& use)
+      : at_(text.data()), end_(text.data() + text.size()), use_(use) {
+    const auto* const file = site::SiteFile::descriptor();
+    for (int i = 0; i < file->field_count(); ++i) {
+      const FieldDescriptor* const field = file->field(i);
+      if (field->message_type() == nullptr) continue;
+      kinds_.push_back({field, Fields(*field->message_type())});
+    }
+  }
+
+  bool Read() {
+    for (;;) {
+      if (!SkipSpace()) return false;
+      if (at_ == end_) return true;
+      const std::string_view name = Name();
+      const auto kind = std::find_if(kinds_.begin(), kinds_.end(), [name](const Kind& each) {
+        return each.field->name() == name;
+      });
+      if (kind == kinds_.end() ? !ReadObjectCount(name) : !ReadEntry(&*kind)) return false;
+    }
+  }
+
+  const FileHead& head() const { return head_; }
+
+ private:
+  struct Kind {
+    const FieldDescriptor* field;
+    Fields fields;
+  };
+
+  bool ReadObjectCount(std::string_view name) {
+    std::int64_t count = 0;
+    if (name != ObjectCountField().name() || head_.object_count) return false;
+    if (!Take(':') || !SkipSpace() || !ReadNumber(&count)) return false;
+    head_.object_count = count;
+    return true;
+  }
+
+  bool ReadEntry(Kind* kind) {
+    if (!SkipSpace() || !Take('{')) return false;
+    entry_.Start(*kind->field, nullptr, {});
+    for (;;) {
+      if (!SkipSpace()) return false;
+      if (Take('}')) break;
+      const Field* const field = kind->fields.Find(Name());
+      if (field == nullptr || (!field->is_repeated && entry_.Has(field->number))) return false;
+      if (!Take(':') || !SkipSpace() || !ReadValue(*field)) return false;
+    }
+    use_(entry_);
+    return true;
+  }
+
+  bool ReadValue(const Field& field) {
+    if (field.is_number) {
+      std::int64_t number = 0;
+      if (!ReadNumber(&number)) return false;
+      entry_.Add(field.number, number);
+      return true;
+    }
+    if (!Take('"')) return false;
+    const char* const begin = at_;
+    const auto is_plain = [](char c) {
+      return static_cast<unsigned char>(c) >= ' ' && c != '"' && c != '\\';
+    };
+    at_ = std::find_if_not(begin, end_, is_plain);
+    entry_.Add(field.number, std::string_view(begin, static_cast<std::size_t>(at_ - begin)));
+    return Take('"') && AtEndOfValue();
+  }
+
+  bool ReadNumber(std::int64_t* number) {
+    const char* const begin = at_;
+    const auto [end, error] = std::from_chars(begin, end_, *number);
+    at_ = end;
+    // 0 begins an octal number unless it stands alone.
+    const bool octal = end - begin > 1 && *begin == '0';
+    return error == std::errc() && *begin != '-' && !octal && AtEndOfValue();
+  }
+
+  bool AtEndOfValue() const { return at_ == end_ || IsSpace(*at_) || *at_ == '}'; }
+
+  // May be empty.
+  std::string_view Name() {
+    const char* const begin = at_;
+    at_ = std::find_if_not(begin, end_, [](char c) { return (c >= 'a' && c <= 'z') || c == '_'; });
+    return {begin, static_cast<std::size_t>(at_ - begin)};
+  }
+
+  // Spaces and comments.
+  bool SkipSpace() {
+    for (;;) {
+      while (at_ != end_ && IsSpace(*at_)) ++at_;
+      if (at_ == end_ || *at_ != '#') return true;
+      at_ = std::find_if(at_, end_, [](char c) { return c == '\n' || c == '\0'; });
+      if (at_ != end_ && *at_ == '\0') return false;
+    }
+  }
+
+  bool Take(char c) {
+    if (at_ == end_ || *at_ != c) return false;
+    ++at_;
+    return true;
+  }
+
+  static bool IsSpace(char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
+
+  const char* at_;
+  const char* const end_;
+  const EntryUse& use_;
+  std::vector<Kind> kinds_;
+  Entry entry_;
+  FileHead head_;
+};
+
+}  // namespace
+
+void Entry::Start(const FieldDescriptor& kind, const FieldPlaces* places, Place place) {
+  kind_ = &kind;
+  places_ = places;
+  place_ = place;
+  for (std::vector<Value>& values : values_) values.clear();
+}
+
+Place Entry::PlaceOf(int field, int index) const {
+  if (places_ == nullptr) return place_;
+  const Place place = reference::PlaceOf(*places_, Field(field), index);
+  return place.line > 0 ? place : place_;
+}
+
+std::string Entry::Describe() const {
+  const std::string_view name = Text(kind_->message_type()->FindFieldByName("name")->number());
+  return name.empty() ? kind_->name() : kind_->name() + ' ' + Quote(name);
+}
+
+FileHead ForEachEntry(const Message& file, const FieldPlaces* places, const EntryUse& use) {
+  const Reflection& reflection = *file.GetReflection();
+  const auto* const type = file.GetDescriptor();
+  Entry entry;
+  for (int i = 0; i < type->field_count(); ++i) {
+    const FieldDescriptor& kind = *type->field(i);
+    if (kind.message_type() == nullptr) continue;
+    for (int j = 0; j < reflection.FieldSize(file, &kind); ++j) {
+      if (places == nullptr) {
+        entry.Start(kind, nullptr, {});
+      } else {
+        entry.Start(kind, places->GetTreeForNested(&kind, j), PlaceOf(*places, kind, j));
+      }
+      AddFields(reflection.GetRepeatedMessage(file, &kind, j), &entry);
+      use(entry);
+    }
+  }
+  FileHead head;
+  const FieldDescriptor& count = ObjectCountField();
+  if (reflection.HasField(file, &count)) head.object_count = reflection.GetInt64(file, &count);
+  if (places != nullptr) head.object_count_place = PlaceOf(*places, count);
+  return head;
+}
+
+std::optional<FileHead> ForEachPlainEntry(const std::string& text, const EntryUse& use) {
+  // As long as the parser takes.
+  if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return std::nullopt;
+  PlainText plain(text, use);
+  if (!plain.Read()) return std::nullopt;
+  return plain.head();
+}
+
+}  // namespace reference
