@@ -45,7 +45,7 @@ void AddFields(const Message& message, Entry* entry) {
   }
 }
 
-struct Field {
+struct KnownField {
   std::string_view name;
   int number;
   bool is_repeated;
@@ -53,9 +53,9 @@ struct Field {
 };
 
 /// The fields of a message, in order. Finding one that follows the last one found is fastest.
-class Fields {
+class FieldTable {
  public:
-  explicit Fields(const google::protobuf::Descriptor& type) {
+  explicit FieldTable(const google::protobuf::Descriptor& type) {
     for (int i = 0; i < type.field_count(); ++i) {
       const FieldDescriptor& field = *type.field(i);
       fields_.push_back({field.name(), field.number(), field.is_repeated(), IsNumber(field)});
@@ -63,7 +63,7 @@ class Fields {
   }
 
   /// Null if there is none of that name.
-  const Field* Find(std::string_view name) {
+  const KnownField* Find(std::string_view name) {
     for (std::size_t tried = 0; tried < fields_.size(); ++tried, ++next_) {
       if (next_ >= fields_.size()) next_ = 0;
       if (fields_[next_].name == name) return &fields_[next_++];
@@ -72,7 +72,7 @@ class Fields {
   }
 
  private:
-  std::vector<Field> fields_;
+  std::vector<KnownField> fields_;
   std::size_t next_ = 0;
 };
 
@@ -85,7 +85,7 @@ class PlainText {
     for (int i = 0; i < file->field_count(); ++i) {
       const FieldDescriptor* const field = file->field(i);
       if (field->message_type() == nullptr) continue;
-      kinds_.push_back({field, Fields(*field->message_type())});
+      kinds_.push_back({field, FieldTable(*field->message_type())});
     }
   }
 
@@ -106,7 +106,7 @@ class PlainText {
  private:
   struct Kind {
     const FieldDescriptor* field;
-    Fields fields;
+    FieldTable fields;
   };
 
   bool ReadObjectCount(std::string_view name) {
@@ -123,7 +123,7 @@ class PlainText {
     for (;;) {
       if (!SkipSpace()) return false;
       if (Take('}')) break;
-      const Field* const field = kind->fields.Find(Name());
+      const KnownField* const field = kind->fields.Find(Name());
       if (field == nullptr || (!field->is_repeated && entry_.Has(field->number))) return false;
       if (!Take(':') || !SkipSpace() || !ReadValue(*field)) return false;
     }
@@ -131,7 +131,7 @@ class PlainText {
     return true;
   }
 
-  bool ReadValue(const Field& field) {
+  bool ReadValue(const KnownField& field) {
     if (field.is_number) {
       std::int64_t number = 0;
       if (!ReadNumber(&number)) return false;
