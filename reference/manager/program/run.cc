@@ -439,13 +439,14 @@ class Run {
   std::optional<std::string> Reload(std::optional<std::size_t> max_removals) {
     const std::string& path = SitePath();
     auto site = ReadSiteOrLogMistakes(path);
+    const bool readable = site.has_value();
     SiteDifference difference;
-    if (site) difference = manager_.database().Compare(*std::move(site));
+    if (readable) difference = manager_.database().Compare(*std::move(site));
     std::optional<std::string> refusal =
-        site ? RefusalOf(difference, path, max_removals ? max_removals : line_.max_removals,
-                         "run zuskux-manager reload --control " + control_path_)
-             : "keeping the current site; correct " + path + "; zuskux-manager --check " + path +
-                   " lists its mistakes";
+        readable ? RefusalOf(difference, path, max_removals ? max_removals : line_.max_removals,
+                             "run zuskux-manager reload --control " + control_path_)
+                 : "keeping the current site; correct " + path + "; zuskux-manager --check " +
+                       path + " lists its mistakes";
     if (refusal) {
       LogLine(LogLevel::kError, *refusal);
       head_.refused_reload = LocalTime();
