@@ -74,7 +74,7 @@ void CheckResponse(const HttpResponse& response) {
         "an unknown status");
   Check(!response.type.empty() && !response.body.empty(), "an empty answer");
   Check(std::all_of(response.body.begin(), response.body.end(),
-                    [](char c) { return (c >= ' ' && c != '\x7f') || c == '\n' || c < '\0'; }),
+                    [](unsigned char c) { return (c >= ' ' && c != 0x7F) || c == '\n'; }),
         "a control character");
   if (response.type != "application/json") return;
   const auto json = nlohmann::json::parse(response.body);
