@@ -151,6 +151,15 @@ TEST(DestDatabaseTest, WhatIsBeingRemovedIsGoneAlready) {
   EXPECT_EQ(difference.present, 0U);
 }
 
+TEST(DestDatabaseTest, ADifferenceKeepsTheMemoryOfItsOwnEntriesOnly) {
+  DestDatabase database;
+  Site site;
+  for (std::uint32_t id = 1; id <= 100; ++id) site.vlans.push_back(VlanEntry(id));
+  database.Replace(site);
+  site.vlans[0].mtu = 9000;
+  EXPECT_EQ(database.Compare(site).changed.vlans.capacity(), 1U);
+}
+
 // The second VRF of a number keeps its entry, and names it.
 TEST(DestDatabaseTest, AnEntryThatVrfsShareIsNamedAfterTheFirstOfThem) {
   DestDatabase database;
@@ -184,6 +193,42 @@ TEST(DestDatabaseTest, ForgetsWhatWasRemoved) {
   EXPECT_THAT(database.Replace(Site()).dropped, IsEmpty());
   EXPECT_EQ(database.Find({HalKind::kVlan, 10}), nullptr);
   EXPECT_NE(database.Find({HalKind::kVlan, 11}), nullptr);
+}
+
+TEST(DestDatabaseTest, ForgetsTheEntryOfARemovedVrf) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  database.Replace(Site());
+  database.SetState(database.FindEntry({HalKind::kVrf, 7}), ObjectState::kRemoved);
+  database.Replace(Site());
+  EXPECT_EQ(database.FindEntry({HalKind::kVrf, 7}), nullptr);
+  EXPECT_EQ(database.Find({HalKind::kVrf, 1}), nullptr);
+}
+
+TEST(DestDatabaseTest, AVrfDoesNotChangeWithAnObjectOfTheSameId) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  site.vlans = {VlanEntry(1)};
+  database.Replace(site);
+  site.vlans.clear();
+  database.Replace(site);
+  database.SetState(database.FindEntry({HalKind::kVlan, 1}), ObjectState::kRemoved);
+  database.Replace(site);
+  database.SetState(database.FindEntry({HalKind::kVrf, 7}), ObjectState::kSent);
+  EXPECT_EQ(StandingOf(*database.Find({HalKind::kVrf, 1})), Standing::kSent);
+}
+
+TEST(DestDatabaseTest, AFailureOfAnObjectThatCameBackDropsNothing) {
+  DestDatabase database;
+  const Site site = SiteOfAllKinds();
+  database.Replace(site);
+  database.Replace(Site());
+  database.Replace(site);
+  database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kFailed);
+  EXPECT_THAT(database.Replace(site).dropped, IsEmpty());
 }
 
 TEST(DestDatabaseTest, ARemovalThatFailedIsDroppedAgain) {
