@@ -452,8 +452,9 @@ void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* 
   if (fate.end == End::kCrashAfter) return state_->Crash();
   if (fate.end == End::kCloseAfter) return CloseAfterWriting();
   Answer(fate, sequence, code);
-  const bool installed = code == kHalSuccess && ActionOf(request_.operation) != HalAction::kDestroy;
-  if (fate.broken && installed) BreakObject(*fate.broken, fate.broken_for);
+  if (!fate.broken || code != kHalSuccess) return;
+  if (ActionOf(request_.operation) == HalAction::kDestroy) return;
+  BreakObject(*fate.broken, fate.broken_for);
 }
 
 void Session::BreakObject(HalReturnCode code, milliseconds time) {
@@ -684,12 +685,13 @@ void Session::OnDeadline() {
 
 // A state that is not in order may be out of date: the request may have mended it.
 void Session::NoteOutcome(HalReturnCode code) {
+  if (code == kHalSuccess && state_->object_states.empty()) return;
   const HalKind kind = KindOf(request_.operation);
   const bool destroys = ActionOf(request_.operation) == HalAction::kDestroy;
   if (!destroys && (code == kHalNoInterface || code == kHalKernelRefused)) {
     state_->object_states.NoteRefusal(kind, request_.id, code, state_->options.table_capacity);
   }
-  if (code != kHalSuccess || state_->object_states.empty()) return;
+  if (code != kHalSuccess) return;
   if (destroys) {
     state_->object_states.Remove(kind, request_.id);
   } else if (state_->object_states.TellAgain(kind, request_.id) && state_->watch != nullptr) {

@@ -88,7 +88,7 @@ void AppendResult(std::uint32_t sequence, const ResultPayload& result, std::stri
                             native_to_big(hal_time)};
   static_assert(sizeof frame == kFrameHeaderSize + kResultSize);
   AppendNumbers(frame, out);
-  out->append(reason);
+  if (!reason.empty()) out->append(reason);
 }
 
 std::optional<ResultPayload> ParseResult(std::string_view payload) {
@@ -112,7 +112,7 @@ void FrameSplitter::Feed(std::string_view bytes) {
 }
 
 std::optional<FrameSplitter::Frame> FrameSplitter::Next() {
-  const std::string_view rest = std::string_view{buffer_}.substr(consumed_);
+  const std::string_view rest(buffer_.data() + consumed_, buffer_.size() - consumed_);
   if (rest.size() < kFrameHeaderSize) return std::nullopt;
 
   const std::uint32_t word = NumberAt(rest, 0);
@@ -131,8 +131,8 @@ std::optional<FrameSplitter::Frame> FrameSplitter::Next() {
 
   consumed_ += kFrameHeaderSize + size;
   return Frame{{static_cast<FrameType>(type), word & kSequenceMask, size},
-               rest.substr(kFrameHeaderSize, size),
-               rest.substr(0, kFrameHeaderSize + size)};
+               {rest.data() + kFrameHeaderSize, size},
+               {rest.data(), kFrameHeaderSize + size}};
 }
 
 }  // namespace reference
