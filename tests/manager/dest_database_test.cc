@@ -160,6 +160,18 @@ TEST(DestDatabaseTest, ADifferenceKeepsTheMemoryOfItsOwnEntriesOnly) {
   EXPECT_EQ(database.Compare(site).changed.vlans.capacity(), 1U);
 }
 
+TEST(DestDatabaseTest, ANumberThatIsBeingRemovedIsNotDroppedAgain) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  EXPECT_THAT(Keys(database.Replace(Site()).dropped), ElementsAre("vrf:7"));
+  site.vrfs = {VrfEntry(1, 8)};
+  const auto changes = database.Replace(site);
+  EXPECT_THAT(Keys(changes.changed), ElementsAre("vrf:8"));
+  EXPECT_THAT(changes.dropped, IsEmpty());
+}
+
 // The second VRF of a number keeps its entry, and names it.
 TEST(DestDatabaseTest, AnEntryThatVrfsShareIsNamedAfterTheFirstOfThem) {
   DestDatabase database;

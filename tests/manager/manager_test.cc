@@ -744,6 +744,23 @@ TEST_F(ManagerAuditTest, ReadsOnlyWhatHasChangedSinceTheLastAudit) {
   EXPECT_THAT(audited_, ElementsAre("", ""));
 }
 
+TEST_F(ManagerAuditTest, CoversAnyNumberOfChanges) {
+  constexpr std::uint32_t kVlans = 3000;
+  hal_.SetRoom(kVlans);
+  Site site;
+  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
+  Apply(site);
+  AnswerAll();
+  Sent();
+  Audit(hal_.Digests());
+  for (SiteVlan& vlan : site.vlans) vlan.mtu = 9000;
+  Apply(site);
+  AnswerAll();
+  Sent();
+  Audit(hal_.Digests());
+  EXPECT_THAT(audited_, ElementsAre("", ""));
+}
+
 // Another server may hold anything.
 TEST_F(ManagerAuditTest, ReadsEverythingAfterAReinstall) {
   Audit(hal_.Digests());
