@@ -1,9 +1,16 @@
 #include "reference/hal/embedded_hal.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace reference {
+namespace {
+
+// A batch takes at most a 64th of the queue, because room is reported between two batches.
+constexpr std::size_t kBatchesInQueue = 64;
+
+}  // namespace
 
 EmbeddedHal::EmbeddedHal(const EmbeddedHalOptions& options)
     : options_(options), tables_(options.table_capacity) {}
@@ -25,7 +32,7 @@ void EmbeddedHal::Start(HalReports reports) {
 HalReturnCode EmbeddedHal::Submit(HalRequest* request) {
   const MutexLock lock(&mutex_);
   ++counters_.requests;
-  if (queue_.size() >= options_.queue_capacity) {
+  if (Queued() >= options_.queue_capacity) {
     End(*request, kHalQueueFull);
     return kHalQueueFull;
   }
@@ -35,7 +42,7 @@ HalReturnCode EmbeddedHal::Submit(HalRequest* request) {
 
 bool EmbeddedHal::HasRoom() {
   const MutexLock lock(&mutex_);
-  if (queue_.size() < options_.queue_capacity) return true;
+  if (Queued() < options_.queue_capacity) return true;
   room_wanted_ = true;
   return false;
 }
@@ -60,29 +67,29 @@ HalConnectionCounters EmbeddedHal::counters() const {
   const MutexLock lock(&mutex_);
   HalConnectionCounters counters = counters_;
   counters.connected = counters.servers_found != 0;
-  counters.queued = queue_.size();
-  counters.unfinished = queue_.size() + ended_.size() + (carrying_out_ ? 1 : 0);
+  counters.results = results_;
+  counters.queued = Queued();
+  counters.unfinished = queue_.size() + ended_.size() + unfinished_in_batch_;
+  const MutexLock server_lock(&server_mutex_);
+  counters.late_results = late_results_;
   return counters;
 }
 
 HalLatencies EmbeddedHal::latencies() const {
-  const MutexLock lock(&mutex_);
+  const MutexLock lock(&server_mutex_);
   return {queue_latency_.Summary(), {}, hal_latency_.Summary()};
 }
 
-FoundServer EmbeddedHal::server() const {
-  const MutexLock lock(&mutex_);
-  return {"embedded", generation_};
-}
+FoundServer EmbeddedHal::server() const { return {"embedded", generation_}; }
 
 HalTables EmbeddedHal::SnapshotTables() const {
-  const MutexLock lock(&tables_mutex_);
+  const MutexLock lock(&server_mutex_);
   return tables_;
 }
 
 void EmbeddedHal::Push(Task task) {
   queue_.push_back(std::move(task));
-  counters_.queued_peak = std::max(counters_.queued_peak, queue_.size());
+  counters_.queued_peak = std::max(counters_.queued_peak, Queued());
   wake_.notify_one();
 }
 
@@ -95,6 +102,14 @@ bool EmbeddedHal::HasWork() const {
   return stopping_ || !queue_.empty() || !ended_.empty() || server_found_due_ || RoomDue();
 }
 
+// With the tasks of the batch that wait for the ones before them. After a restart, these have
+// ended.
+std::size_t EmbeddedHal::Queued() const {
+  const std::size_t unfinished = unfinished_in_batch_;
+  const bool waits = unfinished != 0 && batch_generation_ == generation_;
+  return queue_.size() + (waits ? unfinished - 1 : 0);
+}
+
 bool EmbeddedHal::RoomDue() const {
   return room_wanted_ && queue_.size() <= options_.queue_capacity / 2;
 }
@@ -104,7 +119,7 @@ void EmbeddedHal::Run() {
     for (const Ended& ended : reports->ended) Report(ended.request, ended.code);
     if (reports->server_found) ReportServerFound();
     if (reports->room) reporter_.Room();
-    CarryOutNextTask();
+    CarryOutNextTasks();
   }
 }
 
@@ -124,7 +139,7 @@ std::optional<EmbeddedHal::Reports> EmbeddedHal::NextReports() {
 
 void EmbeddedHal::ReportServerFound() {
   {
-    const MutexLock lock(&tables_mutex_);
+    const MutexLock lock(&server_mutex_);
     tables_.Clear();
   }
   {
@@ -136,37 +151,42 @@ void EmbeddedHal::ReportServerFound() {
   reporter_.ServerFound();
 }
 
-void EmbeddedHal::CarryOutNextTask() {
-  Task task;
-  std::uint64_t generation = 0;
-  {
-    const MutexLock lock(&mutex_);
-    // After a restart, the queue belongs to the new server, which must be reported as found first.
-    if (queue_.empty() || server_found_due_ || stopping_) return;
-    task = std::move(queue_.front());
-    queue_.pop_front();
-    generation = generation_;
-    carrying_out_ = true;
+void EmbeddedHal::CarryOutNextTasks() {
+  const std::uint64_t generation = TakeBatch();
+  for (const Task& task : batch_) {
+    if (stopping_) return;
+    if (task.mark != nullptr) {
+      CarryOutMark(task, generation);
+    } else if (generation == generation_) {
+      CarryOut(task, generation);
+    } else {
+      Report(task.request, kHalServerLost);
+    }
+    --unfinished_in_batch_;
   }
-  if (task.mark == nullptr) {
-    CarryOut(task, generation);
-  } else {
-    CarryOutMark(task, generation);
-  }
+}
+
+// Returns the batch's generation.
+std::uint64_t EmbeddedHal::TakeBatch() {
+  batch_.clear();
   const MutexLock lock(&mutex_);
-  carrying_out_ = false;
+  // After a restart, the queue belongs to the new server, which must be reported as found first.
+  if (server_found_due_ || stopping_) return generation_;
+  const std::size_t most = std::max<std::size_t>(options_.queue_capacity / kBatchesInQueue, 1);
+  const auto end = queue_.begin() + static_cast<std::ptrdiff_t>(std::min(queue_.size(), most));
+  batch_.assign(std::move_iterator(queue_.begin()), std::move_iterator(end));
+  queue_.erase(queue_.begin(), end);
+  unfinished_in_batch_ = batch_.size();
+  batch_generation_ = generation_;
+  return generation_;
 }
 
 void EmbeddedHal::CarryOutMark(const Task& task, std::uint64_t generation) {
   {
-    const MutexLock lock(&tables_mutex_);
+    const MutexLock lock(&server_mutex_);
     (tables_.*task.mark)();
   }
-  if (task.mark != &HalTables::EndReinstall) return;
-  {
-    const MutexLock lock(&mutex_);
-    if (stopping_ || generation != generation_) return;
-  }
+  if (task.mark != &HalTables::EndReinstall || stopping_ || generation != generation_) return;
   // The server's tables are the only copy, so nothing can differ.
   reporter_.ReinstallEnded(true);
 }
@@ -177,15 +197,12 @@ void EmbeddedHal::CarryOut(const Task& task, std::uint64_t generation) {
   if (options_.before_apply) options_.before_apply(request);
   HalReturnCode code = kHalSuccess;
   {
-    const MutexLock lock(&tables_mutex_);
+    const MutexLock lock(&server_mutex_);
     code = tables_.Apply(request);
-  }
-  {
-    const MutexLock lock(&mutex_);
     queue_latency_.Add(taken - task.submitted);
     hal_latency_.Add(Clock::now() - taken);
     if (generation != generation_) {
-      if (HasResult(request.operation)) ++counters_.late_results;
+      if (HasResult(request.operation)) ++late_results_;
       code = kHalServerLost;
     }
   }
@@ -193,11 +210,8 @@ void EmbeddedHal::CarryOut(const Task& task, std::uint64_t generation) {
 }
 
 void EmbeddedHal::Report(const HalRequest& request, HalReturnCode code) {
-  {
-    const MutexLock lock(&mutex_);
-    if (stopping_) return;
-    if (HasResult(request.operation)) ++counters_.results;
-  }
+  if (stopping_) return;
+  if (HasResult(request.operation)) ++results_;
   reporter_.Result(request, code);
 }
 

@@ -1,6 +1,7 @@
 #ifndef ZUSKUX_REFERENCE_HAL_EMBEDDED_HAL_H_
 #define ZUSKUX_REFERENCE_HAL_EMBEDDED_HAL_H_
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -29,8 +30,8 @@ struct EmbeddedHalOptions {
 };
 
 /// A HAL client with its server in the same process. Copies requests on the caller's thread. The
-/// HAL's own thread applies them to tables and reports, without holding a lock. Owned by the host
-/// program.
+/// HAL's own thread takes them in batches, applies them to tables and reports, without holding a
+/// lock. Owned by the host program.
 class EmbeddedHal : public HalConnection {
  public:
   explicit EmbeddedHal(const EmbeddedHalOptions& options);
@@ -87,7 +88,8 @@ class EmbeddedHal : public HalConnection {
   void Run();
   std::optional<Reports> NextReports();
   void ReportServerFound();
-  void CarryOutNextTask();
+  void CarryOutNextTasks();
+  std::uint64_t TakeBatch();
   void CarryOut(const Task& task, std::uint64_t generation);
   void CarryOutMark(const Task& task, std::uint64_t generation);
   void Report(const HalRequest& request, HalReturnCode code);
@@ -98,13 +100,18 @@ class EmbeddedHal : public HalConnection {
   void End(const HalRequest& request, HalReturnCode code) ZUSKUX_REQUIRES(mutex_);
   bool HasWork() const ZUSKUX_REQUIRES(mutex_);
   bool RoomDue() const ZUSKUX_REQUIRES(mutex_);
+  std::size_t Queued() const ZUSKUX_REQUIRES(mutex_);
 
   const EmbeddedHalOptions options_;
   // Set before the thread starts.
   HalReporter reporter_;
 
-  mutable Mutex tables_mutex_;
-  HalTables tables_ ZUSKUX_GUARDED_BY(tables_mutex_);
+  // What changes with each task. Requests do not lock it, so they do not wait for the server.
+  mutable Mutex server_mutex_;
+  HalTables tables_ ZUSKUX_GUARDED_BY(server_mutex_);
+  std::uint64_t late_results_ ZUSKUX_GUARDED_BY(server_mutex_) = 0;
+  LatencyHistogram queue_latency_ ZUSKUX_GUARDED_BY(server_mutex_);
+  LatencyHistogram hal_latency_ ZUSKUX_GUARDED_BY(server_mutex_);
 
   mutable Mutex mutex_;
   std::condition_variable wake_;
@@ -112,12 +119,21 @@ class EmbeddedHal : public HalConnection {
   std::vector<Ended> ended_ ZUSKUX_GUARDED_BY(mutex_);
   bool server_found_due_ ZUSKUX_GUARDED_BY(mutex_) = true;
   bool room_wanted_ ZUSKUX_GUARDED_BY(mutex_) = false;
-  bool stopping_ ZUSKUX_GUARDED_BY(mutex_) = false;
-  std::uint64_t generation_ ZUSKUX_GUARDED_BY(mutex_) = 0;
-  bool carrying_out_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  // Of the server to which the batch belongs.
+  std::uint64_t batch_generation_ ZUSKUX_GUARDED_BY(mutex_) = 0;
+  // Without the numbers of results.
   HalConnectionCounters counters_ ZUSKUX_GUARDED_BY(mutex_);
-  LatencyHistogram queue_latency_ ZUSKUX_GUARDED_BY(mutex_);
-  LatencyHistogram hal_latency_ ZUSKUX_GUARDED_BY(mutex_);
+
+  // Changed with `mutex_` held, but read for each task without it.
+  std::atomic<bool> stopping_ = false;
+  std::atomic<std::uint64_t> generation_ = 0;
+
+  // Used by the server's thread.
+  std::vector<Task> batch_;
+  // Changed by the server's thread: the tasks of the batch that have not ended, the first of which
+  // is being carried out; and the results.
+  std::atomic<std::size_t> unfinished_in_batch_ = 0;
+  std::atomic<std::uint64_t> results_ = 0;
 
   std::thread thread_;
 };

@@ -440,6 +440,94 @@ TEST(EmbeddedHalRestartTest, BeforeTheStart) {
   EXPECT_THAT(reported.Await(3), ElementsAre("InstallVlan 1: 100", "found", "InstallVlan 2: 0"));
 }
 
+// The server takes a 64th of the queue at a time. The tests fill the queue before the server
+// starts, so that it takes as much as it can.
+
+TEST(EmbeddedHalBatchTest, WaitsInTheQueue) {
+  constexpr std::uint32_t kCapacity = 192;
+  Hold hold(2);
+  Reported reported;
+  EmbeddedHal hal(Options(&hold, kCapacity));
+  for (std::uint32_t id = 1; id <= kCapacity; ++id) InstallVlan(&hal, id);
+  hal.Start(reported.Reports());
+  hold.AwaitReached();
+  EXPECT_EQ(hal.counters().queued, kCapacity - 2);
+  EXPECT_EQ(hal.counters().unfinished, kCapacity - 1);
+  EXPECT_EQ(hal.counters().results, 1U);
+  EXPECT_EQ(hal.latencies().hal.count, 1U);
+  EXPECT_TRUE(hal.HasRoom());
+  EXPECT_EQ(InstallVlan(&hal, kCapacity + 1), kHalSuccess);
+  EXPECT_TRUE(hal.HasRoom());
+  EXPECT_EQ(InstallVlan(&hal, kCapacity + 2), kHalSuccess);
+  EXPECT_FALSE(hal.HasRoom());
+  EXPECT_EQ(InstallVlan(&hal, kCapacity + 3), kHalQueueFull);
+  EXPECT_EQ(hal.counters().queued, kCapacity);
+  EXPECT_EQ(hal.counters().queued_peak, kCapacity);
+  hold.Release();
+  // The first report that the server is found, a result for each request, and the room.
+  EXPECT_EQ(reported.Await(kCapacity + 5).size(), kCapacity + 5);
+  EXPECT_EQ(hal.SnapshotTables().size(HalKind::kVlan), kCapacity + 2);
+}
+
+TEST(EmbeddedHalBatchTest, EndsWithTheServerThatTookIt) {
+  Hold hold(1);
+  Reported reported;
+  std::vector<std::uint32_t> begun;
+  EmbeddedHalOptions options;
+  options.queue_capacity = 256;
+  options.before_apply = [&hold, &begun](const HalRequest& request) {
+    begun.push_back(request.id);
+    hold(request);
+  };
+  EmbeddedHal hal(options);
+  InstallVlan(&hal, 1);
+  InstallVlan(&hal, 2);
+  hal.EndReinstall();
+  InstallVrf(&hal, 3);
+  InstallVlan(&hal, 4);
+  hal.Start(reported.AllReports());
+  hold.AwaitReached();
+  EXPECT_EQ(hal.counters().queued, 4U);
+  EXPECT_EQ(hal.counters().unfinished, 5U);
+  hal.Restart();
+  EXPECT_EQ(hal.counters().queued, 0U);
+  EXPECT_EQ(hal.counters().unfinished, 5U);
+  InstallVlan(&hal, 5);
+  EXPECT_EQ(hal.counters().queued, 1U);
+  hold.Release();
+  EXPECT_THAT(reported.Await(7),
+              ElementsAre("found", "InstallVlan 1: 100", "InstallVlan 2: 100", "install-vrf 3: 100",
+                          "InstallVlan 4: 100", "found", "InstallVlan 5: 0"));
+  EXPECT_THAT(begun, ElementsAre(1, 5));
+  EXPECT_EQ(hal.counters().late_results, 1U) << "of VLAN 1";
+  EXPECT_EQ(hal.counters().results, 4U);
+}
+
+TEST(EmbeddedHalBatchTest, IsDroppedAtTheEnd) {
+  Reported reported;
+  std::vector<std::uint32_t> begun;
+  Hold hold(1);
+  EmbeddedHalOptions options;
+  options.queue_capacity = 256;
+  options.before_apply = [&hold, &begun](const HalRequest& request) {
+    begun.push_back(request.id);
+    hold(request);
+  };
+  auto hal = std::make_unique<EmbeddedHal>(options);
+  for (std::uint32_t id = 1; id <= 4; ++id) InstallVlan(hal.get(), id);
+  hal->Start(reported.Reports());
+  hold.AwaitReached();
+  std::thread releaser([&hold] {
+    // The destructor is nearly always first. If not, more requests have results.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    hold.Release();
+  });
+  hal.reset();
+  releaser.join();
+  // Found, and a result of each request but the last.
+  EXPECT_GE(reported.events().size(), begun.size());
+}
+
 class EmbeddedHalManyRestartsTest : public testing::TestWithParam<std::minstd_rand::result_type> {};
 
 INSTANTIATE_TEST_SUITE_P(Seeds, EmbeddedHalManyRestartsTest, testing::Values(1, 2, 3));
