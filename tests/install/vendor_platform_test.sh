@@ -107,7 +107,9 @@ grep -qx 'set(CPACK_COMPONENTS_ALL "runtime;development")' "$build/CPackConfig.c
 layout_tests=(layout_test table_test virtual_tables_test)
 cmake --build "$build" --target src/all platform_{app_framework,dest_manager,hal_client}_standin \
   "${layout_tests[@]}" >"$work/log" || fail "$(cat "$work/log")"
-ctest --test-dir "$build" --no-tests=error -R 'LayoutTest|VirtualTableTest|ResultTableTest|ClientTableTest' \
+# ctest runs their tests one by one, or the whole programs if they are emulated.
+ctest --test-dir "$build" --no-tests=error \
+  -R 'LayoutTest|VirtualTableTest|ResultTableTest|ClientTableTest|^(layout|table|virtual_tables)_test$' \
   >"$work/log" || fail "the vendor's headers have another layout: $(cat "$work/log")"
 
 # The skeleton and the vendor's library, which the library loads, define everything except the

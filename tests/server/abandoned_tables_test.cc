@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -73,7 +74,13 @@ TEST(AbandonedTablesTest, AreEmptiedAfterTheTime) {
     InstallVlans(kCount, &client);
   }
   EXPECT_TRUE(Holds(0, &server));
-  EXPECT_THAT(server.Lines(), Contains(EndsWith("no manager for 1 s: removed 40000 entries")));
+  const auto lines = server.Lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& line) {
+                            return line.find("no manager for 1 s: removed 40000 entries") !=
+                                   std::string::npos;
+                          }),
+            1);
 }
 
 TEST(AbandonedTablesTest, AreEmptiedBehindTheTablesToo) {

@@ -73,6 +73,18 @@ class Process {
   /// Without times and levels.
   std::string Error() const { return WithoutTimes(Read(error_)); }
 
+  /// The level of the line that contains `text`.
+  std::string LevelOf(const std::string& text) const {
+    std::istringstream log(Read(error_));
+    std::string day;
+    std::string time;
+    std::string level;
+    for (std::string line; std::getline(log, line);) {
+      if (line.find(text) != std::string::npos) std::istringstream(line) >> day >> time >> level;
+    }
+    return level;
+  }
+
   /// Waits, 5 seconds at most, until standard error contains `text`.
   bool Says(const std::string& text) const {
     for (int count = 0; count < 500; ++count) {
@@ -253,6 +265,23 @@ TEST_F(ZuskuxHalTest, PrintedCommandsAreNotThoseOfAKernel) {
   EXPECT_EQ(compared.output, "");
   EXPECT_EQ(compared.error, "zuskux-hal: the server on " + Path("hal.sock") +
                                 " does not program the kernel; leave out --interfaces\n");
+}
+
+TEST_F(ZuskuxHalTest, TakesNoIntervalForNoAudit) {
+  std::ofstream(Path("site")) << "interface { name: \"lo\" lim_id: 1 }\n";
+  const Process server(OutputFolder(), {"--socket", Path("hal.sock"), "--data-plane", "linux",
+                                        "--interfaces", Path("site"), "--print", "--audit", "0"});
+  EXPECT_TRUE(server.Says("listening on ")) << server.Error();
+}
+
+TEST_F(ZuskuxHalTest, WarnsIfOtherMachinesCanReadItsPages) {
+  const Process local(OutputFolder(), {"--socket", Path("a.sock"), "--http", "127.0.0.1:0"});
+  ASSERT_TRUE(local.Says("http: listening on "));
+  EXPECT_EQ(local.LevelOf("http: listening on "), "INFO");
+  const Process remote(OutputFolder(),
+                       {"--socket", Path("b.sock"), "--http", "0.0.0.0:0", "--http-allow-remote"});
+  ASSERT_TRUE(remote.Says("http: listening on "));
+  EXPECT_EQ(remote.LevelOf("http: listening on "), "WARNING");
 }
 
 TEST_F(ZuskuxHalTest, NeedsItsNetworkNamespace) {
