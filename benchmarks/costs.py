@@ -36,17 +36,17 @@ def count(program):
             for name, total in totals.items() if name != "empty"}
 
 
-def count_request(program, side, profile=None):
-    """The cost of a request and its result on a side, "server" or "client". Keeps callgrind's
-    profile if the path of one is given."""
+def count_request(program, side, profile=None, options=()):
+    """The cost of a request and its result on a side, "server", "client" or "floor". Keeps
+    callgrind's profile if the path of one is given; `options` are for callgrind."""
     with tempfile.TemporaryDirectory() as folder:
         profile = profile or os.path.join(folder, "profile")
         printed = subprocess.run(
             ["valgrind", "--quiet", "--tool=callgrind", "--collect-atstart=no",
-             "--callgrind-out-file=" + profile, program, side],
+             *options, "--callgrind-out-file=" + profile, program, side],
             check=True, stdout=subprocess.PIPE, text=True).stdout
         with open(profile, encoding="utf-8") as file:
-            total = int(re.search(r"^totals: (\d+)$", file.read(), re.MULTILINE).group(1))
+            total = int(re.search(r"^totals: (\d+)", file.read(), re.MULTILINE).group(1))
     numbers = {name: int(number) for name, number in map(str.split, printed.splitlines())}
     requests = numbers["requests"]
     return Cost(total / requests, numbers["allocations"] / requests)

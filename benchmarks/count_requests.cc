@@ -3,6 +3,10 @@
 //
 //     valgrind --tool=callgrind --collect-atstart=no count_requests server
 //     valgrind --tool=callgrind --collect-atstart=no count_requests client
+//     valgrind --tool=callgrind --collect-atstart=no count_requests floor
+//
+// The floor does by hand what a server must do at least: splits the frames, parses, checks and
+// stores each request, and appends its answer.
 //
 // Prints the number of requests that were counted and the allocations for them. The peer of either
 // side is written by hand and answers a batch at a time, once it is complete, so that every run
@@ -32,6 +36,7 @@
 #include <vector>
 
 #include "benchmarks/allocations.h"
+#include "benchmarks/storing_floor.h"
 #include "benchmarks/typical_requests.h"
 #include "reference/hal/kinds.h"
 #include "reference/server/hal_server.h"
@@ -122,6 +127,16 @@ void CheckResults(std::string_view bytes) {
   }
 }
 
+// The requests of the batch that begins at `begin`, each in a frame.
+std::string FramesOf(const std::vector<HalRequest>& requests, std::size_t begin) {
+  std::string frames;
+  for (std::size_t place = begin; place < begin + kBatch; ++place) {
+    reference::AppendFrame(static_cast<FrameType>(requests[place].operation),
+                           static_cast<std::uint32_t>(place), requests[place].payload, &frames);
+  }
+  return frames;
+}
+
 // The server and its client take turns on this thread.
 void CountServer(const std::string& path) {
   boost::asio::io_context io;
@@ -143,12 +158,7 @@ void CountServer(const std::string& path) {
   const std::vector<HalRequest> requests =
       bench::TypicalRequests(kBatches * kBatch / bench::kBlock);
   for (std::size_t begin = 0; begin < requests.size(); begin += kBatch) {
-    std::string frames;
-    for (std::size_t place = begin; place < begin + kBatch; ++place) {
-      reference::AppendFrame(static_cast<FrameType>(requests[place].operation),
-                             static_cast<std::uint32_t>(place), requests[place].payload, &frames);
-    }
-    client.Write(frames);
+    client.Write(FramesOf(requests, begin));
     answer.clear();
     while (answer.size() < kBatch * kResultSize) {
       Count(true);
@@ -156,6 +166,32 @@ void CountServer(const std::string& path) {
       Count(false);
       client.Read(&answer, MSG_DONTWAIT);
     }
+    CheckResults(answer);
+  }
+}
+
+void CountFloor() {
+  constexpr std::size_t kCapacity = std::size_t{1} << 21;
+  bench::StoringFloor floor(kCapacity);
+  const std::vector<HalRequest> requests =
+      bench::TypicalRequests(kBatches * kBatch / bench::kBlock);
+  std::string answer;
+  for (std::size_t begin = 0; begin < requests.size(); begin += kBatch) {
+    const std::string frames = FramesOf(requests, begin);
+    answer.clear();
+    Count(true);
+    std::string_view rest = frames;
+    while (!rest.empty()) {
+      const auto* const header = reinterpret_cast<const unsigned char*>(rest.data());
+      const std::uint32_t word = boost::endian::load_big_u32(header);
+      const std::size_t size = boost::endian::load_big_u32(header + 4);
+      const std::string_view payload(rest.data() + reference::kFrameHeaderSize, size);
+      const bench::StoringFloor::Outcome outcome =
+          floor.Install(static_cast<reference::HalOperation>(word >> 24), payload);
+      reference::AppendResult(word, {outcome.code, outcome.id, outcome.secondary_id}, &answer);
+      rest.remove_prefix(reference::kFrameHeaderSize + size);
+    }
+    Count(false);
     CheckResults(answer);
   }
 }
@@ -307,8 +343,10 @@ int main(int argc, char** argv) {
       CountServer(folder.socket());
     } else if (what == "client") {
       CountClient(folder.socket());
+    } else if (what == "floor") {
+      CountFloor();
     } else {
-      std::cerr << "usage: count_requests server|client\n";
+      std::cerr << "usage: count_requests server|client|floor\n";
       return 2;
     }
     std::cout << "requests " << kBatches * kBatch << "\nallocations " << bench::CountedAllocations()
