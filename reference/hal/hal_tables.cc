@@ -7,8 +7,8 @@
 namespace reference {
 namespace {
 
-// A table does not release memory up to this size, nor while an eighth of it is in use.
-constexpr std::size_t kSmallTable = 1024;
+// An index does not release memory up to this size, nor while an eighth of it is in use.
+constexpr std::size_t kSmallIndex = 1024;
 constexpr std::size_t kLeastUse = 8;
 
 }  // namespace
@@ -64,9 +64,9 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
 
 HalReturnCode HalTables::Destroy(HalKind kind, std::uint32_t id) {
   Table& table = this->table(kind);
-  const Entry* const entry = table.Find(id);
-  if (entry == nullptr) return kHalNotFound;
-  Remove(kind, static_cast<std::size_t>(entry - table.entries.data()));
+  const auto place = table.places.find(id);
+  if (place == table.places.end()) return kHalNotFound;
+  Remove(kind, place->second);
   table.GiveMemoryBack();
   return kHalSuccess;
 }
@@ -143,7 +143,7 @@ const HalTables::Entry* HalTables::Table::Find(std::uint32_t id) const {
 HalTables::Entry* HalTables::Table::FindOrAdd(std::uint32_t id) {
   const auto [place, added] = places.try_emplace(id, static_cast<std::uint32_t>(entries.size()));
   if (!added) return &entries[place->second];
-  Entry& entry = entries.emplace_back();
+  Entry& entry = entries.Append();
   entry.id = id;
   return &entry;
 }
@@ -153,25 +153,25 @@ void HalTables::Table::Remove(std::size_t place) {
   sum -= EntryHash(removed.id, removed.payload());
   places.erase(removed.id);
   if (place + 1 != entries.size()) {
-    removed = std::move(entries.back());
+    removed = std::move(entries[entries.size() - 1]);
     places[removed.id] = static_cast<std::uint32_t>(place);
   }
-  entries.pop_back();
+  entries.RemoveLast();
 }
 
 void HalTables::Table::GiveMemoryBack() {
-  const auto unused = [this](std::size_t reserved) {
-    return reserved > kSmallTable && entries.size() < reserved / kLeastUse;
-  };
-  if (unused(entries.capacity())) entries.shrink_to_fit();
-  if (unused(places.bucket_count())) places.rehash(0);
+  const std::size_t reserved = places.bucket_count();
+  if (reserved > kSmallIndex && entries.size() < reserved / kLeastUse) places.rehash(0);
 }
 
 void HalTables::Clear() {
   reinstalling_ = false;
   if (data_plane_ != nullptr) {
     for (const HalKind kind : kAllHalKinds) {
-      for (const Entry& entry : table(kind).entries) data_plane_->Remove(kind, entry.id);
+      const EntryBlocks& entries = table(kind).entries;
+      for (std::size_t place = 0; place < entries.size(); ++place) {
+        data_plane_->Remove(kind, entries[place].id);
+      }
     }
   }
   tables_ = {};
@@ -189,7 +189,7 @@ bool HalTables::Contains(HalKind kind, std::uint32_t id) const {
 std::size_t HalTables::size(HalKind kind) const { return table(kind).entries.size(); }
 
 std::size_t HalTables::reserved(HalKind kind) const {
-  return std::max(table(kind).entries.capacity(), table(kind).places.bucket_count());
+  return std::max(table(kind).entries.reserved(), table(kind).places.bucket_count());
 }
 
 HalDigest HalTables::digest(HalKind kind) const { return {size(kind), table(kind).sum}; }
@@ -202,16 +202,18 @@ HalDigests HalTables::digests() const {
 
 std::map<std::uint32_t, std::string> HalTables::Entries(HalKind kind) const {
   std::map<std::uint32_t, std::string> entries;
-  for (const Entry& entry : table(kind).entries) entries.emplace(entry.id, entry.payload());
+  TableCursor cursor{static_cast<std::size_t>(kind)};
+  for (auto entry = Next(&cursor); entry && entry->kind == kind; entry = Next(&cursor)) {
+    entries.emplace(entry->id, entry->payload);
+  }
   return entries;
 }
 
 TableEntries HalTables::Entries() const {
   TableEntries entries;
-  for (const HalKind kind : kAllHalKinds) {
-    for (const Entry& entry : table(kind).entries) {
-      entries.emplace(std::pair(kind, entry.id), entry.payload());
-    }
+  TableCursor cursor;
+  while (const auto entry = Next(&cursor)) {
+    entries.emplace(std::pair(entry->kind, entry->id), entry->payload);
   }
   return entries;
 }
@@ -219,7 +221,7 @@ TableEntries HalTables::Entries() const {
 std::optional<TableEntryView> HalTables::Next(TableCursor* cursor) const {
   for (; cursor->kind < kHalKinds; *cursor = {cursor->kind + 1}) {
     const auto kind = static_cast<HalKind>(cursor->kind);
-    const std::vector<Entry>& entries = table(kind).entries;
+    const EntryBlocks& entries = table(kind).entries;
     cursor->unread = std::min(cursor->unread, entries.size());
     if (cursor->unread == 0) continue;
     const Entry& entry = entries[--cursor->unread];

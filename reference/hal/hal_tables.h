@@ -165,6 +165,37 @@ class HalTables {
     std::uint64_t named_in = 0;
   };
 
+  /// The entries of a table without gaps, in blocks that are allocated as a whole. A table that
+  /// grows moves none of them and leaves less than a block unused.
+  class EntryBlocks {
+   public:
+    std::size_t size() const { return size_; }
+    /// The number of entries for which memory is allocated.
+    std::size_t reserved() const { return blocks_.size() * kBlock; }
+
+    Entry& operator[](std::size_t place) { return blocks_[place / kBlock][place % kBlock]; }
+    const Entry& operator[](std::size_t place) const {
+      return blocks_[place / kBlock][place % kBlock];
+    }
+
+    Entry& Append() {
+      if (size_ == reserved()) blocks_.emplace_back().reserve(kBlock);
+      ++size_;
+      return blocks_.back().emplace_back();
+    }
+    void RemoveLast() {
+      --size_;
+      blocks_.back().pop_back();
+      if (blocks_.back().empty()) blocks_.pop_back();
+    }
+
+   private:
+    static constexpr std::size_t kBlock = 256;
+
+    std::size_t size_ = 0;
+    std::vector<std::vector<Entry>> blocks_;
+  };
+
   struct Table {
     Table() { places.max_load_factor(kMaxLoad); }
 
@@ -176,7 +207,7 @@ class HalTables {
 
     // Without gaps: new entries go to the end, and the last entry fills a gap. Entries therefore
     // move only towards the beginning. A reading starts at the end, so it misses none.
-    std::vector<Entry> entries;
+    EntryBlocks entries;
     // The index of each id's entry. Colliding entries are adjacent in memory.
     tsl::robin_map<std::uint32_t, std::uint32_t, IdHash> places;
     // Sum of the entries' hashes.
