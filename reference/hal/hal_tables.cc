@@ -19,7 +19,8 @@ HalTables::HalTables(std::size_t capacity, DataPlane* data_plane)
 HalReturnCode HalTables::Apply(const HalRequest& request) {
   return VisitKind(KindOf(request.operation), [this, &request](auto row) {
     using Kind = decltype(row);
-    typename Kind::Message message;
+    // So that parsing mostly reuses memory.
+    thread_local typename Kind::Message message;
     if (!message.ParseFromString(request.payload)) return kHalBadRequest;
     return ApplyMessage<Kind>(request, message);
   });
