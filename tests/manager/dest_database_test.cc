@@ -207,6 +207,32 @@ TEST(DestDatabaseTest, ForgetsWhatWasRemoved) {
   EXPECT_NE(database.Find({HalKind::kVlan, 11}), nullptr);
 }
 
+TEST(DestDatabaseTest, FindsEntriesInAnyOrder) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  const std::vector<ObjectKey> keys = {
+      {HalKind::kVlan, 10}, {HalKind::kVlan, 11}, {HalKind::kHost, 20}, {HalKind::kHost, 20},
+      {HalKind::kVlan, 10}, {HalKind::kHost, 21}, {HalKind::kVlan, 12}, {HalKind::kVlan, 11},
+      {HalKind::kVlan, 12}, {HalKind::kMpls, 41}, {HalKind::kMpls, 42}, {HalKind::kVlan, 10}};
+  std::vector<std::string> found;
+  for (const ObjectKey& key : keys) {
+    const Object* const object = database.FindEntry(key);
+    found.push_back(object == nullptr ? "none" : KeyText(object->key));
+  }
+  EXPECT_THAT(found, ElementsAre("vlan:10", "vlan:11", "host:20", "host:20", "vlan:10", "host:21",
+                                 "none", "vlan:11", "none", "mpls:41", "none", "vlan:10"));
+}
+
+TEST(DestDatabaseTest, FindsEntriesAfterTheLastOneFoundIsForgotten) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  database.Replace(Site());
+  database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kRemoved);
+  database.Replace(Site());
+  EXPECT_EQ(database.FindEntry({HalKind::kVlan, 10}), nullptr);
+  EXPECT_EQ(database.FindEntry({HalKind::kVlan, 11}), database.Find({HalKind::kVlan, 11}));
+}
+
 TEST(DestDatabaseTest, ForgetsTheEntryOfARemovedVrf) {
   DestDatabase database;
   Site site;

@@ -137,6 +137,7 @@ DestDatabase::Changes DestDatabase::Replace(SiteDifference difference) {
 }
 
 void DestDatabase::ForgetRemoved() {
+  found_last_ = objects_.end();
   for (auto key = unwanted_.begin(); key != unwanted_.end();) {
     const auto object = objects_.find(*key);
     if (object->second.state() != ObjectState::kRemoved) {
@@ -250,9 +251,15 @@ void DestDatabase::DropNumber(std::uint32_t number, Changes* changes) {
 }
 
 Object* DestDatabase::FindEntry(const ObjectKey& key) {
-  if (key.kind != HalKind::kVrf) return Find(key);
-  const auto found = vrf_entries_.find(key);
-  return found == vrf_entries_.end() ? nullptr : &found->second;
+  if (key.kind == HalKind::kVrf) {
+    const auto found = vrf_entries_.find(key);
+    return found == vrf_entries_.end() ? nullptr : &found->second;
+  }
+  if (found_last_ != objects_.end()) ++found_last_;
+  if (found_last_ == objects_.end() || !(found_last_->first == key)) {
+    found_last_ = objects_.find(key);
+  }
+  return found_last_ == objects_.end() ? nullptr : &found_last_->second;
 }
 
 Object* DestDatabase::NextEntry(const std::optional<ObjectKey>& previous) {

@@ -137,6 +137,10 @@ struct SiteDifference {
 /// keeps its address until it is forgotten.
 class DestDatabase {
  public:
+  DestDatabase() = default;
+  DestDatabase(const DestDatabase&) = delete;
+  DestDatabase& operator=(const DestDatabase&) = delete;
+
   using Objects = std::map<ObjectKey, Object>;
   using StandingCounts = std::array<std::size_t, kStandings>;
 
@@ -159,7 +163,8 @@ class DestDatabase {
   /// Calls `changed`, unless it is empty, whenever an object's standing has changed.
   void Watch(std::function<void(const Object& object)> changed) { changed_ = std::move(changed); }
 
-  /// The HAL's entry of that kind and id; for a VRF, by its number. Null if there is none.
+  /// The HAL's entry of that kind and id; for a VRF, by its number. Null if there is none. Fast for
+  /// the entry that follows the one found last.
   Object* FindEntry(const ObjectKey& key);
 
   /// The first entry, or the one that follows the key of `previous`, by kind and id. Null if there
@@ -221,6 +226,9 @@ class DestDatabase {
 
   // VRFs and destinations, by database id.
   Objects objects_;
+  // The destination that `FindEntry` found last, or the end. Requests and results mostly go through
+  // the destinations in order.
+  Objects::iterator found_last_ = objects_.end();
   // By number.
   Objects vrf_entries_;
   // The objects and the numbers that the site does not have and that are not forgotten yet.

@@ -191,14 +191,14 @@ void Manager::PostWork() {
 }
 
 void Manager::Work() {
-  std::vector<Notification> notifications;
   {
     const MutexLock lock(&inbox_mutex_);
-    notifications.swap(inbox_);
+    taken_.swap(inbox_);
   }
-  for (const Notification& notification : notifications) {
+  for (const Notification& notification : taken_) {
     std::visit([this](const auto& notice) { Handle(notice); }, notification);
   }
+  taken_.clear();
   SendDue();
   if (reinstalling_ && server_found_ && remaining_ == 0) EndReinstall();
   if (!busy_ || !finished()) return;

@@ -219,6 +219,8 @@ class Manager : private NotificationSink {
   Mutex inbox_mutex_;
   std::vector<Notification> inbox_ ZUSKUX_GUARDED_BY(inbox_mutex_);
   std::size_t inbox_peak_ ZUSKUX_GUARDED_BY(inbox_mutex_) = 0;
+  // Empty except in `Work`. Kept for its memory, which the inbox uses next.
+  std::vector<Notification> taken_;
 
   DestDatabase database_;
   RequestQueue queue_;
