@@ -3,6 +3,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <limits>
 #include <system_error>
@@ -76,11 +77,33 @@ class FieldTable {
   std::size_t next_ = 0;
 };
 
+enum CharClass : std::uint8_t { kSpaceChar = 1, kNameChar = 2, kTextChar = 4 };
+
+// The classes of each character. A zero byte has none, so `PlainText` need not look for the end of
+// the text, which a zero byte follows.
+constexpr std::array<std::uint8_t, 256> kClassesOfChars = [] {
+  std::array<std::uint8_t, 256> classes{};
+  for (std::size_t c = ' '; c < classes.size(); ++c) {
+    if (c != '"' && c != '\\') classes[c] = kTextChar;
+  }
+  for (std::size_t c = 'a'; c <= 'z'; ++c) classes[c] |= kNameChar;
+  classes['_'] |= kNameChar;
+  classes[' '] |= kSpaceChar;
+  classes['\n'] |= kSpaceChar;
+  classes['\t'] |= kSpaceChar;
+  classes['\r'] |= kSpaceChar;
+  return classes;
+}();
+
+bool IsOf(CharClass char_class, char c) {
+  return (kClassesOfChars[static_cast<unsigned char>(c)] & char_class) != 0;
+}
+
 /// Reads a plain text. Each function returns whether the text is plain that far.
 class PlainText {
  public:
   PlainText(const std::string& text, const EntryUse& use)
-      : at_(text.data()), end_(text.data() + text.size()), use_(use) {
+      : at_(text.c_str()), end_(at_ + text.size()), use_(use) {
     const auto* const file = site::SiteFile::descriptor();
     for (int i = 0; i < file->field_count(); ++i) {
       const FieldDescriptor* const field = file->field(i);
@@ -140,10 +163,7 @@ class PlainText {
     }
     if (!Take('"')) return false;
     const char* const begin = at_;
-    const auto is_plain = [](char c) {
-      return static_cast<unsigned char>(c) >= ' ' && c != '"' && c != '\\';
-    };
-    at_ = std::find_if_not(begin, end_, is_plain);
+    Skip(kTextChar);
     entry_.Add(field.number, std::string_view(begin, static_cast<std::size_t>(at_ - begin)));
     return Take('"') && AtEndOfValue();
   }
@@ -157,19 +177,19 @@ class PlainText {
     return error == std::errc() && *begin != '-' && !octal && AtEndOfValue();
   }
 
-  bool AtEndOfValue() const { return at_ == end_ || IsSpace(*at_) || *at_ == '}'; }
+  bool AtEndOfValue() const { return at_ == end_ || IsOf(kSpaceChar, *at_) || *at_ == '}'; }
 
   // May be empty.
   std::string_view Name() {
     const char* const begin = at_;
-    at_ = std::find_if_not(begin, end_, [](char c) { return (c >= 'a' && c <= 'z') || c == '_'; });
+    Skip(kNameChar);
     return {begin, static_cast<std::size_t>(at_ - begin)};
   }
 
   // Spaces and comments.
   bool SkipSpace() {
     for (;;) {
-      while (at_ != end_ && IsSpace(*at_)) ++at_;
+      Skip(kSpaceChar);
       if (at_ == end_ || *at_ != '#') return true;
       at_ = std::find_if(at_, end_, [](char c) { return c == '\n' || c == '\0'; });
       if (at_ != end_ && *at_ == '\0') return false;
@@ -182,7 +202,12 @@ class PlainText {
     return true;
   }
 
-  static bool IsSpace(char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
+  // Goes past the characters of the class.
+  void Skip(CharClass char_class) {
+    const char* at = at_;
+    while (IsOf(char_class, *at)) ++at;
+    at_ = at;
+  }
 
   const char* at_;
   const char* const end_;
