@@ -36,6 +36,7 @@ std::optional<HalReturnCode> ClientQueue::Refusal(const HalRequest& request) con
   const bool is_vrf = !HasResult(request.operation);
   if (server_ == Server::kNone && !is_vrf) return kHalNoServer;
   if (request.payload.size() > MaxPayload()) return kHalTooLarge;
+  if (sure_room_.load(std::memory_order_relaxed) != 0) return std::nullopt;
   const bool supersedes = server_ == Server::kNone && kept_vrfs_.Contains(request.id);
   if (!supersedes && !Fits(request.payload.size())) return kHalQueueFull;
   const std::size_t vrf_bytes = outstanding_.payload_bytes() + kept_vrfs_.bytes();
@@ -63,6 +64,14 @@ bool ClientQueue::RoomNow() const {
              std::max(max_bytes_, largest);
 }
 
+// For how many requests of any size the room lasts that there is now; 0 if unknown.
+std::size_t ClientQueue::SureRoom() const {
+  if (server_ != Server::kFound) return 0;
+  const std::size_t bytes = std::max(frames_.size() + writing_bytes_, outstanding_.payload_bytes());
+  return std::min(max_entries_ - outstanding_.places(),
+                  (max_bytes_ - bytes) / (kFrameHeaderSize + MaxPayload()));
+}
+
 void ClientQueue::Accept(const HalRequest& request) {
   switch (server_) {
     case Server::kUnknown:
@@ -82,6 +91,8 @@ void ClientQueue::Accept(const HalRequest& request) {
 }
 
 void ClientQueue::Send(const HalRequest& request) {
+  const std::size_t sure_room = sure_room_.load(std::memory_order_relaxed);
+  if (sure_room != 0) sure_room_.store(sure_room - 1, std::memory_order_relaxed);
   const auto [outstanding, sequence] =
       outstanding_.Add(request, !HasResult(request.operation), Clock::now());
   outstanding->reinstall = open_reinstall_.number;
@@ -118,6 +129,7 @@ bool ClientQueue::AskForDigests() {
 }
 
 void ClientQueue::SendMark(FrameType mark) {
+  sure_room_ = 0;
   ++mark_sequence_;
   mark_sequence_ &= kSequenceMask;
   if (mark == FrameType::kBeginReinstall) {
@@ -131,10 +143,14 @@ void ClientQueue::SendMark(FrameType mark) {
 }
 
 bool ClientQueue::HasRoom() {
+  if (sure_room_.load(std::memory_order_relaxed) != 0) return true;
   const MutexLock lock(&mutex_);
-  if (RoomNow()) return true;
-  room_wanted_ = true;
-  return false;
+  if (!RoomNow()) {
+    room_wanted_ = true;
+    return false;
+  }
+  sure_room_ = SureRoom();
+  return true;
 }
 
 bool ClientQueue::TakeRoomReport() {
@@ -148,6 +164,7 @@ bool ClientQueue::TakeRoomReport() {
 }
 
 void ClientQueue::End(const HalRequest& request, HalReturnCode code) {
+  sure_room_ = 0;
   ended_.push_back({WithoutPayload(request), code});
 }
 
@@ -226,6 +243,7 @@ void ClientQueue::ServerLost() {
     if (!early.mark) end(&early.request, kHalNoServer);
   }
   server_ = Server::kNone;
+  sure_room_ = 0;
   early_bytes_ = 0;
   frames_.clear();
   frames_counted_ = writing_counted_ = writing_bytes_ = 0;
@@ -265,6 +283,7 @@ void ClientQueue::ConfirmWritten() {
 
 void ClientQueue::AddHeartbeat() {
   const MutexLock lock(&mutex_);
+  sure_room_ = 0;
   AppendFrame(FrameType::kHeartbeat, 0, {}, &frames_);
 }
 

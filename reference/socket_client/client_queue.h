@@ -79,6 +79,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   bool Fits(std::size_t payload_size) const ZUSKUX_REQUIRES(mutex_);
   std::size_t MaxPayload() const ZUSKUX_REQUIRES(mutex_);
   bool RoomNow() const ZUSKUX_REQUIRES(mutex_);
+  std::size_t SureRoom() const ZUSKUX_REQUIRES(mutex_);
   void Accept(const HalRequest& request) ZUSKUX_REQUIRES(mutex_);
   void Send(const HalRequest& request) ZUSKUX_REQUIRES(mutex_);
   void SendMark(FrameType mark) ZUSKUX_REQUIRES(mutex_);
@@ -122,6 +123,9 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   bool deadlines_watched_ ZUSKUX_GUARDED_BY(mutex_) = false;
   bool deadlines_to_watch_ ZUSKUX_GUARDED_BY(mutex_) = false;
   bool room_wanted_ ZUSKUX_GUARDED_BY(mutex_) = false;
+  // How many requests are sure to fit; 0 if unknown. Written with `mutex_` locked: anything but an
+  // accepted request that takes room sets it to 0.
+  std::atomic<std::size_t> sure_room_ = 0;
 
   std::uint32_t mark_sequence_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint32_t reinstalls_ ZUSKUX_GUARDED_BY(mutex_) = 0;

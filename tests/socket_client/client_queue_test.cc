@@ -21,11 +21,14 @@ using Clock = ConnectionQueue::Clock;
 using Next = HostQueue::Next;
 
 constexpr std::size_t kAnyPayload = 1'000'000;
+// Ten such frames fill the queue.
+constexpr std::size_t kPayloadOfATenth = 92;
 
 class ClientQueueTest : public testing::Test {
  protected:
   static SocketHalOptions Options() {
     SocketHalOptions options;
+    options.queue_entries = 20;
     options.queue_bytes = 1'000;
     return options;
   }
@@ -44,6 +47,18 @@ class ClientQueueTest : public testing::Test {
 
   HalReturnCode InstallVrf(std::uint32_t id, std::size_t size) {
     return host_->Submit(Request(HalOperation::kInstallVrf, id, size)).code;
+  }
+
+  // Queues requests of that size while there is room. Returns how many were accepted; all must be.
+  std::size_t Fill(std::size_t size) {
+    std::size_t accepted = 0;
+    while (host_->HasRoom() && accepted < 100) {
+      const HalReturnCode code = InstallVlan(1, size).code;
+      EXPECT_EQ(code, kHalSuccess);
+      if (code != kHalSuccess) break;
+      ++accepted;
+    }
+    return accepted;
   }
 
   // Writes everything that waits.
@@ -104,6 +119,81 @@ TEST_F(ClientQueueTest, VrfsTakeNoMoreThanTheQueuesBytes) {
   connection_->ServerLost();
   EXPECT_EQ(InstallVrf(4, 400), kHalQueueFull);
   EXPECT_EQ(InstallVrf(5, 100), kHalSuccess);
+}
+
+TEST_F(ClientQueueTest, HasRoomUntilNoRequestFits) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  EXPECT_EQ(Fill(kPayloadOfATenth), 10U);
+  EXPECT_EQ(InstallVlan(2, kPayloadOfATenth).code, kHalQueueFull);
+  Write();
+  EXPECT_EQ(Fill(kPayloadOfATenth), 10U) << "after the write";
+}
+
+TEST_F(ClientQueueTest, HasRoomUntilNoRequestFitsBeforeThereIsAServer) {
+  ASSERT_TRUE(host_->HasRoom());
+  EXPECT_EQ(InstallVlan(1, 500).code, kHalSuccess);
+  EXPECT_FALSE(host_->HasRoom());
+  EXPECT_EQ(InstallVlan(2, 500).code, kHalQueueFull);
+}
+
+// The entries run out first.
+TEST_F(ClientQueueTest, HasRoomUntilAllEntriesAreTaken) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  EXPECT_EQ(Fill(10), 20U);
+  Write();
+  EXPECT_FALSE(host_->HasRoom()) << "nothing was answered";
+  ASSERT_TRUE(Answer(0));
+  EXPECT_EQ(Fill(10), 1U);
+}
+
+// Whichever takes the room that was left for one request.
+TEST_F(ClientQueueTest, MarksAndHeartbeatsTakeRoomToo) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  const auto fill_but_one = [this] {
+    for (int i = 0; i < 9; ++i) ASSERT_EQ(InstallVlan(1, kPayloadOfATenth).code, kHalSuccess);
+    ASSERT_TRUE(host_->HasRoom());
+  };
+  fill_but_one();
+  host_->SubmitMark(FrameType::kBeginReinstall);
+  EXPECT_FALSE(host_->HasRoom()) << "after a mark";
+  Write();
+  fill_but_one();
+  connection_->AddHeartbeat();
+  EXPECT_FALSE(host_->HasRoom()) << "after a heartbeat";
+}
+
+TEST_F(ClientQueueTest, RefusedRequestsTakeRoomUntilTheyAreReported) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  ASSERT_TRUE(host_->HasRoom());
+  for (std::uint32_t id = 1; id <= 20; ++id) {
+    ASSERT_EQ(InstallVlan(id, kPayloadOfATenth + 1).code, kHalTooLarge);
+  }
+  EXPECT_FALSE(host_->HasRoom());
+  EXPECT_EQ(Ended().size(), 20U);
+  EXPECT_TRUE(host_->HasRoom());
+}
+
+// They wait for the next server.
+TEST_F(ClientQueueTest, VrfsTakeRoomWithoutAServer) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  ASSERT_TRUE(host_->HasRoom());
+  connection_->ServerLost();
+  for (std::uint32_t id = 1; id <= 20; ++id) ASSERT_EQ(InstallVrf(id, 10), kHalSuccess);
+  EXPECT_FALSE(host_->HasRoom());
+  EXPECT_EQ(InstallVrf(21, 10), kHalQueueFull);
+}
+
+// A VRF request keeps its room after it was written.
+TEST_F(ClientQueueTest, HasRoomUntilNoVrfFits) {
+  connection_->ServerFound(kPayloadOfATenth, EntryHashFunction::kXxh3);
+  std::uint32_t id = 0;
+  for (; host_->HasRoom() && id < 20; ++id) {
+    ASSERT_EQ(InstallVrf(id, kPayloadOfATenth), kHalSuccess);
+    if (id != 4) continue;
+    host_->SubmitMark(FrameType::kBeginReinstall);
+    Write();
+  }
+  EXPECT_EQ(id, 10U);
 }
 
 TEST_F(ClientQueueTest, AnAnswerDoesNotCountAsWrittenWhatIsStillBeingWritten) {
