@@ -54,13 +54,9 @@ void HalReporter::Event(std::string_view line) const {
 HalReturnCode HalConnection::InitEncapsulationModule() { return kHalSuccess; }
 
 HalReturnCode HalConnection::OnRequest(HalOperation operation, AppMessage* wrapper) {
-  // So that a connection that copies payloads allocates nothing for a request.
-  thread_local std::string payload_memory;
-  HalRequest request = MakeRequest(operation, *wrapper, std::move(payload_memory));
-  if (observer_ != nullptr) request.number = observer_->Request(request, wrapper);
-  const HalReturnCode code = Submit(&request);
-  payload_memory = std::move(request.payload);
-  return code;
+  MakeRequest(operation, *wrapper, &request_);
+  if (observer_ != nullptr) request_.number = observer_->Request(request_, wrapper);
+  return Submit(&request_);
 }
 
 void HalConnection::BeginReinstall() {

@@ -146,7 +146,7 @@ class HalConnection : public HalClientBase {
  protected:
   /// Accepts or refuses the request: returns success, or the code that its result will carry.
   /// Either way the result is reported later, never inside this call. May move the request's
-  /// payload; if not, the next request of this thread uses its memory again.
+  /// payload; if not, the next request uses its memory again.
   virtual HalReturnCode Submit(HalRequest* request) = 0;
   virtual void SubmitBeginReinstall() = 0;
   virtual void SubmitEndReinstall() = 0;
@@ -159,6 +159,8 @@ class HalConnection : public HalClientBase {
   ReturnCode OnRequest(HalOperation operation, AppMessage* wrapper) final;
 
   RequestObserver* observer_ = nullptr;
+  // The last request. A connection that copies payloads allocates nothing for the next one.
+  HalRequest request_;
 };
 
 /// The code of the result being reported on this thread; success outside of a report. The

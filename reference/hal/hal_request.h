@@ -26,11 +26,10 @@ struct HalRequest {
 /// A copy without the payload: all that the result needs.
 HalRequest WithoutPayload(const HalRequest& request);
 
-/// Copies what `wrapper`, which fits `operation`, carries. If the wrapper carries no message or one
-/// of another kind, the request has no payload, and the HAL refuses it. The payload uses the memory
-/// of `payload_memory`, whatever that contains.
-HalRequest MakeRequest(HalOperation operation, const AppMessage& wrapper,
-                       std::string payload_memory = {});
+/// Replaces `request` with a copy of what `wrapper`, which fits `operation`, carries. If the
+/// wrapper carries no message or one of another kind, the request has no payload, and the HAL
+/// refuses it. Reuses the memory of the payload.
+void MakeRequest(HalOperation operation, const AppMessage& wrapper, HalRequest* request);
 
 /// Calls the request's result operation, if it has one, on the calling thread; `ReportedCode` and
 /// `ReportedReason` return `code` and `reason` meanwhile. Does not read the payload.

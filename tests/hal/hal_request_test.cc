@@ -119,11 +119,17 @@ void ExpectRequest(const HalRequest& request, HalOperation operation, std::uint3
   EXPECT_EQ(request.payload, payload);
 }
 
+HalRequest RequestOf(HalOperation operation, const AppMessage& wrapper) {
+  HalRequest request;
+  MakeRequest(operation, wrapper, &request);
+  return request;
+}
+
 TEST(MakeRequestTest, CopiesAVrf) {
   VrfEncapsulationMessage message;
   message.encap()->set_vrf_id(7);
   for (const auto operation : {HalOperation::kInstallVrf, HalOperation::kDestroyVrf}) {
-    ExpectRequest(MakeRequest(operation, message), operation, 7, 0, "\x08\x07");
+    ExpectRequest(RequestOf(operation, message), operation, 7, 0, "\x08\x07");
   }
 }
 
@@ -132,7 +138,7 @@ TEST(MakeRequestTest, CopiesAVlan) {
   const VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(vlan));
   for (const auto operation :
        {HalOperation::kInstallVlan, HalOperation::kDestroyVlan, HalOperation::kReplaceVlan}) {
-    ExpectRequest(MakeRequest(operation, message), operation, 7, 0, vlan.SerializeAsString());
+    ExpectRequest(RequestOf(operation, message), operation, 7, 0, vlan.SerializeAsString());
   }
 }
 
@@ -141,7 +147,7 @@ TEST(MakeRequestTest, CopiesAHost) {
   const HostEncapsulationMessage message(std::make_unique<encapsulation::HostMessage>(host));
   for (const auto operation :
        {HalOperation::kInstallHost, HalOperation::kDestroyHost, HalOperation::kReplaceHost}) {
-    ExpectRequest(MakeRequest(operation, message), operation, 4294967295, 0,
+    ExpectRequest(RequestOf(operation, message), operation, 4294967295, 0,
                   host.SerializeAsString());
   }
 }
@@ -150,7 +156,7 @@ TEST(MakeRequestTest, CopiesAnEcmpGroup) {
   EcmpEncapsulationMessage message;
   *message.encap() = Ecmp(7, {1, 1, 2});
   for (const auto operation : {HalOperation::kInstallEcmp, HalOperation::kDestroyEcmp}) {
-    ExpectRequest(MakeRequest(operation, message), operation, 7, 0,
+    ExpectRequest(RequestOf(operation, message), operation, 7, 0,
                   Ecmp(7, {1, 1, 2}).SerializeAsString());
   }
 }
@@ -161,39 +167,42 @@ TEST(MakeRequestTest, CopiesAnMplsDestinationWithItsPassThroughValue) {
   const MplsEncapsulationMessage message(std::make_unique<encapsulation::MplsMessage>(mpls));
   for (const auto operation :
        {HalOperation::kInstallMpls, HalOperation::kDestroyMpls, HalOperation::kReplaceMpls}) {
-    ExpectRequest(MakeRequest(operation, message), operation, 5, 9, mpls.SerializeAsString());
+    ExpectRequest(RequestOf(operation, message), operation, 5, 9, mpls.SerializeAsString());
   }
 }
 
 TEST(MakeRequestTest, UsesZeroForMissingIds) {
   const MplsEncapsulationMessage message(std::make_unique<encapsulation::MplsMessage>());
-  ExpectRequest(MakeRequest(HalOperation::kInstallMpls, message), HalOperation::kInstallMpls, 0, 0,
+  ExpectRequest(RequestOf(HalOperation::kInstallMpls, message), HalOperation::kInstallMpls, 0, 0,
                 "");
 }
 
 TEST(MakeRequestTest, CopiesNothingFromAWrapperWithoutAMessage) {
   const VlanEncapsulationMessage message;
-  ExpectRequest(MakeRequest(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
+  ExpectRequest(RequestOf(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
                 "");
 }
 
-TEST(MakeRequestTest, PutsThePayloadIntoTheGivenMemory) {
+TEST(MakeRequestTest, PutsThePayloadIntoTheMemoryOfTheOneBefore) {
   const VlanEncapsulationMessage message(std::make_unique<encapsulation::VlanMessage>(Vlan(7)));
-  std::string memory(100, 'x');
-  const char* const place = memory.data();
-  const HalRequest request = MakeRequest(HalOperation::kInstallVlan, message, std::move(memory));
+  HalRequest request;
+  request.payload.assign(100, 'x');
+  const char* const place = request.payload.data();
+  MakeRequest(HalOperation::kInstallVlan, message, &request);
   EXPECT_EQ(request.payload, Vlan(7).SerializeAsString());
   EXPECT_EQ(request.payload.data(), place);
 }
 
-TEST(MakeRequestTest, KeepsNothingOfWhatWasInTheMemory) {
-  const VlanEncapsulationMessage message;
-  EXPECT_EQ(MakeRequest(HalOperation::kInstallVlan, message, "older").payload, "");
+TEST(MakeRequestTest, KeepsNothingOfTheRequestBefore) {
+  HalRequest request = {HalOperation::kDestroyMpls, 5, 9, "older", 3};
+  MakeRequest(HalOperation::kInstallVlan, VlanEncapsulationMessage(), &request);
+  ExpectRequest(request, HalOperation::kInstallVlan, 0, 0, "");
+  EXPECT_EQ(request.number, 0U);
 }
 
 TEST(MakeRequestTest, CopiesNothingFromAnotherKind) {
   const HostEncapsulationMessage message(std::make_unique<encapsulation::HostMessage>(Host(7)));
-  ExpectRequest(MakeRequest(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
+  ExpectRequest(RequestOf(HalOperation::kInstallVlan, message), HalOperation::kInstallVlan, 0, 0,
                 "");
 }
 

@@ -30,7 +30,7 @@ class LastRequest : public HalClientBase {
 
  private:
   ReturnCode OnRequest(HalOperation operation, AppMessage* wrapper) override {
-    request_ = MakeRequest(operation, *wrapper);
+    MakeRequest(operation, *wrapper, &request_);
     return {};
   }
 

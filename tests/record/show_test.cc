@@ -159,7 +159,9 @@ TEST_F(Show, RendersWhatTheRecordedMessageRendered) {
   {
     Recorder recorder(folder.Path("recording"), "test 1");
     recorder.Interface(3, "eth3", 2, 0x01000103);
-    recorder.Request(MakeRequest(HalOperation::kInstallVlan, wrapper), &wrapper);
+    HalRequest request;
+    MakeRequest(HalOperation::kInstallVlan, wrapper, &request);
+    recorder.Request(request, &wrapper);
   }
   interface_ids::InterfaceTable::Global().Clear();
   EXPECT_THAT(Text(ReadFile(folder.Path("recording"))),
