@@ -298,7 +298,7 @@ void ClientQueue::TakeAnswered(const std::vector<Answer>& answers, Clock::time_p
       continue;
     }
     CountAnswer(*request, now, result.hal_time);
-    answered->push_back({*request, &result});
+    answered->emplace_back(*request, &result);
     if (!answered->back().valid()) break;
   }
   undelivered_ = answered->size();

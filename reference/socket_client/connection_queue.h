@@ -36,8 +36,13 @@ class ConnectionQueue {
 
   /// A request and its answer. Refers to the `Answer`.
   struct Answered {
+    // A copy in place takes fewer instructions than one that is then moved.
+    // NOLINTNEXTLINE(modernize-pass-by-value)
+    Answered(const OutstandingRequest& outstanding, const ResultPayload* answer)
+        : request(outstanding), result(answer) {}
+
     OutstandingRequest request;
-    const ResultPayload* result = nullptr;
+    const ResultPayload* result;
 
     /// Whether a server may answer the request like that.
     bool valid() const { return result->id == request.request.id && IsHalCode(result->code); }

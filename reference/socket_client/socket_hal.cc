@@ -572,7 +572,8 @@ void SocketHal::Client::OnAnswered(const ConnectionQueue::Answered& answered) {
                         std::string(OperationName(request.operation)) + ' ' +
                         std::to_string(request.id) + answer);
   }
-  const std::string reason = Printable(result.reason);
+  // Few results carry one.
+  const std::string reason = result.reason.empty() ? std::string() : Printable(result.reason);
   const bool is_vrf = !HasResult(request.operation);
   if (is_vrf && result.code != kHalSuccess) {
     Log(LogLevel::kError, std::string(OperationName(request.operation)) + ' ' +
