@@ -22,13 +22,19 @@ template <typename Map>
 void CompareEach(const Map& wanted, const Map& present, ObjectStates* states) {
   for (const auto& [key, object] : wanted) {
     const auto found = present.find(key);
-    (*states)[NameOf(key)] = found == present.end()    ? ObjectState::kMissing
-                             : found->second == object ? ObjectState::kAsWanted
-                                                       : ObjectState::kDifferent;
+    if (found != present.end() && found->second == object) continue;
+    (*states)[NameOf(key)] =
+        found == present.end() ? ObjectState::kMissing : ObjectState::kDifferent;
   }
   for (const auto& [key, object] : present) {
     if (wanted.count(key) == 0) (*states)[NameOf(key)] = ObjectState::kNotWanted;
   }
+}
+
+// The objects without a state are as wanted.
+template <typename Map>
+void AddOthers(const Map& wanted, ObjectStates* states) {
+  for (const auto& [key, object] : wanted) states->emplace(NameOf(key), ObjectState::kAsWanted);
 }
 
 }  // namespace
@@ -50,10 +56,18 @@ void UseMtusOfParents(const std::map<std::string, std::uint32_t>& mtus,
 
 ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
                      const std::map<std::string, std::uint32_t>& mtus) {
-  auto devices = wanted.devices;
-  UseMtusOfParents(mtus, &devices);
+  KernelObjects with_mtus = wanted;
+  UseMtusOfParents(mtus, &with_mtus.devices);
+  ObjectStates states = Differences(with_mtus, present);
+  AddOthers(wanted.devices, &states);
+  AddOthers(wanted.neighbours, &states);
+  AddOthers(wanted.nexthops, &states);
+  return states;
+}
+
+ObjectStates Differences(const KernelObjects& wanted, const KernelObjects& present) {
   ObjectStates states;
-  CompareEach(devices, present.devices, &states);
+  CompareEach(wanted.devices, present.devices, &states);
   CompareEach(wanted.neighbours, present.neighbours, &states);
   CompareEach(wanted.nexthops, present.nexthops, &states);
   return states;

@@ -28,6 +28,9 @@ void UseMtusOfParents(const std::map<std::string, std::uint32_t>& mtus,
 ObjectStates Compare(const KernelObjects& wanted, const KernelObjects& present,
                      const std::map<std::string, std::uint32_t>& mtus);
 
+/// Those of them that are not as wanted. `wanted` must have the MTUs of the parents.
+ObjectStates Differences(const KernelObjects& wanted, const KernelObjects& present);
+
 /// The names of a destination's objects: its next hop, and what the next hop needs. Empty if the
 /// destination has none.
 std::vector<std::string> ObjectsOfDestination(std::uint32_t id, const KernelObjects& wanted);

@@ -5,7 +5,6 @@
 #include <utility>
 #include <variant>
 
-#include "reference/data_plane/broken_entries.h"
 #include "reference/data_plane/comparison.h"
 #include "reference/data_plane/difference.h"
 
@@ -14,6 +13,10 @@ namespace {
 
 // The number of differing objects that a repair names.
 constexpr std::size_t kNamed = 3;
+
+// The most objects that a repair reads one by one. They take a few milliseconds, and the answers
+// fit into the socket's buffer. More changes than that come in a storm, which is not over yet.
+constexpr std::size_t kMaxSomeObjects = 1'000;
 
 // The pause after counting the routes, as a multiple of the time that it took.
 constexpr int kCountPause = 99;
@@ -110,11 +113,39 @@ bool KernelDataPlane::RemoveLeftovers(std::size_t limit) {
   return true;
 }
 
+bool KernelDataPlane::TakeChanges() {
+  ForeignChanges taken = kernel_.take_changes();
+  const bool concerned = !taken.empty();
+  changes_.objects.neighbours.merge(taken.objects.neighbours);
+  changes_.objects.nexthops.merge(taken.objects.nexthops);
+  changes_.any_object =
+      changes_.any_object || taken.any_object || changes_.objects.size() > kMaxSomeObjects;
+  if (changes_.any_object) changes_.objects = {};
+  return concerned;
+}
+
+// The kernel notifies of every object that a change of neighbours or next hops affects: also of the
+// groups that lose a member, and of those that go with their last one.
+Repair KernelDataPlane::RepairChanges() {
+  ForeignChanges changes = std::exchange(changes_, {});
+  if (changes.any_object || adopting_) return MakeAsWanted();
+  // With each group that changes: the difference may have to park the group there.
+  changes.objects.nexthops.insert(kDropNexthop);
+  std::optional<KernelObjects> present = kernel_.read_some(changes.objects);
+  if (!present) return MakeAsWanted();
+  const Transition transition{std::move(*present), translation_.Objects(changes.objects)};
+  RefusedObjects refused;
+  Repair repair = Make(transition, &refused, &*present);
+  // Whether an entry is broken depends on its other objects, too.
+  if (!repair.refusals.empty()) repair.broken = Broken(kernel_.read(), refused);
+  return repair;
+}
+
 Repair KernelDataPlane::MakeAsWanted() {
   if (!kernel_.read) return {};
+  changes_ = {};
   KernelState state = kernel_.read();
-  Repair repair;
-  repair.interfaces_came = NoteDevices(state);
+  const bool interfaces_came = NoteDevices(state);
   Transition transition{std::move(state.objects), translation_.Objects()};
   UseMtusOfParents(state.mtus, &transition.after.devices);
   if (adopting_) {
@@ -123,20 +154,28 @@ Repair KernelDataPlane::MakeAsWanted() {
     left_ = Leftovers(std::move(left), state.mtus);
     transition = left_.Extend(std::move(transition), wanted_);
   }
+  RefusedObjects refused;
+  Repair repair = Make(transition, &refused, &state.objects);
+  repair.interfaces_came = interfaces_came;
+  if (!repair.refusals.empty()) repair.broken = Broken(state, refused);
+  return repair;
+}
+
+Repair KernelDataPlane::Make(const Transition& transition, RefusedObjects* refused_objects,
+                             KernelObjects* present) {
+  Repair repair;
   const std::vector<KernelChange> changes = Difference(transition.before, transition.after);
   if (changes.empty()) {
     CountLostRoutes(false);
     return repair;
   }
-  for (const auto& [name, object] : Compare(transition.after, transition.before, state.mtus)) {
-    if (object == ObjectState::kAsWanted) continue;
+  for (const auto& [name, object] : Differences(transition.after, transition.before)) {
     if (++repair.differences > kNamed) continue;
     if (!repair.text.empty()) repair.text += ", ";
     repair.text += name + ' ' + ObjectStateText(object);
   }
   if (repair.differences > kNamed) repair.text += ", ...";
-  KernelObjects present;
-  const std::vector<RefusedChange> refused = WriteAndSettle(transition, changes, &present);
+  const std::vector<RefusedChange> refused = WriteAndSettle(transition, changes, present);
   // The kernel removes the routes of a next hop together with it, and does not say so.
   const bool lost_nexthops =
       std::any_of(changes.begin(), changes.end(), [&transition](const KernelChange& change) {
@@ -150,16 +189,18 @@ Repair KernelDataPlane::MakeAsWanted() {
                               : " routes that used our next hops are gone; the programs that added "
                                 "them must add them again");
   }
-  if (refused.empty()) return repair;
-  RefusedObjects refused_objects;
   for (const RefusedChange& one : refused) {
     repair.refusals.push_back(one.text);
-    refused_objects.Add(changes[one.change], one.text);
+    refused_objects->Add(changes[one.change], one.text);
   }
+  return repair;
+}
+
+std::vector<HalObjectState> KernelDataPlane::Broken(const KernelState& state,
+                                                    const RefusedObjects& refused) const {
   KernelObjects wanted = translation_.Objects();
   UseMtusOfParents(state.mtus, &wanted.devices);
-  repair.broken = BrokenEntries(translation_, wanted, present, state.mtus, refused_objects);
-  return repair;
+  return BrokenEntries(translation_, wanted, state.objects, state.mtus, refused);
 }
 
 bool KernelDataPlane::NoteDevices(const KernelState& state) {

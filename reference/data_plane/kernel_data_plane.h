@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "reference/data_plane/broken_entries.h"
 #include "reference/data_plane/kernel_objects.h"
 #include "reference/data_plane/leftovers.h"
 #include "reference/data_plane/translation.h"
@@ -47,11 +48,13 @@ struct KernelAccess {
   WriteChanges write;
   /// This and the members below are empty if the changes do not go to a kernel.
   std::function<KernelState()> read;
-  /// See `DataPlane::TakeChanges`.
-  std::function<bool()> take_changes;
+  /// What other programs have changed since the last call.
+  std::function<ForeignChanges()> take_changes;
   int change_fd = -1;
   /// The number of routes that use our next hops; empty if nobody counts them.
   std::function<std::size_t()> count_routes = nullptr;
+  /// Reads only our objects with these keys; returns nothing if that is impossible.
+  std::function<std::optional<KernelObjects>(const ObjectKeys&)> read_some = nullptr;
 };
 
 /// Turns the HAL's tables into kernel objects, and writes what changes. The server's main program
@@ -73,10 +76,16 @@ class KernelDataPlane : public DataPlane {
   bool RemoveLeftovers(std::size_t limit) override;
   std::optional<std::uint64_t> writes() const override;
   int change_fd() const override { return kernel_.change_fd; }
-  bool TakeChanges() override { return kernel_.take_changes(); }
+  bool TakeChanges() override;
+  Repair RepairChanges() override;
   Repair MakeAsWanted() override;
 
  private:
+  // Makes the transition, which is a repair. If changes are refused, sets `present` to those of its
+  // objects that the kernel has now.
+  Repair Make(const Transition& transition, RefusedObjects* refused, KernelObjects* present);
+  // The entries whose objects are not all as wanted.
+  std::vector<HalObjectState> Broken(const KernelState& state, const RefusedObjects& refused) const;
   // Returns whether an interface has come.
   bool NoteDevices(const KernelState& state);
   // Counts the routes, and returns how many have gone since the last count. Unless next hops are
@@ -96,6 +105,8 @@ class KernelDataPlane : public DataPlane {
   KernelObjects wanted_;
   std::size_t removed_ = 0;
   std::uint64_t writes_ = 0;
+  // By other programs, since the last comparison.
+  ForeignChanges changes_;
   // The routes at the last count, and when the next one is due.
   std::size_t routes_ = 0;
   std::chrono::steady_clock::time_point next_count_;

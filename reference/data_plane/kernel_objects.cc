@@ -94,6 +94,12 @@ Ipv6Address NeighbourAddress(std::uint32_t id) {
   return address;
 }
 
+std::uint32_t DestinationOfNeighbour(const Ipv6Address& address) {
+  std::uint32_t id = 0;
+  for (std::size_t i = 12; i < address.size(); ++i) id = id << 8U | address[i];
+  return id;
+}
+
 bool HasMember(const NexthopGroup& group, std::uint32_t id) {
   const auto place = FindMember(&group.members, id);
   return place != group.members.end() && place->first == id;

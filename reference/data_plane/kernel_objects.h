@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,6 +44,8 @@ std::string DestinationDevice(std::uint32_t id);
 std::string VrfDeviceName(std::uint32_t vrf);
 /// The address of a destination's neighbour: fe80::<id>.
 Ipv6Address NeighbourAddress(std::uint32_t id);
+/// The id of the destination whose neighbour would have this address.
+std::uint32_t DestinationOfNeighbour(const Ipv6Address& address);
 
 /// A VRF's device.
 struct VrfDevice {
@@ -111,6 +114,23 @@ struct KernelObjects {
   std::map<NeighbourKey, MacAddress> neighbours;
   /// By id.
   std::map<std::uint32_t, KernelNexthop> nexthops;
+};
+
+/// The keys of some neighbours and next hops.
+struct ObjectKeys {
+  std::set<NeighbourKey> neighbours;
+  std::set<std::uint32_t> nexthops;
+
+  std::size_t size() const { return neighbours.size() + nexthops.size(); }
+};
+
+/// Which of our objects other programs may have changed.
+struct ForeignChanges {
+  /// Any object may have changed, including devices.
+  bool any_object = false;
+  ObjectKeys objects;
+
+  bool empty() const { return !any_object && objects.size() == 0; }
 };
 
 bool operator==(const VrfDevice& a, const VrfDevice& b);

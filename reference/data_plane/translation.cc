@@ -450,6 +450,28 @@ KernelObjects Translation::Objects() const {
   return objects;
 }
 
+KernelObjects Translation::Objects(const ObjectKeys& keys) const {
+  KernelObjects objects;
+  for (const std::uint32_t id : keys.nexthops) {
+    if (id == kDropNexthop && drop_users_ != 0) objects.nexthops.emplace(id, BlackholeNexthop{});
+    const auto entry = entries_.find(id);
+    if (entry == entries_.end()) continue;
+    objects.nexthops.emplace(id, std::move(HopOf(id, entry->second)->nexthop));
+  }
+  for (const NeighbourKey& key : keys.neighbours) {
+    const std::uint32_t id = DestinationOfNeighbour(key.second);
+    const auto entry = entries_.find(id);
+    if (entry == entries_.end()) continue;
+    const std::optional<Hop> hop = HopOf(id, entry->second);
+    if (!hop->neighbour) continue;
+    const auto& out = std::get<DeviceNexthop>(hop->nexthop);
+    if (key == NeighbourKey(out.device, out.gateway)) {
+      objects.neighbours.emplace(key, *hop->neighbour);
+    }
+  }
+  return objects;
+}
+
 Transition Translation::Take() {
   Transition taken = std::exchange(changes_, {});
   // With each group that changes: the difference may have to park the group there.

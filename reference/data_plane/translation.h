@@ -102,6 +102,8 @@ class Translation {
 
   /// The kernel objects of all entries. Translates them all.
   KernelObjects Objects() const;
+  /// Those of them with these keys. Translates only their entries.
+  KernelObjects Objects(const ObjectKeys& keys) const;
 
   /// Returns the changes since the last call.
   Transition Take();

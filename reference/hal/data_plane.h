@@ -72,8 +72,13 @@ class DataPlane {
   /// cannot be detected.
   virtual int change_fd() const = 0;
 
-  /// Consumes what makes `change_fd` readable. Returns whether a repair is due.
+  /// Consumes what makes `change_fd` readable. Returns whether a repair is due: call
+  /// `RepairChanges` soon.
   virtual bool TakeChanges() = 0;
+
+  /// Like `MakeAsWanted`, but may compare only the objects that have changed according to
+  /// `TakeChanges` since the last call of either.
+  virtual Repair RepairChanges() = 0;
 
   /// Compares the hardware with the tables and repairs the differences. Do not call between a
   /// change and its commit. Throws `std::system_error` if the hardware cannot be read now, for

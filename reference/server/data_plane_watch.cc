@@ -71,18 +71,24 @@ void DataPlaneWatch::AwaitAudit() {
   }));
 }
 
+void DataPlaneWatch::CheckSoon() {
+  check_all_ = true;
+  Schedule(milliseconds(0));
+}
+
 void DataPlaneWatch::Schedule(milliseconds delay) {
   if (std::exchange(scheduled_, true)) return;
   repair_timer_.expires_at(std::max(steady_clock::now() + delay, budget_.next()));
-  repair_timer_.async_wait(WhileAlive([this] { MakeAsWanted(); }));
+  repair_timer_.async_wait(WhileAlive([this] { CheckNow(); }));
 }
 
-void DataPlaneWatch::MakeAsWanted() {
+void DataPlaneWatch::CheckNow() {
   scheduled_ = false;
   const Time begin = steady_clock::now();
   std::optional<Repair> repair;
   try {
-    repair = data_plane_.MakeAsWanted();
+    repair =
+        std::exchange(check_all_, false) ? data_plane_.MakeAsWanted() : data_plane_.RepairChanges();
   } catch (const std::system_error& error) {
     ReportFailure(error.what());
   }
@@ -100,6 +106,8 @@ void DataPlaneWatch::AwaitRetry(bool failed) {
     retry_pause_ = kFirstRetry;
     return;
   }
+  // Also if another program changes something else first.
+  check_all_ = true;
   retry_timer_.expires_after(retry_pause_);
   retry_pause_ = std::min(2 * retry_pause_, kLastRetry);
   retry_timer_.async_wait(WhileAlive([this] { CheckSoon(); }));

@@ -39,9 +39,10 @@ class RepairBudget {
   Time time_paid_until_;
 };
 
-/// Repairs the hardware when another program has changed it, and checks it at regular intervals.
-/// While a check or a repair fails, tries again after 1 s, 2 s and so on up to a minute. Logs the
-/// differences, at most one line a minute, and reports the outcome of each check.
+/// Repairs what another program has changed in the hardware, and checks everything at regular
+/// intervals. While a check or a repair fails, checks everything again after 1 s, 2 s and so on up
+/// to a minute. Logs the differences, at most one line a minute, and reports the outcome of each
+/// check.
 ///
 /// The server owns it. Used on the thread that runs the `io_context`.
 class DataPlaneWatch {
@@ -55,8 +56,8 @@ class DataPlaneWatch {
   DataPlaneWatch& operator=(const DataPlaneWatch&) = delete;
   ~DataPlaneWatch();
 
-  /// Checks the hardware as soon as the budget allows.
-  void CheckSoon() { Schedule(std::chrono::milliseconds(0)); }
+  /// Checks all of the hardware as soon as the budget allows.
+  void CheckSoon();
 
   /// The number of objects that have differed so far.
   std::uint64_t differences() const { return differences_; }
@@ -78,7 +79,7 @@ class DataPlaneWatch {
   void AwaitAudit();
   void Schedule(std::chrono::milliseconds delay);
   void AwaitRetry(bool failed);
-  void MakeAsWanted();
+  void CheckNow();
   void Report(const Repair& repair);
   void ReportFailure(const std::string& reason);
 
@@ -94,6 +95,8 @@ class DataPlaneWatch {
   // Until the next attempt after a failed repair.
   std::chrono::seconds retry_pause_;
   bool scheduled_ = false;
+  // Whether the next check is of everything, not only of what another program has changed.
+  bool check_all_ = false;
   RepairBudget budget_;
   std::uint64_t differences_ = 0;
   // The differences since the last log line.

@@ -107,7 +107,8 @@ std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
                                kernel->kernel.RunningDevices()};
           },
           [kernel] { return kernel->kernel.TakeNotifications(); }, kernel->kernel.notification_fd(),
-          [kernel] { return kernel->kernel.CountRoutes(); }},
+          [kernel] { return kernel->kernel.CountRoutes(); },
+          [kernel](const ObjectKeys& keys) { return kernel->kernel.ReadSome(keys); }},
       log);
 }
 

@@ -74,19 +74,15 @@ class FakeDataPlane : public DataPlane {
     return read(change_fd_, bytes.data(), bytes.size()) > 0 && concerned_;
   }
 
-  Repair MakeAsWanted() override {
-    const std::lock_guard lock(repair_mutex_);
-    ++repairs_;
-    if (unreadable_) throw std::system_error(EAGAIN, std::generic_category(), "changes too fast");
-    return repair_;
-  }
+  Repair RepairChanges() override { return Check("changes"); }
+  Repair MakeAsWanted() override { return Check("everything"); }
 
-  /// `MakeAsWanted` returns this from now on. May be called on any thread.
+  /// Both return this from now on. May be called on any thread.
   void SetRepair(Repair repair) {
     const std::lock_guard lock(repair_mutex_);
     repair_ = std::move(repair);
   }
-  /// Whether `MakeAsWanted` fails. May be called on any thread.
+  /// Whether both fail. May be called on any thread.
   void set_unreadable(bool unreadable) { unreadable_ = unreadable; }
   /// Not owned. Each of its bytes is a change.
   void set_change_fd(int fd) { change_fd_ = fd; }
@@ -94,6 +90,9 @@ class FakeDataPlane : public DataPlane {
   void set_concerned(bool concerned) { concerned_ = concerned; }
   /// How often it was asked to repair. May be called on any thread.
   int repairs() const { return repairs_; }
+  /// What it was asked to check each time: "changes" or "everything". Unlike the functions above,
+  /// on the data plane's thread only.
+  const std::vector<std::string>& checks() const { return checks_; }
 
   /// `RemoveLeftovers` has to be called `parts` times.
   void LeaveParts(int parts) { leftover_parts_ = parts; }
@@ -113,6 +112,14 @@ class FakeDataPlane : public DataPlane {
   const std::map<std::string, std::string>& entries() const { return entries_; }
 
  private:
+  Repair Check(const std::string& what) {
+    const std::lock_guard lock(repair_mutex_);
+    checks_.push_back(what);
+    ++repairs_;
+    if (unreadable_) throw std::system_error(EAGAIN, std::generic_category(), "changes too fast");
+    return repair_;
+  }
+
   static std::string Name(HalKind kind, std::uint32_t id) {
     return std::string(HalKindName(kind)) + ' ' + std::to_string(id);
   }
@@ -128,6 +135,7 @@ class FakeDataPlane : public DataPlane {
   std::uint64_t writes_ = 0;
   std::mutex repair_mutex_;
   Repair repair_;
+  std::vector<std::string> checks_;
   std::atomic<bool> unreadable_{false};
   int change_fd_ = -1;
   std::atomic<bool> concerned_{true};

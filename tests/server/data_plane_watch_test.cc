@@ -164,6 +164,7 @@ TEST_F(DataPlaneWatchTest, TriesAgainWhatItCouldNotRepair) {
   EXPECT_TRUE(RunUntilRepairs(2));
   data_plane_.SetRepair({});
   EXPECT_TRUE(RunUntilRepairs(3));
+  EXPECT_THAT(data_plane_.checks(), ElementsAre("changes", "everything", "everything"));
   const int repairs = data_plane_.repairs();
   io_.run_for(milliseconds(1'500));
   EXPECT_EQ(data_plane_.repairs(), repairs);
@@ -183,6 +184,39 @@ TEST_F(DataPlaneWatchTest, TriesAgainWhatItCouldNotCompare) {
   EXPECT_TRUE(RunUntilRepairs(4));
   EXPECT_THAT(lines_, testing::Contains("the hardware differed from the tables in 1 object: zd10 "
                                         "missing; repaired"));
+}
+
+// A check of everything would take long with many objects.
+TEST_F(DataPlaneWatchTest, AChangeLeadsToACheckOfTheChangesAlone) {
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(1));
+  watch_->CheckSoon();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(3));
+  EXPECT_THAT(data_plane_.checks(), ElementsAre("changes", "everything", "changes"));
+}
+
+// A successful repair of the changes alone would hide that the rest is still not as wanted.
+TEST_F(DataPlaneWatchTest, AChangeAfterARefusalLeadsToACheckOfEverything) {
+  data_plane_.SetRepair({1, "zd10 missing", {"no memory"}});
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(1));
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  EXPECT_EQ(data_plane_.checks().at(1), "everything");
+}
+
+TEST_F(DataPlaneWatchTest, AChangeAfterAFailureLeadsToACheckOfEverything) {
+  data_plane_.set_unreadable(true);
+  Watch();
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(1));
+  Change();
+  EXPECT_TRUE(RunUntilRepairs(2));
+  EXPECT_EQ(data_plane_.checks().at(1), "everything");
 }
 
 TEST_F(DataPlaneWatchTest, LogsNothingWhenNothingDiffers) {
@@ -231,6 +265,7 @@ TEST_F(DataPlaneWatchTest, AProgramThatKeepsChangingCostsLittle) {
 TEST_F(DataPlaneWatchTest, AnAuditNeedsNoChange) {
   Watch(seconds(1));
   EXPECT_TRUE(RunUntilRepairs(2));
+  EXPECT_THAT(data_plane_.checks(), testing::Each("everything"));
 }
 
 TEST_F(DataPlaneWatchTest, WithoutADescriptorOnlyTheAuditRepairs) {

@@ -175,6 +175,61 @@ KernelObjects LinuxKernel::Read() {
   return objects;
 }
 
+std::map<int, std::string> LinuxKernel::NamesOf(const std::set<int>& indexes) const {
+  std::map<int, std::string> names;
+  if (indexes.empty()) return names;
+  for (const auto& [name, index] : devices_) {
+    if (indexes.count(index) != 0) names[index] = name;
+  }
+  return names;
+}
+
+std::optional<KernelObjects> LinuxKernel::ReadSome(const ObjectKeys& keys) {
+  MessageBatch queries;
+  for (const auto& [device, address] : keys.neighbours) {
+    const auto found = devices_.find(device);
+    if (found == devices_.end()) return std::nullopt;
+    WriteNeighbourQuery(found->second, address, &queries);
+  }
+  for (const std::uint32_t id : keys.nexthops) WriteNexthopQuery(id, &queries);
+
+  std::vector<NeighbourEntry> neighbours;
+  std::vector<NexthopEntry> nexthops;
+  std::set<int> indexes;
+  const auto take = [&](std::size_t /*query*/, const nlmsghdr& answer) {
+    if (answer.nlmsg_type == RTM_NEWNEIGH) {
+      const std::optional<NeighbourEntry> entry = ReadNeighbour(answer);
+      if (!entry.has_value() || !entry->permanent) return;
+      indexes.insert(entry->device);
+      neighbours.push_back(*entry);
+    } else {
+      NexthopEntry entry = ReadNexthop(answer);
+      if (entry.protocol != kRoutingProtocol) return;
+      if (std::holds_alternative<DeviceNexthop>(entry.nexthop)) indexes.insert(entry.device);
+      nexthops.push_back(std::move(entry));
+    }
+  };
+  for (const KernelError& error : client_.Exchange(&queries, take)) {
+    if (error.error != ENOENT) return std::nullopt;
+  }
+  const std::map<int, std::string> names = NamesOf(indexes);
+  if (names.size() != indexes.size()) return std::nullopt;
+
+  KernelObjects objects;
+  for (const NeighbourEntry& entry : neighbours) {
+    objects.neighbours[{names.at(entry.device), entry.address}] = entry.mac;
+  }
+  for (const std::uint32_t id : keys.nexthops) nexthops_.erase(id);
+  for (NexthopEntry& entry : nexthops) {
+    if (auto* const via = std::get_if<DeviceNexthop>(&entry.nexthop)) {
+      via->device = names.at(entry.device);
+    }
+    nexthops_.emplace(entry.id, batch_number_);
+    objects.nexthops[entry.id] = std::move(entry.nexthop);
+  }
+  return objects;
+}
+
 std::map<std::string, std::uint32_t> LinuxKernel::Devices() {
   std::map<std::string, std::uint32_t> devices;
   for (const auto& [index, link] : ReadLinks()) devices[link.name] = link.mtu;
@@ -340,23 +395,31 @@ void LinuxKernel::Verify(const Pending& unknown, const Refusal& reason, Refusals
   }
 }
 
-bool LinuxKernel::TakeNotifications() {
+ForeignChanges LinuxKernel::TakeNotifications() {
   std::vector<char> buffer;
-  bool concerned = false;
+  ForeignChanges changes;
+  std::vector<NeighbourEntry> neighbours;
+  std::set<int> indexes;
   const bool complete = ReceiveAll(notifications_.get(), &buffer, [&](const nlmsghdr& message) {
     switch (message.nlmsg_type) {
       case RTM_NEWLINK:
       case RTM_DELLINK:
-        concerned = true;
+        changes.any_object = true;
         break;
       case RTM_NEWNEIGH:
-        concerned = concerned || ReadNeighbour(message).has_value();
+        if (const std::optional<NeighbourEntry> entry = ReadNeighbour(message)) {
+          indexes.insert(entry->device);
+          neighbours.push_back(*entry);
+        }
         break;
       case RTM_NEWNEXTHOP:
       case RTM_DELNEXTHOP: {
         const NexthopEntry entry = ReadNexthop(message);
-        if (entry.protocol == kRoutingProtocol || nexthops_.count(entry.id) > 0) {
-          concerned = true;
+        if (entry.protocol != kRoutingProtocol && nexthops_.count(entry.id) == 0) break;
+        changes.objects.nexthops.insert(entry.id);
+        const auto* const group = std::get_if<NexthopGroup>(&entry.nexthop);
+        if (group != nullptr && group->members.size() > kMaxQueriedMembers) {
+          changes.any_object = true;
         }
         break;
       }
@@ -364,7 +427,13 @@ bool LinuxKernel::TakeNotifications() {
         break;
     }
   });
-  return concerned || !complete;
+  const std::map<int, std::string> names = NamesOf(indexes);
+  for (const NeighbourEntry& entry : neighbours) {
+    const std::string* const name = Find(names, entry.device);
+    if (name != nullptr) changes.objects.neighbours.emplace(*name, entry.address);
+  }
+  changes.any_object = changes.any_object || !complete || names.size() != indexes.size();
+  return changes;
 }
 
 }  // namespace reference

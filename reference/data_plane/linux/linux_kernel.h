@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,6 +45,11 @@ class LinuxKernel {
   /// `std::system_error`.
   KernelObjects Read();
 
+  /// Reads only our neighbours and next hops with these keys. Call `Read` first. Returns nothing if
+  /// that is impossible, for example because one of them uses a device that is not ours. Throws
+  /// `std::system_error`.
+  std::optional<KernelObjects> ReadSome(const ObjectKeys& keys);
+
   /// Removes our devices that are down: a server ended while it created them, or another program
   /// has taken them down. Call `Read` afterwards. Throws `std::system_error`.
   void RemoveDevicesThatAreDown();
@@ -68,9 +74,9 @@ class LinuxKernel {
   /// Readable when something has changed. Our own changes to neighbours and next hops do not make
   /// it readable; our changes to devices may.
   int notification_fd() const { return notifications_->fd(); }
-  /// Takes all notifications. Returns whether an object of ours, or any device, may have changed,
-  /// so that it is time to read again. Throws `std::system_error`.
-  bool TakeNotifications();
+  /// Takes all notifications, and returns which of our objects may have changed, so that it is time
+  /// to read them again. Throws `std::system_error`.
+  ForeignChanges TakeNotifications();
 
  private:
   // Changes that go to the kernel together, each with its index.
@@ -79,6 +85,8 @@ class LinuxKernel {
   void CheckPrivileges();
   // All devices, by index.
   std::map<int, Link> ReadLinks();
+  // The names of those of our devices that have one of these indexes.
+  std::map<int, std::string> NamesOf(const std::set<int>& indexes) const;
   // Whether the batch has a message on which the change depends: until the kernel has answered it,
   // we do not know whether the next hop is ours.
   bool MustWait(const KernelChange& change) const;

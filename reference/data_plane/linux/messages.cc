@@ -232,6 +232,20 @@ void WriteLinkQuery(const std::string& name, MessageBatch* batch) {
   mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
 }
 
+void WriteNeighbourQuery(int device, const Ipv6Address& address, MessageBatch* batch) {
+  nlmsghdr* const message = batch->Start(RTM_GETNEIGH, 0);
+  auto* const header = PutHeader<ndmsg>(message);
+  header->ndm_family = AF_INET6;
+  header->ndm_ifindex = device;
+  PutAddress(message, NDA_DST, address);
+}
+
+void WriteNexthopQuery(std::uint32_t id, MessageBatch* batch) {
+  nlmsghdr* const message = batch->Start(RTM_GETNEXTHOP, 0);
+  PutHeader<nhmsg>(message);
+  mnl_attr_put_u32(message, NHA_ID, id);
+}
+
 void WriteLinkDump(MessageBatch* batch) {
   nlmsghdr* const message = StartLink(RTM_GETLINK, 0, 0, batch);
   mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);

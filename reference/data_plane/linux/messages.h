@@ -3,6 +3,7 @@
 
 #include <linux/netlink.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -17,6 +18,10 @@ namespace reference {
 
 /// The group of our devices, as in `ip link show group 171`.
 inline constexpr std::uint32_t kDeviceGroup = kRoutingProtocol;
+/// The kernel builds the answer to a query in less than a page, which has 4 KiB; a member takes up
+/// 8 bytes.
+inline constexpr std::size_t kMaxQueriedMembers = 400;
+
 /// The kernel's index of each device, by name.
 using DeviceIndexes = std::map<std::string, int>;
 
@@ -68,8 +73,11 @@ struct NexthopEntry {
   KernelNexthop nexthop;
 };
 
-/// Requests one device.
+/// Request one object.
 void WriteLinkQuery(const std::string& name, MessageBatch* batch);
+void WriteNeighbourQuery(int device, const Ipv6Address& address, MessageBatch* batch);
+/// The kernel cannot answer for a group of more than `kMaxQueriedMembers`.
+void WriteNexthopQuery(std::uint32_t id, MessageBatch* batch);
 /// Request all objects of a type.
 void WriteLinkDump(MessageBatch* batch);
 void WriteNeighbourDump(MessageBatch* batch);

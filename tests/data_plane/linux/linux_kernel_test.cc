@@ -408,8 +408,88 @@ TEST_F(LinuxKernelTest, NotifiesOfTheChangesOfOthers) {
         "ip link add eth9 type veth peer name far9", "ip link del zd10", "ip link set eth2 down"}) {
     Run(command);
     EXPECT_TRUE(HasNotification()) << command;
-    EXPECT_TRUE(kernel_->TakeNotifications()) << command;
+    EXPECT_FALSE(kernel_->TakeNotifications().empty()) << command;
   }
+}
+
+// Also about groups that lose a member, and about those that go with their last one.
+TEST_F(LinuxKernelTest, NotificationsNameEachObjectThatHasChanged) {
+  Do(Everything());
+  WaitUntilUp("zd10");
+  kernel_->TakeNotifications();
+  Run("ip nexthop del id 101; ip nexthop del id 103");
+  ForeignChanges changes = kernel_->TakeNotifications();
+  EXPECT_FALSE(changes.any_object);
+  EXPECT_THAT(changes.objects.nexthops, ElementsAre(101, 103, 301, 302));
+  EXPECT_THAT(changes.objects.neighbours, IsEmpty());
+  Run("ip neigh del fe80::66 dev zd10");
+  changes = kernel_->TakeNotifications();
+  EXPECT_FALSE(changes.any_object);
+  EXPECT_THAT(changes.objects.neighbours, ElementsAre(Host(102).key));
+  EXPECT_THAT(changes.objects.nexthops, IsEmpty());
+  Run("ip link set zd10 mtu 1350");
+  EXPECT_TRUE(kernel_->TakeNotifications().any_object);
+}
+
+TEST_F(LinuxKernelTest, AnObjectOnAnUnknownDeviceIsAReasonToReadEverything) {
+  Do(Everything());
+  WaitUntilUp("zd10");
+  kernel_->TakeNotifications();
+  Run("ip neigh add fe80::7 lladdr 02:00:00:00:00:01 dev eth2 protocol 171");
+  EXPECT_TRUE(kernel_->TakeNotifications().any_object);
+  Run("ip nexthop replace id 102 dev eth2 protocol 171");
+  EXPECT_EQ(kernel_->ReadSome({{}, {102}}), std::nullopt);
+  EXPECT_EQ(kernel_->ReadSome({{{"zd99", NeighbourAddress(101)}}, {}}), std::nullopt);
+}
+
+TEST_F(LinuxKernelTest, ReadsSomeObjects) {
+  Do(Everything());
+  const KernelObjects all = kernel_->Read();
+  const NeighbourKey host = Host(101).key;
+  const NeighbourKey none = Host(103).key;
+  EXPECT_EQ(kernel_->ReadSome({{host, none}, {10, 77, 101, 103, 301}}),
+            (KernelObjects{{},
+                           {{host, kHostMac}},
+                           {{10, all.nexthops.at(10)},
+                            {101, all.nexthops.at(101)},
+                            {103, all.nexthops.at(103)},
+                            {301, all.nexthops.at(301)}}}));
+  EXPECT_EQ(kernel_->ReadSome({}), KernelObjects{});
+  // As after a read of everything, the kernel's objects are ours or not.
+  Run("ip nexthop del id 102; ip nexthop del id 103; ip nexthop add id 103 blackhole");
+  EXPECT_EQ(kernel_->ReadSome({{}, {102, 103}}), KernelObjects{});
+  Do({PutNexthop{102, Via(102)}});
+  EXPECT_THAT(kernel_->Apply({PutNexthop{103, BlackholeNexthop{}}}),
+              ElementsAre(testing::Field(&KernelRefusal::error, EEXIST)));
+  Run("ip neigh replace fe80::65 dev zd10 lladdr 02:00:00:00:00:01 nud stale");
+  EXPECT_EQ(kernel_->ReadSome({{host}, {}}), KernelObjects{}) << "it is not permanent";
+}
+
+// Its members would not fit into the kernel's answer to a query.
+TEST_F(LinuxKernelTest, ALargeGroupIsAReasonToReadEverything) {
+  std::vector<KernelChange> changes = {PutDevice{"zd10", Macvlan(), {}}};
+  const auto add_group = [&changes](std::uint32_t id, std::uint32_t members) {
+    NexthopGroup group;
+    for (std::uint32_t member = 1; member <= members; ++member) {
+      group.members.emplace_back(member, 1);
+    }
+    changes.emplace_back(PutNexthop{id, std::move(group)});
+  };
+  for (std::uint32_t id = 1; id <= 402; ++id) {
+    changes.emplace_back(PutNexthop{id, DeviceNexthop{"zd10", {}, {}}});
+  }
+  add_group(1'000, 401);
+  add_group(1'001, 402);
+  Do(changes);
+  WaitUntilUp("zd10");
+  kernel_->TakeNotifications();
+  Run("ip nexthop del id 402");
+  EXPECT_TRUE(kernel_->TakeNotifications().any_object);
+  Run("ip nexthop del id 401");
+  const ForeignChanges noticed = kernel_->TakeNotifications();
+  EXPECT_FALSE(noticed.any_object);
+  EXPECT_THAT(noticed.objects.nexthops, ElementsAre(401, 1'000, 1'001));
+  EXPECT_NE(kernel_->ReadSome(noticed.objects), std::nullopt);
 }
 
 TEST_F(LinuxKernelTest, ChangesToObjectsOfOthersAreNoReasonToRead) {
@@ -421,7 +501,7 @@ TEST_F(LinuxKernelTest, ChangesToObjectsOfOthersAreNoReasonToRead) {
                                     "ip neigh add fe80::7 lladdr 02:00:00:00:00:01 dev eth2"}) {
     Run(command);
     EXPECT_TRUE(HasNotification()) << command;
-    EXPECT_FALSE(kernel_->TakeNotifications()) << command;
+    EXPECT_TRUE(kernel_->TakeNotifications().empty()) << command;
   }
 }
 
@@ -432,7 +512,7 @@ TEST_F(LinuxKernelTest, IsNotNotifiedOfItsOwnNextHopsAndNeighbours) {
   Do({Host(101), PutNexthop{101, Via(101)}, PutNexthop{101, DeviceNexthop{"zd10", {}, {}}},
       RemoveNexthop{101}, Host(102), RemoveNeighbour{{"zd10", NeighbourAddress(102)}}});
   EXPECT_FALSE(HasNotification());
-  EXPECT_FALSE(kernel_->TakeNotifications());
+  EXPECT_TRUE(kernel_->TakeNotifications().empty());
 }
 
 TEST_F(LinuxKernelTest, LostNotificationsAreAReasonToRead) {
@@ -440,7 +520,7 @@ TEST_F(LinuxKernelTest, LostNotificationsAreAReasonToRead) {
   const int small = 1;
   ASSERT_EQ(setsockopt(kernel_->notification_fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
   Run("for id in $(seq 1 40); do echo nexthop add id $id blackhole; done | ip -batch -");
-  EXPECT_TRUE(kernel_->TakeNotifications());
+  EXPECT_TRUE(kernel_->TakeNotifications().any_object);
   EXPECT_EQ(kernel_->Read(), KernelObjects{});
 }
 
@@ -572,6 +652,30 @@ class LinuxKernelFaultTest : public NetworkNamespaceTest {
   // The number of attempts in which a change was refused.
   int refused_ = 0;
 };
+
+// Counts the requests for all objects of a type.
+TEST_F(LinuxKernelFaultTest, ReadsSomeObjectsWithoutReadingAll) {
+  EXPECT_THAT(kernel_->Apply(Everything()), IsEmpty());
+  int queries = 0;
+  int dumps = 0;
+  socket_->before_send = [&](std::string* bytes) {
+    RefuseMessages(bytes, [&](const nlmsghdr& header, const std::string& /*message*/) {
+      const bool dump = (header.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
+      ++(dump ? dumps : queries);
+      return false;
+    });
+  };
+  EXPECT_NE(kernel_->ReadSome({{Host(101).key}, {101, 301}}), std::nullopt);
+  EXPECT_EQ(queries, 3);
+  EXPECT_EQ(dumps, 0);
+}
+
+TEST_F(LinuxKernelFaultTest, CannotReadSomeObjectsIfTheAnswerIsLost) {
+  EXPECT_THAT(kernel_->Apply(Everything()), IsEmpty());
+  socket_->drops_answers = true;
+  EXPECT_EQ(kernel_->ReadSome({{}, {101}}), std::nullopt);
+  EXPECT_NE(kernel_->ReadSome({{}, {101}}), std::nullopt);
+}
 
 class LinuxKernelRefusalTest : public LinuxKernelFaultTest,
                                public testing::WithParamInterface<bool> {};
