@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -24,6 +25,10 @@
 
 namespace reference {
 namespace {
+
+// How long a start may wait for other programs that change the kernel, for example with a flush of
+// all next hops.
+constexpr std::chrono::seconds kStartLimit(10);
 
 /// Keeps a second server out of the network namespace: an abstract socket's name is unique there.
 class NamespaceLock {
@@ -86,7 +91,7 @@ std::unique_ptr<DataPlane> MakeLinuxDataPlane(const InterfaceNames& interfaces,
                                               const std::string& netns, const LogFunction& log) {
   const auto kernel = std::make_shared<LockedKernel>(netns);
   kernel->kernel.RemoveDevicesThatAreDown();
-  KernelObjects left = kernel->kernel.Read();
+  KernelObjects left = kernel->kernel.ReadWithin(kStartLimit);
   std::map<std::string, std::uint32_t> mtus = kernel->kernel.Devices();
   std::set<std::string> devices;
   for (const auto& [name, mtu] : mtus) {

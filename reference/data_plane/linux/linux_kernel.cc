@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <optional>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <variant>
 
@@ -173,6 +174,19 @@ KernelObjects LinuxKernel::Read() {
   devices_ = std::move(devices);
   nexthops_ = std::move(nexthops);
   return objects;
+}
+
+KernelObjects LinuxKernel::ReadWithin(std::chrono::milliseconds limit) {
+  constexpr std::chrono::milliseconds kPause(100);
+  const auto end = std::chrono::steady_clock::now() + limit;
+  for (;;) {
+    try {
+      return Read();
+    } catch (const std::system_error& error) {
+      if (error.code().value() != EAGAIN || std::chrono::steady_clock::now() >= end) throw;
+    }
+    std::this_thread::sleep_for(kPause);
+  }
 }
 
 std::map<int, std::string> LinuxKernel::NamesOf(const std::set<int>& indexes) const {

@@ -3,6 +3,7 @@
 
 #include <tsl/robin_map.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -44,6 +45,10 @@ class LinuxKernel {
   /// may change only these objects and those that it has added itself. Throws
   /// `std::system_error`.
   KernelObjects Read();
+
+  /// Like `Read`, but while other programs change the kernel faster than it can be read, tries
+  /// again until the limit.
+  KernelObjects ReadWithin(std::chrono::milliseconds limit);
 
   /// Reads only our neighbours and next hops with these keys. Call `Read` first. Returns nothing if
   /// that is impossible, for example because one of them uses a device that is not ours. Throws

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -675,6 +676,36 @@ TEST_F(LinuxKernelFaultTest, CannotReadSomeObjectsIfTheAnswerIsLost) {
   socket_->drops_answers = true;
   EXPECT_EQ(kernel_->ReadSome({{}, {101}}), std::nullopt);
   EXPECT_NE(kernel_->ReadSome({{}, {101}}), std::nullopt);
+}
+
+// More often than one read tries.
+TEST_F(LinuxKernelFaultTest, AReadAtTheStartWaitsForOtherPrograms) {
+  EXPECT_THAT(kernel_->Apply(Everything()), IsEmpty());
+  int dumps = 0;
+  socket_->before_send = [&](std::string* /*bytes*/) { socket_->drops_answers = ++dumps <= 50; };
+  EXPECT_EQ(kernel_->ReadWithin(std::chrono::minutes(5)), After(Everything()));
+  EXPECT_GT(dumps, 50);
+}
+
+TEST_F(LinuxKernelFaultTest, AReadAtTheStartGivesUpAtTheLimit) {
+  socket_->before_send = [this](std::string* /*bytes*/) { socket_->drops_answers = true; };
+  try {
+    kernel_->ReadWithin(std::chrono::milliseconds(1));
+    FAIL() << "it has read something";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), EAGAIN);
+  }
+}
+
+// Only time can help against other programs.
+TEST_F(LinuxKernelFaultTest, AReadAtTheStartDoesNotWaitAfterAnotherError) {
+  int sends = 0;
+  socket_->before_send = [&sends](std::string* /*bytes*/) {
+    ++sends;
+    Throw(ENOMEM);
+  };
+  EXPECT_THROW(kernel_->ReadWithin(std::chrono::minutes(5)), std::system_error);
+  EXPECT_EQ(sends, 1);
 }
 
 class LinuxKernelRefusalTest : public LinuxKernelFaultTest,
