@@ -227,24 +227,24 @@ TEST_F(RealIpTest, TakesTheCommandsForEveryChange) {
 
   Lines lines = kInterfaces;
   AppendDifference({}, before, &lines);
-  lines.emplace_back("ip nexthop; " + kShowLink);
+  lines.emplace_back("ip -N nexthop; " + kShowLink);
   AppendDifference(before, after, &lines);
-  lines.emplace_back("ip nexthop; ip neigh show nud permanent; " + kShowLink);
+  lines.emplace_back("ip -N nexthop; ip -N neigh show nud permanent; " + kShowLink);
   lines.emplace_back("sysctl -n net/ipv4/conf/zd10/forwarding");
   AppendDifference(after, {}, &lines);
-  lines.emplace_back("ip nexthop; ip neigh show nud permanent; ip link show group 171");
+  lines.emplace_back("ip -N nexthop; ip -N neigh show nud permanent; ip link show group 171");
   const Outcome outcome = RunInNewNamespace(lines);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output,
-            "id 10 dev zd10 scope link proto 171 \n"
-            "id 101 via fe80::65 dev zd10 scope link proto 171 onlink \n"
-            "id 102 via fe80::66 dev zd11 scope link proto 171 onlink \n"
+            "id 10 dev zd10 scope 253 proto 171 \n"
+            "id 101 via fe80::65 dev zd10 scope 253 proto 171 onlink \n"
+            "id 102 via fe80::66 dev zd11 scope 253 proto 171 onlink \n"
             "id 301 group 101/102,3 proto 171 \n"
             "1400\n"
             "02:00:00:00:01:0a\n"
             "the east's\n"
-            "id 10 dev zd10 scope link proto 171 \n"
-            "id 101 via fe80::65 dev zd10 scope link proto 171 onlink \n"
+            "id 10 dev zd10 scope 253 proto 171 \n"
+            "id 101 via fe80::65 dev zd10 scope 253 proto 171 onlink \n"
             "id 102 blackhole proto 171 \n"
             "id 301 group 101 proto 171 \n"
             "fe80::65 dev zd10 lladdr 02:00:00:00:02:01 PERMANENT proto 171 \n"

@@ -552,7 +552,7 @@ TEST_F(FaultsTest, TheNextHopOfAnotherProgramIsKept) {
   EXPECT_EQ(HalReturnCode{answers[2].code}, kHalSuccess);
   EXPECT_EQ(HalReturnCode{answers[3].code}, kHalSuccess);
   EXPECT_THAT(server_->Lines(), Contains(EndsWith("install-host 20: " + reason)));
-  EXPECT_THAT(Output("ip nexthop show id 20"), Not(HasSubstr("proto 171")));
+  EXPECT_THAT(Output("ip -N nexthop show id 20"), Not(HasSubstr("proto 171")));
   EXPECT_THAT(Wrong(), IsEmpty());
 
   Run("ip nexthop del id 20");

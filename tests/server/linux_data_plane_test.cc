@@ -50,8 +50,8 @@ class LinuxDataPlaneTest : public NetworkNamespaceTest {
 };
 
 const char* const kNexthops =
-    "id 10 dev zd10 scope link proto 171 \n"
-    "id 20 via fe80::14 dev zd10 scope link proto 171 onlink \n";
+    "id 10 dev zd10 scope 253 proto 171 \n"
+    "id 20 via fe80::14 dev zd10 scope 253 proto 171 onlink \n";
 
 TEST_F(LinuxDataPlaneTest, ProgramsTheKernel) {
   const auto data_plane = Make();
@@ -59,7 +59,7 @@ TEST_F(LinuxDataPlaneTest, ProgramsTheKernel) {
   EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 11, VlanOn(11, 2)), kHalNoInterface);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
-  EXPECT_EQ(Output("ip nexthop"), kNexthops);
+  EXPECT_EQ(Output("ip -N nexthop"), kNexthops);
   data_plane->Remove(HalKind::kHost, 20);
   data_plane->Remove(HalKind::kVlan, 10);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
@@ -92,10 +92,10 @@ TEST_F(LinuxDataPlaneTest, LeavesItsObjectsWhichTheNextOneAdopts) {
   EXPECT_EQ(data_plane->Store(HalKind::kHost, 20, Neighbour(20, 10)), kHalSuccess);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
   EXPECT_EQ(data_plane->writes(), 0);
-  EXPECT_NE(Output("ip nexthop"), kNexthops);
+  EXPECT_NE(Output("ip -N nexthop"), kNexthops);
   EXPECT_TRUE(data_plane->RemoveLeftovers(100));
   EXPECT_EQ(data_plane->writes(), 2);
-  EXPECT_EQ(Output("ip nexthop"), kNexthops);
+  EXPECT_EQ(Output("ip -N nexthop"), kNexthops);
   EXPECT_THAT(lines_, ElementsAre("found 6 objects of an earlier server in the kernel; they stay "
                                   "until the next reinstall ends",
                                   "removed 2 objects of an earlier server from the kernel"));
@@ -125,7 +125,7 @@ TEST_F(LinuxDataPlaneTest, RecreatesADeviceThatIsDown) {
   EXPECT_EQ(Output("ip link show group 171"), "");
   EXPECT_EQ(data_plane->Store(HalKind::kVlan, 10, VlanOn(10, 1)), kHalSuccess);
   EXPECT_EQ(data_plane->Commit(), std::nullopt);
-  EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
+  EXPECT_EQ(Output("ip -N nexthop"), "id 10 dev zd10 scope 253 proto 171 \n");
 }
 
 // Waits for what the kernel does later: it removes the next hops, and notices that the link is
@@ -186,7 +186,7 @@ TEST_F(LinuxDataPlaneTest, RepairsWhenTheLinkIsBack) {
   Run("ip link set eth2 up");
   EXPECT_TRUE(data_plane->TakeChanges());
   EXPECT_THAT(data_plane->MakeAsWanted().refusals, IsEmpty());
-  EXPECT_EQ(Output("ip nexthop"), "id 10 dev zd10 scope link proto 171 \n");
+  EXPECT_EQ(Output("ip -N nexthop"), "id 10 dev zd10 scope 253 proto 171 \n");
 }
 
 // The kernel removes the routes with the next hop. They belong to other programs.
@@ -225,7 +225,7 @@ TEST_F(LinuxDataPlaneTest, RepairsEvenIfNotificationsAreLost) {
   Run("ip nexthop del id 20");
   EXPECT_TRUE(data_plane->TakeChanges());
   EXPECT_EQ(data_plane->RepairChanges().differences, 1);
-  EXPECT_EQ(Output("ip nexthop show protocol 171"), kNexthops);
+  EXPECT_EQ(Output("ip -N nexthop show protocol 171"), kNexthops);
 }
 
 TEST_F(LinuxDataPlaneTest, IsTheOnlyOneInANamespace) {

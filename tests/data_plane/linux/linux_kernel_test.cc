@@ -134,7 +134,7 @@ TEST_F(LinuxKernelTest, IpShowsNeighboursAndNextHops) {
   EXPECT_EQ(host.at("dev"), "zd10");
   EXPECT_EQ(host.at("protocol"), "171");
   EXPECT_THAT(host.at("flags"), ElementsAre("onlink"));
-  EXPECT_THAT(Output("ip nexthop show id 103"), HasSubstr("blackhole proto 171"));
+  EXPECT_THAT(Output("ip -N nexthop show id 103"), HasSubstr("blackhole proto 171"));
   EXPECT_THAT(Output("ip nexthop show id 301"), HasSubstr("group 101/102,256"));
 }
 

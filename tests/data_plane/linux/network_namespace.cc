@@ -50,6 +50,6 @@ void NetworkNamespaceTest::WaitUntilUp(const std::string& device) {
 }
 
 nlohmann::json NetworkNamespaceTest::Ip(const std::string& arguments) {
-  const std::string output = Output("ip -j -d " + arguments);
+  const std::string output = Output("ip -N -j -d " + arguments);
   return output.empty() ? nlohmann::json::array() : nlohmann::json::parse(output);
 }

@@ -19,7 +19,7 @@ class NetworkNamespaceTest : public testing::Test {
   static std::string Output(const std::string& command);
   /// Waits until the kernel has sent its notification that the device is up, which may lag.
   static void WaitUntilUp(const std::string& device);
-  /// The output of `ip -j -d ...`.
+  /// The output of `ip -N -j -d ...`, with numbers instead of the names that packages may add.
   static nlohmann::json Ip(const std::string& arguments);
 };
 
