@@ -122,10 +122,9 @@ def percentile(times, share):
     return times[min(len(times) - 1, int(len(times) * share))]
 
 
-def measure_drifts(system, count):
-    """The times from the deletion to the kernel's notification of the repair."""
-    system.time_to_in_sync()
-    system.wait_until(lambda: system.nexthops() == VLANS + 4, "the installation")
+def repair_times(system, drifts):
+    """Deletes something for each (next hop, arguments of ip), and waits until the next hop is there again.
+    Returns the times from the deletion to the kernel's notification of the repair, in ms, ascending."""
     monitor = subprocess.Popen(["ip", "-n", system.namespace, "monitor", "nexthop"],
                                stdout=subprocess.PIPE, text=True)
     events, times = [], []
@@ -138,10 +137,8 @@ def measure_drifts(system, count):
                 changed.notify()
 
     threading.Thread(target=read, daemon=True).start()
-    drifts = itertools.cycle([("1000", ("nexthop", "del", "id", "1000")),
-                              ("900", ("nexthop", "del", "id", "900")), ("5", ("link", "del", "zd5"))])
     time.sleep(0.5)
-    for nexthop, command in itertools.islice(drifts, count):
+    for nexthop, command in drifts:
         with changed:
             events.clear()
         start = time.monotonic()
@@ -158,7 +155,15 @@ def measure_drifts(system, count):
         # Repairs are limited to five a second.
         time.sleep(0.3)
     monitor.kill()
-    times.sort()
+    return sorted(times)
+
+
+def measure_drifts(system, count):
+    system.time_to_in_sync()
+    system.wait_until(lambda: system.nexthops() == VLANS + 4, "the installation")
+    drifts = itertools.cycle([("1000", ("nexthop", "del", "id", "1000")),
+                              ("900", ("nexthop", "del", "id", "900")), ("5", ("link", "del", "zd5"))])
+    times = repair_times(system, itertools.islice(drifts, count))
     print(f"| {count} drifts: time from the deletion to the repair | "
           f"p50 {percentile(times, 0.5):.1f} ms, p99 {percentile(times, 0.99):.1f} ms, max {times[-1]:.1f} ms |",
           flush=True)
@@ -180,10 +185,13 @@ def measure_start(system, objects):
     system.wait_until(lambda: system.nexthops() == wanted, "the repair")
     repaired = time.monotonic() - emptied
     system.check()
+    drifts = repair_times(system, [(id, ("nexthop", "del", "id", id)) for id in ("1000", "1007") * 5])
+    system.check()
     print(f"| {objects:,} objects: start to in sync, everything to write ({writes:,} writes) | {everything:.2f} s |\n"
           f"| the same, nothing to write (0 writes) | {nothing:.2f} s |\n"
           f"| the kernel emptied behind the server's back (in {emptied - start:.2f} s): complete again after | "
           f"{repaired:.2f} s |\n"
+          f"| one next hop deleted, {len(drifts)} times: time to the repair | {drifts[0]:.1f} to {drifts[-1]:.1f} ms |\n"
           f"| the server's memory with these objects | {memory} MiB |", flush=True)
 
 
