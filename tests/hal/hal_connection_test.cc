@@ -162,8 +162,11 @@ TEST(HalConnectionTest, IsObservedBeforeItSubmits) {
 TEST(HalReporterTest, CallbacksMayBeEmpty) {
   HalReporter reporter(HalReports(), nullptr);
   reporter.Room();
+  reporter.ServerFound();
   reporter.ServerLost();
   reporter.ReinstallEnded(true);
+  reporter.ObjectStateChanged({HalKind::kVlan, 1, kHalNoInterface, ""});
+  reporter.Digests(HalDigests());
   Observed observed;
   HalReporter(HalReports(), &observed).Room();
   EXPECT_THAT(observed.events, IsEmpty());

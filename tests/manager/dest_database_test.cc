@@ -129,6 +129,7 @@ TEST(DestDatabaseTest, ComparesASiteWithItsObjects) {
   std::swap(site.vlans[0], site.vlans[1]);
   site.vlans[0].mtu = 9000;
   site.vlans.push_back(VlanEntry(9));
+  site.vlans.erase(site.vlans.begin() + 1);
   site.hosts.erase(site.hosts.begin());
   site.ecmps[0].name = "pair";
   const SiteDifference difference = database.Compare(site);
@@ -138,7 +139,8 @@ TEST(DestDatabaseTest, ComparesASiteWithItsObjects) {
   expected.ecmps = {site.ecmps[0]};
   EXPECT_TRUE(difference.changed == expected);
   EXPECT_THAT(difference.gone,
-              ElementsAre(database.Find({HalKind::kVrf, 1}), database.Find({HalKind::kHost, 20})));
+              ElementsAre(database.Find({HalKind::kVrf, 1}), database.Find({HalKind::kVlan, 10}),
+                          database.Find({HalKind::kHost, 20})));
   EXPECT_EQ(difference.present, 8U);
 }
 
@@ -267,6 +269,25 @@ TEST(DestDatabaseTest, AFailureOfAnObjectThatCameBackDropsNothing) {
   database.Replace(site);
   database.SetState(database.FindEntry({HalKind::kVlan, 10}), ObjectState::kFailed);
   EXPECT_THAT(database.Replace(site).dropped, IsEmpty());
+}
+
+TEST(DestDatabaseTest, AFailureOfAVrfThatCameBackDropsNothing) {
+  DestDatabase database;
+  Site site;
+  site.vrfs = {VrfEntry(1, 7)};
+  database.Replace(site);
+  database.Replace(Site());
+  database.Replace(site);
+  database.SetState(database.FindEntry({HalKind::kVrf, 7}), ObjectState::kFailed);
+  EXPECT_THAT(database.Replace(site).dropped, IsEmpty());
+}
+
+TEST(DestDatabaseTest, CountsWhatIsBeingRemoved) {
+  DestDatabase database;
+  database.Replace(SiteOfAllKinds());
+  database.Replace(Site());
+  database.Replace(Site());
+  EXPECT_EQ(database.counts(HalKind::kVlan).at(static_cast<std::size_t>(Standing::kPending)), 2U);
 }
 
 TEST(DestDatabaseTest, ARemovalThatFailedIsDroppedAgain) {

@@ -1430,6 +1430,8 @@ TEST_F(ManagerTest, CountsItsQueues) {
   EXPECT_EQ(queues.due.peak, 3U);
   EXPECT_EQ(queues.outstanding.peak, 3U);
   EXPECT_EQ(queues.inbox.peak, 7U) << "server found, a reinstall of each of five kinds, the end";
+  Apply(Site());
+  EXPECT_EQ(manager_.queues().outstanding.now, 3U) << "removals";
 }
 
 TEST_F(ManagerTest, IgnoresResultsThatItDoesNotWaitFor) {
