@@ -1293,6 +1293,16 @@ TEST_F(ManagerTest, ARemovalStartsTheAttemptsOver) {
   EXPECT_THAT(Sent(), SizeIs(3));
 }
 
+TEST_F(ManagerTest, AnUpdateWithoutAnAnswerIsSentAgainAsAnUpdate) {
+  Site site;
+  site.vlans = {VlanEntry(10)};
+  Install(site);
+  site.vlans[0].mtu = 1400;
+  Apply(site);
+  Answer("replace-vlan 10", kHalDeadline);
+  EXPECT_THAT(Sent(), ElementsAre("replace-vlan 10", "replace-vlan 10"));
+}
+
 TEST_F(ManagerTest, WhatMayBeInTheHalIsRemoved) {
   Site site;
   site.vlans = {VlanEntry(10)};

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "reference/socket_client/socket_hal.h"
+#include "reference/wire/frame.h"
 
 namespace reference {
 namespace {
@@ -108,6 +109,29 @@ TEST_F(ClientQueueTest, TheServersLimitHoldsWhenItIsFound) {
   EXPECT_EQ(InstallVlan(4, 101).code, kHalTooLarge);
 }
 
+// An empty queue takes a frame of up to its own size.
+TEST_F(ClientQueueTest, NoPayloadExceedsTheQueue) {
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
+  EXPECT_EQ(InstallVlan(1, 993).code, kHalTooLarge);
+  EXPECT_EQ(InstallVlan(2, 992).code, kHalSuccess);
+}
+
+TEST_F(ClientQueueTest, MarksHaveSequencesOfTheirOwn) {
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
+  host_->SubmitMark(FrameType::kBeginReinstall);
+  host_->SubmitMark(FrameType::kEndReinstall);
+  std::string bytes;
+  ASSERT_TRUE(connection_->TakeFrames(&bytes));
+  FrameSplitter splitter(kAnyPayload);
+  splitter.Feed(bytes);
+  const auto begin = splitter.Next();
+  ASSERT_TRUE(begin);
+  const std::uint32_t sequence = begin->header.sequence;
+  const auto end = splitter.Next();
+  ASSERT_TRUE(end);
+  EXPECT_EQ(end->header.sequence, sequence + 1);
+}
+
 // VRF requests that wait for the next server count as well as those in flight.
 TEST_F(ClientQueueTest, VrfsTakeNoMoreThanTheQueuesBytes) {
   connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
@@ -194,6 +218,15 @@ TEST_F(ClientQueueTest, HasRoomUntilNoVrfFits) {
     Write();
   }
   EXPECT_EQ(id, 10U);
+}
+
+TEST_F(ClientQueueTest, AnAnswerToWhatHasNotBeenWrittenLeavesItQueued) {
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
+  InstallVlan(1);
+  ASSERT_TRUE(Answer(0));
+  EXPECT_EQ(host_->counters().queued, 1U);
+  Write();
+  EXPECT_EQ(host_->counters().queued, 0U);
 }
 
 TEST_F(ClientQueueTest, AnAnswerDoesNotCountAsWrittenWhatIsStillBeingWritten) {
