@@ -220,6 +220,17 @@ TEST_F(ClientQueueTest, HasRoomUntilNoVrfFits) {
   EXPECT_EQ(id, 10U);
 }
 
+// A late answer also shows that no earlier one will come.
+TEST_F(ClientQueueTest, ALateAnswerForgetsWhatExpiredBeforeIt) {
+  connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
+  for (const std::uint32_t id : {1U, 2U, 3U}) InstallVlan(id);
+  Write();
+  connection_->EndOverdue(Clock::now() + std::chrono::hours(1));
+  EXPECT_TRUE(Answer(1));
+  EXPECT_FALSE(Answer(0));
+  EXPECT_TRUE(Answer(2));
+}
+
 TEST_F(ClientQueueTest, AnAnswerToWhatHasNotBeenWrittenLeavesItQueued) {
   connection_->ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
   InstallVlan(1);

@@ -168,6 +168,27 @@ TEST_F(OneWriter, DoesNotMistakeOtherGoodbyesForAnotherWriter) {
 /// Each request ends in exactly one result.
 class PromiseOneResult : public SocketHalTest {};
 
+TEST_F(PromiseOneResult, BeforeTheServerIsLost) {
+  hal_ = std::make_unique<SocketHal>(Options());
+  hal_->Start(reported_.AllReports());
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  InstallVlan(hal_.get(), 5);
+  server_.Next();
+  server_.Close();
+  EXPECT_THAT(reported_.Await(3), ElementsAre("found", "InstallVlan 5: 100", "lost"));
+}
+
+TEST_F(PromiseOneResult, WithTheServersCodeAlsoIfABadFrameFollows) {
+  SocketHal* const hal = StartConnected(Options());
+  InstallVlan(hal, 5);
+  std::string bytes;
+  AppendResult(server_.Next().sequence, {kHalTableFull, 5}, &bytes);
+  server_.Send(bytes + std::string(kFrameHeaderSize, '\xFF'));
+  EXPECT_TRUE(server_.AwaitClosed());
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "InstallVlan 5: 5"));
+}
+
 TEST_F(PromiseOneResult, WithTheServersCode) {
   SocketHal* const hal = StartConnected(Options());
   EXPECT_EQ(InstallVlan(hal, 5), kHalSuccess);
@@ -653,6 +674,8 @@ TEST_F(PromiseBounded, HasRoomIsFalseBeforeALargeRequestIsRefused) {
   EXPECT_LE(taken * frame + kFrameHeaderSize + 100, 300 + frame);
   EXPECT_GE(taken * frame + kFrameHeaderSize + 100, 300);
   released_.Open();
+  // Writing them makes room, without an answer.
+  EXPECT_THAT(reported_.Await(2), ElementsAre("found", "room"));
 }
 
 TEST_F(PromiseBounded, OneWriteForOneRequestAloneAndOneForAllThatWait) {
