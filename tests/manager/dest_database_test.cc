@@ -153,6 +153,16 @@ TEST(DestDatabaseTest, WhatIsBeingRemovedIsGoneAlready) {
   EXPECT_EQ(difference.present, 0U);
 }
 
+TEST(DestDatabaseTest, ADifferenceOfMostEntriesIsNotCopied) {
+  DestDatabase database;
+  Site site;
+  for (std::uint32_t id = 1; id <= 100; ++id) site.vlans.push_back(VlanEntry(id));
+  site.vlans.shrink_to_fit();
+  database.Replace(site);
+  for (std::uint32_t id = 1; id <= 60; ++id) site.vlans[id].mtu = 9000;
+  EXPECT_EQ(database.Compare(site).changed.vlans.capacity(), 100U);
+}
+
 TEST(DestDatabaseTest, ADifferenceKeepsTheMemoryOfItsOwnEntriesOnly) {
   DestDatabase database;
   Site site;

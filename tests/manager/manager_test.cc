@@ -772,6 +772,27 @@ TEST_F(ManagerAuditTest, ReadsEverythingAfterAReinstall) {
   EXPECT_THAT(audited_, ElementsAre("", ""));
 }
 
+TEST(AcknowledgedDigestsTest, ReadsAsManyEntriesAsItMayAtATime) {
+  DestDatabase database;
+  Site site;
+  site.vlans = {VlanEntry(10), VlanEntry(11), VlanEntry(12)};
+  database.Replace(site);
+  for (const std::uint32_t id : {10U, 11U, 12U}) {
+    database.FindEntry({HalKind::kVlan, id})->presence = Presence::kPresent;
+  }
+  AcknowledgedDigests digests;
+  for (int entry = 0; entry < 2; ++entry) EXPECT_FALSE(digests.Continue(&database, 1));
+  EXPECT_TRUE(digests.Continue(&database, 1));
+  EXPECT_EQ(digests.digests().of(HalKind::kVlan).count, 3U);
+  for (const std::uint32_t id : {10U, 11U}) {
+    digests.WillChange(database.FindEntry({HalKind::kVlan, id}));
+  }
+  EXPECT_EQ(digests.digests().of(HalKind::kVlan).count, 1U);
+  EXPECT_FALSE(digests.Continue(&database, 1));
+  EXPECT_TRUE(digests.Continue(&database, 1));
+  EXPECT_EQ(digests.digests().of(HalKind::kVlan).count, 3U);
+}
+
 TEST(ReinstallBackoffTest, DoublesThePauseUpToAnHour) {
   using std::chrono::minutes;
   ReinstallBackoff backoff;

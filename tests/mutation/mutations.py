@@ -155,10 +155,11 @@ def alternatives(source):
 
 @operator
 def removal(source):
-    """A call, assignment, loop or jump removed, unless the jump leads to where the removal does."""
+    """A call, assignment, loop or jump removed, unless the jump leads to where the removal does, or
+    the call only reserves memory."""
     idle = set(idle_breaks(source)) | set(idle_continues(source))
     for statement in statements(source):
-        if statement.first in idle:
+        if statement.first in idle or reserves(source, statement):
             continue
         if statement.kind in ("expression", "loop") or source.slice(
             statement.first, statement.last) in ("return;", "continue;", "break;"):
@@ -173,7 +174,8 @@ def order(source):
         if statement.kind == "block":
             for one, other in zip(statement.parts, statement.parts[1:]):
                 if moves(source, one) and moves(source, other) and not (
-                    commute(source, one, other) or is_read_before(source, one, other)):
+                    commute(source, one, other) or is_read_before(source, one, other)
+                    or reserves(source, one)):
                     yield swap(source, (one.first, one.last), (other.first, other.last))
 
 
@@ -189,7 +191,7 @@ def result(source):
             if re.match(r"(inline |constexpr |static )*bool ", head):
                 yield start, end, f"!({source.text[start:end]})"
             elif (source.tokens[statement.first + 1].kind != "number"
-                  and source.text[start:end] != "std::nullopt"):
+                  and source.text[start:end] not in ("false", "nullptr", "std::nullopt")):
                 yield start, end, "{}"
 
 
@@ -204,7 +206,7 @@ def arguments(source):
                 and any(first < place < last for first, last in bodies))
         values = (token.text == "{" and place not in blocks and not is_namespace(source, place)
                   and not is_enumeration(source, place))
-        if (call or values) and source.word(place - 1) not in ("for", "min", "max"):
+        if (call or values) and name_before(source, place) not in ("for", "min", "max"):
             pieces = source.split(place + 1, source.partner[place] - 1)
             for one, other in zip(pieces, pieces[1:]):
                 yield swap(source, one, other)
@@ -333,6 +335,21 @@ def compiler_only_spans(source):
             yield token.start, source.tokens[source.partner[place + 1]].end
         elif token.text in ("override", "const", ")") and source.word(place + 1) == "=":
             yield source.tokens[place + 1].start, source.tokens[place + 2].end
+
+
+def reserves(source, statement):
+    """Whether a statement only reserves memory."""
+    return re.fullmatch(r"[\w.>-]+\.reserve\(.*\);", source.slice(statement.first, statement.last))
+
+
+def name_before(source, opening):
+    """The name of what is called, also with template arguments."""
+    if source.word(opening - 1) != ">":
+        return source.word(opening - 1)
+    place = opening - 1
+    while place > 0 and source.word(place) != "<":
+        place -= 1
+    return source.word(place - 1)
 
 
 def is_enumeration(source, opening):

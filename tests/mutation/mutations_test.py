@@ -72,12 +72,14 @@ class MutationsTest(unittest.TestCase):
         self.check_body("removal", "int x = G(); H(x); return x;", "int x = G(); ; return x;")
         self.check_body("removal", "for (int x : y) G(x);", ";", "for (int x : y) ;")
         self.check_body("removal", "if (x) return; G();", "if (x) ; G();", "if (x) return; ;")
+        self.check_body("removal", "a.b.reserve(c.size());")
 
     def test_order(self):
         self.check_body("order", "A a; G(a); if (a) H(); return 1;",
                         "A a; if (a) H(); G(a); return 1;")
         self.check_body("order", "A a(1); B b(2);", "B b(2); A a(1);")
         self.check_body("order", "const MutexLock lock(&mutex_); G();")
+        self.check_body("order", "a.reserve(c.size()); for (int x : c) a.push_back(G(x));")
 
     def test_order_of_what_sets_different_things(self):
         self.check_body("order", "a = 1; ++b;")
@@ -152,10 +154,12 @@ class MutationsTest(unittest.TestCase):
         self.check("result", "bool F() { return G(1); }", "bool F() { return !(G(1)); }")
         self.check_body("result", "return g; ", "return {}; ")
         self.check_body("result", "return std::nullopt; ")
+        self.check_body("result", "return false; ")
 
     def test_arguments(self):
         self.check_body("arguments", "G(a, H(b), c);", "G(H(b), a, c);", "G(a, c, H(b));")
         self.check_body("arguments", "x = std::max(a, b);")
+        self.check_body("arguments", "x = std::max<std::size_t>(a, b);")
         self.check_body("arguments", "static constexpr std::array kTable = {A, B};",
                         "static constexpr std::array kTable = {B, A};")
 

@@ -426,6 +426,57 @@ TEST(ObjectStateFaultTest, AStateDoesNotOvertakeALateResult) {
               ElementsAre(Result(1, 0, 10), Told({Broken(10, "a fault")})));
 }
 
+TEST(ObjectStateFaultTest, BreaksNothingThatIsDestroyed) {
+  TestServer server(R"(fault { what: "object-state" of: "vlan" nth: 2 code: 9 ms: 600000 })");
+  RawClient client(server.path());
+  EXPECT_EQ(client.Greet(HelloBytes('\x03'))->type, 1);
+  client.Send(VlanFrame(kInstallVlan, 1, 10) + VlanFrame(kDestroyVlan, 2, 10));
+  EXPECT_THAT(client.ReceiveFrames(2), ElementsAre(Result(1, 0, 10), Result(2, 0, 10)));
+  client.Send(kHeartbeat, 3);
+  EXPECT_EQ(client.Receive(), (RawFrame{kHeartbeat, 3, ""}));
+}
+
+TEST(ObjectStateFaultTest, TheNextWriterIsToldToo) {
+  TestServer server(R"(fault { what: "object-state" of: "vlan" code: 9 ms: 600000 })");
+  {
+    RawClient first(server.path());
+    EXPECT_EQ(first.Greet(HelloBytes('\x03'))->type, 1);
+    first.Send(VlanFrame(kInstallVlan, 1, 10));
+    EXPECT_THAT(first.ReceiveFrames(2),
+                ElementsAre(Result(1, 0, 10), Told({Broken(10, "a fault")})));
+  }
+  // It has connected and left.
+  EXPECT_THAT(server.WaitForLines(2), SizeIs(2));
+  RawClient second(server.path());
+  EXPECT_EQ(second.Greet(HelloBytes('\x03'))->type, 1);
+  second.Send(VlanFrame(kInstallVlan, 1, 11));
+  EXPECT_THAT(second.ReceiveFrames(2),
+              ElementsAre(Result(1, 0, 11), Told({Broken(10, "a fault")})));
+}
+
+TEST(ObjectStateFaultTest, EndsWithTheServer) {
+  TestServer server(
+      R"(fault { what: "object-state" of: "vlan" code: 9 ms: 600000 }
+         fault { what: "crash-after" of: "vlan" nth: 2 })");
+  {
+    RawClient client(server.path());
+    EXPECT_EQ(client.Greet(HelloBytes('\x03'))->type, 1);
+    client.Send(VlanFrame(kInstallVlan, 1, 10));
+    EXPECT_THAT(client.ReceiveFrames(2),
+                ElementsAre(Result(1, 0, 10), Told({Broken(10, "a fault")})));
+    client.Send(VlanFrame(kInstallVlan, 2, 11));
+    EXPECT_TRUE(client.Ended());
+  }
+  // Waits for the end of the crash.
+  server.Generation();
+  RawClient client(server.path());
+  EXPECT_EQ(client.Greet(HelloBytes('\x03'))->type, 1);
+  client.Send(VlanFrame(kInstallVlan, 1, 12));
+  EXPECT_EQ(client.Receive(), Result(1, 0, 12));
+  client.Send(kHeartbeat, 3);
+  EXPECT_EQ(client.Receive(), (RawFrame{kHeartbeat, 3, ""}));
+}
+
 TEST(ObjectStateFaultTest, AnObjectStaysBrokenForItsTime) {
   TestServer server(R"(fault { what: "object-state" of: "vlan" code: 9 ms: 600000 })");
   RawClient client(server.path());

@@ -87,6 +87,16 @@ TEST(ServerFaults, RefusesConnections) {
   EXPECT_TRUE(RawClient(server.path()).Greet());
 }
 
+TEST(ServerFaults, RefusesConnectionsAlsoWithoutRoomForThem) {
+  HalServerOptions options;
+  options.max_clients = 1;
+  TestServer server(R"(fault { what: "refuse" nth: 2 })", options);
+  RawClient first(server.path());
+  first.Greet();
+  RawClient second(server.path());
+  EXPECT_EQ(second.Receive()->payload, "refused by a fault");
+}
+
 TEST(ServerFaults, ClosesConnectionsOnAccept) {
   TestServer server(R"(fault { what: "close-on-accept" })");
   EXPECT_TRUE(RawClient(server.path()).Ended());

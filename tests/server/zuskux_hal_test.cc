@@ -182,6 +182,8 @@ TEST_F(ZuskuxHalTest, NamesBadUsage) {
            Case{{"tables", "--quiet", "--record", "x", "--fault", "y"},
                 "--fault cannot be combined with tables"},
            Case{{"tables", "--quiet", "--record", "x"}, "--record cannot be combined with tables"},
+           Case{{"tables", "--keep", "1", "--audit", "1"},
+                "--audit cannot be combined with tables"},
            Case{{"tables", "--print"}, "--print cannot be combined with tables"},
            Case{{"--check"}, "--check needs tables"},
            Case{{"tables", "--netns", "x"}, "--netns needs --interfaces SITE"},
