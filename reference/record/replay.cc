@@ -187,7 +187,9 @@ ReplayReport Replay(const std::vector<Step>& steps, std::unique_ptr<HalConnectio
   const std::unique_ptr<HalConnection> connection = std::move(hal);
   connection->Start(reports.reports());
   if (!reports.AwaitServer()) {
-    throw ReplayError("no free HAL server was found; start one with zuskux-hal");
+    throw ReplayError(
+        "no free HAL server was found; start one with zuskux-hal, or end the client that programs "
+        "it");
   }
   Sender sender(connection.get(), &reports, out);
   for (const Step& step : steps) sender.Take(step);

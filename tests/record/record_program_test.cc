@@ -174,7 +174,8 @@ TEST_F(RecordProgram, EndsWith1WithoutAServer) {
   EXPECT_EQ(ended.code, 1);
   EXPECT_EQ(ended.out, "");
   EXPECT_EQ(ended.err, "zuskux-record: " + folder_.Path("socket") +
-                           ": no free HAL server was found; start one with zuskux-hal\n");
+                           ": no free HAL server was found; start one with zuskux-hal, or end the "
+                           "client that programs it\n");
 }
 
 TEST_F(RecordProgram, ComparesRecordings) {

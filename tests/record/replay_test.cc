@@ -213,10 +213,11 @@ TEST(Replay, EndsWhenTheHalIsSilent) {
     bool room;
     const char* error;
   };
-  for (const Case& test :
-       {Case{false, true, "no free HAL server was found; start one with zuskux-hal"},
-        Case{true, false, "#1 install-vlan id=1: the HAL takes no request"},
-        Case{true, true, "#1 install-vlan id=1: the HAL does not answer"}}) {
+  for (const Case& test : {Case{false, true,
+                                "no free HAL server was found; start one with zuskux-hal, or end "
+                                "the client that programs it"},
+                           Case{true, false, "#1 install-vlan id=1: the HAL takes no request"},
+                           Case{true, true, "#1 install-vlan id=1: the HAL does not answer"}}) {
     EXPECT_EQ(ErrorOf([&] {
                 ReplayTo(std::make_unique<SilentHal>(test.found, test.room), steps, kImpatient);
               }),
