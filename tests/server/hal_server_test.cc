@@ -365,6 +365,18 @@ TEST(HalServer, AcceptsClientsOnceThereAreFileDescriptorsAgain) {
   EXPECT_TRUE(client->Greet().has_value());
 }
 
+TEST(HalServer, ServesWithoutALog) {
+  const TestFolder folder;
+  boost::asio::io_context io;
+  HalServerOptions options;
+  options.path = folder.Path("hal.sock");
+  HalServer server(&io, options);
+  std::thread thread([&io] { io.run(); });
+  EXPECT_TRUE(RawClient(options.path).Greet());
+  io.stop();
+  thread.join();
+}
+
 TEST(HalServer, RefusesClientsAboveItsLimit) {
   HalServerOptions options;
   options.max_clients = 2;
