@@ -591,6 +591,19 @@ class ManagerAuditTest : public ManagerTest {
     Work();
   }
 
+  // More than an audit reads in one step.
+  static constexpr std::uint32_t kVlans = 3000;
+
+  Site InstallVlans(std::uint32_t count) {
+    hal_.SetRoom(count);
+    Site site;
+    for (std::uint32_t id = 1; id <= count; ++id) site.vlans.push_back(VlanEntry(id));
+    Apply(site);
+    AnswerAll();
+    Sent();
+    return site;
+  }
+
   // As if the HAL had lost a VLAN.
   HalDigests WithoutAVlan() const {
     HalDigests digests = hal_.Digests();
@@ -705,13 +718,7 @@ TEST_F(ManagerAuditTest, DigestsThatNobodyAskedForAreIgnored) {
 
 // Reads them in steps; a site that is applied in between starts over.
 TEST_F(ManagerAuditTest, CoversAnyNumberOfObjects) {
-  constexpr std::uint32_t kVlans = 3000;
-  hal_.SetRoom(kVlans);
-  Site site;
-  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
-  Apply(site);
-  AnswerAll();
-  Sent();
+  Site site = InstallVlans(kVlans);
   manager_.Audit();
   site.vlans[0].mtu = 9000;
   Apply(site);
@@ -723,13 +730,7 @@ TEST_F(ManagerAuditTest, CoversAnyNumberOfObjects) {
 
 // Without the steps of a complete reading.
 TEST_F(ManagerAuditTest, ReadsOnlyWhatHasChangedSinceTheLastAudit) {
-  constexpr std::uint32_t kVlans = 3000;
-  hal_.SetRoom(kVlans);
-  Site site;
-  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
-  Apply(site);
-  AnswerAll();
-  Sent();
+  Site site = InstallVlans(kVlans);
   Audit(hal_.Digests());
   site.vlans[0].mtu = 9000;
   site.vlans.pop_back();
@@ -745,13 +746,7 @@ TEST_F(ManagerAuditTest, ReadsOnlyWhatHasChangedSinceTheLastAudit) {
 }
 
 TEST_F(ManagerAuditTest, CoversAnyNumberOfChanges) {
-  constexpr std::uint32_t kVlans = 3000;
-  hal_.SetRoom(kVlans);
-  Site site;
-  for (std::uint32_t id = 1; id <= kVlans; ++id) site.vlans.push_back(VlanEntry(id));
-  Apply(site);
-  AnswerAll();
-  Sent();
+  Site site = InstallVlans(kVlans);
   Audit(hal_.Digests());
   for (SiteVlan& vlan : site.vlans) vlan.mtu = 9000;
   Apply(site);
