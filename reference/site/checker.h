@@ -61,6 +61,7 @@ class Checker {
     return values;
   }
 
+  bool HasFindings() const { return !findings_.empty(); }
   /// Whether there are findings other than warnings.
   bool HasMistakes() const { return has_mistakes_; }
   /// Mistakes and warnings in file order.

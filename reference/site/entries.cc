@@ -150,8 +150,7 @@ class PlainText {
       if (field == nullptr || (!field->is_repeated && entry_.Has(field->number))) return false;
       if (!Take(':') || !SkipSpace() || !ReadValue(*field)) return false;
     }
-    use_(entry_);
-    return true;
+    return use_(entry_);
   }
 
   bool ReadValue(const KnownField& field) {
@@ -237,7 +236,8 @@ std::string Entry::Describe() const {
   return name.empty() ? kind_->name() : kind_->name() + ' ' + Quote(name);
 }
 
-FileHead ForEachEntry(const Message& file, const FieldPlaces* places, const EntryUse& use) {
+std::optional<FileHead> ForEachEntry(const Message& file, const FieldPlaces* places,
+                                     const EntryUse& use) {
   const Reflection& reflection = *file.GetReflection();
   const auto* const type = file.GetDescriptor();
   Entry entry;
@@ -251,7 +251,7 @@ FileHead ForEachEntry(const Message& file, const FieldPlaces* places, const Entr
         entry.Start(kind, places->GetTreeForNested(&kind, j), PlaceOf(*places, kind, j));
       }
       AddFields(reflection.GetRepeatedMessage(file, &kind, j), &entry);
-      use(entry);
+      if (!use(entry)) return std::nullopt;
     }
   }
   FileHead head;
@@ -267,6 +267,27 @@ std::optional<FileHead> ForEachPlainEntry(const std::string& text, const EntryUs
   PlainText plain(text, use);
   if (!plain.Read()) return std::nullopt;
   return plain.head();
+}
+
+EntryCounts EstimateEntries(std::string_view text) {
+  // No valid entry is shorter, so a damaged file cannot make anyone reserve memory for many more.
+  constexpr std::size_t kShortest = std::string_view(R"(ecmp{id:1 name:"a"})").size();
+  EntryCounts counts{};
+  const auto* const file = site::SiteFile::descriptor();
+  for (std::size_t brace = text.find('{'); brace != std::string_view::npos;
+       brace = text.find('{', brace + 1)) {
+    std::size_t end = brace;
+    while (end != 0 && IsOf(kSpaceChar, text[end - 1])) --end;
+    std::size_t begin = end;
+    while (begin != 0 && IsOf(kNameChar, text[begin - 1])) --begin;
+    const std::string_view name = text.substr(begin, end - begin);
+    for (int i = 0; i < file->field_count(); ++i) {
+      const FieldDescriptor& kind = *file->field(i);
+      if (kind.name() == name) ++counts.at(static_cast<std::size_t>(kind.number()));
+    }
+  }
+  for (std::size_t& count : counts) count = std::min(count, text.size() / kShortest);
+  return counts;
 }
 
 }  // namespace reference

@@ -56,9 +56,6 @@ const Role kMemberRole{"a vlan, host or mpls",
                        "a vlan, host or mpls",
                        {Kind::kVlan, Kind::kHost, Kind::kTunnel, Kind::kCircuit}};
 
-// More than the greatest number of a kind's field in the file's message.
-constexpr std::size_t kEntryKinds = 8;
-
 // The names of a file in one name space, and the number that each refers to.
 class Names {
  public:
@@ -66,6 +63,8 @@ class Names {
     Kind kind;
     std::uint32_t number;
   };
+
+  void Reserve(std::size_t count) { named_.reserve(count); }
 
   // If several have the same name, the first one counts.
   void Add(std::string_view name, Named named) {
@@ -109,6 +108,8 @@ class Names {
 template <class Value>
 class Uses {
  public:
+  void Reserve(std::size_t count) { uses_.reserve(count); }
+
   void Add(Value value, Place place) { uses_.push_back({value, place}); }
 
   // The first use of a value; nothing if it is not used.
@@ -170,6 +171,11 @@ class Uses {
 // The numbers and names of one number and name space.
 class Space {
  public:
+  void Reserve(std::size_t count) {
+    numbers_.Reserve(count);
+    names_.Reserve(count);
+  }
+
   void Add(const Entry& entry, int number_field, Range range, int name_field) {
     if (entry.Has(number_field) && range.Contains(entry.Number(number_field))) {
       numbers_.Add(entry.Number(number_field), entry.PlaceOf(number_field));
@@ -220,32 +226,63 @@ class Space {
   std::vector<Spaced> spaced_;
 };
 
-// Calls an `EntryUse` for each entry of a file. Returns nothing if it cannot read the file, for
-// which the calls mean nothing.
+// Calls an `EntryUse` for each entry of a file. Returns nothing if that did not go on, or if the
+// source cannot read the file, for which the calls mean nothing.
 using EntrySource = std::function<std::optional<FileHead>(const EntryUse& use)>;
 
-// Makes the site from a file's entries.
+// Makes the site from a file's entries. Reads one file.
 class SiteReader {
  public:
-  explicit SiteReader(EntrySource source) : source_(std::move(source)) {}
-
   // Returns the mistakes and warnings; nothing if the source cannot read the file.
-  std::optional<std::vector<Diagnostic>> Read() {
-    const auto head = source_([this](const Entry& entry) { CollectName(entry); });
+  std::optional<std::vector<Diagnostic>> Read(const EntrySource& source) {
+    EntryCounts counts{};
+    const auto head = source([this, &counts](const Entry& entry) {
+      ++counts.at(static_cast<std::size_t>(entry.kind()));
+      CollectName(entry);
+      return true;
+    });
     if (!head) return std::nullopt;
-    interfaces_.Report(checker_, "lim_id", "interface a lim_id", "interface a name");
-    vrfs_.Report(checker_, "id", "vrf an id", "vrf a name");
-    destinations_.Report(checker_, "id", "destination an id", "destination a name");
-    Reserve();
-    source_([this](const Entry& entry) { Add(entry); });
+    Reserve(counts);
+    source([this](const Entry& entry) {
+      Add(entry);
+      return true;
+    });
+    CheckNames();
     CheckCount(*head);
     return checker_.TakeFindings();
+  }
+
+  // Goes through the file once instead of twice, so it finds only names above their use. Returns
+  // false if there may be mistakes or warnings, or the source cannot read the file. `counts` may be
+  // estimates.
+  bool ReadInOrder(const EntrySource& source, const EntryCounts& counts) {
+    const std::size_t destinations =
+        counts[site::SiteFile::kVlanFieldNumber] + counts[site::SiteFile::kHostFieldNumber] +
+        counts[site::SiteFile::kMplsFieldNumber] + counts[site::SiteFile::kEcmpFieldNumber];
+    destinations_.Reserve(destinations);
+    destination_names_.Reserve(destinations);
+    Reserve(counts);
+    const auto head = source([this](const Entry& entry) {
+      CollectName(entry);
+      Add(entry);
+      return !checker_.HasFindings();
+    });
+    if (!head) return false;
+    CheckNames();
+    CheckCount(*head);
+    return !checker_.HasFindings();
   }
 
   bool HasMistakes() const { return checker_.HasMistakes(); }
   Site TakeSite() { return std::move(site_); }
 
  private:
+  void CheckNames() {
+    interfaces_.Report(checker_, "lim_id", "interface a lim_id", "interface a name");
+    vrfs_.Report(checker_, "id", "vrf an id", "vrf a name");
+    destinations_.Report(checker_, "id", "destination an id", "destination a name");
+  }
+
   void CheckCount(const FileHead& head) {
     const std::size_t objects = CountObjects(site_);
     if (!head.object_count) {
@@ -266,7 +303,6 @@ class SiteReader {
   }
 
   void CollectName(const Entry& entry) {
-    ++counts_.at(static_cast<std::size_t>(entry.kind()));
     switch (entry.kind()) {
       case site::SiteFile::kInterfaceFieldNumber:
         interfaces_.Add(entry, site::Interface::kLimIdFieldNumber, kUint32,
@@ -305,13 +341,13 @@ class SiteReader {
               {kind, static_cast<std::uint32_t>(entry.Number(number))});
   }
 
-  void Reserve() {
-    site_.interfaces.reserve(counts_[site::SiteFile::kInterfaceFieldNumber]);
-    site_.vrfs.reserve(counts_[site::SiteFile::kVrfFieldNumber]);
-    site_.vlans.reserve(counts_[site::SiteFile::kVlanFieldNumber]);
-    site_.hosts.reserve(counts_[site::SiteFile::kHostFieldNumber]);
-    site_.mpls.reserve(counts_[site::SiteFile::kMplsFieldNumber]);
-    site_.ecmps.reserve(counts_[site::SiteFile::kEcmpFieldNumber]);
+  void Reserve(const EntryCounts& counts) {
+    site_.interfaces.reserve(counts[site::SiteFile::kInterfaceFieldNumber]);
+    site_.vrfs.reserve(counts[site::SiteFile::kVrfFieldNumber]);
+    site_.vlans.reserve(counts[site::SiteFile::kVlanFieldNumber]);
+    site_.hosts.reserve(counts[site::SiteFile::kHostFieldNumber]);
+    site_.mpls.reserve(counts[site::SiteFile::kMplsFieldNumber]);
+    site_.ecmps.reserve(counts[site::SiteFile::kEcmpFieldNumber]);
   }
 
   void Add(const Entry& entry) {
@@ -501,10 +537,8 @@ class SiteReader {
     return 0;
   }
 
-  const EntrySource source_;
   Checker checker_;
   Site site_;
-  std::array<std::size_t, kEntryKinds> counts_{};
   Space interfaces_;
   Space vrfs_;
   Space destinations_;
@@ -520,13 +554,19 @@ struct Reading {
   std::optional<Site> site;
 };
 
-std::optional<Reading> ReadEntries(EntrySource source) {
-  SiteReader reader(std::move(source));
-  auto findings = reader.Read();
+std::optional<Reading> ReadEntries(const EntrySource& source) {
+  SiteReader reader;
+  auto findings = reader.Read(source);
   if (!findings) return std::nullopt;
   Reading reading{*std::move(findings), std::nullopt};
   if (!reader.HasMistakes()) reading.site = reader.TakeSite();
   return reading;
+}
+
+std::optional<Site> ReadInOrder(const EntrySource& source, std::string_view text) {
+  SiteReader reader;
+  if (!reader.ReadInOrder(source, EstimateEntries(text))) return std::nullopt;
+  return reader.TakeSite();
 }
 
 // Parses and reads; `places` may be null.
@@ -541,8 +581,10 @@ Reading ReadText(const std::string& text, FieldPlaces* places) {
 
 // Reads in the fastest way that can read the text. The findings have no places.
 Reading ReadWithoutPlaces(const std::string& text) {
-  auto plain = ReadEntries([&text](const EntryUse& use) { return ForEachPlainEntry(text, use); });
-  return plain ? *std::move(plain) : ReadText(text, nullptr);
+  const EntrySource plain = [&text](const EntryUse& use) { return ForEachPlainEntry(text, use); };
+  if (auto site = ReadInOrder(plain, text)) return {{}, *std::move(site)};
+  auto reading = ReadEntries(plain);
+  return reading ? *std::move(reading) : ReadText(text, nullptr);
 }
 
 // The findings, with their places. The places take several times the memory and time of everything

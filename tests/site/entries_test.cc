@@ -37,7 +37,10 @@ std::string Text(const Entry& entry) {
 class Collector {
  public:
   EntryUse Use() {
-    return [this](const Entry& entry) { entries_[entry.kind()] += Text(entry) + '\n'; };
+    return [this](const Entry& entry) {
+      entries_[entry.kind()] += Text(entry) + '\n';
+      return true;
+    };
   }
 
   std::string All(const FileHead& head) const {
@@ -63,8 +66,7 @@ std::optional<std::string> Parse(const std::string& text) {
     return std::nullopt;
   }
   Collector collector;
-  const FileHead head = ForEachEntry(file, nullptr, collector.Use());
-  return collector.All(head);
+  return collector.All(*ForEachEntry(file, nullptr, collector.Use()));
 }
 
 struct TextCase {
@@ -158,6 +160,64 @@ TEST(PlainEntriesTest, AgreeWithTheParserOnRandomTexts) {
   }
   EXPECT_GT(plain, kTexts / 4);
   EXPECT_LT(plain, kTexts * 3 / 4);
+}
+
+TEST(EntriesTest, AreReadUntilTheirUseStops) {
+  const std::string text = "vlan { id: 1 } vlan { id: 2 } vlan { id: 3 }";
+  std::string ids;
+  const EntryUse use = [&ids](const Entry& entry) {
+    const std::int64_t id = entry.Number(site::Vlan::kIdFieldNumber);
+    ids += std::to_string(id);
+    return id != 2;
+  };
+  EXPECT_FALSE(ForEachPlainEntry(text, use));
+  EXPECT_EQ(ids, "12");
+  site::SiteFile file;
+  ASSERT_TRUE(ParseTextFile(text, {"site file", "correct it"}, &file, nullptr).empty());
+  EXPECT_FALSE(ForEachEntry(file, nullptr, use));
+  EXPECT_EQ(ids, "1212");
+}
+
+/// The estimates by the names of the kinds: "vlan 2 host 1 ".
+std::string Estimated(const std::string& text) {
+  const EntryCounts counts = EstimateEntries(text);
+  std::string estimated;
+  for (std::size_t number = 0; number < counts.size(); ++number) {
+    if (counts[number] == 0) continue;
+    const auto* const kind =
+        site::SiteFile::descriptor()->FindFieldByNumber(static_cast<int>(number));
+    estimated += kind->name() + ' ' + std::to_string(counts[number]) + ' ';
+  }
+  return estimated;
+}
+
+TEST(EstimateEntriesTest, CountsWhatLooksLikeAnEntry) {
+  // So that the limit does not matter.
+  const std::string space(100, ' ');
+  EXPECT_EQ(Estimated(space), "");
+  EXPECT_EQ(Estimated(space + "{ } vlan"), "");
+  EXPECT_EQ(Estimated(space + "vlan{"), "vlan 1 ");
+  EXPECT_EQ(Estimated("vlan { id: 1 }host\n\t{ }vlan { }" + space), "vlan 2 host 1 ");
+  EXPECT_EQ(Estimated("avlan { } vlans { } vlan a {" + space), "");
+  EXPECT_EQ(Estimated("# vlan { }\nhost { name: \"ecmp {\" }" + space), "vlan 1 host 1 ecmp 1 ");
+}
+
+TEST(EstimateEntriesTest, CountsNoMoreThanFitIntoTheText) {
+  const std::string shortest = "ecmp{id:1 name:\"a\"}";
+  EXPECT_EQ(Estimated(shortest + shortest), "ecmp 2 ");
+  EXPECT_EQ(Estimated("ecmp{ecmp{ecmp{ecmp{ecmp{ecmp{ecmp{ecmp{"), "ecmp 2 ");
+  EXPECT_EQ(Estimated("vlan { }"), "");
+}
+
+TEST(EstimateEntriesTest, IsExactForAGeneratedSite) {
+  const Site site = GenerateSite(1, 500);
+  const EntryCounts counts = EstimateEntries(WriteSite(site));
+  EXPECT_EQ(counts[site::SiteFile::kInterfaceFieldNumber], site.interfaces.size());
+  EXPECT_EQ(counts[site::SiteFile::kVrfFieldNumber], site.vrfs.size());
+  EXPECT_EQ(counts[site::SiteFile::kVlanFieldNumber], site.vlans.size());
+  EXPECT_EQ(counts[site::SiteFile::kHostFieldNumber], site.hosts.size());
+  EXPECT_EQ(counts[site::SiteFile::kMplsFieldNumber], site.mpls.size());
+  EXPECT_EQ(counts[site::SiteFile::kEcmpFieldNumber], site.ecmps.size());
 }
 
 }  // namespace

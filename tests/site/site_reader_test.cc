@@ -4,11 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "reference/site/generate_site.h"
+#include "reference/site/site_writer.h"
 #include "tests/site/read_site.h"
 
 namespace reference {
@@ -551,6 +556,36 @@ SiteFindings Check(const std::string& text) {
   const std::string path = ::testing::TempDir() + "checked.txtpb";
   std::ofstream(path) << text;
   return CheckSiteFile(path);
+}
+
+/// The objects by id.
+Site Sorted(Site site) {
+  const auto sort = [](auto* objects) {
+    std::sort(objects->begin(), objects->end(),
+              [](const auto& a, const auto& b) { return a.id < b.id; });
+  };
+  std::sort(site.interfaces.begin(), site.interfaces.end(),
+            [](const auto& a, const auto& b) { return a.lim_id < b.lim_id; });
+  sort(&site.vrfs);
+  sort(&site.vlans);
+  sort(&site.hosts);
+  sort(&site.mpls);
+  sort(&site.ecmps);
+  return site;
+}
+
+// Entries may come before or after those that they refer to.
+TEST(SiteReaderTest, TheOrderOfTheEntriesDoesNotMatter) {
+  for (std::uint32_t seed = 0; seed < 100; ++seed) {
+    const Site site = GenerateSite(seed, 1 + seed);
+    std::istringstream text(WriteSite(site));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    std::shuffle(lines.begin(), lines.end(), std::mt19937(seed));
+    std::string shuffled;
+    for (const std::string& line : lines) shuffled += line + '\n';
+    ASSERT_EQ(Sorted(SiteOf(ParseSite(shuffled))), Sorted(site)) << shuffled;
+  }
 }
 
 TEST(CheckSiteFileTest, AGoodFileHasObjectsAndNoFindings) {
