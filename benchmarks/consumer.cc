@@ -26,7 +26,7 @@ Consumer::Outcome Consumer::Answer(reference::HalOperation operation, std::strin
   const google::protobuf::Message* const message =
       decoder_.Decode({{type, 0, size}, payload, {}}, &request_);
   const reference::HalReturnCode code =
-      message == nullptr ? reference::kHalBadRequest : tables_.Apply(request_, *message);
+      message == nullptr ? reference::kHalBadRequest : tables_.Apply(operation, payload, *message);
   return {code, request_.id, request_.secondary_id};
 }
 

@@ -17,30 +17,32 @@ HalTables::HalTables(std::size_t capacity, DataPlane* data_plane)
     : capacity_(capacity), data_plane_(data_plane) {}
 
 HalReturnCode HalTables::Apply(const HalRequest& request) {
-  return VisitKind(KindOf(request.operation), [this, &request](auto row) {
+  const OperationTraits& traits = TraitsOf(request.operation);
+  return VisitKind(traits.kind, [this, &traits, &request](auto row) {
     using Kind = decltype(row);
     // So that parsing mostly reuses memory.
     thread_local typename Kind::Message message;
     if (!message.ParseFromString(request.payload)) return kHalBadRequest;
-    return ApplyMessage<Kind>(request, message);
+    return ApplyMessage<Kind>(traits.action, request.payload, message);
   });
 }
 
-HalReturnCode HalTables::Apply(const HalRequest& request,
+HalReturnCode HalTables::Apply(HalOperation operation, std::string_view payload,
                                const google::protobuf::Message& message) {
-  return VisitKind(KindOf(request.operation), [this, &request, &message](auto row) {
+  const OperationTraits& traits = TraitsOf(operation);
+  return VisitKind(traits.kind, [this, &traits, payload, &message](auto row) {
     using Kind = decltype(row);
-    return ApplyMessage<Kind>(request, static_cast<const typename Kind::Message&>(message));
+    return ApplyMessage<Kind>(traits.action, payload,
+                              static_cast<const typename Kind::Message&>(message));
   });
 }
 
 template <typename Kind>
-HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
+HalReturnCode HalTables::ApplyMessage(HalAction action, std::string_view payload,
                                       const typename Kind::Message& message) {
   const auto id = Kind::Id(message);
   if (!id) return kHalBadRequest;
 
-  const HalAction action = ActionOf(request.operation);
   Table* const table = &this->table(Kind::kKind);
   if (action == HalAction::kDestroy) return Destroy(Kind::kKind, *id);
 
@@ -48,18 +50,18 @@ HalReturnCode HalTables::ApplyMessage(const HalRequest& request,
   const bool exists = stored != nullptr;
   if (action == HalAction::kReplace && !exists) return kHalNotFound;
   if (action == HalAction::kInstall && exists) {
-    if (stored->payload() == request.payload && MayStay(*stored)) return kHalSuccess;
+    if (stored->payload() == payload && MayStay(*stored)) return kHalSuccess;
     if (!reinstalling_ && !Kind::kInstallReplaces) return kHalExists;
   }
   if (!Kind::LabelsInRange(message)) return kHalLabelOutOfRange;
   const auto holds = [this](HalKind kind, std::uint32_t other) { return Holds(kind, other); };
   if (!Kind::ReferencesExist(message, holds)) return kHalMissingReference;
   if (!exists && table->entries.size() >= capacity_) return kHalTableFull;
-  if (data_plane_ != nullptr && (!exists || stored->payload() != request.payload)) {
+  if (data_plane_ != nullptr && (!exists || stored->payload() != payload)) {
     const HalReturnCode code = data_plane_->Store(Kind::kKind, *id, message);
     if (code != kHalSuccess) return code;
   }
-  Store(table, *id, request.payload);
+  Store(table, *id, payload);
   return kHalSuccess;
 }
 
@@ -102,7 +104,7 @@ void HalTables::Restore(const SavedEntry& saved) {
   table->FindOrAdd(saved.id)->named_in = saved.named_in;
 }
 
-void HalTables::Store(Table* table, std::uint32_t id, const std::string& payload) const {
+void HalTables::Store(Table* table, std::uint32_t id, std::string_view payload) const {
   const std::size_t before = table->entries.size();
   Entry* const entry = table->FindOrAdd(id);
   if (table->entries.size() == before) table->sum -= EntryHash(id, entry->payload());

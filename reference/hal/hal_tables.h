@@ -103,7 +103,8 @@ class HalTables {
   HalReturnCode Apply(const HalRequest& request);
 
   /// The same for a payload that is already decoded into `message`, which is of the kind's class.
-  HalReturnCode Apply(const HalRequest& request, const google::protobuf::Message& message);
+  HalReturnCode Apply(HalOperation operation, std::string_view payload,
+                      const google::protobuf::Message& message);
 
   /// For undoing requests, the latest one first: `Restore` brings back what `Save` returned before
   /// the request.
@@ -215,10 +216,11 @@ class HalTables {
   };
 
   template <typename Kind>
-  HalReturnCode ApplyMessage(const HalRequest& request, const typename Kind::Message& message);
+  HalReturnCode ApplyMessage(HalAction action, std::string_view payload,
+                             const typename Kind::Message& message);
 
   HalReturnCode Destroy(HalKind kind, std::uint32_t id);
-  void Store(Table* table, std::uint32_t id, const std::string& payload) const;
+  void Store(Table* table, std::uint32_t id, std::string_view payload) const;
   void Remove(HalKind kind, std::size_t place);
   bool MayStay(const Entry& entry) const { return !reinstalling_ || entry.named_in == reinstall_; }
 

@@ -7,7 +7,7 @@ const google::protobuf::Message* RequestDecoder::Decode(const FrameSplitter::Fra
   request->operation = static_cast<HalOperation>(frame.header.type);
   request->id = 0;
   request->secondary_id = 0;
-  request->payload = frame.payload;
+  request->payload.clear();
   return VisitKind(KindOf(request->operation), [&](auto row) -> const google::protobuf::Message* {
     using Kind = decltype(row);
     auto& message = std::get<typename Kind::Message>(messages_);

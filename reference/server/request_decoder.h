@@ -15,9 +15,9 @@ namespace reference {
 /// a new message would mostly allocate and free memory. Used by one thread at a time.
 class RequestDecoder {
  public:
-  /// Fills `request` from a request frame; keeps the payload byte for byte, so that both sides
-  /// compute the same hash. Returns the parsed message, which is of the kind's class and valid
-  /// until the next call; null if the payload does not parse. Then both ids are 0.
+  /// Fills `request` from a request frame, without the payload. Returns the parsed message, which
+  /// is of the kind's class and valid until the next call; null if the payload does not parse. Then
+  /// both ids are 0.
   const google::protobuf::Message* Decode(const FrameSplitter::Frame& frame, HalRequest* request);
 
  private:

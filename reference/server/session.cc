@@ -429,11 +429,17 @@ bool Session::PeerIsGone() {
 
 void Session::OnRequest(const FrameSplitter::Frame& frame) {
   ++state_->requests;
-  CarryOut(frame.header.sequence, state_->decoder.Decode(frame, &request_));
+  const google::protobuf::Message* const message = state_->decoder.Decode(frame, &request_);
+  if (state_->options.observer != nullptr || state_->options.data_plane != nullptr) {
+    request_.payload = frame.payload;
+  }
+  CarryOut(frame, message);
 }
 
-void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* message) {
+void Session::CarryOut(const FrameSplitter::Frame& frame,
+                       const google::protobuf::Message* message) {
   using End = ServerFaults::RequestFate::End;
+  const std::uint32_t sequence = frame.header.sequence;
   TellRequest();
   if (state_->options.data_plane != nullptr) return Stage(sequence, message);
   ServerFaults* const faults = state_->options.faults;
@@ -446,7 +452,7 @@ void Session::CarryOut(std::uint32_t sequence, const google::protobuf::Message* 
   if (fate.code) {
     code = *fate.code;
   } else if (message != nullptr) {
-    code = state_->tables.Apply(request_, *message);
+    code = state_->tables.Apply(request_.operation, frame.payload, *message);
   }
 
   if (fate.end == End::kCrashAfter) return state_->Crash();
@@ -477,7 +483,8 @@ void Session::BreakObject(HalReturnCode code, milliseconds time) {
 void Session::Stage(std::uint32_t sequence, const google::protobuf::Message* message) {
   const SavedEntry before = state_->tables.Save(KindOf(request_.operation), request_.id);
   const HalReturnCode code =
-      message == nullptr ? kHalBadRequest : state_->tables.Apply(request_, *message);
+      message == nullptr ? kHalBadRequest
+                         : state_->tables.Apply(request_.operation, request_.payload, *message);
   staged_.push_back({sequence, request_, code, before, ReasonFor(code)});
 }
 

@@ -162,8 +162,9 @@ class Session : public std::enable_shared_from_this<Session> {
   std::string Name() const;
   bool PeerIsGone();
   void OnRequest(const FrameSplitter::Frame& frame);
-  // Carries out `request_`, as far as a fault lets it; `message` is null if it did not decode.
-  void CarryOut(std::uint32_t sequence, const google::protobuf::Message* message);
+  // Carries out `request_`, which the frame carries, as far as a fault lets it; `message` is null
+  // if it did not decode.
+  void CarryOut(const FrameSplitter::Frame& frame, const google::protobuf::Message* message);
   // With a data plane: carries out `request_`, whose answer waits for the commit.
   void Stage(std::uint32_t sequence, const google::protobuf::Message* message);
   // Why the data plane refused the request that was just applied; empty if it did not.
@@ -241,7 +242,8 @@ class Session : public std::enable_shared_from_this<Session> {
   ServerFaults::Time active_at_{};
   // Bytes read that do not belong to a handled frame yet.
   std::size_t unhandled_ = 0;
-  // A member so that its memory is reused.
+  // A member so that its memory is reused. Has a copy of the payload if anyone reads that after the
+  // tables.
   HalRequest request_;
   std::string scratch_;
   // Empty between reads, and without a data plane.

@@ -52,14 +52,14 @@ encapsulation::MplsMessage MplsWithPassThrough() {
 
 class RequestDecoderTest : public ::testing::TestWithParam<Case> {};
 
-TEST_P(RequestDecoderTest, GivesIdsAndPayload) {
+TEST_P(RequestDecoderTest, GivesIds) {
   RequestDecoder decoder;
   const Decoded decoded = Decode(GetParam().operation, GetParam().payload, &decoder);
   EXPECT_TRUE(decoded.message);
   EXPECT_EQ(decoded.request.operation, GetParam().operation);
   EXPECT_EQ(decoded.request.id, GetParam().id);
   EXPECT_EQ(decoded.request.secondary_id, GetParam().secondary_id);
-  EXPECT_EQ(decoded.request.payload, GetParam().payload);
+  EXPECT_EQ(decoded.request.payload, "") << "the frame has it";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -119,7 +119,7 @@ TEST(RequestDecoder, RefusesWhatTheWrapperRefuses) {
     EXPECT_FALSE(decoded.message) << value;
     EXPECT_EQ(decoded.request.id, 0U);
     EXPECT_EQ(decoded.request.secondary_id, 0U);
-    EXPECT_EQ(decoded.request.payload, payload);
+    EXPECT_EQ(decoded.request.payload, "");
   }
 }
 
