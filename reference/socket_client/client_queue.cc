@@ -236,9 +236,7 @@ void ClientQueue::ServerLost() {
       kept_vrfs_.Keep(std::move(*request));
     }
   };
-  for (OutstandingRequest& outstanding : outstanding_.TakeAll()) {
-    if (!outstanding.expired) end(&outstanding.request, kHalServerLost);
-  }
+  for (HalRequest& request : outstanding_.TakeAll()) end(&request, kHalServerLost);
   for (Early& early : std::exchange(early_, {})) {
     if (!early.mark) end(&early.request, kHalNoServer);
   }

@@ -53,13 +53,17 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   void AddHeartbeat() override;
   void TakeAnswered(const std::vector<Answer>& answers, Clock::time_point now,
                     std::vector<Answered>* answered) override;
-  void CountDelivery() override { --undelivered_; }
+  void CountDelivery() override {
+    undelivered_.store(undelivered_.load(std::memory_order_relaxed) - 1, std::memory_order_release);
+  }
   std::optional<EndedReinstall> TakeEndedReinstall(std::uint32_t sequence) override;
   std::optional<EndedReinstall> TakeOverdueReinstall(Clock::time_point now) override;
   std::optional<Clock::time_point> EndOverdue(Clock::time_point now) override;
   void TakeEnded(std::vector<Ended>* ended) override;
   bool TakeRoomReport() override;
-  void CountResult() override { results_.fetch_add(1, std::memory_order_relaxed); }
+  void CountResult() override {
+    results_.store(results_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  }
   void CountServerFound() override;
 
   enum class Server {
@@ -140,6 +144,7 @@ class ClientQueue : private HostQueue, private ConnectionQueue {
   std::uint64_t wake_ups_ ZUSKUX_GUARDED_BY(mutex_) = 0;
   std::uint64_t writes_ ZUSKUX_GUARDED_BY(mutex_) = 0;
 
+  // Only the connection's thread writes these two, so they need no atomic increments.
   // Answered requests that the connection has taken and not begun to report.
   std::atomic<std::size_t> undelivered_ = 0;
   std::atomic<std::uint64_t> results_ = 0;

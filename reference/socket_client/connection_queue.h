@@ -45,7 +45,7 @@ class ConnectionQueue {
     const ResultPayload* result;
 
     /// Whether a server may answer the request like that.
-    bool valid() const { return result->id == request.request.id && IsHalCode(result->code); }
+    bool valid() const { return result->id == request.id && IsHalCode(result->code); }
   };
 
   /// A reinstall, ended by the frame with that sequence.

@@ -26,20 +26,17 @@ OutstandingRequests::Added OutstandingRequests::Add(
   Slot& slot = SlotOf(tail_);
   slot.in_use = true;
   OutstandingRequest& outstanding = slot.outstanding;
-  // The slot's last request left no payload.
-  outstanding.request.operation = request.operation;
-  outstanding.request.id = request.id;
-  outstanding.request.secondary_id = request.secondary_id;
-  outstanding.request.number = request.number;
+  outstanding = {};
+  outstanding.operation = request.operation;
+  outstanding.id = request.id;
+  outstanding.secondary_id = request.secondary_id;
+  outstanding.number = request.number;
+  outstanding.submitted = submitted;
+  slot.has_payload = keep_payload;
   if (keep_payload) {
-    outstanding.request.payload = request.payload;
+    payloads_.emplace(tail_, request.payload);
     payload_bytes_ += request.payload.size();
   }
-  outstanding.submitted = submitted;
-  outstanding.written.reset();
-  outstanding.hash = 0;
-  outstanding.reinstall = 0;
-  outstanding.expired = false;
   ++size_;
   return {&outstanding, static_cast<std::uint32_t>(first_sequence_ + tail_++) & kSequenceMask};
 }
@@ -48,25 +45,25 @@ const OutstandingRequest* OutstandingRequests::Take(std::uint32_t sequence) {
   const std::uint64_t place = head_ + ((sequence - first_sequence_ - head_) & kSequenceMask);
   if (place >= tail_ || !SlotOf(place).in_use) return nullptr;
 
-  Slot& slot = SlotOf(place);
-  Free(&slot);
+  Free(place);
   ForgetExpiredBefore(place);
   while (head_ != tail_ && !SlotOf(head_).in_use) ++head_;
-  return &slot.outstanding;
+  return &SlotOf(place).outstanding;
 }
 
-void OutstandingRequests::Free(Slot* slot) {
-  DropPayload(&slot->outstanding.request);
-  slot->in_use = false;
+void OutstandingRequests::Free(std::uint64_t place) {
+  Slot& slot = SlotOf(place);
+  if (slot.has_payload) TakePayload(place);
+  slot.in_use = false;
   --size_;
-  if (slot->outstanding.expired) --expired_;
+  if (slot.outstanding.expired) --expired_;
 }
 
-void OutstandingRequests::DropPayload(HalRequest* request) {
-  if (request->payload.empty()) return;
-  payload_bytes_ -= request->payload.size();
-  // Gives the memory back, unlike an assignment.
-  std::string().swap(request->payload);
+std::string OutstandingRequests::TakePayload(std::uint64_t place) {
+  SlotOf(place).has_payload = false;
+  std::string payload = std::move(payloads_.extract(place).mapped());
+  payload_bytes_ -= payload.size();
+  return payload;
 }
 
 void OutstandingRequests::ForgetExpiredBefore(std::uint64_t place) {
@@ -74,8 +71,8 @@ void OutstandingRequests::ForgetExpiredBefore(std::uint64_t place) {
 }
 
 void OutstandingRequests::ForgetExpired(std::uint64_t place) {
-  Slot& slot = SlotOf(place);
-  if (slot.in_use && slot.outstanding.expired) Free(&slot);
+  const Slot& slot = SlotOf(place);
+  if (slot.in_use && slot.outstanding.expired) Free(place);
 }
 
 void OutstandingRequests::MarkWritten(std::uint64_t up_to,
@@ -93,23 +90,24 @@ const OutstandingRequest* OutstandingRequests::OldestUnexpired() {
   return nullptr;
 }
 
-const HalRequest& OutstandingRequests::ExpireOldest() {
+HalRequest OutstandingRequests::ExpireOldest() {
   OutstandingRequest& oldest = SlotOf(unexpired_).outstanding;
   oldest.expired = true;
   ++expired_;
-  DropPayload(&oldest.request);
-  return oldest.request;
+  if (SlotOf(unexpired_).has_payload) TakePayload(unexpired_);
+  return oldest.Request();
 }
 
-std::vector<OutstandingRequest> OutstandingRequests::TakeAll() {
-  std::vector<OutstandingRequest> taken;
-  taken.reserve(size_);
+std::vector<HalRequest> OutstandingRequests::TakeAll() {
+  std::vector<HalRequest> taken;
+  taken.reserve(size_ - expired_);
   for (; head_ != tail_; ++head_) {
     Slot& slot = SlotOf(head_);
-    if (std::exchange(slot.in_use, false)) taken.push_back(std::move(slot.outstanding));
+    if (!std::exchange(slot.in_use, false) || slot.outstanding.expired) continue;
+    taken.push_back(slot.outstanding.Request());
+    if (slot.has_payload) taken.back().payload = TakePayload(head_);
   }
   size_ = 0;
-  payload_bytes_ = 0;
   unexpired_ = unwritten_ = tail_;
   expired_ = 0;
   return taken;

@@ -54,12 +54,12 @@ TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
   EXPECT_EQ(Add(&requests, 3), 1U);
   EXPECT_FALSE(requests.Take(2));
   EXPECT_FALSE(requests.Take(0xFFFFFE));
-  EXPECT_EQ(requests.Take(0)->request.id, 2U);
+  EXPECT_EQ(requests.Take(0)->id, 2U);
   EXPECT_FALSE(requests.Take(0));
   EXPECT_TRUE(requests.full()) << "the place of the oldest request is in use";
-  EXPECT_EQ(requests.Take(0xFFFFFF)->request.id, 1U);
+  EXPECT_EQ(requests.Take(0xFFFFFF)->id, 1U);
   EXPECT_EQ(requests.size(), 1U);
-  EXPECT_EQ(requests.Take(1)->request.id, 3U);
+  EXPECT_EQ(requests.Take(1)->id, 3U);
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_FALSE(requests.Take(1));
 }
@@ -68,35 +68,40 @@ TEST(OutstandingRequestsTest, ExpireFromTheOldestAndReleaseTheirPayload) {
   OutstandingRequests requests(3, 0);
   requests.Add({HalOperation::kInstallVrf, 1, 0, "payload"}, true, {});
   Add(&requests, 2);
-  EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
+  EXPECT_EQ(requests.OldestUnexpired()->id, 1U);
   EXPECT_EQ(requests.payload_bytes(), 7U);
-  const HalRequest& expired = requests.ExpireOldest();
+  const HalRequest expired = requests.ExpireOldest();
   EXPECT_EQ(expired.operation, HalOperation::kInstallVrf);
   EXPECT_EQ(expired.id, 1U);
   EXPECT_EQ(expired.payload, "");
   EXPECT_EQ(requests.payload_bytes(), 0U);
-  EXPECT_EQ(requests.OldestUnexpired()->request.id, 2U);
+  EXPECT_EQ(requests.OldestUnexpired()->id, 2U);
   requests.ExpireOldest();
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
   EXPECT_EQ(requests.size(), 2U) << "the server may still answer";
   const OutstandingRequest* const late = requests.Take(0);
   EXPECT_TRUE(late->expired);
-  EXPECT_EQ(late->request.id, 1U);
+  EXPECT_EQ(late->id, 1U);
 }
 
-TEST(OutstandingRequestsTest, GiveTheMemoryOfAPayloadBack) {
-  const std::string payload(1000, 'v');
-  OutstandingRequests requests(1, 0);
-  EXPECT_EQ(requests.Add({HalOperation::kInstallVrf, 1, 0, payload}, true, {})
-                .outstanding->request.payload,
-            payload);
-  EXPECT_EQ(requests.payload_bytes(), 1000U);
-  EXPECT_LT(requests.Take(0)->request.payload.capacity(), 1000U);
+TEST(OutstandingRequestsTest, KeepAPayloadUntilTheyAreTaken) {
+  OutstandingRequests requests(3, 0);
+  requests.Add({HalOperation::kInstallVrf, 1, 0, "first"}, true, {});
+  requests.Add({HalOperation::kInstallVrf, 2, 5, "second", 6}, true, {});
+  requests.Add({HalOperation::kInstallVlan, 3, 0, "third"}, false, {});
+  EXPECT_EQ(requests.payload_bytes(), 11U) << "only VRF requests may have to be sent again";
+  EXPECT_EQ(requests.Take(0)->id, 1U);
+  EXPECT_EQ(requests.payload_bytes(), 6U);
+  const std::vector<HalRequest> left = requests.TakeAll();
   EXPECT_EQ(requests.payload_bytes(), 0U);
-  EXPECT_EQ(requests.Add({HalOperation::kInstallVlan, 1, 0, payload}, false, {})
-                .outstanding->request.payload,
-            "")
-      << "only VRF requests may have to be sent again";
+  ASSERT_EQ(left.size(), 2U);
+  EXPECT_EQ(left[0].operation, HalOperation::kInstallVrf);
+  EXPECT_EQ(left[0].id, 2U);
+  EXPECT_EQ(left[0].secondary_id, 5U);
+  EXPECT_EQ(left[0].number, 6U);
+  EXPECT_EQ(left[0].payload, "second");
+  EXPECT_EQ(left[1].id, 3U);
+  EXPECT_EQ(left[1].payload, "");
 }
 
 TEST(OutstandingRequestsTest, APlaceKeepsNothingOfItsLastRequest) {
@@ -111,10 +116,10 @@ TEST(OutstandingRequestsTest, APlaceKeepsNothingOfItsLastRequest) {
   const std::chrono::steady_clock::time_point time(std::chrono::seconds(7));
   requests.Add({HalOperation::kInstallVlan, 8, 9, {}, 10}, false, time);
   const OutstandingRequest& second = *requests.Take(1);
-  EXPECT_EQ(second.request.operation, HalOperation::kInstallVlan);
-  EXPECT_EQ(second.request.id, 8U);
-  EXPECT_EQ(second.request.secondary_id, 9U);
-  EXPECT_EQ(second.request.number, 10U);
+  EXPECT_EQ(second.operation, HalOperation::kInstallVlan);
+  EXPECT_EQ(second.id, 8U);
+  EXPECT_EQ(second.secondary_id, 9U);
+  EXPECT_EQ(second.number, 10U);
   EXPECT_EQ(second.submitted, time);
   EXPECT_FALSE(second.written);
   EXPECT_EQ(second.hash, 0U);
@@ -125,10 +130,10 @@ TEST(OutstandingRequestsTest, APlaceKeepsNothingOfItsLastRequest) {
 TEST(OutstandingRequestsTest, AnAnswerForgetsTheExpiredOnesBeforeIt) {
   OutstandingRequests requests(3, 0);
   for (std::uint32_t id = 1; id <= 3; ++id) Add(&requests, id);
-  EXPECT_EQ(requests.OldestUnexpired()->request.id, 1U);
+  EXPECT_EQ(requests.OldestUnexpired()->id, 1U);
   requests.ExpireOldest();
   EXPECT_EQ(requests.size(), 3U);
-  EXPECT_EQ(requests.Take(1)->request.id, 2U);
+  EXPECT_EQ(requests.Take(1)->id, 2U);
   EXPECT_EQ(requests.size(), 1U);
   EXPECT_FALSE(requests.Take(0));
 }
@@ -140,7 +145,7 @@ TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
   EXPECT_TRUE(requests.full());
   requests.OldestUnexpired();
   requests.ExpireOldest();
-  EXPECT_EQ(requests.OldestUnexpired()->request.id, 3U);
+  EXPECT_EQ(requests.OldestUnexpired()->id, 3U);
   EXPECT_EQ(requests.places(), 1U);
   EXPECT_EQ(requests.size(), 2U);
   EXPECT_EQ(Add(&requests, 4), 3U);
@@ -148,9 +153,9 @@ TEST(OutstandingRequestsTest, ExpiredOnesMakeRoomEvenIfNothingIsAnswered) {
   EXPECT_FALSE(requests.Take(0)) << "another request has its place";
   EXPECT_EQ(Add(&requests, 5), 4U);
   EXPECT_TRUE(requests.full());
-  EXPECT_EQ(requests.Take(2)->request.id, 3U);
-  EXPECT_EQ(requests.Take(3)->request.id, 4U);
-  EXPECT_EQ(requests.Take(4)->request.id, 5U);
+  EXPECT_EQ(requests.Take(2)->id, 3U);
+  EXPECT_EQ(requests.Take(3)->id, 4U);
+  EXPECT_EQ(requests.Take(4)->id, 5U);
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.places(), 0U);
 }
@@ -166,16 +171,18 @@ TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
   EXPECT_FALSE(requests.Take(1)->written);
 }
 
-TEST(OutstandingRequestsTest, AreAllTakenInOrder) {
-  OutstandingRequests requests(3, 0);
-  for (std::uint32_t id = 1; id <= 3; ++id) Add(&requests, id);
-  requests.Take(1);
+TEST(OutstandingRequestsTest, AreAllTakenInOrderUnlessTheyHaveExpired) {
+  OutstandingRequests requests(4, 0);
+  for (const std::uint32_t id : {9U, 1U, 2U, 3U}) Add(&requests, id);
+  requests.Take(2);
+  requests.OldestUnexpired();
+  requests.ExpireOldest();
   std::vector<std::uint32_t> ids;
-  for (const OutstandingRequest& each : requests.TakeAll()) ids.push_back(each.request.id);
+  for (const HalRequest& each : requests.TakeAll()) ids.push_back(each.id);
   EXPECT_THAT(ids, ElementsAre(1, 3));
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
-  EXPECT_EQ(Add(&requests, 4), 3U) << "numbers go on";
+  EXPECT_EQ(Add(&requests, 4), 4U) << "numbers go on";
 }
 
 TEST(ClientQueueTest, ARequestAnsweredDuringItsWriteIsNotQueued) {
@@ -239,9 +246,9 @@ TEST(ClientQueueTest, AnswersAfterOneThatIsNotValidAreNotTaken) {
   connection.TakeAnswered(answers, {}, &answered);
   ASSERT_EQ(answered.size(), 2U);
   EXPECT_TRUE(answered[0].valid());
-  EXPECT_EQ(answered[0].request.request.id, 1U);
+  EXPECT_EQ(answered[0].request.id, 1U);
   EXPECT_FALSE(answered[1].valid());
-  EXPECT_EQ(answered[1].request.request.id, 2U);
+  EXPECT_EQ(answered[1].request.id, 2U);
   EXPECT_EQ(answered[1].result, &answers[2].result);
   EXPECT_EQ(host.counters().late_results, 1U);
   connection.ServerLost();
