@@ -26,10 +26,9 @@ STAGES = {
     "client": {
         "ask for room": r"SocketHal::HasRoom",
         "serialise the message": r"MakeRequest\(",
-        "queue, write": r"SocketHal::Submit\(|::TakeFrames\(|::ConfirmWritten\(|SendAtOnce",
+        "queue, write": r"Client::Submit\(|::TakeFrames\(|::ConfirmWritten\(|SendAtOnce|::WriteQueued\(",
         "split the frames": r"FrameSplitter::(Next|Feed)",
-        "find the request, its latencies": r"::TakeAnswered\(",
-        "report the result": r"HalReporter::Result\(",
+        "find the requests, report": r"Client::DeliverAnswers\(",
     },
     "floor": {
         "decode": r"MessageLite::ParseFromArray",
