@@ -83,10 +83,12 @@ class RouteSocket : public NetlinkSocket {
   }
 
   std::size_t Receive(char* data, std::size_t size) override {
-    const ssize_t length = recv(fd(), data, size, MSG_DONTWAIT);
-    if (length >= 0) return static_cast<std::size_t>(length);
-    if (errno == EAGAIN) return 0;
-    Fail(errno, "cannot read the kernel's answer");
+    // With this flag, the length is that of the datagram even if only its beginning was read.
+    const ssize_t length = recv(fd(), data, size, MSG_DONTWAIT | MSG_TRUNC);
+    if (length < 0 && errno == EAGAIN) return 0;
+    if (length < 0) Fail(errno, "cannot read the kernel's answer");
+    if (static_cast<std::size_t>(length) > size) Fail(ENOBUFS, "the kernel's answer is too long");
+    return static_cast<std::size_t>(length);
   }
 
   int fd() const override { return mnl_socket_get_fd(socket_.get()); }

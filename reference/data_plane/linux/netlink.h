@@ -24,7 +24,7 @@ class NetlinkSocket {
   /// Throws `std::system_error` if the kernel accepted nothing.
   virtual void Send(const char* data, std::size_t size) = 0;
   /// The length of the next datagram; 0 if there is none now. Throws `std::system_error`: ENOBUFS
-  /// if the kernel had to drop datagrams.
+  /// if the kernel had to drop datagrams, or if the next one was longer than `size` and is lost.
   virtual std::size_t Receive(char* data, std::size_t size) = 0;
   /// Readable when there is a datagram.
   virtual int fd() const = 0;
@@ -103,7 +103,7 @@ class NetlinkClient {
 };
 
 /// Reads all datagrams that the socket has now and calls `take` for each message. Returns false if
-/// the kernel had to drop some. Throws `std::system_error` for any other failure.
+/// some were lost. Throws `std::system_error` for any other failure.
 bool ReceiveAll(NetlinkSocket* socket, std::vector<char>* buffer,
                 const std::function<void(const nlmsghdr&)>& take);
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
@@ -523,6 +524,20 @@ TEST_F(LinuxKernelTest, LostNotificationsAreAReasonToRead) {
   Run("for id in $(seq 1 40); do echo nexthop add id $id blackhole; done | ip -batch -");
   EXPECT_TRUE(kernel_->TakeNotifications().any_object);
   EXPECT_EQ(kernel_->Read(), KernelObjects{});
+}
+
+// A notification about a group of some 8,190 members would be longer than any buffer here.
+TEST_F(LinuxKernelTest, ADatagramLongerThanTheBufferIsLost) {
+  const NetlinkSockets sockets = OpenNetlinkSockets();
+  Run("ip nexthop add id 1 blackhole");
+  std::array<char, 16> buffer{};
+  try {
+    sockets.notifications->Receive(buffer.data(), buffer.size());
+    ADD_FAILURE();
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ENOBUFS);
+  }
+  EXPECT_EQ(sockets.notifications->Receive(buffer.data(), buffer.size()), 0U);
 }
 
 TEST_F(LinuxKernelTest, TheCompatibilityModeIsOffMeanwhile) {
