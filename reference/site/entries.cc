@@ -272,8 +272,16 @@ std::optional<FileHead> ForEachPlainEntry(const std::string& text, const EntryUs
 EntryCounts EstimateEntries(std::string_view text) {
   // No valid entry is shorter, so a damaged file cannot make anyone reserve memory for many more.
   constexpr std::size_t kShortest = std::string_view(R"(ecmp{id:1 name:"a"})").size();
-  EntryCounts counts{};
+  struct Kind {
+    std::string_view name;
+    std::size_t number;
+  };
+  std::vector<Kind> kinds;
   const auto* const file = site::SiteFile::descriptor();
+  for (int i = 0; i < file->field_count(); ++i) {
+    kinds.push_back({file->field(i)->name(), static_cast<std::size_t>(file->field(i)->number())});
+  }
+  EntryCounts counts{};
   for (std::size_t brace = text.find('{'); brace != std::string_view::npos;
        brace = text.find('{', brace + 1)) {
     std::size_t end = brace;
@@ -281,10 +289,9 @@ EntryCounts EstimateEntries(std::string_view text) {
     std::size_t begin = end;
     while (begin != 0 && IsOf(kNameChar, text[begin - 1])) --begin;
     const std::string_view name = text.substr(begin, end - begin);
-    for (int i = 0; i < file->field_count(); ++i) {
-      const FieldDescriptor& kind = *file->field(i);
-      if (kind.name() == name) ++counts.at(static_cast<std::size_t>(kind.number()));
-    }
+    const auto kind = std::find_if(kinds.begin(), kinds.end(),
+                                   [name](const Kind& each) { return each.name == name; });
+    if (kind != kinds.end()) ++counts.at(kind->number);
   }
   for (std::size_t& count : counts) count = std::min(count, text.size() / kShortest);
   return counts;
