@@ -276,8 +276,9 @@ EntryCounts EstimateEntries(std::string_view text) {
     std::string_view name;
     std::size_t number;
   };
-  std::vector<Kind> kinds;
   const auto* const file = site::SiteFile::descriptor();
+  std::vector<Kind> kinds;
+  kinds.reserve(static_cast<std::size_t>(file->field_count()));
   for (int i = 0; i < file->field_count(); ++i) {
     kinds.push_back({file->field(i)->name(), static_cast<std::size_t>(file->field(i)->number())});
   }
