@@ -64,6 +64,13 @@ TEST(OutstandingRequestsTest, AreTakenOnceInAnyOrder) {
   EXPECT_FALSE(requests.Take(1));
 }
 
+TEST(OutstandingRequestsTest, TheNextSequenceIsUnknownAlthoughItsPlaceIsInUse) {
+  OutstandingRequests requests(4, 0);
+  for (std::uint32_t id = 1; id <= 4; ++id) Add(&requests, id);
+  EXPECT_FALSE(requests.Take(4)) << "the place of the oldest request";
+  EXPECT_EQ(requests.size(), 4U);
+}
+
 TEST(OutstandingRequestsTest, ExpireFromTheOldestAndReleaseTheirPayload) {
   OutstandingRequests requests(3, 0);
   requests.Add({HalOperation::kInstallVrf, 1, 0, "payload"}, true, {});
@@ -82,6 +89,8 @@ TEST(OutstandingRequestsTest, ExpireFromTheOldestAndReleaseTheirPayload) {
   const OutstandingRequest* const late = requests.Take(0);
   EXPECT_TRUE(late->expired);
   EXPECT_EQ(late->id, 1U);
+  EXPECT_EQ(requests.size(), 1U);
+  EXPECT_TRUE(requests.TakeAll().empty()) << "the outcome of the other was delivered";
 }
 
 TEST(OutstandingRequestsTest, KeepAPayloadUntilTheyAreTaken) {
@@ -164,11 +173,13 @@ TEST(OutstandingRequestsTest, AreMarkedAsWritten) {
   const std::chrono::steady_clock::time_point time(std::chrono::seconds(5));
   OutstandingRequests requests(3, 0);
   Add(&requests, 1);
-  const std::uint64_t first = requests.added();
   Add(&requests, 2);
-  requests.MarkWritten(first, time);
+  const std::uint64_t two = requests.added();
+  Add(&requests, 3);
+  requests.MarkWritten(two, time);
   EXPECT_EQ(requests.Take(0)->written, time);
-  EXPECT_FALSE(requests.Take(1)->written);
+  EXPECT_EQ(requests.Take(1)->written, time);
+  EXPECT_FALSE(requests.Take(2)->written);
 }
 
 TEST(OutstandingRequestsTest, AreAllTakenInOrderUnlessTheyHaveExpired) {
