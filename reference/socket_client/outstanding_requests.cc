@@ -102,13 +102,12 @@ std::vector<HalRequest> OutstandingRequests::TakeAll() {
   std::vector<HalRequest> taken;
   taken.reserve(size_ - expired_);
   for (; head_ != tail_; ++head_) {
-    Slot& slot = SlotOf(head_);
-    if (!std::exchange(slot.in_use, false) || slot.outstanding.expired) continue;
+    const Slot& slot = SlotOf(head_);
+    if (!slot.in_use || slot.outstanding.expired) continue;
     taken.push_back(slot.outstanding.Request());
     if (slot.has_payload) taken.back().payload = TakePayload(head_);
   }
   size_ = 0;
-  unexpired_ = unwritten_ = tail_;
   expired_ = 0;
   return taken;
 }

@@ -191,6 +191,7 @@ TEST(OutstandingRequestsTest, AreAllTakenInOrderUnlessTheyHaveExpired) {
   std::vector<std::uint32_t> ids;
   for (const HalRequest& each : requests.TakeAll()) ids.push_back(each.id);
   EXPECT_THAT(ids, ElementsAre(1, 3));
+  EXPECT_TRUE(requests.TakeAll().empty());
   EXPECT_EQ(requests.size(), 0U);
   EXPECT_EQ(requests.OldestUnexpired(), nullptr);
   EXPECT_EQ(Add(&requests, 4), 4U) << "numbers go on";
