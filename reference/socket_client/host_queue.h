@@ -22,7 +22,8 @@ class HostQueue {
   enum class Next {
     kNothing,
     kWakeConnection,
-    /// No other request is in flight: write the frames at once, then call `RequestWake`.
+    /// No other request is in flight, or many wait: write the frames at once, then call
+    /// `RequestWake`.
     kWriteNow,
   };
 

@@ -62,8 +62,8 @@ struct SocketHalStatistics {
 };
 
 /// A HAL client over a Unix stream socket. Its own thread connects, reads, writes and reports. When
-/// no other request is in flight, the caller's thread writes the request directly, as far as the
-/// socket accepts it without blocking. Owned by the host program.
+/// no other request is in flight, and whenever 8 KiB of requests wait, the caller's thread writes
+/// them directly, as far as the socket accepts them without blocking. Owned by the host program.
 ///
 /// Every VLAN, host, ECMP and MPLS request ends in exactly one result, on the connection's thread,
 /// never inside the request call. This holds even if the server dies (`kHalServerLost`), stalls

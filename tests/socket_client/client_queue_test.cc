@@ -99,6 +99,41 @@ TEST_F(ClientQueueTest, TheHostWritesOnlyWhenNothingElseIsInFlight) {
   EXPECT_NE(InstallVlan(3).next, Next::kWriteNow);
 }
 
+TEST(BurstTest, TheHostWritesWheneverEightKibibytesMoreWait) {
+  ClientQueue queue{SocketHalOptions()};
+  HostQueue& host = *queue.host();
+  ConnectionQueue& connection = *queue.connection();
+  // Sixteen such frames have 8 KiB.
+  const HalRequest request = {HalOperation::kInstallVlan, 1, 0,
+                              std::string(512 - kFrameHeaderSize, 'x')};
+  // Which of 40 requests the host must write.
+  const auto written = [&](bool writes) {
+    std::vector<int> places;
+    std::string frames;
+    for (int place = 1; place <= 40; ++place) {
+      if (host.Submit(request).next != Next::kWriteNow) continue;
+      places.push_back(place);
+      if (!writes) continue;
+      EXPECT_TRUE(connection.TakeFrames(&frames));
+      connection.ConfirmWritten();
+    }
+    return places;
+  };
+  EXPECT_THAT(written(false), ElementsAre()) << "there is no server yet";
+  connection.ServerFound(kAnyPayload, EntryHashFunction::kXxh3);
+  std::string frames;
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  EXPECT_THAT(written(false), ElementsAre()) << "the connection writes";
+  connection.ConfirmWritten();
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  connection.ConfirmWritten();
+  EXPECT_THAT(written(true), ElementsAre(16, 32));
+  ASSERT_TRUE(connection.TakeFrames(&frames));
+  EXPECT_EQ(frames.size(), 8U * 512);
+  connection.ConfirmWritten();
+  EXPECT_THAT(written(false), ElementsAre(16, 32)) << "the host may not write now";
+}
+
 TEST_F(ClientQueueTest, TheServersLimitHoldsWhenItIsFound) {
   EXPECT_EQ(InstallVlan(1, 100).code, kHalSuccess);
   EXPECT_EQ(InstallVlan(2, 101).code, kHalSuccess);

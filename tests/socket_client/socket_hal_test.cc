@@ -484,6 +484,27 @@ TEST_F(PromiseOneResult, SequencesWrap) {
 }
 
 /// VRF requests have no result, but survive the loss of the server.
+// The connection's thread is busy meanwhile: it reports.
+TEST_F(SocketHalTest, TheServerGetsTheFirstOfManyRequestsBeforeTheHostHasMadeTheLast) {
+  constexpr std::uint32_t kRequests = 2'000;
+  hal_ = std::make_unique<SocketHal>(Options());
+  HalReports reports = reported_.Reports();
+  reports.vrf_result = [this](const HalRequest&, HalReturnCode) {
+    for (std::uint32_t id = 1; id <= kRequests; ++id) InstallVlan(hal_.get(), id);
+    HoldThread();
+  };
+  hal_->Start(reports);
+  server_.AcceptAndGreet();
+  reported_.Await(1);
+  InstallVrf(hal_.get(), 7);
+  server_.Answer(server_.Next());
+  held_.Pass();
+  for (std::uint32_t id = 1; id <= kRequests; ++id) {
+    if (id == kRequests / 2) released_.Open();
+    ASSERT_EQ(IdIn(server_.Next()), id);
+  }
+}
+
 class PromiseVrfsAreKept : public SocketHalTest {};
 
 TEST_F(PromiseVrfsAreKept, UntilTheyAreAnswered) {
