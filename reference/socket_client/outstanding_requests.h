@@ -88,14 +88,15 @@ class OutstandingRequests {
   std::vector<HalRequest> TakeAll();
 
  private:
-  // Of one cache line.
-  struct alignas(64) Slot {
+  static constexpr std::size_t kCacheLine = 64;
+  struct alignas(kCacheLine) Slot {
     OutstandingRequest outstanding;
     /// False if the request was answered before one in front of it.
     bool in_use = false;
     /// Whether its payload is kept.
     bool has_payload = false;
   };
+  static_assert(sizeof(Slot) == kCacheLine, "finding a request would miss the caches twice");
 
   Slot& SlotOf(std::uint64_t place) { return slots_[place & (slots_.size() - 1)]; }
   void Free(std::uint64_t place);
